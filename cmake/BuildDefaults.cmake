@@ -1,0 +1,34 @@
+# Compiler settings shared by every target.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Release, Debug or RelWithDebInfo" FORCE)
+endif()
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_AUTOMOC ON)
+
+# One folder for what a user runs, one for what a host loads.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+
+option(ZRN_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+set(ZRN_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined or thread")
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wundef
+                    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wnull-dereference
+                    -Wformat=2)
+if(ZRN_WARNINGS_AS_ERRORS)
+    add_compile_options(-Werror)
+endif()
+if(ZRN_SANITIZE)
+    add_compile_options(-fsanitize=${ZRN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${ZRN_SANITIZE})
+endif()
+
+include(CTest)
