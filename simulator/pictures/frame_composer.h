@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace zrnsim
+{
+
+/// The settings of the camera that show in its pictures.
+struct PictureControls {
+    /// Exposure time as a fraction of the camera's range, 0 to 1 (values outside are clamped).
+    /// Brightness is proportional to it; 0.5 is the nominal exposure, 0 leaves the black level.
+    double exposureFraction = 0.5;
+    /// Gain as a fraction of the camera's range, 0 to 1 (values outside are clamped).
+    /// 0.5 is unity; the ends of the range halve and double the brightness.
+    double gainFraction = 0.5;
+    /// Gains of the four cells of the 2x2 colour mosaic, R, GR (first row), GB, B (second row);
+    /// 128 is unity.
+    std::uint8_t colorGain[4] = {128, 128, 128, 128};
+
+    bool operator==(const PictureControls&) const = default;
+};
+
+/// One frame of a camera: everything that its bytes depend on.
+struct FrameRequest {
+    /// Layout of the frame. Types 9 and above 15 are plain interleave here; hosts take a camera
+    /// that reports them for one of type 0, so a camera model asks for type 0 in their stead.
+    int sensorType = 0;
+    int width = 0;  ///< pixels; a frame without pixels (width or height below 1) has no bytes
+    int height = 0; ///< pixels
+    /// 2 for two interleaved images, 1 for one image (sensor type 5).
+    int bytesPerPosition = 2;
+    /// Counts the frames; drawn in the picture and sent little-endian in frame bytes 2 to 5.
+    std::uint32_t frameNumber = 0;
+    PictureControls controls;
+};
+
+/// Paints the two scenes and packs them into frames.
+///
+/// Keeps the motionless parts of the scenes between frames of one size, so each camera keeps a
+/// composer of its own. Reentrant: one object must not be used from two threads at once.
+class FrameComposer
+{
+public:
+    FrameComposer();
+    ~FrameComposer();
+    FrameComposer(FrameComposer&&) noexcept;
+    FrameComposer& operator=(FrameComposer&&) noexcept;
+
+    /// Fills `frame` with width * height * bytesPerPosition bytes; the same request always gives
+    /// the same bytes. Throws std::bad_alloc or std::length_error when there is no memory for them.
+    void compose(const FrameRequest& request, std::vector<std::uint8_t>& frame);
+
+private:
+    class Pictures;
+    std::unique_ptr<Pictures> m_pictures;
+};
+
+/// What a host must receive for one frame.
+struct SentImages {
+    std::vector<std::uint8_t> a; ///< image A, width * height bytes, empty without hasA
+    std::vector<std::uint8_t> b; ///< image B, likewise
+    bool hasA = false;           ///< image A is delivered
+    bool hasB = false;           ///< image B is delivered
+    /// Frame bytes 2 to 5, each sign-extended to 64 bits before it is shifted into its place.
+    std::uint64_t trailer = 0;
+};
+
+/// The images that a correct receiver makes of the frame that FrameComposer::compose gives for the
+/// same request. Thread-safe. Throws like compose.
+SentImages expectedImages(const FrameRequest& request);
+
+/// True when the frame carries the mark by which sensor type 6 announces that image A is void. The
+/// mark needs 0x33 or 0x55 in one of the two low bytes of the frame number: frames 51, 85, 307, ...
+bool isMarkerFrame(const FrameRequest& request);
+
+} // namespace zrnsim
