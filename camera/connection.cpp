@@ -1,0 +1,267 @@
+#include "atomic_field.h"
+#include "zrn_camera.h"
+
+#include <QMutexLocker>
+#include <QReadLocker>
+#include <QWriteLocker>
+
+#include <cstdio>
+
+namespace
+{
+
+// The host puts two characters in front of the serial key.
+constexpr int serialPrefixLength = 2;
+constexpr auto serialPrefix = "ZR";
+
+constexpr uint8_t manualExposureMode = 1;
+
+// Sensors that are known by the size of their first frame, and how their frames are streamed.
+struct DoubleSensor {
+    qint32 width;
+    qint32 height;
+    CameraSpace::PixelFormatType format;
+    qint32 streamedWidth;
+    qint32 streamedHeight;
+};
+constexpr DoubleSensor doubleSensors[] = {
+    {1308, 1991, CameraSpace::PixelFormatType::Mono8, 2616, 1991},
+    {640, 960, CameraSpace::PixelFormatType::Double8, 1280, 1024},
+};
+constexpr qint32 doubleSensorType = 5;
+
+/// The sensor type that a camera reports; unknown ones are treated as type 0.
+qint32 reportedSensorType(uint16_t contrast)
+{
+    constexpr uint16_t highestType = 15;
+    constexpr uint16_t unusedType = 9;
+    return contrast > highestType || contrast == unusedType ? 0 : contrast;
+}
+
+} // namespace
+
+ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
+{
+    const QMutexLocker lifecycle(&m_lifecycleMutex);
+    if (isConnected()) {
+        return ErrorCode::AlreadyConnected;
+    }
+
+    CameraNode* node = nullptr;
+    {
+        const QReadLocker table(&m_nodeTableLock);
+        if (m_enumCount < 1) {
+            return ErrorCode::NothingEnumerated;
+        }
+        if (serial.isEmpty()) {
+            return ErrorCode::BadArgument;
+        }
+        const auto found =
+            m_cameraNodeMap.constFind(serial.right(serial.length() - serialPrefixLength));
+        if (found == m_cameraNodeMap.constEnd()) {
+            return ErrorCode::SerialNotFound;
+        }
+        node = found.value();
+    }
+    if (!node) {
+        qCInfo(m_category) << "CameraNode is nullptr";
+        return ErrorCode::NodeNotOpen;
+    }
+    if (!shared(node->isOpen).load()) {
+        qCInfo(m_category) << "CameraNode not openned";
+        return ErrorCode::NodeNotOpen;
+    }
+    return connectNode(node);
+}
+
+ErrorCode CZRNCamera::connectDeviceByIndex(int index)
+{
+    const QMutexLocker lifecycle(&m_lifecycleMutex);
+    if (isConnected()) {
+        return ErrorCode::AlreadyConnected;
+    }
+
+    CameraNode* node = nullptr;
+    {
+        const QReadLocker table(&m_nodeTableLock);
+        if (m_enumCount < 1) {
+            return ErrorCode::NothingEnumerated;
+        }
+        std::printf("index:%d  camCount:%d \n", index, m_enumCount);
+        if (index < 0 || index >= m_enumCount) {
+            return ErrorCode::BadArgument;
+        }
+        const QList<CameraNode*> nodes = m_cameraNodeMap.values();
+        node = nodes.value(index, nullptr);
+    }
+    if (!node) {
+        return ErrorCode::IndexNotFound;
+    }
+    if (!shared(node->isOpen).load()) {
+        return ErrorCode::NodeNotOpen;
+    }
+    qCDebug(m_category) << "get handle:" << static_cast<void*>(DeviceAccess(node).handle());
+    return connectNode(node);
+}
+
+ErrorCode CZRNCamera::connectNode(CameraNode* node)
+{
+    if (!readGeometry(node)) {
+        return ErrorCode::NoFrameDescriptor;
+    }
+    m_serial = DeviceAccess(node).serial();
+    {
+        const QWriteLocker locker(&m_nodeLock);
+        m_currentNode = node;
+    }
+    initializeCamera();
+    return ErrorCode::Success;
+}
+
+bool CZRNCamera::readGeometry(CameraNode* node)
+{
+    const DeviceAccess device(node);
+    const uvc_format_desc_t* formats = device.formats();
+    if (!formats) {
+        return false;
+    }
+    for (const uvc_format_desc_t* format = formats; format; format = format->next) {
+        logFormat(*format);
+        for (const uvc_frame_desc_t* frame = format->frame_descs; frame; frame = frame->next) {
+            logFrame(*frame);
+        }
+    }
+
+    const uvc_frame_desc_t* firstFrame = formats->frame_descs;
+    if (!firstFrame) {
+        return false;
+    }
+    shared(m_imageWidth).store(firstFrame->wWidth);
+    shared(m_imageHeight).store(firstFrame->wHeight);
+    return true;
+}
+
+void CZRNCamera::logFormat(const uvc_format_desc_t& format)
+{
+    qCInfo(m_category) << "bDescriptorSubtype:" << format.bDescriptorSubtype;
+}
+
+void CZRNCamera::logFrame(const uvc_frame_desc_t& frame)
+{
+    qCInfo(m_category) << "\tw:" << frame.wWidth << ",h:" << frame.wHeight
+                       << ",defaultFrameInterval:" << frame.dwDefaultFrameInterval;
+}
+
+bool CZRNCamera::initializeCamera()
+{
+    CameraNode* node = currentNode();
+    if (!node) {
+        return false;
+    }
+
+    qint32 sensorType = doubleSensorType;
+    const qint32 width = shared(m_imageWidth).load();
+    const qint32 height = shared(m_imageHeight).load();
+    const DoubleSensor* doubleSensor = nullptr;
+    for (const DoubleSensor& sensor : doubleSensors) {
+        if (sensor.width == width && sensor.height == height) {
+            doubleSensor = &sensor;
+        }
+    }
+    if (doubleSensor) {
+        shared(m_pixelFormat).store(doubleSensor->format);
+        shared(m_imageWidth).store(doubleSensor->streamedWidth);
+        shared(m_imageHeight).store(doubleSensor->streamedHeight);
+    } else {
+        shared(m_pixelFormat).store(CameraSpace::PixelFormatType::Packed16);
+        uint16_t contrast = 0;
+        const uvc_error_t result =
+            DeviceAccess(node).call(uvc_get_contrast, &contrast, UVC_GET_CUR);
+        if (result != UVC_SUCCESS) {
+            qCCritical(m_category) << "uvc_get_contrast failed ret:" << result;
+            contrast = 0;
+        }
+        sensorType = reportedSensorType(contrast);
+    }
+    shared(m_sensorType).store(sensorType);
+    qCDebug(m_category) << "m_sensorType: " << sensorType;
+
+    // What cannot be read keeps its value. The limits are read aside because other threads check
+    // against the fields.
+    unsigned int minExposure = shared(m_minExposureTime).load();
+    unsigned int maxExposure = shared(m_maxExposureTime).load();
+    getExposureTimeRange(minExposure, maxExposure, 0);
+    shared(m_minExposureTime).store(minExposure);
+    shared(m_maxExposureTime).store(maxExposure);
+    qCDebug(m_category, "MinExposure:%u  maxExposure:%u\n", minExposure, maxExposure);
+
+    unsigned short minGain = shared(m_minGain).load();
+    unsigned short maxGain = shared(m_maxGain).load();
+    getGainRange(minGain, maxGain, 0);
+    shared(m_minGain).store(minGain);
+    shared(m_maxGain).store(maxGain);
+
+    long colorGains = shared(m_colorRGBGain).load();
+    colorRGBGainIO(true, colorGains);
+    shared(m_colorRGBGain).store(colorGains);
+
+    DeviceAccess(node).call(uvc_set_ae_mode, manualExposureMode);
+    return true;
+}
+
+ErrorCode CZRNCamera::reconnectDevice()
+{
+    const QMutexLocker lifecycle(&m_lifecycleMutex);
+    if (m_serial.isEmpty()) {
+        return ErrorCode::BadArgument;
+    }
+    CameraNode* node = currentNode();
+    if (!node) {
+        return ErrorCode::NotConnected;
+    }
+    if (!readGeometry(node)) {
+        return ErrorCode::NoFrameDescriptor;
+    }
+    initializeCamera();
+    return ErrorCode::Success;
+}
+
+ErrorCode CZRNCamera::disconnectDevice()
+{
+    const QMutexLocker lifecycle(&m_lifecycleMutex);
+    qCDebug(m_category) << "start CZRNCamera::disconnectDevice function";
+    if (!isConnected()) {
+        return ErrorCode::NotConnected;
+    }
+    stopStream(0);
+
+    void* closedHandle = nullptr;
+    {
+        const QWriteLocker locker(&m_nodeLock);
+        closedHandle = DeviceAccess(m_currentNode).handle();
+        closeSpecifedDevice(m_currentNode);
+        shared(m_currentNode->isOpen).store(false);
+        m_currentNode = nullptr;
+    }
+    qCDebug(m_category) << "end CZRNCamera::disconnectDevice function :" << closedHandle;
+    return ErrorCode::Success;
+}
+
+bool CZRNCamera::heartBeartQuery()
+{
+    if (!isConnected()) {
+        return false;
+    }
+    unsigned short gain = 0;
+    return getGain(gain, 0) == ErrorCode::Success;
+}
+
+bool CZRNCamera::readSerial(QString& serial)
+{
+    const DeviceAccess device(currentNode());
+    if (!device) {
+        return false;
+    }
+    serial = QLatin1String(serialPrefix) + device.serial();
+    return serial.length() > serialPrefixLength;
+}

@@ -1,0 +1,206 @@
+#include "atomic_field.h"
+#include "zrn_camera.h"
+
+#include <QMutexLocker>
+#include <QWriteLocker>
+
+#include <array>
+#include <memory>
+
+namespace
+{
+
+constexpr int servedVendorId = 0x0483;
+constexpr int servedProductId = 0x5750;
+constexpr uint8_t unreferenceDevices = 1;
+
+bool matches(const uvc_device_descriptor_t& descriptor, int vendorId, int productId)
+{
+    return descriptor.idVendor == vendorId && descriptor.idProduct == productId;
+}
+
+} // namespace
+
+bool CZRNCamera::initizlizeZRNCameraLibrary()
+{
+    return true;
+}
+
+QString CZRNCamera::readSerial(uvc_device_handle_t* handle)
+{
+    // Where the bits of each request's answer stand in the serial.
+    struct Word {
+        uvc_req_code request;
+        unsigned shift;
+    };
+    constexpr std::array<Word, 4> words = {
+        {{UVC_GET_CUR, 0}, {UVC_GET_MAX, 32}, {UVC_GET_MIN, 16}, {UVC_GET_DEF, 48}}};
+
+    quint64 serial = 0;
+    for (const Word& word : words) {
+        uint16_t value = 0;
+        uvc_get_backlight_compensation(handle, &value, word.request);
+        serial |= static_cast<quint64>(value) << word.shift;
+    }
+    return QString::number(serial);
+}
+
+bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, CameraNode& node)
+{
+    uvc_context_t* context = nullptr;
+    uvc_error_t result = uvc_init(&context, nullptr);
+    if (result != UVC_SUCCESS) {
+        qCCritical(m_category) << "uvc_init failed error:" << result;
+        return false;
+    }
+
+    uvc_device_t** devices = nullptr;
+    result = uvc_get_device_list(context, &devices);
+    if (result != UVC_SUCCESS) {
+        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
+        return false;
+    }
+
+    int matched = 0;
+    for (int position = 0; devices[position] != nullptr; ++position) {
+        uvc_device_descriptor_t* descriptor = nullptr;
+        if (uvc_get_device_descriptor(devices[position], &descriptor) != UVC_SUCCESS) {
+            continue;
+        }
+        if (matches(*descriptor, vendorId, productId)) {
+            if (matched == index) {
+                uvc_device_handle_t* handle = nullptr;
+                result = uvc_open(devices[position], &handle);
+                if (result == UVC_SUCCESS) {
+                    qCDebug(m_category) << " open device num:" << position
+                                        << ",handle:" << static_cast<void*>(handle);
+                    node.serial = readSerial(handle);
+                    node.handle = handle;
+                    node.context = context;
+                    uvc_ref_device(devices[position]);
+                    node.device = devices[position];
+                    uvc_free_device_list(devices, unreferenceDevices);
+                    return true;
+                }
+                qCDebug(m_category)
+                    << " open device num:" << position << " failed, errCode :" << result;
+            }
+            ++matched;
+        }
+        uvc_free_device_descriptor(descriptor);
+    }
+
+    uvc_free_device_list(devices, unreferenceDevices);
+    uvc_exit(context);
+    return false;
+}
+
+void CZRNCamera::closeSpecifedDevice(CameraNode* node)
+{
+    const QWriteLocker locker(&node->accessLock);
+    if (node->handle) {
+        uvc_close(node->handle);
+        node->handle = nullptr;
+    }
+    if (node->device) {
+        uvc_unref_device(node->device);
+        node->device = nullptr;
+    }
+    if (node->context) {
+        uvc_exit(node->context);
+        node->context = nullptr;
+    }
+}
+
+int CZRNCamera::enumZRNCameraDevices()
+{
+    QMutexLocker enumeration(&m_cameraEnumLock);
+
+    uvc_context_t* scan = nullptr;
+    uvc_error_t result = uvc_init(&scan, nullptr);
+    qCDebug(m_category) << "uvc_init ret:" << result;
+    if (result != UVC_SUCCESS) {
+        const QWriteLocker table(&m_nodeTableLock);
+        m_enumCount = 0;
+        return 0;
+    }
+
+    // The records stay: a connected camera object may still point at its own.
+    const QList<CameraNode*> known = takeNodes();
+    for (CameraNode* node : known) {
+        if (node) {
+            closeSpecifedDevice(node);
+        }
+    }
+
+    uvc_device_t** devices = nullptr;
+    result = uvc_get_device_list(scan, &devices);
+    if (result != UVC_SUCCESS) {
+        enumeration.unlock();
+        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
+        return 0;
+    }
+
+    int count = 0;
+    for (int position = 0; devices[position] != nullptr; ++position) {
+        uvc_device_descriptor_t* descriptor = nullptr;
+        if (uvc_get_device_descriptor(devices[position], &descriptor) != UVC_SUCCESS) {
+            continue;
+        }
+        CameraNode opened;
+        if (matches(*descriptor, servedVendorId, servedProductId) &&
+            openSpecifedDevice(servedVendorId, servedProductId, count, opened)) {
+            registerNode(opened);
+            ++count;
+        }
+        uvc_free_device_descriptor(descriptor);
+    }
+
+    uvc_free_device_list(devices, unreferenceDevices);
+    uvc_exit(scan);
+
+    const QWriteLocker table(&m_nodeTableLock);
+    m_enumCount = count;
+    return count;
+}
+
+bool CZRNCamera::releaseZRNCameraLibrary()
+{
+    QList<CameraNode*> nodes;
+    {
+        const QMutexLocker enumeration(&m_cameraEnumLock);
+        nodes = takeNodes();
+    }
+    for (CameraNode*& node : nodes) {
+        if (node) {
+            closeSpecifedDevice(node);
+            delete node;
+            node = nullptr;
+        }
+    }
+    return true;
+}
+
+QList<CameraNode*> CZRNCamera::takeNodes()
+{
+    const QWriteLocker table(&m_nodeTableLock);
+    const QList<CameraNode*> nodes = m_cameraNodeMap.values();
+    m_cameraNodeMap.clear();
+    return nodes;
+}
+
+void CZRNCamera::registerNode(const CameraNode& opened)
+{
+    const QWriteLocker table(&m_nodeTableLock);
+    CameraNode*& node = m_cameraNodeMap[opened.serial];
+    if (!node) {
+        node = new CameraNode;
+    }
+    // A second camera with the same serial takes the place of the first.
+    const QWriteLocker access(&node->accessLock);
+    node->serial = opened.serial;
+    node->device = opened.device;
+    node->handle = opened.handle;
+    node->context = opened.context;
+    shared(node->isOpen).store(true);
+}

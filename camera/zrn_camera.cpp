@@ -1,0 +1,60 @@
+#include "zrn_camera.h"
+
+#include "atomic_field.h"
+
+#include <QReadLocker>
+
+QMutex CZRNCamera::m_cameraEnumLock;
+QMap<QString, CameraNode*> CZRNCamera::m_cameraNodeMap;
+qint32 CZRNCamera::m_enumCount = 0;
+QLoggingCategory CZRNCamera::m_category("ZRNCamera");
+QReadWriteLock CZRNCamera::m_nodeTableLock;
+
+CZRNCamera::CZRNCamera() = default;
+
+CZRNCamera::~CZRNCamera()
+{
+    if (isConnected()) {
+        CZRNCamera::disconnectDevice();
+    }
+    m_currentNode = nullptr;
+
+    for (unsigned char*& buffer : m_frameBuffers) {
+        delete[] buffer;
+        buffer = nullptr;
+    }
+    for (QMutex*& lock : m_bufferLocks) {
+        if (lock) {
+            // A grab may have left it locked, and destroying a locked mutex is an error.
+            static_cast<void>(lock->tryLock(0));
+            lock->unlock();
+            delete lock;
+            lock = nullptr;
+        }
+    }
+    delete m_streamCtrl;
+    m_streamCtrl = nullptr;
+}
+
+QString CZRNCamera::name()
+{
+    return QStringLiteral("ZRNCamera");
+}
+
+int CZRNCamera::types()
+{
+    constexpr int cameraDeviceType = 1;
+    return cameraDeviceType;
+}
+
+CameraNode* CZRNCamera::currentNode()
+{
+    const QReadLocker locker(&m_nodeLock);
+    return m_currentNode;
+}
+
+CZRNCamera::FrameGeometry CZRNCamera::frameGeometry()
+{
+    return {shared(m_imageWidth).load(), shared(m_imageHeight).load(),
+            ChannelFromImgFormat(shared(m_pixelFormat).load())};
+}

@@ -1,0 +1,48 @@
+#include "tick_thread.h"
+
+#include "atomic_field.h"
+
+namespace CustomThreads
+{
+
+TickTokThread::TickTokThread() = default;
+
+TickTokThread::~TickTokThread()
+{
+    shared(m_running).store(false);
+    shared(m_held).store(false);
+    if (isRunning()) {
+        wait();
+    }
+}
+
+void TickTokThread::setTickTokPeriod(unsigned int period)
+{
+    shared(m_period).store(period);
+}
+
+unsigned int TickTokThread::currentTickTokPeriod()
+{
+    return shared(m_period).load();
+}
+
+bool TickTokThread::holdThread(bool hold)
+{
+    shared(m_held).store(hold);
+    return true;
+}
+
+void TickTokThread::run()
+{
+    constexpr unsigned long heldPollMs = 10;
+    while (shared(m_running).load()) {
+        if (shared(m_held).load()) {
+            msleep(heldPollMs);
+            continue;
+        }
+        Q_EMIT tickTokTimeOut();
+        msleep(shared(m_period).load());
+    }
+}
+
+} // namespace CustomThreads

@@ -1,0 +1,130 @@
+#include "zrn_camera_factory.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+#include <QWriteLocker>
+
+#include <algorithm>
+
+namespace
+{
+
+/// Knows every live factory, and brings those that are left to rest when the process exits.
+class FactoryRegistry
+{
+public:
+    ~FactoryRegistry()
+    {
+        for (CZRNCameraFactory* factory : m_factories) {
+            factory->disconnectAtExit();
+        }
+    }
+
+    void add(CZRNCameraFactory* factory)
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_factories.append(factory);
+    }
+    void remove(CZRNCameraFactory* factory)
+    {
+        const QMutexLocker locker(&m_mutex);
+        m_factories.removeOne(factory);
+    }
+
+private:
+    QMutex m_mutex;
+    QList<CZRNCameraFactory*> m_factories;
+};
+
+/// Made by the first factory, after the static objects of the camera class, and so destroyed before
+/// them.
+FactoryRegistry& factoryRegistry()
+{
+    static FactoryRegistry registry;
+    return registry;
+}
+
+} // namespace
+
+CZRNCameraFactory::CZRNCameraFactory(QObject* parent)
+    : IFactory(parent)
+{
+    factoryRegistry().add(this);
+    CZRNCamera::initizlizeZRNCameraLibrary();
+}
+
+CZRNCameraFactory::~CZRNCameraFactory()
+{
+    if (!m_exited) {
+        factoryRegistry().remove(this);
+    }
+    {
+        const QWriteLocker locker(&m_listLock);
+        for (CZRNCamera*& camera : m_cameraList) {
+            if (camera) {
+                camera->stopStream(0);
+                delete camera;
+                camera = nullptr;
+            }
+        }
+        m_cameraList.clear();
+        m_cameraCount = 0;
+    }
+    if (!m_exited) {
+        CZRNCamera::releaseZRNCameraLibrary();
+    }
+}
+
+void CZRNCameraFactory::disconnectAtExit()
+{
+    const QWriteLocker locker(&m_listLock);
+    for (CZRNCamera* camera : std::as_const(m_cameraList)) {
+        camera->disconnectDevice();
+    }
+    CZRNCamera::releaseZRNCameraLibrary();
+    m_exited = true;
+}
+
+QString CZRNCameraFactory::name()
+{
+    return QStringLiteral("ZRNCamera");
+}
+
+QVersionNumber CZRNCameraFactory::version()
+{
+    return {2, 2, 1};
+}
+
+int CZRNCameraFactory::enumDevice()
+{
+    return m_exited ? 0 : CZRNCamera::enumZRNCameraDevices();
+}
+
+DeviceInterface* CZRNCameraFactory::createDevice()
+{
+    auto* camera = new CZRNCamera;
+    const QWriteLocker locker(&m_listLock);
+    m_cameraList.append(camera);
+    ++m_cameraCount;
+    return camera;
+}
+
+ErrorCode CZRNCameraFactory::deleteDevice(DeviceInterface*& device)
+{
+    if (!device) {
+        return ErrorCode::NoCamera;
+    }
+    const QWriteLocker locker(&m_listLock);
+    const auto found =
+        std::find_if(m_cameraList.begin(), m_cameraList.end(), [device](CZRNCamera* camera) {
+            return static_cast<DeviceInterface*>(camera) == device;
+        });
+    if (found == m_cameraList.end()) {
+        return ErrorCode::NothingEnumerated;
+    }
+    delete *found;
+    --m_cameraCount;
+    m_cameraList.erase(found);
+    device = nullptr;
+    return ErrorCode::Success;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "factory_interface.h"
+#include "zrn_camera.h"
+
+#include <QList>
+#include <QReadWriteLock>
+#include <QVersionNumber>
+
+/// Root object of the plugin.
+///
+/// Ownership: owns the cameras that it creates and, through CZRNCamera's static hooks, the node
+/// table. Locking: `m_listLock` guards the list and its count. Enumeration has a lock of its own.
+class CZRNCameraFactory : public IFactory
+{
+    Q_OBJECT
+    Q_INTERFACES(IFactory)
+    Q_PLUGIN_METADATA(IID "Quorvane.Hardware.ZRNCameraFactory.v2.0" FILE "zrncamera.json")
+
+public:
+    explicit CZRNCameraFactory(QObject* parent = nullptr);
+    /// Stops and deletes every camera that is left, then closes the enumerated devices.
+    ~CZRNCameraFactory() override;
+
+    /// "ZRNCamera".
+    Q_INVOKABLE QString name() override;
+    Q_INVOKABLE QVersionNumber version() override;
+    /// @return how many cameras were found and opened.
+    Q_INVOKABLE int enumDevice() override;
+    /// Makes an unconnected camera. Needs neither enumeration nor device.
+    Q_INVOKABLE DeviceInterface* createDevice() override;
+    /// @return NoCamera for a null pointer, NothingEnumerated for a pointer that is not of this
+    /// factory; both leave @p device as it is.
+    Q_INVOKABLE ErrorCode deleteDevice(DeviceInterface*& device) override;
+
+    /// Disconnects every camera and closes the enumerated devices, for a process that exits with
+    /// the factory alive: Qt deletes the root object only after the library's static objects are
+    /// gone. The camera objects stay until they are deleted.
+    void disconnectAtExit();
+
+protected:
+    QList<CZRNCamera*> m_cameraList;
+    QReadWriteLock m_listLock;
+    qint32 m_cameraCount = 0; ///< cameras in the list
+
+private:
+    bool m_exited = false; ///< the library's static objects must not be touched any more
+};
