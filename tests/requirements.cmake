@@ -1,0 +1,6 @@
+find_package(GTest QUIET)
+zrn_need(GTest_FOUND libgtest-dev)
+if(TARGET GTest::gmock_main)
+    set(ZRN_GMOCK_FOUND TRUE)
+endif()
+zrn_need(ZRN_GMOCK_FOUND libgmock-dev)
