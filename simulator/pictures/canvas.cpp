@@ -13,7 +13,7 @@ namespace
 {
 
 constexpr int kLinesPerRow = 4;      // sample lines of a pixel row
-constexpr int kCoveragePerLine = 64; // of a pixel that one line crosses entirely
+constexpr int kCoveragePerLine = 32; // of a pixel that one line crosses entirely
 constexpr int kFullCoverage = kLinesPerRow * kCoveragePerLine;
 constexpr int kGlyphAdvance = kGlyphWidth + 1;
 
@@ -29,6 +29,22 @@ std::vector<Point> ellipse(Point center, double radiusX, double radiusY)
                                                 center.y + radiusY * std::sin(angle)};
     }
     return outline;
+}
+
+/// Mixes a value into pixels. Everything fits 16 bits, so that many pixels go through one
+/// instruction.
+/// @param weight opacity in 1/256
+void blend(std::uint8_t* pixels, const std::uint16_t* coverage, std::size_t count,
+           std::uint8_t value, std::uint16_t weight)
+{
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint16_t covered = std::min<std::uint16_t>(coverage[i], kFullCoverage);
+        const auto alpha =
+            static_cast<std::uint16_t>(static_cast<std::uint16_t>(covered * weight) >> 8);
+        const auto mixed =
+            static_cast<std::uint16_t>(pixels[i] * (kFullCoverage - alpha) + value * alpha);
+        pixels[i] = static_cast<std::uint8_t>(mixed / kFullCoverage);
+    }
 }
 
 } // namespace
@@ -98,7 +114,7 @@ void Canvas::fillPolygon(std::span<const Point> outline, std::uint8_t value, dou
     const int bottom = within(std::ceil(lower->y), m_height);
     const int begin = within(std::floor(left->x), m_width);
     const int end = within(std::ceil(right->x), m_width);
-    const int weight = static_cast<int>(std::clamp(opacity, 0.0, 1.0) * 256.0 + 0.5);
+    const auto weight = static_cast<std::uint16_t>(std::clamp(opacity, 0.0, 1.0) * 256.0 + 0.5);
 
     for (int y = top; y < bottom; ++y) {
         std::fill(m_coverage.begin() + begin, m_coverage.begin() + end, std::uint16_t{0});
@@ -118,13 +134,8 @@ void Canvas::fillPolygon(std::span<const Point> outline, std::uint8_t value, dou
                 addSpan(m_crossings[i], m_crossings[i + 1]);
             }
         }
-        std::uint8_t* pixels = row(y);
-        const std::uint16_t* coverage = m_coverage.data();
-        for (int x = begin; x < end; ++x) {
-            const int alpha = std::min<int>(coverage[x], kFullCoverage) * weight / kFullCoverage;
-            pixels[x] =
-                static_cast<std::uint8_t>((pixels[x] * (256 - alpha) + value * alpha) / 256);
-        }
+        blend(row(y) + begin, m_coverage.data() + begin, static_cast<std::size_t>(end - begin),
+              value, weight);
     }
 }
 

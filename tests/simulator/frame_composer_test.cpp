@@ -1,0 +1,404 @@
+#include "pictures/bitmap_font.h"
+#include "pictures/frame_composer.h"
+#include "receiver_model.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <map>
+#include <numeric>
+#include <set>
+#include <string>
+#include <tuple>
+
+namespace
+{
+
+using zrnsim::expectedImages;
+using zrnsim::FrameComposer;
+using zrnsim::FrameRequest;
+using zrnsim::SentImages;
+using Bytes = std::vector<std::uint8_t>;
+
+FrameRequest requestOf(int sensorType, int width, int height, std::uint32_t frameNumber = 0)
+{
+    FrameRequest request;
+    request.sensorType = sensorType;
+    request.width = width;
+    request.height = height;
+    request.bytesPerPosition = sensorType == 5 ? 1 : 2;
+    request.frameNumber = frameNumber;
+    return request;
+}
+
+Bytes compose(const FrameRequest& request)
+{
+    Bytes frame;
+    FrameComposer().compose(request, frame);
+    return frame;
+}
+
+double meanOf(const Bytes& image)
+{
+    return std::accumulate(image.begin(), image.end(), 0.0) / static_cast<double>(image.size());
+}
+
+/// Composes a frame and checks that a host that receives it gets what the simulator says it sent.
+void expectReceived(FrameComposer& composer, const FrameRequest& request)
+{
+    SCOPED_TRACE("sensor type " + std::to_string(request.sensorType) + ", " +
+                 std::to_string(request.width) + "x" + std::to_string(request.height) + "x" +
+                 std::to_string(request.bytesPerPosition) + ", frame " +
+                 std::to_string(request.frameNumber));
+    Bytes frame;
+    composer.compose(request, frame);
+    const auto width = static_cast<std::size_t>(request.width);
+    const auto height = static_cast<std::size_t>(request.height);
+    ASSERT_EQ(frame.size(), width * height * static_cast<std::size_t>(request.bytesPerPosition));
+
+    const SentImages sent = expectedImages(request);
+    const ReceivedImages received = receiveFrame(request.sensorType, width, height, frame);
+    EXPECT_EQ(sent.trailer, received.trailer);
+    ASSERT_EQ(sent.hasA, received.a.has_value());
+    ASSERT_EQ(sent.hasB, received.b.has_value());
+    // Not EXPECT_EQ, which would print megapixels.
+    EXPECT_TRUE(sent.a == received.a.value_or(Bytes{})) << "image A differs";
+    EXPECT_TRUE(sent.b == received.b.value_or(Bytes{})) << "image B differs";
+}
+
+class EverySensorType : public testing::TestWithParam<int>
+{
+};
+
+TEST_P(EverySensorType, IsReceivedAsSentAtEveryGeometry)
+{
+    constexpr std::pair<int, int> sizes[] = {
+        {1280, 12}, {320, 40}, {64, 48}, {2560, 4}, {1300, 5}, {1281, 6}, {1308, 7}, {961, 4},
+        {642, 5},   {13, 9},   {9, 4},   {8, 8},    {7, 5},    {6, 6},    {5, 3},    {4, 4},
+        {3, 3},     {2, 3},    {2, 2},   {1, 1},    {1, 3},    {1, 7},    {1, 9},    {2, 1},
+        {3, 1},     {8, 1},    {9, 1},   {1280, 1}, {3, 700},  {5, 2}};
+    FrameComposer composer;
+    for (const auto& [width, height] : sizes) {
+        for (const std::uint32_t frameNumber :
+             {0U, 1U, 2U, 3U, 4U, 5U, 6U, 51U, 85U, 0x5533U, 0x12345678U, 0xFFFFFFFFU}) {
+            expectReceived(composer, requestOf(GetParam(), width, height, frameNumber));
+        }
+    }
+}
+
+TEST_P(EverySensorType, IsReceivedAsSentAtLargeSizes)
+{
+    FrameComposer composer;
+    expectReceived(composer, requestOf(GetParam(), 1280, 1024, 0x80));
+    expectReceived(composer, requestOf(GetParam(), 640, 480, 51));
+    expectReceived(composer, requestOf(GetParam(), 2616, 1991, 77));
+    expectReceived(composer, requestOf(GetParam(), 65535, 1, 85));
+    expectReceived(composer, requestOf(GetParam(), 1, 65535, 3));
+}
+
+TEST_P(EverySensorType, IsReceivedAsSentWithAnotherDepth)
+{
+    FrameComposer composer;
+    for (const int bytesPerPosition : {1, 2, 3}) {
+        FrameRequest request = requestOf(GetParam(), 36, 20, 5);
+        request.bytesPerPosition = bytesPerPosition;
+        expectReceived(composer, request);
+    }
+}
+
+TEST_P(EverySensorType, CarriesTheFrameNumber)
+{
+    const Bytes frame = compose(requestOf(GetParam(), 32, 16, 0x87654321));
+    EXPECT_EQ(frame[2], 0x21);
+    EXPECT_EQ(frame[3], 0x43);
+    EXPECT_EQ(frame[4], 0x65);
+    EXPECT_EQ(frame[5], 0x87);
+}
+
+TEST_P(EverySensorType, SendsTheSameFrameTwice)
+{
+    const FrameRequest request = requestOf(GetParam(), 160, 120, 40);
+    FrameComposer used;
+    Bytes frame;
+    used.compose(requestOf(GetParam(), 160, 120, 39), frame);
+    used.compose(requestOf(GetParam(), 64, 64, 3), frame);
+    used.compose(requestOf(1, 160, 120, 39), frame);
+    used.compose(request, frame);
+    EXPECT_TRUE(frame == compose(request));
+}
+
+std::string nameOf(const testing::TestParamInfo<int>& sensorType)
+{
+    return sensorType.param < 0 ? "Unknown" : "Type" + std::to_string(sensorType.param);
+}
+
+INSTANTIATE_TEST_SUITE_P(SensorTypes, EverySensorType, testing::Range(-1, 17), nameOf);
+
+TEST(FrameComposer, SendsNothingWithoutPixels)
+{
+    for (const auto& [width, height] : {std::pair{0, 0}, {0, 5}, {5, 0}, {-3, 4}}) {
+        const FrameRequest request = requestOf(2, width, height);
+        EXPECT_TRUE(compose(request).empty());
+        EXPECT_FALSE(expectedImages(request).hasA);
+        EXPECT_FALSE(expectedImages(request).hasB);
+    }
+}
+
+TEST(FrameComposer, ExtendsTheSignOfEachTrailerByte)
+{
+    EXPECT_EQ(expectedImages(requestOf(2, 8, 8, 0x04030201)).trailer, 0x04030201U);
+    EXPECT_EQ(expectedImages(requestOf(2, 8, 8, 0x04830201)).trailer, 0xFFFFFFFFFF830201U);
+    EXPECT_EQ(expectedImages(requestOf(2, 8, 8, 0x00000080)).trailer, 0xFFFFFFFFFFFFFF80U);
+}
+
+TEST(FrameComposer, ShowsTwoDifferentScenesThatMove)
+{
+    const SentImages first = expectedImages(requestOf(2, 640, 480, 10));
+    const SentImages next = expectedImages(requestOf(2, 640, 480, 11));
+    const auto differing = [](const Bytes& left, const Bytes& right) {
+        std::size_t count = 0;
+        for (std::size_t i = 0; i < left.size(); ++i) {
+            count += left[i] == right[i] ? 0U : 1U;
+        }
+        return count;
+    };
+    EXPECT_GT(differing(first.a, first.b), first.a.size() / 2);
+    // More than the digit that changes
+    EXPECT_GT(differing(first.a, next.a), first.a.size() / 200);
+    EXPECT_GT(differing(first.b, next.b), first.b.size() / 200);
+}
+
+/// Reads the frame number off a picture of 1280x1024 pixels.
+std::string readNumber(const Bytes& image)
+{
+    constexpr std::size_t dot = 8;
+    constexpr std::size_t left = 640 - 59 * dot / 2;
+    constexpr std::size_t top = 945 - 7 * dot / 2;
+    std::string text;
+    for (std::size_t place = 0; place < 10; ++place) {
+        char found = '?';
+        for (char digit = '0'; digit <= '9'; ++digit) {
+            bool same = true;
+            for (std::size_t y = 0; y < zrnsim::kGlyphHeight; ++y) {
+                for (std::size_t x = 0; x < zrnsim::kGlyphWidth; ++x) {
+                    const std::size_t pixelX = left + (6 * place + x) * dot + dot / 2;
+                    const std::size_t pixelY = top + y * dot + dot / 2;
+                    const bool lit = image[pixelY * 1280 + pixelX] > 128;
+                    same = same && lit == ((zrnsim::glyphOf(digit)[y] >> (4 - x) & 1) != 0);
+                }
+            }
+            found = same ? digit : found;
+        }
+        text += found;
+    }
+    return text;
+}
+
+TEST(FrameComposer, DrawsTheFrameNumberInBothPictures)
+{
+    for (const std::uint32_t frameNumber : {0U, 1234567890U, 4294967295U}) {
+        std::string expected = std::to_string(frameNumber);
+        expected.insert(0, 10 - expected.size(), '0');
+        const SentImages images = expectedImages(requestOf(12, 1280, 1024, frameNumber));
+        EXPECT_EQ(readNumber(images.a), expected);
+        EXPECT_EQ(readNumber(images.b), expected);
+    }
+}
+
+TEST(FrameComposer, ShowsBothScenesSideBySideInASingleImage)
+{
+    const SentImages single = expectedImages(requestOf(5, 640, 240, 9));
+    const SentImages pair = expectedImages(requestOf(14, 320, 240, 9));
+    ASSERT_TRUE(single.hasA);
+    // Below the caption, which names another type
+    for (std::size_t y = 60; y < 240; ++y) {
+        for (std::size_t x = 0; x < 320; ++x) {
+            ASSERT_EQ(single.a[y * 640 + x], pair.a[y * 320 + x]) << x << "," << y;
+            ASSERT_EQ(single.a[y * 640 + 320 + x], pair.b[y * 320 + x]) << x << "," << y;
+        }
+    }
+}
+
+TEST(FrameComposer, MarksVoidImagesOfSensorType6)
+{
+    std::set<std::uint32_t> marked;
+    for (std::uint32_t frameNumber = 0; frameNumber < 512; ++frameNumber) {
+        const FrameRequest request = requestOf(6, 64, 32, frameNumber);
+        const SentImages images = expectedImages(request);
+        EXPECT_TRUE(images.hasB);
+        EXPECT_EQ(images.hasA, !zrnsim::isMarkerFrame(request));
+        EXPECT_FALSE(zrnsim::isMarkerFrame(requestOf(8, 64, 32, frameNumber)));
+        if (!images.hasA) {
+            marked.insert(frameNumber);
+        }
+    }
+    EXPECT_EQ(marked, (std::set<std::uint32_t>{51, 85, 307, 341}));
+}
+
+TEST(FrameComposer, PutsTheVoidMarkInAnyOfItsPlaces)
+{
+    // Image A begins with frame bytes 3, 2, 1, 0.
+    std::set<std::tuple<int, int, int, int>> heads;
+    for (const std::uint32_t frameNumber : {0x0033U, 0x0133U, 0x0055U, 0x0155U, 0x3300U, 0x5508U}) {
+        const Bytes frame = compose(requestOf(6, 64, 32, frameNumber));
+        heads.insert({frame[3], frame[2], frame[1], frame[0]});
+    }
+    const std::set<std::tuple<int, int, int, int>> expected = {
+        {0x00, 0x33, 0x00, 0xCC}, {0x01, 0x33, 0xCC, 0x00}, {0x00, 0x55, 0x00, 0xAA},
+        {0x01, 0x55, 0xAA, 0x00}, {0x33, 0x00, 0xCC, 0x00}, {0x55, 0x08, 0xAA, 0x00}};
+    EXPECT_EQ(heads, expected);
+}
+
+/// How far right the rows of an image lie, found by where the picture matches, or 99.
+int rowOffset(const Bytes& sent, const Bytes& picture, std::size_t width, std::size_t row)
+{
+    for (int offset = -4; offset <= 4; ++offset) {
+        bool same = true;
+        for (int x = 8; x < static_cast<int>(width) - 8; ++x) {
+            const std::size_t start = row * width;
+            same = same && sent[start + static_cast<std::size_t>(x + offset)] ==
+                               picture[start + static_cast<std::size_t>(x)];
+        }
+        if (same) {
+            return offset;
+        }
+    }
+    return 99;
+}
+
+TEST(FrameComposer, ShiftsTheRowsOfSensorType0ThroughEveryAlignment)
+{
+    constexpr std::size_t width = 320;
+    constexpr std::size_t row = 150; // across things without repetition
+    std::map<int, int> offsetsA;
+    std::map<int, int> offsetsB;
+    const auto look = [&](std::uint32_t frameNumber) {
+        const FrameRequest request = requestOf(0, width, 240, frameNumber);
+        const Bytes frame = compose(request);
+        Bytes a(width * 240);
+        Bytes b(width * 240);
+        for (std::size_t i = 0; i < a.size(); ++i) {
+            a[i] = frame[2 * i];
+            b[i] = frame[2 * i + 1];
+        }
+        // The same picture from a camera that has all its rows in place
+        const SentImages picture = expectedImages(requestOf(1, width, 240, frameNumber));
+        const SentImages received = expectedImages(request);
+        EXPECT_EQ(rowOffset(received.a, picture.a, width, row), 0) << frameNumber;
+        EXPECT_EQ(rowOffset(received.b, picture.b, width, row), 0) << frameNumber;
+        EXPECT_EQ(rowOffset(a, picture.a, width, 1), 0) << frameNumber;
+        ++offsetsA[rowOffset(a, picture.a, width, row)];
+        ++offsetsB[rowOffset(b, picture.b, width, row)];
+    };
+    for (std::uint32_t frameNumber = 0; frameNumber < 7; ++frameNumber) {
+        look(frameNumber);
+    }
+    const std::map<int, int> expected = {{-1, 1}, {0, 3}, {1, 1}, {2, 1}, {3, 1}};
+    EXPECT_EQ(offsetsA, expected);
+    EXPECT_EQ(offsetsB, expected);
+
+    // Two pixels late: the mark is the byte of the frame number in pixel 2.
+    offsetsA.clear();
+    offsetsB.clear();
+    for (std::uint32_t i = 0; i < 7; ++i) {
+        look(0x3A3A0000U + i);
+    }
+    EXPECT_EQ(offsetsA[-2], 1);
+    EXPECT_EQ(offsetsB[-2], 1);
+}
+
+TEST(FrameComposer, RealignsSensorType0WhateverTheFrameNumberHolds)
+{
+    FrameComposer composer;
+    for (const std::uint32_t special : {0x30U, 0x3AU, 0x00U, 0x10U}) {
+        for (std::uint32_t i = 0; i < 14; ++i) {
+            const std::uint32_t frameNumber = special * 0x01010000U + i;
+            for (const int width : {1, 2, 5, 7, 8, 9, 40}) {
+                for (const int height : {1, 3, 9}) {
+                    expectReceived(composer, requestOf(0, width, height, frameNumber));
+                    expectReceived(composer,
+                                   requestOf(0, width, height, frameNumber | special * 0x0101U));
+                }
+            }
+        }
+    }
+}
+
+TEST(FrameComposer, AnnouncesRowsInPlaceWithTheFullHeader)
+{
+    std::set<Bytes> headers;
+    for (std::uint32_t i = 0; i < 7; ++i) {
+        const Bytes frame = compose(requestOf(0, 64, 8, 0x00300000U + i));
+        headers.insert({frame[4], frame[6], frame[8], frame[10], frame[12], frame[14]});
+    }
+    EXPECT_EQ(headers.count({48, 165, 58, 90, 0, 90}), 1U);
+}
+
+TEST(PictureControls, BrightenWithExposureAndGain)
+{
+    FrameRequest request = requestOf(2, 160, 120, 3);
+    double last = -1.0;
+    for (const double fraction : {0.0, 0.1, 0.25, 0.5, 0.75, 1.0}) {
+        request.controls.exposureFraction = fraction;
+        const double mean = meanOf(expectedImages(request).b);
+        EXPECT_GT(mean, last) << fraction;
+        last = mean;
+    }
+    request.controls.exposureFraction = 0.3;
+    last = -1.0;
+    for (const double fraction : {0.0, 0.25, 0.5, 0.75, 1.0}) {
+        request.controls.gainFraction = fraction;
+        const double mean = meanOf(expectedImages(request).a);
+        EXPECT_GT(mean, last) << fraction;
+        last = mean;
+    }
+}
+
+TEST(PictureControls, LeaveTheBlackLevelWithoutExposure)
+{
+    FrameRequest request = requestOf(14, 64, 48, 0);
+    request.controls.exposureFraction = 0.0;
+    const SentImages images = expectedImages(request);
+    // The header lies in the first row.
+    EXPECT_EQ(std::set<std::uint8_t>(images.a.begin() + 64, images.a.end()).size(), 1U);
+    EXPECT_LT(images.a[64], 16);
+}
+
+TEST(PictureControls, AreClampedToTheirRange)
+{
+    FrameRequest request = requestOf(2, 64, 48, 0);
+    request.controls.exposureFraction = 7.0;
+    request.controls.gainFraction = -2.0;
+    FrameRequest clamped = request;
+    clamped.controls.exposureFraction = 1.0;
+    clamped.controls.gainFraction = 0.0;
+    EXPECT_TRUE(compose(request) == compose(clamped));
+}
+
+TEST(PictureControls, ScaleEachCellOfTheMosaic)
+{
+    const FrameRequest neutral = requestOf(7, 64, 48, 0);
+    const SentImages before = expectedImages(neutral);
+    for (std::size_t cell = 0; cell < 4; ++cell) {
+        for (const std::uint8_t gain : {std::uint8_t{64}, std::uint8_t{127}, std::uint8_t{129}}) {
+            FrameRequest request = neutral;
+            request.controls.colorGain[cell] = gain;
+            const SentImages after = expectedImages(request);
+            std::array<int, 4> change{};
+            for (std::size_t i = 64; i < after.a.size(); ++i) {
+                const std::size_t at = i / 64 % 2 * 2 + i % 2;
+                change[at] += after.a[i] - before.a[i] + after.b[i] - before.b[i];
+            }
+            for (std::size_t other = 0; other < 4; ++other) {
+                if (other != cell) {
+                    EXPECT_EQ(change[other], 0) << cell << other;
+                } else {
+                    EXPECT_EQ(change[other] > 0, gain > 128) << cell;
+                    EXPECT_NE(change[other], 0) << cell;
+                }
+            }
+        }
+    }
+}
+
+} // namespace
