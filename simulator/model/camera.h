@@ -1,0 +1,134 @@
+#pragma once
+
+#include "model/control_engine.h"
+#include "model/frame_producer.h"
+#include "model/journal.h"
+#include "model/payload_slicer.h"
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+namespace zrnsim
+{
+
+/// Answer of the device to one control transfer.
+struct ControlReply {
+    ControlStatus status = ControlStatus::Done;
+    Bytes data;
+    std::chrono::milliseconds delay{0}; ///< to be waited before the answer is given
+};
+
+/// How the next transfers on the streaming endpoint end.
+enum class TransferFault : std::uint8_t {
+    Protocol, ///< bus error, EPROTO on Linux
+    Overflow, ///< babble, EOVERFLOW on Linux
+};
+
+/// One virtual camera: all of its behaviour, and no word of how its transfers travel.
+///
+/// A transport forwards control transfers to control(), fetches stream data with nextPiece() and
+/// registers a wake handler; attach() and detach() tell of the cable. Everything is thread-safe;
+/// one thread at a time fetches stream data.
+///
+/// Lock order: m_mutex may be held while the producer's functions are called, never the other way
+/// round; the wake handler is called without m_mutex.
+class Camera
+{
+public:
+    Camera(CameraConfig config, RenderFrame render);
+
+    // The transport's side.
+
+    ControlReply control(const SetupPacket& setup, ByteView out);
+
+    /// Stream data for at most `maxLength` bytes of one transfer or packet; nothing yet: nullopt.
+    std::optional<PayloadPiece> nextPiece(std::size_t maxLength);
+
+    /// The fault that the next transfer of the streaming endpoint has to end with, if any.
+    std::optional<TransferFault> takeTransferFault();
+
+    /// Counts a finished transfer of the streaming endpoint.
+    void noteTransfer();
+
+    bool isEndpointHalted() const;
+
+    /// Called whenever the streaming endpoint may have become able to answer. The handler must not
+    /// call the camera. Once this returns, the handler that was set before is not running any more.
+    void setWakeHandler(std::function<void()> handler);
+
+    /// Power-up after the cable was plugged in, with another serial if one is given.
+    void attach(std::optional<std::uint64_t> serial);
+
+    /// The cable was pulled: the stream ends.
+    void detach();
+
+    CameraConfig config() const;
+    DescriptorSet descriptors() const;
+    std::uint8_t alternateSetting() const;
+
+    // The side of tests and scripts.
+
+    ControlSet controls() const;
+    StreamParameters streamParameters() const;
+    bool isStreaming() const;
+    Counters counters() const;
+    std::vector<TraceEntry> trace(std::uint64_t since) const;
+    std::vector<SentFrame> sentFrames(std::uint64_t since) const;
+
+    /// Sets a control's values as if the firmware had changed them.
+    void setControl(ControlId id, const ControlValues& values);
+
+    /// Takes `count` frames at once. False when the stream is not running.
+    bool emitFrames(unsigned count);
+
+    /// Number of the next frame.
+    void setFrameNumber(std::uint32_t number);
+
+    void addControlFault(const ControlFault& fault);
+    void setFrameFault(const FrameFault& fault);
+    void addTransferFaults(TransferFault fault, unsigned count);
+    void haltEndpoint();
+
+    /// While frozen the camera produces no frame and sends no payload.
+    void setFrozen(bool frozen);
+
+    /// Ends every fault but an unplug.
+    void clearFaults();
+
+private:
+    bool beginFrame(Frame& frame, bool isEmitted);
+    void deliver(FramePtr frame);
+    void startStream();
+    void stopStream();
+    void applyStreamEvent(StreamEvent event);
+    PictureControls pictureControls() const;
+    std::optional<ControlFault> takeControlFault(const SetupPacket& setup, const RequestName& name);
+    ControlReply answer(const SetupPacket& setup, ByteView out, const RequestName& name);
+    void record(const SetupPacket& setup, ByteView out, const RequestName& name,
+                const ControlReply& reply);
+    void wake() const;
+
+    mutable std::mutex m_mutex;
+    CameraConfig m_config;
+    ControlEngine m_engine;
+    PayloadSlicer m_slicer;
+    std::deque<FramePtr> m_queue;
+    std::vector<ControlFault> m_controlFaults;
+    FrameFault m_frameFault;
+    std::deque<TransferFault> m_transferFaults;
+    bool m_frozen = false;
+    bool m_streaming = false;
+    std::uint32_t m_frameNumber = 0;
+    Counters m_counters;
+    Log<TraceEntry> m_trace;
+    Log<SentFrame> m_sentFrames;
+    mutable std::mutex m_wakeMutex; ///< guards and is held across the handler
+    std::function<void()> m_wake;
+
+    FrameProducer m_producer; // the last member: its thread uses all others
+};
+
+} // namespace zrnsim

@@ -1,0 +1,124 @@
+#include "model/frame_producer.h"
+
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+namespace zrnsim
+{
+
+namespace
+{
+
+/// A frame of another size than it should have: cut, or with a pattern behind its end.
+void resizeFrame(Frame& frame)
+{
+    const auto wanted = static_cast<std::int64_t>(frame.bytes.size()) + frame.fault.sizeDelta;
+    frame.bytes.resize(wanted < 0 ? 0 : static_cast<std::size_t>(wanted), 0xee);
+}
+
+} // namespace
+
+FrameProducer::FrameProducer(RenderFrame render, Hooks hooks)
+    : m_render(std::move(render))
+    , m_hooks(std::move(hooks))
+    , m_thread([this] { run(); })
+{
+}
+
+FrameProducer::~FrameProducer()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_quits = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void FrameProducer::start(std::optional<Clock::duration> period)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_runs = true;
+        m_emits = 0;
+        m_period = period;
+        m_due = Clock::now();
+    }
+    m_changed.notify_all();
+}
+
+void FrameProducer::stop()
+{
+    const std::lock_guard lock(m_mutex);
+    m_runs = false;
+    m_emits = 0;
+}
+
+void FrameProducer::emit()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        ++m_emits;
+    }
+    m_changed.notify_all();
+}
+
+void FrameProducer::run()
+{
+    std::unique_lock lock(m_mutex);
+    while (!m_quits) {
+        if (!waitForFrame(lock)) {
+            continue;
+        }
+        const bool isEmitted = m_emits > 0;
+        if (isEmitted) {
+            --m_emits;
+        } else {
+            // A sensor that fell behind by more than a frame does not catch up.
+            m_due = std::max(m_due + *m_period, Clock::now() - *m_period);
+        }
+        lock.unlock();
+        produce(isEmitted);
+        lock.lock();
+    }
+}
+
+/// True when a frame is due; false after a wait that something else ended.
+bool FrameProducer::waitForFrame(std::unique_lock<std::mutex>& lock)
+{
+    if (m_runs && m_emits > 0) {
+        return true;
+    }
+    if (!m_runs || !m_period) {
+        m_changed.wait(lock);
+        return false;
+    }
+    if (Clock::now() >= m_due) {
+        return true;
+    }
+    const Clock::time_point due = m_due;
+    m_changed.wait_until(lock, due);
+    return false;
+}
+
+void FrameProducer::produce(bool isEmitted)
+{
+    const std::shared_ptr<Frame> frame = m_pool.take();
+    if (!m_hooks.begin(*frame, isEmitted)) {
+        return;
+    }
+    try {
+        m_render(frame->request, frame->bytes);
+        resizeFrame(*frame);
+    } catch (const std::bad_alloc&) {
+        m_hooks.fail();
+        return;
+    } catch (const std::length_error&) {
+        m_hooks.fail();
+        return;
+    }
+    m_hooks.deliver(frame);
+}
+
+} // namespace zrnsim

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "model/frame.h"
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace zrnsim
+{
+
+/// The sensor's clock: a thread that renders frames at a rate or one by one.
+///
+/// `begin` is asked for each frame that is due and may decline; `deliver` gets the rendered frame;
+/// `fail` hears of a frame whose picture did not fit into memory. All three are called on the
+/// producer's thread, without its lock. The other functions are thread-safe and never wait for a
+/// frame that is being rendered.
+class FrameProducer
+{
+public:
+    struct Hooks {
+        /// Fills request, capture time and fault of the frame; false when no frame is to be taken.
+        std::function<bool(Frame&, bool isEmitted)> begin;
+        std::function<void(FramePtr)> deliver;
+        std::function<void()> fail;
+    };
+
+    FrameProducer(RenderFrame render, Hooks hooks);
+    ~FrameProducer();
+    FrameProducer(const FrameProducer&) = delete;
+    FrameProducer& operator=(const FrameProducer&) = delete;
+
+    /// Frames every `period`, the first at once; without a period frames come on emit() only.
+    void start(std::optional<Clock::duration> period);
+    void stop();
+
+    /// Asks for one frame at once, in addition to the periodic ones.
+    void emit();
+
+private:
+    void run();
+    bool waitForFrame(std::unique_lock<std::mutex>& lock);
+    void produce(bool isEmitted);
+
+    const RenderFrame m_render;
+    const Hooks m_hooks;
+    FramePool m_pool;
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_quits = false;
+    bool m_runs = false;
+    unsigned m_emits = 0;
+    std::optional<Clock::duration> m_period;
+    Clock::time_point m_due;
+
+    std::thread m_thread; // the last member: the thread uses all others
+};
+
+} // namespace zrnsim

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "model/bus.h"
+#include "umockdev/usbfs_device.h"
+
+#include <umockdev.h>
+
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace zrnsim
+{
+
+/// A USB bus inside a umockdev testbed: sysfs entries, device nodes and uevents that any process
+/// with umockdev's preload library takes for the machine's own.
+class UmockdevBus final : public Bus
+{
+public:
+    struct Options {
+        std::size_t memoryLimit = 0; ///< of each device, see UsbfsDevice::Options
+    };
+
+    /// Plugs all cameras in. The cameras outlive the bus.
+    UmockdevBus(CameraList& cameras, const Options& options);
+    ~UmockdevBus() override;
+
+    void unplug(std::size_t index, bool isAnnounced) override;
+    void plug(std::size_t index, std::optional<std::uint64_t> serial, bool isAnnounced) override;
+    bool isPlugged(std::size_t index) const override;
+    std::string location(std::size_t index) const override;
+
+    /// Folder of the testbed.
+    std::string rootFolder() const;
+
+private:
+    /// One port, with the camera that hangs on it.
+    struct Port {
+        std::shared_ptr<UsbfsDevice> device; ///< null while unplugged
+        std::string syspath;
+        std::string node;
+        unsigned address = 0;
+    };
+
+    void connectPort(std::size_t index, bool isAnnounced);
+    void addSysfsDevice(std::size_t index, Port& port);
+    void dropDeparted();
+    void wake(std::size_t index);
+
+    CameraList& m_cameras;
+    const Options m_options;
+    const std::unique_ptr<UMockdevTestbed, void (*)(void*)> m_testbed;
+
+    /// Serialises plugging and unplugging; guards what m_mutex does not. The worker thread, for
+    /// which they wait, never takes it.
+    std::mutex m_cableMutex;
+    std::list<std::shared_ptr<UsbfsDevice>> m_departed; ///< unplugged, perhaps still open somewhere
+    unsigned m_nextAddress = 1;
+
+    /// Guards the device pointers of the ports; held for moments only.
+    mutable std::mutex m_mutex;
+    std::vector<Port> m_ports;
+};
+
+} // namespace zrnsim

@@ -1,0 +1,378 @@
+#include "umockdev/usbfs_device.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+namespace zrnsim
+{
+
+namespace
+{
+
+constexpr std::size_t setupSize = 8;
+constexpr int maxIsoPackets = 128;
+constexpr auto microframe = std::chrono::microseconds(125);
+
+SetupPacket parseSetup(ByteView data)
+{
+    const auto word = [&](std::size_t offset) {
+        return static_cast<std::uint16_t>(readLittleEndian(data, offset, 2));
+    };
+    return {data[0], data[1], word(2), word(4), word(6)};
+}
+
+int urbStatus(ControlStatus status)
+{
+    switch (status) {
+    case ControlStatus::Done:
+        return 0;
+    case ControlStatus::Stalled:
+        return -EPIPE;
+    case ControlStatus::Failed:
+    case ControlStatus::Unanswered:
+        return -EPROTO;
+    }
+    return -EPROTO;
+}
+
+int urbStatus(TransferFault fault)
+{
+    return fault == TransferFault::Overflow ? -EOVERFLOW : -EPROTO;
+}
+
+bool isStream(const Urb& urb)
+{
+    return urb.request.endpoint == topology::streamingEndpoint;
+}
+
+} // namespace
+
+long UsbfsDevice::submit(UsbfsClient& client, std::uintptr_t argument)
+{
+    Urb urb;
+    urb.address = argument;
+    if (!client.memory.readObject(argument, urb.request)) {
+        return -EFAULT;
+    }
+    if (urb.request.bufferLength < 0) {
+        return -EINVAL;
+    }
+    if (m_options.memoryLimit != 0 && m_submittedBytes + urb.length() > m_options.memoryLimit) {
+        return -ENOMEM;
+    }
+    urb.id = m_nextUrb++;
+    urb.request.actualLength = 0;
+    urb.request.errorCount = 0;
+    urb.request.status = 0;
+    return urb.request.type == USBDEVFS_URB_TYPE_CONTROL ? submitControl(client, std::move(urb))
+                                                         : submitStream(client, std::move(urb));
+}
+
+long UsbfsDevice::submitControl(UsbfsClient& client, Urb urb)
+{
+    Bytes data(urb.length());
+    if (data.size() < setupSize) {
+        return -EINVAL;
+    }
+    if (!client.memory.read(urb.buffer(), data)) {
+        return -EFAULT;
+    }
+    const SetupPacket setup = parseSetup(data);
+    if (data.size() < setupSize + setup.length) {
+        return -EINVAL;
+    }
+    if (isBusyFor(client, setup)) {
+        return -EBUSY;
+    }
+    const ByteView out =
+        setup.isDeviceToHost() ? ByteView() : ByteView(data).subspan(setupSize, setup.length);
+    const std::uint64_t id = urb.id;
+    m_submittedBytes += urb.length();
+    urb.request.actualLength = setup.isDeviceToHost() ? 0 : setup.length;
+    client.pending.push_back(std::move(urb));
+
+    ControlReply reply = m_camera.control(setup, out);
+    if (reply.status == ControlStatus::Unanswered) {
+        return 0; // pending until it is discarded
+    }
+    if (reply.delay.count() == 0) {
+        finishControl(client, id, reply);
+        return 0;
+    }
+    const auto delay = reply.delay;
+    runOnWorker(
+        [self = shared_from_this(), handle = client.handle, id, late = std::move(reply)] {
+            if (UsbfsClient* const waiting = self->find(handle)) {
+                self->finishControl(*waiting, id, late);
+            }
+        },
+        delay);
+    return 0;
+}
+
+void UsbfsDevice::finishControl(UsbfsClient& client, std::uint64_t id, const ControlReply& reply)
+{
+    const auto urb = std::find_if(client.pending.begin(), client.pending.end(),
+                                  [&](const Urb& candidate) { return candidate.id == id; });
+    if (urb == client.pending.end()) {
+        return; // discarded meanwhile
+    }
+    int status = urbStatus(reply.status);
+    if (status != 0) {
+        urb->request.actualLength = 0;
+    } else if (!reply.data.empty()) {
+        urb->request.actualLength = static_cast<int>(reply.data.size());
+        status = client.memory.write(urb->buffer() + setupSize, reply.data) ? 0 : -EFAULT;
+    }
+    complete(client, urb, status);
+    updateGate();
+}
+
+/// Requests to an interface need it, or need it to be free.
+bool UsbfsDevice::isBusyFor(const UsbfsClient& client, const SetupPacket& setup)
+{
+    if (setup.recipient() == usb::recipientInterface) {
+        return isClaimedByOther(client, setup.indexLow());
+    }
+    if (setup.recipient() == usb::recipientEndpoint) {
+        return isClaimedByOther(client, topology::streamingInterface);
+    }
+    return false;
+}
+
+long UsbfsDevice::controlTransfer(UsbfsClient& client, std::uintptr_t argument)
+{
+    usbdevfs_ctrltransfer transfer{};
+    if (!client.memory.readObject(argument, transfer)) {
+        return -EFAULT;
+    }
+    const SetupPacket setup{transfer.bRequestType, transfer.bRequest, transfer.wValue,
+                            transfer.wIndex, transfer.wLength};
+    const auto buffer = reinterpret_cast<std::uintptr_t>(transfer.data);
+    Bytes out(setup.isDeviceToHost() ? 0 : setup.length);
+    if (!out.empty() && !client.memory.read(buffer, out)) {
+        return -EFAULT;
+    }
+    if (isBusyFor(client, setup)) {
+        return -EBUSY;
+    }
+    ControlReply reply = m_camera.control(setup, out);
+    const auto timeout = std::chrono::milliseconds(transfer.timeout);
+    const bool isEndless = transfer.timeout == 0;
+    const bool isLate =
+        reply.status == ControlStatus::Unanswered || (!isEndless && reply.delay >= timeout);
+    if (isLate && isEndless) {
+        return UsbfsClient::deferred;
+    }
+    const auto finish = [=](const UsbfsClient& waiting) -> long {
+        if (isLate) {
+            return -ETIMEDOUT;
+        }
+        if (reply.status != ControlStatus::Done) {
+            return urbStatus(reply.status);
+        }
+        if (!reply.data.empty() && !waiting.memory.write(buffer, reply.data)) {
+            return -EFAULT;
+        }
+        return static_cast<long>(setup.isDeviceToHost() ? reply.data.size() : setup.length);
+    };
+    const auto delay = isLate ? timeout : reply.delay;
+    if (delay.count() == 0) {
+        return finish(client);
+    }
+    runOnWorker(
+        [self = shared_from_this(), handle = client.handle, finish] {
+            if (UsbfsClient* const waiting = self->find(handle)) {
+                waiting->answer(self->m_unplugged ? -ENODEV : finish(*waiting));
+            }
+        },
+        delay);
+    return UsbfsClient::deferred;
+}
+
+long UsbfsDevice::submitStream(UsbfsClient& client, Urb urb)
+{
+    const bool isBulk = urb.request.type == USBDEVFS_URB_TYPE_BULK;
+    const bool isIso = urb.request.type == USBDEVFS_URB_TYPE_ISO;
+    if (!isStream(urb) || (!isBulk && !isIso)) {
+        return -ENOENT;
+    }
+    if (endpointCapacity(m_camera.config(), m_camera.alternateSetting()) == 0) {
+        return -ENOENT;
+    }
+    if (isBulk != (m_pipe == StreamPipe::Bulk)) {
+        return -EINVAL;
+    }
+    if (claim(client, topology::streamingInterface) != 0) {
+        return -EBUSY;
+    }
+    if (isIso) {
+        const int count = urb.request.numberOfPackets;
+        if (count < 1 || count > maxIsoPackets) {
+            return -EINVAL;
+        }
+        urb.packets.resize(static_cast<std::size_t>(count));
+        const std::size_t bytes = urb.packets.size() * sizeof urb.packets[0];
+        if (!client.memory.read(urb.address + sizeof urb.request,
+                                {reinterpret_cast<std::uint8_t*>(urb.packets.data()), bytes})) {
+            return -EFAULT;
+        }
+    }
+    m_submittedBytes += urb.length();
+    client.pending.push_back(std::move(urb));
+    pump();
+    return 0;
+}
+
+/// Hands out stream data as long as there is any and a request block to take it.
+void UsbfsDevice::pump()
+{
+    sweep();
+    for (const auto& client : m_clients) {
+        for (auto urb = client->pending.begin(); urb != client->pending.end();) {
+            const auto current = urb++;
+            if (isStream(*current) && !serveStream(*client, current)) {
+                updateGate();
+                return;
+            }
+        }
+    }
+    updateGate();
+}
+
+/// Completes the request block if the endpoint has an answer for it.
+bool UsbfsDevice::serveStream(UsbfsClient& client, std::list<Urb>::iterator urb)
+{
+    if (m_camera.isEndpointHalted()) {
+        complete(client, urb, -EPIPE);
+        return true;
+    }
+    if (const auto fault = m_camera.takeTransferFault()) {
+        complete(client, urb, urbStatus(*fault));
+        return true;
+    }
+    if (m_pipe == StreamPipe::Isochronous) {
+        if (!fillIsochronous(client, *urb)) {
+            return false;
+        }
+        complete(client, urb, 0);
+        return true;
+    }
+    const auto piece = m_camera.nextPiece(urb->length());
+    if (!piece) {
+        return false;
+    }
+    urb->request.actualLength = static_cast<int>(piece->size());
+    const bool isWritten = client.memory.write(urb->buffer(), piece->header(), piece->body());
+    complete(client, urb, isWritten ? 0 : -EFAULT);
+    return true;
+}
+
+/// Fills the packets with payloads; what finds no payload passes empty, in the bus's time.
+bool UsbfsDevice::fillIsochronous(UsbfsClient& client, Urb& urb)
+{
+    std::uintptr_t target = urb.buffer();
+    bool hasData = false;
+    bool isDry = false;
+    for (auto& packet : urb.packets) {
+        packet.actual_length = 0;
+        packet.status = 0;
+        if (!isDry) {
+            const auto piece = m_camera.nextPiece(packet.length);
+            isDry = !piece;
+            if (piece && client.memory.write(target, piece->header(), piece->body())) {
+                packet.actual_length = static_cast<unsigned>(piece->size());
+                hasData = true;
+            }
+        }
+        target += packet.length;
+    }
+    return hasData || isIsochronousSlotOver(urb);
+}
+
+bool UsbfsDevice::isIsochronousSlotOver(const Urb& urb)
+{
+    const auto now = Clock::now();
+    if (now >= m_isoSlot) {
+        const auto packets = static_cast<int>(urb.packets.size());
+        m_isoSlot = std::max(m_isoSlot, now - packets * microframe) + packets * microframe;
+        return true;
+    }
+    if (!m_isoTimer) {
+        m_isoTimer = true;
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(m_isoSlot - now);
+        runOnWorker(
+            [self = shared_from_this()] {
+                self->m_isoTimer = false;
+                self->pump();
+            },
+            wait);
+    }
+    return false;
+}
+
+void UsbfsDevice::complete(UsbfsClient& client, std::list<Urb>::iterator urb, int status)
+{
+    urb->request.status = status;
+    m_submittedBytes -= urb->length();
+    if (isStream(*urb) && status == 0) {
+        m_camera.noteTransfer();
+    }
+    client.completed.push_back(std::move(*urb));
+    client.pending.erase(urb);
+    answerBlockedReap(client);
+}
+
+void UsbfsDevice::answerBlockedReap(UsbfsClient& client)
+{
+    if (client.reapArgument != 0 && (!client.completed.empty() || m_unplugged)) {
+        client.answer(reap(client, std::exchange(client.reapArgument, 0)));
+    }
+}
+
+void UsbfsDevice::endAll(UsbfsClient& client, int status)
+{
+    while (!client.pending.empty()) {
+        complete(client, client.pending.begin(), status);
+    }
+}
+
+void UsbfsDevice::updateGate()
+{
+    m_gate.setReady(std::any_of(m_clients.begin(), m_clients.end(),
+                                [](const auto& client) { return !client->completed.empty(); }));
+}
+
+long UsbfsDevice::discard(UsbfsClient& client, std::uintptr_t address)
+{
+    const auto urb = std::find_if(client.pending.begin(), client.pending.end(),
+                                  [&](const Urb& pending) { return pending.address == address; });
+    if (urb == client.pending.end()) {
+        return m_unplugged ? -ENODEV : -EINVAL;
+    }
+    complete(client, urb, -ENOENT);
+    updateGate();
+    return 0;
+}
+
+/// Hands a finished request block back: its results, then its address.
+long UsbfsDevice::reap(UsbfsClient& client, std::uintptr_t argument)
+{
+    if (client.completed.empty()) {
+        return m_unplugged ? -ENODEV : -EAGAIN;
+    }
+    const Urb urb = std::move(client.completed.front());
+    client.completed.pop_front();
+    updateGate();
+    const auto bytesOf = [](const auto* data, std::size_t count) {
+        return std::span(reinterpret_cast<const std::uint8_t*>(data), count * sizeof *data);
+    };
+    const bool isWritten = client.memory.write(urb.address, bytesOf(&urb.request, 1),
+                                               bytesOf(urb.packets.data(), urb.packets.size())) &&
+                           client.memory.writeObject(argument, urb.address);
+    return isWritten ? 0 : -EFAULT;
+}
+
+} // namespace zrnsim
