@@ -10,7 +10,7 @@ enum class FrameLayout {
     BothEnds,           ///< rows filled from both ends towards the middle
     BothEndsMirrored,   ///< as BothEnds, with the right half of each row mirrored
     Strips,             ///< four strips at fixed distances, read out in turn
-    InterleavedShifted, ///< as Interleaved, rows to be realigned afterwards
+    InterleavedShifted, ///< as Interleaved, with rows to be realigned (row_alignment.h)
 };
 
 /// The layout that a sensor type stands for. Any number is a valid sensor type.

@@ -132,10 +132,6 @@ bool CZRNCamera::splitFrame(QList<ImageBlock*>& images, const unsigned char* fra
     unsigned char* imageA = pixelsOf(*blockA);
     unsigned char* imageB = pixelsOf(*blockB);
     unpackFrame(layout, frame, geometry.width, geometry.height, imageA, imageB);
-    if (layout == FrameLayout::InterleavedShifted) {
-        formatImage(imageA, geometry.width, geometry.height, 0);
-        formatImage(imageB, geometry.width, geometry.height, 0);
-    }
 
     images.reserve(images.size() + 2);
     if (sensorType != markingSensorType || !isMarker(imageA)) {

@@ -11,6 +11,16 @@ macro(zrn_need variable package)
     endif()
 endmacro()
 
+# zrn_note(<variable> <debian package> <description>): a summary line for something that joins in when the
+# variable is true and that its folder does without otherwise.
+macro(zrn_note variable package description)
+    if(${variable})
+        list(APPEND ZRN_COMPONENT_LINES "  on   ${description}")
+    else()
+        list(APPEND ZRN_COMPONENT_LINES "  off  ${description} (needs: ${package})")
+    endif()
+endmacro()
+
 # zrn_component(<folder> <description>): reads <folder>/requirements.cmake, then adds the folder.
 macro(zrn_component folder description)
     set(zrn_missing "")

@@ -134,4 +134,53 @@ TEST(RowAlignment, MovesRightAndKeepsTheUncoveredStart)
     EXPECT_EQ(Image(image.begin() + 16, image.end()), (Image{0, 0, 1, 2, 3, 4, 5, 6}));
 }
 
+/// A packed frame whose two images begin with these headers.
+Image packedFrame(const Header& headerA, const Header& headerB, int width, int height)
+{
+    const Image a = imageWith(headerA, width, height);
+    const Image b = imageWith(headerB, width, height);
+    Image frame(2 * a.size());
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        frame[2 * i] = a[i];
+        frame[2 * i + 1] = static_cast<unsigned char>(i < 8 ? b[i] : b[i] ^ 0x55);
+    }
+    return frame;
+}
+
+void expectUnpacksRealigned(const Header& headerA, const Header& headerB, int width, int height)
+{
+    SCOPED_TRACE(::testing::Message() << width << "x" << height);
+    const Image frame = packedFrame(headerA, headerB, width, height);
+    Image a(frame.size() / 2);
+    Image b(frame.size() / 2);
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        a[i] = frame[2 * i];
+        b[i] = frame[2 * i + 1];
+    }
+    realignLikeModel(a, width, height);
+    realignLikeModel(b, width, height);
+
+    GuardedBytes imageA(a.size(), 1);
+    GuardedBytes imageB(b.size());
+    unpackFrame(layoutOf(0), frame.data(), width, height, imageA.data(), imageB.data());
+
+    EXPECT_TRUE(sameBytes(a, imageA.bytes())) << "image A";
+    EXPECT_TRUE(sameBytes(b, imageB.bytes())) << "image B";
+    EXPECT_TRUE(imageA.guardsIntact());
+    EXPECT_TRUE(imageB.guardsIntact());
+}
+
+TEST(RowAlignment, MovesEachImageOfAFrameByItsOwnHeader)
+{
+    const std::vector<Header> headers = everyHeader();
+    for (std::size_t i = 0; i < headers.size(); ++i) {
+        const Header& other = headers[(7 * i + 3) % headers.size()];
+        for (int width = 1; width <= 80; width += width < 20 ? 1 : 9) {
+            expectUnpacksRealigned(headers[i], other, width, 7);
+        }
+        expectUnpacksRealigned(headers[i], other, 641, 5);
+        expectUnpacksRealigned(headers[i], headers[i], 1280, 6);
+    }
+}
+
 } // namespace

@@ -1,5 +1,6 @@
 #include "frame_unpacking.h"
 #include "guarded_bytes.h"
+#include "row_alignment_model.h"
 
 #include <gtest/gtest.h>
 
@@ -49,6 +50,11 @@ public:
         case 11:
         case 15:
             reversedGroups();
+            break;
+        case 0:
+            alternating();
+            realignLikeModel(a, geometry.width, geometry.height);
+            realignLikeModel(b, geometry.width, geometry.height);
             break;
         case 5:
             single();

@@ -1,0 +1,205 @@
+// The kernels on Highway: this file is compiled once for each instruction set, by including itself.
+//
+// A kernel loads as many vectors as there are streams and sorts each 16-byte block by stream with
+// one table look-up. What is left is to transpose a square of equal pieces: one row for each
+// vector, one column for each stream.
+
+#include "group_order.h"
+#include "group_split.h"
+
+// Where there is no vector unit that Highway knows, the plain loop beats emulated vectors.
+#define HWY_BROKEN_EMU128 1
+// Their vectors have no size at compile time and fit no array; ARM has NEON as well.
+#define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
+
+#include <algorithm>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "kernels/group_split_highway.cpp"
+#include <hwy/foreach_target.h> // before highway.h
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace kernels::HWY_NAMESPACE
+{
+
+#if HWY_TARGET == HWY_SCALAR
+
+template <const GroupOrder& order, std::size_t streamCount,
+          const Directions<streamCount>& directions>
+void split(ConstBytes source, std::size_t groups, const std::array<Bytes, streamCount>& streams)
+{
+    splitPlainly<order, streamCount, directions>(source, 0, groups, streams);
+}
+
+#else
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+// Longer vectors would gain nothing on data that comes from memory, but ask for longer rows.
+constexpr std::size_t blockSize = 16;
+constexpr std::size_t vectorSize = HWY_ARCH_X86 && HWY_MAX_BYTES >= 32 ? 32 : 16;
+using Tag = hn::CappedTag<std::uint8_t, vectorSize>;
+using Vector = hn::VFromD<Tag>;
+
+/// Loads a vector whose second block, where it has one, lies @p stride bytes behind the first.
+HWY_INLINE Vector loadBlocks(const std::uint8_t* source, [[maybe_unused]] std::size_t stride)
+{
+    const Tag tag;
+#if HWY_ARCH_X86 && HWY_MAX_BYTES >= 32
+    const hn::Half<Tag> block;
+    return hn::Combine(tag, hn::LoadU(block, source + stride), hn::LoadU(block, source));
+#else
+    return hn::LoadU(tag, source);
+#endif
+}
+
+/// The pieces of a 16-byte block, one for each of its streams.
+template <std::size_t count>
+using Pieces = hn::Repartition<hwy::UnsignedFromSize<blockSize / count>, Tag>;
+
+/// Transposes, within each block, a square of pieces.
+template <std::size_t count>
+HWY_INLINE void transpose(std::array<Vector, count>& rows)
+{
+    const Tag tag;
+    const Pieces<count> pieces;
+    // Each round moves the highest bit of the row number to the lowest place of the column number.
+    for (std::size_t round = 1; round < count; round *= 2) {
+        std::array<Vector, count> next;
+        for (std::size_t i = 0; i < count / 2; ++i) {
+            const auto upper = hn::BitCast(pieces, rows[i]);
+            const auto lower = hn::BitCast(pieces, rows[i + count / 2]);
+            next[2 * i] = hn::BitCast(tag, hn::InterleaveLower(pieces, upper, lower));
+            next[2 * i + 1] = hn::BitCast(tag, hn::InterleaveUpper(pieces, upper, lower));
+        }
+        rows = next;
+    }
+}
+
+/// The order with the piece of each downward stream reversed in itself.
+template <std::size_t streamCount>
+constexpr GroupOrder withReversedPieces(GroupOrder order, const Directions<streamCount>& directions)
+{
+    constexpr std::size_t pieceSize = blockSize / streamCount;
+    for (std::size_t i = 0; i < streamCount; ++i) {
+        if (directions[i] == Direction::Down) {
+            const auto piece = order.begin() + i * pieceSize;
+            std::reverse(piece, piece + pieceSize);
+        }
+    }
+    return order;
+}
+
+/// Deals as many groups as one vector for each stream holds.
+template <const GroupOrder& order, std::size_t streamCount,
+          const Directions<streamCount>& directions>
+HWY_INLINE void splitVectors(const std::uint8_t* source, std::size_t position,
+                             const std::array<std::uint8_t*, streamCount>& streams)
+{
+    static constexpr GroupOrder vectorOrder = withReversedPieces(order, directions);
+    const Tag tag;
+    const Pieces<streamCount> pieces;
+    const Vector table = hn::LoadDup128(tag, vectorOrder.data());
+    std::array<Vector, streamCount> vectors;
+    for (std::size_t i = 0; i < streamCount; ++i) {
+        vectors[i] = hn::TableLookupBytes(
+            loadBlocks(source + i * blockSize, streamCount * blockSize), table);
+    }
+    transpose(vectors);
+    for (std::size_t i = 0; i < streamCount; ++i) {
+        if (directions[i] == Direction::Up) {
+            hn::StoreU(vectors[i], tag, streams[i] + position);
+        } else {
+            const auto reversed = hn::Reverse(pieces, hn::BitCast(pieces, vectors[i]));
+            hn::StoreU(hn::BitCast(tag, reversed), tag, streams[i] - position - (vectorSize - 1));
+        }
+    }
+}
+
+template <const GroupOrder& order, std::size_t streamCount,
+          const Directions<streamCount>& directions>
+void split(ConstBytes source, std::size_t groups, const std::array<Bytes, streamCount>& streams)
+{
+    constexpr std::size_t step = streamCount * vectorSize / groupSize;
+    constexpr std::size_t share = groupSize / streamCount;
+    if (groups < step) {
+        splitPlainly<order, streamCount, directions>(source, 0, groups, streams);
+        return;
+    }
+    for (std::size_t group = 0; group + step <= groups; group += step) {
+        splitVectors<order, streamCount, directions>(source + groupSize * group, share * group,
+                                                     streams);
+    }
+    // The last vectors end with the last group and deal some groups a second time.
+    const std::size_t last = groups - step;
+    splitVectors<order, streamCount, directions>(source + groupSize * last, share * last, streams);
+}
+
+#endif
+
+void splitAlternating(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+{
+    split<alternatingOrder, 2, twoUp>(source, groups, streams);
+}
+
+void splitReversedQuads(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+{
+    split<reversedQuadsOrder, 2, twoUp>(source, groups, streams);
+}
+
+void splitSides(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+{
+    split<sidesOrder, 4, fourUp>(source, groups, streams);
+}
+
+void splitBothEnds(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+{
+    split<sidesOrder, 4, towardsEachOther>(source, groups, streams);
+}
+
+void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 8>& streams)
+{
+    split<stripsOrder, 8, eightUp>(source, groups, streams);
+}
+
+} // namespace kernels::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace kernels
+{
+
+HWY_EXPORT(splitAlternating);
+HWY_EXPORT(splitReversedQuads);
+HWY_EXPORT(splitSides);
+HWY_EXPORT(splitBothEnds);
+HWY_EXPORT(splitStrips);
+
+void splitAlternating(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+{
+    HWY_DYNAMIC_DISPATCH(splitAlternating)(source, groups, streams);
+}
+
+void splitReversedQuads(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+{
+    HWY_DYNAMIC_DISPATCH(splitReversedQuads)(source, groups, streams);
+}
+
+void splitSides(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+{
+    HWY_DYNAMIC_DISPATCH(splitSides)(source, groups, streams);
+}
+
+void splitBothEnds(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+{
+    HWY_DYNAMIC_DISPATCH(splitBothEnds)(source, groups, streams);
+}
+
+void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 8>& streams)
+{
+    HWY_DYNAMIC_DISPATCH(splitStrips)(source, groups, streams);
+}
+
+} // namespace kernels
+#endif
