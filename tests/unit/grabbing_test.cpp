@@ -1,0 +1,337 @@
+// Taking cached frames: which slot, how long to wait, and what every refusal leaves behind.
+
+#include "driver_test.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+using CameraSpace::ImageBlock;
+using fakeuvc::Camera;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+constexpr int width = 8;
+constexpr int height = 4;
+constexpr int pixels = width * height;
+
+/// Blocks that are deleted with their list.
+class Images : public QList<ImageBlock*>
+{
+public:
+    Images() = default;
+    ~Images() { qDeleteAll(*this); }
+    Images(const Images&) = delete;
+    Images& operator=(const Images&) = delete;
+};
+
+class Grabbing : public DriverTest
+{
+protected:
+    Grabbing()
+        : m_device(connect(-1, width, height))
+    {
+        camera.m_sensorType = -1;
+        camera.m_cacheFrameCount = 8;
+    }
+
+    void start()
+    {
+        ASSERT_EQ(code(camera.startStream(0)), 0U);
+        clearLogs();
+        CameraProbe::m_category.setEnabled(QtDebugMsg, false);
+    }
+    void TearDown() override
+    {
+        CameraProbe::m_category.setEnabled(QtDebugMsg, true);
+        DriverTest::TearDown();
+    }
+    /// Sends a frame whose bytes all have one value.
+    void deliver(unsigned char value)
+    {
+        std::vector<unsigned char> data(2 * pixels, value);
+        ASSERT_TRUE(bus.deliver(m_device, width, height, data));
+    }
+    static unsigned char firstPixel(const Images& images)
+    {
+        return static_cast<unsigned char>(images.front()->data.at(0));
+    }
+    void expectSlotsFree()
+    {
+        for (QMutex* lock : camera.m_bufferLocks) {
+            EXPECT_TRUE(lock->tryLock());
+            lock->unlock();
+        }
+        EXPECT_TRUE(camera.m_frameMutex.tryLock());
+        camera.m_frameMutex.unlock();
+    }
+
+    Camera& m_device;
+};
+
+} // namespace
+
+TEST_F(Grabbing, NeedsAStream)
+{
+    camera.m_grabTimeout = 60000;
+    camera.m_frameIndexQueue.append(0);
+    Images images;
+    EXPECT_EQ(code(camera.grabImage(images)), 1033U);
+    EXPECT_THAT(images, IsEmpty());
+    EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(0));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(Grabbing, WaitsOnceForAFrame)
+{
+    start();
+    camera.m_grabTimeout = 30;
+    Images images;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(code(camera.grabImage(images)), 1034U);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(29));
+    EXPECT_THAT(images, IsEmpty());
+    EXPECT_THAT(log.lines(), ElementsAre(criticalLine("try lock grab event failed")));
+    expectSlotsFree();
+}
+
+TEST_F(Grabbing, AWaitOfZeroOnlyLooks)
+{
+    start();
+    camera.m_grabTimeout = 0;
+    Images images;
+    EXPECT_EQ(code(camera.grabImage(images)), 1034U);
+    deliver(1);
+    EXPECT_EQ(code(camera.grabImage(images)), 0U);
+}
+
+TEST_F(Grabbing, AFrameEndsTheWait)
+{
+    start();
+    camera.m_grabTimeout = -1; // 4294967295 ms
+    Images images;
+    std::thread sender([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        deliver(9);
+    });
+    EXPECT_EQ(code(camera.grabImage(images)), 0U);
+    sender.join();
+    ASSERT_EQ(images.size(), 2);
+    EXPECT_EQ(firstPixel(images), 9);
+}
+
+TEST_F(Grabbing, StoppingEndsEveryWaitAtOnce)
+{
+    for (const int timeout : {-1, 0x7fffffff, 60000}) {
+        start();
+        camera.m_grabTimeout = timeout;
+        std::vector<unsigned> results(3, 0);
+        std::vector<std::thread> grabbers;
+        for (unsigned& result : results) {
+            grabbers.emplace_back([this, &result] {
+                Images images;
+                result = code(camera.grabImage(images));
+            });
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(code(camera.stopStream(0)), 0U);
+        for (std::thread& grabber : grabbers) {
+            grabber.join();
+        }
+        // One that came only after the stop finds no stream.
+        EXPECT_THAT(results, testing::Each(testing::AnyOf(1034U, 1033U)));
+        CameraProbe::m_category.setEnabled(QtDebugMsg, true);
+    }
+}
+
+TEST_F(Grabbing, DisconnectingEndsTheWaitToo)
+{
+    start();
+    camera.m_grabTimeout = -1;
+    std::atomic<unsigned> result = 0;
+    std::thread grabber([this, &result] {
+        Images images;
+        result = code(camera.grabImage(images));
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(code(camera.disconnectDevice()), 0U);
+    grabber.join();
+    EXPECT_THAT(result.load(), testing::AnyOf(1034U, 1033U));
+}
+
+TEST_F(Grabbing, TriggeredGrabsTakeTheOldestFrame)
+{
+    start();
+    for (unsigned char i = 0; i < 6; ++i) {
+        deliver(i);
+    }
+    camera.m_frameIndexQueue = {};
+    camera.m_frameIndexQueue.append({3, 4, 5});
+    for (const unsigned mode : {2U, 1U, 0xffffffffU}) {
+        camera.m_triggerMode = static_cast<CameraSpace::TriggerMode>(mode);
+        const int oldest = camera.m_frameIndexQueue.head();
+        Images images;
+        EXPECT_EQ(code(camera.grabImage(images)), 0U);
+        EXPECT_EQ(firstPixel(images), oldest);
+    }
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+}
+
+TEST_F(Grabbing, LiveGrabsTakeTheNewestFrameAndDropTheOthers)
+{
+    start();
+    for (unsigned char i = 0; i < 6; ++i) {
+        deliver(i);
+    }
+    camera.m_frameIndexQueue = {};
+    camera.m_frameIndexQueue.append({3, 4, 5});
+    camera.m_triggerMode = CameraSpace::TriggerMode::Newest;
+    Images images;
+    EXPECT_EQ(code(camera.grabImage(images)), 0U);
+    EXPECT_EQ(firstPixel(images), 5);
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+    expectSlotsFree();
+}
+
+TEST_F(Grabbing, AppendsToTheHostsList)
+{
+    start();
+    deliver(1);
+    deliver(2);
+    Images images;
+    EXPECT_EQ(code(camera.grabImage(images)), 0U);
+    EXPECT_EQ(code(camera.grabImage(images)), 0U);
+    ASSERT_EQ(images.size(), 4);
+    EXPECT_EQ(images[0]->data.at(0), 1);
+    EXPECT_EQ(images[2]->data.at(0), 2);
+}
+
+TEST_F(Grabbing, ASlotKeepsItsFrameAfterAGrab)
+{
+    start();
+    deliver(7);
+    Images images;
+    EXPECT_EQ(code(camera.grabImage(images)), 0U);
+    EXPECT_EQ(camera.m_frameBuffers[0][0], 7);
+    EXPECT_EQ(camera.m_writeIndex, 1);
+}
+
+TEST_F(Grabbing, WaitsForTheSlotsLock)
+{
+    start();
+    deliver(7);
+    camera.m_bufferLocks[0]->lock();
+    std::atomic<bool> done = false;
+    std::thread grabber([this, &done] {
+        Images images;
+        EXPECT_EQ(code(camera.grabImage(images)), 0U);
+        done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(done);
+    // The queue is free meanwhile, so frames keep arriving.
+    deliver(8);
+    EXPECT_EQ(camera.m_frameBuffers[1][0], 8);
+    camera.m_bufferLocks[0]->unlock();
+    grabber.join();
+    EXPECT_TRUE(done);
+}
+
+TEST_F(Grabbing, AFrameThatCannotBeSplitIsLost)
+{
+    start();
+    deliver(7);
+    CameraNode* node = camera.m_currentNode;
+    camera.m_currentNode = nullptr;
+    Images images;
+    EXPECT_EQ(code(camera.grabImage(images)), 1035U);
+    camera.m_currentNode = node;
+    EXPECT_THAT(images, IsEmpty());
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+    expectSlotsFree();
+}
+
+TEST_F(Grabbing, ASlotWithoutABufferCannotBeSplit)
+{
+    start();
+    camera.m_frameIndexQueue.append(0);
+    unsigned char* const buffer = camera.m_frameBuffers[0];
+    camera.m_frameBuffers[0] = nullptr;
+    Images images;
+    EXPECT_EQ(code(camera.grabImage(images)), 1035U);
+    camera.m_frameBuffers[0] = buffer;
+    for (const int index : {-1, 8, 1000}) {
+        camera.m_frameIndexQueue.append(index);
+        EXPECT_EQ(code(camera.grabImage(images)), 1035U);
+    }
+    EXPECT_THAT(images, IsEmpty());
+    expectSlotsFree();
+}
+
+TEST_F(Grabbing, ASlotThatIsTooSmallCannotBeSplit)
+{
+    start();
+    deliver(7);
+    Images images;
+    // A queued frame from before the camera was connected with larger ones.
+    camera.m_imageWidth = width + 1;
+    EXPECT_EQ(code(camera.grabImage(images)), 1035U);
+    camera.m_imageWidth = width;
+
+    // One byte for each position, while the sensor type reads two.
+    camera.m_pixelFormat = CameraSpace::PixelFormatType::Mono8;
+    std::vector<unsigned char> data(pixels, 1);
+    ASSERT_TRUE(bus.deliver(m_device, width, height, data));
+    EXPECT_EQ(code(camera.grabImage(images)), 0U); // the slot was made for two
+    qDeleteAll(images);
+    images.clear();
+    camera.disconnectDevice();
+    bus.unplugAll();
+    CameraProbe small;
+    Camera& device = connect(small, 5, width, height);
+    small.m_pixelFormat = CameraSpace::PixelFormatType::Mono8;
+    small.m_sensorType = 2;
+    small.m_cacheFrameCount = 1;
+    ASSERT_EQ(code(small.startStream(0)), 0U);
+    ASSERT_TRUE(bus.deliver(device, width, height, data));
+    EXPECT_EQ(code(small.grabImage(images)), 1035U);
+    EXPECT_THAT(images, IsEmpty());
+    small.m_sensorType = 5;
+    ASSERT_TRUE(bus.deliver(device, width, height, data));
+    EXPECT_EQ(code(small.grabImage(images)), 0U);
+    EXPECT_EQ(images.size(), 1);
+}
+
+TEST_F(Grabbing, SendingAndGrabbingAtOnceDeliversWholeFrames)
+{
+    start();
+    camera.m_grabTimeout = 1000;
+    constexpr int sent = 2000;
+    std::thread sender([this] {
+        for (int i = 0; i < sent; ++i) {
+            deliver(static_cast<unsigned char>(i));
+        }
+    });
+    int grabbed = 0;
+    for (int i = 0; i < 200; ++i) {
+        Images images;
+        if (camera.grabImage(images) != ErrorCode::Success) {
+            break;
+        }
+        ++grabbed;
+        ASSERT_EQ(images.size(), 2);
+        const char value = images[0]->data.at(0);
+        EXPECT_EQ(images[0]->data.left(pixels), QByteArray(pixels, value));
+        EXPECT_EQ(images[1]->data.left(pixels), QByteArray(pixels, value));
+        // Grabbing after the last frame was sent would wait in vain.
+        const QMutexLocker queue(&camera.m_frameMutex);
+        if (camera.m_frameIndexQueue.isEmpty() && i > 100) {
+            break;
+        }
+    }
+    sender.join();
+    EXPECT_GT(grabbed, 0);
+}
