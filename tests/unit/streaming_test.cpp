@@ -1,0 +1,457 @@
+// Starting and stopping the stream, the ring's growth, and discarding frames.
+
+#include "driver_test.h"
+
+#include <chrono>
+#include <limits>
+#include <thread>
+
+using fakeuvc::Camera;
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace
+{
+
+constexpr int width = 8;
+constexpr int height = 4;
+
+class Streaming : public DriverTest
+{
+protected:
+    Camera& connectSmall() { return connect(2, width, height); }
+
+    /// One frame through the stream that runs on the camera.
+    void deliver(const Camera& device, unsigned char value = 1)
+    {
+        std::vector<unsigned char> data(2 * width * height, value);
+        EXPECT_TRUE(bus.deliver(device, width, height, data));
+    }
+};
+
+const std::vector<std::string> startCalls = {
+    "uvc_get_stream_ctrl_format_size handle1 format 1 8x4 rate 0",
+    "uvc_start_streaming handle1 flags 0"};
+
+} // namespace
+
+TEST_F(Streaming, StartingAllocatesTheRingAndStartsTheStream)
+{
+    Camera& device = connectSmall();
+    camera.m_receivedFrameCount = 5;
+    camera.m_writeIndex = 6;
+    camera.m_fpsFrameCount = 7;
+    camera.m_frameRate = 8.0;
+    camera.m_frameIndexQueue.append(3);
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+
+    EXPECT_EQ(bus.callTexts(), startCalls);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    const auto stream = bus.stream(device);
+    ASSERT_TRUE(stream);
+    EXPECT_EQ(stream->callback, &CZRNCamera::frameTriggered);
+    EXPECT_EQ(stream->userPointer, static_cast<CZRNCamera*>(&camera));
+    EXPECT_EQ(stream->control, camera.m_streamCtrl);
+    EXPECT_TRUE(camera.m_isStreaming);
+    EXPECT_EQ(camera.m_frameBuffers.size(), 16);
+    EXPECT_EQ(camera.m_bufferLocks.size(), 16);
+    EXPECT_EQ(camera.m_receivedFrameCount, 0);
+    EXPECT_EQ(camera.m_writeIndex, 0);
+    EXPECT_EQ(camera.m_fpsFrameCount, 0);
+    EXPECT_EQ(camera.m_frameRate, 0.0);
+    EXPECT_TRUE(camera.m_fpsTimer.isValid());
+    EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(3));
+}
+
+TEST_F(Streaming, StartingTwiceChangesNothing)
+{
+    connectSmall();
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    camera.m_cacheFrameCount = 20;
+    camera.m_writeIndex = 3;
+    clearLogs();
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_THAT(log.lines(), ElementsAre(infoLine(" the image stream is started")));
+    EXPECT_THAT(bus.callTexts(), IsEmpty());
+    EXPECT_EQ(camera.m_frameBuffers.size(), 16);
+    EXPECT_EQ(camera.m_writeIndex, 3);
+}
+
+TEST_F(Streaming, WithoutACameraNothingStartsOrStops)
+{
+    EXPECT_EQ(code(camera.startStream(0)), 512U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_EQ(camera.m_frameBuffers.size(), 0);
+    EXPECT_EQ(camera.m_streamCtrl, nullptr);
+
+    EXPECT_EQ(code(camera.stopStream(0)), 1033U);
+    EXPECT_THAT(log.lines(), ElementsAre(debugLine("start CZRNCamera::stopStream function")));
+    camera.m_isStreaming = true;
+    EXPECT_EQ(code(camera.stopStream(0)), 512U);
+}
+
+TEST_F(Streaming, ARefusedNegotiationIsAFailedStart)
+{
+    connectSmall();
+    bus.fail({"uvc_get_stream_ctrl_format_size", UVC_ERROR_INVALID_MODE});
+    camera.m_writeIndex = 3;
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_THAT(bus.callTexts(), ElementsAre(startCalls[0]));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(criticalLine(" uvc_get_stream_ctrl_format_size faild ret: -51")));
+    EXPECT_FALSE(camera.m_isStreaming);
+    EXPECT_EQ(camera.m_writeIndex, 0);
+    EXPECT_NE(camera.m_streamCtrl, nullptr);
+    EXPECT_EQ(code(camera.stopStream(0)), 1033U);
+}
+
+TEST_F(Streaming, ARefusedStartCanBeRepeated)
+{
+    connectSmall();
+    bus.fail({"uvc_start_streaming", UVC_ERROR_BUSY, 1});
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_EQ(bus.callTexts(), startCalls);
+    EXPECT_THAT(log.lines(), ElementsAre(criticalLine(" uvc_start_streaming faild ret: -6")));
+    EXPECT_FALSE(camera.m_isStreaming);
+
+    const uvc_stream_ctrl_t* record = camera.m_streamCtrl;
+    const QList<unsigned char*> buffers = camera.m_frameBuffers;
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_EQ(camera.m_streamCtrl, record);
+    EXPECT_EQ(camera.m_frameBuffers, buffers);
+}
+
+TEST_F(Streaming, StoppingClearsTheRateAndKeepsTheFrames)
+{
+    Camera& device = connectSmall();
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    deliver(device);
+    deliver(device);
+    camera.m_frameRate = 5.0;
+    clearLogs();
+
+    EXPECT_EQ(code(camera.stopStream(0)), 0U);
+    EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_stop_streaming handle1"));
+    EXPECT_THAT(log.lines(), ElementsAre(debugLine("start CZRNCamera::stopStream function"),
+                                         debugLine("end CZRNCamera::stopStream function success")));
+    EXPECT_FALSE(camera.m_isStreaming);
+    EXPECT_EQ(camera.m_fpsFrameCount, 0);
+    EXPECT_EQ(camera.m_frameRate, 0.0);
+    EXPECT_EQ(camera.m_frameBuffers.size(), 16);
+    EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(0, 1));
+
+    EXPECT_EQ(code(camera.stopStream(0)), 1033U);
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(0, 1));
+}
+
+TEST_F(Streaming, StartAndStopManyTimes)
+{
+    Camera& device = connectSmall();
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    const QList<unsigned char*> buffers = camera.m_frameBuffers;
+    for (int i = 0; i < 50; ++i) {
+        deliver(device);
+        EXPECT_EQ(code(camera.stopStream(0)), 0U);
+        EXPECT_EQ(code(camera.startStream(0)), 0U);
+    }
+    EXPECT_EQ(camera.m_frameBuffers, buffers);
+}
+
+TEST_F(Streaming, TheRingGrowsAndNeverShrinks)
+{
+    connectSmall();
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    camera.stopStream(0);
+    const QList<unsigned char*> buffers = camera.m_frameBuffers;
+    const QList<QMutex*> locks = camera.m_bufferLocks;
+
+    camera.m_cacheFrameCount = 20;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    camera.stopStream(0);
+    ASSERT_EQ(camera.m_frameBuffers.size(), 20);
+    ASSERT_EQ(camera.m_bufferLocks.size(), 20);
+    EXPECT_EQ(camera.m_frameBuffers.mid(0, 16), buffers);
+    EXPECT_EQ(camera.m_bufferLocks.mid(0, 16), locks);
+
+    camera.m_cacheFrameCount = 8;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_EQ(camera.m_frameBuffers.size(), 20);
+    EXPECT_EQ(camera.m_bufferLocks.size(), 20);
+}
+
+TEST_F(Streaming, AReducedCountUsesTheFirstSlotsOnly)
+{
+    Camera& device = connectSmall();
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    camera.stopStream(0);
+    camera.m_cacheFrameCount = 3;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    for (int i = 0; i < 7; ++i) {
+        deliver(device);
+        EXPECT_EQ(camera.m_writeIndex, (i + 1) % 3);
+    }
+    EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(1, 2, 0));
+}
+
+TEST_F(Streaming, StartingWaitsForAGrabThatReadsASlot)
+{
+    connectSmall();
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    camera.stopStream(0);
+    clearLogs();
+
+    QMutex* slotLock = camera.m_bufferLocks.at(5);
+    slotLock->lock();
+    std::atomic<bool> started = false;
+    std::thread starter([this, &started] {
+        EXPECT_EQ(code(camera.startStream(0)), 0U);
+        started = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(started);
+    EXPECT_THAT(bus.callTexts(), IsEmpty());
+    slotLock->unlock();
+    starter.join();
+    EXPECT_TRUE(started);
+    for (QMutex* lock : camera.m_bufferLocks) {
+        EXPECT_TRUE(lock->tryLock());
+        lock->unlock();
+    }
+}
+
+TEST_F(Streaming, NoLockIsHeldWhileLibuvcIsCalled)
+{
+    connectSmall();
+    bus.setHook([this](const fakeuvc::Call& call) {
+        const bool writable = camera.m_nodeLock.tryLockForWrite();
+        EXPECT_TRUE(writable) << call.text;
+        if (writable) {
+            camera.m_nodeLock.unlock();
+        }
+        const bool queueFree = camera.m_frameMutex.tryLock();
+        EXPECT_TRUE(queueFree) << call.text;
+        if (queueFree) {
+            camera.m_frameMutex.unlock();
+        }
+        for (QMutex* lock : camera.m_bufferLocks) {
+            EXPECT_TRUE(lock->tryLock()) << call.text;
+            lock->unlock();
+        }
+    });
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_EQ(code(camera.stopStream(0)), 0U);
+    EXPECT_THAT(bus.calls(), SizeIs(3));
+}
+
+// Discarding
+
+TEST_F(Streaming, DiscardingOnASilentCameraWaitsOnce)
+{
+    connectSmall();
+    camera.m_grabTimeout = 30;
+    camera.m_frameIndexQueue.append({1, 2, 3});
+    camera.m_writeIndex = 4;
+    camera.m_receivedFrameCount = 5;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(code(camera.discardFrames(0)), 0U);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(29));
+    EXPECT_THAT(log.lines(), ElementsAre(LogLine{QtDebugMsg, "default", " flag: false"}));
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+    EXPECT_EQ(camera.m_writeIndex, 0);
+    EXPECT_EQ(camera.m_receivedFrameCount, 0);
+    EXPECT_THAT(bus.callTexts(), IsEmpty());
+}
+
+TEST_F(Streaming, DiscardingWorksWithoutACamera)
+{
+    camera.m_grabTimeout = 1;
+    EXPECT_EQ(code(camera.discardFrames(0)), 0U);
+    EXPECT_THAT(log.lines(), SizeIs(1));
+}
+
+TEST_F(Streaming, DiscardingWaitsForSixteenFramesAtMost)
+{
+    Camera& device = connectSmall();
+    camera.m_grabTimeout = 60000;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    clearLogs();
+    CameraProbe::m_category.setEnabled(QtDebugMsg, false);
+    std::atomic<bool> done = false;
+    std::thread discarder([this, &done] {
+        camera.discardFrames(0);
+        done = true;
+    });
+    while (!done) {
+        deliver(device);
+        std::this_thread::yield();
+    }
+    discarder.join();
+    CameraProbe::m_category.setEnabled(QtDebugMsg, true);
+    EXPECT_THAT(log.lines(),
+                AllOf(SizeIs(16), Each(LogLine{QtDebugMsg, "default", " flag: true"})));
+}
+
+// The cache size
+
+TEST_F(Streaming, TheCacheSizeIsReadAndWrittenWhileStopped)
+{
+    class CountingCamera : public CameraProbe
+    {
+    public:
+        ErrorCode discardFrames(signed char selector) override
+        {
+            selectors.push_back(selector);
+            return ErrorCode::Success;
+        }
+        std::vector<int> selectors;
+    };
+    CountingCamera counting;
+    int count = 5;
+    EXPECT_FALSE(counting.cacheFrameCountIO(true, count));
+    EXPECT_FALSE(counting.cacheFrameCountIO(false, count));
+    connect(counting, 2, width, height);
+
+    EXPECT_TRUE(counting.cacheFrameCountIO(true, count));
+    EXPECT_EQ(count, 16);
+    EXPECT_TRUE(counting.cacheFrameCountIO(false, count));
+    EXPECT_THAT(counting.selectors, IsEmpty());
+    count = 20;
+    EXPECT_TRUE(counting.cacheFrameCountIO(false, count));
+    EXPECT_THAT(counting.selectors, ElementsAre(0));
+    EXPECT_EQ(counting.m_cacheFrameCount, 20);
+    EXPECT_EQ(counting.m_frameBuffers.size(), 0);
+
+    for (int refused : {0, -1, std::numeric_limits<int>::min()}) {
+        EXPECT_FALSE(counting.cacheFrameCountIO(true, refused));
+        EXPECT_FALSE(counting.cacheFrameCountIO(false, refused));
+    }
+    EXPECT_EQ(counting.m_cacheFrameCount, 20);
+
+    ASSERT_EQ(code(counting.startStream(0)), 0U);
+    EXPECT_EQ(counting.m_frameBuffers.size(), 20);
+    count = 1;
+    EXPECT_FALSE(counting.cacheFrameCountIO(true, count));
+    EXPECT_FALSE(counting.cacheFrameCountIO(false, count));
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(counting.m_cacheFrameCount, 20);
+}
+
+// Frames that do not fit
+
+TEST_F(Streaming, AReconnectedObjectKeepsItsRingAndSaysSo)
+{
+    connect(camera, 2, width, height);
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    ASSERT_EQ(code(camera.disconnectDevice()), 0U);
+    const QList<unsigned char*> buffers = camera.m_frameBuffers;
+    bus.unplugAll();
+
+    Camera& larger = connect(camera, 2, 2 * width, height);
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_EQ(camera.m_frameBuffers, buffers);
+    // 64 bytes were enough for each frame, now it takes 128.
+    EXPECT_THAT(log.lines(), SizeIs(1));
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+    EXPECT_THAT(log.lines().front().text, AllOf(HasSubstr(" 128"), HasSubstr(" 64")));
+
+    clearLogs();
+    std::vector<unsigned char> data(static_cast<std::size_t>(4 * width * height), 1);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(bus.deliver(larger, 2 * width, height, data));
+    }
+    EXPECT_THAT(log.lines(), SizeIs(1));
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+    EXPECT_EQ(camera.m_writeIndex, 0);
+
+    // Each start says it again.
+    camera.stopStream(0);
+    clearLogs();
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+    EXPECT_TRUE(bus.deliver(larger, 2 * width, height, data));
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(2));
+}
+
+TEST_F(Streaming, AReconnectedObjectServesSmallerFrames)
+{
+    connect(camera, 2, 2 * width, height);
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    ASSERT_EQ(code(camera.disconnectDevice()), 0U);
+    bus.unplugAll();
+    Camera& smaller = connect(camera, 2, width, height);
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    deliver(smaller);
+    QList<CameraSpace::ImageBlock*> images;
+    EXPECT_EQ(code(camera.grabImage(images)), 0U);
+    ASSERT_EQ(images.size(), 2);
+    EXPECT_EQ(images[0]->data.size(), width * height + 8);
+    qDeleteAll(images);
+}
+
+TEST_F(Streaming, NewSlotsFitTheLargerFramesThatOldOnesDoNot)
+{
+    connect(camera, 2, width, height);
+    camera.m_cacheFrameCount = 1;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    ASSERT_EQ(code(camera.disconnectDevice()), 0U);
+    bus.unplugAll();
+    Camera& larger = connect(camera, 2, 2 * width, height);
+    camera.m_cacheFrameCount = 2;
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+    camera.m_writeIndex = 1;
+    std::vector<unsigned char> data(static_cast<std::size_t>(4 * width * height), 1);
+    EXPECT_TRUE(bus.deliver(larger, 2 * width, height, data));
+    EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(1));
+}
+
+TEST_F(Streaming, FramesOfMoreThan31BitsAreRefused)
+{
+    Camera& device = connect(2, 65535, 65535);
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_THAT(log.lines(), SizeIs(1));
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+    EXPECT_THAT(bus.callTexts(), IsEmpty());
+    EXPECT_THAT(camera.m_frameBuffers, IsEmpty());
+    EXPECT_FALSE(camera.m_isStreaming);
+
+    // One row less than 2^31 bytes, and no memory for sixteen of them is needed.
+    device.formats = {{UVC_VS_FORMAT_UNCOMPRESSED, {{32768, 32768}}}};
+    ASSERT_EQ(code(camera.reconnectDevice()), 0U);
+    clearLogs();
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+}
+
+TEST_F(Streaming, DegenerateSizesStreamWithoutHarm)
+{
+    for (const auto& [frameWidth, frameHeight] : std::vector<std::pair<int, int>>{
+             {0, 0}, {0, 65535}, {65535, 0}, {1, 1}, {1, 65535}, {65535, 1}, {2, 1}, {1, 2}}) {
+        CameraProbe probe;
+        Camera& device = connect(probe, 2, frameWidth, frameHeight);
+        probe.m_cacheFrameCount = 2;
+        ASSERT_EQ(code(probe.startStream(0)), 0U);
+        for (int type = -1; type <= 16; ++type) {
+            probe.m_sensorType = type;
+            std::vector<unsigned char> data(static_cast<std::size_t>(2 * frameWidth * frameHeight),
+                                            0x30);
+            ASSERT_TRUE(bus.deliver(device, frameWidth, frameHeight, data));
+            QList<CameraSpace::ImageBlock*> images;
+            EXPECT_EQ(code(probe.grabImage(images)), 0U);
+            ASSERT_EQ(images.size(), type == 5 ? 1 : 2);
+            for (const CameraSpace::ImageBlock* image : images) {
+                EXPECT_EQ(image->data.size(), frameWidth * frameHeight + 8);
+            }
+            qDeleteAll(images);
+        }
+        bus.unplugAll();
+    }
+}
