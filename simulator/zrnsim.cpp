@@ -1,3 +1,6 @@
+#include "control/control_client.h"
+#include "control/control_server.h"
+#include "control/script.h"
 #include "launcher/child.h"
 #include "launcher/preload.h"
 #include "model/bus.h"
@@ -29,6 +32,7 @@ constexpr int exitCannotStart = 127; // as a shell answers for a command that it
 struct Arguments {
     std::vector<std::string> cameras;
     std::size_t memoryLimitMiB = 0;
+    std::string script;
     std::vector<std::string> command;
 };
 
@@ -112,9 +116,17 @@ int run(const Arguments& arguments)
     zrnsim::CameraList cameras = makeCameras(arguments.cameras);
     zrnsim::UmockdevBus bus(cameras, {arguments.memoryLimitMiB << 20U});
 
+    zrnsim::CommandProcessor processor(cameras, bus);
+    const std::string socketPath = bus.rootFolder() + "/control";
+    const zrnsim::ControlServer server(processor, socketPath);
+    const auto script = arguments.script.empty() ? std::vector<zrnsim::ScriptStep>()
+                                                 : zrnsim::readScript(arguments.script);
+
     session.loop = g_main_loop_new(nullptr, FALSE);
     session.child = zrnsim::startCommand(
-        arguments.command, {"LD_PRELOAD=" + zrnsim::preloadFor(arguments.command.front())});
+        arguments.command, {"LD_PRELOAD=" + zrnsim::preloadFor(arguments.command.front()),
+                            std::string(zrnsim::controlVariable) + "=" + socketPath});
+    zrnsim::scheduleScript(script, processor);
     g_child_watch_add(session.child, onExit, &session);
     g_unix_fd_add(session.signals, G_IO_IN, onSignal, &session);
     g_main_loop_run(session.loop);
@@ -130,9 +142,12 @@ int main(int argc, char** argv)
     Arguments arguments;
     bool listsModels = false;
     app.add_option("--camera", arguments.cameras, "MODEL[,KEY=VALUE...], once for each camera")
+        ->allow_extra_args(false)
         ->default_str("type0");
     app.add_option("--usbfs-memory", arguments.memoryLimitMiB,
                    "MiB that a camera's submitted transfers may take, 0 for no limit");
+    app.add_option("--script", arguments.script,
+                   "File of commands as on the control socket, each with \"at\": SECONDS");
     app.add_flag("--list-models", listsModels, "Print the camera models and exit");
     app.add_option("command", arguments.command, "Command to run, after --");
     app.positionals_at_end();

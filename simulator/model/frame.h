@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace zrnsim
@@ -19,11 +20,12 @@ using RenderFrame = std::function<void(const FrameRequest&, Bytes&)>;
 
 /// What happens to frames on their way out. Each effect is used up by the frames that it hits.
 struct FrameFault {
-    int frames = 0;                 ///< how many further frames are hit, negative: all
-    std::int64_t sizeDelta = 0;     ///< bytes added to (random content) or cut from the frame
-    int lostPayloads = 0;           ///< payloads left out from the middle of the frame
-    int errorPayloads = 0;          ///< payloads with the error bit, from the first
-    bool withoutEndOfFrame = false; ///< the last payload does not carry the end-of-frame bit
+    int frames = 0;                   ///< how many further frames are hit, negative: all
+    std::int64_t sizeDelta = 0;       ///< bytes added to (random content) or cut from the frame
+    std::optional<std::size_t> bytes; ///< size of the frame, instead of sizeDelta
+    int lostPayloads = 0;             ///< payloads left out from the middle of the frame
+    int errorPayloads = 0;            ///< payloads with the error bit, from the first
+    bool withoutEndOfFrame = false;   ///< the last payload does not carry the end-of-frame bit
 };
 
 /// One frame ready to be sent.

@@ -1,5 +1,6 @@
 #include "model/frame_producer.h"
 
+#include <algorithm>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -13,8 +14,10 @@ namespace
 /// A frame of another size than it should have: cut, or with a pattern behind its end.
 void resizeFrame(Frame& frame)
 {
-    const auto wanted = static_cast<std::int64_t>(frame.bytes.size()) + frame.fault.sizeDelta;
-    frame.bytes.resize(wanted < 0 ? 0 : static_cast<std::size_t>(wanted), 0xee);
+    const auto size = static_cast<std::int64_t>(frame.bytes.size());
+    const auto changed =
+        static_cast<std::size_t>(std::max<std::int64_t>(0, size + frame.fault.sizeDelta));
+    frame.bytes.resize(frame.fault.bytes.value_or(changed), 0xee);
 }
 
 } // namespace
