@@ -80,7 +80,7 @@ void Canvas::addSpan(double from, double to)
     const auto first = static_cast<std::size_t>(from);
     const auto last = static_cast<std::size_t>(to);
     const auto part = [](double width) {
-        return static_cast<std::uint16_t>(width * kCoveragePerLine + 0.5);
+        return static_cast<std::uint16_t>(std::lrint(width * kCoveragePerLine));
     };
     const auto add = [this](std::size_t x, std::uint16_t coverage) {
         m_coverage[x] = static_cast<std::uint16_t>(m_coverage[x] + coverage);
@@ -114,7 +114,8 @@ void Canvas::fillPolygon(std::span<const Point> outline, std::uint8_t value, dou
     const int bottom = within(std::ceil(lower->y), m_height);
     const int begin = within(std::floor(left->x), m_width);
     const int end = within(std::ceil(right->x), m_width);
-    const auto weight = static_cast<std::uint16_t>(std::clamp(opacity, 0.0, 1.0) * 256.0 + 0.5);
+    const auto weight =
+        static_cast<std::uint16_t>(std::lround(std::clamp(opacity, 0.0, 1.0) * 256.0));
 
     for (int y = top; y < bottom; ++y) {
         std::fill(m_coverage.begin() + begin, m_coverage.begin() + end, std::uint16_t{0});

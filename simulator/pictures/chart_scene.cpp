@@ -35,11 +35,11 @@ void paintGrid(Canvas& canvas, const ScenePlan& plan)
 {
     canvas.fillRect(0, 0, canvas.width(), canvas.height(), kPaper);
     const int line = plan.pixels(2.0);
-    for (double x = 50.0; x < 1000.0; x += 50.0) {
+    for (int x = 50; x < 1000; x += 50) {
         const int left = plan.column(x);
         canvas.fillRect(left, 0, left + line, canvas.height(), kGrid);
     }
-    for (double y = 50.0; y < 800.0; y += 50.0) {
+    for (int y = 50; y < 800; y += 50) {
         const int top = plan.row(y);
         canvas.fillRect(0, top, canvas.width(), top + line, kGrid);
     }

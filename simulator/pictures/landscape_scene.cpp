@@ -49,7 +49,7 @@ void paintRidge(Canvas& canvas, const ScenePlan& plan, double level, double heig
                 double sharpness, std::uint8_t value)
 {
     std::vector<Point> outline = {plan.at(0.0, kShore), plan.at(0.0, level)};
-    for (double x = 0.0; x <= 1000.0; x += 4.0) {
+    for (int x = 0; x <= 1000; x += 4) {
         const double t = x / 1000.0 * 2.0 * kPi;
         const double wave = 0.55 * std::sin(1.7 * t + phase) +
                             0.3 * std::sin(4.3 * t + 2.1 * phase) +
@@ -127,7 +127,7 @@ void paintMill(Canvas& canvas, const ScenePlan& plan)
                          {hub.x + 0.8 * narrow, top - plan.length(22.0)},
                          {hub.x + 1.2 * narrow, top}};
     canvas.fillPolygon(cap, 60);
-    for (double y = 380.0; y < 520.0; y += 55.0) {
+    for (int y = 380; y < 520; y += 55) {
         canvas.fillEllipse({hub.x - plan.length(6.0), plan.at(0.0, y).y}, plan.length(7.0),
                            plan.length(10.0), 50);
     }
@@ -139,7 +139,7 @@ void paintMill(Canvas& canvas, const ScenePlan& plan)
 void paintField(Canvas& canvas, const ScenePlan& plan)
 {
     paintBand(canvas, plan, kShore, 800.0, 118.0, 78.0, 9.0);
-    for (double x = -1500.0; x <= 2500.0; x += 125.0) {
+    for (int x = -1500; x <= 2500; x += 125) {
         const double far = 500.0 + (x - 500.0) * 0.3;
         const Point furrow[] = {plan.at(far - 2.0, kRail + 32.0), plan.at(far + 2.0, kRail + 32.0),
                                 plan.at(x + 16.0, 800.0), plan.at(x - 16.0, 800.0)};
@@ -152,7 +152,7 @@ void paintTrack(Canvas& canvas, const ScenePlan& plan)
     const Point bank[] = {plan.at(0.0, kRail + 4.0), plan.at(1000.0, kRail + 4.0),
                           plan.at(1000.0, kRail + 34.0), plan.at(0.0, kRail + 34.0)};
     canvas.fillPolygon(bank, 140);
-    for (double x = 6.0; x < 1000.0; x += 20.0) {
+    for (int x = 6; x < 1000; x += 20) {
         canvas.drawLine(plan.at(x, kRail + 5.0), plan.at(x, kRail + 15.0), plan.length(9.0), 60);
     }
     canvas.drawLine(plan.at(0.0, kRail + 3.0), plan.at(1000.0, kRail + 3.0), plan.length(4.0), 225);
@@ -227,7 +227,7 @@ void paintSails(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber
         const Point sail[] = {along(28.0, 2.0), along(128.0, 2.0), along(128.0, 26.0),
                               along(28.0, 18.0)};
         canvas.fillPolygon(sail, 238, 0.9);
-        for (double rung = 42.0; rung < 128.0; rung += 17.0) {
+        for (int rung = 42; rung < 128; rung += 17) {
             canvas.drawLine(along(rung, 2.0), along(rung, 24.0), plan.length(2.0), 90);
         }
         canvas.drawLine(hub, along(130.0, 0.0), plan.length(5.0), 45);
@@ -344,8 +344,8 @@ void paintTrain(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber
                                  place(box.front, box.bottom + box.height)};
         canvas.fillPolygon(corners, box.value);
     }
-    for (double coach = 142.0; coach < 400.0; coach += 104.0) {
-        for (double window = 8.0; window < 80.0; window += 28.0) {
+    for (int coach = 142; coach < 400; coach += 104) {
+        for (int window = 8; window < 80; window += 28) {
             const Point corners[] = {
                 place(coach + window, 44.0), place(coach + window + 20.0, 44.0),
                 place(coach + window + 20.0, 66.0), place(coach + window, 66.0)};

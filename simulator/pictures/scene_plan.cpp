@@ -3,7 +3,6 @@
 #include "pictures/bitmap_font.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace zrnsim
 {
@@ -29,7 +28,7 @@ ScenePlan::ScenePlan(const Canvas& canvas)
 
 int ScenePlan::pixels(double units) const
 {
-    return std::max(1, static_cast<int>(length(units) + 0.5));
+    return std::max(1, static_cast<int>(std::lround(length(units))));
 }
 
 void paintRim(Canvas& canvas)

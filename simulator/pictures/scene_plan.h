@@ -2,6 +2,7 @@
 
 #include "pictures/canvas.h"
 
+#include <cmath>
 #include <cstdint>
 #include <numbers>
 #include <string>
@@ -17,8 +18,8 @@ public:
     explicit ScenePlan(const Canvas& canvas);
 
     Point at(double x, double y) const { return {x * m_scaleX, y * m_scaleY}; }
-    int column(double x) const { return static_cast<int>(x * m_scaleX + 0.5); }
-    int row(double y) const { return static_cast<int>(y * m_scaleY + 0.5); }
+    int column(double x) const { return static_cast<int>(std::lround(x * m_scaleX)); }
+    int row(double y) const { return static_cast<int>(std::lround(y * m_scaleY)); }
     double length(double units) const { return units * m_unit; }
     /// A length in whole pixels, at least 1.
     int pixels(double units) const;

@@ -125,8 +125,9 @@ void realign(std::vector<std::uint8_t>& image, std::size_t width, std::size_t he
         std::uint8_t* row = image.data() + y * width;
         const std::vector<std::uint8_t> before(row, row + width);
         for (int x = 0; x < w; ++x) {
-            if (x + move >= 0 && x + move < w) {
-                row[x] = before[static_cast<std::size_t>(x + move)];
+            const int from = x + move;
+            if (from >= 0 && from < w) {
+                row[x] = before[static_cast<std::size_t>(from)];
             }
         }
     }
