@@ -4,6 +4,9 @@
 #include <QString>
 #include <libuvc/libuvc.h>
 
+#include <atomic>
+#include <utility>
+
 /// One enumerated camera.
 ///
 /// Ownership: CZRNCamera's node table owns the record, the record owns its libuvc objects. Every
@@ -21,4 +24,52 @@ struct CameraNode {
     bool isOpen = false; ///< filled from an open device, and not disconnected since
 
     QReadWriteLock accessLock;
+    std::atomic<int> references = 1; ///< the table's own, and one for each NodeReference
+};
+
+/// Keeps a node's record alive, for the table of one factory may be released while a camera of
+/// another factory still points at the record.
+class NodeReference
+{
+public:
+    NodeReference() = default;
+    explicit NodeReference(CameraNode* node)
+        : m_node(node)
+    {
+        if (m_node) {
+            ++m_node->references;
+        }
+    }
+    ~NodeReference() { release(m_node); }
+    NodeReference(const NodeReference& other)
+        : NodeReference(other.m_node)
+    {
+    }
+    NodeReference(NodeReference&& other) noexcept
+        : m_node(other.take())
+    {
+    }
+    NodeReference& operator=(NodeReference other) noexcept
+    {
+        std::swap(m_node, other.m_node);
+        return *this;
+    }
+
+    explicit operator bool() const { return m_node != nullptr; }
+    CameraNode* operator->() const { return m_node; }
+    [[nodiscard]] CameraNode* get() const { return m_node; }
+
+    /// Gives the reference to whoever stores the pointer, to be given back with release().
+    CameraNode* take() { return std::exchange(m_node, nullptr); }
+
+    /// Gives back one reference to @p node, which may be null.
+    static void release(CameraNode* node)
+    {
+        if (node && --node->references == 0) {
+            delete node;
+        }
+    }
+
+private:
+    CameraNode* m_node = nullptr;
 };

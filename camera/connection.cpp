@@ -6,6 +6,7 @@
 #include <QWriteLocker>
 
 #include <cstdio>
+#include <utility>
 
 namespace
 {
@@ -47,7 +48,7 @@ ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
         return ErrorCode::AlreadyConnected;
     }
 
-    CameraNode* node = nullptr;
+    NodeReference node;
     {
         const QReadLocker table(&m_nodeTableLock);
         if (m_enumCount < 1) {
@@ -61,7 +62,7 @@ ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
         if (found == m_cameraNodeMap.constEnd()) {
             return ErrorCode::SerialNotFound;
         }
-        node = found.value();
+        node = NodeReference(found.value());
     }
     if (!node) {
         qCInfo(m_category) << "CameraNode is nullptr";
@@ -71,7 +72,7 @@ ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
         qCInfo(m_category) << "CameraNode not openned";
         return ErrorCode::NodeNotOpen;
     }
-    return connectNode(node);
+    return connectNode(std::move(node));
 }
 
 ErrorCode CZRNCamera::connectDeviceByIndex(int index)
@@ -81,7 +82,7 @@ ErrorCode CZRNCamera::connectDeviceByIndex(int index)
         return ErrorCode::AlreadyConnected;
     }
 
-    CameraNode* node = nullptr;
+    NodeReference node;
     {
         const QReadLocker table(&m_nodeTableLock);
         if (m_enumCount < 1) {
@@ -91,8 +92,7 @@ ErrorCode CZRNCamera::connectDeviceByIndex(int index)
         if (index < 0 || index >= m_enumCount) {
             return ErrorCode::BadArgument;
         }
-        const QList<CameraNode*> nodes = m_cameraNodeMap.values();
-        node = nodes.value(index, nullptr);
+        node = NodeReference(m_cameraNodeMap.values().value(index, nullptr));
     }
     if (!node) {
         return ErrorCode::IndexNotFound;
@@ -101,26 +101,28 @@ ErrorCode CZRNCamera::connectDeviceByIndex(int index)
         return ErrorCode::NodeNotOpen;
     }
     qCDebug(m_category) << "get handle:" << static_cast<void*>(DeviceAccess(node).handle());
-    return connectNode(node);
+    return connectNode(std::move(node));
 }
 
-ErrorCode CZRNCamera::connectNode(CameraNode* node)
+ErrorCode CZRNCamera::connectNode(NodeReference node)
 {
-    if (!readGeometry(node)) {
-        return ErrorCode::NoFrameDescriptor;
+    {
+        const DeviceAccess device(node);
+        if (!readGeometry(device)) {
+            return ErrorCode::NoFrameDescriptor;
+        }
+        m_serial = device.serial();
     }
-    m_serial = DeviceAccess(node).serial();
     {
         const QWriteLocker locker(&m_nodeLock);
-        m_currentNode = node;
+        m_currentNode = node.take();
     }
     initializeCamera();
     return ErrorCode::Success;
 }
 
-bool CZRNCamera::readGeometry(CameraNode* node)
+bool CZRNCamera::readGeometry(const DeviceAccess& device)
 {
-    const DeviceAccess device(node);
     const uvc_format_desc_t* formats = device.formats();
     if (!formats) {
         return false;
@@ -154,7 +156,7 @@ void CZRNCamera::logFrame(const uvc_frame_desc_t& frame)
 
 bool CZRNCamera::initializeCamera()
 {
-    CameraNode* node = currentNode();
+    const NodeReference node = currentNode();
     if (!node) {
         return false;
     }
@@ -215,12 +217,14 @@ ErrorCode CZRNCamera::reconnectDevice()
     if (m_serial.isEmpty()) {
         return ErrorCode::BadArgument;
     }
-    CameraNode* node = currentNode();
-    if (!node) {
-        return ErrorCode::NotConnected;
-    }
-    if (!readGeometry(node)) {
-        return ErrorCode::NoFrameDescriptor;
+    {
+        const DeviceAccess device = accessDevice();
+        if (!device) {
+            return ErrorCode::NotConnected;
+        }
+        if (!readGeometry(device)) {
+            return ErrorCode::NoFrameDescriptor;
+        }
     }
     initializeCamera();
     return ErrorCode::Success;
@@ -238,10 +242,10 @@ ErrorCode CZRNCamera::disconnectDevice()
     void* closedHandle = nullptr;
     {
         const QWriteLocker locker(&m_nodeLock);
-        closedHandle = DeviceAccess(m_currentNode).handle();
+        closedHandle = DeviceAccess(NodeReference(m_currentNode)).handle();
         closeSpecifedDevice(m_currentNode);
         shared(m_currentNode->isOpen).store(false);
-        m_currentNode = nullptr;
+        NodeReference::release(std::exchange(m_currentNode, nullptr));
     }
     qCDebug(m_category) << "end CZRNCamera::disconnectDevice function :" << closedHandle;
     return ErrorCode::Success;
@@ -258,7 +262,7 @@ bool CZRNCamera::heartBeartQuery()
 
 bool CZRNCamera::readSerial(QString& serial)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return false;
     }

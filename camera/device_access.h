@@ -13,10 +13,9 @@
 class DeviceAccess
 {
 public:
-    /// No camera: tests false.
-    DeviceAccess() = default;
-    explicit DeviceAccess(CameraNode* node)
-        : m_node(node)
+    /// Without a node, tests false.
+    explicit DeviceAccess(NodeReference node)
+        : m_node(std::move(node))
     {
         if (m_node) {
             m_node->accessLock.lockForRead();
@@ -32,7 +31,7 @@ public:
     DeviceAccess& operator=(const DeviceAccess&) = delete;
 
     /// Whether there is a camera, open or closed.
-    explicit operator bool() const { return m_node != nullptr; }
+    explicit operator bool() const { return static_cast<bool>(m_node); }
 
     /// Null when the camera has been closed by another enumeration or by another object.
     [[nodiscard]] uvc_device_handle_t* handle() const { return m_node->handle; }
@@ -57,5 +56,5 @@ public:
     }
 
 private:
-    CameraNode* m_node = nullptr;
+    NodeReference m_node;
 };

@@ -174,7 +174,7 @@ bool CZRNCamera::releaseZRNCameraLibrary()
     for (CameraNode*& node : nodes) {
         if (node) {
             closeSpecifedDevice(node);
-            delete node;
+            NodeReference::release(node);
             node = nullptr;
         }
     }

@@ -29,7 +29,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         qCInfo(m_category) << " the image stream is started";
         return ErrorCode::Success;
     }
-    CameraNode* node = currentNode();
+    const NodeReference node = currentNode();
     if (!node) {
         return ErrorCode::NoCamera;
     }
@@ -128,7 +128,7 @@ ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
         return ErrorCode::NotStreaming;
     }
     {
-        const DeviceAccess device(currentNode());
+        const DeviceAccess device = accessDevice();
         if (!device) {
             return ErrorCode::NoCamera;
         }
@@ -182,7 +182,7 @@ bool CZRNCamera::cacheFrameCountIO(bool read, int& count)
 
 bool CZRNCamera::readResolutionList(QMap<QString, QVariant>& map)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return false;
     }
@@ -216,7 +216,7 @@ bool CZRNCamera::readResolutionList(QMap<QString, QVariant>& map)
 
 bool CZRNCamera::resolutionIndexIO(bool read, int& index)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return false;
     }

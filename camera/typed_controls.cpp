@@ -23,7 +23,7 @@ void pace()
 ErrorCode CZRNCamera::getExposureTimeRange(unsigned int& minimum, unsigned int& maximum,
                                            signed char /*selector*/)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
     }
@@ -56,7 +56,7 @@ ErrorCode CZRNCamera::setExposureTime(unsigned int value, signed char /*selector
         return ErrorCode::BadArgument;
     }
     const int16_t count = exposureToDevice(shared(m_sensorType).load(), value);
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
     }
@@ -94,7 +94,7 @@ ErrorCode CZRNCamera::setExposureTime(unsigned int value, signed char /*selector
 
 ErrorCode CZRNCamera::getExposureTime(unsigned int& value, signed char /*selector*/)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
     }
@@ -111,7 +111,7 @@ ErrorCode CZRNCamera::getExposureTime(unsigned int& value, signed char /*selecto
 ErrorCode CZRNCamera::getGainRange(unsigned short& minimum, unsigned short& maximum,
                                    signed char /*selector*/)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
     }
@@ -129,7 +129,7 @@ ErrorCode CZRNCamera::setGain(unsigned short value, signed char /*selector*/)
     if (value < shared(m_minGain).load() || value > shared(m_maxGain).load()) {
         return ErrorCode::BadArgument;
     }
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
     }
@@ -181,7 +181,7 @@ ErrorCode CZRNCamera::setGain(unsigned short value, signed char /*selector*/)
 
 ErrorCode CZRNCamera::getGain(unsigned short& value, signed char /*selector*/)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
     }

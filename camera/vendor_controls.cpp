@@ -48,23 +48,22 @@ bool controlIO(const DeviceAccess& device, bool read, int& value,
 
 bool CZRNCamera::hueIO(bool read, int& value)
 {
-    return controlIO(DeviceAccess(currentNode()), read, value, uvc_get_hue, uvc_set_hue);
+    return controlIO(accessDevice(), read, value, uvc_get_hue, uvc_set_hue);
 }
 
 bool CZRNCamera::sharpIO(bool read, int& value)
 {
-    return controlIO(DeviceAccess(currentNode()), read, value, uvc_get_sharpness,
-                     uvc_set_sharpness);
+    return controlIO(accessDevice(), read, value, uvc_get_sharpness, uvc_set_sharpness);
 }
 
 bool CZRNCamera::gammaIO(bool read, int& value)
 {
-    return controlIO(DeviceAccess(currentNode()), read, value, uvc_get_gamma, uvc_set_gamma);
+    return controlIO(accessDevice(), read, value, uvc_get_gamma, uvc_set_gamma);
 }
 
 bool CZRNCamera::colorRGBGainIO(bool read, long& packed)
 {
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return false;
     }
@@ -141,7 +140,7 @@ bool CZRNCamera::resetCameraState()
     if (static_cast<quint32>(shared(m_sensorType).load()) < firstResettableType) {
         return false;
     }
-    const DeviceAccess device(currentNode());
+    const DeviceAccess device = accessDevice();
     if (!device) {
         return true;
     }

@@ -47,10 +47,10 @@ int CZRNCamera::types()
     return cameraDeviceType;
 }
 
-CameraNode* CZRNCamera::currentNode()
+NodeReference CZRNCamera::currentNode()
 {
     const QReadLocker locker(&m_nodeLock);
-    return m_currentNode;
+    return NodeReference(m_currentNode);
 }
 
 CZRNCamera::FrameGeometry CZRNCamera::frameGeometry()

@@ -205,16 +205,17 @@ private:
     };
 
     [[nodiscard]] FrameGeometry frameGeometry();
-    [[nodiscard]] CameraNode* currentNode();
-    [[nodiscard]] bool isConnected() { return currentNode() != nullptr; }
+    [[nodiscard]] NodeReference currentNode();
+    [[nodiscard]] DeviceAccess accessDevice() { return DeviceAccess(currentNode()); }
+    [[nodiscard]] bool isConnected() { return static_cast<bool>(currentNode()); }
 
     /// Empties the node table. @return the nodes that it held.
     static QList<CameraNode*> takeNodes();
     /// Enters an opened camera into the node table.
     static void registerNode(const CameraNode& opened);
 
-    ErrorCode connectNode(CameraNode* node);
-    bool readGeometry(CameraNode* node);
+    ErrorCode connectNode(NodeReference node);
+    bool readGeometry(const DeviceAccess& device);
     static void logFormat(const uvc_format_desc_t& format);
     static void logFrame(const uvc_frame_desc_t& frame);
 

@@ -21,7 +21,7 @@ option(ZRN_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 set(ZRN_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined or thread")
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wundef
-                    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wnull-dereference
+                    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
                     -Wformat=2)
 if(ZRN_WARNINGS_AS_ERRORS)
     add_compile_options(-Werror)
@@ -29,6 +29,11 @@ endif()
 if(ZRN_SANITIZE)
     add_compile_options(-fsanitize=${ZRN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ZRN_SANITIZE})
+endif()
+
+option(ZRN_FUZZ "Instrument everything for libFuzzer and build the fuzzers; needs clang" OFF)
+if(ZRN_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 include(CTest)
