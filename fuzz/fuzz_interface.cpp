@@ -1,0 +1,217 @@
+// A host that calls everything in any order on two factories, while libuvc calls fail and cameras
+// come, go and send frames.
+
+#include "fake_uvc.h"
+#include "zrn_camera_factory.h"
+
+#include <QtAlgorithms>
+
+#include <array>
+#include <cstdlib>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+constexpr std::array libraryCalls = {
+    "uvc_init",
+    "uvc_get_device_list",
+    "uvc_get_device_descriptor",
+    "uvc_open",
+    "uvc_get_format_descs",
+    "uvc_get_stream_ctrl_format_size",
+    "uvc_start_streaming",
+    "uvc_get_backlight_compensation",
+    "uvc_get_brightness",
+    "uvc_set_brightness",
+    "uvc_get_contrast",
+    "uvc_set_contrast",
+    "uvc_get_gain",
+    "uvc_set_gain",
+    "uvc_get_gamma",
+    "uvc_set_gamma",
+    "uvc_get_sharpness",
+    "uvc_set_hue",
+    "uvc_set_ae_mode",
+};
+
+constexpr std::array keys = {
+    "CapturePeriod", "ResolutionList", "BGain",           "EnableCheckGain",
+    "FrameRate",     "Serial",         "CacheFrameCount", "ResolutionIndex",
+    "Sharp",         "HeartBeat",      "SensorCount",     "Gamma",
+    "Hue",
+};
+
+template <typename Container>
+auto& consumeElement(FuzzedDataProvider& input, Container& container)
+{
+    return container[input.ConsumeIntegralInRange<std::size_t>(0, std::size(container) - 1)];
+}
+
+/// One factory and the cameras that the host has from it.
+struct Host {
+    std::unique_ptr<CZRNCameraFactory> factory = std::make_unique<CZRNCameraFactory>();
+    std::vector<DeviceInterface*> devices;
+};
+
+void disturbBus(FuzzedDataProvider& input, fakeuvc::Bus& bus,
+                std::vector<fakeuvc::Camera*>& cameras)
+{
+    switch (input.ConsumeIntegralInRange(0, 4)) {
+    case 0:
+        bus.fail({consumeElement(input, libraryCalls), UVC_ERROR_IO,
+                  input.ConsumeIntegralInRange(0, 3)});
+        break;
+    case 1:
+        bus.clearFailures();
+        break;
+    case 2:
+        if (cameras.size() < 4) {
+            cameras.push_back(&bus.addCamera(input.ConsumeIntegralInRange<std::uint64_t>(0, 3),
+                                             input.ConsumeIntegralInRange(0, 16),
+                                             input.ConsumeIntegralInRange(0, 40),
+                                             input.ConsumeIntegralInRange(0, 40)));
+        }
+        break;
+    case 3:
+        bus.unplugAll();
+        cameras.clear();
+        break;
+    default:
+        if (!cameras.empty()) {
+            const int width = input.ConsumeIntegralInRange(0, 40);
+            const int height = input.ConsumeIntegralInRange(0, 40);
+            std::vector<unsigned char> frame(static_cast<std::size_t>(2 * width * height));
+            bus.deliver(*consumeElement(input, cameras), width, height, frame);
+        }
+    }
+}
+
+void callCamera(FuzzedDataProvider& input, DeviceInterface& device)
+{
+    auto& camera = dynamic_cast<CameraInterface&>(device);
+    QMap<QString, QVariant> values = {
+        {QStringLiteral("value"), input.ConsumeIntegralInRange(-1, 6)}};
+    unsigned int first = 0;
+    unsigned int second = 0;
+    unsigned short narrow = 0;
+    switch (input.ConsumeIntegralInRange(0, 16)) {
+    case 0:
+        device.connectDeviceByIndex(input.ConsumeIntegralInRange(-1, 4));
+        break;
+    case 1:
+        device.connectDeviceBySerial(QString::fromStdString(input.ConsumeRandomLengthString(4)));
+        break;
+    case 2:
+        device.reconnectDevice();
+        break;
+    case 3:
+        device.disconnectDevice();
+        break;
+    case 4:
+        device.getProperty(QString::fromLatin1(consumeElement(input, keys)), values);
+        break;
+    case 5:
+        device.setProperty(QString::fromLatin1(consumeElement(input, keys)), values);
+        break;
+    case 6:
+        device.executeCommand(QStringLiteral("ClearState"), values);
+        break;
+    case 7:
+        camera.getExposureTimeRange(first, second, 0);
+        break;
+    case 8:
+        camera.setExposureTime(input.ConsumeIntegral<unsigned>(), 0);
+        break;
+    case 9:
+        camera.getExposureTime(first, 0);
+        break;
+    case 10:
+        camera.setGain(input.ConsumeIntegral<unsigned short>(), 0);
+        break;
+    case 11:
+        camera.getGain(narrow, 0);
+        break;
+    case 12:
+        camera.setTriggerMode(
+            static_cast<CameraSpace::TriggerMode>(input.ConsumeIntegralInRange(0, 3)), 0);
+        break;
+    case 13:
+        camera.startStream(0);
+        break;
+    case 14:
+        camera.stopStream(0);
+        break;
+    case 15:
+        camera.discardFrames(0);
+        break;
+    default:
+        QList<CameraSpace::ImageBlock*> images;
+        camera.grabImage(images);
+        qDeleteAll(images);
+    }
+}
+
+void callFactory(FuzzedDataProvider& input, Host& host, DeviceInterface* foreign)
+{
+    switch (input.ConsumeIntegralInRange(0, 4)) {
+    case 0:
+        host.factory->enumDevice();
+        break;
+    case 1:
+        host.devices.push_back(host.factory->createDevice());
+        break;
+    case 2:
+        if (!host.devices.empty()) {
+            DeviceInterface* device = host.devices.back();
+            host.devices.pop_back();
+            if (host.factory->deleteDevice(device) != ErrorCode::Success || device) {
+                std::abort();
+            }
+        }
+        break;
+    case 3:
+        if (host.factory->deleteDevice(foreign) == ErrorCode::Success) {
+            std::abort();
+        }
+        break;
+    default:
+        host = Host();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    FuzzedDataProvider input(data, size);
+    fakeuvc::Bus& bus = fakeuvc::Bus::instance();
+    bus.reset();
+    std::vector<fakeuvc::Camera*> cameras = {&bus.addCamera(1), &bus.addCamera(2, 0, 16, 8)};
+    {
+        std::array<Host, 2> hosts;
+        while (input.remaining_bytes() > 0) {
+            const bool second = input.ConsumeBool();
+            Host& host = hosts[second ? 1 : 0];
+            Host& other = hosts[second ? 0 : 1];
+            switch (input.ConsumeIntegralInRange(0, 3)) {
+            case 0:
+                disturbBus(input, bus, cameras);
+                break;
+            case 1:
+                callFactory(input, host, other.devices.empty() ? nullptr : other.devices.front());
+                break;
+            default:
+                if (!host.devices.empty()) {
+                    callCamera(input, *consumeElement(input, host.devices));
+                }
+            }
+        }
+    }
+    if (!bus.misuses().empty()) {
+        std::abort();
+    }
+    return 0;
+}
