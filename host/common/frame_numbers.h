@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <optional>
+
+namespace zrnhost
+{
+
+/// How many low bits of the frame number a trailer shows.
+///
+/// The trailer joins four bytes of the frame, each sign-extended: the first byte of 0x80 or more
+/// sets every bit above itself, and the higher bytes of the number are lost. @return 8, 16, 24 or 32
+int knownFrameNumberBits(quint64 trailer);
+
+/// What one trailer told.
+struct FrameStep {
+    quint32 number = 0;    ///< frame number, completed from the frames before it
+    quint32 missing = 0;   ///< numbers skipped since the frame before
+    bool repeated = false; ///< same number as the frame before
+    bool restarted = false; ///< the numbers jumped back, as after a restart of the camera
+};
+
+/// Follows the frame numbers in the trailers of successive frames, completing those whose upper
+/// bytes the sign extension has hidden. Until the first trailer that shows all 32 bits, numbers are
+/// right in their low bits only; the count of missing frames is right as long as no more than 254
+/// frames are missing at a stretch.
+///
+/// Thread safety: thread-bound.
+class FrameNumbers
+{
+public:
+    FrameStep follow(quint64 trailer);
+
+private:
+    std::optional<quint32> m_last;
+    int m_knownBits = 0; // low bits of m_last that are certain
+};
+
+} // namespace zrnhost

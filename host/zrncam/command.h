@@ -1,0 +1,43 @@
+#pragma once
+
+#include "exit_codes.h"
+#include "output.h"
+
+#include <CLI/App.hpp>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+class Interrupt;
+
+/// Options that every command knows.
+struct GlobalOptions {
+    bool json = false;
+    bool verbose = false;
+    bool quiet = false;
+    std::string plugin;
+    std::string serial;
+    int index = -1; ///< -1: not given
+    std::vector<std::string> virtualModels;
+};
+
+/// What a command works with.
+struct Context {
+    const GlobalOptions& options;
+    Report& report;
+    Interrupt& interrupt;
+};
+
+/// A subcommand: its part of the command line, and what it does.
+struct Command {
+    CLI::App* app;
+    std::function<ExitCode(Context&)> run;
+};
+
+Command addList(CLI::App& app);
+Command addInfo(CLI::App& app);
+Command addExposure(CLI::App& app);
+Command addGain(CLI::App& app);
+Command addGrab(CLI::App& app);
+Command addStream(CLI::App& app);

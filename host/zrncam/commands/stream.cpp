@@ -1,0 +1,153 @@
+#include "commands/capture.h"
+#include "common/driver_error.h"
+#include "common/image_blocks.h"
+#include "common/property_keys.h"
+#include "common/statistics.h"
+#include "progress.h"
+#include "session.h"
+#include "tool_error.h"
+
+#include <memory>
+
+using zrnhost::StreamAccount;
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+namespace
+{
+
+struct StreamOptions {
+    double seconds = 10.0;
+    CaptureOptions capture;
+};
+
+/// What a run of the stream showed.
+struct StreamResult {
+    StreamAccount account;
+    quint64 timeouts = 0;
+    quint64 splitFailures = 0;
+    double seconds = 0.0;
+    QVariant reportedRate; ///< frames per second as the driver measured; invalid if it did not say
+};
+
+bool isSplitFailure(ErrorCode result)
+{
+    return result == ErrorCode::SplitFailed || result == ErrorCode::SplitException;
+}
+
+void grabOnce(zrnhost::Camera& camera, const Interrupt& interrupt, StreamResult& result)
+{
+    zrnhost::ImageBlocks images;
+    const auto before = StreamAccount::Clock::now();
+    const ErrorCode code = zrnhost::grab(*camera, images);
+    const auto after = StreamAccount::Clock::now();
+    if (code == ErrorCode::Success && !images.empty() && zrnhost::isWellFormed(*images.front())) {
+        result.account.addFrame(zrnhost::trailerOf(*images.front()), after, after - before);
+    } else if (code == ErrorCode::Success || isSplitFailure(code)) {
+        ++result.splitFailures;
+    } else if (interrupt.requested()) {
+        return; // the stop woke the grab
+    } else if (code == ErrorCode::GrabTimeout) {
+        ++result.timeouts;
+    } else {
+        zrnhost::check(code, QStringLiteral("grabbing a frame"));
+    }
+}
+
+StreamResult streamFor(zrnhost::Camera& camera, Context& context, double seconds)
+{
+    StreamResult result;
+    const RunningStream stream(camera, context.interrupt);
+    Progress progress(context.options.quiet);
+    const auto start = StreamAccount::Clock::now();
+    const auto elapsed = [start] {
+        return std::chrono::duration<double>(StreamAccount::Clock::now() - start).count();
+    };
+    while (elapsed() < seconds && !context.interrupt.requested()) {
+        grabOnce(camera, context.interrupt, result);
+        progress.show(QStringLiteral("%1 s of %2 s, %3 frames, %4 missing")
+                          .arg(elapsed(), 0, 'f', 1)
+                          .arg(seconds, 0, 'f', 1)
+                          .arg(result.account.frames())
+                          .arg(result.account.missing()));
+    }
+    result.seconds = elapsed();
+    // The driver forgets its rate when the stream stops.
+    camera.readProperty(zrnhost::keys::frameRate, result.reportedRate);
+    return result;
+}
+
+void report(Report& report, const StreamResult& result)
+{
+    const StreamAccount& account = result.account;
+    const auto milliseconds = [&account](double percent) {
+        return Milliseconds(account.grabs().percentile(percent)).count();
+    };
+    const QString reported = result.reportedRate.isValid()
+                                 ? QString::number(result.reportedRate.toDouble(), 'f', 2)
+                                 : QStringLiteral("none");
+    report.line(QStringLiteral("duration"), QStringLiteral("%1 s").arg(result.seconds, 0, 'f', 2));
+    report.line(QStringLiteral("frames"), QString::number(account.frames()));
+    report.line(QStringLiteral("rate"),
+                QStringLiteral("%1 frames/s measured, %2 reported by the driver")
+                    .arg(account.rate(), 0, 'f', 2)
+                    .arg(reported));
+    report.line(QStringLiteral("time-outs"), QString::number(result.timeouts));
+    report.line(QStringLiteral("split failures"), QString::number(result.splitFailures));
+    report.line(QStringLiteral("gaps"),
+                QStringLiteral("%1, %2 frames missing").arg(account.gaps()).arg(account.missing()));
+    report.line(QStringLiteral("repeated"), QString::number(account.repeated()));
+    report.line(QStringLiteral("grab latency"), QStringLiteral("p50 %1 ms, p99 %2 ms, max %3 ms")
+                                                    .arg(milliseconds(50), 0, 'f', 2)
+                                                    .arg(milliseconds(99), 0, 'f', 2)
+                                                    .arg(milliseconds(100), 0, 'f', 2));
+
+    QJsonObject& json = report.json();
+    json[QLatin1String("seconds")] = result.seconds;
+    json[QLatin1String("frames")] = static_cast<qint64>(account.frames());
+    json[QLatin1String("measuredRate")] = account.rate();
+    json[QLatin1String("reportedRate")] = QJsonValue::fromVariant(result.reportedRate);
+    json[QLatin1String("timeouts")] = static_cast<qint64>(result.timeouts);
+    json[QLatin1String("splitFailures")] = static_cast<qint64>(result.splitFailures);
+    json[QLatin1String("gaps")] = static_cast<qint64>(account.gaps());
+    json[QLatin1String("missing")] = static_cast<qint64>(account.missing());
+    json[QLatin1String("repeated")] = static_cast<qint64>(account.repeated());
+    json[QLatin1String("restarts")] = static_cast<qint64>(account.restarts());
+    json[QLatin1String("grabLatencyMs")] = QJsonObject{{QStringLiteral("p50"), milliseconds(50)},
+                                                       {QStringLiteral("p99"), milliseconds(99)},
+                                                       {QStringLiteral("max"), milliseconds(100)}};
+}
+
+ExitCode runStream(Context& context, const StreamOptions& options)
+{
+    Session session(context.options);
+    zrnhost::Camera& camera = session.connect();
+    applyCaptureOptions(camera, options.capture);
+    const CameraIdentity identity = identify(camera);
+    context.report.line(QStringLiteral("camera"), identity.text());
+    context.report.json()[QLatin1String("camera")] = identity.json();
+
+    const StreamResult result = streamFor(camera, context, options.seconds);
+    report(context.report, result);
+    if (context.interrupt.requested()) {
+        return ExitCode::Interrupted;
+    }
+    if (result.account.frames() == 0) {
+        throw ToolError(ExitCode::Stream, QStringLiteral("the camera delivered no frame"),
+                        QStringLiteral("check the cable; 'zrncam doctor' looks for the usual causes"));
+    }
+    return ExitCode::Success;
+}
+
+} // namespace
+
+Command addStream(CLI::App& app)
+{
+    CLI::App* command = app.add_subcommand("stream", "Stream for a while and measure");
+    const auto options = std::make_shared<StreamOptions>();
+    command->add_option("--seconds", options->seconds, "How long")
+        ->type_name("S")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    addCaptureOptions(*command, options->capture);
+    return {command, [options](Context& context) { return runStream(context, *options); }};
+}

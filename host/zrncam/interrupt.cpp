@@ -1,0 +1,73 @@
+#include "interrupt.h"
+
+#include "exit_codes.h"
+
+#include <csignal>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <system_error>
+#include <unistd.h>
+
+Interrupt::Interrupt()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    m_signals = ::signalfd(-1, &set, SFD_CLOEXEC);
+    m_end = ::eventfd(0, EFD_CLOEXEC);
+    if (m_signals < 0 || m_end < 0) {
+        throw std::system_error(errno, std::generic_category(), "signalfd");
+    }
+    m_thread = std::thread(&Interrupt::watch, this);
+}
+
+Interrupt::~Interrupt()
+{
+    ::eventfd_write(m_end, 1);
+    m_thread.join();
+    ::close(m_signals);
+    ::close(m_end);
+}
+
+void Interrupt::onRequest(std::function<void()> action)
+{
+    const std::lock_guard lock(m_actionMutex);
+    m_action = std::move(action);
+    if (m_action && m_requested) {
+        m_action();
+    }
+}
+
+void Interrupt::watch()
+{
+    std::thread actionThread;
+    for (;;) {
+        pollfd sources[] = {{m_signals, POLLIN, 0}, {m_end, POLLIN, 0}};
+        if (::poll(sources, 2, -1) < 0) {
+            continue;
+        }
+        if (sources[1].revents) {
+            break;
+        }
+        signalfd_siginfo info;
+        if (::read(m_signals, &info, sizeof info) != sizeof info) {
+            continue;
+        }
+        if (m_requested.exchange(true)) {
+            ::_exit(static_cast<int>(ExitCode::Interrupted));
+        }
+        // On a thread of its own, so that a second signal is noticed while the action runs.
+        actionThread = std::thread([this] {
+            const std::lock_guard lock(m_actionMutex);
+            if (m_action) {
+                m_action();
+            }
+        });
+    }
+    if (actionThread.joinable()) {
+        actionThread.join();
+    }
+}

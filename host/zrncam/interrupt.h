@@ -1,0 +1,39 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+/// Turns Ctrl-C and SIGTERM into an orderly end. The signals are blocked and taken by a thread of
+/// this object, so that a stop action may do what a signal handler must not. A second signal ends
+/// the process at once, should the orderly end hang.
+///
+/// To be made before any other thread starts, since threads inherit the blocked signals. One object
+/// in a process.
+///
+/// Thread safety: thread-safe.
+class Interrupt
+{
+public:
+    Interrupt();
+    ~Interrupt();
+    Interrupt(const Interrupt&) = delete;
+    Interrupt& operator=(const Interrupt&) = delete;
+
+    bool requested() const { return m_requested.load(); }
+
+    /// Sets what a signal does beside raising the flag; runs at once if it has come already. An
+    /// empty function removes the action, waiting for one that is running.
+    void onRequest(std::function<void()> action);
+
+private:
+    void watch();
+
+    std::atomic<bool> m_requested{false};
+    std::mutex m_actionMutex;
+    std::function<void()> m_action;
+    int m_signals = -1; // signalfd
+    int m_end = -1;     // eventfd
+    std::thread m_thread;
+};

@@ -1,0 +1,63 @@
+#include "output.h"
+
+#include <QJsonDocument>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+std::FILE* reserveStandardOutput(bool verbose)
+{
+    std::fflush(stdout);
+    const int results = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int elsewhere = verbose ? STDERR_FILENO : ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (results < 0 || elsewhere < 0 || ::dup2(elsewhere, STDOUT_FILENO) < 0) {
+        return nullptr;
+    }
+    if (!verbose) {
+        ::close(elsewhere);
+    }
+    return ::fdopen(results, "w");
+}
+
+Report::Report(bool asJson, std::FILE* stream)
+    : m_asJson(asJson)
+    , m_stream(stream)
+{
+}
+
+void Report::line(const QString& text)
+{
+    if (!m_asJson) {
+        std::fprintf(m_stream, "%s\n", text.toLocal8Bit().constData());
+    }
+}
+
+void Report::line(const QString& name, const QString& value)
+{
+    line(name.leftJustified(14) + value);
+}
+
+ExitCode Report::finish(ExitCode exitCode)
+{
+    if (m_asJson) {
+        m_json[QLatin1String("exitCode")] = static_cast<int>(exitCode);
+        const QByteArray text = QJsonDocument(m_json).toJson();
+        std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), m_stream);
+    }
+    // Buffered output meets a full disk or a closed pipe only here.
+    const bool written = std::fflush(m_stream) == 0 && std::ferror(m_stream) == 0;
+    return written ? exitCode : ExitCode::Output;
+}
+
+ExitCode Report::fail(ExitCode exitCode, const QString& message, const QString& hint,
+                      QJsonObject error)
+{
+    std::fprintf(stderr, "zrncam: %s\n", message.toLocal8Bit().constData());
+    if (!hint.isEmpty()) {
+        std::fprintf(stderr, "        %s\n", hint.toLocal8Bit().constData());
+    }
+    error[QLatin1String("message")] = message;
+    error[QLatin1String("hint")] = hint;
+    m_json[QLatin1String("error")] = error;
+    return finish(exitCode);
+}

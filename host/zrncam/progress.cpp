@@ -1,0 +1,35 @@
+#include "progress.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr qint64 rewriteMilliseconds = 100;
+constexpr const char* clearLine = "\r\x1b[K";
+
+} // namespace
+
+Progress::Progress(bool quiet)
+    : m_enabled(!quiet && ::isatty(STDERR_FILENO) == 1)
+{
+}
+
+Progress::~Progress()
+{
+    if (m_shown) {
+        std::fputs(clearLine, stderr);
+    }
+}
+
+void Progress::show(const QString& text)
+{
+    if (!m_enabled || (m_shown && m_sinceShown.elapsed() < rewriteMilliseconds)) {
+        return;
+    }
+    std::fprintf(stderr, "%s%s", clearLine, text.toLocal8Bit().constData());
+    std::fflush(stderr);
+    m_shown = true;
+    m_sinceShown.start();
+}

@@ -1,0 +1,62 @@
+#include "virtual_run.h"
+
+#include "tool_error.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace
+{
+
+/// Marks the process that runs on virtual cameras, which sees the same --virtual as this one.
+constexpr const char* marker = "ZRNCAM_ON_VIRTUAL_CAMERAS";
+
+/// zrnsim beside this program, or the one on PATH.
+QString findSimulator()
+{
+    const QString beside = QCoreApplication::applicationDirPath() + QLatin1String("/zrnsim");
+    return QFileInfo(beside).isExecutable()
+               ? beside
+               : QStandardPaths::findExecutable(QStringLiteral("zrnsim"));
+}
+
+} // namespace
+
+bool onVirtualCameras()
+{
+    return qEnvironmentVariableIsSet(marker);
+}
+
+void runOnVirtualCameras(const std::vector<std::string>& models,
+                         const std::vector<std::string>& arguments)
+{
+    const std::string simulator = findSimulator().toLocal8Bit().toStdString();
+    if (simulator.empty()) {
+        throw ToolError(ExitCode::VirtualCamera, QStringLiteral("zrnsim was not found"),
+                        QStringLiteral("build the virtual camera, or put zrnsim on PATH"));
+    }
+    std::vector<std::string> words{simulator};
+    for (const std::string& model : models) {
+        words.insert(words.end(), {"--camera", model.empty() ? "default" : model});
+    }
+    words.emplace_back("--");
+    words.push_back(QCoreApplication::applicationFilePath().toLocal8Bit().toStdString());
+    words.insert(words.end(), arguments.begin() + 1, arguments.end());
+
+    std::vector<char*> pointers;
+    for (std::string& word : words) {
+        pointers.push_back(word.data());
+    }
+    pointers.push_back(nullptr);
+    qputenv(marker, "1");
+    ::execv(simulator.c_str(), pointers.data());
+    throw ToolError(ExitCode::VirtualCamera,
+                    QStringLiteral("%1 cannot be run: %2")
+                        .arg(QString::fromLocal8Bit(simulator.c_str()),
+                             QString::fromLocal8Bit(std::strerror(errno))));
+}
