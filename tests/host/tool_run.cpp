@@ -1,0 +1,56 @@
+#include "tool_run.h"
+
+#include <QJsonDocument>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace
+{
+
+constexpr int longestRunMs = 60000;
+
+} // namespace
+
+QJsonObject ToolResult::json() const
+{
+    return QJsonDocument::fromJson(output).object();
+}
+
+ToolRun::ToolRun(const QStringList& arguments)
+{
+    m_environment.insert(QStringLiteral("ZRNCAM_PLUGIN"),
+                         QStringLiteral(TEST_PLUGIN_DIR "/libfake_driver.so"));
+    m_process.setProgram(QStringLiteral(ZRNCAM_PATH));
+    m_process.setArguments(arguments);
+}
+
+ToolRun& ToolRun::set(const char* variable, const QString& value)
+{
+    m_environment.insert(QString::fromLatin1(variable), value);
+    return *this;
+}
+
+ToolRun& ToolRun::start()
+{
+    m_process.setProcessEnvironment(m_environment);
+    m_process.start();
+    EXPECT_TRUE(m_process.waitForStarted());
+    return *this;
+}
+
+void ToolRun::interrupt()
+{
+    ::kill(static_cast<pid_t>(m_process.processId()), SIGINT);
+}
+
+ToolResult ToolRun::finish()
+{
+    if (m_process.state() == QProcess::NotRunning) {
+        start();
+    }
+    EXPECT_TRUE(m_process.waitForFinished(longestRunMs));
+    EXPECT_EQ(m_process.exitStatus(), QProcess::NormalExit);
+    return {m_process.exitCode(), m_process.readAllStandardOutput(),
+            m_process.readAllStandardError()};
+}

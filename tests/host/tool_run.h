@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QProcess>
+#include <QStringList>
+
+/// What a finished run of zrncam left behind.
+struct ToolResult {
+    int exitCode = -1;
+    QByteArray output;
+    QByteArray errors;
+
+    /// Standard output as a JSON document; an empty object when it is none.
+    QJsonObject json() const;
+};
+
+/// A run of zrncam with the fake driver.
+class ToolRun
+{
+public:
+    explicit ToolRun(const QStringList& arguments);
+
+    ToolRun& set(const char* variable, const QString& value);
+    ToolRun& start();
+    void interrupt();
+    ToolResult finish();
+
+    static ToolResult of(const QStringList& arguments) { return ToolRun(arguments).finish(); }
+
+private:
+    QProcess m_process;
+    QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
+};
