@@ -8,8 +8,8 @@
 namespace zrnhost
 {
 
-/// One camera object of the driver, owned: made by the factory, deleted through it, which also stops
-/// its stream and disconnects it. Must not outlive the factory.
+/// One camera object of the driver, owned: made by the factory, deleted through it, which also
+/// stops its stream and disconnects it. Must not outlive the factory.
 ///
 /// Thread safety: as the interfaces that it holds.
 class Camera

@@ -10,14 +10,15 @@ namespace zrnhost
 /// How many low bits of the frame number a trailer shows.
 ///
 /// The trailer joins four bytes of the frame, each sign-extended: the first byte of 0x80 or more
-/// sets every bit above itself, and the higher bytes of the number are lost. @return 8, 16, 24 or 32
+/// sets every bit above itself, and the higher bytes of the number are lost. @return 8, 16, 24 or
+/// 32
 int knownFrameNumberBits(quint64 trailer);
 
 /// What one trailer told.
 struct FrameStep {
-    quint32 number = 0;    ///< frame number, completed from the frames before it
-    quint32 missing = 0;   ///< numbers skipped since the frame before
-    bool repeated = false; ///< same number as the frame before
+    quint32 number = 0;     ///< frame number, completed from the frames before it
+    quint32 missing = 0;    ///< numbers skipped since the frame before
+    bool repeated = false;  ///< same number as the frame before
     bool restarted = false; ///< the numbers jumped back, as after a restart of the camera
 };
 

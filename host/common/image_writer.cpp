@@ -9,17 +9,17 @@ namespace zrnhost
 
 QString writePng(const QString& path, const CameraSpace::ImageBlock& block, const ImageTexts& texts)
 {
-    // The image only borrows the block's bytes, and the writer only reads them.
-    const QImage image(reinterpret_cast<const uchar*>(block.data.constData()), block.width,
-                       block.height, block.width, QImage::Format_Grayscale8);
+    QImage image(reinterpret_cast<const uchar*>(block.data.constData()), block.width, block.height,
+                 block.width, QImage::Format_Grayscale8);
+    // Texts of the image, since the writer's own would not take keywords with a space.
+    for (const auto& [keyword, text] : texts) {
+        image.setText(keyword, text);
+    }
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly)) {
         return QStringLiteral("%1: %2").arg(path, file.errorString());
     }
     QImageWriter writer(&file, QByteArrayLiteral("png"));
-    for (const auto& [keyword, text] : texts) {
-        writer.setText(keyword, text);
-    }
     if (!writer.write(image)) {
         return QStringLiteral("%1: %2").arg(path, writer.errorString());
     }

@@ -1,7 +1,7 @@
 #pragma once
 
-/// Texts of the property and command keys. The driver knows their hashes only, so that a key that is
-/// misspelt here is answered like any unknown key.
+/// Texts of the property and command keys. The driver knows their hashes only, so that a key that
+/// is misspelt here is answered like any unknown key.
 namespace zrnhost::keys
 {
 

@@ -8,7 +8,8 @@ namespace zrnhost
 namespace
 {
 
-constexpr const char* checkCable = "check cable and supply; 'zrncam doctor' looks for the usual causes";
+constexpr const char* checkCable =
+    "check cable and supply; 'zrncam doctor' looks for the usual causes";
 constexpr const char* enumerateAgain = "enumerate again, then connect";
 constexpr const char* controlRefused =
     "the camera refused or lost the control request; try again, then reconnect the camera";

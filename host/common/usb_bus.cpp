@@ -31,8 +31,8 @@ QStringList driversOfInterfaces(const QString& devicesDir, const QString& name)
     const QStringList interfaces =
         QDir(devicesDir).entryList({name + QStringLiteral(":*")}, QDir::Dirs | QDir::System);
     for (const QString& interface : interfaces) {
-        const QString link =
-            QFile::symLinkTarget(devicesDir + QLatin1Char('/') + interface + QLatin1String("/driver"));
+        const QString link = QFile::symLinkTarget(devicesDir + QLatin1Char('/') + interface +
+                                                  QLatin1String("/driver"));
         const QString driver = QFileInfo(link).fileName();
         if (!driver.isEmpty() && driver != QLatin1String("usbfs")) {
             drivers += driver;
@@ -58,11 +58,10 @@ std::vector<UsbCamera> camerasOnBus(const QString& root)
         }
         UsbCamera camera;
         camera.name = name;
-        camera.nodePath = QStringLiteral("/dev/bus/usb/%1/%2")
-                              .arg(readNumber(device + QLatin1String("/busnum"), 10), 3, 10,
-                                   QLatin1Char('0'))
-                              .arg(readNumber(device + QLatin1String("/devnum"), 10), 3, 10,
-                                   QLatin1Char('0'));
+        camera.nodePath =
+            QStringLiteral("/dev/bus/usb/%1/%2")
+                .arg(readNumber(device + QLatin1String("/busnum"), 10), 3, 10, QLatin1Char('0'))
+                .arg(readNumber(device + QLatin1String("/devnum"), 10), 3, 10, QLatin1Char('0'));
         const QByteArray node = QFile::encodeName(root + camera.nodePath);
         camera.nodeExists = ::access(node.constData(), F_OK) == 0;
         camera.accessible = ::access(node.constData(), R_OK | W_OK) == 0;

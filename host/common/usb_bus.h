@@ -20,10 +20,10 @@ inline constexpr const char* udevRulePath = "/etc/udev/rules.d/70-zrncamera.rule
 
 /// A served camera as the kernel sees it.
 struct UsbCamera {
-    QString name;      ///< bus position in sysfs, as "1-2.3"
-    QString nodePath;  ///< device node under /dev/bus/usb
+    QString name;     ///< bus position in sysfs, as "1-2.3"
+    QString nodePath; ///< device node under /dev/bus/usb
     bool nodeExists = false;
-    bool accessible = false; ///< this user may read and write the node
+    bool accessible = false;   ///< this user may read and write the node
     QStringList kernelDrivers; ///< drivers other than usbfs that hold one of its interfaces
     QByteArray descriptors;    ///< device and configuration descriptors as the device sent them
 };

@@ -19,7 +19,8 @@ namespace
 void addGlobalOptions(CLI::App& app, GlobalOptions& options)
 {
     app.add_flag("--json", options.json, "Write the result as one JSON document");
-    app.add_flag("-v,--verbose", options.verbose, "Show everything that the driver prints and logs");
+    app.add_flag("-v,--verbose", options.verbose,
+                 "Show everything that the driver prints and logs");
     app.add_flag("-q,--quiet", options.quiet, "Show no progress");
     app.add_option("--plugin", options.plugin, "Driver plugin to load")->type_name("FILE");
     auto* serial = app.add_option("--serial", options.serial, "Choose the camera by its serial");

@@ -29,7 +29,8 @@ public:
     /// The document for a program. Not part of the text.
     QJsonObject& json() { return m_json; }
 
-    /// Ends the report. @return @p exitCode, or ExitCode::Output when the result could not be written.
+    /// Ends the report. @return @p exitCode, or ExitCode::Output when the result could not be
+    /// written.
     ExitCode finish(ExitCode exitCode);
     /// Ends the report with an error. @p error joins the document as its entry "error".
     ExitCode fail(ExitCode exitCode, const QString& message, const QString& hint,

@@ -12,9 +12,8 @@ namespace
 
 QString locatePlugin(const GlobalOptions& options)
 {
-    const auto candidates =
-        zrnhost::pluginCandidates(QString::fromLocal8Bit(options.plugin.c_str()),
-                                  QCoreApplication::applicationDirPath());
+    const auto candidates = zrnhost::pluginCandidates(
+        QString::fromLocal8Bit(options.plugin.c_str()), QCoreApplication::applicationDirPath());
     const zrnhost::PluginCandidate chosen = zrnhost::choosePlugin(candidates);
     if (!chosen.path.isEmpty()) {
         return chosen.path;

@@ -1,5 +1,4 @@
 #include "common/camera.h"
-
 #include "common/driver_error.h"
 #include "common/driver_plugin.h"
 #include "common/image_blocks.h"

@@ -59,11 +59,11 @@ TEST(ImageWriterTest, PngHoldsPixelsAndTexts)
         const CameraSpace::ImageBlock block = makeBlock(width, 3);
         ASSERT_EQ(writePng(path, block,
                            {{QStringLiteral("Serial"), QStringLiteral("ZR1")},
-                            {QStringLiteral("Frame number"), QStringLiteral("12")}}),
+                            {QStringLiteral("FrameNumber"), QStringLiteral("12")}}),
                   QString());
         QImageReader reader(path);
         EXPECT_EQ(reader.text(QStringLiteral("Serial")), QStringLiteral("ZR1"));
-        EXPECT_EQ(reader.text(QStringLiteral("Frame number")), QStringLiteral("12"));
+        EXPECT_EQ(reader.text(QStringLiteral("FrameNumber")), QStringLiteral("12"));
         const QImage image = reader.read().convertToFormat(QImage::Format_Grayscale8);
         ASSERT_EQ(image.size(), QSize(width, 3));
         for (int y = 0; y < 3; ++y) {

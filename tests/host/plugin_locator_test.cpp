@@ -47,8 +47,8 @@ TEST_F(PluginLocator, ANamedFileIsTakenEvenIfItIsMissing)
 
 TEST_F(PluginLocator, NothingFoundIsAnEmptyPath)
 {
-    EXPECT_EQ(choosePlugin({{QStringLiteral("build tree"), folder.filePath(QStringLiteral("x")),
-                             false}})
-                  .path,
-              QString());
+    EXPECT_EQ(
+        choosePlugin({{QStringLiteral("build tree"), folder.filePath(QStringLiteral("x")), false}})
+            .path,
+        QString());
 }

@@ -1,6 +1,5 @@
-#include "common/result_codes.h"
-
 #include "common/driver_error.h"
+#include "common/result_codes.h"
 
 #include <QSet>
 #include <gtest/gtest.h>
@@ -13,8 +12,9 @@ TEST(ResultCodes, EveryCodeOfTheContractHasItsRow)
     for (const ResultCodeInfo& info : resultCodes()) {
         codes += static_cast<quint32>(info.code);
     }
-    const QList<quint32> contract{0,   512, 513, 769,  770,  771,  772,  775,  776,  777,  779, 780,
-                                  781, 1033, 1034, 1035, 1037, 1038, 1039, 1040, 1041, 1047, 1052};
+    const QList<quint32> contract{0,    512,  513,  769,  770,  771,  772,  775,
+                                  776,  777,  779,  780,  781,  1033, 1034, 1035,
+                                  1037, 1038, 1039, 1040, 1041, 1047, 1052};
     EXPECT_EQ(codes, contract);
 }
 

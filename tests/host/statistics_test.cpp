@@ -43,7 +43,7 @@ TEST(StreamAccountTest, RateIsIntervalsPerSpan)
 TEST(StreamAccountTest, SumsGapsRepetitionsAndRestarts)
 {
     StreamAccount account;
-    for (const quint64 number : {0x10000, 0x10001, 0x10005, 0x10005, 0x10008, 2, 3}) {
+    for (const quint64 number : {0x10000U, 0x10001U, 0x10005U, 0x10005U, 0x10008U, 2U, 3U}) {
         account.addFrame(number, {}, 1ms);
     }
     EXPECT_EQ(account.frames(), 7U);

@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+
 #include <unistd.h>
 
 using namespace zrnhost;
@@ -67,8 +68,7 @@ TEST(UsbBusTest, TellsAccessAndKernelDrivers)
     }
     QDir(root.path()).mkpath(QStringLiteral("sys/bus/usb/drivers/uvcvideo"));
     ASSERT_TRUE(QFile::link(QStringLiteral("../../drivers/uvcvideo"),
-                            root.path() +
-                                QStringLiteral("/sys/bus/usb/devices/1-1:1.0/driver")));
+                            root.path() + QStringLiteral("/sys/bus/usb/devices/1-1:1.0/driver")));
     const auto cameras = camerasOnBus(root.path());
     ASSERT_EQ(cameras.size(), 1U);
     EXPECT_TRUE(cameras[0].nodeExists);

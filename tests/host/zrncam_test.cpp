@@ -187,10 +187,11 @@ TEST(ZrncamGrab, WritesBothImagesWithTheirMetadata)
     EXPECT_EQ(reader.text(QStringLiteral("Serial")), QStringLiteral("ZR1001"));
     EXPECT_EQ(reader.text(QStringLiteral("Image")), QStringLiteral("B"));
     EXPECT_EQ(reader.text(QStringLiteral("Exposure")), QStringLiteral("700 us"));
-    EXPECT_EQ(reader.text(QStringLiteral("Frame number")), QStringLiteral("1"));
+    EXPECT_EQ(reader.text(QStringLiteral("FrameNumber")), QStringLiteral("1"));
     EXPECT_EQ(reader.text(QStringLiteral("Trailer")), QStringLiteral("0x0000000000000001"));
     const QImage image = reader.read();
     ASSERT_EQ(image.size(), QSize(64, 48));
+    EXPECT_TRUE(image.text(QStringLiteral("Creation Time")).endsWith(QLatin1Char('Z')));
     EXPECT_EQ(qGray(image.pixel(0, 0)), 1);
     EXPECT_EQ(qGray(image.pixel(3, 0)), 254);
 }

@@ -36,9 +36,8 @@ void applyCaptureOptions(zrnhost::Camera& camera, const CaptureOptions& options)
               QStringLiteral("setting the longest wait to %1").arg(*options.waitMilliseconds));
     }
     // The answer is NotSupported although the driver keeps and obeys the mode.
-    camera->setTriggerMode(options.newest ? CameraSpace::TriggerMode::Newest
-                                          : CameraSpace::TriggerMode::Oldest,
-                           0);
+    camera->setTriggerMode(
+        options.newest ? CameraSpace::TriggerMode::Newest : CameraSpace::TriggerMode::Oldest, 0);
 }
 
 CameraIdentity identify(zrnhost::Camera& camera)

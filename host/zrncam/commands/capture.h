@@ -9,10 +9,10 @@
 
 /// Settings that the commands which stream share.
 struct CaptureOptions {
-    std::optional<unsigned int> exposure;   ///< microseconds
+    std::optional<unsigned int> exposure; ///< microseconds
     std::optional<unsigned short> gain;
-    std::optional<int> waitMilliseconds;    ///< longest wait of one grab
-    bool newest = false;                    ///< grab the newest cached frame, not the oldest
+    std::optional<int> waitMilliseconds; ///< longest wait of one grab
+    bool newest = false;                 ///< grab the newest cached frame, not the oldest
 };
 
 void addCaptureOptions(CLI::App& command, CaptureOptions& options);

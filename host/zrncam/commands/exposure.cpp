@@ -28,8 +28,7 @@ ExitCode runExposure(Context& context, const ExposureOptions& options)
     check(camera->getExposureTimeRange(minimum, maximum, 0),
           QStringLiteral("reading the exposure range"));
 
-    context.report.line(
-        QStringLiteral("%1 us (%2 to %3)").arg(current).arg(minimum).arg(maximum));
+    context.report.line(QStringLiteral("%1 us (%2 to %3)").arg(current).arg(minimum).arg(maximum));
     QJsonObject& json = context.report.json();
     json[QLatin1String("exposure")] = static_cast<qint64>(current);
     json[QLatin1String("minimum")] = static_cast<qint64>(minimum);

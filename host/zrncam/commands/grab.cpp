@@ -95,21 +95,22 @@ private:
     void writeImage(const CameraSpace::ImageBlock& block, char letter, Report& report)
     {
         const quint64 trailer = zrnhost::trailerOf(block);
-        const QString name = QStringLiteral("%1_%2_%3.%4")
-                                 .arg(m_identity.serial)
-                                 .arg(m_account.frames(), 4, 10, QLatin1Char('0'))
-                                 .arg(QLatin1Char(letter))
-                                 .arg(m_options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
+        const QString name =
+            QStringLiteral("%1_%2_%3.%4")
+                .arg(m_identity.serial)
+                .arg(m_account.frames(), 4, 10, QLatin1Char('0'))
+                .arg(QLatin1Char(letter))
+                .arg(m_options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
         const QString path = m_folder.filePath(name);
 
         zrnhost::ImageTexts texts = m_settings;
         texts.emplace_back(QStringLiteral("Image"), QString(QLatin1Char(letter)));
-        texts.emplace_back(QStringLiteral("Frame number"), QString::number(m_step.number));
+        texts.emplace_back(QStringLiteral("FrameNumber"), QString::number(m_step.number));
         texts.emplace_back(QStringLiteral("Trailer"), trailerText(trailer));
         texts.emplace_back(QStringLiteral("Creation Time"),
                            QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
-        const QString failure = m_options.raw ? zrnhost::writeRaw(path, block)
-                                              : zrnhost::writePng(path, block, texts);
+        const QString failure =
+            m_options.raw ? zrnhost::writeRaw(path, block) : zrnhost::writePng(path, block, texts);
         if (!failure.isEmpty()) {
             throw ToolError(ExitCode::Output, failure);
         }

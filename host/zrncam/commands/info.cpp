@@ -57,9 +57,7 @@ ExitCode runInfo(Context& context)
     const ErrorCode formatResult = camera->getPixelFormat(format, 0);
     const auto formatCode = static_cast<quint32>(format);
     addFact(report, "pixelFormat", QStringLiteral("pixel format"), formatResult,
-            QStringLiteral("%1, %2 bits for each position")
-                .arg(formatCode)
-                .arg(formatCode & 0xff),
+            QStringLiteral("%1, %2 bits for each position").arg(formatCode).arg(formatCode & 0xff),
             static_cast<qint64>(formatCode));
 
     unsigned int exposure = 0;

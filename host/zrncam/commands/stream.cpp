@@ -132,8 +132,9 @@ ExitCode runStream(Context& context, const StreamOptions& options)
         return ExitCode::Interrupted;
     }
     if (result.account.frames() == 0) {
-        throw ToolError(ExitCode::Stream, QStringLiteral("the camera delivered no frame"),
-                        QStringLiteral("check the cable; 'zrncam doctor' looks for the usual causes"));
+        throw ToolError(
+            ExitCode::Stream, QStringLiteral("the camera delivered no frame"),
+            QStringLiteral("check the cable; 'zrncam doctor' looks for the usual causes"));
     }
     return ExitCode::Success;
 }

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 
 int FakeCamera::cameraCount = 0;
 
@@ -21,16 +20,16 @@ CameraSpace::ImageBlock* makeImage(quint32 frame, int direction)
     block->height = FakeCamera::height;
     block->bitsPerPixel = 8;
     const int pixels = FakeCamera::width * FakeCamera::height;
-    block->data.resize(pixels + 8);
+    block->data.reserve(pixels + 8);
     for (int i = 0; i < pixels; ++i) {
-        block->data[i] = static_cast<char>(static_cast<int>(frame) + direction * i);
+        block->data.append(static_cast<char>(static_cast<int>(frame) + direction * i));
     }
     quint64 trailer = 0;
     for (int byte = 0; byte < 4; ++byte) {
         const auto value = static_cast<qint64>(static_cast<qint8>(frame >> (8 * byte)));
         trailer |= static_cast<quint64>(value) << (8 * byte);
     }
-    std::memcpy(block->data.data() + pixels, &trailer, sizeof trailer);
+    block->data.append(reinterpret_cast<const char*>(&trailer), sizeof trailer);
     return block;
 }
 
@@ -38,8 +37,9 @@ CameraSpace::ImageBlock* makeImage(quint32 frame, int direction)
 
 bool hasFault(const char* name)
 {
-    return qEnvironmentVariable("ZRN_FAKE_FAULT").split(QLatin1Char(',')).contains(
-        QLatin1String(name));
+    return qEnvironmentVariable("ZRN_FAKE_FAULT")
+        .split(QLatin1Char(','))
+        .contains(QLatin1String(name));
 }
 
 ErrorCode FakeCamera::connectDeviceBySerial(const QString& serial)
@@ -64,12 +64,10 @@ ErrorCode FakeCamera::connectDeviceByIndex(int index)
         return ErrorCode::NodeNotOpen;
     }
     m_serial = serials[index];
-    m_properties = {{QStringLiteral("Serial"), m_serial},
-                    {QStringLiteral("SensorCount"), index == 1 ? 1 : 2},
-                    {QStringLiteral("FrameRate"), 500.0},
-                    {QStringLiteral("MaxGrabWaitTime"), 1000U},
-                    {QStringLiteral("Gamma"), 100},
-                    {QStringLiteral("EnableCheckGain"), true}};
+    m_properties = {
+        {QStringLiteral("Serial"), m_serial}, {QStringLiteral("SensorCount"), index == 1 ? 1 : 2},
+        {QStringLiteral("FrameRate"), 500.0}, {QStringLiteral("MaxGrabWaitTime"), 1000U},
+        {QStringLiteral("Gamma"), 100},       {QStringLiteral("EnableCheckGain"), true}};
     return ErrorCode::Success;
 }
 

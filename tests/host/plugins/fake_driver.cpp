@@ -1,5 +1,5 @@
-#include "fake_camera.h"
 #include "factory_interface.h"
+#include "fake_camera.h"
 
 #include <algorithm>
 #include <memory>
@@ -33,8 +33,9 @@ public:
 
     ErrorCode deleteDevice(BaseDeviceSpace::DeviceInterface*& device) override
     {
-        const auto found = std::find_if(m_cameras.begin(), m_cameras.end(),
-                                        [device](const auto& camera) { return camera.get() == device; });
+        const auto found =
+            std::find_if(m_cameras.begin(), m_cameras.end(),
+                         [device](const auto& camera) { return camera.get() == device; });
         if (found == m_cameras.end()) {
             return ErrorCode::NothingEnumerated;
         }
