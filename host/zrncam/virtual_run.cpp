@@ -16,6 +16,8 @@ namespace
 /// Marks the process that runs on virtual cameras, which sees the same --virtual as this one.
 constexpr const char* marker = "ZRNCAM_ON_VIRTUAL_CAMERAS";
 
+constexpr const char* defaultModel = "type0";
+
 /// zrnsim beside this program, or the one on PATH.
 QString findSimulator()
 {
@@ -42,7 +44,7 @@ void runOnVirtualCameras(const std::vector<std::string>& models,
     }
     std::vector<std::string> words{simulator};
     for (const std::string& model : models) {
-        words.insert(words.end(), {"--camera", model.empty() ? "default" : model});
+        words.insert(words.end(), {"--camera", model.empty() ? defaultModel : model});
     }
     words.emplace_back("--");
     words.push_back(QCoreApplication::applicationFilePath().toLocal8Bit().toStdString());
