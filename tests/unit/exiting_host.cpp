@@ -1,0 +1,82 @@
+// A host that exits without unloading the plugin or deleting its cameras. It prints the libuvc
+// calls that are made after it has left main.
+
+#include "camera_interface.h"
+#include "factory_interface.h"
+#include "fake_uvc.h"
+
+#include <QPluginLoader>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+using BaseDeviceSpace::DeviceInterface;
+using CameraSpace::CameraInterface;
+
+namespace
+{
+
+constexpr int width = 8;
+constexpr int height = 4;
+
+std::atomic<bool> leftMain = false;
+
+void printLateCalls(const fakeuvc::Call& call)
+{
+    if (leftMain) {
+        std::fprintf(stderr, "%s\n", call.text.c_str());
+    }
+}
+
+int fail(const char* what)
+{
+    std::fprintf(stderr, "cannot %s\n", what);
+    return EXIT_FAILURE;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        return fail("run without a plugin and one of: enumerated connected streaming exit");
+    }
+    const auto stateIs = [argv](const char* state) { return std::strcmp(argv[2], state) == 0; };
+
+    fakeuvc::Bus& bus = fakeuvc::Bus::instance();
+    bus.setHook(printLateCalls);
+    fakeuvc::Camera& camera = bus.addCamera(1, 2, width, height);
+    bus.addCamera(2, 2, width, height);
+
+    QPluginLoader loader(argv[1]);
+    auto* factory = qobject_cast<IFactory*>(loader.instance());
+    if (!factory || factory->enumDevice() != 2) {
+        return fail("enumerate");
+    }
+    DeviceInterface* device = factory->createDevice();
+    factory->createDevice();
+    if (!stateIs("enumerated")) {
+        auto* interface = dynamic_cast<CameraInterface*>(device);
+        if (!interface || device->connectDeviceBySerial("ZR1") != ErrorCode::Success) {
+            return fail("connect");
+        }
+        if (!stateIs("connected") && interface->startStream(0) != ErrorCode::Success) {
+            return fail("start the stream");
+        }
+    }
+
+    leftMain = true;
+    if (stateIs("exit")) {
+        // Frames keep coming while the process goes.
+        std::thread([&bus, &camera] {
+            std::vector<unsigned char> data(2 * width * height, 1);
+            while (bus.deliver(camera, width, height, data)) {
+            }
+        }).detach();
+        std::exit(EXIT_SUCCESS);
+    }
+    return EXIT_SUCCESS;
+}

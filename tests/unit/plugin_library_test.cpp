@@ -1,0 +1,289 @@
+// The built plugin as a host sees it: its metadata, its symbols, its root object and its cameras.
+// What it imports from libuvc is answered by the stand-in, which this program brings along.
+
+#include "camera_interface.h"
+#include "factory_interface.h"
+#include "fake_uvc.h"
+
+#include <QCborMap>
+#include <QCborValue>
+#include <QFile>
+#include <QJsonObject>
+#include <QLibrary>
+#include <QPluginLoader>
+#include <QPointer>
+#include <QProcess>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+using BaseDeviceSpace::DeviceInterface;
+using CameraSpace::CameraInterface;
+using CameraSpace::ImageBlock;
+using fakeuvc::Bus;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+const QString pluginPath = QStringLiteral(ZRN_PLUGIN_PATH);
+
+/// The block that Qt finds in the file, up to the end of its map.
+QByteArray metadataOfTheFile()
+{
+    QFile file(pluginPath);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray bytes = file.readAll();
+    EXPECT_EQ(bytes.count("QTMETADATA !"), 1);
+    const QByteArray fromMarker = bytes.mid(bytes.indexOf("QTMETADATA !"), 4096);
+    return fromMarker.left(fromMarker.indexOf('\xff') + 1);
+}
+
+/// The symbols that nm lists, without addresses.
+std::set<QString> symbols(const QString& which)
+{
+    QProcess nm;
+    nm.start("nm", {"-D", "--format=posix", which, pluginPath});
+    EXPECT_TRUE(nm.waitForFinished());
+    EXPECT_EQ(nm.exitCode(), 0);
+    std::set<QString> names;
+    for (const QByteArray& line : nm.readAllStandardOutput().split('\n')) {
+        if (!line.isEmpty()) {
+            names.insert(QString::fromLatin1(line.split(' ').front()).section('@', 0, 0));
+        }
+    }
+    return names;
+}
+
+class PluginLibrary : public testing::Test
+{
+protected:
+    PluginLibrary() { bus.reset(); }
+
+    IFactory* factory() { return qobject_cast<IFactory*>(loader.instance()); }
+
+    Bus& bus = Bus::instance();
+    QPluginLoader loader{pluginPath};
+};
+
+class ExitingHost : public testing::TestWithParam<const char*>
+{
+};
+
+} // namespace
+
+TEST_F(PluginLibrary, DescribesItself)
+{
+    const QJsonObject metadata = loader.metaData();
+    EXPECT_EQ(metadata["IID"].toString(), "Quorvane.Hardware.ZRNCameraFactory.v2.0");
+    EXPECT_EQ(metadata["className"].toString(), "CZRNCameraFactory");
+    EXPECT_EQ(metadata["MetaData"].toObject(), (QJsonObject{{"key", "zrncamera"}}));
+    EXPECT_FALSE(metadata["debug"].toBool());
+    EXPECT_FALSE(loader.isLoaded());
+}
+
+TEST_F(PluginLibrary, CarriesItsMetadataInQtsForm)
+{
+    const QByteArray block = metadataOfTheFile();
+    ASSERT_GT(block.size(), 16);
+    EXPECT_EQ(block.left(16), QByteArray("QTMETADATA !\0\5\17\0", 16));
+    // A CBOR map of indefinite length with three entries.
+    EXPECT_EQ(block.at(16), '\xbf');
+    EXPECT_EQ(block.back(), '\xff');
+    const QCborMap map = QCborValue::fromCbor(block.mid(16)).toMap();
+    EXPECT_EQ(map.size(), 3);
+    EXPECT_EQ(map[2].toString(), "Quorvane.Hardware.ZRNCameraFactory.v2.0");
+    EXPECT_EQ(map[3].toString(), "CZRNCameraFactory");
+    EXPECT_EQ(map[4].toMap(), (QCborMap{{"key", "zrncamera"}}));
+}
+
+TEST_F(PluginLibrary, AnswersTheMetadataQuery)
+{
+    QLibrary library(pluginPath);
+    using Query = const char* (*)();
+    const auto query = reinterpret_cast<Query>(library.resolve("qt_plugin_query_metadata"));
+    ASSERT_NE(query, nullptr);
+    const QByteArray block = metadataOfTheFile();
+    EXPECT_EQ(QByteArray(query(), block.size()), block);
+    EXPECT_TRUE(library.unload());
+}
+
+TEST_F(PluginLibrary, ExportsQtsEntryPointsAndTheTickThreadOnly)
+{
+    for (const QString& name : symbols("--defined-only")) {
+        const bool known = name == "qt_plugin_instance" || name == "qt_plugin_query_metadata" ||
+                           name.contains("13CustomThreads13TickTokThread") ||
+                           name.contains("CustomThreads::TickTokThread");
+        EXPECT_TRUE(known) << name.toStdString();
+    }
+    EXPECT_EQ(symbols("--defined-only").count("qt_plugin_instance"), 1U);
+    EXPECT_EQ(symbols("--defined-only").count("qt_plugin_query_metadata"), 1U);
+}
+
+TEST_F(PluginLibrary, ImportsFromLibuvcOnlyWhatTheStandInDefines)
+{
+    std::set<QString> imported;
+    for (const QString& name : symbols("--undefined-only")) {
+        EXPECT_FALSE(name.startsWith("libusb_")) << name.toStdString();
+        if (name.startsWith("uvc_")) {
+            imported.insert(name);
+        }
+    }
+    EXPECT_GT(imported.size(), 20U);
+    for (const QString& name : imported) {
+        EXPECT_NE(QLibrary::resolve(ZRN_FAKE_UVC_PATH, name.toLatin1()), nullptr)
+            << name.toStdString();
+    }
+}
+
+TEST_F(PluginLibrary, HasOneRootObject)
+{
+    QObject* root = loader.instance();
+    ASSERT_NE(root, nullptr) << loader.errorString().toStdString();
+    EXPECT_EQ(loader.instance(), root);
+    EXPECT_EQ(root->parent(), nullptr);
+    EXPECT_STREQ(root->metaObject()->className(), "CZRNCameraFactory");
+    ASSERT_NE(factory(), nullptr);
+    EXPECT_EQ(factory()->name(), "ZRNCamera");
+    EXPECT_EQ(factory()->version(), QVersionNumber(2, 2, 1));
+    EXPECT_THAT(bus.callTexts(), IsEmpty());
+    EXPECT_TRUE(loader.unload());
+}
+
+TEST_F(PluginLibrary, MakesANewRootObjectWhereTheOldOneIsGone)
+{
+    QLibrary library(pluginPath);
+    using Instance = QObject* (*)();
+    const auto instance = reinterpret_cast<Instance>(library.resolve("qt_plugin_instance"));
+    ASSERT_NE(instance, nullptr);
+    QPointer<QObject> first = instance();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(instance(), first);
+    delete first.data();
+    QObject* second = instance();
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(instance(), second);
+    delete second;
+    EXPECT_TRUE(library.unload());
+}
+
+TEST_F(PluginLibrary, ItsCamerasCastAcrossTheLibrarysBorder)
+{
+    DeviceInterface* device = factory()->createDevice();
+    ASSERT_NE(device, nullptr);
+    auto* camera = dynamic_cast<CameraInterface*>(device);
+    auto* object = dynamic_cast<QObject*>(device);
+    ASSERT_NE(camera, nullptr);
+    ASSERT_NE(object, nullptr);
+    EXPECT_STREQ(object->metaObject()->className(), "CZRNCamera");
+    EXPECT_EQ(object->qt_metacast("CameraInterface"), static_cast<void*>(camera));
+    EXPECT_EQ(static_cast<DeviceInterface*>(camera), device);
+    EXPECT_EQ(factory()->deleteDevice(device), ErrorCode::Success);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_TRUE(loader.unload());
+}
+
+TEST_F(PluginLibrary, SlotsAreCalledByTheirNumber)
+{
+    // As a host would that knows nothing but the order of the operations.
+    DeviceInterface* device = factory()->createDevice();
+    const auto slot = [](void* object, std::size_t number) {
+        return (*static_cast<void***>(object))[number];
+    };
+    void* const object = device;
+    using Types = int (*)(void*);
+    using Result = ErrorCode (*)(void*);
+    using ByIndex = ErrorCode (*)(void*, int);
+    EXPECT_EQ(reinterpret_cast<Types>(slot(object, 1))(object), 1);
+    EXPECT_EQ(reinterpret_cast<ByIndex>(slot(object, 3))(object, 0), ErrorCode::NothingEnumerated);
+    EXPECT_EQ(reinterpret_cast<Result>(slot(object, 4))(object), ErrorCode::BadArgument);
+    EXPECT_EQ(reinterpret_cast<Result>(slot(object, 5))(object), ErrorCode::NotConnected);
+
+    void* const camera = dynamic_cast<CameraInterface*>(device);
+    using Offset = ErrorCode (*)(void*, unsigned int, unsigned int, signed char);
+    using Selector = ErrorCode (*)(void*, signed char);
+    EXPECT_EQ(reinterpret_cast<Offset>(slot(camera, 9 + 9))(camera, 1, 2, 0),
+              ErrorCode::NotSupported);
+    EXPECT_EQ(reinterpret_cast<Selector>(slot(camera, 9 + 15))(camera, 0), ErrorCode::NoCamera);
+    EXPECT_EQ(reinterpret_cast<Selector>(slot(camera, 9 + 16))(camera, 0), ErrorCode::NotStreaming);
+    EXPECT_EQ(factory()->deleteDevice(device), ErrorCode::Success);
+    EXPECT_TRUE(loader.unload());
+}
+
+TEST_F(PluginLibrary, GrabsThroughTheInterfacesAlone)
+{
+    constexpr int width = 8;
+    constexpr int height = 4;
+    fakeuvc::Camera& onTheBus = bus.addCamera(4711, 2, width, height);
+    ASSERT_EQ(factory()->enumDevice(), 1);
+    DeviceInterface* device = factory()->createDevice();
+    auto* camera = dynamic_cast<CameraInterface*>(device);
+    ASSERT_NE(camera, nullptr);
+    ASSERT_EQ(device->connectDeviceBySerial("ZR4711"), ErrorCode::Success);
+    QMap<QString, QVariant> values;
+    EXPECT_EQ(device->getProperty("Serial", values), ErrorCode::Success);
+    EXPECT_EQ(values["value"], QVariant("ZR4711"));
+    ASSERT_EQ(camera->startStream(0), ErrorCode::Success);
+    std::vector<unsigned char> data(2 * width * height, 7);
+    ASSERT_TRUE(bus.deliver(onTheBus, width, height, data));
+    QList<ImageBlock*> images;
+    EXPECT_EQ(camera->grabImage(images), ErrorCode::Success);
+    ASSERT_EQ(images.size(), 2);
+    EXPECT_EQ(images[0]->data.left(width * height), QByteArray(width * height, 7));
+    qDeleteAll(images);
+
+    // The host forgets its camera; unloading takes care.
+    EXPECT_TRUE(loader.unload());
+    EXPECT_EQ(bus.outstanding(), fakeuvc::Outstanding{.descriptors = 1});
+    EXPECT_THAT(bus.misuses(), IsEmpty());
+}
+
+TEST_F(PluginLibrary, CanBeLoadedAgainAfterItWasUnloaded)
+{
+    for (int i = 0; i < 5; ++i) {
+        QPluginLoader again(pluginPath);
+        auto* root = qobject_cast<IFactory*>(again.instance());
+        ASSERT_NE(root, nullptr);
+        EXPECT_EQ(root->enumDevice(), 0);
+        EXPECT_TRUE(again.unload());
+    }
+    EXPECT_EQ(bus.outstanding(), fakeuvc::Outstanding{});
+}
+
+TEST_P(ExitingHost, ExitsCleanly)
+{
+    QProcess host;
+    host.start(ZRN_EXITING_HOST_PATH, {pluginPath, GetParam()});
+    ASSERT_TRUE(host.waitForFinished(20000)) << "the process does not end";
+    EXPECT_EQ(host.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(host.exitCode(), 0);
+
+    std::vector<std::string> calls;
+    for (const QByteArray& line : host.readAllStandardError().split('\n')) {
+        // Only the calls of libuvc are of interest, but no warning may be among the lines.
+        EXPECT_FALSE(line.contains("QMutex") || line.contains("QThread")) << line.toStdString();
+        if (line.startsWith("uvc_")) {
+            calls.push_back(line.toStdString());
+        }
+    }
+    const std::string state = GetParam();
+    std::vector<std::string> expected;
+    if (state == "streaming" || state == "exit") {
+        expected.emplace_back("uvc_stop_streaming handle1");
+    }
+    for (const int number : {1, 2}) {
+        const std::string context = "context" + std::to_string(number + 1);
+        expected.push_back("uvc_close handle" + std::to_string(number));
+        expected.push_back("uvc_unref_device " + context + "/device" + std::to_string(number - 1));
+        expected.push_back("uvc_exit " + context);
+    }
+    EXPECT_EQ(calls, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryState, ExitingHost,
+                         testing::Values("enumerated", "connected", "streaming", "exit"),
+                         [](const auto& test) { return std::string(test.param); });
