@@ -125,13 +125,8 @@ int CZRNCamera::enumZRNCameraDevices()
         return 0;
     }
 
-    // The records stay: a connected camera object may still point at its own.
-    const QList<CameraNode*> known = takeNodes();
-    for (CameraNode* node : known) {
-        if (node) {
-            closeSpecifedDevice(node);
-        }
-    }
+    // A record stays, closed, for as long as a connected camera points at it.
+    releaseNodes(takeNodes());
 
     uvc_device_t** devices = nullptr;
     result = uvc_get_device_list(scan, &devices);
@@ -171,13 +166,7 @@ bool CZRNCamera::releaseZRNCameraLibrary()
         const QMutexLocker enumeration(&m_cameraEnumLock);
         nodes = takeNodes();
     }
-    for (CameraNode*& node : nodes) {
-        if (node) {
-            closeSpecifedDevice(node);
-            NodeReference::release(node);
-            node = nullptr;
-        }
-    }
+    releaseNodes(nodes);
     return true;
 }
 
@@ -187,6 +176,16 @@ QList<CameraNode*> CZRNCamera::takeNodes()
     const QList<CameraNode*> nodes = m_cameraNodeMap.values();
     m_cameraNodeMap.clear();
     return nodes;
+}
+
+void CZRNCamera::releaseNodes(const QList<CameraNode*>& nodes)
+{
+    for (CameraNode* node : nodes) {
+        if (node) {
+            closeSpecifedDevice(node);
+            NodeReference::release(node);
+        }
+    }
 }
 
 void CZRNCamera::registerNode(const CameraNode& opened)

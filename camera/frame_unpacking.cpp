@@ -154,8 +154,8 @@ void unpackBothEnds(const Unpacking& u)
 {
     const auto [a, b] = u.images;
     const bool hasMiddle = u.width % groupPixels != 0;
-    // The frame may end within the last row's middle; in rows of one pixel, already within that of the
-    // third row from below.
+    // The frame may end within the last row's middle; in rows of one pixel, already within that of
+    // the third row from below.
     const std::size_t lastRows = std::min<std::size_t>(3, u.height);
     u.clear(u.pixels() - lastRows * u.width, u.pixels());
     for (std::size_t row = 0; row < u.pixels(); row += u.width) {

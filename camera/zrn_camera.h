@@ -211,6 +211,8 @@ private:
 
     /// Empties the node table. @return the nodes that it held.
     static QList<CameraNode*> takeNodes();
+    /// Closes nodes that were in the table and gives back its references to them.
+    static void releaseNodes(const QList<CameraNode*>& nodes);
     /// Enters an opened camera into the node table.
     static void registerNode(const CameraNode& opened);
 

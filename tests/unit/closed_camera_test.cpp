@@ -30,11 +30,7 @@ protected:
     {
         enumerate();
         ASSERT_EQ(camera.m_currentNode->handle, nullptr);
-        m_stale.reset(camera.m_currentNode);
     }
-
-    /// What enumerating leaves to whoever still points at it.
-    std::unique_ptr<CameraNode> m_stale;
 };
 
 } // namespace

@@ -223,7 +223,7 @@ TEST_F(Enumeration, ASecondEnumerationClosesEveryCameraBeforeItScans)
     bus.addCamera(9);
     bus.addCamera(10);
     CZRNCamera::enumZRNCameraDevices();
-    CameraNode* stale = node("9");
+    const NodeReference stale(node("9"));
     clearLogs();
 
     EXPECT_EQ(CZRNCamera::enumZRNCameraDevices(), 2);
@@ -236,8 +236,8 @@ TEST_F(Enumeration, ASecondEnumerationClosesEveryCameraBeforeItScans)
                             "uvc_unref_device context2/device0", "uvc_exit context2",
                             "uvc_get_device_list context4"));
 
-    // The old record stays valid, closed, and still says that it was opened.
-    EXPECT_NE(node("9"), stale);
+    // For whoever still points at it, the old record stays, closed, and says that it was opened.
+    EXPECT_NE(node("9"), stale.get());
     EXPECT_EQ(stale->handle, nullptr);
     EXPECT_EQ(stale->device, nullptr);
     EXPECT_EQ(stale->context, nullptr);
