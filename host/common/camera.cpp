@@ -30,27 +30,32 @@ Camera::~Camera()
     m_factory.deleteDevice(m_device);
 }
 
-ErrorCode Camera::readProperty(const char* key, QVariant& value)
+ErrorCode Camera::readProperty(const QString& key, QVariant& value)
 {
     QMap<QString, QVariant> values;
-    const ErrorCode result = m_device->getProperty(QString::fromLatin1(key), values);
+    const ErrorCode result = m_device->getProperty(key, values);
     if (result == ErrorCode::Success) {
         value = values.value(QString::fromLatin1(keys::value));
     }
     return result;
 }
 
-ErrorCode Camera::writeProperty(const char* key, const QVariant& value)
+ErrorCode Camera::writeProperty(const QString& key, const QVariant& value)
 {
-    return m_device->setProperty(QString::fromLatin1(key),
-                                 {{QString::fromLatin1(keys::value), value}});
+    return m_device->setProperty(key, {{QString::fromLatin1(keys::value), value}});
 }
 
-QVariant Camera::property(const char* key)
+QVariant Camera::property(const QString& key)
 {
     QVariant value;
-    check(readProperty(key, value), QStringLiteral("reading %1").arg(QLatin1String(key)));
+    check(readProperty(key, value), QStringLiteral("reading %1").arg(key));
     return value;
+}
+
+ErrorCode Camera::run(const QString& command)
+{
+    QMap<QString, QVariant> values;
+    return m_device->executeCommand(command, values);
 }
 
 QString serialNumberOf(const QString& serial)

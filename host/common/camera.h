@@ -25,11 +25,13 @@ public:
     CameraSpace::CameraInterface* operator->() { return m_camera; }
 
     /// Reads a property. @p value is untouched unless the result is success.
-    ErrorCode readProperty(const char* key, QVariant& value);
+    ErrorCode readProperty(const QString& key, QVariant& value);
     /// Writes a property. The driver judges the variant by its type.
-    ErrorCode writeProperty(const char* key, const QVariant& value);
+    ErrorCode writeProperty(const QString& key, const QVariant& value);
     /// Reads a property. @throws DriverError
-    QVariant property(const char* key);
+    QVariant property(const QString& key);
+    /// Runs a command.
+    ErrorCode run(const QString& command);
 
 private:
     IFactory& m_factory;

@@ -121,8 +121,10 @@ int main(int argc, char** argv)
     app.fallthrough();
     GlobalOptions options;
     addGlobalOptions(app, options);
-    const std::vector<Command> commands{addList(app), addInfo(app), addExposure(app),
-                                        addGain(app), addGrab(app), addStream(app)};
+    const std::vector<Command> commands{addList(app),          addInfo(app),   addExposure(app),
+                                        addGain(app),          addGrab(app),   addStream(app),
+                                        addGet(app),           addSet(app),    addProperties(app),
+                                        addDriverCommand(app), addDoctor(app), addVerify(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

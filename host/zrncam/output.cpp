@@ -34,7 +34,7 @@ void Report::line(const QString& text)
 
 void Report::line(const QString& name, const QString& value)
 {
-    line(name.leftJustified(14) + value);
+    line(name.leftJustified(16) + value);
 }
 
 ExitCode Report::finish(ExitCode exitCode)

@@ -1,0 +1,197 @@
+#include "doctor/findings.h"
+
+#include "common/usb_transfers.h"
+
+namespace
+{
+
+constexpr qint64 bytesPerMiB = 1 << 20;
+
+QString udevRemedy()
+{
+    return QStringLiteral("put this line into %1\n"
+                          "    %2\n"
+                          "then run 'sudo udevadm control --reload' and replug the camera")
+        .arg(QLatin1String(zrnhost::udevRulePath), QLatin1String(zrnhost::udevRule));
+}
+
+Finding judgeAccess(const zrnhost::UsbCamera& camera)
+{
+    const QString subject = QStringLiteral("permission");
+    if (!camera.nodeExists) {
+        return {subject, Verdict::Problem,
+                QStringLiteral("the camera at %1 has no device node %2")
+                    .arg(camera.name, camera.nodePath),
+                QStringLiteral("in a container, pass /dev/bus/usb through; otherwise see whether "
+                               "udev runs")};
+    }
+    if (!camera.accessible) {
+        return {subject, Verdict::Problem,
+                QStringLiteral("this user may not open %1").arg(camera.nodePath), udevRemedy()};
+    }
+    return {subject, Verdict::Good, QStringLiteral("this user may open %1").arg(camera.nodePath),
+            QString()};
+}
+
+Finding judgeKernelDrivers(const zrnhost::UsbCamera& camera)
+{
+    const QString subject = QStringLiteral("kernel-driver");
+    if (camera.kernelDrivers.isEmpty()) {
+        return {subject, Verdict::Good,
+                QStringLiteral("no kernel driver holds the camera at %1").arg(camera.name),
+                QString()};
+    }
+    return {subject, Verdict::Warning,
+            QStringLiteral("the kernel driver %1 holds the camera at %2; it is detached while the "
+                           "camera is in use, unless a program has its /dev/video node open")
+                .arg(camera.kernelDrivers.join(QStringLiteral(", ")), camera.name),
+            QStringLiteral("close programs that use the camera as a webcam ('fuser -v "
+                           "/dev/video*' lists them)")};
+}
+
+} // namespace
+
+const char* verdictName(Verdict verdict)
+{
+    switch (verdict) {
+    case Verdict::Good:
+        return "ok";
+    case Verdict::Warning:
+        return "warning";
+    case Verdict::Problem:
+        return "problem";
+    case Verdict::Unknown:
+        break;
+    }
+    return "unknown";
+}
+
+std::vector<Finding> judgeBus(const std::vector<zrnhost::UsbCamera>& cameras)
+{
+    if (cameras.empty()) {
+        return {{QStringLiteral("bus"), Verdict::Problem,
+                 QStringLiteral("no device 0483:5750 is on the bus"),
+                 QStringLiteral("check cable, supply and hub; 'lsusb' lists what is on the bus")}};
+    }
+    std::vector<Finding> findings{{QStringLiteral("bus"), Verdict::Good,
+                                   QStringLiteral("cameras on the bus: %1").arg(cameras.size()),
+                                   QString()}};
+    for (const zrnhost::UsbCamera& camera : cameras) {
+        findings.push_back(judgeAccess(camera));
+        findings.push_back(judgeKernelDrivers(camera));
+    }
+    return findings;
+}
+
+Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
+                            std::optional<int> limitMiB)
+{
+    const QString subject = QStringLiteral("usbfs-memory");
+    qint64 needed = 0;
+    bool exact = true;
+    for (const zrnhost::UsbCamera& camera : cameras) {
+        const zrnhost::TransferMemory memory = zrnhost::transferMemory(camera.descriptors);
+        needed += memory.bytes;
+        exact = exact && memory.exact;
+    }
+    if (needed == 0) {
+        return {subject, Verdict::Unknown,
+                QStringLiteral("no camera shows how much memory its transfers take"), QString()};
+    }
+    const qint64 neededMiB = (needed + bytesPerMiB - 1) / bytesPerMiB;
+    const QString need = exact ? QStringLiteral("the transfers take %1 MiB").arg(neededMiB)
+                               : QStringLiteral("the transfers take up to %1 MiB").arg(neededMiB);
+    if (!limitMiB) {
+        return {subject, Verdict::Unknown,
+                need + QStringLiteral("; the limit of usbfs cannot be read"), QString()};
+    }
+    if (*limitMiB == 0 || neededMiB <= *limitMiB) {
+        return {subject, Verdict::Good,
+                *limitMiB == 0 ? need + QStringLiteral("; usbfs has no limit")
+                               : need + QStringLiteral("; usbfs allows %1 MiB").arg(*limitMiB),
+                QString()};
+    }
+    return {subject, exact ? Verdict::Problem : Verdict::Warning,
+            need + QStringLiteral(", usbfs allows %1 MiB; above it a stream can fail to start, or "
+                                  "hang when it is stopped")
+                       .arg(*limitMiB),
+            QStringLiteral("echo %1 | sudo tee /sys/module/usbcore/parameters/usbfs_memory_mb\n"
+                           "for good: usbcore.usbfs_memory_mb=%1 on the kernel's command line")
+                .arg(neededMiB)};
+}
+
+std::vector<Finding> judgeLibraries(const LibraryVersions& versions)
+{
+    std::vector<Finding> findings;
+    const QString libusb = QStringLiteral("libusb");
+    if (versions.libusb.isNull()) {
+        findings.push_back({libusb, Verdict::Unknown, QStringLiteral("libusb cannot be loaded"),
+                            QStringLiteral("install the package libusb-1.0-0")});
+    } else if (versions.libusb < QVersionNumber(1, 0, 27)) {
+        findings.push_back(
+            {libusb, Verdict::Warning,
+             QStringLiteral("libusb %1 can abort the program when a camera is unplugged while it "
+                            "is open; 1.0.27 and later do not")
+                 .arg(versions.libusb.toString()),
+             QStringLiteral("where cameras are unplugged while in use, install libusb 1.0.27 or "
+                            "later")});
+    } else {
+        findings.push_back({libusb, Verdict::Good,
+                            QStringLiteral("libusb %1").arg(versions.libusb.toString()),
+                            QString()});
+    }
+
+    const QString libuvc = QStringLiteral("libuvc");
+    if (versions.libuvc.isNull()) {
+        findings.push_back({libuvc, Verdict::Unknown,
+                            QStringLiteral("libuvc cannot be loaded, or hides its version"),
+                            QStringLiteral("install the package libuvc0")});
+    } else if (versions.libuvc <= QVersionNumber(0, 0, 6)) {
+        findings.push_back(
+            {libuvc, Verdict::Warning,
+             QStringLiteral("libuvc %1 can wait for ever when a stream stops after its camera was "
+                            "unplugged or the usbfs memory limit was met, and takes frames of up "
+                            "to 16 MiB only")
+                 .arg(versions.libuvc.toString()),
+             QStringLiteral("stop the stream before unplugging; keep the usbfs memory limit above "
+                            "what the transfers take")});
+    } else {
+        findings.push_back({libuvc, Verdict::Good,
+                            QStringLiteral("libuvc %1").arg(versions.libuvc.toString()),
+                            QString()});
+    }
+    return findings;
+}
+
+Finding judgePlugin(const zrnhost::PluginInspection& inspection)
+{
+    const QString subject = QStringLiteral("plugin");
+    switch (inspection.fault) {
+    case zrnhost::PluginFault::None:
+        return {subject, Verdict::Good,
+                QStringLiteral("%1, built for Qt %2; this program runs with Qt %3")
+                    .arg(inspection.path, inspection.qtVersion, QString::fromLatin1(qVersion())),
+                QString()};
+    case zrnhost::PluginFault::NotFound:
+        return {subject, Verdict::Problem, inspection.message,
+                QStringLiteral("name the file with --plugin or ZRNCAM_PLUGIN")};
+    case zrnhost::PluginFault::OtherQt:
+        return {subject, Verdict::Problem, inspection.message,
+                QStringLiteral("build the plugin with the Qt that this program uses")};
+    default:
+        return {subject, Verdict::Problem, inspection.message,
+                QStringLiteral("choose libzrncamera.so with --plugin or ZRNCAM_PLUGIN")};
+    }
+}
+
+Finding judgeEnumeration(int opened, std::size_t onBus)
+{
+    const QString message =
+        QStringLiteral("the driver opened %1 of %2 cameras").arg(opened).arg(onBus);
+    if (opened >= 0 && static_cast<std::size_t>(opened) >= onBus) {
+        return {QStringLiteral("enumeration"), Verdict::Good, message, QString()};
+    }
+    return {QStringLiteral("enumeration"), Verdict::Problem, message,
+            QStringLiteral("close other programs that use a camera, then replug it; two cameras "
+                           "with one serial count once")};
+}

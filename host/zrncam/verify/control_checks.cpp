@@ -1,0 +1,145 @@
+#include "common/property_keys.h"
+#include "verify/compliance.h"
+
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <limits>
+
+namespace
+{
+
+/// The coarsest step in which a camera counts exposure, microseconds.
+constexpr unsigned int coarsestExposureStep = 100;
+
+/// Minimum, quarters and maximum of a range.
+template <typename Number>
+std::vector<Number> acrossRange(Number minimum, Number maximum)
+{
+    std::vector<Number> values;
+    const auto span = static_cast<quint64>(maximum - minimum);
+    for (quint64 quarter = 0; quarter <= 4; ++quarter) {
+        values.push_back(static_cast<Number>(minimum + span * quarter / 4));
+    }
+    return values;
+}
+
+} // namespace
+
+void checkIdentity(zrnhost::Camera& camera, Compliance& compliance)
+{
+    compliance.setGroup(QStringLiteral("identity"));
+    compliance.expect(QStringLiteral("device type"), camera->types() == 1,
+                      QStringLiteral("%1, 1 is a camera").arg(camera->types()));
+    compliance.expect(QStringLiteral("driver name"), !camera->name().isEmpty(), camera->name());
+    QVariant serial;
+    compliance.expectCode(QStringLiteral("read serial"),
+                          camera.readProperty(zrnhost::keys::serial, serial));
+    const QRegularExpression form(QStringLiteral("^ZR\\d{1,20}$"));
+    compliance.expect(QStringLiteral("form of the serial"),
+                      form.match(serial.toString()).hasMatch(), serial.toString());
+}
+
+void checkExposure(zrnhost::Camera& camera, Compliance& compliance)
+{
+    compliance.setGroup(QStringLiteral("exposure"));
+    unsigned int minimum = 0;
+    unsigned int maximum = 0;
+    unsigned int original = 0;
+    if (!compliance.expectCode(QStringLiteral("read range"),
+                               camera->getExposureTimeRange(minimum, maximum, 0)) ||
+        !compliance.expectCode(QStringLiteral("read"), camera->getExposureTime(original, 0)) ||
+        !compliance.expect(QStringLiteral("range is ascending"), minimum <= maximum,
+                           QStringLiteral("%1 to %2 us").arg(minimum).arg(maximum))) {
+        return;
+    }
+    for (const unsigned int value : acrossRange(minimum, maximum)) {
+        const QString name = QStringLiteral("set %1 us").arg(value);
+        if (!compliance.expectCode(name, camera->setExposureTime(value, 0))) {
+            continue;
+        }
+        unsigned int readBack = 0;
+        camera->getExposureTime(readBack, 0);
+        const unsigned int difference = value > readBack ? value - readBack : readBack - value;
+        compliance.expect(name + QStringLiteral(", read back"), difference < coarsestExposureStep,
+                          QStringLiteral("%1 us").arg(readBack));
+    }
+    if (minimum > 0) {
+        compliance.expectCode(QStringLiteral("refuse a value below the range"),
+                              camera->setExposureTime(minimum - 1, 0), ErrorCode::BadArgument);
+    }
+    if (maximum < std::numeric_limits<unsigned int>::max()) {
+        compliance.expectCode(QStringLiteral("refuse a value above the range"),
+                              camera->setExposureTime(maximum + 1, 0), ErrorCode::BadArgument);
+    }
+    // A reading in coarse steps may lie just outside the range that it is converted from.
+    compliance.expectCode(
+        QStringLiteral("restore"),
+        camera->setExposureTime(std::min(std::max(original, minimum), maximum), 0));
+}
+
+void checkGain(zrnhost::Camera& camera, Compliance& compliance)
+{
+    compliance.setGroup(QStringLiteral("gain"));
+    unsigned short minimum = 0;
+    unsigned short maximum = 0;
+    unsigned short original = 0;
+    if (!compliance.expectCode(QStringLiteral("read range"),
+                               camera->getGainRange(minimum, maximum, 0)) ||
+        !compliance.expectCode(QStringLiteral("read"), camera->getGain(original, 0)) ||
+        !compliance.expect(QStringLiteral("range is ascending"), minimum <= maximum,
+                           QStringLiteral("%1 to %2").arg(minimum).arg(maximum))) {
+        return;
+    }
+    for (const unsigned short value : acrossRange(minimum, maximum)) {
+        const QString name = QStringLiteral("set %1").arg(value);
+        if (!compliance.expectCode(name, camera->setGain(value, 0))) {
+            continue;
+        }
+        unsigned short readBack = 0;
+        camera->getGain(readBack, 0);
+        compliance.expect(name + QStringLiteral(", read back"), readBack == value,
+                          QString::number(readBack));
+    }
+    if (minimum > 0) {
+        compliance.expectCode(QStringLiteral("refuse a value below the range"),
+                              camera->setGain(static_cast<unsigned short>(minimum - 1), 0),
+                              ErrorCode::BadArgument);
+    }
+    if (maximum < std::numeric_limits<unsigned short>::max()) {
+        compliance.expectCode(QStringLiteral("refuse a value above the range"),
+                              camera->setGain(static_cast<unsigned short>(maximum + 1), 0),
+                              ErrorCode::BadArgument);
+    }
+    compliance.expectCode(QStringLiteral("restore"), camera->setGain(original, 0));
+}
+
+void checkGeometry(zrnhost::Camera& camera, Compliance& compliance)
+{
+    compliance.setGroup(QStringLiteral("geometry"));
+    unsigned int width = 0;
+    unsigned int height = 0;
+    compliance.expectCode(QStringLiteral("image size"), camera->getMaxImageSize(width, height, 0));
+    compliance.expect(QStringLiteral("image size is not empty"), width > 0 && height > 0,
+                      QStringLiteral("%1 x %2").arg(width).arg(height));
+    unsigned int interestWidth = 0;
+    unsigned int interestHeight = 0;
+    compliance.expectCode(QStringLiteral("area of interest, size"),
+                          camera->getInterestSize(interestWidth, interestHeight, 0));
+    compliance.expect(QStringLiteral("area of interest is within the image"),
+                      interestWidth <= width && interestHeight <= height,
+                      QStringLiteral("%1 x %2").arg(interestWidth).arg(interestHeight));
+    compliance.expectSupport(QStringLiteral("set area of interest, size"),
+                             camera->setInterestSize(width, height, 0), ErrorCode::NotSupported);
+    compliance.expectSupport(QStringLiteral("set area of interest, offset"),
+                             camera->setAOIOffset(0, 0, 0), ErrorCode::NotSupported);
+    unsigned int x = 0;
+    unsigned int y = 0;
+    compliance.expectSupport(QStringLiteral("area of interest, offset"),
+                             camera->getAOIOffset(x, y, 0), ErrorCode::NotSupported);
+    CameraSpace::PixelFormatType format{};
+    compliance.expectCode(QStringLiteral("pixel format"), camera->getPixelFormat(format, 0));
+    const quint32 bits = static_cast<quint32>(format) & 0xff;
+    compliance.expect(QStringLiteral("pixel format has 8 or 16 bits"), bits == 8 || bits == 16,
+                      QString::number(static_cast<quint32>(format)));
+}
