@@ -57,9 +57,13 @@ std::string keyHelp()
 /// Only a process that was started with umockdev's library can announce devices.
 void restartUnderPreload(char** argv)
 {
-    const char* const loaded = std::getenv("LD_PRELOAD");
-    if (loaded != nullptr && std::strstr(loaded, zrnsim::preloadLibrary) != nullptr) {
+    if (zrnsim::isPreloaded()) {
         return;
+    }
+    const char* const wanted = std::getenv("LD_PRELOAD");
+    if (wanted != nullptr && std::strstr(wanted, zrnsim::preloadLibrary) != nullptr) {
+        throw std::runtime_error("cannot load " + std::string(zrnsim::preloadLibrary) +
+                                 ", which the Debian package umockdev provides");
     }
     const std::string self = std::filesystem::read_symlink("/proc/self/exe");
     setenv("LD_PRELOAD", zrnsim::preloadFor(self).c_str(), 1);

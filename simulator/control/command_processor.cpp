@@ -46,7 +46,7 @@ Value choose(const json& request, const char* key, Names<Value> names)
 
 std::uint64_t parseSerial(const json& value)
 {
-    if (value.is_number_unsigned()) {
+    if (value.is_number_integer() && value >= 0) {
         return value;
     }
     const std::string text = value;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <glib.h>
 #include <sstream>
 #include <vector>
@@ -48,6 +49,16 @@ std::vector<std::string> linkedLibraries(const std::string& program)
 }
 
 } // namespace
+
+bool isPreloaded()
+{
+    void* const library = dlopen(preloadLibrary, RTLD_LAZY | RTLD_NOLOAD);
+    if (library == nullptr) {
+        return false;
+    }
+    dlclose(library);
+    return true;
+}
 
 std::string preloadFor(const std::string& program)
 {

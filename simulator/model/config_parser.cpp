@@ -187,6 +187,24 @@ void applyKey(CameraConfig& config, std::string_view name, std::string_view valu
 constexpr std::uint32_t highSpeedIsoMax = 3 * 1024;
 constexpr std::uint32_t superSpeedIsoMax = 48 * 1024;
 
+/// Counts are single bytes in the descriptors, and the whole of them has a 16-bit length.
+void checkCounts(const CameraConfig& config)
+{
+    constexpr std::size_t maxSizes = 255;
+    constexpr std::size_t maxRates = 57;
+    constexpr std::size_t maxDescriptorBytes = 65'000;
+    const std::size_t frameBytes = 26 + 4 * config.frameRates.size();
+    if (config.sizes.size() > maxSizes) {
+        throw ConfigError("sizes: there are more than 255");
+    }
+    if (config.frameRates.size() > maxRates) {
+        throw ConfigError("rates: there are more than 57");
+    }
+    if (config.formats.size() * (27 + config.sizes.size() * frameBytes) > maxDescriptorBytes) {
+        throw ConfigError("formats, sizes and rates together do not fit into the descriptors");
+    }
+}
+
 /// Fits what was not said to what was.
 void finish(CameraConfig& config, bool payloadGiven, bool speedGiven)
 {
@@ -202,6 +220,7 @@ void finish(CameraConfig& config, bool payloadGiven, bool speedGiven)
                               std::to_string(limit) + " bytes");
         }
     }
+    checkCounts(config);
     config.controls.setSerial(config.serial);
     config.controls.setSensorType(config.sensorType);
 }
