@@ -1,0 +1,133 @@
+#include "doctor/findings.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+zrnhost::UsbCamera makeCamera()
+{
+    zrnhost::UsbCamera camera;
+    camera.name = QStringLiteral("1-2");
+    camera.nodePath = QStringLiteral("/dev/bus/usb/001/007");
+    camera.nodeExists = true;
+    camera.accessible = true;
+    // Isochronous, 64 x 48 pixels of 8 bits, packets of 1024 bytes: 100 transfers of 3 packets.
+    QByteArray frame(30, '\0');
+    frame[0] = 30;
+    frame[1] = 0x24;
+    frame[2] = 0x05;
+    frame[5] = 64;
+    frame[7] = 48;
+    QByteArray format(27, '\0');
+    format[0] = 27;
+    format[1] = 0x24;
+    format[2] = 0x04;
+    format[21] = 8;
+    camera.descriptors = QByteArray("\x09\x04\x01\x00\x01\x0e\x02\x00\x00", 9) + format + frame +
+                         QByteArray("\x07\x05\x81\x05\x00\x04\x01", 7);
+    return camera;
+}
+
+const Finding& find(const std::vector<Finding>& findings, const char* subject)
+{
+    static const Finding none{QString(), Verdict::Unknown, QString(), QString()};
+    for (const Finding& finding : findings) {
+        if (finding.subject == QLatin1String(subject)) {
+            return finding;
+        }
+    }
+    return none;
+}
+
+} // namespace
+
+TEST(Findings, AnEmptyBusIsAProblem)
+{
+    const std::vector<Finding> findings = judgeBus({});
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].verdict, Verdict::Problem);
+}
+
+TEST(Findings, ACameraThatMayBeOpenedIsGood)
+{
+    for (const Finding& finding : judgeBus({makeCamera()})) {
+        EXPECT_EQ(finding.verdict, Verdict::Good) << finding.message.toStdString();
+    }
+}
+
+TEST(Findings, MissingPermissionShowsTheUdevRule)
+{
+    zrnhost::UsbCamera camera = makeCamera();
+    camera.accessible = false;
+    const Finding finding = find(judgeBus({camera}), "permission");
+    EXPECT_EQ(finding.verdict, Verdict::Problem);
+    EXPECT_TRUE(finding.message.contains(camera.nodePath));
+    EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrnhost::udevRule)));
+    EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrnhost::udevRulePath)));
+
+    camera.nodeExists = false;
+    EXPECT_EQ(find(judgeBus({camera}), "permission").verdict, Verdict::Problem);
+}
+
+TEST(Findings, AKernelDriverIsAWarning)
+{
+    zrnhost::UsbCamera camera = makeCamera();
+    camera.kernelDrivers = QStringList{QStringLiteral("uvcvideo")};
+    const Finding finding = find(judgeBus({camera}), "kernel-driver");
+    EXPECT_EQ(finding.verdict, Verdict::Warning);
+    EXPECT_TRUE(finding.message.contains(QLatin1String("uvcvideo")));
+}
+
+TEST(Findings, TransferMemoryOfAllCamerasIsSetAgainstTheLimit)
+{
+    const std::vector<zrnhost::UsbCamera> one{makeCamera()};
+    const std::vector<zrnhost::UsbCamera> four(4, makeCamera()); // 4 x 300 KiB
+    EXPECT_EQ(judgeTransferMemory(one, 1).verdict, Verdict::Good);
+    EXPECT_EQ(judgeTransferMemory(four, 0).verdict, Verdict::Good);
+    EXPECT_EQ(judgeTransferMemory(four, std::nullopt).verdict, Verdict::Unknown);
+    const Finding tooSmall = judgeTransferMemory(four, 1);
+    EXPECT_EQ(tooSmall.verdict, Verdict::Problem);
+    EXPECT_TRUE(tooSmall.remedy.contains(QLatin1String("echo 2 |")));
+}
+
+TEST(Findings, ABoundThatIsNotExactOnlyWarns)
+{
+    zrnhost::UsbCamera camera = makeCamera();
+    camera.descriptors[camera.descriptors.size() - 4] = 2; // bulk
+    const std::vector<zrnhost::UsbCamera> four(4, camera);
+    EXPECT_EQ(judgeTransferMemory(four, 1).verdict, Verdict::Warning);
+}
+
+TEST(Findings, FaultyLibraryVersionsAreNamed)
+{
+    const std::vector<Finding> old = judgeLibraries({{1, 0, 26}, {0, 0, 6}});
+    EXPECT_EQ(find(old, "libusb").verdict, Verdict::Warning);
+    EXPECT_EQ(find(old, "libuvc").verdict, Verdict::Warning);
+    const std::vector<Finding> recent = judgeLibraries({{1, 0, 27}, {0, 0, 7}});
+    EXPECT_EQ(find(recent, "libusb").verdict, Verdict::Good);
+    EXPECT_EQ(find(recent, "libuvc").verdict, Verdict::Good);
+    const std::vector<Finding> hidden = judgeLibraries({});
+    EXPECT_EQ(find(hidden, "libusb").verdict, Verdict::Unknown);
+    EXPECT_EQ(find(hidden, "libuvc").verdict, Verdict::Unknown);
+}
+
+TEST(Findings, EnumerationMustOpenEveryCamera)
+{
+    EXPECT_EQ(judgeEnumeration(2, 2).verdict, Verdict::Good);
+    EXPECT_EQ(judgeEnumeration(1, 2).verdict, Verdict::Problem);
+}
+
+TEST(Findings, EveryPluginFaultIsAProblemWithARemedy)
+{
+    using zrnhost::PluginFault;
+    zrnhost::PluginInspection inspection;
+    EXPECT_EQ(judgePlugin(inspection).verdict, Verdict::Good);
+    for (const PluginFault fault :
+         {PluginFault::NotFound, PluginFault::NotAPlugin, PluginFault::OtherQt,
+          PluginFault::WrongIid, PluginFault::WrongKey}) {
+        inspection.fault = fault;
+        EXPECT_EQ(judgePlugin(inspection).verdict, Verdict::Problem);
+        EXPECT_FALSE(judgePlugin(inspection).remedy.isEmpty());
+    }
+}

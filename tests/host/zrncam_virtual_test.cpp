@@ -1,0 +1,134 @@
+#include "tool_run.h"
+
+#include <QFile>
+#include <QImageReader>
+#include <QJsonArray>
+#include <QTemporaryDir>
+#include <QThread>
+#include <gtest/gtest.h>
+
+// The tool on the built driver and on virtual cameras, the stock USB libraries in between.
+
+namespace
+{
+
+ToolResult runVirtually(const QStringList& arguments)
+{
+    return ToolRun(arguments).set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH)).finish();
+}
+
+} // namespace
+
+TEST(ZrncamVirtual, ListsEveryCamera)
+{
+    const ToolResult result =
+        runVirtually({"--virtual=type0,serial=7", "--virtual=type2,serial=18446744073709551615",
+                      "--virtual=type5,serial=12", "list", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    QStringList serials;
+    for (const QJsonValue& camera : result.json()[QLatin1String("cameras")].toArray()) {
+        serials += camera.toObject()[QLatin1String("serialNumber")].toString();
+    }
+    // The order of the serials as texts.
+    EXPECT_EQ(serials, (QStringList{"12", "18446744073709551615", "7"}));
+}
+
+TEST(ZrncamVirtual, WithoutAModelThereIsOneCamera)
+{
+    const ToolResult result = runVirtually({"--virtual", "list", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    EXPECT_EQ(result.json()[QLatin1String("cameras")].toArray().size(), 1);
+}
+
+TEST(ZrncamVirtual, AnUnknownModelFails)
+{
+    EXPECT_NE(runVirtually({"--virtual=nonsense", "list"}).exitCode, 0);
+}
+
+TEST(ZrncamVirtual, GrabsBothImages)
+{
+    const QTemporaryDir folder;
+    const ToolResult result = runVirtually(
+        {"--virtual=type2,serial=5", "grab", "-n", "2", "-o", folder.path(), "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    const QJsonArray images = result.json()[QLatin1String("images")].toArray();
+    ASSERT_EQ(images.size(), 4);
+    for (const QJsonValue& entry : images) {
+        QImageReader reader(entry.toObject()[QLatin1String("path")].toString());
+        EXPECT_EQ(reader.text(QStringLiteral("Serial")), QStringLiteral("ZR5"));
+        const QImage image = reader.read();
+        EXPECT_EQ(image.size(), QSize(1280, 1024));
+        EXPECT_NE(image, QImage(image.size(), image.format()));
+    }
+}
+
+TEST(ZrncamVirtual, ASingleImageIsLetteredByTheSensorCount)
+{
+    const QTemporaryDir folder;
+    const ToolResult result =
+        runVirtually({"--virtual=type5", "grab", "-o", folder.path(), "--json"});
+    const QJsonArray images = result.json()[QLatin1String("images")].toArray();
+    ASSERT_EQ(images.size(), 1);
+    EXPECT_EQ(images[0].toObject()[QLatin1String("image")].toString(), QStringLiteral("A"));
+}
+
+TEST(ZrncamVirtual, StreamsAndMeasures)
+{
+    const ToolResult result =
+        runVirtually({"--virtual=type1,sizes=320x240", "stream", "--seconds", "2", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    const QJsonObject json = result.json();
+    EXPECT_GT(json[QLatin1String("frames")].toInt(), 5);
+    EXPECT_GT(json[QLatin1String("measuredRate")].toDouble(), 0.0);
+    EXPECT_EQ(json[QLatin1String("repeated")].toInt(-1), 0);
+    EXPECT_EQ(json[QLatin1String("restarts")].toInt(-1), 0);
+}
+
+TEST(ZrncamVirtual, ControlsAndPropertiesReachTheCamera)
+{
+    EXPECT_EQ(runVirtually({"--virtual=type2", "exposure", "4321"}).output.left(7), "4321 us");
+    EXPECT_EQ(runVirtually({"--virtual=type2", "gain", "77"}).output.left(3), "77 ");
+    EXPECT_EQ(runVirtually({"--virtual=type2", "set", "GBGain", "200"}).output, "200\n");
+    EXPECT_EQ(runVirtually({"--virtual=type2", "command", "ClearState"}).output, "done\n");
+    EXPECT_EQ(runVirtually({"--virtual=type0", "command", "ClearState"}).exitCode, 5);
+}
+
+TEST(ZrncamVirtual, TheDoctorFindsAUsableCamera)
+{
+    const ToolResult result = runVirtually({"--virtual=type2", "doctor", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.output.constData();
+}
+
+TEST(ZrncamVirtual, CtrlCEndsTheStreamInOrder)
+{
+    ToolRun run({"--virtual=type1,sizes=320x240", "stream", "--seconds", "3600", "--json"});
+    run.set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH)).start();
+    QThread::sleep(3);
+    run.interrupt();
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 130) << result.errors.constData();
+    EXPECT_GT(result.json()[QLatin1String("frames")].toInt(), 0);
+}
+
+class VerifyVirtual : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(VerifyVirtual, KeepsTheContract)
+{
+    const ToolResult result = runVirtually(
+        {QStringLiteral("--virtual=") + QString::fromLatin1(GetParam()), "verify", "--json"});
+    const QJsonObject json = result.json();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_GT(json[QLatin1String("passed")].toInt(), 200);
+    for (const QJsonValue& check : json[QLatin1String("checks")].toArray()) {
+        const QJsonObject row = check.toObject();
+        EXPECT_NE(row[QLatin1String("status")].toString(), QStringLiteral("fail"))
+            << row[QLatin1String("name")].toString().toStdString() << ": code "
+            << row[QLatin1String("code")].toInt() << " "
+            << row[QLatin1String("detail")].toString().toStdString();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, VerifyVirtual,
+                         testing::Values("type0", "type1", "type2", "type5", "type6", "type15"));
