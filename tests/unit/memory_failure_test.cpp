@@ -1,0 +1,162 @@
+// Memory that cannot be had: no exception reaches the host, nothing is left locked or half made.
+
+#include "driver_test.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+
+using CameraSpace::ImageBlock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace
+{
+
+// Allocations of these sizes fail, after as many of them as are let through.
+std::atomic<std::size_t> failingSize = 0; // 0 for none
+std::atomic<std::size_t> failingRange = 0;
+std::atomic<int> letThrough = 0;
+
+bool shallFail(std::size_t size)
+{
+    const std::size_t smallest = failingSize;
+    return smallest != 0 && size >= smallest && size <= smallest + failingRange &&
+           letThrough-- <= 0;
+}
+
+} // namespace
+
+// glibc's own allocation, under the name that it has beside malloc.
+extern "C" void* __libc_malloc(std::size_t size); // NOLINT(bugprone-reserved-identifier)
+
+/// Takes the place of malloc for Qt and for operator new alike.
+extern "C" void* malloc(std::size_t size) noexcept
+{
+    if (shallFail(size)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_malloc(size);
+}
+
+namespace
+{
+
+constexpr int width = 640;
+constexpr int height = 480;
+constexpr std::size_t slotSize = std::size_t{2} * width * height + 8;
+constexpr std::size_t imageSize = std::size_t{1} * width * height + 8;
+
+class MemoryFailure : public DriverTest
+{
+protected:
+    MemoryFailure()
+        : m_device(connect(2, width, height))
+    {
+    }
+    void TearDown() override
+    {
+        failingSize = 0;
+        DriverTest::TearDown();
+    }
+
+    /// Makes allocations of @p size and up to @p range bytes more fail, from the one behind @p
+    /// passing.
+    static void failAllocations(std::size_t size, std::size_t range = 0, int passing = 0)
+    {
+        letThrough = passing;
+        failingRange = range;
+        failingSize = size;
+    }
+    /// Starts the stream and fills one slot.
+    void cacheFrame()
+    {
+        ASSERT_EQ(code(camera.startStream(0)), 0U);
+        sendFrame();
+    }
+    void sendFrame()
+    {
+        std::vector<unsigned char> data(slotSize - 8, 0x30);
+        ASSERT_TRUE(bus.deliver(m_device, width, height, data));
+        log.clear();
+    }
+    unsigned grab()
+    {
+        const unsigned result = code(camera.grabImage(m_images));
+        failingSize = 0;
+        return result;
+    }
+    void expectNothingGrabbed()
+    {
+        EXPECT_THAT(m_images, IsEmpty());
+        EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+        for (QMutex* lock : camera.m_bufferLocks) {
+            EXPECT_TRUE(lock->tryLock());
+            lock->unlock();
+        }
+        // The next frame finds everything in order.
+        sendFrame();
+        EXPECT_EQ(grab(), 0U);
+        EXPECT_THAT(m_images, SizeIs(2));
+        qDeleteAll(m_images);
+    }
+
+    fakeuvc::Camera& m_device;
+    QList<ImageBlock*> m_images;
+};
+
+} // namespace
+
+TEST_F(MemoryFailure, WithoutMemoryForTheRingTheStreamDoesNotStart)
+{
+    for (const int passing : {0, 1, 15}) {
+        failAllocations(slotSize, 0, passing);
+        EXPECT_EQ(code(camera.startStream(0)), 1052U);
+        failingSize = 0;
+        EXPECT_THAT(log.lines(), SizeIs(1));
+        EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+        EXPECT_THAT(camera.m_frameBuffers, IsEmpty());
+        EXPECT_THAT(camera.m_bufferLocks, IsEmpty());
+        EXPECT_FALSE(camera.m_isStreaming);
+        EXPECT_THAT(bus.callTexts(), IsEmpty());
+        log.clear();
+    }
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_EQ(camera.m_frameBuffers.size(), 16);
+}
+
+TEST_F(MemoryFailure, WithoutMemoryForMoreSlotsTheOldOnesStay)
+{
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    ASSERT_EQ(code(camera.stopStream(0)), 0U);
+    const QList<unsigned char*> buffers = camera.m_frameBuffers;
+    camera.m_cacheFrameCount = 20;
+    failAllocations(slotSize, 0, 2);
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    failingSize = 0;
+    EXPECT_EQ(camera.m_frameBuffers, buffers);
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_EQ(camera.m_frameBuffers.size(), 20);
+}
+
+TEST_F(MemoryFailure, WithoutMemoryForAnImageTheFrameIsLost)
+{
+    cacheFrame();
+    for (const int passing : {0, 1}) {
+        failAllocations(imageSize, 64, passing);
+        EXPECT_EQ(grab(), 1035U);
+        expectNothingGrabbed();
+        m_images.clear();
+        sendFrame();
+    }
+}
+
+TEST_F(MemoryFailure, AnExceptionOutOfTheSplitterStaysInside)
+{
+    cacheFrame();
+    failAllocations(sizeof(ImageBlock));
+    EXPECT_EQ(grab(), 513U);
+    expectNothingGrabbed();
+}
