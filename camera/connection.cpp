@@ -242,7 +242,10 @@ ErrorCode CZRNCamera::disconnectDevice()
     void* closedHandle = nullptr;
     {
         const QWriteLocker locker(&m_nodeLock);
-        closedHandle = DeviceAccess(NodeReference(m_currentNode)).handle();
+        {
+            const QReadLocker access(&m_currentNode->accessLock);
+            closedHandle = m_currentNode->handle;
+        }
         closeSpecifedDevice(m_currentNode);
         shared(m_currentNode->isOpen).store(false);
         NodeReference::release(std::exchange(m_currentNode, nullptr));

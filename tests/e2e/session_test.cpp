@@ -72,6 +72,7 @@ std::size_t indexOfSerial(const QString& serial)
 TEST_F(Session, StreamsFromThreeCamerasAtOnce)
 {
     std::vector<std::unique_ptr<HostCamera>> hosts;
+    hosts.reserve(cameras);
     QSet<QString> serials;
     for (int i = 0; i < cameras; ++i) {
         hosts.push_back(std::make_unique<HostCamera>(m_plugin.factory()));
@@ -82,6 +83,7 @@ TEST_F(Session, StreamsFromThreeCamerasAtOnce)
     EXPECT_EQ(serials.size(), cameras);
 
     std::vector<std::thread> threads;
+    threads.reserve(cameras);
     for (const std::unique_ptr<HostCamera>& host : hosts) {
         threads.emplace_back([&host] {
             expectFrames(*host, indexOfSerial(host->property("Serial").toString()), 12);
