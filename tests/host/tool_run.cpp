@@ -17,6 +17,11 @@ QJsonObject ToolResult::json() const
     return QJsonDocument::fromJson(output).object();
 }
 
+QString ToolResult::errorName() const
+{
+    return json()[QLatin1String("error")].toObject()[QLatin1String("name")].toString();
+}
+
 ToolRun::ToolRun(const QStringList& arguments)
 {
     m_environment.insert(QStringLiteral("ZRNCAM_PLUGIN"),

@@ -13,6 +13,8 @@ struct ToolResult {
 
     /// Standard output as a JSON document; an empty object when it is none.
     QJsonObject json() const;
+    /// Name of the result code in the document's error; empty without one.
+    QString errorName() const;
 };
 
 /// A run of zrncam with the fake driver.

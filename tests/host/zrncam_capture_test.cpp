@@ -1,0 +1,128 @@
+#include "tool_run.h"
+
+#include <QDir>
+#include <QFile>
+#include <QImageReader>
+#include <QJsonArray>
+#include <QTemporaryDir>
+#include <QThread>
+#include <gtest/gtest.h>
+
+TEST(ZrncamGrab, WritesBothImagesWithTheirMetadata)
+{
+    const QTemporaryDir folder;
+    const QString images = folder.filePath(QStringLiteral("new/folder"));
+    const ToolResult result =
+        ToolRun::of({"grab", "-n", "2", "-o", images, "--exposure", "700", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    const QJsonObject json = result.json();
+    EXPECT_EQ(json[QLatin1String("frames")].toInt(), 2);
+    const QJsonArray list = json[QLatin1String("images")].toArray();
+    ASSERT_EQ(list.size(), 4);
+    EXPECT_EQ(QDir(images).entryList(QDir::Files),
+              (QStringList{"ZR1001_0001_A.png", "ZR1001_0001_B.png", "ZR1001_0002_A.png",
+                           "ZR1001_0002_B.png"}));
+
+    QImageReader reader(list[3].toObject()[QLatin1String("path")].toString());
+    EXPECT_EQ(reader.text(QStringLiteral("Serial")), QStringLiteral("ZR1001"));
+    EXPECT_EQ(reader.text(QStringLiteral("Image")), QStringLiteral("B"));
+    EXPECT_EQ(reader.text(QStringLiteral("Exposure")), QStringLiteral("700 us"));
+    EXPECT_EQ(reader.text(QStringLiteral("FrameNumber")), QStringLiteral("1"));
+    EXPECT_EQ(reader.text(QStringLiteral("Trailer")), QStringLiteral("0x0000000000000001"));
+    const QImage image = reader.read();
+    ASSERT_EQ(image.size(), QSize(64, 48));
+    EXPECT_TRUE(image.text(QStringLiteral("Creation Time")).endsWith(QLatin1Char('Z')));
+    EXPECT_EQ(qGray(image.pixel(0, 0)), 1);
+    EXPECT_EQ(qGray(image.pixel(3, 0)), 254);
+}
+
+TEST(ZrncamGrab, RawFilesHoldTheBlockAsDelivered)
+{
+    const QTemporaryDir folder;
+    const ToolResult result = ToolRun::of({"grab", "--raw", "-o", folder.path()});
+    EXPECT_EQ(result.exitCode, 0);
+    QFile file(folder.filePath(QStringLiteral("ZR1001_0001_A.raw")));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.size(), 64 * 48 + 8);
+}
+
+TEST(ZrncamGrab, AnUnwritableFolderIsItsOwnExitCode)
+{
+    EXPECT_EQ(ToolRun::of({"grab", "-o", "/proc/images"}).exitCode, 7);
+}
+
+TEST(ZrncamGrab, ASilentCameraEndsTheGrab)
+{
+    const QTemporaryDir folder;
+    const ToolResult result = ToolRun({"grab", "-o", folder.path(), "--wait", "10", "--json"})
+                                  .set("ZRN_FAKE_FAULT", "silent")
+                                  .finish();
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_EQ(result.errorName(), QStringLiteral("GrabTimeout"));
+    EXPECT_TRUE(QDir(folder.path()).entryList(QDir::Files).isEmpty());
+}
+
+TEST(ZrncamStream, AccountsForFramesRateGapsAndLatency)
+{
+    const ToolResult result =
+        ToolRun({"stream", "--seconds", "0.5", "--json"}).set("ZRN_FAKE_FAULT", "gap").finish();
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    const QJsonObject json = result.json();
+    EXPECT_GT(json[QLatin1String("frames")].toInt(), 5);
+    EXPECT_GT(json[QLatin1String("measuredRate")].toDouble(), 0.0);
+    EXPECT_EQ(json[QLatin1String("reportedRate")].toDouble(), 500.0);
+    EXPECT_EQ(json[QLatin1String("gaps")].toInt(), 1);
+    EXPECT_EQ(json[QLatin1String("missing")].toInt(), 3);
+    EXPECT_EQ(json[QLatin1String("timeouts")].toInt(), 0);
+    const QJsonObject latency = json[QLatin1String("grabLatencyMs")].toObject();
+    EXPECT_GE(latency[QLatin1String("p50")].toDouble(), 2.0);
+    EXPECT_GE(latency[QLatin1String("p99")].toDouble(), latency[QLatin1String("p50")].toDouble());
+    EXPECT_GE(latency[QLatin1String("max")].toDouble(), latency[QLatin1String("p99")].toDouble());
+}
+
+TEST(ZrncamStream, CountsTimeoutsAndSplitFailures)
+{
+    const ToolResult silent = ToolRun({"stream", "--seconds", "0.2", "--wait", "20", "--json"})
+                                  .set("ZRN_FAKE_FAULT", "silent")
+                                  .finish();
+    EXPECT_EQ(silent.exitCode, 6);
+    EXPECT_GT(silent.json()[QLatin1String("timeouts")].toInt(), 1);
+    EXPECT_EQ(silent.json()[QLatin1String("frames")].toInt(-1), 0);
+
+    const ToolResult split = ToolRun({"stream", "--seconds", "0.1", "--json"})
+                                 .set("ZRN_FAKE_FAULT", "split-fails")
+                                 .finish();
+    EXPECT_EQ(split.exitCode, 6);
+    EXPECT_GT(split.json()[QLatin1String("splitFailures")].toInt(), 1);
+}
+
+TEST(ZrncamStream, ARefusedStartIsReported)
+{
+    const ToolResult result =
+        ToolRun({"stream", "--json"}).set("ZRN_FAKE_FAULT", "no-start").finish();
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_EQ(result.errorName(), QStringLiteral("StreamStartFailed"));
+}
+
+TEST(ZrncamInterrupt, EndsTheStreamAndStillReports)
+{
+    ToolRun run({"stream", "--seconds", "3600", "--json"});
+    run.start();
+    QThread::msleep(500);
+    run.interrupt();
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 130);
+    EXPECT_GT(result.json()[QLatin1String("frames")].toInt(), 0);
+    EXPECT_EQ(result.json()[QLatin1String("timeouts")].toInt(-1), 0);
+}
+
+TEST(ZrncamInterrupt, WakesAGrabThatWaits)
+{
+    ToolRun run({"grab", "-n", "1", "-o", "/tmp", "--wait", "3600000", "--json"});
+    run.set("ZRN_FAKE_FAULT", "silent").start();
+    QThread::msleep(500);
+    run.interrupt();
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 130);
+    EXPECT_EQ(result.json()[QLatin1String("frames")].toInt(-1), 0);
+}

@@ -1,0 +1,137 @@
+#include "tool_run.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+TEST(ZrncamProperties, GetAndSetUseTheTypeOfTheKey)
+{
+    EXPECT_EQ(ToolRun::of({"get", "Serial"}).output, "ZR1001\n");
+    const ToolResult set = ToolRun::of({"set", "MaxGrabWaitTime", "250", "--json"});
+    EXPECT_EQ(set.exitCode, 0);
+    EXPECT_EQ(set.json()[QLatin1String("value")].toInt(), 250);
+    EXPECT_EQ(set.json()[QLatin1String("unit")].toString(), QStringLiteral("ms"));
+    EXPECT_EQ(ToolRun::of({"set", "EnableCheckGain", "off"}).output, "false\n");
+}
+
+TEST(ZrncamProperties, ValuesThatTheKeyCannotHoldAreUsageErrors)
+{
+    for (const QStringList& arguments :
+         {QStringList{"set", "Gamma", "70000"}, QStringList{"set", "Gamma", "many"},
+          QStringList{"set", "EnableCheckGain", "5"}, QStringList{"set", "Gamma"},
+          QStringList{"get"}}) {
+        EXPECT_EQ(ToolRun::of(arguments).exitCode, 2) << arguments.join(' ').toStdString();
+    }
+}
+
+TEST(ZrncamProperties, UnknownKeysAreLeftToTheDriver)
+{
+    const ToolResult get = ToolRun::of({"get", "NoSuchKey", "--json"});
+    EXPECT_EQ(get.exitCode, 5);
+    EXPECT_EQ(get.errorName(), QStringLiteral("NotSupported"));
+    EXPECT_EQ(ToolRun::of({"set", "NoSuchKey", "1"}).exitCode, 5);
+}
+
+TEST(ZrncamProperties, ListShowsAllWithTheCodesOfThoseThatFail)
+{
+    const ToolResult result = ToolRun::of({"properties", "--json"});
+    EXPECT_EQ(result.exitCode, 0);
+    const QJsonArray list = result.json()[QLatin1String("properties")].toArray();
+    ASSERT_EQ(list.size(), 18);
+    int failed = 0;
+    for (const QJsonValue& entry : list) {
+        const QJsonObject property = entry.toObject();
+        EXPECT_NE(property.contains(QLatin1String("value")),
+                  property.contains(QLatin1String("code")));
+        failed += property[QLatin1String("code")].toInt() == 775 ? 1 : 0;
+    }
+    EXPECT_EQ(failed, 12); // the fake driver knows six keys
+}
+
+TEST(ZrncamCommand, RunsRefusesAndReports)
+{
+    EXPECT_EQ(ToolRun::of({"command", "ClearState"}).output, "done\n");
+    EXPECT_EQ(ToolRun::of({"command", "NoSuchCommand"}).exitCode, 5);
+    const ToolResult refused =
+        ToolRun({"command", "ClearState", "--json"}).set("ZRN_FAKE_FAULT", "no-reset").finish();
+    EXPECT_EQ(refused.exitCode, 5);
+    EXPECT_EQ(refused.errorName(), QStringLiteral("CommandFailed"));
+}
+
+namespace
+{
+
+void writeFile(const QString& path, const QByteArray& content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(content);
+}
+
+QString verdictOn(const ToolResult& result, const char* subject)
+{
+    for (const QJsonValue& entry : result.json()[QLatin1String("findings")].toArray()) {
+        const QJsonObject finding = entry.toObject();
+        if (finding[QLatin1String("subject")].toString() == QLatin1String(subject)) {
+            return finding[QLatin1String("verdict")].toString();
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+TEST(ZrncamDoctor, ReadsTheSystemFilesOfAnotherRoot)
+{
+    const QTemporaryDir root;
+    const QStringList arguments{"doctor", "--json", "--root", root.path()};
+    const ToolResult empty = ToolRun::of(arguments);
+    EXPECT_EQ(empty.exitCode, 8);
+    EXPECT_EQ(verdictOn(empty, "bus"), QStringLiteral("problem"));
+    EXPECT_EQ(verdictOn(empty, "plugin"), QStringLiteral("ok"));
+
+    const QString device = root.filePath(QStringLiteral("sys/bus/usb/devices/1-1/"));
+    writeFile(device + QStringLiteral("idVendor"), "0483\n");
+    writeFile(device + QStringLiteral("idProduct"), "5750\n");
+    writeFile(device + QStringLiteral("busnum"), "1\n");
+    writeFile(device + QStringLiteral("devnum"), "3\n");
+    const ToolResult noNode = ToolRun::of(arguments);
+    EXPECT_EQ(noNode.exitCode, 8);
+    EXPECT_EQ(verdictOn(noNode, "bus"), QStringLiteral("ok"));
+    EXPECT_EQ(verdictOn(noNode, "permission"), QStringLiteral("problem"));
+
+    writeFile(root.filePath(QStringLiteral("dev/bus/usb/001/003")), {});
+    const ToolResult usable = ToolRun::of(arguments);
+    EXPECT_EQ(usable.exitCode, 0) << usable.output.constData();
+    EXPECT_EQ(verdictOn(usable, "permission"), QStringLiteral("ok"));
+    EXPECT_EQ(verdictOn(usable, "usbfs-memory"), QStringLiteral("unknown"));
+}
+
+TEST(ZrncamDoctor, NamesAPluginThatCannotBeUsed)
+{
+    const ToolResult result =
+        ToolRun::of({"doctor", "--json", "--plugin", TEST_PLUGIN_DIR "/libwrong_iid.so"});
+    EXPECT_EQ(result.exitCode, 8);
+    EXPECT_EQ(verdictOn(result, "plugin"), QStringLiteral("problem"));
+}
+
+TEST(ZrncamVerify, FindsADriverThatDoesNotKeepTheContract)
+{
+    const QTemporaryDir folder;
+    const QString junit = folder.filePath(QStringLiteral("report.xml"));
+    const ToolResult result = ToolRun::of({"verify", "--json", "--junit", junit});
+    EXPECT_EQ(result.exitCode, 8);
+    const QJsonObject json = result.json();
+    EXPECT_GT(json[QLatin1String("failed")].toInt(), 0);
+    EXPECT_GT(json[QLatin1String("passed")].toInt(), 0);
+    QFile file(junit);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray xml = file.readAll();
+    EXPECT_TRUE(xml.contains("failures=\"" +
+                             QByteArray::number(json[QLatin1String("failed")].toInt()) + "\""));
+    EXPECT_EQ(xml.count("<failure "), json[QLatin1String("failed")].toInt());
+    EXPECT_EQ(xml.count("<testcase "), json[QLatin1String("checks")].toArray().size());
+}
