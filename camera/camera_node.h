@@ -63,12 +63,7 @@ public:
     CameraNode* take() { return std::exchange(m_node, nullptr); }
 
     /// Gives back one reference to @p node, which may be null.
-    static void release(CameraNode* node)
-    {
-        if (node && --node->references == 0) {
-            delete node;
-        }
-    }
+    static void release(CameraNode* node);
 
 private:
     CameraNode* m_node = nullptr;
