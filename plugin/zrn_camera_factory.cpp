@@ -62,7 +62,9 @@ CZRNCameraFactory::~CZRNCameraFactory()
         const QWriteLocker locker(&m_listLock);
         for (CZRNCamera*& camera : m_cameraList) {
             if (camera) {
-                camera->stopStream(0);
+                if (!m_exited) {
+                    camera->stopStream(0);
+                }
                 delete camera;
                 camera = nullptr;
             }

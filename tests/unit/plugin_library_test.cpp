@@ -263,11 +263,15 @@ TEST_P(ExitingHost, ExitsCleanly)
     EXPECT_EQ(host.exitCode(), 0);
 
     std::vector<std::string> calls;
+    int stops = 0;
     for (const QByteArray& line : host.readAllStandardError().split('\n')) {
         // Only the calls of libuvc are of interest, but no warning may be among the lines.
         EXPECT_FALSE(line.contains("QMutex") || line.contains("QThread")) << line.toStdString();
         if (line.startsWith("uvc_")) {
             calls.push_back(line.toStdString());
+        }
+        if (line.contains("start CZRNCamera::stopStream function")) {
+            ++stops;
         }
     }
     const std::string state = GetParam();
@@ -282,6 +286,8 @@ TEST_P(ExitingHost, ExitsCleanly)
         expected.push_back("uvc_exit " + context);
     }
     EXPECT_EQ(calls, expected);
+    // The root object goes after the plugin's logging category: its cameras are stopped before.
+    EXPECT_EQ(stops, state == "enumerated" ? 0 : 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryState, ExitingHost,
