@@ -5,6 +5,7 @@
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
+#include <QReadLocker>
 
 #include <algorithm>
 #include <cstring>
@@ -66,6 +67,7 @@ unsigned long CZRNCamera::grabTimeout()
 
 ErrorCode CZRNCamera::grabImage(QList<ImageBlock*>& images)
 {
+    const QReadLocker grab(&m_grabLock);
     if (!shared(m_isStreaming).load()) {
         return ErrorCode::NotStreaming;
     }

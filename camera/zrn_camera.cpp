@@ -3,6 +3,7 @@
 #include "atomic_field.h"
 
 #include <QReadLocker>
+#include <QWriteLocker>
 
 QMutex CZRNCamera::m_cameraEnumLock;
 QMap<QString, CameraNode*> CZRNCamera::m_cameraNodeMap;
@@ -18,6 +19,10 @@ CZRNCamera::~CZRNCamera()
         CZRNCamera::disconnectDevice();
     }
     m_currentNode = nullptr;
+    {
+        // A grab that the stop has woken may still be on its way out.
+        const QWriteLocker grabs(&m_grabLock);
+    }
 
     for (unsigned char*& buffer : m_frameBuffers) {
         delete[] buffer;

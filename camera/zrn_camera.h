@@ -35,10 +35,10 @@ using CameraSpace::CameraInterface;
 /// written and read under its own mutex of `m_bufferLocks`; the queue and the lists of the ring are
 /// changed under `m_frameMutex`, which is never held while a slot mutex is taken.
 ///
-/// Locks, outermost first: `m_lifecycleMutex`, `m_nodeLock`, the static `m_nodeTableLock`, a node's
-/// `accessLock`, `m_controlMutex`. Slot mutexes and `m_frameMutex` stand apart, except that a slot
-/// mutex is held while `m_nodeLock` is read. Plain fields that two threads touch without a lock are
-/// reached through atomic references.
+/// Locks, outermost first: `m_grabLock`, `m_lifecycleMutex`, `m_nodeLock`, the static
+/// `m_nodeTableLock`, a node's `accessLock`, `m_controlMutex`. Slot mutexes and `m_frameMutex`
+/// stand apart, except that a slot mutex is held while `m_nodeLock` is read. Plain fields that two
+/// threads touch without a lock are reached through atomic references.
 class CZRNCamera : public QObject, public CameraInterface
 {
     Q_OBJECT
@@ -120,8 +120,8 @@ public:
     /// The serial as hosts see it: "ZR" and the serial key.
     bool readSerial(QString& serial);
 
-    // IO functions: true reads from the device into the reference, false writes the reference to
-    // it. They answer whether that succeeded and never log.
+    // IO functions: true reads into the reference, false writes the reference. They answer whether
+    // that succeeded. Those that reach the camera's controls never log.
     bool cacheFrameCountIO(bool read, int& count);
     /// Fills in the uncompressed frame sizes only when there are none, and succeeds only then.
     bool readResolutionList(QMap<QString, QVariant>& map);
@@ -242,6 +242,7 @@ private:
     std::vector<std::size_t> m_slotSizes;
     bool m_smallSlotReported = false; ///< one line for each start
     QRecursiveMutex m_lifecycleMutex; ///< serialises connecting, starting, stopping, disconnecting
+    QReadWriteLock m_grabLock;        ///< held for reading by each grab; destruction waits for it
 
     static QReadWriteLock m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount
 };

@@ -2,8 +2,11 @@
 
 #include "driver_test.h"
 
+#include <QMutexLocker>
+
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 using CameraSpace::ImageBlock;
@@ -160,6 +163,40 @@ TEST_F(Grabbing, DisconnectingEndsTheWaitToo)
     EXPECT_EQ(code(camera.disconnectDevice()), 0U);
     grabber.join();
     EXPECT_THAT(result.load(), testing::AnyOf(1034U, 1033U));
+}
+
+TEST_F(Grabbing, DestroyingTheCameraWaitsForAGrab)
+{
+    auto probe = std::make_unique<CameraProbe>();
+    bus.unplugAll();
+    Camera& device = connect(*probe, 2, width, height);
+    ASSERT_EQ(code(probe->startStream(0)), 0U);
+    std::vector<unsigned char> data(2 * pixels, 1);
+    ASSERT_TRUE(bus.deliver(device, width, height, data));
+
+    QMutex* slotLock = probe->m_bufferLocks.front();
+    slotLock->lock();
+    std::thread grabber([target = probe.get()] {
+        Images images;
+        target->grabImage(images);
+    });
+    const auto frameIsTaken = [target = probe.get()] {
+        const QMutexLocker queue(&target->m_frameMutex);
+        return target->m_frameIndexQueue.isEmpty();
+    };
+    while (!frameIsTaken()) {
+        std::this_thread::yield();
+    }
+    std::atomic<bool> destroyed = false;
+    std::thread destroyer([&probe, &destroyed] {
+        probe.reset();
+        destroyed = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(destroyed);
+    slotLock->unlock();
+    grabber.join();
+    destroyer.join();
 }
 
 TEST_F(Grabbing, TriggeredGrabsTakeTheOldestFrame)
