@@ -17,6 +17,10 @@ constexpr int anyFrameInterval = 0;
 constexpr uint8_t noStreamFlags = 0;
 constexpr int discardedWaits = 16;
 
+/// So that frames are queued without allocation: a QList whose end is reached moves its items to
+/// the front only where they fill less than a third of it.
+constexpr int queuePlacesPerSlot = 4;
+
 /// bDescriptorSubtype of an uncompressed video format.
 constexpr auto uncompressedFormat = UVC_VS_FORMAT_UNCOMPRESSED;
 
@@ -85,22 +89,32 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
 
     // Either all the missing slots are added or none, so that a count that memory cannot serve does
     // not take what there is from the host.
+    struct NewSlot {
+        std::unique_ptr<unsigned char[]> buffer;
+        std::unique_ptr<QMutex> lock;
+    };
     const std::size_t slotSize = frameSize + frameTrailerSize;
-    std::vector<std::unique_ptr<unsigned char[]>> added;
-    for (int size = m_frameBuffers.size(); size < count; ++size) {
-        added.emplace_back(new (std::nothrow) unsigned char[slotSize]);
-        if (!added.back()) {
-            qCCritical(m_category)
-                << " no memory for the frame cache, frames:" << count << ", size:" << frameSize;
-            return false;
+    try {
+        std::vector<NewSlot> added;
+        for (int size = m_frameBuffers.size(); size < count; ++size) {
+            added.push_back({std::make_unique_for_overwrite<unsigned char[]>(slotSize),
+                             std::make_unique<QMutex>()});
         }
-    }
 
-    const QMutexLocker queue(&m_frameMutex);
-    for (std::unique_ptr<unsigned char[]>& buffer : added) {
-        m_frameBuffers.append(buffer.release());
-        m_bufferLocks.append(new QMutex);
-        m_slotSizes.push_back(slotSize);
+        const QMutexLocker queue(&m_frameMutex);
+        m_frameBuffers.reserve(count);
+        m_bufferLocks.reserve(count);
+        m_slotSizes.reserve(static_cast<std::size_t>(count));
+        m_frameIndexQueue.reserve(queuePlacesPerSlot * count);
+        for (NewSlot& slot : added) {
+            m_frameBuffers.append(slot.buffer.release());
+            m_bufferLocks.append(slot.lock.release());
+            m_slotSizes.push_back(slotSize);
+        }
+    } catch (const std::bad_alloc&) {
+        qCCritical(m_category) << " no memory for the frame cache, frames:" << count
+                               << ", size:" << frameSize;
+        return false;
     }
     return m_frameBuffers.size() >= count && m_bufferLocks.size() >= count;
 }
@@ -157,7 +171,8 @@ ErrorCode CZRNCamera::discardFrames(signed char /*selector*/)
             woken = m_frameReady.wait(&m_frameMutex, grabTimeout());
             qDebug() << " flag:" << woken;
         }
-        m_frameIndexQueue.clear();
+        // Unlike clear(), this keeps the memory that the frame callback relies on.
+        m_frameIndexQueue.erase(m_frameIndexQueue.begin(), m_frameIndexQueue.end());
     }
     shared(m_writeIndex).store(0);
     shared(m_receivedFrameCount).store(0);
@@ -173,10 +188,17 @@ bool CZRNCamera::cacheFrameCountIO(bool read, int& count)
         count = shared(m_cacheFrameCount).load();
         return true;
     }
-    if (count != shared(m_cacheFrameCount).load()) {
-        discardFrames(0);
-        shared(m_cacheFrameCount).store(count);
+    if (count == shared(m_cacheFrameCount).load()) {
+        return true;
     }
+    discardFrames(0);
+    // The wait was long enough for another thread to start the stream, and a running stream's
+    // callback would go on to slots that do not exist.
+    const QMutexLocker lifecycle(&m_lifecycleMutex);
+    if (shared(m_isStreaming).load()) {
+        return false;
+    }
+    shared(m_cacheFrameCount).store(count);
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
 
 using CameraSpace::ImageBlock;
 using testing::ElementsAre;
@@ -139,6 +140,59 @@ TEST_F(MemoryFailure, WithoutMemoryForMoreSlotsTheOldOnesStay)
     EXPECT_EQ(camera.m_frameBuffers, buffers);
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     EXPECT_EQ(camera.m_frameBuffers.size(), 20);
+}
+
+TEST_F(MemoryFailure, WithoutMemoryForTheListsOfTheRingTheStreamDoesNotStart)
+{
+    constexpr int count = 300;
+    constexpr std::size_t listSize = count * sizeof(void*);
+    constexpr std::size_t largestHeader = 64;
+    camera.m_cacheFrameCount = count;
+    for (const int passing : {0, 1, 2}) {
+        failAllocations(listSize, largestHeader, passing);
+        EXPECT_EQ(code(camera.startStream(0)), 1052U);
+        failingSize = 0;
+        EXPECT_THAT(log.lines(), SizeIs(1));
+        EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+        EXPECT_THAT(camera.m_frameBuffers, IsEmpty());
+        EXPECT_THAT(camera.m_bufferLocks, IsEmpty());
+        EXPECT_THAT(bus.callTexts(), IsEmpty());
+        log.clear();
+    }
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_EQ(camera.m_bufferLocks.size(), count);
+}
+
+TEST_F(MemoryFailure, FramesAreCachedWithoutAllocation)
+{
+    constexpr int loggedFrames = 16;
+    camera.m_grabTimeout = 0;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    for (int i = 0; i < loggedFrames; ++i) {
+        sendFrame();
+    }
+
+    std::vector<unsigned char> data(slotSize - 8, 0x30);
+    uvc_frame_t frame{};
+    frame.data = data.data();
+    frame.data_bytes = data.size();
+    frame.width = width;
+    frame.height = height;
+    // Queues of every length, and of none at all after a discard.
+    for (int i = 0; i < 500; ++i) {
+        if (i % 100 == 0) {
+            camera.discardFrames(0);
+            camera.m_receivedFrameCount = loggedFrames;
+        }
+        if (i % 7 == 0) {
+            camera.grabImage(m_images);
+        }
+        failAllocations(1, std::numeric_limits<std::size_t>::max() - 1);
+        EXPECT_NO_THROW(CZRNCamera::frameTriggered(&frame, &camera));
+        failingSize = 0;
+    }
+    EXPECT_THAT(camera.m_frameIndexQueue, SizeIs(16));
+    qDeleteAll(m_images);
 }
 
 TEST_F(MemoryFailure, WithoutMemoryForAnImageTheFrameIsLost)

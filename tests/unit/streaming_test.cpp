@@ -342,6 +342,24 @@ TEST_F(Streaming, TheCacheSizeIsReadAndWrittenWhileStopped)
     EXPECT_EQ(counting.m_cacheFrameCount, 20);
 }
 
+TEST_F(Streaming, TheCacheSizeStaysWhereTheStreamWasStartedDuringTheWait)
+{
+    class RestartingCamera : public CameraProbe
+    {
+    public:
+        ErrorCode discardFrames(signed char selector) override { return startStream(selector); }
+    };
+    RestartingCamera restarting;
+    Camera& device = connect(restarting, 2, width, height);
+    int count = 17;
+    EXPECT_FALSE(restarting.cacheFrameCountIO(false, count));
+    EXPECT_EQ(restarting.m_cacheFrameCount, 16);
+    for (int i = 0; i < 17; ++i) {
+        deliver(device);
+    }
+    EXPECT_EQ(restarting.m_writeIndex, 1);
+}
+
 // Frames that do not fit
 
 TEST_F(Streaming, AReconnectedObjectKeepsItsRingAndSaysSo)
