@@ -13,9 +13,10 @@
 /// node has a libuvc context of its own, because a context does not survive closing its last
 /// device.
 ///
-/// Locking: `accessLock` is held for reading during each libuvc call on `handle`, and for writing
-/// while the three libuvc objects are replaced or closed. It is the innermost lock: whoever holds
-/// it takes no other lock of the driver, except a camera's control mutex.
+/// Locking: `accessLock` is held for reading during the libuvc calls of one operation and the
+/// pauses between them, and for writing while the three libuvc objects are replaced or closed. It
+/// is the innermost lock: whoever holds it takes no other lock of the driver, except a camera's
+/// control mutex.
 struct CameraNode {
     QString serial;                 ///< decimal serial key, equal to the node's key in the table
     uvc_device_t* device = nullptr; ///< referenced

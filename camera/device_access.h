@@ -8,8 +8,8 @@
 
 /// Access to the libuvc handle of one node, for the length of a scope.
 ///
-/// While an access lives, nobody closes the handle under it. It must therefore be short-lived, and
-/// its owner must not take another access or a camera's node lock.
+/// While an access lives, nobody closes the handle under it. It must therefore end with the
+/// operation that made it, and its owner must not take another access or a camera's node lock.
 class DeviceAccess
 {
 public:
