@@ -4,6 +4,7 @@
 
 #include <QMutexLocker>
 
+#include <algorithm>
 #include <cstring>
 
 namespace
@@ -116,15 +117,27 @@ void CZRNCamera::reportSmallSlot(std::size_t frameSize, std::size_t slotSize)
                            << ", cache size:" << slotSize - frameTrailerSize;
 }
 
+double CZRNCamera::currentFrameRate()
+{
+    const double measured = shared(m_frameRate).load();
+    const int silent = elapsedSince(shared(m_fpsTimer).load()) - shared(m_fpsLastFrame).load();
+    if (!shared(m_isStreaming).load() || silent < rateIntervalMs) {
+        return measured;
+    }
+    return std::min(measured, 1000.0 / silent);
+}
+
 void CZRNCamera::measureFrameRate()
 {
     const int elapsed = elapsedSince(shared(m_fpsTimer).load());
     const qint32 count = shared(m_fpsFrameCount).load() + 1;
     if (elapsed < rateIntervalMs) {
         shared(m_fpsFrameCount).store(count);
+        shared(m_fpsLastFrame).store(elapsed);
         return;
     }
     shared(m_frameRate).store(count * 1000.0 / elapsed);
     shared(m_fpsFrameCount).store(0);
     shared(m_fpsTimer).store(QTime::currentTime());
+    shared(m_fpsLastFrame).store(0);
 }

@@ -104,8 +104,13 @@ struct CZRNCamera::Properties {
     {
         value = QMap<QString, QVariant>{
             {QStringLiteral("ONLINE"), camera.heartBeartQuery()},
-            {QStringLiteral("FEAMERATE"), shared(camera.m_frameRate).load()},
+            {QStringLiteral("FEAMERATE"), camera.currentFrameRate()},
         };
+        return true;
+    }
+    static bool readFrameRate(CZRNCamera& camera, QVariant& value)
+    {
+        value = camera.currentFrameRate();
         return true;
     }
     static bool readSensorClass(CZRNCamera& camera, QVariant& value)
@@ -124,7 +129,7 @@ const CZRNCamera::Properties::ReadRow CZRNCamera::Properties::readTable[18] = {
     {0x0ec2211d95cee833, "resolution list",     readResolutions},
     {0x1f6c5c2656e191e0, "colour gain byte 3",  readInteger<&CZRNCamera::colorBGainIO>},
     {0x285a517c8c168c61, "gain read-back",      readField<&CZRNCamera::m_gainReadBack, bool>},
-    {0x29a965c9f183c4d2, "frame rate",          readField<&CZRNCamera::m_frameRate, double>},
+    {0x29a965c9f183c4d2, "frame rate",          readFrameRate},
     {0x3dff273c09bc776c, "exposure read-back",  readField<&CZRNCamera::m_exposureReadBack, bool>},
     {0x4411635e20f62171, "serial number",       readSerialNumber},
     {0x449a9bd5989da2ed, "cache frame count",   readInteger<&CZRNCamera::cacheFrameCountIO>},

@@ -228,6 +228,9 @@ private:
     /// No buffer when the ring has no such slot. To be called under m_frameMutex while streaming.
     [[nodiscard]] FrameSlot frameSlot(int index) const;
     void measureFrameRate();
+    /// The measured rate; after a second of silence, no more than one frame in the time since the
+    /// last one. A stream that has fallen silent thus shows a falling rate.
+    double currentFrameRate();
     [[nodiscard]] unsigned long grabTimeout();
 
     bool splitFrame(QList<CameraSpace::ImageBlock*>& images, const unsigned char* frame,
@@ -240,6 +243,7 @@ private:
 
     /// Sizes of m_frameBuffers: an object that is connected to another camera keeps its old slots.
     std::vector<std::size_t> m_slotSizes;
+    qint32 m_fpsLastFrame = 0;        ///< milliseconds from m_fpsTimer to the last frame
     bool m_smallSlotReported = false; ///< one line for each start
     QRecursiveMutex m_lifecycleMutex; ///< serialises connecting, starting, stopping, disconnecting
     QReadWriteLock m_grabLock;        ///< held for reading by each grab; destruction waits for it
