@@ -1,10 +1,13 @@
 #include "atomic_field.h"
+#include "frame_clock.h"
 #include "frame_trailer.h"
+#include "heap_retention.h"
 #include "zrn_camera.h"
 
 #include <QDebug>
 #include <QMutexLocker>
 
+#include <cstddef>
 #include <cstdio>
 #include <limits>
 #include <memory>
@@ -16,6 +19,9 @@ namespace
 constexpr int anyFrameInterval = 0;
 constexpr uint8_t noStreamFlags = 0;
 constexpr int discardedWaits = 16;
+/// Images that a host may delete in one go without a page fault in the grabs that follow: those of
+/// eight grabs that it keeps, of one in hand, and some slack.
+constexpr std::size_t liveImages = 2 * 10;
 
 /// bDescriptorSubtype of an uncompressed video format.
 constexpr auto uncompressedFormat = UVC_VS_FORMAT_UNCOMPRESSED;
@@ -45,6 +51,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         m_bufferLocks.at(i)->unlock();
     }
     warnOfSmallSlots(geometry, count);
+    letHeapKeep(liveImages * (geometry.pixels() + frameTrailerSize));
 
     shared(m_receivedFrameCount).store(0);
     shared(m_writeIndex).store(0);
@@ -69,7 +76,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         return ErrorCode::StreamStartFailed;
     }
 
-    shared(m_fpsTimer).store(QTime::currentTime());
+    shared(m_fpsTimer).store(frameClock());
     shared(m_isStreaming).store(true);
     return ErrorCode::Success;
 }

@@ -32,4 +32,7 @@ void splitBothEnds(ConstBytes source, std::size_t groups, const std::array<Bytes
 /// One byte to each of eight streams.
 void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 8>& streams);
 
+/// The name of the instruction set that the kernels use on this machine.
+const char* instructionSet();
+
 } // namespace kernels

@@ -127,13 +127,15 @@ void split(ConstBytes source, std::size_t groups, const std::array<Bytes, stream
         splitPlainly<order, streamCount, directions>(source, 0, groups, streams);
         return;
     }
-    for (std::size_t group = 0; group + step <= groups; group += step) {
-        splitVectors<order, streamCount, directions>(source + groupSize * group, share * group,
-                                                     streams);
-    }
-    // The last vectors end with the last group and deal some groups a second time.
+    // A copy, because the bytes written might change the original.
+    const std::array<Bytes, streamCount> targets = streams;
+    // The last vectors end with the last group; they may deal groups a second time.
     const std::size_t last = groups - step;
-    splitVectors<order, streamCount, directions>(source + groupSize * last, share * last, streams);
+    for (std::size_t group = 0; group < last; group += step) {
+        splitVectors<order, streamCount, directions>(source + groupSize * group, share * group,
+                                                     targets);
+    }
+    splitVectors<order, streamCount, directions>(source + groupSize * last, share * last, targets);
 }
 
 #endif
@@ -163,6 +165,11 @@ void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 
     split<stripsOrder, 8, eightUp>(source, groups, streams);
 }
 
+const char* instructionSet()
+{
+    return hwy::TargetName(HWY_TARGET);
+}
+
 } // namespace kernels::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
@@ -175,6 +182,7 @@ HWY_EXPORT(splitReversedQuads);
 HWY_EXPORT(splitSides);
 HWY_EXPORT(splitBothEnds);
 HWY_EXPORT(splitStrips);
+HWY_EXPORT(instructionSet);
 
 void splitAlternating(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
 {
@@ -199,6 +207,11 @@ void splitBothEnds(ConstBytes source, std::size_t groups, const std::array<Bytes
 void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 8>& streams)
 {
     HWY_DYNAMIC_DISPATCH(splitStrips)(source, groups, streams);
+}
+
+const char* instructionSet()
+{
+    return HWY_DYNAMIC_DISPATCH(instructionSet)();
 }
 
 } // namespace kernels

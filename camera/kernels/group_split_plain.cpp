@@ -31,4 +31,9 @@ void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 
     splitPlainly<stripsOrder, 8, eightUp>(source, 0, groups, streams);
 }
 
+const char* instructionSet()
+{
+    return "plain";
+}
+
 } // namespace kernels
