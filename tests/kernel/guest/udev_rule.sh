@@ -1,0 +1,37 @@
+#!/bin/sh
+# An ordinary user may not open the camera until the udev rule is there that `zrncam doctor` prints;
+# with it, the user at the machine may: udev_rule.sh ZRNCAM ZRNSIM_CTL
+set -eu
+zrncam=$1
+ctl=$2
+here=$(dirname "$0")
+rule=/etc/udev/rules.d/70-zrncamera.rules
+trap 'rm -rf "$rule" /run/systemd/seats' EXIT
+
+as_user() {
+    /usr/bin/setpriv --reuid=user --regid=user --clear-groups "$@"
+}
+
+# What a session manager notes about the user at the machine, for udev to read.
+mkdir -p /run/systemd/seats
+printf 'ACTIVE=1\nACTIVE_UID=1000\n' > /run/systemd/seats/seat0
+
+echo "without the rule"
+as_user "$here/doctor.sh" "$zrncam" bus=ok permission=problem enumeration=problem
+! as_user "$zrncam" list
+
+mkdir -p "${rule%/*}"
+as_user "$zrncam" doctor --json |
+    jq -r '.findings[] | select(.subject == "permission") | .remedy' |
+    sed -n 's/^ *\(SUBSYSTEM==.*\)/\1/p' > "$rule"
+grep -q SUBSYSTEM "$rule"
+udevadm control --reload
+"$ctl" unplug camera=0
+sleep 1
+"$ctl" plug camera=0
+until ls /sys/bus/usb/devices/*-*:1.1 > /dev/null 2>&1; do sleep 0.1; done
+udevadm settle
+
+echo "with the rule"
+as_user "$here/doctor.sh" "$zrncam" bus=ok permission=ok enumeration=ok
+as_user "$zrncam" list
