@@ -89,9 +89,10 @@ ControlReply Camera::answer(const SetupPacket& setup, ByteView out, const Reques
     if (fault->action == Action::Resize) {
         reply.data.resize(std::min<std::size_t>(fault->length, setup.length));
     } else if (fault->action == Action::Value) {
-        for (std::size_t i = 0; i < reply.data.size(); ++i) {
-            reply.data[i] = i < 4 ? static_cast<std::uint8_t>(fault->value >> (8 * i)) : 0;
-        }
+        const std::size_t length = reply.data.size();
+        reply.data.clear();
+        ByteWriter(reply.data).u32(fault->value);
+        reply.data.resize(length);
     }
     return reply;
 }
