@@ -89,16 +89,13 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
 
     // Either all the missing slots are added or none, so that a count that memory cannot serve does
     // not take what there is from the host.
-    struct NewSlot {
-        std::unique_ptr<unsigned char[]> buffer;
-        std::unique_ptr<QMutex> lock;
-    };
     const std::size_t slotSize = frameSize + frameTrailerSize;
     try {
-        std::vector<NewSlot> added;
+        std::vector<std::unique_ptr<unsigned char[]>> buffers;
+        std::vector<std::unique_ptr<QMutex>> locks;
         for (int size = m_frameBuffers.size(); size < count; ++size) {
-            added.push_back({std::make_unique_for_overwrite<unsigned char[]>(slotSize),
-                             std::make_unique<QMutex>()});
+            buffers.push_back(std::make_unique_for_overwrite<unsigned char[]>(slotSize));
+            locks.push_back(std::make_unique<QMutex>());
         }
 
         const QMutexLocker queue(&m_frameMutex);
@@ -106,9 +103,9 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
         m_bufferLocks.reserve(count);
         m_slotSizes.reserve(static_cast<std::size_t>(count));
         m_frameIndexQueue.reserve(queuePlacesPerSlot * count);
-        for (NewSlot& slot : added) {
-            m_frameBuffers.append(slot.buffer.release());
-            m_bufferLocks.append(slot.lock.release());
+        for (std::size_t i = 0; i < buffers.size(); ++i) {
+            m_frameBuffers.append(buffers[i].release());
+            m_bufferLocks.append(locks[i].release());
             m_slotSizes.push_back(slotSize);
         }
     } catch (const std::bad_alloc&) {

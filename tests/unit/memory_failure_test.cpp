@@ -29,10 +29,12 @@ bool shallFail(std::size_t size)
 
 } // namespace
 
-// glibc's own allocation, under the name that it has beside malloc.
+// glibc's own allocation, under the names that it has beside malloc and realloc.
 extern "C" void* __libc_malloc(std::size_t size); // NOLINT(bugprone-reserved-identifier)
+extern "C" void* __libc_realloc(void* memory,     // NOLINT(bugprone-reserved-identifier)
+                                std::size_t size);
 
-/// Takes the place of malloc for Qt and for operator new alike.
+/// Takes the place of malloc for Qt and for operator new alike, and the next one of realloc.
 extern "C" void* malloc(std::size_t size) noexcept
 {
     if (shallFail(size)) {
@@ -40,6 +42,15 @@ extern "C" void* malloc(std::size_t size) noexcept
         return nullptr;
     }
     return __libc_malloc(size);
+}
+
+extern "C" void* realloc(void* memory, std::size_t size) noexcept
+{
+    if (shallFail(size)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_realloc(memory, size);
 }
 
 namespace
