@@ -5,6 +5,8 @@
 #include "launcher/preload.h"
 #include "model/bus.h"
 #include "umockdev/umockdev_bus.h"
+#include "usbredir/relay_server.h"
+#include "usbredir/usbredir_bus.h"
 
 #include <CLI/CLI.hpp>
 
@@ -33,6 +35,7 @@ struct Arguments {
     std::vector<std::string> cameras;
     std::size_t memoryLimitMiB = 0;
     std::string script;
+    std::filesystem::path redirectFolder;
     std::vector<std::string> command;
 };
 
@@ -113,29 +116,48 @@ void onExit(GPid, gint waitStatus, gpointer data)
     g_main_loop_quit(session.loop);
 }
 
-int run(const Arguments& arguments)
+/// Runs the command beside a control socket, and returns its exit status.
+int runCommand(const Arguments& arguments, int signals, zrnsim::CameraList& cameras,
+               zrnsim::Bus& bus, const std::string& controlSocket,
+               std::vector<std::string> environment)
 {
-    Session session;
-    session.signals = zrnsim::forwardableSignals();
-    zrnsim::CameraList cameras = makeCameras(arguments.cameras);
-    zrnsim::UmockdevBus bus(cameras, {arguments.memoryLimitMiB << 20U});
-
     zrnsim::CommandProcessor processor(cameras, bus);
-    const std::string socketPath = bus.rootFolder() + "/control";
-    const zrnsim::ControlServer server(processor, socketPath);
+    const zrnsim::ControlServer server(processor, controlSocket);
     const auto script = arguments.script.empty() ? std::vector<zrnsim::ScriptStep>()
                                                  : zrnsim::readScript(arguments.script);
+    environment.push_back(std::string(zrnsim::controlVariable) + "=" + controlSocket);
 
+    Session session;
+    session.signals = signals;
     session.loop = g_main_loop_new(nullptr, FALSE);
-    session.child = zrnsim::startCommand(
-        arguments.command, {"LD_PRELOAD=" + zrnsim::preloadFor(arguments.command.front()),
-                            std::string(zrnsim::controlVariable) + "=" + socketPath});
+    session.child = zrnsim::startCommand(arguments.command, environment);
     zrnsim::scheduleScript(script, processor);
     g_child_watch_add(session.child, onExit, &session);
     g_unix_fd_add(session.signals, G_IO_IN, onSignal, &session);
     g_main_loop_run(session.loop);
     g_main_loop_unref(session.loop);
     return session.status;
+}
+
+/// The command itself finds the cameras.
+int runWithDevices(const Arguments& arguments)
+{
+    const int signals = zrnsim::forwardableSignals();
+    zrnsim::CameraList cameras = makeCameras(arguments.cameras);
+    zrnsim::UmockdevBus bus(cameras, {arguments.memoryLimitMiB << 20U});
+    return runCommand(arguments, signals, cameras, bus, bus.rootFolder() + "/control",
+                      {"LD_PRELOAD=" + zrnsim::preloadFor(arguments.command.front())});
+}
+
+/// The command is or starts a virtual machine, which connects to the sockets in the folder.
+int runWithSockets(const Arguments& arguments)
+{
+    const int signals = zrnsim::forwardableSignals();
+    const std::filesystem::path& folder = arguments.redirectFolder;
+    zrnsim::CameraList cameras = makeCameras(arguments.cameras);
+    zrnsim::UsbRedirBus bus(cameras, folder);
+    const zrnsim::RelayServer relay(folder / "relay", folder / "control");
+    return runCommand(arguments, signals, cameras, bus, folder / "control", {});
 }
 
 } // namespace
@@ -152,6 +174,10 @@ int main(int argc, char** argv)
                    "MiB that a camera's submitted transfers may take, 0 for no limit");
     app.add_option("--script", arguments.script,
                    "File of commands as on the control socket, each with \"at\": SECONDS");
+    app.add_option("--usbredir", arguments.redirectFolder,
+                   "Folder for UNIX sockets at which a virtual machine finds the cameras: camera0, "
+                   "camera1, ... speak the usbredir protocol")
+        ->check(CLI::ExistingDirectory);
     app.add_flag("--list-models", listsModels, "Print the camera models and exit");
     app.add_option("command", arguments.command, "Command to run, after --");
     app.positionals_at_end();
@@ -170,8 +196,11 @@ int main(int argc, char** argv)
         if (arguments.cameras.empty()) {
             arguments.cameras = {"type0"};
         }
+        if (!arguments.redirectFolder.empty()) {
+            return runWithSockets(arguments);
+        }
         restartUnderPreload(argv);
-        return run(arguments);
+        return runWithDevices(arguments);
     } catch (const zrnsim::ConfigError& error) {
         std::cerr << "zrnsim: " << error.what() << '\n';
         return exitUsage;
