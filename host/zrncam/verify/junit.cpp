@@ -1,10 +1,15 @@
 #include "verify/junit.h"
 
 #include "common/result_codes.h"
+#include "verify/row_text.h"
 
+#include <QStringList>
 #include <QXmlStreamWriter>
 
-QByteArray junitReport(const Compliance& compliance, const QString& serial)
+using ContractSpace::CheckRow;
+using ContractSpace::CheckStatus;
+
+QByteArray junitReport(const ContractSpace::Account& account, const QString& serial)
 {
     QByteArray document;
     QXmlStreamWriter xml(&document);
@@ -13,23 +18,25 @@ QByteArray junitReport(const Compliance& compliance, const QString& serial)
     xml.writeStartElement(QStringLiteral("testsuite"));
     xml.writeAttribute(QStringLiteral("name"), QStringLiteral("zrncam verify ") + serial);
     xml.writeAttribute(QStringLiteral("tests"),
-                       QString::number(static_cast<int>(compliance.rows().size())));
+                       QString::number(static_cast<int>(account.rows().size())));
     xml.writeAttribute(QStringLiteral("failures"),
-                       QString::number(compliance.count(CheckStatus::Failed)));
+                       QString::number(account.count(CheckStatus::Failed)));
     xml.writeAttribute(QStringLiteral("skipped"),
-                       QString::number(compliance.count(CheckStatus::NotSupported)));
-    for (const CheckRow& row : compliance.rows()) {
+                       QString::number(account.count(CheckStatus::NotSupported)));
+    for (const CheckRow& row : account.rows()) {
         xml.writeStartElement(QStringLiteral("testcase"));
         xml.writeAttribute(QStringLiteral("classname"), row.group);
         xml.writeAttribute(QStringLiteral("name"), row.name);
-        QString message = row.code ? zrnhost::describeResult(*row.code) : QString();
-        if (!row.detail.isEmpty()) {
-            message += message.isEmpty() ? row.detail : QStringLiteral("; ") + row.detail;
-        }
         if (row.status != CheckStatus::Passed) {
+            QStringList message;
+            if (row.code) {
+                message += zrnhost::describeResult(*row.code);
+            }
+            message += rowDetail(row);
+            message.removeAll(QString());
             xml.writeEmptyElement(row.status == CheckStatus::Failed ? QStringLiteral("failure")
                                                                     : QStringLiteral("skipped"));
-            xml.writeAttribute(QStringLiteral("message"), message);
+            xml.writeAttribute(QStringLiteral("message"), message.join(QStringLiteral("; ")));
         }
         xml.writeEndElement();
     }

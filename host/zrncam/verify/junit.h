@@ -1,7 +1,9 @@
 #pragma once
 
-#include "verify/compliance.h"
+#include "checks/account.h"
+
+#include <QByteArray>
 
 /// The rows as a JUnit report, which continuous-integration systems read. What the camera does not
 /// support is a skipped test.
-QByteArray junitReport(const Compliance& compliance, const QString& serial);
+QByteArray junitReport(const ContractSpace::Account& account, const QString& serial);

@@ -1,5 +1,9 @@
+#include "checks/device_properties.h"
 #include "common/property_keys.h"
-#include "verify/compliance.h"
+#include "common/property_table.h"
+#include "verify/driver_checks.h"
+
+#include <QRegularExpression>
 
 namespace keys = zrnhost::keys;
 using zrnhost::PropertyInfo;
@@ -7,6 +11,8 @@ using zrnhost::PropertyType;
 
 namespace
 {
+
+constexpr unsigned int grabTimeoutMs = 50;
 
 /// Values that every camera's control should take, beside the one that it has.
 std::vector<QVariant> valuesToTry(const PropertyInfo& property, const QVariant& original)
@@ -23,8 +29,8 @@ std::vector<QVariant> valuesToTry(const PropertyInfo& property, const QVariant& 
     return {0, 1, 85, 170, 255};
 }
 
-void checkWriting(zrnhost::Camera& camera, Compliance& compliance, const PropertyInfo& property,
-                  const QVariant& original)
+void checkWriting(zrnhost::Camera& camera, ContractSpace::Account& account,
+                  const PropertyInfo& property, const QVariant& original)
 {
     const QString key = QString::fromLatin1(property.key);
     // A carrier control may have a narrower range than its property; the camera then refuses.
@@ -33,22 +39,22 @@ void checkWriting(zrnhost::Camera& camera, Compliance& compliance, const Propert
         const QString name = QStringLiteral("write %1 = %2").arg(key, value.toString());
         const ErrorCode result = camera.writeProperty(key, value);
         if (carried && result == ErrorCode::PropertyFailed) {
-            compliance.notSupported(name, result, QStringLiteral("refused by the camera"));
+            account.notSupported(name, result, QStringLiteral("refused by the camera"));
             continue;
         }
-        if (!compliance.expectCode(name, result)) {
+        if (!account.expectCode(name, result)) {
             continue;
         }
         QVariant readBack;
         camera.readProperty(key, readBack);
-        compliance.expect(name + QStringLiteral(", read back"), readBack == value,
-                          readBack.toString());
+        account.expect(name + QStringLiteral(", read back"), readBack == value,
+                       readBack.toString());
     }
-    compliance.expectCode(QStringLiteral("restore %1").arg(key),
-                          camera.writeProperty(key, original));
+    account.expectCode(QStringLiteral("restore %1").arg(key), camera.writeProperty(key, original));
 }
 
-void checkProperty(zrnhost::Camera& camera, Compliance& compliance, const PropertyInfo& property)
+void checkProperty(zrnhost::Camera& camera, ContractSpace::Account& account,
+                   const PropertyInfo& property)
 {
     const QString key = QString::fromLatin1(property.key);
     QVariant value;
@@ -56,61 +62,50 @@ void checkProperty(zrnhost::Camera& camera, Compliance& compliance, const Proper
     const QString reading = QStringLiteral("read %1").arg(key);
     const bool canFail =
         key == QLatin1String(keys::resolutionList) || key == QLatin1String(keys::resolutionIndex);
-    const bool isRead = canFail
-                            ? compliance.expectSupport(reading, result, ErrorCode::PropertyFailed)
-                            : compliance.expectCode(reading, result);
+    const bool isRead = canFail ? account.expectSupport(reading, result, ErrorCode::PropertyFailed)
+                                : account.expectCode(reading, result);
     if (isRead) {
-        compliance.expect(QStringLiteral("type of %1").arg(key),
-                          zrnhost::hasTypeOf(property, value), QLatin1String(value.typeName()));
+        account.expect(QStringLiteral("type of %1").arg(key), zrnhost::hasTypeOf(property, value),
+                       QLatin1String(value.typeName()));
     }
     if (!property.writable) {
-        compliance.expectCode(QStringLiteral("refuse to write %1").arg(key),
-                              camera.writeProperty(key, 1), ErrorCode::NotSupported);
+        account.expectCode(QStringLiteral("refuse to write %1").arg(key),
+                           camera.writeProperty(key, 1), ErrorCode::NotSupported);
         return;
     }
-    compliance.expectCode(QStringLiteral("refuse a wrong type for %1").arg(key),
-                          camera.writeProperty(key, 1.0), ErrorCode::PropertyFailed);
+    account.expectCode(QStringLiteral("refuse a wrong type for %1").arg(key),
+                       camera.writeProperty(key, 1.0), ErrorCode::PropertyFailed);
     if (key == QLatin1String(keys::resolutionIndex)) {
-        compliance.expectSupport(QStringLiteral("write %1").arg(key), camera.writeProperty(key, 0),
-                                 ErrorCode::PropertyFailed);
+        account.expectSupport(QStringLiteral("write %1").arg(key), camera.writeProperty(key, 0),
+                              ErrorCode::PropertyFailed);
     } else if (isRead) {
-        checkWriting(camera, compliance, property, value);
+        checkWriting(camera, account, property, value);
     }
 }
 
 } // namespace
 
-void checkProperties(zrnhost::Camera& camera, Compliance& compliance)
+void checkSerial(zrnhost::Camera& camera, ContractSpace::Account& account)
 {
-    compliance.setGroup(QStringLiteral("properties"));
-    // Dropping cached frames waits once for as long as a grab would.
-    QVariant wait;
-    const bool canWait = camera.readProperty(keys::maxGrabWaitTime, wait) == ErrorCode::Success &&
-                         camera.writeProperty(keys::maxGrabWaitTime, 50) == ErrorCode::Success;
-    for (const PropertyInfo& property : zrnhost::properties()) {
-        checkProperty(camera, compliance, property);
-    }
-    if (canWait) {
-        camera.writeProperty(keys::maxGrabWaitTime, wait);
-    }
-
-    QVariant unread;
-    compliance.expectCode(QStringLiteral("refuse to read an unknown key"),
-                          camera.readProperty(QStringLiteral("NoSuchKey"), unread),
-                          ErrorCode::NotSupported);
-    compliance.expectCode(QStringLiteral("refuse to write an unknown key"),
-                          camera.writeProperty(QStringLiteral("NoSuchKey"), 1),
-                          ErrorCode::NotSupported);
-    compliance.expectCode(QStringLiteral("refuse a write without a value"),
-                          camera->setProperty(QString::fromLatin1(keys::gamma), {}),
-                          ErrorCode::BadArgument);
+    account.setGroup(QStringLiteral("identity"));
+    const QString serial = camera.property(keys::serial).toString();
+    const QRegularExpression form(QStringLiteral("^ZR\\d{1,20}$"));
+    account.expect(QStringLiteral("form of the serial"), form.match(serial).hasMatch(), serial);
 }
 
-void checkCommands(zrnhost::Camera& camera, Compliance& compliance)
+void checkProperties(zrnhost::Camera& camera, ContractSpace::Account& account)
 {
-    compliance.setGroup(QStringLiteral("commands"));
-    compliance.expectSupport(QString::fromLatin1(keys::clearState), camera.run(keys::clearState),
-                             ErrorCode::CommandFailed);
-    compliance.expectCode(QStringLiteral("refuse an unknown command"),
-                          camera.run(QStringLiteral("NoSuchCommand")), ErrorCode::NotSupported);
+    account.setGroup(QStringLiteral("properties"));
+    // Dropping cached frames waits once for as long as a grab would.
+    const ContractSpace::GrabTimeout wait(*camera, grabTimeoutMs);
+    for (const PropertyInfo& property : zrnhost::properties()) {
+        checkProperty(camera, account, property);
+    }
+}
+
+void checkReset(zrnhost::Camera& camera, ContractSpace::Account& account)
+{
+    account.setGroup(QStringLiteral("commands"));
+    account.expectSupport(QString::fromLatin1(keys::clearState), camera.run(keys::clearState),
+                          ErrorCode::CommandFailed);
 }

@@ -1,15 +1,21 @@
+#include "checks/contract_checks.h"
 #include "common/property_keys.h"
-#include "common/result_codes.h"
 #include "progress.h"
 #include "session.h"
 #include "tool_error.h"
-#include "verify/compliance.h"
+#include "verify/driver_checks.h"
 #include "verify/junit.h"
+#include "verify/row_text.h"
 
 #include <QJsonArray>
 #include <QSaveFile>
 
+#include <functional>
 #include <memory>
+
+using ContractSpace::Account;
+using ContractSpace::CheckRow;
+using ContractSpace::CheckStatus;
 
 namespace
 {
@@ -22,31 +28,31 @@ QString rowText(const CheckRow& row)
 {
     const QString code = row.code ? QString::number(static_cast<quint32>(*row.code)) : QString();
     return QStringLiteral("%1 %2 %3 %4 %5")
-        .arg(QLatin1String(statusName(row.status)), -13)
+        .arg(QLatin1String(ContractSpace::statusName(row.status)), -13)
         .arg(code, 5)
         .arg(row.group, -11)
         .arg(row.name, -44)
-        .arg(row.detail)
+        .arg(rowDetail(row))
         .trimmed();
 }
 
 QJsonObject rowJson(const CheckRow& row)
 {
-    QJsonObject json{
-        {QStringLiteral("group"), row.group},
-        {QStringLiteral("name"), row.name},
-        {QStringLiteral("status"), QString::fromLatin1(statusName(row.status)).toLower()},
-        {QStringLiteral("detail"), row.detail}};
+    QJsonObject json{{QStringLiteral("group"), row.group},
+                     {QStringLiteral("name"), row.name},
+                     {QStringLiteral("status"),
+                      QString::fromLatin1(ContractSpace::statusName(row.status)).toLower()},
+                     {QStringLiteral("detail"), rowDetail(row)}};
     if (row.code) {
         json[QLatin1String("code")] = static_cast<qint64>(*row.code);
     }
     return json;
 }
 
-void writeJunit(const QString& path, const Compliance& compliance, const QString& serial)
+void writeJunit(const QString& path, const Account& account, const QString& serial)
 {
     QSaveFile file(path);
-    const QByteArray document = junitReport(compliance, serial);
+    const QByteArray document = junitReport(account, serial);
     if (!file.open(QIODevice::WriteOnly) || file.write(document) != document.size() ||
         !file.commit()) {
         throw ToolError(ExitCode::Output, QStringLiteral("%1: %2").arg(path, file.errorString()));
@@ -55,22 +61,25 @@ void writeJunit(const QString& path, const Compliance& compliance, const QString
 
 /// Runs the groups until the user has had enough.
 void runChecks(Session& session, zrnhost::Camera& camera, const Interrupt& interrupt, bool quiet,
-               Compliance& compliance)
+               Account& account)
 {
     const std::function<void()> groups[] = {
-        [&] { checkIdentity(camera, compliance); },
-        [&] { checkExposure(camera, compliance); },
-        [&] { checkGain(camera, compliance); },
-        [&] { checkGeometry(camera, compliance); },
-        [&] { checkProperties(camera, compliance); },
-        [&] { checkStream(camera, compliance); },
-        [&] { checkLifecycle(session.factory(), camera, compliance); },
+        [&] { ContractSpace::checkIdentity(*camera, account); },
+        [&] { checkSerial(camera, account); },
+        [&] { ContractSpace::checkExposure(*camera, account); },
+        [&] { ContractSpace::checkGain(*camera, account); },
+        [&] { ContractSpace::checkGeometry(*camera, account); },
+        [&] { ContractSpace::checkUnknownKeys(*camera, account); },
+        [&] { checkProperties(camera, account); },
+        [&] { ContractSpace::checkStream(*camera, account); },
+        [&] { checkFrames(camera, account); },
+        [&] { ContractSpace::checkConnection(session.factory(), *camera, account); },
         // Last, since the reset leaves the camera with settings of its own.
-        [&] { checkCommands(camera, compliance); },
+        [&] { checkReset(camera, account); },
     };
     Progress progress(quiet);
     for (const auto& group : groups) {
-        progress.show(QStringLiteral("%1 checks").arg(compliance.rows().size()));
+        progress.show(QStringLiteral("%1 checks").arg(account.rows().size()));
         if (interrupt.requested()) {
             return;
         }
@@ -83,18 +92,18 @@ ExitCode runVerify(Context& context, const VerifyOptions& options)
     Session session(context.options);
     zrnhost::Camera& camera = session.connect();
     const QString serial = camera.property(zrnhost::keys::serial).toString();
-    Compliance compliance;
-    runChecks(session, camera, context.interrupt, context.options.quiet, compliance);
+    Account account;
+    runChecks(session, camera, context.interrupt, context.options.quiet, account);
 
     Report& report = context.report;
     QJsonArray rows;
-    for (const CheckRow& row : compliance.rows()) {
+    for (const CheckRow& row : account.rows()) {
         report.line(rowText(row));
         rows.append(rowJson(row));
     }
-    const int passed = compliance.count(CheckStatus::Passed);
-    const int failed = compliance.count(CheckStatus::Failed);
-    const int unsupported = compliance.count(CheckStatus::NotSupported);
+    const int passed = account.count(CheckStatus::Passed);
+    const int failed = account.count(CheckStatus::Failed);
+    const int unsupported = account.count(CheckStatus::NotSupported);
     report.line(QStringLiteral("%1: %2 passed, %3 failed, %4 not supported")
                     .arg(serial)
                     .arg(passed)
@@ -106,7 +115,7 @@ ExitCode runVerify(Context& context, const VerifyOptions& options)
                      {QStringLiteral("notSupported"), unsupported},
                      {QStringLiteral("checks"), rows}};
     if (!options.junitFile.empty()) {
-        writeJunit(QString::fromLocal8Bit(options.junitFile.c_str()), compliance, serial);
+        writeJunit(QString::fromLocal8Bit(options.junitFile.c_str()), account, serial);
     }
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;
