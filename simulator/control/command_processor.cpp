@@ -180,6 +180,15 @@ constexpr Command commands[]{
          t.camera.setFrameNumber(r.at("number"));
          return json::object();
      }},
+    {"descriptors",
+     [](const Target& t, const json&) -> json {
+         return {{"configuration", t.camera.descriptors().configuration}};
+     }},
+    {"set-descriptors",
+     [](const Target& t, const json& r) -> json {
+         t.camera.setConfigurationDescriptor(r.at("configuration").get<Bytes>());
+         return json::object();
+     }},
     {"unplug",
      [](const Target& t, const json& r) -> json {
          t.bus.unplug(t.index, r.value("announced", true));

@@ -413,10 +413,17 @@ void Camera::setFrozen(bool frozen)
     wake();
 }
 
+void Camera::setConfigurationDescriptor(const Bytes& descriptor)
+{
+    const std::lock_guard lock(m_mutex);
+    m_engine.setConfigurationDescriptor(descriptor);
+}
+
 void Camera::clearFaults()
 {
     {
         const std::lock_guard lock(m_mutex);
+        m_engine.setConfigurationDescriptor({});
         m_controlFaults.clear();
         m_frameFault = {};
         m_transferFaults.clear();

@@ -92,6 +92,9 @@ public:
     void addTransferFaults(TransferFault fault, unsigned count);
     void haltEndpoint();
 
+    /// Reports this configuration descriptor from the next plugging in on. Empty: the true one.
+    void setConfigurationDescriptor(const Bytes& descriptor);
+
     /// While frozen the camera produces no frame and sends no payload.
     void setFrozen(bool frozen);
 

@@ -41,6 +41,9 @@ void ControlEngine::powerUp(const CameraConfig& config)
 {
     m_config = config;
     m_descriptors = buildDescriptors(config);
+    if (!m_reported.empty()) {
+        m_descriptors.configuration = m_reported;
+    }
     m_controls = config.controls;
     m_probe = negotiate(config, {});
     m_commit = m_probe;

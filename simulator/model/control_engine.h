@@ -6,6 +6,7 @@
 #include "model/negotiation.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace zrnsim
 {
@@ -33,6 +34,10 @@ public:
     /// Back to the state after power-up.
     void powerUp(const CameraConfig& config);
 
+    /// Reports this configuration descriptor, whatever the device really is, instead of its own.
+    /// Empty: its own. Takes effect at the next power-up.
+    void setConfigurationDescriptor(Bytes descriptor) { m_reported = std::move(descriptor); }
+
     /// Makes the streaming endpoint answer with a stall until the host clears it.
     void haltEndpoint() { m_halted = true; }
     bool isHalted() const { return m_halted; }
@@ -58,6 +63,7 @@ private:
 
     CameraConfig m_config;
     DescriptorSet m_descriptors;
+    Bytes m_reported;
     ControlSet m_controls;
     StreamParameters m_probe;
     StreamParameters m_commit;
