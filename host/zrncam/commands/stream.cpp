@@ -1,4 +1,5 @@
 #include "commands/capture.h"
+#include "commands/stream_keeper.h"
 #include "common/driver_error.h"
 #include "common/image_blocks.h"
 #include "common/property_keys.h"
@@ -7,7 +8,10 @@
 #include "session.h"
 #include "tool_error.h"
 
+#include <QJsonArray>
+
 #include <memory>
+#include <optional>
 
 using zrnhost::StreamAccount;
 using Milliseconds = std::chrono::duration<double, std::milli>;
@@ -17,6 +21,7 @@ namespace
 
 struct StreamOptions {
     double seconds = 10.0;
+    bool keepAlive = false;
     CaptureOptions capture;
 };
 
@@ -27,6 +32,7 @@ struct StreamResult {
     quint64 splitFailures = 0;
     double seconds = 0.0;
     QVariant reportedRate; ///< frames per second as the driver measured; invalid if it did not say
+    std::vector<Outage> outages; ///< with --keep-alive
 };
 
 bool isSplitFailure(ErrorCode result)
@@ -34,45 +40,57 @@ bool isSplitFailure(ErrorCode result)
     return result == ErrorCode::SplitFailed || result == ErrorCode::SplitException;
 }
 
-void grabOnce(zrnhost::Camera& camera, const Interrupt& interrupt, StreamResult& result)
+/// @return what a frame told, if one came.
+std::optional<zrnhost::FrameStep> grabOnce(zrnhost::Camera& camera, const Interrupt& interrupt,
+                                           bool isKeptAlive, StreamResult& result)
 {
     zrnhost::ImageBlocks images;
     const auto before = StreamAccount::Clock::now();
     const ErrorCode code = zrnhost::grab(*camera, images);
     const auto after = StreamAccount::Clock::now();
     if (code == ErrorCode::Success && !images.empty() && zrnhost::isWellFormed(*images.front())) {
-        result.account.addFrame(zrnhost::trailerOf(*images.front()), after, after - before);
-    } else if (code == ErrorCode::Success || isSplitFailure(code)) {
+        return result.account.addFrame(zrnhost::trailerOf(*images.front()), after, after - before);
+    }
+    if (code == ErrorCode::Success || isSplitFailure(code)) {
         ++result.splitFailures;
     } else if (interrupt.requested()) {
-        return; // the stop woke the grab
+        return std::nullopt; // the stop woke the grab
     } else if (code == ErrorCode::GrabTimeout) {
         ++result.timeouts;
-    } else {
+    } else if (!isKeptAlive) {
         zrnhost::check(code, QStringLiteral("grabbing a frame"));
     }
+    return std::nullopt;
 }
 
-StreamResult streamFor(zrnhost::Camera& camera, Context& context, double seconds)
+StreamResult streamFor(zrnhost::Camera& camera, StreamKeeper& keeper, Context& context,
+                       const StreamOptions& options)
 {
     StreamResult result;
-    const RunningStream stream(camera, context.interrupt);
+    keeper.start();
     Progress progress(context.options.quiet);
     const auto start = StreamAccount::Clock::now();
     const auto elapsed = [start] {
         return std::chrono::duration<double>(StreamAccount::Clock::now() - start).count();
     };
-    while (elapsed() < seconds && !context.interrupt.requested()) {
-        grabOnce(camera, context.interrupt, result);
+    while (elapsed() < options.seconds && !context.interrupt.requested()) {
+        const auto step = grabOnce(camera, context.interrupt, options.keepAlive, result);
+        if (step) {
+            keeper.noteFrame(elapsed(), *step);
+        } else if (options.keepAlive && !context.interrupt.requested()) {
+            keeper.repair();
+        }
         progress.show(QStringLiteral("%1 s of %2 s, %3 frames, %4 missing")
                           .arg(elapsed(), 0, 'f', 1)
-                          .arg(seconds, 0, 'f', 1)
+                          .arg(options.seconds, 0, 'f', 1)
                           .arg(result.account.frames())
                           .arg(result.account.missing()));
     }
     result.seconds = elapsed();
     // The driver forgets its rate when the stream stops.
     camera.readProperty(zrnhost::keys::frameRate, result.reportedRate);
+    keeper.finish(result.seconds);
+    result.outages = keeper.outages();
     return result;
 }
 
@@ -100,6 +118,11 @@ void report(Report& report, const StreamResult& result)
                                                     .arg(milliseconds(50), 0, 'f', 2)
                                                     .arg(milliseconds(99), 0, 'f', 2)
                                                     .arg(milliseconds(100), 0, 'f', 2));
+    QJsonArray outages;
+    for (const Outage& outage : result.outages) {
+        report.line(QStringLiteral("outage"), outage.text());
+        outages.append(outage.json());
+    }
 
     QJsonObject& json = report.json();
     json[QLatin1String("seconds")] = result.seconds;
@@ -112,6 +135,7 @@ void report(Report& report, const StreamResult& result)
     json[QLatin1String("missing")] = static_cast<qint64>(account.missing());
     json[QLatin1String("repeated")] = static_cast<qint64>(account.repeated());
     json[QLatin1String("restarts")] = static_cast<qint64>(account.restarts());
+    json[QLatin1String("outages")] = outages;
     json[QLatin1String("grabLatencyMs")] = QJsonObject{{QStringLiteral("p50"), milliseconds(50)},
                                                        {QStringLiteral("p99"), milliseconds(99)},
                                                        {QStringLiteral("max"), milliseconds(100)}};
@@ -126,7 +150,8 @@ ExitCode runStream(Context& context, const StreamOptions& options)
     context.report.line(QStringLiteral("camera"), identity.text());
     context.report.json()[QLatin1String("camera")] = identity.json();
 
-    const StreamResult result = streamFor(camera, context, options.seconds);
+    StreamKeeper keeper(session, camera, options.capture, context.interrupt);
+    const StreamResult result = streamFor(camera, keeper, context, options);
     report(context.report, result);
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;
@@ -135,6 +160,10 @@ ExitCode runStream(Context& context, const StreamOptions& options)
         throw ToolError(
             ExitCode::Stream, QStringLiteral("the camera delivered no frame"),
             QStringLiteral("check the cable; 'zrncam doctor' looks for the usual causes"));
+    }
+    if (!result.outages.empty() && result.outages.back().repair == Outage::Repair::None) {
+        throw ToolError(ExitCode::Stream, QStringLiteral("the stream was lost and did not return"),
+                        QStringLiteral("check the cable"));
     }
     return ExitCode::Success;
 }
@@ -149,6 +178,8 @@ Command addStream(CLI::App& app)
         ->type_name("S")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    command->add_flag("--keep-alive", options->keepAlive,
+                      "Restart or reconnect when no frame comes, and report each outage");
     addCaptureOptions(*command, options->capture);
     return {command, [options](Context& context) { return runStream(context, *options); }};
 }

@@ -36,7 +36,7 @@ _zrncam()
         words=$global
         case $command in
             grab) words+=" --frames --output --raw $capture" ;;
-            stream) words+=" --seconds $capture" ;;
+            stream) words+=" --seconds --keep-alive $capture" ;;
             doctor) words+=" --root" ;;
             verify) words+=" --junit" ;;
         esac

@@ -37,6 +37,7 @@ complete -c zrncam -n '__fish_seen_subcommand_from grab' -s o -l output -x -a '(
     -d 'Folder for the images'
 complete -c zrncam -n '__fish_seen_subcommand_from grab' -l raw -d 'Write pixels and trailer as delivered'
 complete -c zrncam -n '__fish_seen_subcommand_from stream' -l seconds -x -d 'How long'
+complete -c zrncam -n '__fish_seen_subcommand_from stream' -l keep-alive -d 'Restart or reconnect'
 complete -c zrncam -n '__fish_seen_subcommand_from grab stream' -l exposure -x -d 'Set the exposure time first'
 complete -c zrncam -n '__fish_seen_subcommand_from grab stream' -l gain -x -d 'Set the gain first'
 complete -c zrncam -n '__fish_seen_subcommand_from grab stream' -l wait -x -d 'Longest wait for one frame'
