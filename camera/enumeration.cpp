@@ -1,3 +1,4 @@
+#include "abandonment.h"
 #include "atomic_field.h"
 #include "zrn_camera.h"
 
@@ -98,6 +99,14 @@ bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, Came
 void CZRNCamera::closeSpecifedDevice(CameraNode* node)
 {
     const QWriteLocker locker(&node->accessLock);
+    if (node->handle && mustAbandon(node->handle)) {
+        // What libuvc holds for it stays allocated.
+        qCCritical(m_category) << " camera is gone and cannot be closed, serial:" << node->serial;
+        node->handle = nullptr;
+        node->device = nullptr;
+        node->context = nullptr;
+        return;
+    }
     if (node->handle) {
         uvc_close(node->handle);
         node->handle = nullptr;

@@ -1,3 +1,4 @@
+#include "abandonment.h"
 #include "atomic_field.h"
 #include "frame_trailer.h"
 #include "zrn_camera.h"
@@ -5,6 +6,7 @@
 #include <QDebug>
 #include <QMutexLocker>
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <memory>
@@ -20,6 +22,9 @@ constexpr int discardedWaits = 16;
 /// So that frames are queued without allocation: a QList whose end is reached moves its items to
 /// the front only where they fill less than a third of it.
 constexpr int queuePlacesPerSlot = 4;
+
+/// libuvc up to 0.0.6 collects a frame in a buffer of this size without looking at its end.
+constexpr std::size_t libraryFrameBuffer = std::size_t{16} * 1024 * 1024;
 
 /// bDescriptorSubtype of an uncompressed video format.
 constexpr auto uncompressedFormat = UVC_VS_FORMAT_UNCOMPRESSED;
@@ -64,6 +69,12 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
                     geometry.width, geometry.height, anyFrameInterval);
     if (result != UVC_SUCCESS) {
         qCCritical(m_category) << " uvc_get_stream_ctrl_format_size faild ret:" << result;
+        return ErrorCode::StreamStartFailed;
+    }
+    const std::size_t largestFrame =
+        std::max<std::size_t>(geometry.frameSize(), m_streamCtrl->dwMaxVideoFrameSize);
+    if (largestFrame > libraryFrameBuffer) {
+        qCCritical(m_category) << " frames are too large for libuvc, size:" << largestFrame;
         return ErrorCode::StreamStartFailed;
     }
     result = device.call(uvc_start_streaming, m_streamCtrl, &CZRNCamera::frameTriggered, this,
@@ -143,7 +154,7 @@ ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
         if (!device) {
             return ErrorCode::NoCamera;
         }
-        if (device.handle()) {
+        if (device.handle() && !mustAbandon(device.handle())) {
             uvc_stop_streaming(device.handle());
         }
     }

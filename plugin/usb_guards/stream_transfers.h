@@ -1,0 +1,60 @@
+#pragma once
+
+#include "libusb_types.h"
+#include "payload_meter.h"
+
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+namespace usbguards
+{
+
+/// Stands between libuvc and libusb for the transfers of video streams, and keeps the promise that
+/// libuvc relies on without checking: every transfer that it holds is either in flight or reported
+/// as ended.
+///
+/// libuvc frees a transfer when its callback reports the end, and waits for that when a stream
+/// stops. It overlooks a resubmission that fails, takes a transfer that was never submitted for
+/// one in flight, and frees one that is still in flight when cancelling it meets an absent device.
+///
+/// Thread-safe. No lock is held while a callback of libuvc runs.
+class StreamTransfers
+{
+public:
+    static StreamTransfers& instance();
+
+    static bool isStream(const libusb_transfer& transfer);
+
+    /// Submits a transfer. One that was in flight before and cannot be again ends at once: its
+    /// callback runs, and may free it.
+    int submit(libusb_transfer* transfer);
+
+    /// @return NOT_FOUND when the end of the transfer is to come, another error when there is
+    /// nothing to wait for.
+    int cancel(libusb_transfer* transfer);
+
+    /// The transfer is about to be freed.
+    void forget(libusb_transfer* transfer);
+
+private:
+    struct Record {
+        libusb_transfer_cb_fn callback = nullptr; ///< libuvc's own
+        std::shared_ptr<PayloadMeter> meter;      ///< of the stream
+
+        std::mutex mutex; ///< held across submitting and cancelling; guards what follows
+        bool wasSubmitted = false;
+        bool isCancelled = false;
+    };
+
+    static void onCompletion(libusb_transfer* transfer);
+
+    std::shared_ptr<Record> find(libusb_transfer* transfer);
+    std::shared_ptr<Record> findOrAdd(libusb_transfer* transfer);
+
+    std::mutex m_mutex; ///< guards the maps
+    std::unordered_map<libusb_transfer*, std::shared_ptr<Record>> m_records;
+    std::unordered_map<void*, std::weak_ptr<PayloadMeter>> m_meters; ///< by libuvc's stream
+};
+
+} // namespace usbguards

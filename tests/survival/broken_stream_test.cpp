@@ -1,0 +1,126 @@
+// Cameras that stay on the bus and stop doing their work: what the host can tell, and what starting
+// the stream again repairs.
+
+#include "camera_rig.h"
+
+#include <ctime>
+#include <thread>
+
+namespace
+{
+
+using survival::milliseconds;
+using survival::within;
+
+class BrokenStream : public survival::CameraRig
+{
+protected:
+    void SetUp() override
+    {
+        CameraRig::SetUp();
+        connect();
+        start();
+        expectExactFrame();
+    }
+
+    /// Grabs what is still queued, until the driver says that nothing comes.
+    void expectSilence()
+    {
+        constexpr int mostQueued = 64;
+        ErrorCode result = ErrorCode::Success;
+        for (int i = 0; i < mostQueued && result == ErrorCode::Success; ++i) {
+            result = grab();
+        }
+        EXPECT_EQ(result, ErrorCode::GrabTimeout);
+        EXPECT_TRUE(isOnline());
+    }
+
+    void expectRestartRepairs()
+    {
+        EXPECT_EQ(within(milliseconds(1000), "stop", [&] { return (*camera)->stopStream(0); }),
+                  ErrorCode::Success);
+        EXPECT_EQ(within(milliseconds(1000), "start", [&] { return (*camera)->startStream(0); }),
+                  ErrorCode::Success);
+        EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
+        expectExactFrame();
+    }
+};
+
+TEST_F(BrokenStream, FrozenCameraShowsInGrabsAndGoesOn)
+{
+    bus.tell("freeze");
+    expectSilence();
+    bus.tell("thaw");
+    expectExactFrame();
+}
+
+TEST_F(BrokenStream, HaltedEndpointEndsTheStreamQuietly)
+{
+    bus.tell("halt");
+    expectSilence();
+    const std::clock_t before = std::clock();
+    std::this_thread::sleep_for(milliseconds(500));
+    const double busy = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC;
+    EXPECT_LT(busy, 0.1) << "seconds of processor time in half a second of silence";
+    expectRestartRepairs();
+}
+
+TEST_F(BrokenStream, SomeFailedTransfersAreSurvived)
+{
+    bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", 20}});
+    std::this_thread::sleep_for(milliseconds(500));
+    while (bus.counter("transfersFailed") < 20) {
+        std::this_thread::sleep_for(milliseconds(20));
+    }
+    EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
+    expectExactFrame();
+}
+
+TEST_F(BrokenStream, FailedTransfersEndTheStream)
+{
+    bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", 1000}});
+    expectSilence();
+    bus.tell("clear-faults");
+    expectRestartRepairs();
+}
+
+TEST_F(BrokenStream, LostPayloadsCostTheirFramesOnly)
+{
+    bus.tell("frame-fault", {{"count", 3}, {"lostPayloads", 1}});
+    bus.tell("frame-fault", {{"count", 3}, {"errorPayloads", 1}});
+    std::this_thread::sleep_for(milliseconds(500));
+    EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
+    expectExactFrame();
+}
+
+TEST_F(BrokenStream, MuteControlPipeHoldsNothingUp)
+{
+    bus.tell("control-fault", {{"action", "ignore"}, {"count", -1}});
+    unsigned short gain = 0;
+    EXPECT_EQ(
+        within(milliseconds(2500), "first control", [&] { return (*camera)->getGain(gain, 0); }),
+        ErrorCode::GainReadFailed);
+    EXPECT_EQ(
+        within(milliseconds(300), "second control", [&] { return (*camera)->getGain(gain, 0); }),
+        ErrorCode::GainReadFailed);
+    EXPECT_FALSE(within(milliseconds(300), "status", [&] { return isOnline(); }));
+    EXPECT_EQ(grab(), ErrorCode::Success);
+    EXPECT_EQ(within(milliseconds(3000), "stop", [&] { return (*camera)->stopStream(0); }),
+              ErrorCode::Success);
+    within(milliseconds(3000), "start", [&] { return (*camera)->startStream(0); });
+    EXPECT_EQ(
+        within(milliseconds(3000), "disconnect", [&] { return (*camera)->disconnectDevice(); }),
+        ErrorCode::Success);
+    // Opened, as its descriptors come from the kernel, with a serial of which nothing could be
+    // read.
+    EXPECT_EQ(
+        within(milliseconds(6000), "enumerate", [&] { return driver().factory().enumDevice(); }),
+        1);
+
+    bus.tell("clear-faults");
+    enumerateUntilPresent();
+    connect();
+    EXPECT_TRUE(isOnline());
+}
+
+} // namespace

@@ -1,0 +1,96 @@
+#include "camera_rig.h"
+
+#include "common/frame_numbers.h"
+#include "common/image_blocks.h"
+#include "common/property_keys.h"
+#include "control/json_views.h"
+#include "pictures/frame_composer.h"
+
+#include <thread>
+
+namespace survival
+{
+namespace
+{
+
+std::vector<std::uint8_t> pixelsOf(const CameraSpace::ImageBlock& block)
+{
+    const auto* data = reinterpret_cast<const std::uint8_t*>(block.data.constData());
+    return {data, data + block.data.size() - zrnhost::trailerBytes};
+}
+
+} // namespace
+
+zrnhost::DriverPlugin& CameraRig::driver()
+{
+    static zrnhost::DriverPlugin plugin(QStringLiteral(ZRN_PLUGIN));
+    return plugin;
+}
+
+void CameraRig::SetUp()
+{
+    bus.restore();
+    enumerateUntilPresent();
+}
+
+void CameraRig::TearDown()
+{
+    camera.reset();
+    bus.restore();
+}
+
+void CameraRig::enumerateUntilPresent()
+{
+    constexpr int attempts = 100;
+    constexpr milliseconds pause(20);
+    for (int i = 0; i < attempts; ++i) {
+        if (driver().factory().enumDevice() > 0) {
+            return;
+        }
+        std::this_thread::sleep_for(pause);
+    }
+    FAIL() << "the camera is not found";
+}
+
+void CameraRig::connect()
+{
+    camera.reset();
+    camera = std::make_unique<zrnhost::Camera>(driver().factory());
+    ASSERT_EQ((*camera)->connectDeviceBySerial(QString::fromStdString(bus.serial())),
+              ErrorCode::Success);
+}
+
+void CameraRig::start()
+{
+    ASSERT_EQ((*camera)->startStream(0), ErrorCode::Success);
+}
+
+ErrorCode CameraRig::grab()
+{
+    zrnhost::ImageBlocks images;
+    return zrnhost::grab(**camera, images);
+}
+
+void CameraRig::expectExactFrame()
+{
+    zrnhost::ImageBlocks images;
+    ASSERT_EQ(zrnhost::grab(**camera, images), ErrorCode::Success);
+    const quint64 trailer = zrnhost::trailerOf(*images.front());
+    const auto frame = bus.sentFrame(static_cast<std::uint32_t>(trailer),
+                                     static_cast<unsigned>(zrnhost::knownFrameNumberBits(trailer)));
+    ASSERT_TRUE(frame) << "the camera sent no frame with trailer " << std::hex << trailer;
+
+    const zrnsim::SentImages sent = zrnsim::expectedImages(zrnsim::parseFrameRequest(*frame));
+    ASSERT_EQ(images.size(), static_cast<std::size_t>(sent.hasA) + sent.hasB);
+    EXPECT_EQ(trailer, sent.trailer);
+    // Compared as a whole: a listing of all bytes helps nobody.
+    EXPECT_TRUE(!sent.hasA || pixelsOf(*images.front()) == sent.a) << "image A differs";
+    EXPECT_TRUE(!sent.hasB || pixelsOf(*images.back()) == sent.b) << "image B differs";
+}
+
+bool CameraRig::isOnline()
+{
+    return camera->property(zrnhost::keys::heartBeat).toMap().value(zrnhost::keys::online).toBool();
+}
+
+} // namespace survival

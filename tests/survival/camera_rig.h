@@ -1,0 +1,56 @@
+#pragma once
+
+#include "common/camera.h"
+#include "common/driver_plugin.h"
+#include "virtual_bus.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+namespace survival
+{
+
+using std::chrono::milliseconds;
+
+/// Runs an operation and expects that it returns within a bound. @return what the operation returns
+template <typename Operation>
+auto within(milliseconds bound, const char* name, const Operation& operation)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = operation();
+    const auto taken =
+        std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
+    EXPECT_LE(taken.count(), bound.count()) << name;
+    testing::Test::RecordProperty(std::string(name) + " ms", static_cast<int>(taken.count()));
+    return result;
+}
+
+/// A host with one camera of the driver, and the virtual bus underneath. Every test starts with
+/// the cameras plugged in and enumerated, and leaves nothing open.
+class CameraRig : public testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    /// The driver, loaded once for all tests of the process.
+    static zrnhost::DriverPlugin& driver();
+
+    /// Enumerates until the camera is there again, as a host would after replugging.
+    void enumerateUntilPresent();
+    /// Connects a new camera object to the first camera of the bus, by serial.
+    void connect();
+    void start();
+    /// Grabs one frame and compares each image with what the virtual camera has sent.
+    void expectExactFrame();
+    /// The record of the device status property.
+    bool isOnline();
+    ErrorCode grab();
+
+    VirtualBus bus;
+    std::unique_ptr<zrnhost::Camera> camera;
+};
+
+} // namespace survival

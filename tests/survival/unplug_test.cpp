@@ -1,0 +1,247 @@
+// The cable is pulled at every moment of a camera's life, and the host goes on as hosts do.
+
+#include "camera_rig.h"
+
+#include <future>
+#include <string>
+#include <thread>
+
+namespace
+{
+
+using survival::milliseconds;
+using survival::within;
+
+// What docs/reliability.md promises for a camera that has left the bus.
+constexpr milliseconds statusBound(500);
+constexpr milliseconds stopBound(1000);
+constexpr milliseconds disconnectBound(1500);
+constexpr milliseconds enumerateBound(1500);
+
+class Unplug : public survival::CameraRig
+{
+protected:
+    /// What a host does about a camera that has gone, and then with the one that comes back.
+    void recover()
+    {
+        EXPECT_FALSE(within(statusBound, "status", [&] { return isOnline(); }));
+        const ErrorCode stopped =
+            within(stopBound, "stop", [&] { return (*camera)->stopStream(0); });
+        EXPECT_TRUE(stopped == ErrorCode::Success || stopped == ErrorCode::NotStreaming);
+        EXPECT_EQ(grab(), ErrorCode::NotStreaming);
+        EXPECT_EQ(
+            within(disconnectBound, "disconnect", [&] { return (*camera)->disconnectDevice(); }),
+            ErrorCode::Success);
+        EXPECT_EQ(
+            within(enumerateBound, "enumerate", [&] { return driver().factory().enumDevice(); }),
+            0);
+
+        bus.restore();
+        enumerateUntilPresent();
+        connect();
+        start();
+        expectExactFrame();
+        EXPECT_EQ((*camera)->stopStream(0), ErrorCode::Success);
+    }
+};
+
+TEST_F(Unplug, Idle)
+{
+    connect();
+    bus.unplug();
+    recover();
+}
+
+TEST_F(Unplug, Streaming)
+{
+    connect();
+    start();
+    expectExactFrame();
+    bus.unplug();
+    recover();
+}
+
+TEST_F(Unplug, StreamingAndStoppedAtOnce)
+{
+    connect();
+    start();
+    expectExactFrame();
+    std::thread cable([] { survival::VirtualBus().unplug(); });
+    EXPECT_EQ(within(stopBound, "stop", [&] { return (*camera)->stopStream(0); }),
+              ErrorCode::Success);
+    cable.join();
+    recover();
+}
+
+TEST_F(Unplug, StreamPaused)
+{
+    connect();
+    start();
+    expectExactFrame();
+    bus.tell("freeze");
+    std::this_thread::sleep_for(milliseconds(100));
+    bus.unplug();
+    recover();
+}
+
+TEST_F(Unplug, Stopped)
+{
+    connect();
+    start();
+    expectExactFrame();
+    EXPECT_EQ((*camera)->stopStream(0), ErrorCode::Success);
+    bus.unplug();
+    recover();
+}
+
+TEST_F(Unplug, DuringControlTransfer)
+{
+    connect();
+    bus.tell("control-fault",
+             {{"action", "ignore"}, {"request", "get-cur"}, {"target", "gain"}, {"count", -1}});
+    auto gain = std::async(std::launch::async, [this] {
+        unsigned short value = 0;
+        return (*camera)->getGain(value, 0);
+    });
+    std::this_thread::sleep_for(milliseconds(100));
+    bus.unplug();
+    EXPECT_EQ(within(milliseconds(500), "control transfer", [&] { return gain.get(); }),
+              ErrorCode::GainReadFailed);
+    recover();
+}
+
+TEST_F(Unplug, WhileGrabWaits)
+{
+    connect();
+    start();
+    expectExactFrame();
+    bus.tell("freeze");
+    while (grab() == ErrorCode::Success) {
+    }
+    auto waiting = std::async(std::launch::async, [this] { return grab(); });
+    std::this_thread::sleep_for(milliseconds(100));
+    bus.unplug();
+    // The grab's own time-out is 1000 ms.
+    EXPECT_EQ(within(milliseconds(1100), "grab", [&] { return waiting.get(); }),
+              ErrorCode::GrabTimeout);
+    recover();
+}
+
+TEST_F(Unplug, BetweenEnumerationAndConnection)
+{
+    bus.unplug();
+    camera = std::make_unique<zrnhost::Camera>(driver().factory());
+    const QString serial = QString::fromStdString(bus.serial());
+    // The camera was opened by the enumeration, and its descriptors are known.
+    EXPECT_EQ(within(milliseconds(500), "connect",
+                     [&] { return (*camera)->connectDeviceBySerial(serial); }),
+              ErrorCode::Success);
+    EXPECT_EQ(within(milliseconds(500), "start", [&] { return (*camera)->startStream(0); }),
+              ErrorCode::StreamStartFailed);
+    recover();
+}
+
+TEST_F(Unplug, ThenEnumeratedWhileConnectedAndStreaming)
+{
+    connect();
+    start();
+    expectExactFrame();
+    bus.unplug();
+    EXPECT_EQ(
+        within(milliseconds(2500), "enumerate", [&] { return driver().factory().enumDevice(); }),
+        0);
+    recover();
+}
+
+TEST_F(Unplug, ThenDeletedWhileStreaming)
+{
+    connect();
+    start();
+    expectExactFrame();
+    bus.unplug();
+    within(milliseconds(2500), "delete", [&] {
+        camera.reset();
+        return true;
+    });
+    bus.restore();
+    enumerateUntilPresent();
+    connect();
+    start();
+    expectExactFrame();
+}
+
+TEST_F(Unplug, WithoutNotice)
+{
+    connect();
+    start();
+    expectExactFrame();
+    bus.tell("unplug", {{"camera", 0}, {"announced", false}});
+    EXPECT_FALSE(within(statusBound, "status", [&] { return isOnline(); }));
+    EXPECT_EQ(within(stopBound, "stop", [&] { return (*camera)->stopStream(0); }),
+              ErrorCode::Success);
+    EXPECT_EQ(within(disconnectBound, "disconnect", [&] { return (*camera)->disconnectDevice(); }),
+              ErrorCode::Success);
+}
+
+/// The cable is pulled some milliseconds into an operation.
+class UnplugDuring : public Unplug, public testing::WithParamInterface<int>
+{
+protected:
+    /// Pulls the cable after the parameter's time, from another thread.
+    std::thread pullLater()
+    {
+        return std::thread([delay = milliseconds(GetParam())] {
+            survival::VirtualBus cable;
+            std::this_thread::sleep_for(delay);
+            cable.unplug();
+        });
+    }
+};
+
+TEST_P(UnplugDuring, Start)
+{
+    connect();
+    std::thread cable = pullLater();
+    within(milliseconds(1000), "start", [&] { return (*camera)->startStream(0); });
+    cable.join();
+    recover();
+}
+
+TEST_P(UnplugDuring, Stop)
+{
+    connect();
+    start();
+    expectExactFrame();
+    std::thread cable = pullLater();
+    EXPECT_EQ(within(stopBound, "stop", [&] { return (*camera)->stopStream(0); }),
+              ErrorCode::Success);
+    cable.join();
+    recover();
+}
+
+TEST_P(UnplugDuring, Connection)
+{
+    std::thread cable = pullLater();
+    camera = std::make_unique<zrnhost::Camera>(driver().factory());
+    const QString serial = QString::fromStdString(bus.serial());
+    within(milliseconds(1500), "connect", [&] { return (*camera)->connectDeviceBySerial(serial); });
+    cable.join();
+    recover();
+}
+
+TEST_P(UnplugDuring, Enumeration)
+{
+    std::thread cable = pullLater();
+    within(milliseconds(3000), "enumerate", [&] { return driver().factory().enumDevice(); });
+    cable.join();
+    EXPECT_EQ(driver().factory().enumDevice(), 0);
+    bus.restore();
+    enumerateUntilPresent();
+    connect();
+    start();
+    expectExactFrame();
+}
+
+INSTANTIATE_TEST_SUITE_P(Moments, UnplugDuring, testing::Values(0, 1, 2, 3, 5, 8, 13, 21, 34));
+
+} // namespace

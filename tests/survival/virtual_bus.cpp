@@ -1,0 +1,69 @@
+#include "virtual_bus.h"
+
+#include <stdexcept>
+
+namespace survival
+{
+
+using nlohmann::json;
+
+VirtualBus::VirtualBus()
+    : m_client(zrnsim::ControlClient::fromEnvironment())
+{
+}
+
+json VirtualBus::tell(const std::string& command, json fields)
+{
+    fields["command"] = command;
+    json answer = m_client.call(fields);
+    if (!answer.value("ok", false)) {
+        throw std::runtime_error(command + " is refused: " + answer.dump());
+    }
+    return answer;
+}
+
+void VirtualBus::unplug(std::size_t camera)
+{
+    tell("unplug", {{"camera", camera}});
+}
+
+void VirtualBus::restore(std::size_t camera)
+{
+    tell("clear-faults", {{"camera", camera}});
+    if (!isPlugged(camera)) {
+        tell("plug", {{"camera", camera}});
+    }
+}
+
+bool VirtualBus::isPlugged(std::size_t camera)
+{
+    return tell("camera", {{"camera", camera}}).at("camera").at("plugged");
+}
+
+std::string VirtualBus::serial(std::size_t camera)
+{
+    const std::string number = tell("camera", {{"camera", camera}}).at("camera").at("serial");
+    return "ZR" + number;
+}
+
+std::uint64_t VirtualBus::counter(const std::string& name, std::size_t camera)
+{
+    return tell("counters", {{"camera", camera}}).at("counters").at(name);
+}
+
+std::optional<json> VirtualBus::sentFrame(std::uint32_t lowNumber, unsigned knownBits,
+                                          std::size_t camera)
+{
+    const std::uint64_t mask = (std::uint64_t{1} << knownBits) - 1;
+    const json frames = tell("frames", {{"camera", camera}}).at("frames");
+    // The newest of the frames that the known bits may mean.
+    for (auto frame = frames.rbegin(); frame != frames.rend(); ++frame) {
+        const std::uint32_t number = frame->at("frameNumber");
+        if ((number & mask) == (lowNumber & mask)) {
+            return *frame;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace survival

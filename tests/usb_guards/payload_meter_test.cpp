@@ -1,0 +1,101 @@
+#include "usb_guards/payload_meter.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+
+using usbguards::PayloadMeter;
+using Payload = std::vector<std::uint8_t>;
+
+constexpr std::uint8_t frameId = 0x01;
+constexpr std::uint8_t endOfFrame = 0x02;
+constexpr std::uint8_t bothClocks = 0x0c;
+constexpr std::uint8_t error = 0x40;
+
+constexpr std::size_t headerSize = 2;
+constexpr std::size_t half = PayloadMeter::frameBufferSize / 2;
+
+Payload payload(std::size_t data, std::uint8_t info)
+{
+    Payload result(headerSize + data);
+    result[0] = headerSize;
+    result[1] = info;
+    return result;
+}
+
+bool accept(PayloadMeter& meter, const Payload& sent)
+{
+    return meter.accept(sent, sent.size());
+}
+
+TEST(PayloadMeter, AFrameMayFillTheBufferAndNoMore)
+{
+    PayloadMeter meter;
+    EXPECT_TRUE(accept(meter, payload(half, 0)));
+    EXPECT_TRUE(accept(meter, payload(half, 0)));
+    EXPECT_FALSE(accept(meter, payload(1, 0)));
+    EXPECT_FALSE(accept(meter, payload(1, endOfFrame))) << "libuvc copies before it looks";
+}
+
+TEST(PayloadMeter, TheEndOfAFrameEmptiesTheBuffer)
+{
+    PayloadMeter meter;
+    EXPECT_TRUE(accept(meter, payload(half, 0)));
+    EXPECT_TRUE(accept(meter, payload(half, endOfFrame)));
+    EXPECT_TRUE(accept(meter, payload(2 * half, 0)));
+}
+
+TEST(PayloadMeter, AnEmptyPayloadDoesNotEndAFrame)
+{
+    PayloadMeter meter;
+    EXPECT_TRUE(accept(meter, payload(2 * half, 0)));
+    EXPECT_TRUE(accept(meter, payload(0, endOfFrame)));
+    EXPECT_FALSE(accept(meter, payload(1, 0)));
+}
+
+TEST(PayloadMeter, AnotherFrameIdEmptiesTheBuffer)
+{
+    PayloadMeter meter;
+    EXPECT_TRUE(accept(meter, payload(2 * half, 0)));
+    EXPECT_TRUE(accept(meter, payload(2 * half, frameId)));
+    EXPECT_FALSE(accept(meter, payload(1, frameId)));
+}
+
+TEST(PayloadMeter, AWithheldPayloadLeavesTheFrameAsItIs)
+{
+    PayloadMeter meter;
+    EXPECT_TRUE(accept(meter, payload(2 * half, 0)));
+    EXPECT_FALSE(accept(meter, payload(2 * half + 1, frameId)));
+    EXPECT_FALSE(accept(meter, payload(1, 0))) << "the old frame is still being collected";
+}
+
+TEST(PayloadMeter, PayloadsThatLibuvcDropsCountNothing)
+{
+    PayloadMeter meter;
+    EXPECT_TRUE(accept(meter, payload(2 * half, 0)));
+    EXPECT_TRUE(accept(meter, payload(half, error | frameId)));
+    EXPECT_TRUE(accept(meter, Payload{}));
+    EXPECT_TRUE(accept(meter, Payload{200, 0, 0}));
+    EXPECT_FALSE(accept(meter, payload(1, 0)));
+}
+
+TEST(PayloadMeter, APayloadWithoutHeaderInfoBelongsToTheFrame)
+{
+    PayloadMeter meter;
+    EXPECT_TRUE(accept(meter, payload(half, frameId)));
+    EXPECT_TRUE(accept(meter, Payload(half, 0)));
+    EXPECT_FALSE(accept(meter, payload(1, frameId)));
+}
+
+TEST(PayloadMeter, AnnouncedHeaderFieldsMustLieWithinTheMemory)
+{
+    PayloadMeter meter;
+    const Payload sent = payload(4, bothClocks);
+    EXPECT_FALSE(meter.accept(sent, 11));
+    EXPECT_TRUE(meter.accept(sent, 12));
+}
+
+} // namespace
