@@ -1,20 +1,61 @@
-# Where hosts look: the plugin in Qt's plugin folder, the host contract and the tick thread's header in the
-# include folder.
+# What `cmake --install` puts where. The components, for `--component`: plugin, development, tools, viewer,
+# simulator.
 
-include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
 
-get_target_property(zrn_qmake Qt5::qmake IMPORTED_LOCATION)
-execute_process(COMMAND "${zrn_qmake}" -query QT_INSTALL_PLUGINS
-    OUTPUT_VARIABLE zrn_qt_plugins OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-set(ZRN_PLUGIN_DIR "${zrn_qt_plugins}/zrncamera" CACHE PATH "Folder that the plugin is installed to")
+# zrn_install_tool(<target> <component>): the program and its manual page, where it is built.
+function(zrn_install_tool target component)
+    if(TARGET ${target})
+        install(TARGETS ${target} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT ${component})
+        install(FILES "packaging/man/${target}.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
+            COMPONENT ${component})
+    endif()
+endfunction()
 
-install(TARGETS zrncamera LIBRARY DESTINATION "${ZRN_PLUGIN_DIR}")
+install(TARGETS zrncamera LIBRARY DESTINATION "${ZRN_PLUGIN_DIR}" COMPONENT plugin)
+if(ZRN_INSTALL_UDEV_RULE)
+    install(FILES packaging/udev/70-zrncamera.rules DESTINATION "${ZRN_UDEV_RULES_DIR}" COMPONENT plugin)
+endif()
+
+install(TARGETS zrncamera_interfaces EXPORT zrncameraTargets
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development
+    INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera")
+install(EXPORT zrncameraTargets NAMESPACE zrncamera::
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera" COMPONENT development)
+install(DIRECTORY interfaces/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera" COMPONENT development
+    FILES_MATCHING PATTERN "*.h")
+install(FILES plugin/tick_thread.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera"
+    COMPONENT development)
+configure_package_config_file(packaging/zrncameraConfig.cmake.in zrncameraConfig.cmake
+    INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera")
+write_basic_package_version_file(zrncameraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+    BASE_DIRECTORY "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" OUTPUT_VARIABLE zrn_prefix_from_pkgconfig)
+configure_file(packaging/zrncamera.pc.in zrncamera.pc @ONLY)
 install(FILES
-    interfaces/camera_interface.h
-    interfaces/camera_types.h
-    interfaces/device_interface.h
-    interfaces/error_code.h
-    interfaces/factory_interface.h
-    plugin/tick_thread.h
-    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera"
-)
+    "${CMAKE_CURRENT_BINARY_DIR}/zrncameraConfig.cmake"
+    "${CMAKE_CURRENT_BINARY_DIR}/zrncameraConfigVersion.cmake"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera" COMPONENT development)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/zrncamera.pc"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+
+zrn_install_tool(zrncam tools)
+zrn_install_tool(zrnrec tools)
+zrn_install_tool(zrnview viewer)
+zrn_install_tool(zrnsim simulator)
+zrn_install_tool(zrnsim-ctl simulator)
+if(TARGET zrncam)
+    set(completions host/zrncam/completions)
+    install(FILES ${completions}/zrncam.bash RENAME zrncam
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT tools)
+    install(FILES ${completions}/_zrncam
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions" COMPONENT tools)
+    install(FILES ${completions}/zrncam.fish
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tools)
+endif()
+if(TARGET zrnview)
+    install(FILES packaging/desktop/zrnview.desktop
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/applications" COMPONENT viewer)
+    install(FILES packaging/desktop/zrnview.svg
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps" COMPONENT viewer)
+endif()

@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# A host finds the contract with find_package: cmake_package.sh PREFIX PLUGIN_DIR
+set -euo pipefail
+folder=cmake-consumer
+rm -rf "$folder"
+mkdir "$folder"
+cat >"$folder/CMakeLists.txt" <<END
+cmake_minimum_required(VERSION 3.16)
+project(consumer LANGUAGES CXX)
+find_package(zrncamera 2 REQUIRED)
+message(STATUS "plugin: \${zrncamera_PLUGIN_FILE}")
+foreach(host minimal_host check_plugin)
+    add_executable(\${host} "$SOURCE_DIR/host/example/\${host}.cpp")
+    target_link_libraries(\${host} PRIVATE zrncamera::interfaces)
+endforeach()
+END
+cmake -S "$folder" -B "$folder/build" -DCMAKE_PREFIX_PATH="$1" -DCMAKE_BUILD_TYPE=Release >"$folder/log"
+grep 'plugin: .*/libzrncamera.so$' "$folder/log"
+cmake --build "$folder/build"
+"${0%/*}/run_example.sh" "$folder/build/minimal_host" "$2"

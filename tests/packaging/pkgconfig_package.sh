@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# A host finds the contract with pkg-config: pkgconfig_package.sh PREFIX LIBDIR PLUGIN_DIR
+set -euo pipefail
+folder=pkgconfig-consumer
+rm -rf "$folder"
+mkdir "$folder"
+export PKG_CONFIG_PATH=$1/$2/pkgconfig
+flags=$(pkg-config --cflags --libs zrncamera)
+# shellcheck disable=SC2086
+g++ -std=c++17 "$SOURCE_DIR/host/example/minimal_host.cpp" $flags -o "$folder/minimal_host"
+pkg-config --variable=pluginfile zrncamera | grep '/libzrncamera.so$'
+"${0%/*}/run_example.sh" "$folder/minimal_host" "$3"
