@@ -1,5 +1,6 @@
 #include "control/control_server.h"
 
+#include <filesystem>
 #include <gio/gunixsocketaddress.h>
 #include <memory>
 #include <stdexcept>
@@ -68,6 +69,7 @@ gboolean onIncoming(GSocketService*, GSocketConnection* socket, GObject*, gpoint
 ControlServer::ControlServer(CommandProcessor& processor, const std::string& socketPath)
     : m_service(g_socket_service_new())
 {
+    std::filesystem::remove(socketPath); // of a server that has gone
     GSocketAddress* const address = g_unix_socket_address_new(socketPath.c_str());
     GError* error = nullptr;
     g_socket_listener_add_address(G_SOCKET_LISTENER(m_service), address, G_SOCKET_TYPE_STREAM,
