@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMutex>
 #include <QReadWriteLock>
 #include <QString>
 #include <libuvc/libuvc.h>
@@ -16,7 +17,9 @@
 /// Locking: `accessLock` is held for reading during the libuvc calls of one operation and the
 /// pauses between them, and for writing while the three libuvc objects are replaced or closed. It
 /// is the innermost lock: whoever holds it takes no other lock of the driver, except a camera's
-/// control mutex.
+/// control mutex or this node's stream mutex. `streamMutex` is held while libuvc starts or stops
+/// the node's stream, because libuvc keeps a device's streams in a list without a lock, and two
+/// camera objects may share the node.
 struct CameraNode {
     QString serial;                 ///< decimal serial key, equal to the node's key in the table
     uvc_device_t* device = nullptr; ///< referenced
@@ -25,6 +28,7 @@ struct CameraNode {
     bool isOpen = false; ///< filled from an open device, and not disconnected since
 
     QReadWriteLock accessLock;
+    QMutex streamMutex;
     std::atomic<int> references = 1; ///< the table's own, and one for each NodeReference
 };
 

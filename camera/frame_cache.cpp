@@ -92,6 +92,7 @@ void CZRNCamera::cacheFrame(const uvc_frame& frame)
     {
         const QMutexLocker queue(&m_frameMutex);
         m_frameIndexQueue.enqueue(index);
+        ++m_arrivedFrameCount;
         m_frameReady.wakeOne();
     }
     measureFrameRate();

@@ -5,6 +5,7 @@
 
 #include <QDebug>
 #include <QMutexLocker>
+#include <QReadLocker>
 
 #include <algorithm>
 #include <cstdio>
@@ -64,6 +65,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
     }
 
     const DeviceAccess device(node);
+    const QMutexLocker stream(&node->streamMutex);
     uvc_error_t result =
         device.call(uvc_get_stream_ctrl_format_size, m_streamCtrl, UVC_FRAME_FORMAT_UNCOMPRESSED,
                     geometry.width, geometry.height, anyFrameInterval);
@@ -150,16 +152,18 @@ ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
         return ErrorCode::NotStreaming;
     }
     {
-        const DeviceAccess device = accessDevice();
-        if (!device) {
+        const NodeReference node = currentNode();
+        if (!node) {
             return ErrorCode::NoCamera;
         }
+        const DeviceAccess device(node);
         if (device.handle() && !mustAbandon(device.handle())) {
+            const QMutexLocker stream(&node->streamMutex);
             uvc_stop_streaming(device.handle());
         }
     }
     {
-        // Under the mutex, so that no grab can miss it between its check and its wait.
+        // Under the mutex, so that nobody can miss it between a check and a wait.
         const QMutexLocker queue(&m_frameMutex);
         shared(m_isStreaming).store(false);
         m_frameReady.wakeAll();
@@ -172,11 +176,19 @@ ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
 
 ErrorCode CZRNCamera::discardFrames(signed char /*selector*/)
 {
+    const QReadLocker grab(&m_grabLock);
     {
         const QMutexLocker queue(&m_frameMutex);
+        const bool wasStreaming = shared(m_isStreaming).load();
+        const auto framesMayCome = [this, wasStreaming] {
+            return !m_isClosing && (!wasStreaming || shared(m_isStreaming).load());
+        };
         bool woken = true;
-        for (int wait = 0; woken && wait < discardedWaits; ++wait) {
-            woken = m_frameReady.wait(&m_frameMutex, grabTimeout());
+        for (int wait = 0; woken && framesMayCome() && wait < discardedWaits; ++wait) {
+            // A stop wakes as well as a frame.
+            const quint32 arrived = m_arrivedFrameCount;
+            woken =
+                m_frameReady.wait(&m_frameMutex, grabTimeout()) && m_arrivedFrameCount != arrived;
             qDebug() << " flag:" << woken;
         }
         // Unlike clear(), this keeps the memory that the frame callback relies on.

@@ -2,6 +2,7 @@
 
 #include "atomic_field.h"
 
+#include <QMutexLocker>
 #include <QReadLocker>
 #include <QWriteLocker>
 
@@ -18,11 +19,16 @@ CZRNCamera::~CZRNCamera()
     if (isConnected()) {
         CZRNCamera::disconnectDevice();
     }
-    m_currentNode = nullptr;
     {
-        // A grab that the stop has woken may still be on its way out.
+        const QMutexLocker queue(&m_frameMutex);
+        m_isClosing = true;
+        m_frameReady.wakeAll();
+    }
+    {
+        // Those that this and the stop have woken may still be on their way out.
         const QWriteLocker grabs(&m_grabLock);
     }
+    m_currentNode = nullptr;
 
     for (unsigned char*& buffer : m_frameBuffers) {
         delete[] buffer;

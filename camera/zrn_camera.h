@@ -242,7 +242,9 @@ private:
     std::vector<std::size_t> m_slotSizes;
     bool m_smallSlotReported = false; ///< one line for each start
     QRecursiveMutex m_lifecycleMutex; ///< serialises connecting, starting, stopping, disconnecting
-    QReadWriteLock m_grabLock;        ///< held for reading by each grab; destruction waits for it
+    QReadWriteLock m_grabLock; ///< held for reading by grabs and discards; destruction waits for it
+    quint32 m_arrivedFrameCount = 0; ///< frames ever queued, modulo 2^32; under m_frameMutex
+    bool m_isClosing = false;        ///< nobody may begin to wait; under m_frameMutex
 
     static QReadWriteLock m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount
 };

@@ -297,6 +297,25 @@ TEST_F(Streaming, DiscardingWaitsForSixteenFramesAtMost)
                 AllOf(SizeIs(16), Each(LogLine{QtDebugMsg, "default", " flag: true"})));
 }
 
+TEST_F(Streaming, DiscardingEndsWithTheStream)
+{
+    Camera& device = connectSmall();
+    camera.m_grabTimeout = 60000;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    clearLogs();
+    std::thread discarder([this] { camera.discardFrames(0); });
+    const LogLine arrived = {QtDebugMsg, "default", " flag: true"};
+    while (testing::Value(log.lines(), testing::Not(Contains(arrived)))) {
+        deliver(device);
+    }
+    // Hangs for the length of the grab timeout if the stop is taken for a frame.
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(code(camera.stopStream(0)), 0U);
+    discarder.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+}
+
 // The cache size
 
 TEST_F(Streaming, TheCacheSizeIsReadAndWrittenWhileStopped)
