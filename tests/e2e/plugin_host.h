@@ -54,6 +54,9 @@ private:
     CameraSpace::CameraInterface* m_camera;
 };
 
+/// Milliseconds, for grabs that must not fail because the machine is busy.
+inline constexpr int patientGrabMs = 20'000;
+
 using Images = std::vector<std::unique_ptr<CameraSpace::ImageBlock>>;
 
 /// What one grab gave.

@@ -46,6 +46,7 @@ TEST(Preset, DeliversWhatTheCameraSent)
     ASSERT_EQ(host.device().connectDeviceBySerial(QStringLiteral("ZR") +
                                                   QString::fromStdString(camera.serialKey())),
               ErrorCode::Success);
+    host.setProperty("MaxGrabWaitTime", patientGrabMs);
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
 
     std::vector<Grab> grabs;

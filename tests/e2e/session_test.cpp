@@ -26,6 +26,7 @@ protected:
 /// Grabs @p count frames and compares each with what its camera says it sent under that number.
 void expectFrames(HostCamera& host, std::size_t cameraIndex, int count)
 {
+    host.setProperty("MaxGrabWaitTime", patientGrabMs);
     std::vector<Grab> grabs;
     for (int i = 0; i < count; ++i) {
         grabs.push_back(grab(host.camera()));
@@ -102,6 +103,7 @@ TEST_F(Session, StartsAndStopsFiftyTimes)
 {
     HostCamera host(m_plugin.factory());
     ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
+    host.setProperty("MaxGrabWaitTime", patientGrabMs);
     for (int i = 0; i < 50; ++i) {
         ASSERT_EQ(host->startStream(0), ErrorCode::Success) << i;
         ASSERT_EQ(grab(host.camera()).result, ErrorCode::Success) << i;
@@ -170,6 +172,7 @@ TEST_F(Session, AccountsForEveryFrame)
     ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
     const std::size_t index = indexOfSerial(host.property("Serial").toString());
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
+    host.setProperty("MaxGrabWaitTime", patientGrabMs);
     QSet<quint32> numbers;
     for (int i = 0; i < 20; ++i) {
         const Grab grabbed = grab(host.camera());
