@@ -1,9 +1,31 @@
-// A careless host: enumerates, connects, streams, and returns from main without cleaning up.
+// Careless hosts: they enumerate, connect, stream, and leave without cleaning up.
+// e2e_exit_host [HOW]: return (the default), grabbing, controlling, enumerating, thread or quick.
 
 #include "plugin_host.h"
 
-int main()
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+namespace
 {
+
+/// Goes on doing it while the process leaves.
+template <typename Action>
+void keepDoing(Action action)
+{
+    std::thread([action] {
+        while (true) {
+            action();
+        }
+    }).detach();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string how = argc > 1 ? argv[1] : "return";
     static PluginHost& plugin = *new PluginHost;
     if (plugin.factory().enumDevice() < 1) {
         return 2;
@@ -13,8 +35,26 @@ int main()
         return 3;
     }
     auto* camera = dynamic_cast<CameraSpace::CameraInterface*>(device);
+    device->setProperty(QStringLiteral("MaxGrabWaitTime"),
+                        {{QStringLiteral("value"), patientGrabMs}});
     if (camera->startStream(0) != ErrorCode::Success) {
         return 4;
     }
-    return grab(*camera).result == ErrorCode::Success ? 0 : 5;
+    if (how == "grabbing") {
+        keepDoing([camera] { grab(*camera); });
+    } else if (how == "controlling") {
+        keepDoing([camera] { camera->setGain(20, 0); });
+    } else if (how == "enumerating") {
+        keepDoing([] { plugin.factory().enumDevice(); });
+        return 0;
+    }
+    if (grab(*camera).result != ErrorCode::Success) {
+        return 5;
+    }
+    if (how == "thread") {
+        std::thread([] { std::exit(0); }).join();
+    } else if (how == "quick") {
+        std::quick_exit(0);
+    }
+    return 0;
 }

@@ -1,0 +1,150 @@
+// Hosts that call everything from many threads, enumerate while they stream, load the plugin again
+// and again, and twice at a time. With the real libuvc and libusb, on two virtual cameras with the
+// serials 1 and 2.
+
+#include "plugin_host.h"
+#include "random_calls.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+namespace
+{
+
+constexpr int cameraCount = 2;
+
+/// Descriptors that the process has open.
+std::ptrdiff_t openDescriptors()
+{
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::distance(begin(descriptors), end(descriptors));
+}
+
+void expectWorks(IFactory& factory)
+{
+    ASSERT_EQ(factory.enumDevice(), cameraCount);
+    HostCamera host(factory);
+    ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
+    host.setProperty("MaxGrabWaitTime", patientGrabMs);
+    ASSERT_EQ(host->startStream(0), ErrorCode::Success);
+    EXPECT_EQ(grab(host.camera()).result, ErrorCode::Success);
+}
+
+TEST(CarelessHost, CallsEverythingFromManyThreads)
+{
+    constexpr int callsPerThread = 150;
+    PluginHost plugin;
+    ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
+    HostCamera first(plugin.factory());
+    HostCamera second(plugin.factory());
+    std::vector<std::thread> threads;
+    for (unsigned seed = 0; seed < 6; ++seed) {
+        threads.emplace_back([&camera = seed % 2 == 0 ? first.camera() : second.camera(), seed] {
+            hosts::Random random(seed);
+            for (int i = 0; i < callsPerThread; ++i) {
+                EXPECT_TRUE(hosts::isDocumented(hosts::callAtRandom(camera, random)));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    first->stopStream(0);
+    second->stopStream(0);
+    expectWorks(plugin.factory());
+}
+
+TEST(CarelessHost, EnumeratesWhileItStreams)
+{
+    PluginHost plugin;
+    ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
+    std::atomic<bool> ends = false;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < cameraCount; ++i) {
+        threads.emplace_back([&, i] {
+            HostCamera host(plugin.factory());
+            while (!ends) {
+                host.device().connectDeviceByIndex(i);
+                host.setProperty("MaxGrabWaitTime", 50);
+                host->startStream(0);
+                while (!ends && grab(host.camera()).result == ErrorCode::Success) {
+                }
+                host.device().disconnectDevice();
+            }
+        });
+    }
+    for (int i = 0; i < 20; ++i) {
+        plugin.factory().enumDevice();
+    }
+    ends = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    expectWorks(plugin.factory());
+}
+
+TEST(CarelessHost, DeletesACameraThatStreams)
+{
+    PluginHost plugin;
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
+        HostCamera host(plugin.factory());
+        ASSERT_EQ(host.device().connectDeviceByIndex(i % cameraCount), ErrorCode::Success);
+        ASSERT_EQ(host->startStream(0), ErrorCode::Success);
+    }
+    expectWorks(plugin.factory());
+}
+
+TEST(CarelessHost, DeletesTheFactoryUnderStreamingCameras)
+{
+    std::ptrdiff_t before = 0;
+    for (int i = 0; i < 10; ++i) {
+        PluginHost plugin;
+        ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
+        for (int index = 0; index < cameraCount; ++index) {
+            BaseDeviceSpace::DeviceInterface* const device = plugin.factory().createDevice();
+            ASSERT_EQ(device->connectDeviceByIndex(index), ErrorCode::Success);
+            ASSERT_EQ(dynamic_cast<CameraSpace::CameraInterface&>(*device).startStream(0),
+                      ErrorCode::Success);
+        }
+        ASSERT_TRUE(plugin.unload());
+        if (i == 0) {
+            before = openDescriptors();
+        }
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(CarelessHost, LoadsThePluginTwice)
+{
+    PluginHost plugin;
+    QPluginLoader loader(QStringLiteral(ZRN_PLUGIN_COPY));
+    auto* const other = qobject_cast<IFactory*>(loader.instance());
+    ASSERT_TRUE(other) << loader.errorString().toStdString();
+    ASSERT_NE(other, &plugin.factory());
+
+    {
+        ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
+        HostCamera host(plugin.factory());
+        ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
+        host.setProperty("MaxGrabWaitTime", patientGrabMs);
+        ASSERT_EQ(host->startStream(0), ErrorCode::Success);
+        EXPECT_EQ(other->enumDevice(), 0); // the cameras are taken
+        EXPECT_EQ(grab(host.camera()).result, ErrorCode::Success);
+
+        BaseDeviceSpace::DeviceInterface* foreign = other->createDevice();
+        BaseDeviceSpace::DeviceInterface* const kept = foreign;
+        EXPECT_EQ(plugin.factory().deleteDevice(foreign), ErrorCode::NothingEnumerated);
+        EXPECT_EQ(foreign, kept);
+        EXPECT_EQ(other->deleteDevice(foreign), ErrorCode::Success);
+    }
+    ASSERT_TRUE(plugin.unload());
+    expectWorks(*other);
+    EXPECT_TRUE(loader.unload());
+}
+
+} // namespace
