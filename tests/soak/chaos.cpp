@@ -1,0 +1,114 @@
+#include "chaos.h"
+
+#include <array>
+
+namespace soak
+{
+namespace
+{
+
+using nlohmann::json;
+using std::chrono::milliseconds;
+
+/// What a fault does to the frames on their way.
+enum class Harm { None, BrokenWire, Departure };
+
+struct Fault {
+    const char* name;
+    const char* command;
+    Harm harm;
+    json (*fields)(Random& random);
+    const char* remedy; ///< the command that ends it, some time later, or null
+};
+
+json nothing(Random&)
+{
+    return json::object();
+}
+
+json controlFault(const char* action, int count)
+{
+    return {{"action", action}, {"count", count}};
+}
+
+const std::array faults = {
+    Fault{"unplugged", "unplug", Harm::Departure, nothing, "plug"},
+    Fault{"silent", "freeze", Harm::None, nothing, "thaw"},
+    Fault{"endpoint halted", "halt", Harm::BrokenWire, nothing, nullptr},
+    Fault{"transfers failed", "transfer-fault", Harm::BrokenWire,
+          [](Random& random) {
+              return json{{"kind", pick(random, 0, 1) ? "protocol" : "overflow"},
+                          {"count", pick(random, 1, 120)}};
+          },
+          nullptr},
+    Fault{"frames of other sizes", "frame-fault", Harm::None,
+          [](Random& random) {
+              return json{{"count", pick(random, 1, 5)},
+                          {"sizeDelta", (pick(random, 0, 1) ? 1 : -1) * pick(random, 1, 50'000)}};
+          },
+          nullptr},
+    Fault{"huge frame", "frame-fault", Harm::None,
+          [](Random&) {
+              return json{{"count", 1}, {"bytes", 18'000'000}};
+          },
+          nullptr},
+    Fault{"payloads lost", "frame-fault", Harm::None,
+          [](Random& random) {
+              return json{{"count", pick(random, 1, 5)}, {"lostPayloads", 1}};
+          },
+          nullptr},
+    Fault{"payloads with error bit", "frame-fault", Harm::None,
+          [](Random& random) {
+              return json{{"count", pick(random, 1, 5)}, {"errorPayloads", 1}};
+          },
+          nullptr},
+    Fault{"frames without end", "frame-fault", Harm::None,
+          [](Random& random) {
+              return json{{"count", pick(random, 1, 5)}, {"withoutEndOfFrame", true}};
+          },
+          nullptr},
+    Fault{"controls delayed", "control-fault", Harm::None,
+          [](Random& random) {
+              json fields = controlFault("delay", pick(random, 1, 5));
+              fields["milliseconds"] = pick(random, 20, 400);
+              return fields;
+          },
+          nullptr},
+    Fault{"controls stalled", "control-fault", Harm::None,
+          [](Random& random) { return controlFault("stall", pick(random, 1, 5)); }, nullptr},
+    Fault{"controls failed", "control-fault", Harm::None,
+          [](Random& random) { return controlFault("fail", pick(random, 1, 5)); }, nullptr},
+    Fault{"control unanswered", "control-fault", Harm::None,
+          [](Random&) { return controlFault("ignore", 1); }, nullptr},
+};
+
+} // namespace
+
+void causeFaults(const std::vector<std::unique_ptr<SoakCamera>>& cameras, Pauses& pauses,
+                 unsigned seed, FaultCounts& counts)
+{
+    Random random(seed);
+    survival::VirtualBus bus;
+    while (pauses.pause(milliseconds(pick(random, 50, 1500)))) {
+        SoakCamera& camera = *pickFrom(random, cameras);
+        const Fault& fault = pickFrom(random, faults);
+        if (!bus.isPlugged(camera.index())) {
+            continue;
+        }
+        json fields = fault.fields(random);
+        fields["camera"] = camera.index();
+        if (fault.harm == Harm::BrokenWire) {
+            camera.noteBrokenWire();
+        } else if (fault.harm == Harm::Departure) {
+            camera.noteStopping();
+        }
+        bus.tell(fault.command, fields);
+        ++counts[fault.name];
+        if (fault.remedy) {
+            pauses.pause(milliseconds(pick(random, 50, 1500)));
+            bus.tell(fault.remedy, {{"camera", camera.index()}});
+        }
+    }
+}
+
+} // namespace soak

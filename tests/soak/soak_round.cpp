@@ -1,0 +1,147 @@
+#include "soak_round.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <thread>
+
+namespace soak
+{
+namespace
+{
+
+using nlohmann::json;
+using std::chrono::milliseconds;
+
+SentFrame sentFrame(const json& record)
+{
+    const std::uint64_t whole = record.at("width").get<std::uint64_t>() *
+                                record.at("height").get<std::uint64_t>() *
+                                record.at("bytesPerPosition").get<std::uint64_t>();
+    const bool isDamaged = record.at("bytes").get<std::uint64_t>() != whole ||
+                           record.at("payloadsLost").get<int>() > 0 ||
+                           record.at("payloadsWithError").get<int>() > 0;
+    return {record.at("frameNumber"), record.at("time"), record.at("complete"), isDamaged};
+}
+
+} // namespace
+
+Soak::Soak(IFactory& factory, OperationLog& log, UsageTrend& usage, std::size_t cameraCount,
+           unsigned seed)
+    : m_factory(factory)
+    , m_log(log)
+    , m_usage(usage)
+    , m_random(seed)
+    , m_framesSeen(cameraCount)
+{
+}
+
+void Soak::makeCamerasReady()
+{
+    // Numbers that no earlier round has used.
+    constexpr std::uint64_t numbersPerRound = 0x10000;
+    for (std::size_t i = 0; i < m_framesSeen.size(); ++i) {
+        m_bus.restore(i);
+        m_bus.tell("frame-number",
+                   {{"camera", i},
+                    {"number", static_cast<std::uint32_t>(m_account.rounds * numbersPerRound)}});
+    }
+    constexpr int attempts = 100;
+    Pauses pauses;
+    for (int i = 0; i < attempts; ++i) {
+        const int found = m_log.time("enumDevice", [this] { return m_factory.enumDevice(); });
+        if (found == static_cast<int>(m_framesSeen.size())) {
+            return;
+        }
+        pauses.pause(milliseconds(20)); // plugging in takes its time
+    }
+    throw std::runtime_error("the cameras are not found");
+}
+
+void Soak::runRound()
+{
+    ++m_account.rounds;
+    makeCamerasReady();
+    m_usage.sample();
+    std::vector<std::unique_ptr<SoakCamera>> cameras;
+    for (std::size_t i = 0; i < m_framesSeen.size(); ++i) {
+        cameras.push_back(std::make_unique<SoakCamera>(m_factory, m_log, i, m_bus.serial(i)));
+    }
+    stream(cameras);
+
+    // Some hosts stop first, some delete a camera that streams, some enumerate on top of it.
+    if (pick(m_random, 0, 3) == 0) {
+        for (const auto& camera : cameras) {
+            camera->noteStopping();
+        }
+        m_log.time("enumDevice", [this] { return m_factory.enumDevice(); });
+    }
+    for (const auto& camera : cameras) {
+        if (pick(m_random, 0, 1) == 0) {
+            camera->stop();
+        } else {
+            camera->noteStopping();
+        }
+    }
+    for (auto& camera : cameras) {
+        camera->close();
+        settle(*camera);
+    }
+}
+
+void Soak::stream(std::vector<std::unique_ptr<SoakCamera>>& cameras)
+{
+    Pauses pauses;
+    std::vector<std::thread> threads;
+    for (const auto& camera : cameras) {
+        camera->start(m_random);
+        ++m_account.starts;
+        threads.emplace_back([&pauses, &camera, seed = m_random()] {
+            camera->grabThread(pauses, static_cast<unsigned>(seed));
+        });
+        threads.emplace_back([&pauses, &camera, seed = m_random()] {
+            camera->controlThread(pauses, static_cast<unsigned>(seed));
+        });
+    }
+    threads.emplace_back([this, &pauses, &cameras, seed = m_random()] {
+        causeFaults(cameras, pauses, static_cast<unsigned>(seed), m_account.faults);
+    });
+
+    const Seconds end = now() + pick(m_random, 2000, 8000) / 1000.0;
+    while (now() < end && pauses.pause(milliseconds(100))) {
+        for (const auto& camera : cameras) {
+            if (camera->isSilent() || pick(m_random, 0, 99) == 0) {
+                camera->stop();
+                camera->start(m_random);
+                ++m_account.restarts;
+                ++m_account.starts;
+            } else if (pick(m_random, 0, 99) == 0) {
+                camera->discard();
+            }
+        }
+    }
+    pauses.end();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+void Soak::settle(const SoakCamera& camera)
+{
+    const json which = {{"camera", camera.index()}};
+    std::uint64_t& seen = m_framesSeen[camera.index()];
+    json request = which;
+    request["since"] = seen;
+    std::vector<SentFrame> sent;
+    const json answer = m_bus.tell("frames", request);
+    for (const json& record : answer.at("frames")) {
+        sent.push_back(sentFrame(record));
+    }
+    const std::uint64_t counted = m_bus.counter("framesStarted", camera.index());
+    m_account.sent += counted - seen;
+    seen = counted;
+    for (const auto& [outcome, count] : camera.settle(sent)) {
+        m_account.outcomes[outcome] += count;
+    }
+}
+
+} // namespace soak
