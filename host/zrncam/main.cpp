@@ -2,9 +2,9 @@
 #include "common/driver_error.h"
 #include "common/driver_plugin.h"
 #include "common/result_codes.h"
+#include "common/virtual_run.h"
 #include "interrupt.h"
 #include "tool_error.h"
-#include "virtual_run.h"
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -103,10 +103,10 @@ ExitCode run(const Command& command, const GlobalOptions& options)
 ExitCode runVirtually(const GlobalOptions& options, const std::vector<std::string>& arguments)
 {
     try {
-        runOnVirtualCameras(options.virtualModels, arguments);
-    } catch (const ToolError& error) {
+        zrnhost::runOnVirtualCameras(options.virtualModels, arguments);
+    } catch (const zrnhost::VirtualRunError& error) {
         return Report(options.json, stdout)
-            .fail(error.exitCode(), QString::fromUtf8(error.what()), error.hint());
+            .fail(ExitCode::VirtualCamera, QString::fromUtf8(error.what()), error.hint());
     }
 }
 
@@ -130,7 +130,7 @@ int main(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     }
-    if (!options.virtualModels.empty() && !onVirtualCameras()) {
+    if (!options.virtualModels.empty() && !zrnhost::onVirtualCameras()) {
         return static_cast<int>(runVirtually(options, {argv, argv + argc}));
     }
     setUpLogging(options.verbose);

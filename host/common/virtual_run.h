@@ -2,8 +2,29 @@
 
 #include <QString>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
+
+namespace zrnhost
+{
+
+/// The program cannot be run on virtual cameras.
+class VirtualRunError : public std::runtime_error
+{
+public:
+    VirtualRunError(const QString& message, QString hint)
+        : std::runtime_error(message.toStdString())
+        , m_hint(std::move(hint))
+    {
+    }
+
+    /// What the user can do about it; may be empty.
+    const QString& hint() const { return m_hint; }
+
+private:
+    QString m_hint;
+};
 
 /// Whether this process was started by runOnVirtualCameras().
 bool onVirtualCameras();
@@ -12,6 +33,8 @@ bool onVirtualCameras();
 ///
 /// @param models one for each camera, as zrnsim's --camera takes them; an empty text is the default
 /// model. @param arguments this process's own, program name included.
-/// @throws ToolError when zrnsim cannot be run
+/// @throws VirtualRunError when zrnsim cannot be run
 [[noreturn]] void runOnVirtualCameras(const std::vector<std::string>& models,
                                       const std::vector<std::string>& arguments);
+
+} // namespace zrnhost

@@ -1,6 +1,4 @@
-#include "virtual_run.h"
-
-#include "tool_error.h"
+#include "common/virtual_run.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -10,6 +8,8 @@
 #include <cstring>
 #include <unistd.h>
 
+namespace zrnhost
+{
 namespace
 {
 
@@ -39,8 +39,8 @@ void runOnVirtualCameras(const std::vector<std::string>& models,
 {
     const std::string simulator = findSimulator().toLocal8Bit().toStdString();
     if (simulator.empty()) {
-        throw ToolError(ExitCode::VirtualCamera, QStringLiteral("zrnsim was not found"),
-                        QStringLiteral("build the virtual camera, or put zrnsim on PATH"));
+        throw VirtualRunError(QStringLiteral("zrnsim was not found"),
+                              QStringLiteral("build the virtual camera, or put zrnsim on PATH"));
     }
     std::vector<std::string> words{simulator};
     for (const std::string& model : models) {
@@ -57,8 +57,10 @@ void runOnVirtualCameras(const std::vector<std::string>& models,
     pointers.push_back(nullptr);
     qputenv(marker, "1");
     ::execv(simulator.c_str(), pointers.data());
-    throw ToolError(ExitCode::VirtualCamera,
-                    QStringLiteral("%1 cannot be run: %2")
-                        .arg(QString::fromLocal8Bit(simulator.c_str()),
-                             QString::fromLocal8Bit(std::strerror(errno))));
+    throw VirtualRunError(QStringLiteral("%1 cannot be run: %2")
+                              .arg(QString::fromLocal8Bit(simulator.c_str()),
+                                   QString::fromLocal8Bit(std::strerror(errno))),
+                          QString());
 }
+
+} // namespace zrnhost
