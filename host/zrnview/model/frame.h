@@ -1,0 +1,31 @@
+#pragma once
+
+#include "recording/recording_format.h"
+
+#include <chrono>
+#include <memory>
+
+namespace zrnview
+{
+
+using Clock = std::chrono::steady_clock;
+using Image = zrnrecording::Image;
+
+/// One frame on its way from a camera or a recording to the screen.
+struct LiveFrame {
+    std::shared_ptr<const zrnrecording::Frame> frame;
+    double seconds = 0;           ///< when it arrived, on the source's clock
+    Clock::time_point handedOver; ///< when it entered this program
+    double waitMilliseconds = 0;  ///< how long the grab waited for it and unpacked it
+};
+
+/// Facts about one frame, for the running plots. Frames that are not displayed are counted too.
+struct FrameSample {
+    double seconds = 0;
+    quint32 number = 0;
+    quint32 missing = 0;
+    double rate = 0; ///< frames per second over the last second
+    double waitMilliseconds = 0;
+};
+
+} // namespace zrnview
