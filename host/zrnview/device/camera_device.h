@@ -1,0 +1,91 @@
+#pragma once
+
+#include "zrnview/device/camera_worker.h"
+
+#include <QElapsedTimer>
+#include <QThread>
+
+namespace zrnview
+{
+
+/// One camera as the window sees it: asks without waiting, and knows the last answers. Stays while
+/// its camera is unplugged, and takes it over again when it is found.
+///
+/// Thread safety: thread-bound to the GUI thread; device calls are made by threads of its own.
+class CameraDevice : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CameraDevice(const QString& serial, QObject* parent = nullptr);
+    ~CameraDevice() override;
+
+    const QString& serial() const { return m_serial; }
+    const CameraFacts& facts() const { return m_facts; }
+    const CameraHealth& health() const { return m_health; }
+    FrameStation& station() { return m_station; }
+    /// Last reading of a setting; null before the first.
+    const SettingReading* reading(Setting setting) const;
+    /// The running recording, or the last one until the next; null before the first.
+    const std::shared_ptr<zrnrecording::Recorder>& recorder() const { return m_recorder; }
+    bool isRecording() const;
+    /// Whether the camera answers and can be asked for something.
+    bool isConnected() const;
+    bool isStreaming() const;
+    /// Whether the stream is to run again after the camera was found again.
+    bool wantsStream() const { return m_wantsStream; }
+    /// Whether the camera's thread has been waiting for a device call for unusually long.
+    bool isStuck() const;
+    /// What a file made from this camera should tell about it.
+    QJsonObject metadata() const;
+
+    void adopt(const ConnectedCameraPointer& connected);
+    /// Notes that a search did not find the camera.
+    void noteMissing();
+    /// Gives the camera back; released() follows.
+    void release();
+    void startStream();
+    void stopStream();
+    void set(Setting setting, qint64 value);
+    void resetCamera();
+    void discardFrames();
+    void writeProperty(const QByteArray& key, const QVariant& value);
+    void watchProperties(bool wanted);
+    void startRecording(const QString& path);
+    void stopRecording();
+
+    /// Ends the camera's thread. @return whether it ended in time; if not, a device call hangs.
+    bool shutDown(int milliseconds);
+
+signals:
+    void released();
+    void factsChanged();
+    void healthChanged();
+    void settingsRead(const zrnview::SettingReadings& readings);
+    void propertiesRead(const zrnview::PropertyReadings& readings);
+    void answered(const QString& operation, ErrorCode code);
+    void recordingChanged();
+    void recordingRefused(const QString& why);
+    void silenceExplained(const QStringList& findings);
+
+private:
+    void noteFacts(const CameraFacts& facts);
+    void noteHealth(const CameraHealth& health);
+    void noteReadings(const SettingReadings& readings);
+    void restoreSettings();
+
+    const QString m_serial;
+    FrameStation m_station;
+    QThread m_thread;
+    CameraWorker* m_worker; // lives in m_thread, deleted when it ends
+    CameraFacts m_facts;
+    CameraHealth m_health;
+    std::map<Setting, SettingReading> m_readings;
+    std::map<Setting, qint64> m_chosen; // by the operator, accepted by the camera
+    std::shared_ptr<zrnrecording::Recorder> m_recorder;
+    QElapsedTimer m_lastSign;
+    bool m_expectsSigns = false; // the camera's thread reports several times a second
+    bool m_wantsStream = false;
+};
+
+} // namespace zrnview

@@ -1,0 +1,17 @@
+#include "zrnview/device/camera_reports.h"
+
+namespace zrnview
+{
+
+void registerReportTypes()
+{
+    qRegisterMetaType<ConnectedCameraPointer>();
+    qRegisterMetaType<std::vector<ConnectedCameraPointer>>();
+    qRegisterMetaType<CameraFacts>();
+    qRegisterMetaType<SettingReadings>();
+    qRegisterMetaType<PropertyReadings>();
+    qRegisterMetaType<CameraHealth>();
+    qRegisterMetaType<ErrorCode>();
+}
+
+} // namespace zrnview

@@ -1,0 +1,88 @@
+#pragma once
+
+#include "zrnview/device/camera_reports.h"
+
+#include <QJsonObject>
+#include <QObject>
+#include <QTimer>
+
+#include <map>
+#include <mutex>
+
+namespace zrnview
+{
+
+/// Makes every call to one camera, on the thread that this object lives in.
+///
+/// Thread safety: the slots run on the object's thread; request() may be called from any.
+class CameraWorker : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CameraWorker(FrameStation& station);
+    ~CameraWorker() override;
+
+    /// Asks for a setting to be written. Of several requests for one setting that wait, only the
+    /// newest is carried out, so that a dragged slider does not queue up. Thread-safe.
+    void request(Setting setting, qint64 value);
+
+public slots:
+    /// Takes over a camera that the search connected.
+    void adopt(const zrnview::ConnectedCameraPointer& connected);
+    /// Stops and disconnects, so that the bus can be searched; answers with released().
+    void release();
+    /// Writes a setting now.
+    void write(zrnview::Setting setting, qint64 value);
+    void startStream();
+    void stopStream();
+    /// Resets the camera's state.
+    void resetCamera();
+    void discardFrames();
+    void writeProperty(const QByteArray& key, const QVariant& value);
+    /// Whether propertiesRead() comes once a second.
+    void watchProperties(bool wanted);
+    /// Creates a recording and sends all further frames to it.
+    void startRecording(const QString& path, const QJsonObject& metadata);
+    void stopRecording();
+
+signals:
+    void adopted(const zrnview::CameraFacts& facts);
+    void released();
+    void healthChanged(const zrnview::CameraHealth& health);
+    void settingsRead(const zrnview::SettingReadings& readings);
+    void propertiesRead(const zrnview::PropertyReadings& readings);
+    /// @param operation what was tried, for the user
+    void answered(const QString& operation, ErrorCode code);
+    void recordingStarted(const std::shared_ptr<zrnrecording::Recorder>& recorder);
+    void recordingRefused(const QString& why);
+    /// Why no frame may be arriving; sent when a stream has become silent.
+    void silenceExplained(const QStringList& findings);
+
+private:
+    void watch();
+    void carryOutRequests();
+    bool probe();
+    CameraState stateNow(bool answers) const;
+    void endRecording();
+
+    FrameStation& m_station;
+    GrabLoop m_loop;
+    std::unique_ptr<zrnhost::Camera> m_camera;
+    CameraFacts m_facts;
+    CameraHealth m_health;
+    double m_exposureSeconds = 0;
+    quint64 m_framesAtLastWatch = 0;
+    bool m_isStreaming = false;
+    std::shared_ptr<zrnrecording::Recorder> m_recorder;
+    qint64 m_orderBeforeRecording = 0;
+    QTimer m_watchTimer;
+    QTimer m_propertyTimer;
+
+    std::mutex m_requestsMutex;
+    std::map<Setting, qint64> m_requests;
+};
+
+} // namespace zrnview
+
+Q_DECLARE_METATYPE(std::shared_ptr<zrnrecording::Recorder>)

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "common/usb_bus.h"
+#include "zrnview/device/camera_reports.h"
+
+#include <QStringList>
+
+#include <optional>
+
+namespace zrnview
+{
+
+/// What may keep a stream from delivering, as far as it can be told from here: one entry each, with
+/// the remedy, the most telling first. Never empty.
+///
+/// @param usbfsMegabytes limit of the kernel's memory for USB transfers: 0 for none, nothing if it
+/// cannot be read
+QStringList silenceFindings(const CameraHealth& health,
+                            const std::vector<zrnhost::UsbCamera>& onBus,
+                            std::optional<int> usbfsMegabytes);
+
+/// Reads the kernel's limit. @param root put before /sys, empty for the running system
+std::optional<int> usbfsMegabytes(const QString& root);
+
+} // namespace zrnview
