@@ -1,0 +1,127 @@
+#include "common/driver_plugin.h"
+#include "common/plugin_locator.h"
+#include "common/virtual_run.h"
+#include "zrnview/widgets/main_window.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <QApplication>
+#include <QLoggingCategory>
+#include <QStandardPaths>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace
+{
+
+struct Options {
+    std::string plugin;
+    std::vector<std::string> virtualModels;
+    std::string folder;
+    std::string theme = "system";
+    int cameras = 1;
+    bool stopped = false;
+    std::vector<std::string> recordings;
+};
+
+void addOptions(CLI::App& app, Options& options)
+{
+    app.add_option("recording", options.recordings, "Recordings to open")->type_name("FILE");
+    app.add_option("--plugin", options.plugin, "Driver plugin to load")->type_name("FILE");
+    app.add_option("--cameras", options.cameras, "How many cameras to show at once")
+        ->check(CLI::NonNegativeNumber);
+    app.add_flag("--stopped", options.stopped, "Do not start the streams");
+    app.add_option("--folder", options.folder, "Where pictures and recordings go")
+        ->type_name("DIR");
+    app.add_option("--theme", options.theme, "Colours: system, light or dark")
+        ->check(CLI::IsMember({"system", "light", "dark"}));
+    app.add_option("--virtual", options.virtualModels,
+                   "Run on a virtual camera of this model, or the default one; repeat for more")
+        ->type_name("[MODEL]")
+        ->expected(0, 1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+zrnview::Theme themeOf(const std::string& name)
+{
+    return name == "light"  ? zrnview::Theme::Light
+           : name == "dark" ? zrnview::Theme::Dark
+                            : zrnview::Theme::System;
+}
+
+/// The driver's factory, which keeps the loaded plugin alive.
+std::shared_ptr<IFactory> makeFactory(const std::string& chosen)
+{
+    const auto candidates = zrnhost::pluginCandidates(QString::fromLocal8Bit(chosen.c_str()),
+                                                      QCoreApplication::applicationDirPath());
+    const zrnhost::PluginCandidate candidate = zrnhost::choosePlugin(candidates);
+    if (candidate.path.isEmpty()) {
+        throw std::runtime_error("The driver plugin was not found; name it with --plugin or in the "
+                                 "environment variable ZRNCAM_PLUGIN.");
+    }
+    auto plugin = std::make_shared<zrnhost::DriverPlugin>(candidate.path);
+    return {plugin, &plugin->factory()};
+}
+
+QString folderOf(const Options& options)
+{
+    return options.folder.empty()
+               ? QStandardPaths::writableLocation(QStandardPaths::PicturesLocation) +
+                     QStringLiteral("/zrnview")
+               : QString::fromLocal8Bit(options.folder.c_str());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Shows and adjusts ZRN USB cameras.", "zrnview");
+    app.set_version_flag("--version", "zrnview " ZRNVIEW_VERSION);
+    Options options;
+    addOptions(app, options);
+    try {
+        app.parse(argc, argv);
+        if (!options.virtualModels.empty() && !zrnhost::onVirtualCameras()) {
+            const QCoreApplication locator(argc, argv);
+            zrnhost::runOnVirtualCameras(options.virtualModels, {argv, argv + argc});
+        }
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    } catch (const zrnhost::VirtualRunError& error) {
+        std::fprintf(stderr, "zrnview: %s\n%s\n", error.what(), qUtf8Printable(error.hint()));
+        return EXIT_FAILURE;
+    }
+
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    const QApplication application(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("zrnview"));
+    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
+    zrnview::applyTheme(themeOf(options.theme));
+
+    zrnview::Bench bench([&options] { return makeFactory(options.plugin); },
+                         [] { return zrnhost::camerasOnBus(QString()); });
+    zrnview::WindowOptions windowOptions;
+    windowOptions.camerasToShow = options.cameras;
+    windowOptions.startStreams = !options.stopped;
+    windowOptions.folder = folderOf(options);
+    int exitCode = EXIT_SUCCESS;
+    {
+        zrnview::MainWindow window(bench, windowOptions);
+        window.resize(window.fontMetrics().averageCharWidth() * 230,
+                      window.fontMetrics().height() * 58);
+        for (const std::string& path : options.recordings) {
+            window.openRecording(QString::fromLocal8Bit(path.c_str()));
+        }
+        window.show();
+        bench.start();
+        exitCode = QApplication::exec();
+    }
+    if (!bench.shutDown()) {
+        std::fprintf(stderr, "zrnview: a request to a camera does not end; leaving it behind\n");
+        std::_Exit(EXIT_FAILURE);
+    }
+    return exitCode;
+}

@@ -1,0 +1,6 @@
+find_package(Qt5 5.15 QUIET COMPONENTS Widgets Test)
+zrn_need(Qt5Widgets_FOUND qtbase5-dev)
+if(TARGET zrnrecording)
+    set(ZRN_RECORDING_ON TRUE)
+endif()
+zrn_need(ZRN_RECORDING_ON zlib1g-dev)

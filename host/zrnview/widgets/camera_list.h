@@ -1,0 +1,46 @@
+#pragma once
+
+#include "zrnview/device/bench.h"
+
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+
+namespace zrnview
+{
+
+/// All cameras that were found, with their state; a tick shows a camera in the window.
+class CameraList : public QWidget
+{
+    Q_OBJECT
+
+public:
+    /// @param bench outlives the list
+    explicit CameraList(Bench& bench, QWidget* parent = nullptr);
+
+    QListWidget& list() { return *m_list; }
+    QPushButton& searchButton() { return *m_search; }
+    /// Ticks or unticks a camera without telling anybody.
+    void setShown(const CameraDevice& device, bool shown);
+
+signals:
+    void shownChanged(zrnview::CameraDevice* device, bool shown);
+    void chosen(zrnview::CameraDevice* device);
+
+private:
+    void addDevice(CameraDevice* device);
+    void updateEntry(const CameraDevice& device);
+    void updateSearch();
+    QListWidgetItem* entryOf(const CameraDevice& device) const;
+    CameraDevice* deviceOf(const QListWidgetItem& entry) const;
+
+    Bench& m_bench;
+    QListWidget* m_list;
+    QLabel* m_status;
+    QPushButton* m_search;
+};
+
+/// One or two words on how a camera is doing.
+QString stateText(const CameraDevice& device);
+
+} // namespace zrnview

@@ -1,0 +1,189 @@
+#include "zrnview/widgets/camera_panel.h"
+
+#include "common/result_codes.h"
+#include "zrnview/widgets/camera_list.h"
+#include "zrnview/widgets/theme.h"
+
+#include <QHBoxLayout>
+#include <QVBoxLayout>
+
+namespace zrnview
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr auto stuckPeriod = 1s;
+
+} // namespace
+
+CameraPanel::CameraPanel(CameraDevice& device, QWidget* parent)
+    : QFrame(parent)
+    , m_device(device)
+    , m_dot(new QLabel(QStringLiteral("●"), this))
+    , m_title(new QLabel(this))
+    , m_state(new QLabel(this))
+    , m_streamButton(new QToolButton(this))
+    , m_snapshotButton(new QToolButton(this))
+    , m_recordButton(new QToolButton(this))
+    , m_notice(new NoticeBar(this))
+    , m_restart(m_notice->addButton(tr("Restart the stream")))
+    , m_record(new RecordStrip(device, this))
+    , m_frames(new FramePanel(device.station(), this))
+    , m_stuckTimer(this)
+{
+    setFrameShape(QFrame::StyledPanel);
+    setAutoFillBackground(true);
+    auto* layout = new QVBoxLayout(this);
+    const int space = fontMetrics().averageCharWidth();
+    layout->setContentsMargins(space, space / 2, space, space);
+    layout->addWidget(makeHeader());
+    layout->addWidget(m_notice);
+    layout->addWidget(m_record);
+    layout->addWidget(m_frames, 1);
+
+    connect(&m_device, &CameraDevice::factsChanged, this, &CameraPanel::updateState);
+    connect(&m_device, &CameraDevice::healthChanged, this, &CameraPanel::updateState);
+    connect(&m_device, &CameraDevice::recordingChanged, this, &CameraPanel::updateState);
+    connect(&m_device, &CameraDevice::recordingRefused, m_record, &RecordStrip::showRefusal);
+    connect(&m_device, &CameraDevice::silenceExplained, this, [this](const QStringList& findings) {
+        m_findings = findings;
+        updateNotice();
+    });
+    connect(m_restart, &QPushButton::clicked, this, [this] {
+        m_device.stopStream();
+        m_device.startStream();
+    });
+    connect(&m_frames->panes(), &PaneArea::activated, this, &CameraPanel::activated);
+    // A camera that hangs sends no news, so that somebody else has to notice.
+    m_stuckTimer.setInterval(stuckPeriod);
+    connect(&m_stuckTimer, &QTimer::timeout, this, &CameraPanel::updateNotice);
+    m_stuckTimer.start();
+    updateState();
+}
+
+QWidget* CameraPanel::makeHeader()
+{
+    auto* header = new QWidget(this);
+    auto* layout = new QHBoxLayout(header);
+    layout->setContentsMargins(0, 0, 0, 0);
+    QFont bold = font();
+    bold.setBold(true);
+    m_title->setFont(bold);
+    m_title->setText(m_device.serial());
+    layout->addWidget(m_dot);
+    layout->addWidget(m_title);
+    layout->addWidget(m_state);
+    layout->addStretch(1);
+    m_streamButton->setToolTip(tr("Starts or stops the stream (Ctrl+Space)"));
+    m_snapshotButton->setText(tr("Snapshot"));
+    m_snapshotButton->setToolTip(tr("Saves the images that are shown as PNG files (Ctrl+S)"));
+    m_recordButton->setToolTip(tr("Records every frame without loss (Ctrl+R)"));
+    auto* close = new QToolButton(header);
+    close->setText(QStringLiteral("✕"));
+    close->setToolTip(tr("Stops the stream and takes the camera off the window"));
+    close->setAccessibleName(tr("Close %1").arg(m_device.serial()));
+    for (QToolButton* button : {m_streamButton, m_snapshotButton, m_recordButton, close}) {
+        button->setFocusPolicy(Qt::StrongFocus);
+        layout->addWidget(button);
+    }
+    connect(m_streamButton, &QToolButton::clicked, this, &CameraPanel::toggleStream);
+    connect(m_snapshotButton, &QToolButton::clicked, this, &CameraPanel::snapshotRequested);
+    connect(m_recordButton, &QToolButton::clicked, this, &CameraPanel::recordRequested);
+    connect(close, &QToolButton::clicked, this, &CameraPanel::closed);
+    return header;
+}
+
+void CameraPanel::setActive(bool active)
+{
+    setTextColour(*m_title,
+                  active ? palette().color(QPalette::Link) : palette().color(QPalette::WindowText));
+}
+
+void CameraPanel::toggleStream()
+{
+    m_device.isStreaming() ? m_device.stopStream() : m_device.startStream();
+}
+
+void CameraPanel::mousePressEvent(QMouseEvent* event)
+{
+    emit activated();
+    QFrame::mousePressEvent(event);
+}
+
+void CameraPanel::updateState()
+{
+    const Colours colours = coloursFor(palette());
+    const CameraState state = m_device.health().state;
+    const bool streaming = m_device.isStreaming();
+    if (streaming && !m_wasStreaming) {
+        m_frames->restart();
+    }
+    m_wasStreaming = streaming;
+
+    setTextColour(*m_dot, state == CameraState::Streaming ? colours.good
+                          : state == CameraState::Silent  ? colours.attention
+                          : state == CameraState::Lost || state == CameraState::Unusable
+                              ? colours.fault
+                              : colours.dimText);
+    const CameraFacts& facts = m_device.facts();
+    m_state->setText(
+        facts.width == 0
+            ? stateText(m_device)
+            : tr("%1 × %2 · %3").arg(facts.width).arg(facts.height).arg(stateText(m_device)));
+    m_streamButton->setText(streaming ? tr("Stop") : tr("Start"));
+    m_streamButton->setEnabled(m_device.isConnected());
+    m_recordButton->setText(m_device.isRecording() ? tr("Stop recording") : tr("Record"));
+    m_recordButton->setEnabled(state == CameraState::Streaming || m_device.isRecording());
+    m_snapshotButton->setEnabled(m_frames->display() != nullptr || streaming);
+    m_frames->panes().setPlaceholder(streaming ? tr("Waiting for the first frame…")
+                                               : tr("Stopped. Start shows the live images."));
+    updateNotice();
+}
+
+void CameraPanel::updateNotice()
+{
+    const CameraHealth& health = m_device.health();
+    m_restart->setVisible(health.state == CameraState::Silent);
+    if (m_device.isStuck()) {
+        m_notice->show(NoticeBar::Tone::Fault, tr("A request to this camera is not answered."),
+                       tr("Wait, or unplug the camera: that ends the request. The window and the "
+                          "other cameras go on."));
+        return;
+    }
+    switch (health.state) {
+    case CameraState::Lost:
+        m_notice->show(NoticeBar::Tone::Fault, tr("This camera does not answer any more."),
+                       tr("It was probably unplugged, or lost its supply. Plug it in again: it is "
+                          "found by its serial and goes on with its settings. While another "
+                          "camera records, that waits until the recording has ended."));
+        return;
+    case CameraState::Unusable: {
+        const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(health.code);
+        m_notice->show(NoticeBar::Tone::Fault,
+                       tr("This camera was found, but cannot be used: %1.")
+                           .arg(zrnhost::describeResult(health.code)),
+                       info ? QString::fromLatin1(info->remedy) : QString());
+        return;
+    }
+    case CameraState::Silent:
+        m_notice->show(
+            NoticeBar::Tone::Attention,
+            tr("No frame for %1 s, although the stream runs.").arg(health.silentSeconds, 0, 'f', 0),
+            m_findings.join(QLatin1Char('\n')));
+        return;
+    default:
+        break;
+    }
+    if (!health.answersControls && m_device.isConnected()) {
+        m_notice->show(
+            NoticeBar::Tone::Attention,
+            tr("Frames arrive, but the camera refuses control requests."),
+            tr("Settings may not take effect. If it stays like this, replug the camera."));
+        return;
+    }
+    m_notice->clear();
+}
+
+} // namespace zrnview

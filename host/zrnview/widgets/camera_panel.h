@@ -1,0 +1,66 @@
+#pragma once
+
+#include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/frame_panel.h"
+#include "zrnview/widgets/notice_bar.h"
+#include "zrnview/widgets/record_strip.h"
+
+#include <QPushButton>
+#include <QToolButton>
+
+namespace zrnview
+{
+
+/// One camera in the window: its state, what is wrong with it, its recording, its images.
+class CameraPanel : public QFrame
+{
+    Q_OBJECT
+
+public:
+    /// @param device outlives the panel
+    explicit CameraPanel(CameraDevice& device, QWidget* parent = nullptr);
+
+    CameraDevice& device() { return m_device; }
+    FramePanel& frames() { return *m_frames; }
+    NoticeBar& notice() { return *m_notice; }
+    RecordStrip& recordStrip() { return *m_record; }
+    QToolButton& streamButton() { return *m_streamButton; }
+    QToolButton& recordButton() { return *m_recordButton; }
+    QToolButton& snapshotButton() { return *m_snapshotButton; }
+
+    /// Marks the panel that the controls beside it belong to.
+    void setActive(bool active);
+    void toggleStream();
+
+signals:
+    void activated();
+    void closed();
+    void snapshotRequested();
+    /// Starts a recording, or stops the one that runs.
+    void recordRequested();
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override;
+
+private:
+    QWidget* makeHeader();
+    void updateState();
+    void updateNotice();
+
+    CameraDevice& m_device;
+    QLabel* m_dot;
+    QLabel* m_title;
+    QLabel* m_state;
+    QToolButton* m_streamButton;
+    QToolButton* m_snapshotButton;
+    QToolButton* m_recordButton;
+    NoticeBar* m_notice;
+    QPushButton* m_restart;
+    RecordStrip* m_record;
+    FramePanel* m_frames;
+    QStringList m_findings;
+    QTimer m_stuckTimer;
+    bool m_wasStreaming = false;
+};
+
+} // namespace zrnview

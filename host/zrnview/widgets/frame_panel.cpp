@@ -1,0 +1,122 @@
+#include "zrnview/widgets/frame_panel.h"
+
+#include <QHBoxLayout>
+#include <QVBoxLayout>
+
+namespace zrnview
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr auto refreshPeriod = 33ms;
+constexpr auto headlinePeriod = 250ms; ///< numbers that change faster cannot be read
+
+} // namespace
+
+FramePanel::FramePanel(FrameStation& station, QWidget* parent)
+    : QWidget(parent)
+    , m_station(station)
+    , m_panes(new PaneArea(this))
+    , m_number(new RunningPlot(tr("Frame"), RunningPlot::Style::Range, this))
+    , m_rate(new RunningPlot(tr("Rate"), RunningPlot::Style::Line, this))
+    , m_missing(new RunningPlot(tr("Missing"), RunningPlot::Style::Bars, this))
+    , m_latency(new RunningPlot(tr("Latency"), RunningPlot::Style::Line, this))
+    , m_histogramA(new HistogramView('A', this))
+    , m_histogramB(new HistogramView('B', this))
+{
+    m_number->setToolTip(tr("Number that the camera gave to the frame, over the last 20 s"));
+    m_rate->setToolTip(tr("Frames per second over the last second, as they arrive here"));
+    m_missing->setToolTip(
+        tr("Frame numbers that were skipped: lost on the way, or left out because "
+           "the newest frame is taken first"));
+    m_latency->setToolTip(tr("Blue: how long a grab waits for a frame and unpacks it. "
+                             "Orange: from there until the frame is on the screen."));
+
+    auto* plots = new QHBoxLayout;
+    for (RunningPlot* plot : {m_number, m_rate, m_missing, m_latency}) {
+        plots->addWidget(plot);
+    }
+    auto* histograms = new QHBoxLayout;
+    histograms->addWidget(m_histogramA);
+    histograms->addWidget(m_histogramB);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_panes, 1);
+    layout->addLayout(histograms);
+    layout->addLayout(plots);
+
+    connect(m_panes, &PaneArea::amplificationChanged, this,
+            [this](int factor) { m_station.setAmplification(factor); });
+    connect(m_histogramA, &HistogramView::logarithmicChanged, m_histogramB,
+            &HistogramView::setLogarithmic);
+    connect(m_histogramB, &HistogramView::logarithmicChanged, m_histogramA,
+            &HistogramView::setLogarithmic);
+    m_timer.setInterval(refreshPeriod);
+    connect(&m_timer, &QTimer::timeout, this, &FramePanel::refresh);
+    m_timer.start();
+}
+
+void FramePanel::restart()
+{
+    m_frames = 0;
+    m_missingFrames = 0;
+    for (RunningPlot* plot : {m_number, m_rate, m_missing, m_latency}) {
+        plot->clear();
+    }
+}
+
+void FramePanel::refresh()
+{
+    plot(m_station.takeSamples());
+    std::shared_ptr<const Display> display = m_station.takeDisplay();
+    if (!display) {
+        return;
+    }
+    m_display = std::move(display);
+    m_panes->show(m_display);
+    m_histogramA->show(m_display->a ? &m_display->a->histogram : nullptr);
+    m_histogramB->show(m_display->b ? &m_display->b->histogram : nullptr);
+    m_histogramA->setVisible(m_display->a.has_value());
+    m_histogramB->setVisible(m_display->b.has_value());
+    plotLatency();
+    emit shown();
+}
+
+void FramePanel::plot(const std::vector<FrameSample>& samples)
+{
+    for (const FrameSample& sample : samples) {
+        m_missingFrames += m_frames > 0 ? sample.missing : 0;
+        ++m_frames;
+        m_number->add(0, sample.seconds, sample.number);
+        m_rate->add(0, sample.seconds, sample.rate);
+        m_missing->add(0, sample.seconds, sample.missing);
+        if (sample.waitMilliseconds > 0) {
+            m_latency->add(0, sample.seconds, sample.waitMilliseconds);
+        }
+    }
+    const Clock::time_point now = Clock::now();
+    if (samples.empty() || now - m_lastHeadlines < headlinePeriod) {
+        return;
+    }
+    m_lastHeadlines = now;
+    const FrameSample& newest = samples.back();
+    m_number->setHeadline(QString::number(newest.number));
+    m_rate->setHeadline(tr("%1 /s").arg(newest.rate, 0, 'f', 1));
+    m_missing->setHeadline(QString::number(m_missingFrames), m_missingFrames > 0
+                                                                 ? RunningPlot::Tone::Attention
+                                                                 : RunningPlot::Tone::Normal);
+    if (newest.waitMilliseconds > 0) {
+        m_latency->setHeadline(tr("%1 ms").arg(newest.waitMilliseconds, 0, 'f', 1));
+    }
+}
+
+void FramePanel::plotLatency()
+{
+    const std::chrono::duration<double, std::milli> delay =
+        Clock::now() - m_display->source.handedOver;
+    m_latency->add(1, m_display->source.seconds, delay.count());
+}
+
+} // namespace zrnview

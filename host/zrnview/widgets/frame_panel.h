@@ -1,0 +1,55 @@
+#pragma once
+
+#include "zrnview/device/frame_station.h"
+#include "zrnview/widgets/histogram_view.h"
+#include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/running_plot.h"
+
+namespace zrnview
+{
+
+/// Everything that is seen of one source of frames: images, running plots, histograms. Asks the
+/// station for the newest frame at its own pace.
+class FramePanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    /// @param station outlives the panel
+    explicit FramePanel(FrameStation& station, QWidget* parent = nullptr);
+
+    PaneArea& panes() { return *m_panes; }
+    HistogramView& histogram(char letter) { return letter == 'A' ? *m_histogramA : *m_histogramB; }
+    RunningPlot& ratePlot() { return *m_rate; }
+    RunningPlot& missingPlot() { return *m_missing; }
+    RunningPlot& latencyPlot() { return *m_latency; }
+    RunningPlot& numberPlot() { return *m_number; }
+    /// The frame that is shown; null before the first.
+    const std::shared_ptr<const Display>& display() const { return m_display; }
+    /// Empties plots and counts, as before a new stream.
+    void restart();
+
+signals:
+    void shown();
+
+private:
+    void refresh();
+    void plot(const std::vector<FrameSample>& samples);
+    void plotLatency();
+
+    FrameStation& m_station;
+    PaneArea* m_panes;
+    RunningPlot* m_number;
+    RunningPlot* m_rate;
+    RunningPlot* m_missing;
+    RunningPlot* m_latency;
+    HistogramView* m_histogramA;
+    HistogramView* m_histogramB;
+    QTimer m_timer;
+    std::shared_ptr<const Display> m_display;
+    quint64 m_frames = 0;
+    quint64 m_missingFrames = 0;
+    Clock::time_point m_lastHeadlines;
+};
+
+} // namespace zrnview

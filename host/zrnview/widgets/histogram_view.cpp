@@ -1,0 +1,133 @@
+#include "zrnview/widgets/histogram_view.h"
+
+#include "zrnview/widgets/theme.h"
+
+#include <QPainter>
+
+#include <algorithm>
+#include <cmath>
+
+namespace zrnview
+{
+namespace
+{
+
+/// A share of clipped pixels from here on deserves attention.
+constexpr double notableShare = 0.001;
+
+QString percent(double share)
+{
+    return QStringLiteral("%1 %").arg(share * 100, 0, 'f', share < 0.0995 ? 1 : 0);
+}
+
+} // namespace
+
+HistogramView::HistogramView(char letter, QWidget* parent)
+    : QWidget(parent)
+    , m_letter(letter)
+{
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setAccessibleName(tr("Histogram of image %1").arg(QLatin1Char(letter)));
+    setToolTip(tr("Grey levels from 0 to 255. Blue: pixels at 0, red: pixels at 255. "
+                  "Double-click for a logarithmic scale."));
+}
+
+void HistogramView::show(const Histogram* histogram)
+{
+    m_present = histogram != nullptr;
+    if (histogram) {
+        m_histogram = *histogram;
+    }
+    update();
+}
+
+void HistogramView::setLogarithmic(bool logarithmic)
+{
+    if (logarithmic != m_logarithmic) {
+        m_logarithmic = logarithmic;
+        update();
+        emit logarithmicChanged(logarithmic);
+    }
+}
+
+QSize HistogramView::sizeHint() const
+{
+    return {fontMetrics().averageCharWidth() * 36, fontMetrics().height() * 5};
+}
+
+QSize HistogramView::minimumSizeHint() const
+{
+    return {fontMetrics().averageCharWidth() * 22, fontMetrics().height() * 4};
+}
+
+void HistogramView::mouseDoubleClickEvent(QMouseEvent*)
+{
+    setLogarithmic(!m_logarithmic);
+}
+
+void HistogramView::paintEvent(QPaintEvent*)
+{
+    const Colours colours = coloursFor(palette());
+    QPainter painter(this);
+    const QFontMetrics metrics = fontMetrics();
+    const int space = metrics.averageCharWidth() / 2;
+    const QRect head(space, 0, width() - 2 * space, metrics.height());
+    painter.setPen(m_letter == 'A' ? colours.imageA : colours.imageB);
+    QFont bold = font();
+    bold.setBold(true);
+    painter.setFont(bold);
+    painter.drawText(head, Qt::AlignLeft | Qt::AlignVCenter, QString(QLatin1Char(m_letter)));
+    painter.setFont(font());
+
+    const QRectF area(0.5, metrics.height() + 2.5, width() - 1, height() - metrics.height() - 4);
+    painter.setPen(colours.grid);
+    painter.setBrush(colours.plotBackground);
+    painter.drawRect(area);
+    if (!m_present || m_histogram.pixels == 0) {
+        return;
+    }
+    painter.setPen(colours.dimText);
+    painter.drawText(head.adjusted(2 * metrics.averageCharWidth(), 0, 0, 0),
+                     Qt::AlignLeft | Qt::AlignVCenter,
+                     tr("mean %1").arg(m_histogram.mean(), 0, 'f', 1));
+    const double dark = m_histogram.darkShare();
+    const double bright = m_histogram.brightShare();
+    painter.setPen(bright >= notableShare ? colours.bright : colours.dimText);
+    const QString brightText = tr("255: %1").arg(percent(bright));
+    painter.drawText(head, Qt::AlignRight | Qt::AlignVCenter, brightText);
+    painter.setPen(dark >= notableShare ? colours.dark : colours.dimText);
+    painter.drawText(
+        head.adjusted(0, 0, -metrics.horizontalAdvance(brightText) - 2 * metrics.averageCharWidth(),
+                      0),
+        Qt::AlignRight | Qt::AlignVCenter, tr("0: %1").arg(percent(dark)));
+    paintBars(painter, area.adjusted(1, 1, -1, 0));
+}
+
+void HistogramView::paintBars(QPainter& painter, const QRectF& area) const
+{
+    // The ends may be far higher than the rest, which must stay readable.
+    const auto inner =
+        std::max_element(m_histogram.counts.begin() + 1, m_histogram.counts.end() - 1);
+    const double full = std::max<double>(*inner, 1);
+    const auto height = [&](quint32 count) {
+        const double share = m_logarithmic ? std::log1p(count) / std::log1p(full)
+                                           : static_cast<double>(count) / full;
+        return std::min(share, 1.0) * area.height();
+    };
+    const Colours colours = coloursFor(palette());
+    const QColor colour = m_letter == 'A' ? colours.imageA : colours.imageB;
+    const double step = area.width() / greyLevels;
+    for (int level = 0; level < greyLevels; ++level) {
+        const bool isEnd = level == 0 || level == greyLevels - 1;
+        const double bar = height(m_histogram.counts.at(static_cast<std::size_t>(level)));
+        // The clipped levels are drawn wider than one step, or nobody would see them.
+        const double width = isEnd ? std::max(step, 3.0) : step;
+        const double left =
+            level == greyLevels - 1 ? area.right() - width : area.left() + level * step;
+        painter.fillRect(QRectF(left, area.bottom() - bar, width, bar), level == 0 ? colours.dark
+                                                                        : isEnd    ? colours.bright
+                                                                                   : colour);
+    }
+}
+
+} // namespace zrnview

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "zrnview/model/picture.h"
+#include "zrnview/model/view_transform.h"
+
+#include <QWidget>
+
+namespace zrnview
+{
+
+/// Shows one picture: zoom with the wheel or + and -, pan by dragging or with the arrow keys, F to
+/// fit, 1 for one screen pixel for each image pixel. Close up, each pixel shows its value.
+class ImageView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit ImageView(QWidget* parent = nullptr);
+
+    /// @param picture stays alive with @p display; null shows an empty view
+    void show(std::shared_ptr<const Display> display, const Picture* picture);
+    /// Text in the corner that says which picture this is, and its colour.
+    void setCaption(const QString& caption, const QColor& colour);
+    /// Text in an empty view.
+    void setPlaceholder(const QString& text);
+    void setMarkClipped(bool mark);
+    /// Shows where the pointer is, in this view or one that is linked to it.
+    void setCross(std::optional<QPoint> pixel);
+
+    const ViewTransform& transform() const { return m_transform; }
+    /// Takes over zoom and position from a linked view.
+    void setTransform(const ViewTransform& transform);
+    void fit();
+    void zoomToOne();
+    void zoomBy(double factor);
+
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
+signals:
+    void transformChanged(const zrnview::ViewTransform& transform);
+    /// @param pixel nothing when the pointer is not over the image
+    void hovered(const std::optional<QPoint>& pixel);
+    void activated();
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+
+private:
+    void updateSizes();
+    void changed();
+    QPointF inDevicePixels(QPointF position) const { return position * devicePixelRatioF(); }
+    void paintPicture(QPainter& painter) const;
+    void paintValues(QPainter& painter) const;
+    void paintCross(QPainter& painter) const;
+    void paintCaption(QPainter& painter) const;
+
+    std::shared_ptr<const Display> m_display; // keeps m_picture alive
+    const Picture* m_picture = nullptr;
+    ViewTransform m_transform;
+    QString m_caption;
+    QColor m_captionColour;
+    QString m_placeholder;
+    bool m_markClipped = false;
+    std::optional<QPoint> m_cross;
+    std::optional<QPointF> m_dragFrom;
+};
+
+} // namespace zrnview

@@ -1,0 +1,473 @@
+#include "zrnview/widgets/main_window.h"
+
+#include "common/result_codes.h"
+
+#include <QActionGroup>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDir>
+#include <QDockWidget>
+#include <QFileDialog>
+#include <QGridLayout>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QScrollArea>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QStatusBar>
+#include <QTabWidget>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace zrnview
+{
+namespace
+{
+
+constexpr double textStep = 1.15;
+constexpr double smallestPoints = 6;
+constexpr double largestPoints = 32;
+constexpr int statusMilliseconds = 8000;
+
+} // namespace
+
+MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
+    : m_bench(bench)
+    , m_options(options)
+    , m_area(new QWidget(this))
+    , m_grid(new QGridLayout(m_area))
+    , m_empty(new QLabel(m_area))
+    , m_cameraList(new CameraList(bench, this))
+    , m_tabs(new QTabWidget(this))
+    , m_controlsArea(new QScrollArea(this))
+    , m_streamArea(new QScrollArea(this))
+    , m_propertyArea(new QStackedWidget(this))
+    , m_events(new EventLog(this))
+{
+    setWindowTitle(tr("zrnview"));
+    setCentralWidget(m_area);
+    m_grid->setContentsMargins(4, 4, 4, 4);
+    m_grid->setSpacing(4);
+    m_empty->setAlignment(Qt::AlignCenter);
+    m_empty->setWordWrap(true);
+    m_empty->setText(tr("Tick a camera in the list to see its images,\nor open a recording with "
+                        "Ctrl+O."));
+    buildSide();
+    buildMenus();
+    arrange();
+    statusBar()->setSizeGripEnabled(false);
+
+    connect(&m_bench, &Bench::deviceAdded, this,
+            [this](CameraDevice* device) { welcome(*device); });
+    connect(&m_bench, &Bench::stateChanged, this, [this] {
+        if (m_bench.state() == Bench::State::Failed) {
+            note(EventLog::Tone::Fault, m_bench.description());
+        }
+    });
+    connect(m_cameraList, &CameraList::shownChanged, this,
+            [this](CameraDevice* device, bool shown) {
+                shown ? static_cast<void>(showCamera(*device)) : hideCamera(*device);
+            });
+    connect(m_cameraList, &CameraList::chosen, this, [this](CameraDevice* device) {
+        for (CameraPanel* panel : m_panels) {
+            if (&panel->device() == device) {
+                activate(*panel);
+            }
+        }
+    });
+    connect(m_events, &EventLog::added, this,
+            [this](const QString& text) { statusBar()->showMessage(text, statusMilliseconds); });
+    connect(&m_snapshots, &Snapshots::written, this, [this](const QStringList& paths) {
+        note(EventLog::Tone::Information, tr("Saved %1").arg(paths.join(QStringLiteral(", "))));
+    });
+    connect(&m_snapshots, &Snapshots::failed, this, [this](const QString& why) {
+        note(EventLog::Tone::Fault, tr("The snapshot was not saved: %1").arg(why));
+    });
+    relayDriverMessages(*m_events);
+}
+
+ControlsPanel* MainWindow::controls() const
+{
+    return qobject_cast<ControlsPanel*>(m_controlsArea->widget());
+}
+
+StreamPanel* MainWindow::streamControls() const
+{
+    return qobject_cast<StreamPanel*>(m_streamArea->widget());
+}
+
+PropertyTable* MainWindow::properties() const
+{
+    return qobject_cast<PropertyTable*>(m_propertyArea->currentWidget());
+}
+
+void MainWindow::buildSide()
+{
+    for (QScrollArea* area : {m_controlsArea, m_streamArea}) {
+        area->setWidgetResizable(true);
+        area->setFrameShape(QFrame::NoFrame);
+        area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    }
+    m_tabs->addTab(m_controlsArea, tr("C&ontrols"));
+    m_tabs->addTab(m_streamArea, tr("Strea&m"));
+    m_tabs->addTab(m_propertyArea, tr("&Properties"));
+    m_tabs->addTab(m_events, tr("&Events"));
+
+    const auto addDock = [this](const QString& title, const char* name, QWidget* content) {
+        auto* dock = new QDockWidget(title, this);
+        dock->setObjectName(QLatin1String(name));
+        dock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
+        dock->setWidget(content);
+        addDockWidget(Qt::RightDockWidgetArea, dock);
+        return dock;
+    };
+    QDockWidget* cameras = addDock(tr("Cameras"), "cameras", m_cameraList);
+    QDockWidget* adjust = addDock(tr("Camera"), "adjust", m_tabs);
+    const int line = fontMetrics().height();
+    resizeDocks({cameras, adjust}, {line * 9, line * 40}, Qt::Vertical);
+    resizeDocks({adjust}, {fontMetrics().averageCharWidth() * 66}, Qt::Horizontal);
+}
+
+void MainWindow::buildMenus()
+{
+    buildFileMenu();
+    buildCameraMenu();
+    buildViewMenu();
+    QMenu* help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("&About zrnview"), this, [this] {
+        QMessageBox::about(this, tr("About zrnview"),
+                           tr("<b>zrnview</b> shows and adjusts ZRN USB cameras.<br>%1")
+                               .arg(m_bench.description().toHtmlEscaped()));
+    });
+}
+
+void MainWindow::buildFileMenu()
+{
+    QMenu* menu = menuBar()->addMenu(tr("&File"));
+    menu->addAction(tr("&Open recording…"), this, &MainWindow::chooseRecording, QKeySequence::Open);
+    menu->addAction(tr("&Folder for pictures and recordings…"), this, &MainWindow::chooseFolder);
+    menu->addSeparator();
+    menu->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
+}
+
+void MainWindow::buildCameraMenu()
+{
+    QMenu* menu = menuBar()->addMenu(tr("&Camera"));
+    menu->addAction(tr("Search &again"), &m_bench, &Bench::search, Qt::Key_F5);
+    menu->addSeparator();
+    menu->addAction(tr("Start or stop the &stream, play or pause"), this, &MainWindow::toggleStream,
+                    tr("Ctrl+Space"));
+    menu->addAction(tr("S&napshot"), this, &MainWindow::takeSnapshot, QKeySequence::Save);
+    menu->addAction(tr("Start or stop &recording"), this, &MainWindow::toggleRecording,
+                    tr("Ctrl+R"));
+}
+
+void MainWindow::buildViewMenu()
+{
+    QMenu* menu = menuBar()->addMenu(tr("&View"));
+    const auto addMode = [this, menu](const QString& text, const QString& key, ViewMode mode) {
+        menu->addAction(
+            text, this,
+            [this, mode] {
+                if (FramePanel* frames = activeFrames()) {
+                    frames->panes().setMode(mode);
+                }
+            },
+            key);
+    };
+    addMode(tr("Image &A"), tr("Ctrl+1"), ViewMode::A);
+    addMode(tr("Image &B"), tr("Ctrl+2"), ViewMode::B);
+    addMode(tr("&Side by side"), tr("Ctrl+3"), ViewMode::SideBySide);
+    addMode(tr("&Difference"), tr("Ctrl+4"), ViewMode::Difference);
+    addMode(tr("B&link"), tr("Ctrl+5"), ViewMode::Blink);
+    QAction* marks = menu->addAction(tr("Mark &clipped pixels"));
+    marks->setShortcut(tr("Ctrl+M"));
+    marks->setCheckable(true);
+    connect(marks, &QAction::toggled, this, [this](bool on) {
+        if (FramePanel* frames = activeFrames()) {
+            frames->panes().setMarkClipped(on);
+        }
+    });
+    menu->addSeparator();
+    menu->addAction(
+        tr("&Next camera"), this,
+        [this] {
+            const auto found = std::find(m_panels.begin(), m_panels.end(), m_active);
+            if (found != m_panels.end()) {
+                activate(
+                    **(std::next(found) == m_panels.end() ? m_panels.begin() : std::next(found)));
+            }
+        },
+        tr("Ctrl+Tab"));
+    menu->addSeparator();
+
+    auto* themes = new QActionGroup(this);
+    const auto addTheme = [menu, themes](const QString& text, Theme theme) {
+        QAction* action = menu->addAction(text, [theme] { applyTheme(theme); });
+        action->setCheckable(true);
+        themes->addAction(action);
+        return action;
+    };
+    addTheme(tr("Colours of the s&ystem"), Theme::System)->setChecked(true);
+    addTheme(tr("Ligh&t"), Theme::Light);
+    addTheme(tr("Dar&k"), Theme::Dark);
+    menu->addSeparator();
+    menu->addAction(
+        tr("La&rger text"), this, [this] { scaleText(textStep); }, QKeySequence::ZoomIn);
+    menu->addAction(
+        tr("S&maller text"), this, [this] { scaleText(1 / textStep); }, QKeySequence::ZoomOut);
+}
+
+void MainWindow::scaleText(double factor)
+{
+    QFont font = QApplication::font();
+    font.setPointSizeF(std::clamp(font.pointSizeF() * factor, smallestPoints, largestPoints));
+    QApplication::setFont(font);
+}
+
+void MainWindow::welcome(CameraDevice& device)
+{
+    connect(&device, &CameraDevice::answered, this,
+            [this, &device](const QString& operation, ErrorCode code) {
+                if (code == ErrorCode::Success) {
+                    note(EventLog::Tone::Information,
+                         tr("%1: %2: done").arg(device.serial(), operation));
+                    return;
+                }
+                const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(code);
+                note(EventLog::Tone::Fault,
+                     tr("%1: %2 failed: %3. %4")
+                         .arg(device.serial(), operation, zrnhost::describeResult(code),
+                              info ? QString::fromLatin1(info->remedy) : QString()));
+            });
+    connect(
+        &device, &CameraDevice::settingsRead, this,
+        [this, &device](const SettingReadings& readings) {
+            for (const SettingReading& reading : readings) {
+                if (reading.written && reading.writeCode != ErrorCode::Success) {
+                    note(EventLog::Tone::Fault,
+                         tr("%1: %2 %3 was refused: %4")
+                             .arg(device.serial(), QString::fromUtf8(infoOf(reading.setting).label))
+                             .arg(reading.wanted)
+                             .arg(zrnhost::describeResult(reading.writeCode)));
+                }
+            }
+        });
+    if (m_welcomed < m_options.camerasToShow) {
+        ++m_welcomed;
+        showCamera(device);
+        if (m_options.startStreams) {
+            device.startStream();
+        }
+    }
+}
+
+CameraPanel& MainWindow::showCamera(CameraDevice& device)
+{
+    for (CameraPanel* panel : m_panels) {
+        if (&panel->device() == &device) {
+            return *panel;
+        }
+    }
+    auto* panel = new CameraPanel(device, m_area);
+    m_panels.push_back(panel);
+    connect(panel, &CameraPanel::activated, this, [this, panel] { activate(*panel); });
+    connect(panel, &CameraPanel::closed, this, [this, &device] { hideCamera(device); });
+    connect(panel, &CameraPanel::snapshotRequested, this, [this, panel] {
+        activate(*panel);
+        takeSnapshot();
+    });
+    connect(panel, &CameraPanel::recordRequested, this, [this, panel] {
+        activate(*panel);
+        toggleRecording();
+    });
+    connect(&panel->recordStrip(), &RecordStrip::openRequested, this,
+            [this](const QString& path) { openRecording(path); });
+    m_cameraList->setShown(device, true);
+    arrange();
+    activate(*panel);
+    return *panel;
+}
+
+void MainWindow::hideCamera(CameraDevice& device)
+{
+    const auto found =
+        std::find_if(m_panels.begin(), m_panels.end(),
+                     [&device](CameraPanel* panel) { return &panel->device() == &device; });
+    if (found == m_panels.end()) {
+        return;
+    }
+    device.stopStream();
+    CameraPanel* panel = *found;
+    m_panels.erase(found);
+    m_cameraList->setShown(device, false);
+    if (m_active == panel) {
+        m_active = nullptr;
+        showControlsOf(nullptr);
+    }
+    panel->deleteLater();
+    panel->hide();
+    arrange();
+    if (!m_active && !m_panels.empty()) {
+        activate(*m_panels.front());
+    }
+}
+
+PlaybackPanel& MainWindow::openRecording(const QString& path)
+{
+    auto* panel = new PlaybackPanel(path, m_area);
+    m_recordings.push_back(panel);
+    connect(panel, &PlaybackPanel::activated, this, [this, panel] { activate(*panel); });
+    connect(panel, &PlaybackPanel::closed, this, [this, panel] { closeRecording(*panel); });
+    connect(panel, &PlaybackPanel::snapshotRequested, this, [this, panel] {
+        activate(*panel);
+        takeSnapshot();
+    });
+    arrange();
+    activate(*panel);
+    return *panel;
+}
+
+void MainWindow::closeRecording(PlaybackPanel& panel)
+{
+    m_recordings.erase(std::remove(m_recordings.begin(), m_recordings.end(), &panel),
+                       m_recordings.end());
+    if (m_activeRecording == &panel) {
+        m_activeRecording = nullptr;
+    }
+    panel.deleteLater();
+    panel.hide();
+    arrange();
+}
+
+void MainWindow::activate(QWidget& panel)
+{
+    m_activeRecording = qobject_cast<PlaybackPanel*>(&panel);
+    auto* camera = qobject_cast<CameraPanel*>(&panel);
+    if (!camera || camera == m_active) {
+        return;
+    }
+    if (m_active) {
+        m_active->setActive(false);
+    }
+    m_active = camera;
+    m_active->setActive(true);
+    showControlsOf(&m_active->device());
+}
+
+void MainWindow::showControlsOf(CameraDevice* device)
+{
+    delete m_propertyArea->currentWidget();
+    delete m_controlsArea->takeWidget();
+    delete m_streamArea->takeWidget();
+    auto* dock = findChild<QDockWidget*>(QStringLiteral("adjust"));
+    dock->setWindowTitle(device ? device->serial() : tr("No camera chosen"));
+    if (device) {
+        m_controlsArea->setWidget(new ControlsPanel(*device));
+        m_streamArea->setWidget(new StreamPanel(*device));
+        m_propertyArea->addWidget(new PropertyTable(*device));
+    }
+}
+
+void MainWindow::arrange()
+{
+    std::vector<QWidget*> shown(m_panels.begin(), m_panels.end());
+    shown.insert(shown.end(), m_recordings.begin(), m_recordings.end());
+    while (QLayoutItem* item = m_grid->takeAt(0)) {
+        delete item;
+    }
+    m_empty->setVisible(shown.empty());
+    if (shown.empty()) {
+        m_grid->addWidget(m_empty, 0, 0);
+        return;
+    }
+    const int columns = static_cast<int>(std::ceil(std::sqrt(shown.size())));
+    for (int i = 0; i < static_cast<int>(shown.size()); ++i) {
+        m_grid->addWidget(shown[static_cast<std::size_t>(i)], i / columns, i % columns);
+        shown[static_cast<std::size_t>(i)]->show();
+    }
+}
+
+FramePanel* MainWindow::activeFrames() const
+{
+    return m_activeRecording ? &m_activeRecording->frames()
+           : m_active        ? &m_active->frames()
+                             : nullptr;
+}
+
+void MainWindow::takeSnapshot()
+{
+    FramePanel* frames = activeFrames();
+    if (!frames || !frames->display()) {
+        note(EventLog::Tone::Attention, tr("There is no image to save yet."));
+        return;
+    }
+    const QJsonObject metadata =
+        m_activeRecording ? m_activeRecording->info().metadata : m_active->device().metadata();
+    QDir().mkpath(m_options.folder);
+    m_snapshots.take(frames->display(), m_options.folder,
+                     datedName(metadata[QLatin1String("serial")].toString()), metadata);
+}
+
+void MainWindow::toggleRecording()
+{
+    if (!m_active) {
+        return;
+    }
+    CameraDevice& device = m_active->device();
+    if (device.isRecording()) {
+        device.stopRecording();
+        return;
+    }
+    QDir().mkpath(m_options.folder);
+    device.startRecording(
+        QStringLiteral("%1/%2.zrnrec").arg(m_options.folder, datedName(device.serial())));
+}
+
+void MainWindow::toggleStream()
+{
+    if (m_activeRecording) {
+        m_activeRecording->togglePlaying();
+    } else if (m_active) {
+        m_active->toggleStream();
+    }
+}
+
+void MainWindow::chooseRecording()
+{
+    const QString path = QFileDialog::getOpenFileName(this, tr("Open recording"), m_options.folder,
+                                                      tr("Recordings (*.zrnrec);;All files (*)"));
+    if (!path.isEmpty()) {
+        openRecording(path);
+    }
+}
+
+void MainWindow::chooseFolder()
+{
+    const QString folder = QFileDialog::getExistingDirectory(
+        this, tr("Folder for pictures and recordings"), m_options.folder);
+    if (!folder.isEmpty()) {
+        m_options.folder = folder;
+    }
+}
+
+void MainWindow::note(EventLog::Tone tone, const QString& text)
+{
+    m_events->add(tone, text);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (!m_bench.isRecording()) {
+        event->accept();
+        return;
+    }
+    const auto answer = QMessageBox::question(this, tr("A recording is running"),
+                                              tr("Stop the recording and quit?"),
+                                              QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+    event->setAccepted(answer == QMessageBox::Yes);
+}
+
+} // namespace zrnview

@@ -1,0 +1,239 @@
+#include "zrnview/widgets/pane_area.h"
+
+#include "zrnview/widgets/theme.h"
+
+#include <QActionGroup>
+#include <QHBoxLayout>
+#include <QMenu>
+#include <QToolBar>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include <array>
+
+namespace zrnview
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr auto blinkPeriod = 500ms;
+constexpr std::array amplifications = {1, 2, 4, 8, 16};
+
+struct ModeRow {
+    ViewMode mode;
+    const char* text;
+    const char* tip;
+};
+
+constexpr std::array modes = {
+    ModeRow{ViewMode::A, "A", "Image A alone (Ctrl+1)"},
+    ModeRow{ViewMode::B, "B", "Image B alone (Ctrl+2)"},
+    ModeRow{ViewMode::SideBySide, "A | B", "Both images side by side (Ctrl+3)"},
+    ModeRow{ViewMode::Difference, "A − B", "Distance of each pixel of A and B (Ctrl+4)"},
+    ModeRow{ViewMode::Blink, "Blink", "A and B in turn in the same place (Ctrl+5)"},
+};
+
+QString valueText(const std::optional<Picture>& picture, QPoint pixel)
+{
+    if (!picture || !QRect(QPoint(), picture->pyramid.size()).contains(pixel)) {
+        return QStringLiteral("–");
+    }
+    return QString::number(picture->pyramid.full().constScanLine(pixel.y())[pixel.x()]);
+}
+
+} // namespace
+
+PaneArea::PaneArea(QWidget* parent)
+    : QWidget(parent)
+    , m_tools(new QToolBar(this))
+    , m_modeActions(new QActionGroup(this))
+    , m_pixel(new QLabel(this))
+    , m_zoom(new QLabel(this))
+    , m_left(new ImageView(this))
+    , m_right(new ImageView(this))
+{
+    buildTools();
+    auto* views = new QHBoxLayout;
+    views->setSpacing(2);
+    views->addWidget(m_left);
+    views->addWidget(m_right);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_tools);
+    layout->addLayout(views, 1);
+
+    connectView(*m_left, *m_right);
+    connectView(*m_right, *m_left);
+    m_blink.setInterval(blinkPeriod);
+    connect(&m_blink, &QTimer::timeout, this, [this] {
+        m_blinkShowsB = !m_blinkShowsB;
+        arrange();
+    });
+    arrange();
+    showPixel();
+}
+
+void PaneArea::buildTools()
+{
+    m_tools->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    for (const ModeRow& row : modes) {
+        QAction* action = m_tools->addAction(QString::fromUtf8(row.text));
+        action->setToolTip(tr(row.tip));
+        action->setCheckable(true);
+        action->setChecked(row.mode == m_mode);
+        action->setData(static_cast<int>(row.mode));
+        m_modeActions->addAction(action);
+        connect(action, &QAction::triggered, this, [this, row] { setMode(row.mode); });
+    }
+
+    m_amplifyAction = m_tools->addAction(QString());
+    m_amplifyAction->setToolTip(tr("How much the difference is amplified"));
+    auto* amplify = new QMenu(this);
+    for (const int factor : amplifications) {
+        amplify->addAction(QStringLiteral("× %1").arg(factor), this,
+                           [this, factor] { setAmplification(factor); });
+    }
+    m_amplifyAction->setMenu(amplify);
+    qobject_cast<QToolButton*>(m_tools->widgetForAction(m_amplifyAction))
+        ->setPopupMode(QToolButton::InstantPopup);
+
+    m_tools->addSeparator();
+    QAction* fit = m_tools->addAction(tr("Fit"), this, [this] { m_left->fit(); });
+    fit->setToolTip(tr("Show the whole image (F)"));
+    QAction* one = m_tools->addAction(tr("1:1"), this, [this] { m_left->zoomToOne(); });
+    one->setToolTip(tr("One screen pixel for each image pixel (1)"));
+    m_tools->addWidget(m_zoom);
+    m_tools->addSeparator();
+    m_markAction = m_tools->addAction(tr("Clipping"));
+    m_markAction->setToolTip(tr("Mark pixels at 0 in blue and at 255 in red (Ctrl+M)"));
+    m_markAction->setCheckable(true);
+    connect(m_markAction, &QAction::toggled, this, &PaneArea::setMarkClipped);
+
+    auto* gap = new QWidget(this);
+    gap->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    m_tools->addWidget(gap);
+    m_pixel->setTextInteractionFlags(Qt::NoTextInteraction);
+    m_tools->addWidget(m_pixel);
+}
+
+void PaneArea::connectView(ImageView& view, ImageView& other)
+{
+    connect(&view, &ImageView::transformChanged, this,
+            [this, &other](const ViewTransform& transform) {
+                other.setTransform(transform);
+                showZoom();
+            });
+    connect(&view, &ImageView::hovered, this, [this](const std::optional<QPoint>& pixel) {
+        m_hovered = pixel;
+        m_left->setCross(pixel);
+        m_right->setCross(pixel);
+        showPixel();
+    });
+    connect(&view, &ImageView::activated, this, &PaneArea::activated);
+}
+
+void PaneArea::show(const std::shared_ptr<const Display>& display)
+{
+    m_display = display;
+    arrange();
+    showPixel();
+    showZoom();
+}
+
+void PaneArea::setPlaceholder(const QString& text)
+{
+    m_left->setPlaceholder(text);
+    m_right->setPlaceholder(text);
+}
+
+void PaneArea::setMode(ViewMode mode)
+{
+    m_mode = mode;
+    m_blinkShowsB = false;
+    mode == ViewMode::Blink ? m_blink.start() : m_blink.stop();
+    for (QAction* action : m_modeActions->actions()) {
+        action->setChecked(action->data().toInt() == static_cast<int>(mode));
+    }
+    emit amplificationChanged(amplification());
+    arrange();
+}
+
+void PaneArea::setMarkClipped(bool mark)
+{
+    m_markAction->setChecked(mark);
+    m_left->setMarkClipped(mark);
+    m_right->setMarkClipped(mark);
+}
+
+int PaneArea::amplification() const
+{
+    return m_mode == ViewMode::Difference ? m_amplification : 0;
+}
+
+void PaneArea::setAmplification(int factor)
+{
+    m_amplification = factor;
+    emit amplificationChanged(amplification());
+    arrange();
+}
+
+void PaneArea::arrange()
+{
+    const Colours colours = coloursFor(palette());
+    static const std::optional<Picture> none;
+    const std::optional<Picture>& a = m_display ? m_display->a : none;
+    const std::optional<Picture>& b = m_display ? m_display->b : none;
+    const std::optional<Picture>& difference = m_display ? m_display->difference : none;
+
+    const bool onlyOne = m_display && !(a && b);
+    m_right->setVisible(m_mode == ViewMode::SideBySide && !onlyOne);
+    m_amplifyAction->setVisible(m_mode == ViewMode::Difference);
+    m_amplifyAction->setText(QStringLiteral("× %1").arg(m_amplification));
+
+    const bool leftIsB = m_mode == ViewMode::B || (m_mode == ViewMode::Blink && m_blinkShowsB) ||
+                         (m_mode == ViewMode::SideBySide && onlyOne && b);
+    if (m_mode == ViewMode::Difference) {
+        m_left->setCaption(QStringLiteral("|A − B| × %1").arg(m_amplification), colours.difference);
+        assign(*m_left, difference);
+    } else {
+        // On the dark box behind the caption, in both themes.
+        m_left->setCaption(leftIsB ? QStringLiteral("B") : QStringLiteral("A"),
+                           leftIsB ? QColor(0xff, 0xb0, 0x4d) : QColor(0x5a, 0xb4, 0xff));
+        assign(*m_left, leftIsB ? b : a);
+    }
+    m_right->setCaption(QStringLiteral("B"), QColor(0xff, 0xb0, 0x4d));
+    assign(*m_right, b);
+}
+
+void PaneArea::assign(ImageView& view, const std::optional<Picture>& picture)
+{
+    view.show(m_display, picture ? &*picture : nullptr);
+}
+
+void PaneArea::showZoom()
+{
+    m_zoom->setText(QStringLiteral(" %1 % ").arg(m_left->transform().scale() * 100, 0, 'f', 0));
+}
+
+void PaneArea::showPixel()
+{
+    if (!m_hovered || !m_display) {
+        m_pixel->setText(tr("Point at a pixel "));
+        m_pixel->setEnabled(false);
+        return;
+    }
+    const Colours colours = coloursFor(palette());
+    m_pixel->setEnabled(true);
+    m_pixel->setText(QStringLiteral("x&nbsp;<b>%1</b>&nbsp; y&nbsp;<b>%2</b>&nbsp;&nbsp; "
+                                    "<font color='%3'>A&nbsp;<b>%4</b></font>&nbsp; "
+                                    "<font color='%5'>B&nbsp;<b>%6</b></font>&nbsp;")
+                         .arg(m_hovered->x())
+                         .arg(m_hovered->y())
+                         .arg(colours.imageA.name(), valueText(m_display->a, *m_hovered),
+                              colours.imageB.name(), valueText(m_display->b, *m_hovered)));
+}
+
+} // namespace zrnview

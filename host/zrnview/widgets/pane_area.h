@@ -1,0 +1,63 @@
+#pragma once
+
+#include "zrnview/widgets/image_view.h"
+
+#include <QLabel>
+#include <QTimer>
+
+class QActionGroup;
+class QToolBar;
+
+namespace zrnview
+{
+
+enum class ViewMode { A, B, SideBySide, Difference, Blink };
+
+/// The pictures of one source in two linked views, with the tools to look at them.
+class PaneArea : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit PaneArea(QWidget* parent = nullptr);
+
+    void show(const std::shared_ptr<const Display>& display);
+    void setPlaceholder(const QString& text);
+
+    ViewMode mode() const { return m_mode; }
+    void setMode(ViewMode mode);
+    void setMarkClipped(bool mark);
+    /// Factor of the difference that is wanted at present; 0 when it is not shown.
+    int amplification() const;
+    void setAmplification(int factor);
+    ImageView& view(int index) { return *(index == 0 ? m_left : m_right); }
+
+signals:
+    void amplificationChanged(int factor);
+    void activated();
+
+private:
+    void buildTools();
+    void connectView(ImageView& view, ImageView& other);
+    void arrange();
+    void showZoom();
+    void showPixel();
+    void assign(ImageView& view, const std::optional<Picture>& picture);
+
+    QToolBar* m_tools;
+    QActionGroup* m_modeActions;
+    QAction* m_markAction;
+    QAction* m_amplifyAction;
+    QLabel* m_pixel;
+    QLabel* m_zoom;
+    ImageView* m_left;
+    ImageView* m_right;
+    QTimer m_blink;
+    bool m_blinkShowsB = false;
+    ViewMode m_mode = ViewMode::SideBySide;
+    int m_amplification = 4;
+    std::optional<QPoint> m_hovered;
+    std::shared_ptr<const Display> m_display;
+};
+
+} // namespace zrnview

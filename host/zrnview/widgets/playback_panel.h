@@ -1,0 +1,65 @@
+#pragma once
+
+#include "zrnview/device/player.h"
+#include "zrnview/widgets/frame_panel.h"
+#include "zrnview/widgets/notice_bar.h"
+
+#include <QSlider>
+#include <QThread>
+#include <QToolButton>
+
+class QComboBox;
+
+namespace zrnview
+{
+
+/// A recording in the window: its images, and the means to move in it.
+class PlaybackPanel : public QFrame
+{
+    Q_OBJECT
+
+public:
+    explicit PlaybackPanel(const QString& path, QWidget* parent = nullptr);
+    ~PlaybackPanel() override;
+
+    FramePanel& frames() { return *m_frames; }
+    NoticeBar& notice() { return *m_notice; }
+    QSlider& slider() { return *m_slider; }
+    QToolButton& playButton() { return *m_play; }
+    QToolButton& verifyButton() { return *m_verify; }
+    const RecordingInfo& info() const { return m_info; }
+    QString positionText() const { return m_position->text(); }
+
+    void togglePlaying();
+    void step(int frames);
+
+signals:
+    void activated();
+    void closed();
+    void snapshotRequested();
+
+private:
+    QWidget* makeHeader();
+    QWidget* makeTransport();
+    void connectPlayer();
+    void showInfo(const RecordingInfo& info);
+    void showPosition(int position);
+    void showVerdict(const QVector<int>& damaged);
+
+    FrameStation m_station;
+    QThread m_thread;
+    Player* m_player; // lives in m_thread, deleted when it ends
+    RecordingInfo m_info;
+    bool m_playing = false;
+    QLabel* m_title;
+    QLabel* m_about;
+    QLabel* m_position;
+    QToolButton* m_play;
+    QToolButton* m_verify;
+    QComboBox* m_speed;
+    QSlider* m_slider;
+    NoticeBar* m_notice;
+    FramePanel* m_frames;
+};
+
+} // namespace zrnview

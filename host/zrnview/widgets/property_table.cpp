@@ -1,0 +1,164 @@
+#include "zrnview/widgets/property_table.h"
+
+#include "common/property_table.h"
+#include "common/result_codes.h"
+#include "zrnview/widgets/theme.h"
+
+#include <QApplication>
+#include <QHeaderView>
+
+#include <array>
+
+namespace zrnview
+{
+
+namespace
+{
+
+QString tipFor(const PropertyReading& reading)
+{
+    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
+    QString tip = info ? QString::fromUtf8(info->meaning) : QString();
+    if (info && *info->carrier) {
+        tip += PropertyModel::tr("\nUVC control: %1").arg(QString::fromUtf8(info->carrier));
+    }
+    if (info && !zrnhost::rangeText(*info).isEmpty()) {
+        tip += PropertyModel::tr("\nRange: %1").arg(zrnhost::rangeText(*info));
+    }
+    if (reading.code != ErrorCode::Success) {
+        tip += QLatin1Char('\n') + zrnhost::describeResult(reading.code);
+    }
+    return tip;
+}
+
+} // namespace
+
+void PropertyModel::show(const PropertyReadings& readings)
+{
+    if (readings.size() != m_readings.size()) {
+        beginResetModel();
+        m_readings = readings;
+        endResetModel();
+        return;
+    }
+    for (std::size_t i = 0; i < readings.size(); ++i) {
+        const bool changed =
+            readings[i].value != m_readings[i].value || readings[i].code != m_readings[i].code;
+        m_readings[i] = readings[i];
+        if (changed) {
+            const int row = static_cast<int>(i);
+            emit dataChanged(index(row, Value), index(row, Answer));
+        }
+    }
+}
+
+int PropertyModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_readings.size());
+}
+
+int PropertyModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant PropertyModel::data(const QModelIndex& index, int role) const
+{
+    const PropertyReading& reading = m_readings[static_cast<std::size_t>(index.row())];
+    const bool readable = reading.code == ErrorCode::Success;
+    switch (role) {
+    case Qt::DisplayRole:
+        if (index.column() == Key) {
+            return QString::fromLatin1(reading.key);
+        }
+        if (index.column() == Value) {
+            return readable ? zrnhost::toText(reading.value) : QStringLiteral("–");
+        }
+        return readable ? tr("ok") : zrnhost::describeResult(reading.code);
+    case Qt::EditRole:
+        return readable ? zrnhost::toText(reading.value) : QString();
+    case Qt::ToolTipRole:
+        return tipFor(reading);
+    case Qt::ForegroundRole:
+        return index.column() == Answer && !readable
+                   ? QVariant(coloursFor(QApplication::palette()).attention)
+                   : QVariant();
+    default:
+        return {};
+    }
+}
+
+QVariant PropertyModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+        return {};
+    }
+    const std::array<QString, ColumnCount> titles = {tr("Property"), tr("Value"), tr("Answer")};
+    return titles.at(static_cast<std::size_t>(section));
+}
+
+Qt::ItemFlags PropertyModel::flags(const QModelIndex& index) const
+{
+    const Qt::ItemFlags flags = QAbstractTableModel::flags(index);
+    const PropertyReading& reading = m_readings[static_cast<std::size_t>(index.row())];
+    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
+    return index.column() == Value && info && info->writable ? flags | Qt::ItemIsEditable : flags;
+}
+
+bool PropertyModel::setData(const QModelIndex& index, const QVariant& value, int role)
+{
+    if (role != Qt::EditRole || index.column() != Value) {
+        return false;
+    }
+    const PropertyReading& reading = m_readings[static_cast<std::size_t>(index.row())];
+    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
+    const std::optional<QVariant> typed =
+        info ? zrnhost::parseValue(*info, value.toString()) : std::nullopt;
+    if (!typed) {
+        return false;
+    }
+    emit edited(reading.key, *typed);
+    return true;
+}
+
+PropertyTable::PropertyTable(CameraDevice& device, QWidget* parent)
+    : QTableView(parent)
+    , m_device(device)
+    , m_model(new PropertyModel(this))
+{
+    setModel(m_model);
+    setAlternatingRowColors(true);
+    setShowGrid(false);
+    setSelectionBehavior(SelectRows);
+    setSelectionMode(SingleSelection);
+    setWordWrap(false);
+    verticalHeader()->hide();
+    verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    horizontalHeader()->setSectionResizeMode(PropertyModel::Key, QHeaderView::ResizeToContents);
+    horizontalHeader()->setSectionResizeMode(PropertyModel::Value, QHeaderView::ResizeToContents);
+    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    setAccessibleName(tr("Properties"));
+    connect(&m_device, &CameraDevice::propertiesRead, m_model, &PropertyModel::show);
+    connect(m_model, &PropertyModel::edited, this,
+            [this](const QByteArray& key, const QVariant& v) { m_device.writeProperty(key, v); });
+}
+
+PropertyTable::~PropertyTable()
+{
+    m_device.watchProperties(false);
+}
+
+void PropertyTable::showEvent(QShowEvent* event)
+{
+    QTableView::showEvent(event);
+    m_device.watchProperties(true);
+}
+
+void PropertyTable::hideEvent(QHideEvent* event)
+{
+    QTableView::hideEvent(event);
+    m_device.watchProperties(false);
+}
+
+} // namespace zrnview

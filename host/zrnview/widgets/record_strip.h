@@ -1,0 +1,49 @@
+#pragma once
+
+#include "zrnview/device/camera_device.h"
+
+#include <QFrame>
+#include <QLabel>
+#include <QProgressBar>
+
+class QPushButton;
+
+namespace zrnview
+{
+
+/// How the recording of one camera is going, and how the last one ended.
+class RecordStrip : public QFrame
+{
+    Q_OBJECT
+
+public:
+    /// @param device outlives the strip
+    explicit RecordStrip(CameraDevice& device, QWidget* parent = nullptr);
+
+    QString text() const { return m_text->text(); }
+    /// Shows that a recording could not be started.
+    void showRefusal(const QString& why);
+
+signals:
+    void openRequested(const QString& path);
+
+private:
+    void refresh();
+    void showRunning(const zrnrecording::RecordingProgress& progress);
+    void showFinished(const zrnrecording::RecordingProgress& progress);
+
+    CameraDevice& m_device;
+    QLabel* m_text;
+    QProgressBar* m_queue;
+    QPushButton* m_stop;
+    QPushButton* m_open;
+    QPushButton* m_close;
+    QTimer m_timer;
+};
+
+/// "1.5 GB": a number of bytes for people.
+QString byteText(double bytes);
+/// "1:05:09" or "5:09"
+QString durationText(double seconds);
+
+} // namespace zrnview

@@ -1,0 +1,86 @@
+#include "zrnview/widgets/theme.h"
+
+#include <QApplication>
+#include <QStyle>
+#include <QStyleFactory>
+#include <QWidget>
+
+namespace zrnview
+{
+namespace
+{
+
+QPalette lightPalette()
+{
+    QPalette palette(QColor(0xe9, 0xeb, 0xee), QColor(0xf3, 0xf4, 0xf6));
+    palette.setColor(QPalette::WindowText, QColor(0x1b, 0x1e, 0x23));
+    palette.setColor(QPalette::Text, QColor(0x1b, 0x1e, 0x23));
+    palette.setColor(QPalette::ButtonText, QColor(0x1b, 0x1e, 0x23));
+    palette.setColor(QPalette::Base, Qt::white);
+    palette.setColor(QPalette::AlternateBase, QColor(0xf2, 0xf4, 0xf7));
+    palette.setColor(QPalette::ToolTipBase, QColor(0xff, 0xff, 0xf0));
+    palette.setColor(QPalette::ToolTipText, QColor(0x1b, 0x1e, 0x23));
+    palette.setColor(QPalette::Highlight, QColor(0x1f, 0x6f, 0xc4));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Link, QColor(0x1f, 0x6f, 0xc4));
+    return palette;
+}
+
+QPalette darkPalette()
+{
+    QPalette palette(QColor(0x38, 0x3c, 0x43), QColor(0x25, 0x28, 0x2d));
+    palette.setColor(QPalette::WindowText, QColor(0xe4, 0xe7, 0xeb));
+    palette.setColor(QPalette::Text, QColor(0xe4, 0xe7, 0xeb));
+    palette.setColor(QPalette::ButtonText, QColor(0xe4, 0xe7, 0xeb));
+    palette.setColor(QPalette::BrightText, Qt::white);
+    palette.setColor(QPalette::Base, QColor(0x1a, 0x1c, 0x20));
+    palette.setColor(QPalette::AlternateBase, QColor(0x20, 0x23, 0x28));
+    palette.setColor(QPalette::ToolTipBase, QColor(0x38, 0x3c, 0x43));
+    palette.setColor(QPalette::ToolTipText, QColor(0xe4, 0xe7, 0xeb));
+    palette.setColor(QPalette::Highlight, QColor(0x3d, 0x8f, 0xe0));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Link, QColor(0x6c, 0xb4, 0xf5));
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+        palette.setColor(QPalette::Disabled, role, QColor(0x7c, 0x82, 0x8b));
+    }
+    return palette;
+}
+
+} // namespace
+
+void applyTheme(Theme theme)
+{
+    static const QPalette systemPalette = QApplication::palette();
+    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    QApplication::setPalette(theme == Theme::Light  ? lightPalette()
+                             : theme == Theme::Dark ? darkPalette()
+                                                    : systemPalette);
+}
+
+Colours coloursFor(const QPalette& palette)
+{
+    const bool onDark = palette.color(QPalette::Window).lightness() < 128;
+    Colours colours;
+    colours.imageA = onDark ? QColor(0x5a, 0xb4, 0xff) : QColor(0x0b, 0x62, 0xb8);
+    colours.imageB = onDark ? QColor(0xff, 0xb0, 0x4d) : QColor(0xb0, 0x5a, 0x00);
+    colours.difference = onDark ? QColor(0xc5, 0x96, 0xff) : QColor(0x6f, 0x36, 0xb8);
+    colours.good = onDark ? QColor(0x5f, 0xd0, 0x7f) : QColor(0x14, 0x7a, 0x38);
+    colours.attention = onDark ? QColor(0xff, 0xc2, 0x4a) : QColor(0x95, 0x5f, 0x00);
+    colours.fault = onDark ? QColor(0xff, 0x7b, 0x72) : QColor(0xbd, 0x1f, 0x1f);
+    colours.dark = onDark ? QColor(0x4d, 0x8d, 0xff) : QColor(0x1f, 0x4f, 0xe0);
+    colours.bright = QColor(0xff, 0x3b, 0x30);
+    colours.grid = onDark ? QColor(0x3a, 0x3f, 0x47) : QColor(0xd9, 0xdd, 0xe3);
+    colours.dimText = onDark ? QColor(0xa2, 0xa9, 0xb3) : QColor(0x5a, 0x62, 0x6e);
+    colours.plotBackground = palette.color(QPalette::Base);
+    colours.imageBackground = onDark ? QColor(0x12, 0x13, 0x15) : QColor(0x3a, 0x3d, 0x42);
+    return colours;
+}
+
+void setTextColour(QWidget& label, const QColor& colour)
+{
+    QPalette palette = label.palette();
+    palette.setColor(QPalette::WindowText, colour);
+    label.setPalette(palette);
+}
+
+} // namespace zrnview
