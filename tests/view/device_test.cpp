@@ -1,0 +1,509 @@
+#include "recording/recording_reader.h"
+#include "scripted_driver.h"
+#include "zrnview/device/bench.h"
+#include "zrnview/device/player.h"
+#include "zrnview/device/silence_findings.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <stdexcept>
+
+using namespace zrnview;
+
+namespace
+{
+
+constexpr int patience = 15000; // milliseconds, for a machine that is busy with other things
+
+/// A bench on scripted devices, after its first search.
+class TestBench
+{
+public:
+    explicit TestBench(ScriptedFactory::Devices devices)
+        : m_devices(std::move(devices))
+        , bench([this] { return std::make_shared<ScriptedFactory>(m_devices); },
+                [this] { return ScriptedFactory::busOf(m_devices); })
+    {
+        bench.start();
+    }
+
+    bool waitForState(const CameraDevice& device, CameraState state)
+    {
+        return QTest::qWaitFor([&] { return device.health().state == state; }, patience);
+    }
+
+    bool waitForDevices(std::size_t count)
+    {
+        return QTest::qWaitFor(
+            [&] { return bench.state() == Bench::State::Ready && bench.devices().size() == count; },
+            patience);
+    }
+
+private:
+    ScriptedFactory::Devices m_devices;
+
+public:
+    Bench bench;
+};
+
+std::shared_ptr<ScriptedDevice> makeDevice(const char* serial)
+{
+    return std::make_shared<ScriptedDevice>(QString::fromLatin1(serial));
+}
+
+int valueOf(const CameraDevice& device, Setting setting)
+{
+    const SettingReading* reading = device.reading(setting);
+    return reading && reading->readCode == ErrorCode::Success ? static_cast<int>(reading->value)
+                                                              : -1;
+}
+
+} // namespace
+
+class DeviceTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void findsCamerasAndReadsThem()
+    {
+        auto first = makeDevice("ZR1");
+        auto second = makeDevice("ZR2");
+        TestBench test({first, second});
+        QVERIFY(test.waitForDevices(2));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        QCOMPARE(device.serial(), QStringLiteral("ZR1"));
+        QCOMPARE(device.facts().width, 64U);
+        QCOMPARE(device.facts().exposureMaximum, 500000U);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Gamma), 100, patience);
+        QCOMPARE(valueOf(device, Setting::CacheFrames), 16);
+        QCOMPARE(test.bench.description(), QStringLiteral("Driver Scripted 1.2.3"));
+    }
+
+    void saysWhyTheDriverCannotBeLoaded()
+    {
+        Bench bench([]() -> std::shared_ptr<IFactory> { throw std::runtime_error("no such file"); },
+                    [] { return std::vector<zrnhost::UsbCamera>(); });
+        bench.start();
+        QTRY_COMPARE_WITH_TIMEOUT(bench.state(), Bench::State::Failed, patience);
+        QCOMPARE(bench.description(), QStringLiteral("no such file"));
+    }
+
+    void reportsACameraThatCannotBeConnected()
+    {
+        auto device = makeDevice("ZR1");
+        device->connectAnswer = static_cast<int>(ErrorCode::NoFrameDescriptor);
+        TestBench test({device});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& camera = *test.bench.devices().front();
+        QVERIFY(test.waitForState(camera, CameraState::Unusable));
+        QCOMPARE(camera.health().code, ErrorCode::NoFrameDescriptor);
+    }
+
+    void streamsFramesAsTheCameraSentThem()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        std::shared_ptr<const Display> display;
+        QTRY_VERIFY_WITH_TIMEOUT((display = device.station().takeDisplay()) != nullptr, patience);
+        const zrnrecording::Frame& frame = *display->source.frame;
+        QCOMPARE(static_cast<int>(frame.images.size()), 2);
+        QCOMPARE(frame.images[0].data, scriptedImage(*scripted, frame.number, 'A'));
+        QCOMPARE(frame.images[1].data, scriptedImage(*scripted, frame.number, 'B'));
+        device.stopStream();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+    }
+
+    void namesTheImageOfASingleSensorB()
+    {
+        auto scripted = makeDevice("ZR1");
+        scripted->sensorCount = 1;
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        std::shared_ptr<const Display> display;
+        QTRY_VERIFY_WITH_TIMEOUT((display = device.station().takeDisplay()) != nullptr, patience);
+        QVERIFY(!display->a);
+        QVERIFY(display->b);
+    }
+
+    void countsMissingFrames()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        QTRY_VERIFY_WITH_TIMEOUT(device.health().counters.frames > 3, patience);
+        QCOMPARE(device.health().counters.missing, quint64{0});
+        scripted->skipNext = 5;
+        QTRY_COMPARE_WITH_TIMEOUT(device.health().counters.missing, quint64{5}, patience);
+    }
+
+    void writesASettingAndReadsBackAllThatItTouches()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.set(Setting::RGain, 77);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::RGain), 77, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Gamma), 77, patience);
+        device.set(Setting::Exposure, 12345);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Exposure), 12300, patience);
+        QCOMPARE(static_cast<int>(device.reading(Setting::Exposure)->wanted), 12345);
+    }
+
+    void reportsARefusedSetting()
+    {
+        auto scripted = makeDevice("ZR1");
+        scripted->exposureAnswer = static_cast<int>(ErrorCode::ExposureReadFailed);
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.set(Setting::Exposure, 2000);
+        QTRY_VERIFY_WITH_TIMEOUT(device.reading(Setting::Exposure)->written, patience);
+        QCOMPARE(device.reading(Setting::Exposure)->writeCode, ErrorCode::ExposureReadFailed);
+        QCOMPARE(valueOf(device, Setting::Exposure), 1000);
+    }
+
+    void aDraggedSliderDoesNotQueueUp()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        int answers = 0;
+        connect(&device, &CameraDevice::settingsRead, this, [&answers] { ++answers; });
+        for (int gain = 1; gain <= 64; ++gain) {
+            device.set(Setting::Gain, gain);
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Gain), 64, patience);
+        QVERIFY2(answers < 64, "only the newest of the waiting values is written");
+    }
+
+    void aSilentStreamIsNoticedAndExplained()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        QStringList findings;
+        connect(&device, &CameraDevice::silenceExplained, this,
+                [&findings](const QStringList& found) { findings = found; });
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        scripted->silent = true;
+        QVERIFY(test.waitForState(device, CameraState::Silent));
+        QVERIFY(!findings.isEmpty());
+        scripted->silent = false;
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+    }
+
+    void framesCountMoreThanALostControlRequest()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        scripted->deaf = true;
+        QTRY_VERIFY_WITH_TIMEOUT(!device.health().answersControls, patience);
+        QVERIFY(device.health().state != CameraState::Lost);
+    }
+
+    void unplugIsNoticedAndReplugResumesWithTheSettings()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.set(Setting::GrGain, 33);
+        device.set(Setting::Gamma, 400);
+        device.set(Setting::Exposure, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Gamma), 400, patience);
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+
+        scripted->unplug();
+        QVERIFY(test.waitForState(device, CameraState::Lost));
+        QVERIFY(!device.isStreaming());
+
+        scripted->replug();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        QCOMPARE(test.bench.devices().size(), std::size_t{1});
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Gamma), 400, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::GrGain), 33, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Exposure), 5000, patience);
+    }
+
+    void aReplugBringsTheOtherCamerasBackToo()
+    {
+        auto first = makeDevice("ZR1");
+        auto second = makeDevice("ZR2");
+        TestBench test({first, second});
+        QVERIFY(test.waitForDevices(2));
+        for (CameraDevice* device : test.bench.devices()) {
+            QVERIFY(test.waitForState(*device, CameraState::Idle));
+            device->startStream();
+            QVERIFY(test.waitForState(*device, CameraState::Streaming));
+        }
+        second->unplug();
+        QVERIFY(test.waitForState(*test.bench.devices()[1], CameraState::Lost));
+        QCOMPARE(test.bench.devices()[0]->health().state, CameraState::Streaming);
+        QCOMPARE(first->openCount.load(), 1);
+        second->replug();
+        for (CameraDevice* device : test.bench.devices()) {
+            QVERIFY(test.waitForState(*device, CameraState::Streaming));
+        }
+        QCOMPARE(first->openCount.load(), 2);
+    }
+
+    void aNewCameraDoesNotDisturbARunningOne()
+    {
+        auto first = makeDevice("ZR1");
+        auto second = makeDevice("ZR2");
+        second->plugged = false;
+        TestBench test({first, second});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        second->replug();
+        QTRY_VERIFY_WITH_TIMEOUT(test.bench.hasNewCamera(), patience);
+        QTest::qWait(500);
+        QCOMPARE(first->openCount.load(), 1);
+        test.bench.search();
+        QVERIFY(test.waitForDevices(2));
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+    }
+
+    void aRecordingIsNeverInterruptedByASearch()
+    {
+        const QTemporaryDir folder;
+        auto first = makeDevice("ZR1");
+        auto second = makeDevice("ZR2");
+        TestBench test({first, second});
+        QVERIFY(test.waitForDevices(2));
+        CameraDevice& recording = *test.bench.devices()[0];
+        for (CameraDevice* device : test.bench.devices()) {
+            QVERIFY(test.waitForState(*device, CameraState::Idle));
+            device->startStream();
+            QVERIFY(test.waitForState(*device, CameraState::Streaming));
+        }
+        recording.startRecording(folder.filePath(QStringLiteral("a.zrnrec")));
+        QTRY_VERIFY_WITH_TIMEOUT(recording.isRecording(), patience);
+        second->unplug();
+        QVERIFY(test.waitForState(*test.bench.devices()[1], CameraState::Lost));
+        second->replug();
+        QTest::qWait(1000);
+        QCOMPARE(first->openCount.load(), 1);
+        recording.stopRecording();
+        QVERIFY(test.waitForState(*test.bench.devices()[1], CameraState::Streaming));
+        QCOMPARE(first->openCount.load(), 2);
+    }
+
+    void recordsEveryFrameByteForByte()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
+        auto scripted = makeDevice("ZR1");
+        scripted->frameMilliseconds = 2;
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.set(Setting::TriggerOrder, 0);
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        device.startRecording(path);
+        QTRY_VERIFY_WITH_TIMEOUT(device.isRecording(), patience);
+        QCOMPARE(valueOf(device, Setting::TriggerOrder), 2);
+        QTRY_VERIFY_WITH_TIMEOUT(device.recorder()->progress().frames > 100, patience);
+        device.stopRecording();
+        QTRY_VERIFY_WITH_TIMEOUT(!device.isRecording(), patience);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::TriggerOrder), 0, patience);
+
+        const zrnrecording::RecordingReader reader(path);
+        QVERIFY(reader.isComplete());
+        QCOMPARE(reader.metadata()[QLatin1String("serial")].toString(), QStringLiteral("ZR1"));
+        const quint32 first = reader.frame(0).number;
+        for (int i = 0; i < reader.frameCount(); ++i) {
+            const zrnrecording::Frame frame = reader.frame(i);
+            QCOMPARE(frame.number, first + static_cast<quint32>(i));
+            QCOMPARE(frame.images[0].data, scriptedImage(*scripted, frame.number, 'A'));
+            QCOMPARE(frame.images[1].data, scriptedImage(*scripted, frame.number, 'B'));
+        }
+    }
+
+    void unplugEndsARecordingAndKeepsIt()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        device.startRecording(path);
+        QTRY_VERIFY_WITH_TIMEOUT(device.recorder() && device.recorder()->progress().frames > 5,
+                                 patience);
+        scripted->unplug();
+        QTRY_VERIFY_WITH_TIMEOUT(!device.isRecording(), patience);
+        QVERIFY(zrnrecording::RecordingReader(path).isComplete());
+    }
+
+    void aRecordingWithoutAStreamIsRefused()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        QSignalSpy refusals(&device, &CameraDevice::recordingRefused);
+        device.startRecording(QStringLiteral("/nonexistent/a.zrnrec"));
+        QVERIFY(refusals.wait(patience));
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        device.startRecording(QStringLiteral("/nonexistent/a.zrnrec"));
+        QVERIFY(refusals.wait(patience));
+        QVERIFY(refusals.last().first().toString().contains(QStringLiteral("/nonexistent")));
+    }
+
+    void aHangingRequestIsNoticedAndDoesNotStopTheExit()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        scripted->hanging = true;
+        QTRY_VERIFY_WITH_TIMEOUT(device.isStuck(), patience);
+        QVERIFY(!device.shutDown(10));
+        scripted->hanging = false;
+        QVERIFY(device.shutDown(patience));
+    }
+
+    void playsARecordingAtItsOwnPaceAndByteForByte()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
+        const auto scripted = makeDevice("ZR1");
+        constexpr int frames = 20;
+        {
+            zrnrecording::RecordingFile file(path, {});
+            for (quint32 number = 0; number < frames; ++number) {
+                zrnrecording::Frame frame;
+                frame.width = scripted->width;
+                frame.height = scripted->height;
+                frame.number = number;
+                frame.arrivalNanoseconds = qint64{number} * 10'000'000;
+                frame.images = {{'A', scriptedImage(*scripted, number, 'A')},
+                                {'B', scriptedImage(*scripted, number, 'B')}};
+                file.append(frame);
+            }
+            file.close();
+        }
+        FrameStation station;
+        Player player(station);
+        QSignalSpy opened(&player, &Player::opened);
+        QSignalSpy positions(&player, &Player::positionChanged);
+        QSignalSpy playing(&player, &Player::playingChanged);
+        player.open(path);
+        QCOMPARE(opened.count(), 1);
+        QCOMPARE(positions.count(), 1);
+        QElapsedTimer time;
+        time.start();
+        player.play();
+        QTRY_COMPARE_WITH_TIMEOUT(playing.count(), 2, patience);
+        QVERIFY(time.elapsed() >= 190);
+        QCOMPARE(positions.count(), frames);
+        for (const int position : {17, 3}) {
+            player.seek(position);
+            std::shared_ptr<const Display> display;
+            QTRY_VERIFY_WITH_TIMEOUT((display = station.takeDisplay()) != nullptr &&
+                                         display->source.frame->number ==
+                                             static_cast<quint32>(position),
+                                     patience);
+            QCOMPARE(display->source.frame->images[1].data,
+                     scriptedImage(*scripted, static_cast<quint32>(position), 'B'));
+        }
+        QSignalSpy verified(&player, &Player::verified);
+        player.verify();
+        QCOMPARE(verified.first().first().value<QVector<int>>(), QVector<int>());
+    }
+
+    void verifyingNamesTheDamagedFrames()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
+        const auto scripted = makeDevice("ZR1");
+        quint64 middle = 0;
+        {
+            zrnrecording::RecordingFile file(path, {});
+            for (quint32 number = 0; number < 3; ++number) {
+                zrnrecording::Frame frame;
+                frame.width = scripted->width;
+                frame.height = scripted->height;
+                frame.images = {{'A', scriptedImage(*scripted, number, 'A')}};
+                file.append(frame);
+                middle = number == 1 ? file.bytes() - 1000 : middle;
+            }
+            file.close();
+        }
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        file.seek(static_cast<qint64>(middle));
+        char byte = 0;
+        file.getChar(&byte);
+        file.seek(static_cast<qint64>(middle));
+        file.putChar(static_cast<char>(~byte));
+        file.close();
+
+        FrameStation station;
+        Player player(station);
+        QSignalSpy verified(&player, &Player::verified);
+        player.open(path);
+        player.verify();
+        QCOMPARE(verified.first().first().value<QVector<int>>(), QVector<int>{1});
+    }
+
+    void findingsNameWhatIsWrong()
+    {
+        CameraHealth health;
+        zrnhost::UsbCamera camera;
+        camera.name = QStringLiteral("1-2");
+        camera.kernelDrivers = QStringList{QStringLiteral("uvcvideo")};
+        const QString text =
+            silenceFindings(health, {camera}, std::nullopt).join(QLatin1Char('\n'));
+        QVERIFY(text.contains(QStringLiteral("uvcvideo")));
+        QVERIFY(text.contains(QStringLiteral("fuser")));
+        health.counters.unusable = 1;
+        health.counters.lastFailure = ErrorCode::SplitFailed;
+        QVERIFY(silenceFindings(health, {}, 0).first().contains(QStringLiteral("1035")));
+    }
+};
+
+QTEST_GUILESS_MAIN(DeviceTest)
+#include "device_test.moc"

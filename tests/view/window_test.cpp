@@ -1,0 +1,617 @@
+#include "recording/recording_reader.h"
+#include "scripted_driver.h"
+#include "zrnview/widgets/main_window.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cmath>
+
+using namespace zrnview;
+
+namespace
+{
+
+constexpr int patience = 20000; // milliseconds, for a machine that is busy with other things
+
+using Devices = ScriptedFactory::Devices;
+
+Devices makeDevices(int count)
+{
+    Devices devices;
+    for (int i = 1; i <= count; ++i) {
+        devices.push_back(std::make_shared<ScriptedDevice>(QStringLiteral("ZR%1").arg(i)));
+    }
+    return devices;
+}
+
+/// A window on scripted cameras that stream.
+class TestWindow
+{
+public:
+    explicit TestWindow(Devices devices, bool start = true)
+        : m_devices(std::move(devices))
+        , bench([this] { return std::make_shared<ScriptedFactory>(m_devices); },
+                [this] { return ScriptedFactory::busOf(m_devices); })
+        , window(bench, options(start))
+    {
+        window.resize(1400, 900);
+        window.show();
+        bench.start();
+    }
+
+    bool waitForState(CameraState state)
+    {
+        return QTest::qWaitFor(
+            [&] {
+                return window.panels().size() == m_devices.size() &&
+                       std::all_of(window.panels().begin(), window.panels().end(),
+                                   [state](CameraPanel* panel) {
+                                       return panel->device().health().state == state;
+                                   });
+            },
+            patience);
+    }
+
+    bool waitForImage()
+    {
+        return QTest::qWaitFor([&] { return panel().frames().display() != nullptr; }, patience);
+    }
+
+    CameraPanel& panel(std::size_t index = 0) { return *window.panels().at(index); }
+    ControlRow& row(Setting setting) { return window.controls()->row(setting); }
+    QString folder() const { return m_folder.path(); }
+
+private:
+    WindowOptions options(bool start) const
+    {
+        WindowOptions wanted;
+        wanted.camerasToShow = static_cast<int>(m_devices.size());
+        wanted.startStreams = start;
+        wanted.folder = m_folder.path();
+        return wanted;
+    }
+
+    Devices m_devices;
+    QTemporaryDir m_folder;
+
+public:
+    Bench bench;
+    MainWindow window;
+};
+
+void type(QSpinBox& field, int value)
+{
+    field.setFocus();
+    field.selectAll();
+    QTest::keyClicks(&field, QString::number(value));
+    QTest::keyClick(&field, Qt::Key_Return);
+}
+
+/// Presses a button of the message box that is open.
+void answerQuestion(QMessageBox::StandardButton button)
+{
+    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    QVERIFY(box);
+    QTest::mouseClick(box->button(button), Qt::LeftButton);
+}
+
+double luminance(const QColor& colour)
+{
+    const auto linear = [](double part) {
+        return part <= 0.03928 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+           0.0722 * linear(colour.blueF());
+}
+
+double contrast(const QColor& one, const QColor& other)
+{
+    const double a = luminance(one) + 0.05;
+    const double b = luminance(other) + 0.05;
+    return std::max(a, b) / std::min(a, b);
+}
+
+} // namespace
+
+class WindowTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void everyImageSettingReachesTheCamera_data()
+    {
+        QTest::addColumn<int>("setting");
+        QTest::addColumn<int>("value");
+        QTest::addColumn<int>("readBack");
+        const auto add = [](const char* name, Setting setting, int value, int readBack) {
+            QTest::newRow(name) << static_cast<int>(setting) << value << readBack;
+        };
+        add("exposure", Setting::Exposure, 12345, 12300);
+        add("gain", Setting::Gain, 33, 33);
+        add("R", Setting::RGain, 201, 201);
+        add("GR", Setting::GrGain, 202, 202);
+        add("GB", Setting::GbGain, 203, 203);
+        add("B", Setting::BGain, 204, 204);
+        add("gamma", Setting::Gamma, 300, 300);
+        add("sharpness", Setting::Sharpness, 9, 9);
+        add("hue", Setting::Hue, -7, -7);
+    }
+
+    void everyImageSettingReachesTheCamera()
+    {
+        QFETCH(int, setting);
+        QFETCH(int, value);
+        QFETCH(int, readBack);
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        ControlRow& row = test.row(static_cast<Setting>(setting));
+        QTRY_VERIFY_WITH_TIMEOUT(row.readBack().startsWith(QLatin1Char('=')), patience);
+        type(row.field(), value);
+        const QString expected = (value == readBack ? QStringLiteral("= ") : QStringLiteral("≠ ")) +
+                                 QLocale().toString(readBack);
+        QTRY_COMPARE_WITH_TIMEOUT(row.readBack(), expected, patience);
+        QCOMPARE(row.field().value(), readBack);
+        QVERIFY(row.message().isEmpty());
+    }
+
+    void slidersReachTheCameraToo()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        for (const Setting setting : {Setting::Exposure, Setting::Gain, Setting::BGain}) {
+            ControlRow& row = test.row(setting);
+            QTRY_VERIFY_WITH_TIMEOUT(row.readBack().startsWith(QLatin1Char('=')), patience);
+            const QString before = row.readBack();
+            row.slider().setFocus();
+            QTest::keyClick(&row.slider(), Qt::Key_PageUp);
+            QTRY_VERIFY_WITH_TIMEOUT(row.readBack() != before, patience);
+        }
+    }
+
+    void theRangesAreThoseOfTheCamera()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QCOMPARE(test.row(Setting::Exposure).field().minimum(), 100);
+        QCOMPARE(test.row(Setting::Exposure).field().maximum(), 500000);
+        QCOMPARE(test.row(Setting::Gain).field().maximum(), 64);
+    }
+
+    void aRefusedValueIsExplained()
+    {
+        const Devices devices = makeDevices(1);
+        devices[0]->exposureAnswer = static_cast<int>(ErrorCode::ExposureReadFailed);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        ControlRow& row = test.row(Setting::Exposure);
+        type(row.field(), 7000);
+        QTRY_VERIFY_WITH_TIMEOUT(row.message().contains(QStringLiteral("1038")), patience);
+        QVERIFY(row.message().contains(QLocale().toString(7000)));
+        QCOMPARE(row.field().value(), 1000);
+        const EventLog& events = test.window.events();
+        QVERIFY(events.item(events.count() - 1)->text().contains(QStringLiteral("1038")));
+        devices[0]->exposureAnswer = 0;
+        type(row.field(), 7000);
+        QTRY_VERIFY_WITH_TIMEOUT(row.message().isEmpty(), patience);
+    }
+
+    void theSharingOfTheCarriersIsShown()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        CarrierView& view = test.window.controls()->carrierView();
+        QVERIFY(view.sentence().isEmpty());
+        type(test.row(Setting::RGain).field(), 44);
+        QTRY_COMPARE_WITH_TIMEOUT(test.row(Setting::Gamma).readBack(), QStringLiteral("= 44"),
+                                  patience);
+        QVERIFY2(view.sentence().contains(QStringLiteral("R gain also changes Gamma; rewrites")),
+                 qPrintable(view.sentence()));
+        view.preview(Setting::Exposure);
+        QTRY_VERIFY_WITH_TIMEOUT(view.sentence().isEmpty(), patience);
+        view.preview(Setting::Hue);
+        QCOMPARE(view.sentence(), QStringLiteral("Hue also changes GB gain"));
+    }
+
+    void theResetAsksFirst()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QPushButton& reset = test.window.controls()->resetButton();
+        QTest::mouseClick(&reset, Qt::LeftButton);
+        answerQuestion(QMessageBox::Cancel);
+        QTest::qWait(100);
+        QCOMPARE(devices[0]->resets.load(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!QApplication::activeModalWidget(), patience);
+        QTest::mouseClick(&reset, Qt::LeftButton);
+        answerQuestion(QMessageBox::Reset);
+        QTRY_COMPARE_WITH_TIMEOUT(devices[0]->resets.load(), 1, patience);
+    }
+
+    void orderCacheAndTimeoutReachTheDriver()
+    {
+        TestWindow test(makeDevices(1), false);
+        QVERIFY(test.waitForState(CameraState::Idle));
+        StreamPanel& stream = *test.window.streamControls();
+        test.window.tabs().setCurrentIndex(1);
+        CameraDevice& device = test.panel().device();
+        const auto value = [&device](Setting setting) {
+            const SettingReading* reading = device.reading(setting);
+            return reading && reading->readCode == ErrorCode::Success
+                       ? static_cast<int>(reading->value)
+                       : -1;
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(stream.cacheField().value(), 16, patience);
+        stream.newestButton().click();
+        QTRY_COMPARE_WITH_TIMEOUT(value(Setting::TriggerOrder), 0, patience);
+        stream.oldestButton().click();
+        QTRY_COMPARE_WITH_TIMEOUT(value(Setting::TriggerOrder), 2, patience);
+        type(stream.cacheField(), 24);
+        QTRY_COMPARE_WITH_TIMEOUT(value(Setting::CacheFrames), 24, patience);
+        type(stream.timeoutField(), 333);
+        QTRY_COMPARE_WITH_TIMEOUT(value(Setting::GrabTimeout), 333, patience);
+        for (const Setting setting : {Setting::ExposureCheck, Setting::GainCheck}) {
+            stream.checkBox(setting).click();
+            QTRY_COMPARE_WITH_TIMEOUT(value(setting), 0, patience);
+        }
+        test.panel().toggleStream();
+        QTRY_VERIFY_WITH_TIMEOUT(!stream.cacheField().isEnabled(), patience);
+        device.set(Setting::CacheFrames, 30);
+        QTRY_VERIFY_WITH_TIMEOUT(stream.message().contains(QStringLiteral("779")), patience);
+    }
+
+    void thePropertiesAreLiveAndEditable()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        test.window.tabs().setCurrentIndex(2);
+        QAbstractItemModel& model = *test.window.properties()->model();
+        const auto cell = [&model](const char* key, int column) {
+            for (int row = 0; row < model.rowCount(); ++row) {
+                if (model.index(row, PropertyModel::Key).data().toString() == QLatin1String(key)) {
+                    return model.index(row, column);
+                }
+            }
+            return QModelIndex();
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(cell("Gamma", PropertyModel::Value).data().toString(),
+                                  QStringLiteral("100"), patience);
+        {
+            const std::lock_guard lock(devices[0]->mutex);
+            devices[0]->gamma = 101;
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(cell("Gamma", PropertyModel::Value).data().toString(),
+                                  QStringLiteral("101"), patience);
+        QVERIFY(
+            model.setData(cell("Sharp", PropertyModel::Value), QStringLiteral("12"), Qt::EditRole));
+        QTRY_COMPARE_WITH_TIMEOUT(cell("Sharp", PropertyModel::Value).data().toString(),
+                                  QStringLiteral("12"), patience);
+        QVERIFY(!model.setData(cell("Sharp", PropertyModel::Value), QStringLiteral("much"),
+                               Qt::EditRole));
+        QVERIFY(!(cell("Serial", PropertyModel::Value).flags() & Qt::ItemIsEditable));
+        QVERIFY(cell("CacheFrameCount", PropertyModel::Answer)
+                    .data()
+                    .toString()
+                    .contains(QStringLiteral("779")));
+    }
+
+    void imagesAreShownInEveryMode()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(test.waitForImage());
+        PaneArea& panes = test.panel().frames().panes();
+        QVERIFY(panes.view(0).isVisible());
+        QVERIFY(panes.view(1).isVisible());
+        for (const ViewMode mode : {ViewMode::A, ViewMode::B, ViewMode::Blink}) {
+            panes.setMode(mode);
+            QVERIFY(!panes.view(1).isVisible());
+        }
+        QVERIFY(!test.panel().frames().display()->difference);
+        panes.setMode(ViewMode::Difference);
+        panes.setAmplification(2);
+        QTRY_VERIFY_WITH_TIMEOUT(test.panel().frames().display()->difference, patience);
+        const Display& display = *test.panel().frames().display();
+        const int a = display.a->pyramid.full().constScanLine(5)[7];
+        const int b = display.b->pyramid.full().constScanLine(5)[7];
+        const int shown = display.difference->pyramid.full().constScanLine(5)[7];
+        QVERIFY(shown == std::min(std::abs(a - b) * 2, 255) ||
+                shown == std::min(std::abs(a - b) * 4, 255));
+        panes.setMarkClipped(true);
+        QVERIFY(!test.window.grab().isNull());
+    }
+
+    void zoomAndPanAreLinkedAndReachableByKeyboard()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(test.waitForImage());
+        ImageView& left = test.panel().frames().panes().view(0);
+        ImageView& right = test.panel().frames().panes().view(1);
+        left.setFocus();
+        QTest::keyClick(&left, Qt::Key_1);
+        QCOMPARE(left.transform().scale(), 1.0);
+        for (int i = 0; i < 8; ++i) {
+            QTest::keyClick(&left, Qt::Key_Plus);
+        }
+        QCOMPARE(right.transform().scale(), left.transform().scale());
+        const QPointF before = left.transform().target().topLeft();
+        QTest::keyClick(&left, Qt::Key_Right);
+        QVERIFY(left.transform().target().topLeft().x() < before.x());
+        QCOMPARE(right.transform().target().topLeft(), left.transform().target().topLeft());
+        QTest::keyClick(&right, Qt::Key_F);
+        QVERIFY(left.transform().isFitted());
+    }
+
+    void pixelValuesAreThoseOfTheCamera()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(test.waitForImage());
+        test.panel().device().stopStream();
+        QVERIFY(test.waitForState(CameraState::Idle));
+        QTest::qWait(100);
+        ImageView& view = test.panel().frames().panes().view(0);
+        int hovered = 0;
+        connect(&view, &ImageView::hovered, this, [&hovered] { ++hovered; });
+        const QPointF at = view.transform().toView(QPointF(10.5, 20.5)) / view.devicePixelRatioF();
+        QTest::mouseMove(&view, at.toPoint());
+        QTRY_VERIFY_WITH_TIMEOUT(hovered > 0, patience);
+        const zrnrecording::Frame& frame = *test.panel().frames().display()->source.frame;
+        const auto a = static_cast<uchar>(frame.images[0].data.at(20 * frame.width + 10));
+        const auto labels = test.panel().frames().panes().findChildren<QLabel*>();
+        QVERIFY(std::any_of(labels.begin(), labels.end(), [a](const QLabel* label) {
+            return label->text().contains(QStringLiteral("x&nbsp;<b>10</b>")) &&
+                   label->text().contains(QStringLiteral("A&nbsp;<b>%1</b>").arg(a));
+        }));
+    }
+
+    void plotsAndHistogramsFollowTheStream()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(test.waitForImage());
+        FramePanel& frames = test.panel().frames();
+        QTRY_VERIFY_WITH_TIMEOUT(frames.numberPlot().series(0).points().size() > 5, patience);
+        QTRY_VERIFY_WITH_TIMEOUT(frames.ratePlot().series(0).newest().value > 5, patience);
+        QTRY_VERIFY_WITH_TIMEOUT(!frames.latencyPlot().series(1).isEmpty(), patience);
+        QTRY_COMPARE_WITH_TIMEOUT(frames.missingPlot().headline(), QStringLiteral("0"), patience);
+        QCOMPARE(frames.histogram('A').histogram().pixels, quint64{64 * 48});
+        devices[0]->skipNext = 3;
+        QTRY_COMPARE_WITH_TIMEOUT(frames.missingPlot().headline(), QStringLiteral("3"), patience);
+    }
+
+    void severalCamerasStandSideBySide()
+    {
+        TestWindow test(makeDevices(3));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QCOMPARE(test.window.panels().size(), std::size_t{3});
+        test.window.activate(test.panel(1));
+        QCOMPARE(test.window.activePanel(), &test.panel(1));
+        type(test.row(Setting::Gain).field(), 5);
+        QTRY_COMPARE_WITH_TIMEOUT(test.row(Setting::Gain).readBack(), QStringLiteral("= 5"),
+                                  patience);
+        QCOMPARE(static_cast<int>(test.panel(0).device().reading(Setting::Gain)->value), 16);
+        QListWidget& list = test.window.cameraList().list();
+        list.item(1)->setCheckState(Qt::Unchecked);
+        QTRY_COMPARE_WITH_TIMEOUT(test.window.panels().size(), std::size_t{2}, patience);
+        list.item(1)->setCheckState(Qt::Checked);
+        QTRY_COMPARE_WITH_TIMEOUT(test.window.panels().size(), std::size_t{3}, patience);
+    }
+
+    void unplugIsShownAtOnceAndReplugResumes()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        devices[0]->unplug();
+        QTRY_VERIFY_WITH_TIMEOUT(test.panel().notice().isVisible(), patience);
+        QVERIFY(test.panel().notice().remedy().contains(QStringLiteral("Plug it in again")));
+        QVERIFY(!test.row(Setting::Gain).field().isEnabled());
+        devices[0]->replug();
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(!test.panel().notice().isVisible());
+        QVERIFY(test.row(Setting::Gain).field().isEnabled());
+    }
+
+    void silenceIsExplained()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        devices[0]->silent = true;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            test.panel().notice().what().startsWith(QStringLiteral("No frame")), patience);
+        QVERIFY(test.panel().notice().remedy().contains(QStringLiteral("control requests")));
+        devices[0]->silent = false;
+        QTRY_VERIFY_WITH_TIMEOUT(!test.panel().notice().isVisible(), patience);
+    }
+
+    void theWindowGoesOnWhileACameraHangs()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        devices[0]->hanging = true;
+        type(test.row(Setting::Gain).field(), 20);
+        qint64 longest = 0;
+        QElapsedTimer sinceTick;
+        sinceTick.start();
+        QTimer ticks;
+        connect(&ticks, &QTimer::timeout, this,
+                [&] { longest = std::max(longest, sinceTick.restart()); });
+        ticks.start(10);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            test.panel().notice().what().contains(QStringLiteral("not answered")), patience);
+        // A blocked window would have stood still for the whole time that the camera hung.
+        QVERIFY2(longest < 2000, qPrintable(QString::number(longest)));
+        devices[0]->hanging = false;
+        QTRY_VERIFY_WITH_TIMEOUT(!test.panel().notice().isVisible(), patience);
+    }
+
+    void snapshotsHoldImagesAndFacts()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(test.waitForImage());
+        test.panel().snapshotButton().click();
+        const auto files = [&] {
+            return QDir(test.folder())
+                .entryInfoList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(files().size(), 2, patience);
+        for (const QFileInfo& file : files()) {
+            const QImage image(file.filePath());
+            const char letter = image.text(QStringLiteral("Image")).at(0).toLatin1();
+            const quint32 number = image.text(QStringLiteral("Frame number")).toUInt();
+            const QByteArray expected = scriptedImage(*devices[0], number, letter);
+            QCOMPARE(image.text(QStringLiteral("Serial")), QStringLiteral("ZR1"));
+            QCOMPARE(image.text(QStringLiteral("Exposure")), QStringLiteral("1000"));
+            for (int y = 0; y < image.height(); ++y) {
+                QCOMPARE(QByteArray(reinterpret_cast<const char*>(image.constScanLine(y)), 64),
+                         expected.mid(y * 64, 64));
+            }
+        }
+    }
+
+    void recordsAndPlaysBack()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        test.panel().recordButton().click();
+        QTRY_VERIFY_WITH_TIMEOUT(test.panel().recordStrip().text().contains(QStringLiteral("REC")),
+                                 patience);
+        CameraDevice& device = test.panel().device();
+        QTRY_VERIFY_WITH_TIMEOUT(device.recorder()->progress().frames > 20, patience);
+        test.panel().recordButton().click();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            test.panel().recordStrip().text().contains(QStringLiteral("Recorded")), patience);
+
+        PlaybackPanel& playback = test.window.openRecording(device.recorder()->path());
+        QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
+        QCOMPARE(playback.info().metadata[QLatin1String("serial")].toString(),
+                 QStringLiteral("ZR1"));
+        playback.slider().setValue(10);
+        QTRY_COMPARE_WITH_TIMEOUT(playback.positionText(),
+                                  QStringLiteral("11 of %1").arg(playback.info().frames), patience);
+        const zrnrecording::RecordingReader reader(device.recorder()->path());
+        const quint32 wanted = reader.frame(10).number;
+        QTRY_COMPARE_WITH_TIMEOUT(playback.frames().display()->source.frame->number, wanted,
+                                  patience);
+        const zrnrecording::Frame& shown = *playback.frames().display()->source.frame;
+        QCOMPARE(shown.images[0].data, scriptedImage(*devices[0], wanted, 'A'));
+        QCOMPARE(shown.images[1].data, scriptedImage(*devices[0], wanted, 'B'));
+
+        playback.playButton().click();
+        QTRY_COMPARE_WITH_TIMEOUT(playback.slider().value(), playback.info().frames - 1, patience);
+        playback.verifyButton().click();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            playback.notice().what().contains(QStringLiteral("as they were recorded")), patience);
+        test.window.closeRecording(playback);
+        QVERIFY(test.window.recordings().empty());
+    }
+
+    void aFolderThatCannotBeWrittenIsNamed()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        test.window.setFolder(QStringLiteral("/proc/nowhere"));
+        test.panel().recordButton().click();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            test.panel().recordStrip().text().contains(QStringLiteral("/proc/nowhere")), patience);
+    }
+
+    void everyControlCanBeReachedByKeyboard()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QSet<QWidget*> reached;
+        QWidget* start = &test.panel().frames().panes().view(0);
+        for (QWidget* next = start->nextInFocusChain(); next != start;
+             next = next->nextInFocusChain()) {
+            if (next->focusPolicy() & Qt::TabFocus) {
+                reached.insert(next);
+            }
+        }
+        for (const Setting setting : {Setting::Exposure, Setting::RGain, Setting::Hue}) {
+            QVERIFY(reached.contains(&test.row(setting).field()));
+            QVERIFY(reached.contains(&test.row(setting).slider()));
+        }
+        QVERIFY(reached.contains(&test.panel().streamButton()));
+        QVERIFY(reached.contains(&test.panel().recordButton()));
+        QVERIFY(reached.contains(&test.panel().snapshotButton()));
+        QVERIFY(reached.contains(&test.window.controls()->resetButton()));
+        QVERIFY(reached.contains(&test.window.cameraList().list()));
+    }
+
+    void shortcutsWork()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(QTest::qWaitForWindowActive(&test.window, patience));
+        QTest::keyClick(&test.window, Qt::Key_4, Qt::ControlModifier);
+        QCOMPARE(test.panel().frames().panes().mode(), ViewMode::Difference);
+        QTest::keyClick(&test.window, Qt::Key_Space, Qt::ControlModifier);
+        QVERIFY(test.waitForState(CameraState::Idle));
+        QTest::keyClick(&test.window, Qt::Key_Space, Qt::ControlModifier);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+    }
+
+    void coloursReadOnBothBackgrounds_data()
+    {
+        QTest::addColumn<int>("theme");
+        QTest::newRow("light") << static_cast<int>(Theme::Light);
+        QTest::newRow("dark") << static_cast<int>(Theme::Dark);
+    }
+
+    void coloursReadOnBothBackgrounds()
+    {
+        QFETCH(int, theme);
+        applyTheme(static_cast<Theme>(theme));
+        const QPalette palette = QApplication::palette();
+        const Colours colours = coloursFor(palette);
+        constexpr double readable = 4.5; // what accessibility guidelines ask of text
+        for (const QPalette::ColorRole background : {QPalette::Window, QPalette::Base}) {
+            for (const QColor& colour :
+                 {colours.imageA, colours.imageB, colours.good, colours.attention, colours.fault,
+                  colours.dimText, palette.color(QPalette::WindowText)}) {
+                const double ratio = contrast(colour, palette.color(background));
+                QVERIFY2(ratio >= readable,
+                         qPrintable(QStringLiteral("%1 on %2: %3")
+                                        .arg(colour.name(), palette.color(background).name())
+                                        .arg(ratio)));
+            }
+        }
+        applyTheme(Theme::System);
+    }
+
+    void textOfTwiceTheSizeFitsTheScreen()
+    {
+        const QFont before = QApplication::font();
+        QFont large = before;
+        large.setPointSizeF(before.pointSizeF() * 2);
+        QApplication::setFont(large);
+        {
+            TestWindow test(makeDevices(1));
+            QVERIFY(test.waitForState(CameraState::Streaming));
+            const QSize needed = test.window.minimumSizeHint();
+            QVERIFY2(
+                needed.width() <= 1920 && needed.height() <= 1080,
+                qPrintable(QStringLiteral("%1 x %2").arg(needed.width()).arg(needed.height())));
+        }
+        QApplication::setFont(before);
+    }
+};
+
+QTEST_MAIN(WindowTest)
+#include "window_test.moc"
