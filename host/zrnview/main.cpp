@@ -99,7 +99,6 @@ int main(int argc, char** argv)
     const QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("zrnview"));
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
-    zrnview::applyTheme(themeOf(options.theme));
 
     zrnview::Bench bench([&options] { return makeFactory(options.plugin); },
                          [] { return zrnhost::camerasOnBus(QString()); });
@@ -107,6 +106,8 @@ int main(int argc, char** argv)
     windowOptions.camerasToShow = options.cameras;
     windowOptions.startStreams = !options.stopped;
     windowOptions.folder = folderOf(options);
+    windowOptions.theme = themeOf(options.theme);
+    zrnview::applyTheme(windowOptions.theme);
     int exitCode = EXIT_SUCCESS;
     {
         zrnview::MainWindow window(bench, windowOptions);

@@ -53,6 +53,17 @@ std::shared_ptr<ScriptedDevice> makeDevice(const char* serial)
     return std::make_shared<ScriptedDevice>(QString::fromLatin1(serial));
 }
 
+/// The next frame that is ready for the screen; null when none comes.
+std::shared_ptr<const Display> nextDisplay(FrameStation& station)
+{
+    std::shared_ptr<const Display> display;
+    const auto taken = [&] {
+        display = station.takeDisplay();
+        return display != nullptr;
+    };
+    return QTest::qWaitFor(taken, patience) ? display : nullptr;
+}
+
 int valueOf(const CameraDevice& device, Setting setting)
 {
     const SettingReading* reading = device.reading(setting);
@@ -111,8 +122,8 @@ private slots:
         CameraDevice& device = *test.bench.devices().front();
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
-        std::shared_ptr<const Display> display;
-        QTRY_VERIFY_WITH_TIMEOUT((display = device.station().takeDisplay()) != nullptr, patience);
+        const std::shared_ptr<const Display> display = nextDisplay(device.station());
+        QVERIFY(display);
         const zrnrecording::Frame& frame = *display->source.frame;
         QCOMPARE(static_cast<int>(frame.images.size()), 2);
         QCOMPARE(frame.images[0].data, scriptedImage(*scripted, frame.number, 'A'));
@@ -131,8 +142,8 @@ private slots:
         device.startStream();
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
-        std::shared_ptr<const Display> display;
-        QTRY_VERIFY_WITH_TIMEOUT((display = device.station().takeDisplay()) != nullptr, patience);
+        const std::shared_ptr<const Display> display = nextDisplay(device.station());
+        QVERIFY(display);
         QVERIFY(!display->a);
         QVERIFY(display->b);
     }
@@ -442,10 +453,10 @@ private slots:
         for (const int position : {17, 3}) {
             player.seek(position);
             std::shared_ptr<const Display> display;
-            QTRY_VERIFY_WITH_TIMEOUT((display = station.takeDisplay()) != nullptr &&
-                                         display->source.frame->number ==
-                                             static_cast<quint32>(position),
-                                     patience);
+            do {
+                display = nextDisplay(station);
+                QVERIFY(display);
+            } while (display->source.frame->number != static_cast<quint32>(position));
             QCOMPARE(display->source.frame->images[1].data,
                      scriptedImage(*scripted, static_cast<quint32>(position), 'B'));
         }

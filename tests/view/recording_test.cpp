@@ -182,9 +182,9 @@ TEST_F(RecordingTest, AnyDamagedByteIsNoticedOrHarmless)
 
 TEST_F(RecordingTest, RefusesWhatIsNoRecording)
 {
-    EXPECT_THROW(RecordingReader(writeBytes(QByteArray())), RecordingError);
-    EXPECT_THROW(RecordingReader(writeBytes(QByteArray(1000, 'x'))), RecordingError);
-    EXPECT_THROW(RecordingReader(pathOf("missing.zrnrec")), RecordingError);
+    EXPECT_THROW(RecordingReader{writeBytes({})}, RecordingError);
+    EXPECT_THROW(RecordingReader{writeBytes(QByteArray(1000, 'x'))}, RecordingError);
+    EXPECT_THROW(RecordingReader{pathOf("missing.zrnrec")}, RecordingError);
 }
 
 TEST_F(RecordingTest, KnowsWhatCanBeRecorded)

@@ -136,7 +136,7 @@ private slots:
               std::tuple(Setting::Gamma, "gamma", 129),
               std::tuple(Setting::Sharpness, "sharpness", 130),
               std::tuple(Setting::Hue, "hue", 126)}) {
-            ControlRow& row = live.window.controls()->row(setting);
+            ControlRow& row = live.window.side().controls()->row(setting);
             row.field().setValue(value);
             QTRY_COMPARE_WITH_TIMEOUT(controlOf(camera, control), value, patience);
             QTRY_COMPARE_WITH_TIMEOUT(row.readBack(),
@@ -150,7 +150,7 @@ private slots:
         LiveWindow live(1);
         QVERIFY(live.waitForStreams(1));
         live.panelOf(camera);
-        ControlRow& row = live.window.controls()->row(Setting::Exposure);
+        ControlRow& row = live.window.side().controls()->row(Setting::Exposure);
         camera.run("control-fault",
                    {{"action", "stall"}, {"request", "set-cur"}, {"target", "brightness"}});
         row.field().setValue(5000);
@@ -200,7 +200,7 @@ private slots:
         LiveWindow live(2);
         QVERIFY(live.waitForStreams(2));
         CameraPanel& panel = live.panelOf(camera);
-        live.window.controls()->row(Setting::Gain).field().setValue(60);
+        live.window.side().controls()->row(Setting::Gain).field().setValue(60);
         QTRY_COMPARE_WITH_TIMEOUT(controlOf(camera, "gain"), 60, patience);
         camera.run("unplug");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Lost, patience);
@@ -263,7 +263,7 @@ private slots:
             CameraPanel& panel = *live.window.panels().front();
             panel.frames().panes().setMode(static_cast<ViewMode>(mode));
             live.window.activate(panel);
-            live.window.controls()->row(Setting::RGain).field().setValue(150);
+            live.window.side().controls()->row(Setting::RGain).field().setValue(150);
             QTest::qWait(6000); // for the plots to have something to show
             if (unplug) {
                 CameraPanel& lost = live.panelOf(camera);
@@ -292,7 +292,7 @@ private slots:
         LiveWindow live(1);
         QVERIFY(live.waitForStreams(1));
         CameraPanel& panel = live.panelOf(camera);
-        live.window.tabs().setCurrentIndex(2);
+        live.window.side().setCurrentIndex(2);
         panel.recordButton().click();
         QTest::qWait(5000);
         saveScreenshot(live.window, "zrnview-recording");

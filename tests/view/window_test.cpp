@@ -62,7 +62,7 @@ public:
     }
 
     CameraPanel& panel(std::size_t index = 0) { return *window.panels().at(index); }
-    ControlRow& row(Setting setting) { return window.controls()->row(setting); }
+    ControlRow& row(Setting setting) { return window.side().controls()->row(setting); }
     QString folder() const { return m_folder.path(); }
 
 private:
@@ -203,7 +203,7 @@ private slots:
     {
         TestWindow test(makeDevices(1));
         QVERIFY(test.waitForState(CameraState::Streaming));
-        CarrierView& view = test.window.controls()->carrierView();
+        CarrierView& view = test.window.side().controls()->carrierView();
         QVERIFY(view.sentence().isEmpty());
         type(test.row(Setting::RGain).field(), 44);
         QTRY_COMPARE_WITH_TIMEOUT(test.row(Setting::Gamma).readBack(), QStringLiteral("= 44"),
@@ -221,7 +221,7 @@ private slots:
         const Devices devices = makeDevices(1);
         TestWindow test(devices);
         QVERIFY(test.waitForState(CameraState::Streaming));
-        QPushButton& reset = test.window.controls()->resetButton();
+        QPushButton& reset = test.window.side().controls()->resetButton();
         QTest::mouseClick(&reset, Qt::LeftButton);
         answerQuestion(QMessageBox::Cancel);
         QTest::qWait(100);
@@ -236,8 +236,8 @@ private slots:
     {
         TestWindow test(makeDevices(1), false);
         QVERIFY(test.waitForState(CameraState::Idle));
-        StreamPanel& stream = *test.window.streamControls();
-        test.window.tabs().setCurrentIndex(1);
+        StreamPanel& stream = *test.window.side().stream();
+        test.window.side().setCurrentIndex(1);
         CameraDevice& device = test.panel().device();
         const auto value = [&device](Setting setting) {
             const SettingReading* reading = device.reading(setting);
@@ -269,8 +269,8 @@ private slots:
         const Devices devices = makeDevices(1);
         TestWindow test(devices);
         QVERIFY(test.waitForState(CameraState::Streaming));
-        test.window.tabs().setCurrentIndex(2);
-        QAbstractItemModel& model = *test.window.properties()->model();
+        test.window.side().setCurrentIndex(2);
+        QAbstractItemModel& model = *test.window.side().properties()->model();
         const auto cell = [&model](const char* key, int column) {
             for (int row = 0; row < model.rowCount(); ++row) {
                 if (model.index(row, PropertyModel::Key).data().toString() == QLatin1String(key)) {
@@ -550,7 +550,7 @@ private slots:
         QVERIFY(reached.contains(&test.panel().streamButton()));
         QVERIFY(reached.contains(&test.panel().recordButton()));
         QVERIFY(reached.contains(&test.panel().snapshotButton()));
-        QVERIFY(reached.contains(&test.window.controls()->resetButton()));
+        QVERIFY(reached.contains(&test.window.side().controls()->resetButton()));
         QVERIFY(reached.contains(&test.window.cameraList().list()));
     }
 

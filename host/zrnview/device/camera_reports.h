@@ -69,7 +69,7 @@ enum class CameraState {
 /// How a camera is doing; sent several times a second.
 struct CameraHealth {
     CameraState state = CameraState::Absent;
-    bool answersControls = true; ///< whether the last liveness probe was answered
+    bool answersControls = true; ///< whether the last liveness probes were answered
     double driverRate = 0;       ///< frames per second, as the driver measures
     double silentSeconds = 0;    ///< time without a frame, where state is Silent
     GrabCounters counters;

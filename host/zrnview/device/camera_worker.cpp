@@ -16,6 +16,9 @@ constexpr auto watchPeriod = 250ms;
 constexpr auto propertyPeriod = 1s;
 /// Without a frame for this long, or twice the exposure if that is longer, a stream is silent.
 constexpr double patienceSeconds = 1.5;
+/// Unanswered probes in a row, while frames arrive, that make a camera deaf. The first may be that
+/// of a camera which was just unplugged and whose last frames came after the probe before.
+constexpr int deafProbes = 2;
 
 } // namespace
 
@@ -221,10 +224,13 @@ void CameraWorker::watch()
     if (!m_camera) {
         return;
     }
-    m_health.answersControls = probe();
+    const bool answers = probe();
+    m_unansweredProbes = answers ? 0 : m_unansweredProbes + 1;
     m_health.counters = m_loop.counters();
     const CameraState before = m_health.state;
-    m_health.state = stateNow(m_health.answersControls);
+    m_health.state = stateNow(answers);
+    m_health.answersControls =
+        m_health.state != CameraState::Lost && m_unansweredProbes < deafProbes;
     m_health.code = m_health.counters.lastFailure;
     m_framesAtLastWatch = m_health.counters.frames;
     const std::chrono::duration<double> quiet = Clock::now() - m_health.counters.lastFrame;

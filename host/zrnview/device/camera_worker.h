@@ -73,6 +73,7 @@ private:
     CameraHealth m_health;
     double m_exposureSeconds = 0;
     quint64 m_framesAtLastWatch = 0;
+    int m_unansweredProbes = 0; // in a row
     bool m_isStreaming = false;
     std::shared_ptr<zrnrecording::Recorder> m_recorder;
     qint64 m_orderBeforeRecording = 0;

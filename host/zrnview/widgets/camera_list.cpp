@@ -48,6 +48,33 @@ QString stateText(const CameraDevice& device)
     return {};
 }
 
+QString adviceOf(const Bench& bench)
+{
+    switch (bench.state()) {
+    case Bench::State::Loading:
+        return CameraList::tr("Loading the driver…");
+    case Bench::State::Failed:
+        return bench.description();
+    case Bench::State::Searching:
+        return CameraList::tr("Searching…");
+    case Bench::State::Ready:
+        break;
+    }
+    if (!bench.bus().blocked.isEmpty()) {
+        return CameraList::tr("This user may not open %1: put the line %2 into %3, run 'udevadm "
+                              "control --reload' and replug the camera.")
+            .arg(bench.bus().blocked.join(QStringLiteral(", ")), QLatin1String(zrnhost::udevRule),
+                 QLatin1String(zrnhost::udevRulePath));
+    }
+    if (bench.hasNewCamera()) {
+        return CameraList::tr("A camera was plugged in. Search again to use it.");
+    }
+    return bench.devices().empty()
+               ? CameraList::tr("No camera found. Check its cable and supply: it appears here as "
+                                "soon as it is on the bus.")
+               : QString();
+}
+
 CameraList::CameraList(Bench& bench, QWidget* parent)
     : QWidget(parent)
     , m_bench(bench)
@@ -109,29 +136,7 @@ void CameraList::updateEntry(const CameraDevice& device)
 void CameraList::updateSearch()
 {
     m_search->setEnabled(m_bench.state() == Bench::State::Ready && !m_bench.isRecording());
-    QString text;
-    switch (m_bench.state()) {
-    case Bench::State::Loading:
-        text = tr("Loading the driver…");
-        break;
-    case Bench::State::Failed:
-        text = m_bench.description();
-        break;
-    case Bench::State::Searching:
-        text = tr("Searching…");
-        break;
-    case Bench::State::Ready:
-        text =
-            !m_bench.bus().blocked.isEmpty()
-                ? tr("This user may not open %1: put the line %2 into %3, run 'udevadm control "
-                     "--reload' and replug the camera.")
-                      .arg(m_bench.bus().blocked.join(QStringLiteral(", ")),
-                           QLatin1String(zrnhost::udevRule), QLatin1String(zrnhost::udevRulePath))
-            : m_bench.hasNewCamera()    ? tr("A camera was plugged in. Search again to use it.")
-            : m_bench.devices().empty() ? tr("No camera found. Check cable and supply.")
-                                        : QString();
-        break;
-    }
+    const QString text = adviceOf(m_bench);
     m_status->setText(text);
     m_status->setVisible(!text.isEmpty());
 }

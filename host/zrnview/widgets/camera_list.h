@@ -40,6 +40,9 @@ private:
     QPushButton* m_search;
 };
 
+/// What the search for cameras is doing or what it asks the user to do; empty when all is well.
+QString adviceOf(const Bench& bench);
+
 /// One or two words on how a camera is doing.
 QString stateText(const CameraDevice& device);
 

@@ -23,7 +23,7 @@ CameraPanel::CameraPanel(CameraDevice& device, QWidget* parent)
     , m_device(device)
     , m_dot(new QLabel(QStringLiteral("●"), this))
     , m_title(new QLabel(this))
-    , m_state(new QLabel(this))
+    , m_state(new ElidedLabel(this))
     , m_streamButton(new QToolButton(this))
     , m_snapshotButton(new QToolButton(this))
     , m_recordButton(new QToolButton(this))
@@ -74,8 +74,7 @@ QWidget* CameraPanel::makeHeader()
     m_title->setText(m_device.serial());
     layout->addWidget(m_dot);
     layout->addWidget(m_title);
-    layout->addWidget(m_state);
-    layout->addStretch(1);
+    layout->addWidget(m_state, 1);
     m_streamButton->setToolTip(tr("Starts or stops the stream (Ctrl+Space)"));
     m_snapshotButton->setText(tr("Snapshot"));
     m_snapshotButton->setToolTip(tr("Saves the images that are shown as PNG files (Ctrl+S)"));

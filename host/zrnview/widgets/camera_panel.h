@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/elided_label.h"
 #include "zrnview/widgets/frame_panel.h"
 #include "zrnview/widgets/notice_bar.h"
 #include "zrnview/widgets/record_strip.h"
@@ -50,7 +51,7 @@ private:
     CameraDevice& m_device;
     QLabel* m_dot;
     QLabel* m_title;
-    QLabel* m_state;
+    ElidedLabel* m_state;
     QToolButton* m_streamButton;
     QToolButton* m_snapshotButton;
     QToolButton* m_recordButton;

@@ -51,6 +51,10 @@ ControlRow::ControlRow(Setting setting, QGridLayout& grid, QWidget* parent)
     m_field->setAccessibleName(m_label->text());
     m_field->setKeyboardTracking(false);
     m_field->setGroupSeparatorShown(true);
+    // Rows of different groups stand in one line.
+    m_label->setMinimumWidth(m_label->fontMetrics().horizontalAdvance(tr("Sharpness ")));
+    m_field->setMinimumWidth(m_field->fontMetrics().horizontalAdvance(tr("000,000 µs")) +
+                             m_field->fontMetrics().averageCharWidth() * 4);
     if (*m_info.unit) {
         m_field->setSuffix(QLatin1Char(' ') + QString::fromUtf8(m_info.unit));
     }

@@ -31,8 +31,8 @@ FramePanel::FramePanel(FrameStation& station, QWidget* parent)
     m_missing->setToolTip(
         tr("Frame numbers that were skipped: lost on the way, or left out because "
            "the newest frame is taken first"));
-    m_latency->setToolTip(tr("Blue: how long a grab waits for a frame and unpacks it. "
-                             "Orange: from there until the frame is on the screen."));
+    m_latency->setToolTip(tr("Blue: from a frame's arrival here until it is on the screen. "
+                             "Orange: how long the grab waited for it and unpacked it."));
 
     auto* plots = new QHBoxLayout;
     for (RunningPlot* plot : {m_number, m_rate, m_missing, m_latency}) {
@@ -93,7 +93,7 @@ void FramePanel::plot(const std::vector<FrameSample>& samples)
         m_rate->add(0, sample.seconds, sample.rate);
         m_missing->add(0, sample.seconds, sample.missing);
         if (sample.waitMilliseconds > 0) {
-            m_latency->add(0, sample.seconds, sample.waitMilliseconds);
+            m_latency->add(1, sample.seconds, sample.waitMilliseconds);
         }
     }
     const Clock::time_point now = Clock::now();
@@ -107,16 +107,15 @@ void FramePanel::plot(const std::vector<FrameSample>& samples)
     m_missing->setHeadline(QString::number(m_missingFrames), m_missingFrames > 0
                                                                  ? RunningPlot::Tone::Attention
                                                                  : RunningPlot::Tone::Normal);
-    if (newest.waitMilliseconds > 0) {
-        m_latency->setHeadline(tr("%1 ms").arg(newest.waitMilliseconds, 0, 'f', 1));
-    }
+    m_latency->setHeadline(tr("%1 ms").arg(m_latencyMilliseconds, 0, 'f', 0));
 }
 
 void FramePanel::plotLatency()
 {
     const std::chrono::duration<double, std::milli> delay =
         Clock::now() - m_display->source.handedOver;
-    m_latency->add(1, m_display->source.seconds, delay.count());
+    m_latency->add(0, m_display->source.seconds, delay.count());
+    m_latencyMilliseconds = delay.count();
 }
 
 } // namespace zrnview

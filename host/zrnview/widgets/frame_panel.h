@@ -49,6 +49,7 @@ private:
     std::shared_ptr<const Display> m_display;
     quint64 m_frames = 0;
     quint64 m_missingFrames = 0;
+    double m_latencyMilliseconds = 0; // of the frame on the screen
     Clock::time_point m_lastHeadlines;
 };
 

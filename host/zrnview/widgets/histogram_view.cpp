@@ -92,10 +92,10 @@ void HistogramView::paintEvent(QPaintEvent*)
                      tr("mean %1").arg(m_histogram.mean(), 0, 'f', 1));
     const double dark = m_histogram.darkShare();
     const double bright = m_histogram.brightShare();
-    painter.setPen(bright >= notableShare ? colours.bright : colours.dimText);
+    painter.setPen(bright >= notableShare ? colours.fault : colours.dimText);
     const QString brightText = tr("255: %1").arg(percent(bright));
     painter.drawText(head, Qt::AlignRight | Qt::AlignVCenter, brightText);
-    painter.setPen(dark >= notableShare ? colours.dark : colours.dimText);
+    painter.setPen(dark >= notableShare ? colours.imageA : colours.dimText);
     painter.drawText(
         head.adjusted(0, 0, -metrics.horizontalAdvance(brightText) - 2 * metrics.averageCharWidth(),
                       0),

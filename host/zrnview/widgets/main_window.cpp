@@ -2,23 +2,15 @@
 
 #include "common/result_codes.h"
 
-#include <QActionGroup>
-#include <QApplication>
 #include <QCloseEvent>
 #include <QDir>
 #include <QDockWidget>
 #include <QFileDialog>
 #include <QGridLayout>
-#include <QMenuBar>
 #include <QMessageBox>
-#include <QScrollArea>
-#include <QSplitter>
-#include <QStackedWidget>
 #include <QStatusBar>
-#include <QTabWidget>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 namespace zrnview
@@ -26,9 +18,6 @@ namespace zrnview
 namespace
 {
 
-constexpr double textStep = 1.15;
-constexpr double smallestPoints = 6;
-constexpr double largestPoints = 32;
 constexpr int statusMilliseconds = 8000;
 
 } // namespace
@@ -40,11 +29,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     , m_grid(new QGridLayout(m_area))
     , m_empty(new QLabel(m_area))
     , m_cameraList(new CameraList(bench, this))
-    , m_tabs(new QTabWidget(this))
-    , m_controlsArea(new QScrollArea(this))
-    , m_streamArea(new QScrollArea(this))
-    , m_propertyArea(new QStackedWidget(this))
-    , m_events(new EventLog(this))
+    , m_side(new SidePanel(this))
 {
     setWindowTitle(tr("zrnview"));
     setCentralWidget(m_area);
@@ -52,8 +37,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     m_grid->setSpacing(4);
     m_empty->setAlignment(Qt::AlignCenter);
     m_empty->setWordWrap(true);
-    m_empty->setText(tr("Tick a camera in the list to see its images,\nor open a recording with "
-                        "Ctrl+O."));
+    updateEmpty();
     buildSide();
     buildMenus();
     arrange();
@@ -61,7 +45,9 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
 
     connect(&m_bench, &Bench::deviceAdded, this,
             [this](CameraDevice* device) { welcome(*device); });
+    connect(&m_bench, &Bench::busChanged, this, &MainWindow::updateEmpty);
     connect(&m_bench, &Bench::stateChanged, this, [this] {
+        updateEmpty();
         if (m_bench.state() == Bench::State::Failed) {
             note(EventLog::Tone::Fault, m_bench.description());
         }
@@ -77,7 +63,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
             }
         }
     });
-    connect(m_events, &EventLog::added, this,
+    connect(&events(), &EventLog::added, this,
             [this](const QString& text) { statusBar()->showMessage(text, statusMilliseconds); });
     connect(&m_snapshots, &Snapshots::written, this, [this](const QStringList& paths) {
         note(EventLog::Tone::Information, tr("Saved %1").arg(paths.join(QStringLiteral(", "))));
@@ -85,36 +71,11 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     connect(&m_snapshots, &Snapshots::failed, this, [this](const QString& why) {
         note(EventLog::Tone::Fault, tr("The snapshot was not saved: %1").arg(why));
     });
-    relayDriverMessages(*m_events);
-}
-
-ControlsPanel* MainWindow::controls() const
-{
-    return qobject_cast<ControlsPanel*>(m_controlsArea->widget());
-}
-
-StreamPanel* MainWindow::streamControls() const
-{
-    return qobject_cast<StreamPanel*>(m_streamArea->widget());
-}
-
-PropertyTable* MainWindow::properties() const
-{
-    return qobject_cast<PropertyTable*>(m_propertyArea->currentWidget());
+    relayDriverMessages(events());
 }
 
 void MainWindow::buildSide()
 {
-    for (QScrollArea* area : {m_controlsArea, m_streamArea}) {
-        area->setWidgetResizable(true);
-        area->setFrameShape(QFrame::NoFrame);
-        area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    }
-    m_tabs->addTab(m_controlsArea, tr("C&ontrols"));
-    m_tabs->addTab(m_streamArea, tr("Strea&m"));
-    m_tabs->addTab(m_propertyArea, tr("&Properties"));
-    m_tabs->addTab(m_events, tr("&Events"));
-
     const auto addDock = [this](const QString& title, const char* name, QWidget* content) {
         auto* dock = new QDockWidget(title, this);
         dock->setObjectName(QLatin1String(name));
@@ -124,107 +85,20 @@ void MainWindow::buildSide()
         return dock;
     };
     QDockWidget* cameras = addDock(tr("Cameras"), "cameras", m_cameraList);
-    QDockWidget* adjust = addDock(tr("Camera"), "adjust", m_tabs);
+    m_adjust = addDock(tr("No camera chosen"), "adjust", m_side);
     const int line = fontMetrics().height();
-    resizeDocks({cameras, adjust}, {line * 9, line * 40}, Qt::Vertical);
-    resizeDocks({adjust}, {fontMetrics().averageCharWidth() * 66}, Qt::Horizontal);
+    resizeDocks({cameras, m_adjust}, {line * 9, line * 40}, Qt::Vertical);
+    resizeDocks({m_adjust}, {fontMetrics().averageCharWidth() * 60}, Qt::Horizontal);
 }
 
-void MainWindow::buildMenus()
+void MainWindow::updateEmpty()
 {
-    buildFileMenu();
-    buildCameraMenu();
-    buildViewMenu();
-    QMenu* help = menuBar()->addMenu(tr("&Help"));
-    help->addAction(tr("&About zrnview"), this, [this] {
-        QMessageBox::about(this, tr("About zrnview"),
-                           tr("<b>zrnview</b> shows and adjusts ZRN USB cameras.<br>%1")
-                               .arg(m_bench.description().toHtmlEscaped()));
-    });
-}
-
-void MainWindow::buildFileMenu()
-{
-    QMenu* menu = menuBar()->addMenu(tr("&File"));
-    menu->addAction(tr("&Open recording…"), this, &MainWindow::chooseRecording, QKeySequence::Open);
-    menu->addAction(tr("&Folder for pictures and recordings…"), this, &MainWindow::chooseFolder);
-    menu->addSeparator();
-    menu->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
-}
-
-void MainWindow::buildCameraMenu()
-{
-    QMenu* menu = menuBar()->addMenu(tr("&Camera"));
-    menu->addAction(tr("Search &again"), &m_bench, &Bench::search, Qt::Key_F5);
-    menu->addSeparator();
-    menu->addAction(tr("Start or stop the &stream, play or pause"), this, &MainWindow::toggleStream,
-                    tr("Ctrl+Space"));
-    menu->addAction(tr("S&napshot"), this, &MainWindow::takeSnapshot, QKeySequence::Save);
-    menu->addAction(tr("Start or stop &recording"), this, &MainWindow::toggleRecording,
-                    tr("Ctrl+R"));
-}
-
-void MainWindow::buildViewMenu()
-{
-    QMenu* menu = menuBar()->addMenu(tr("&View"));
-    const auto addMode = [this, menu](const QString& text, const QString& key, ViewMode mode) {
-        menu->addAction(
-            text, this,
-            [this, mode] {
-                if (FramePanel* frames = activeFrames()) {
-                    frames->panes().setMode(mode);
-                }
-            },
-            key);
-    };
-    addMode(tr("Image &A"), tr("Ctrl+1"), ViewMode::A);
-    addMode(tr("Image &B"), tr("Ctrl+2"), ViewMode::B);
-    addMode(tr("&Side by side"), tr("Ctrl+3"), ViewMode::SideBySide);
-    addMode(tr("&Difference"), tr("Ctrl+4"), ViewMode::Difference);
-    addMode(tr("B&link"), tr("Ctrl+5"), ViewMode::Blink);
-    QAction* marks = menu->addAction(tr("Mark &clipped pixels"));
-    marks->setShortcut(tr("Ctrl+M"));
-    marks->setCheckable(true);
-    connect(marks, &QAction::toggled, this, [this](bool on) {
-        if (FramePanel* frames = activeFrames()) {
-            frames->panes().setMarkClipped(on);
-        }
-    });
-    menu->addSeparator();
-    menu->addAction(
-        tr("&Next camera"), this,
-        [this] {
-            const auto found = std::find(m_panels.begin(), m_panels.end(), m_active);
-            if (found != m_panels.end()) {
-                activate(
-                    **(std::next(found) == m_panels.end() ? m_panels.begin() : std::next(found)));
-            }
-        },
-        tr("Ctrl+Tab"));
-    menu->addSeparator();
-
-    auto* themes = new QActionGroup(this);
-    const auto addTheme = [menu, themes](const QString& text, Theme theme) {
-        QAction* action = menu->addAction(text, [theme] { applyTheme(theme); });
-        action->setCheckable(true);
-        themes->addAction(action);
-        return action;
-    };
-    addTheme(tr("Colours of the s&ystem"), Theme::System)->setChecked(true);
-    addTheme(tr("Ligh&t"), Theme::Light);
-    addTheme(tr("Dar&k"), Theme::Dark);
-    menu->addSeparator();
-    menu->addAction(
-        tr("La&rger text"), this, [this] { scaleText(textStep); }, QKeySequence::ZoomIn);
-    menu->addAction(
-        tr("S&maller text"), this, [this] { scaleText(1 / textStep); }, QKeySequence::ZoomOut);
-}
-
-void MainWindow::scaleText(double factor)
-{
-    QFont font = QApplication::font();
-    font.setPointSizeF(std::clamp(font.pointSizeF() * factor, smallestPoints, largestPoints));
-    QApplication::setFont(font);
+    const QString advice = adviceOf(m_bench);
+    const QString text =
+        advice.isEmpty()
+            ? tr("Tick a camera in the list to see its images, or open a recording with Ctrl+O.")
+            : advice;
+    m_empty->setText(QStringLiteral("<big>%1</big>").arg(text.toHtmlEscaped()));
 }
 
 void MainWindow::welcome(CameraDevice& device)
@@ -357,18 +231,18 @@ void MainWindow::activate(QWidget& panel)
     showControlsOf(&m_active->device());
 }
 
+void MainWindow::activateNext()
+{
+    const auto found = std::find(m_panels.begin(), m_panels.end(), m_active);
+    if (found != m_panels.end()) {
+        activate(**(std::next(found) == m_panels.end() ? m_panels.begin() : std::next(found)));
+    }
+}
+
 void MainWindow::showControlsOf(CameraDevice* device)
 {
-    delete m_propertyArea->currentWidget();
-    delete m_controlsArea->takeWidget();
-    delete m_streamArea->takeWidget();
-    auto* dock = findChild<QDockWidget*>(QStringLiteral("adjust"));
-    dock->setWindowTitle(device ? device->serial() : tr("No camera chosen"));
-    if (device) {
-        m_controlsArea->setWidget(new ControlsPanel(*device));
-        m_streamArea->setWidget(new StreamPanel(*device));
-        m_propertyArea->addWidget(new PropertyTable(*device));
-    }
+    m_side->showDevice(device);
+    m_adjust->setWindowTitle(device ? device->serial() : tr("No camera chosen"));
 }
 
 void MainWindow::arrange()
@@ -384,6 +258,9 @@ void MainWindow::arrange()
         return;
     }
     const int columns = static_cast<int>(std::ceil(std::sqrt(shown.size())));
+    for (int column = 0; column < m_grid->columnCount(); ++column) {
+        m_grid->setColumnStretch(column, column < columns ? 1 : 0);
+    }
     for (int i = 0; i < static_cast<int>(shown.size()); ++i) {
         m_grid->addWidget(shown[static_cast<std::size_t>(i)], i / columns, i % columns);
         shown[static_cast<std::size_t>(i)]->show();
@@ -455,7 +332,7 @@ void MainWindow::chooseFolder()
 
 void MainWindow::note(EventLog::Tone tone, const QString& text)
 {
-    m_events->add(tone, text);
+    events().add(tone, text);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

@@ -3,20 +3,15 @@
 #include "zrnview/device/bench.h"
 #include "zrnview/widgets/camera_list.h"
 #include "zrnview/widgets/camera_panel.h"
-#include "zrnview/widgets/controls_panel.h"
-#include "zrnview/widgets/event_log.h"
 #include "zrnview/widgets/playback_panel.h"
-#include "zrnview/widgets/property_table.h"
+#include "zrnview/widgets/side_panel.h"
 #include "zrnview/widgets/snapshot.h"
-#include "zrnview/widgets/stream_panel.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QMainWindow>
 
+class QDockWidget;
 class QGridLayout;
-class QScrollArea;
-class QStackedWidget;
-class QTabWidget;
 
 namespace zrnview
 {
@@ -25,7 +20,8 @@ namespace zrnview
 struct WindowOptions {
     int camerasToShow = 1; ///< of those that the first search finds
     bool startStreams = true;
-    QString folder; ///< where pictures and recordings go
+    QString folder;              ///< where pictures and recordings go
+    Theme theme = Theme::System; ///< that was applied
 };
 
 /// The viewer's window: cameras and recordings side by side, the controls of the active one beside
@@ -41,12 +37,9 @@ public:
     const std::vector<CameraPanel*>& panels() const { return m_panels; }
     const std::vector<PlaybackPanel*>& recordings() const { return m_recordings; }
     CameraPanel* activePanel() const { return m_active; }
-    ControlsPanel* controls() const;
-    StreamPanel* streamControls() const;
-    PropertyTable* properties() const;
     CameraList& cameraList() { return *m_cameraList; }
-    EventLog& events() { return *m_events; }
-    QTabWidget& tabs() { return *m_tabs; }
+    SidePanel& side() { return *m_side; }
+    EventLog& events() { return m_side->events(); }
 
     CameraPanel& showCamera(CameraDevice& device);
     void hideCamera(CameraDevice& device);
@@ -65,7 +58,9 @@ private:
     void buildViewMenu();
     void buildSide();
     void arrange();
+    void updateEmpty();
     void welcome(CameraDevice& device);
+    void activateNext();
     void showControlsOf(CameraDevice* device);
     FramePanel* activeFrames() const;
     void takeSnapshot();
@@ -88,11 +83,8 @@ private:
     QGridLayout* m_grid;
     QLabel* m_empty;
     CameraList* m_cameraList;
-    QTabWidget* m_tabs;
-    QScrollArea* m_controlsArea;
-    QScrollArea* m_streamArea;
-    QStackedWidget* m_propertyArea;
-    EventLog* m_events;
+    SidePanel* m_side;
+    QDockWidget* m_adjust = nullptr; // holds the side panel, named after its camera
 };
 
 } // namespace zrnview

@@ -3,12 +3,12 @@
 #include "zrnview/widgets/theme.h"
 
 #include <QActionGroup>
-#include <QHBoxLayout>
 #include <QMenu>
 #include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <array>
 
 namespace zrnview
@@ -19,6 +19,8 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr auto blinkPeriod = 500ms;
+/// Gain in size that makes up for leaving the usual order, side by side.
+constexpr double worthTurning = 1.1;
 constexpr std::array amplifications = {1, 2, 4, 8, 16};
 
 struct ModeRow {
@@ -30,10 +32,16 @@ struct ModeRow {
 constexpr std::array modes = {
     ModeRow{ViewMode::A, "A", "Image A alone (Ctrl+1)"},
     ModeRow{ViewMode::B, "B", "Image B alone (Ctrl+2)"},
-    ModeRow{ViewMode::SideBySide, "A | B", "Both images side by side (Ctrl+3)"},
+    ModeRow{ViewMode::SideBySide, "A | B",
+            "Both images, beside or above each other as they are larger (Ctrl+3)"},
     ModeRow{ViewMode::Difference, "A − B", "Distance of each pixel of A and B (Ctrl+4)"},
     ModeRow{ViewMode::Blink, "Blink", "A and B in turn in the same place (Ctrl+5)"},
 };
+
+double fittedScale(QSizeF image, QSizeF view)
+{
+    return std::min(view.width() / image.width(), view.height() / image.height());
+}
 
 QString valueText(const std::optional<Picture>& picture, QPoint pixel)
 {
@@ -51,19 +59,19 @@ PaneArea::PaneArea(QWidget* parent)
     , m_modeActions(new QActionGroup(this))
     , m_pixel(new QLabel(this))
     , m_zoom(new QLabel(this))
+    , m_views(new QBoxLayout(QBoxLayout::LeftToRight))
     , m_left(new ImageView(this))
     , m_right(new ImageView(this))
 {
     buildTools();
-    auto* views = new QHBoxLayout;
-    views->setSpacing(2);
-    views->addWidget(m_left);
-    views->addWidget(m_right);
+    m_views->setSpacing(2);
+    m_views->addWidget(m_left, 1);
+    m_views->addWidget(m_right, 1);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     layout->addWidget(m_tools);
-    layout->addLayout(views, 1);
+    layout->addLayout(m_views, 1);
 
     connectView(*m_left, *m_right);
     connectView(*m_right, *m_left);
@@ -139,6 +147,7 @@ void PaneArea::show(const std::shared_ptr<const Display>& display)
 {
     m_display = display;
     arrange();
+    chooseDirection();
     showPixel();
     showZoom();
 }
@@ -206,6 +215,26 @@ void PaneArea::arrange()
     }
     m_right->setCaption(QStringLiteral("B"), QColor(0xff, 0xb0, 0x4d));
     assign(*m_right, b);
+}
+
+void PaneArea::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    chooseDirection();
+}
+
+void PaneArea::chooseDirection()
+{
+    const Picture* picture = m_display ? m_display->any() : nullptr;
+    if (!picture) {
+        return;
+    }
+    const QSizeF image = picture->pyramid.size();
+    const QSizeF area = m_views->geometry().size();
+    const double beside = fittedScale(image, {area.width() / 2, area.height()});
+    const double above = fittedScale(image, {area.width(), area.height() / 2});
+    m_views->setDirection(above > beside * worthTurning ? QBoxLayout::TopToBottom
+                                                        : QBoxLayout::LeftToRight);
 }
 
 void PaneArea::assign(ImageView& view, const std::optional<Picture>& picture)

@@ -2,6 +2,8 @@
 
 #include "zrnview/widgets/image_view.h"
 
+#include <QAction>
+#include <QBoxLayout>
 #include <QLabel>
 #include <QTimer>
 
@@ -27,17 +29,24 @@ public:
     ViewMode mode() const { return m_mode; }
     void setMode(ViewMode mode);
     void setMarkClipped(bool mark);
+    bool marksClipped() const { return m_markAction->isChecked(); }
     /// Factor of the difference that is wanted at present; 0 when it is not shown.
     int amplification() const;
     void setAmplification(int factor);
     ImageView& view(int index) { return *(index == 0 ? m_left : m_right); }
+    /// Whether B stands below A, because both are shown larger so.
+    bool isStacked() const { return m_views->direction() == QBoxLayout::TopToBottom; }
 
 signals:
     void amplificationChanged(int factor);
     void activated();
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
     void buildTools();
+    void chooseDirection();
     void connectView(ImageView& view, ImageView& other);
     void arrange();
     void showZoom();
@@ -50,6 +59,7 @@ private:
     QAction* m_amplifyAction;
     QLabel* m_pixel;
     QLabel* m_zoom;
+    QBoxLayout* m_views;
     ImageView* m_left;
     ImageView* m_right;
     QTimer m_blink;

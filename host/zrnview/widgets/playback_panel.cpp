@@ -23,8 +23,8 @@ constexpr double ordinarySpeed = 1;
 PlaybackPanel::PlaybackPanel(const QString& path, QWidget* parent)
     : QFrame(parent)
     , m_player(new Player(m_station))
-    , m_title(new QLabel(QFileInfo(path).fileName(), this))
-    , m_about(new QLabel(this))
+    , m_title(new ElidedLabel(QFileInfo(path).fileName(), this))
+    , m_about(new ElidedLabel(this))
     , m_position(new QLabel(this))
     , m_play(new QToolButton(this))
     , m_verify(new QToolButton(this))
@@ -72,9 +72,8 @@ QWidget* PlaybackPanel::makeHeader()
     auto* close = new QToolButton(header);
     close->setText(QStringLiteral("✕"));
     close->setToolTip(tr("Close the recording"));
-    layout->addWidget(m_title);
-    layout->addWidget(m_about);
-    layout->addStretch(1);
+    layout->addWidget(m_title, 1);
+    layout->addWidget(m_about, 1);
     for (QToolButton* button : {m_verify, snapshot, close}) {
         button->setFocusPolicy(Qt::StrongFocus);
         layout->addWidget(button);
@@ -164,8 +163,7 @@ void PlaybackPanel::showInfo(const RecordingInfo& info)
     m_info = info;
     const QSignalBlocker blocker(m_slider);
     m_slider->setRange(0, std::max(info.frames - 1, 0));
-    m_about->setText(tr("%1 · %2 frames · %3 s · %4")
-                         .arg(info.metadata[QLatin1String("serial")].toString())
+    m_about->setText(tr("%1 frames · %2 s · %3")
                          .arg(info.frames)
                          .arg(info.seconds, 0, 'f', 1)
                          .arg(byteText(static_cast<double>(info.bytes))));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zrnview/device/player.h"
+#include "zrnview/widgets/elided_label.h"
 #include "zrnview/widgets/frame_panel.h"
 #include "zrnview/widgets/notice_bar.h"
 
@@ -51,8 +52,8 @@ private:
     Player* m_player; // lives in m_thread, deleted when it ends
     RecordingInfo m_info;
     bool m_playing = false;
-    QLabel* m_title;
-    QLabel* m_about;
+    ElidedLabel* m_title;
+    ElidedLabel* m_about;
     QLabel* m_position;
     QToolButton* m_play;
     QToolButton* m_verify;

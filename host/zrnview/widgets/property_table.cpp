@@ -6,14 +6,40 @@
 
 #include <QApplication>
 #include <QHeaderView>
+#include <QLocale>
 
 #include <array>
 
 namespace zrnview
 {
-
 namespace
 {
+
+constexpr int answerCharacters = 12;
+constexpr int shownDecimals = 2;
+
+/// A value as it reads best; the tool tip holds it in full.
+QString briefly(const QVariant& value)
+{
+    if (value.userType() == QMetaType::Double || value.userType() == QMetaType::Float) {
+        return QLocale().toString(value.toDouble(), 'f', shownDecimals);
+    }
+    if (value.userType() != QMetaType::QVariantMap) {
+        return zrnhost::toText(value);
+    }
+    QStringList parts;
+    const QVariantMap entries = value.toMap();
+    for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
+        parts += QStringLiteral("%1 %2").arg(entry.key(), briefly(entry.value()));
+    }
+    return parts.join(QStringLiteral(", "));
+}
+
+bool isWritable(const PropertyReading& reading)
+{
+    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
+    return info && info->writable;
+}
 
 QString tipFor(const PropertyReading& reading)
 {
@@ -25,7 +51,9 @@ QString tipFor(const PropertyReading& reading)
     if (info && !zrnhost::rangeText(*info).isEmpty()) {
         tip += PropertyModel::tr("\nRange: %1").arg(zrnhost::rangeText(*info));
     }
-    if (reading.code != ErrorCode::Success) {
+    if (reading.code == ErrorCode::Success) {
+        tip += QLatin1Char('\n') + zrnhost::toText(reading.value);
+    } else {
         tip += QLatin1Char('\n') + zrnhost::describeResult(reading.code);
     }
     return tip;
@@ -72,7 +100,7 @@ QVariant PropertyModel::data(const QModelIndex& index, int role) const
             return QString::fromLatin1(reading.key);
         }
         if (index.column() == Value) {
-            return readable ? zrnhost::toText(reading.value) : QStringLiteral("–");
+            return readable ? briefly(reading.value) : QStringLiteral("–");
         }
         return readable ? tr("ok") : zrnhost::describeResult(reading.code);
     case Qt::EditRole:
@@ -80,8 +108,11 @@ QVariant PropertyModel::data(const QModelIndex& index, int role) const
     case Qt::ToolTipRole:
         return tipFor(reading);
     case Qt::ForegroundRole:
-        return index.column() == Answer && !readable
-                   ? QVariant(coloursFor(QApplication::palette()).attention)
+        if (index.column() == Answer && !readable) {
+            return coloursFor(QApplication::palette()).attention;
+        }
+        return index.column() == Value && !isWritable(reading)
+                   ? QVariant(coloursFor(QApplication::palette()).dimText)
                    : QVariant();
     default:
         return {};
@@ -101,8 +132,7 @@ Qt::ItemFlags PropertyModel::flags(const QModelIndex& index) const
 {
     const Qt::ItemFlags flags = QAbstractTableModel::flags(index);
     const PropertyReading& reading = m_readings[static_cast<std::size_t>(index.row())];
-    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
-    return index.column() == Value && info && info->writable ? flags | Qt::ItemIsEditable : flags;
+    return index.column() == Value && isWritable(reading) ? flags | Qt::ItemIsEditable : flags;
 }
 
 bool PropertyModel::setData(const QModelIndex& index, const QVariant& value, int role)
@@ -135,8 +165,9 @@ PropertyTable::PropertyTable(CameraDevice& device, QWidget* parent)
     verticalHeader()->hide();
     verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     horizontalHeader()->setSectionResizeMode(PropertyModel::Key, QHeaderView::ResizeToContents);
-    horizontalHeader()->setSectionResizeMode(PropertyModel::Value, QHeaderView::ResizeToContents);
-    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setSectionResizeMode(PropertyModel::Value, QHeaderView::Stretch);
+    horizontalHeader()->resizeSection(PropertyModel::Answer,
+                                      fontMetrics().averageCharWidth() * answerCharacters);
     horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     setAccessibleName(tr("Properties"));
     connect(&m_device, &CameraDevice::propertiesRead, m_model, &PropertyModel::show);

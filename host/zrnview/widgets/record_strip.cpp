@@ -37,7 +37,6 @@ RecordStrip::RecordStrip(CameraDevice& device, QWidget* parent)
     , m_device(device)
     , m_text(new QLabel(this))
     , m_queue(new QProgressBar(this))
-    , m_stop(new QPushButton(tr("Stop recording"), this))
     , m_open(new QPushButton(tr("Play back"), this))
     , m_close(new QPushButton(tr("Close"), this))
     , m_timer(this)
@@ -46,21 +45,20 @@ RecordStrip::RecordStrip(CameraDevice& device, QWidget* parent)
     m_text->setTextFormat(Qt::RichText);
     m_text->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_queue->setRange(0, percentages);
-    m_queue->setFormat(tr("waiting to be written: %p %"));
+    m_queue->setFormat(tr("Buffer %p %"));
     m_queue->setToolTip(tr("Frames in memory that the disk has still to take. When this is full, "
                            "frames wait in the driver's cache."));
-    m_queue->setMaximumWidth(fontMetrics().averageCharWidth() * 34);
+    m_queue->setFixedWidth(fontMetrics().averageCharWidth() * 18);
     auto* layout = new QHBoxLayout(this);
     const int space = fontMetrics().averageCharWidth();
     layout->setContentsMargins(space, space / 2, space, space / 2);
     layout->addWidget(m_text, 1);
-    for (QWidget* widget : {static_cast<QWidget*>(m_queue), static_cast<QWidget*>(m_stop),
-                            static_cast<QWidget*>(m_open), static_cast<QWidget*>(m_close)}) {
+    for (QWidget* widget : {static_cast<QWidget*>(m_queue), static_cast<QWidget*>(m_open),
+                            static_cast<QWidget*>(m_close)}) {
         layout->addWidget(widget);
     }
     hide();
 
-    connect(m_stop, &QPushButton::clicked, this, [this] { m_device.stopRecording(); });
     connect(m_close, &QPushButton::clicked, this, &QWidget::hide);
     connect(m_open, &QPushButton::clicked, this,
             [this] { emit openRequested(m_device.recorder()->path()); });
@@ -78,10 +76,8 @@ void RecordStrip::showRefusal(const QString& why)
     const Colours colours = coloursFor(palette());
     m_text->setText(tr("<font color='%1'><b>Not recording:</b></font> %2")
                         .arg(colours.fault.name(), why.toHtmlEscaped()));
-    for (QWidget* widget : {static_cast<QWidget*>(m_queue), static_cast<QWidget*>(m_stop),
-                            static_cast<QWidget*>(m_open)}) {
-        widget->hide();
-    }
+    m_queue->hide();
+    m_open->hide();
     m_close->show();
     show();
 }
@@ -90,7 +86,6 @@ void RecordStrip::refresh()
 {
     const zrnrecording::RecordingProgress progress = m_device.recorder()->progress();
     m_queue->setVisible(!progress.finished);
-    m_stop->setVisible(!progress.finished);
     m_open->setVisible(progress.finished && progress.frames > 0);
     m_close->setVisible(progress.finished);
     if (progress.finished) {
@@ -122,6 +117,7 @@ void RecordStrip::showRunning(const zrnrecording::RecordingProgress& progress)
 void RecordStrip::showFinished(const zrnrecording::RecordingProgress& progress)
 {
     const Colours colours = coloursFor(palette());
+    m_text->setToolTip(m_device.recorder()->path());
     const QString outcome =
         progress.error.isEmpty()
             ? tr("<b>Recorded</b>")
@@ -133,7 +129,7 @@ void RecordStrip::showFinished(const zrnrecording::RecordingProgress& progress)
                         .arg(progress.missing)
                         .arg(byteText(static_cast<double>(progress.bytes)),
                              durationText(progress.seconds),
-                             m_device.recorder()->path().toHtmlEscaped()));
+                             QFileInfo(m_device.recorder()->path()).fileName().toHtmlEscaped()));
 }
 
 } // namespace zrnview

@@ -35,7 +35,6 @@ private:
     CameraDevice& m_device;
     QLabel* m_text;
     QProgressBar* m_queue;
-    QPushButton* m_stop;
     QPushButton* m_open;
     QPushButton* m_close;
     QTimer m_timer;

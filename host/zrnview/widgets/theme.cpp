@@ -1,8 +1,10 @@
 #include "zrnview/widgets/theme.h"
 
 #include <QApplication>
-#include <QStyle>
+#include <QPainter>
+#include <QProxyStyle>
 #include <QStyleFactory>
+#include <QStyleOption>
 #include <QWidget>
 
 namespace zrnview
@@ -46,12 +48,35 @@ QPalette darkPalette()
     return palette;
 }
 
+/// Fusion with check boxes that can be seen on a dark background.
+class ViewStyle : public QProxyStyle
+{
+public:
+    ViewStyle()
+        : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion")))
+    {
+    }
+
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override
+    {
+        QProxyStyle::drawPrimitive(element, option, painter, widget);
+        if (element == PE_IndicatorCheckBox || element == PE_IndicatorItemViewItemCheck) {
+            painter->save();
+            painter->setBrush(Qt::NoBrush);
+            painter->setPen(coloursFor(option->palette).dimText);
+            painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
+            painter->restore();
+        }
+    }
+};
+
 } // namespace
 
 void applyTheme(Theme theme)
 {
     static const QPalette systemPalette = QApplication::palette();
-    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    QApplication::setStyle(new ViewStyle);
     QApplication::setPalette(theme == Theme::Light  ? lightPalette()
                              : theme == Theme::Dark ? darkPalette()
                                                     : systemPalette);
@@ -62,7 +87,7 @@ Colours coloursFor(const QPalette& palette)
     const bool onDark = palette.color(QPalette::Window).lightness() < 128;
     Colours colours;
     colours.imageA = onDark ? QColor(0x5a, 0xb4, 0xff) : QColor(0x0b, 0x62, 0xb8);
-    colours.imageB = onDark ? QColor(0xff, 0xb0, 0x4d) : QColor(0xb0, 0x5a, 0x00);
+    colours.imageB = onDark ? QColor(0xff, 0xb0, 0x4d) : QColor(0xa5, 0x52, 0x00);
     colours.difference = onDark ? QColor(0xc5, 0x96, 0xff) : QColor(0x6f, 0x36, 0xb8);
     colours.good = onDark ? QColor(0x5f, 0xd0, 0x7f) : QColor(0x14, 0x7a, 0x38);
     colours.attention = onDark ? QColor(0xff, 0xc2, 0x4a) : QColor(0x95, 0x5f, 0x00);

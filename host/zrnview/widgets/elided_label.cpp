@@ -1,0 +1,30 @@
+#include "zrnview/widgets/elided_label.h"
+
+#include <QPainter>
+
+namespace zrnview
+{
+namespace
+{
+
+constexpr int smallestCharacters = 8;
+
+} // namespace
+
+QSize ElidedLabel::minimumSizeHint() const
+{
+    const QSize whole = QLabel::minimumSizeHint();
+    return {std::min(whole.width(), fontMetrics().averageCharWidth() * smallestCharacters),
+            whole.height()};
+}
+
+void ElidedLabel::paintEvent(QPaintEvent*)
+{
+    const QString fitting = fontMetrics().elidedText(text(), Qt::ElideRight, width());
+    setToolTip(fitting == text() ? QString() : text());
+    QPainter painter(this);
+    painter.setPen(palette().color(foregroundRole()));
+    painter.drawText(rect(), Qt::AlignVCenter | Qt::AlignLeft, fitting);
+}
+
+} // namespace zrnview

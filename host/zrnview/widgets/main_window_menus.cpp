@@ -1,0 +1,109 @@
+#include "zrnview/widgets/main_window.h"
+
+#include <QActionGroup>
+#include <QApplication>
+#include <QMenuBar>
+#include <QMessageBox>
+
+#include <algorithm>
+
+namespace zrnview
+{
+namespace
+{
+
+constexpr double textStep = 1.15;
+constexpr double smallestPoints = 6;
+constexpr double largestPoints = 32;
+
+} // namespace
+
+void MainWindow::buildMenus()
+{
+    buildFileMenu();
+    buildCameraMenu();
+    buildViewMenu();
+    QMenu* help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("&About zrnview"), this, [this] {
+        QMessageBox::about(this, tr("About zrnview"),
+                           tr("<b>zrnview</b> shows and adjusts ZRN USB cameras.<br>%1")
+                               .arg(m_bench.description().toHtmlEscaped()));
+    });
+}
+
+void MainWindow::buildFileMenu()
+{
+    QMenu* menu = menuBar()->addMenu(tr("&File"));
+    menu->addAction(tr("&Open recording…"), this, &MainWindow::chooseRecording, QKeySequence::Open);
+    menu->addAction(tr("&Folder for pictures and recordings…"), this, &MainWindow::chooseFolder);
+    menu->addSeparator();
+    menu->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
+}
+
+void MainWindow::buildCameraMenu()
+{
+    QMenu* menu = menuBar()->addMenu(tr("&Camera"));
+    menu->addAction(tr("Search &again"), &m_bench, &Bench::search, Qt::Key_F5);
+    menu->addSeparator();
+    menu->addAction(tr("Start or stop the &stream, play or pause"), this, &MainWindow::toggleStream,
+                    tr("Ctrl+Space"));
+    menu->addAction(tr("S&napshot"), this, &MainWindow::takeSnapshot, QKeySequence::Save);
+    menu->addAction(tr("Start or stop &recording"), this, &MainWindow::toggleRecording,
+                    tr("Ctrl+R"));
+}
+
+void MainWindow::buildViewMenu()
+{
+    QMenu* menu = menuBar()->addMenu(tr("&View"));
+    const auto addMode = [this, menu](const QString& text, const QString& key, ViewMode mode) {
+        menu->addAction(
+            text, this,
+            [this, mode] {
+                if (FramePanel* frames = activeFrames()) {
+                    frames->panes().setMode(mode);
+                }
+            },
+            key);
+    };
+    addMode(tr("Image &A"), tr("Ctrl+1"), ViewMode::A);
+    addMode(tr("Image &B"), tr("Ctrl+2"), ViewMode::B);
+    addMode(tr("&Side by side"), tr("Ctrl+3"), ViewMode::SideBySide);
+    addMode(tr("&Difference"), tr("Ctrl+4"), ViewMode::Difference);
+    addMode(tr("B&link"), tr("Ctrl+5"), ViewMode::Blink);
+    menu->addAction(
+        tr("Mark or show &clipped pixels"), this,
+        [this] {
+            if (FramePanel* frames = activeFrames()) {
+                frames->panes().setMarkClipped(!frames->panes().marksClipped());
+            }
+        },
+        tr("Ctrl+M"));
+    menu->addSeparator();
+    menu->addAction(tr("&Next camera"), this, &MainWindow::activateNext, tr("Ctrl+Tab"));
+    menu->addSeparator();
+
+    auto* themes = new QActionGroup(this);
+    const auto addTheme = [this, menu, themes](const QString& text, Theme theme) {
+        QAction* action = menu->addAction(text, [theme] { applyTheme(theme); });
+        action->setCheckable(true);
+        action->setChecked(theme == m_options.theme);
+        themes->addAction(action);
+    };
+    addTheme(tr("Colours of the s&ystem"), Theme::System);
+    addTheme(tr("Ligh&t"), Theme::Light);
+    addTheme(tr("Dar&k"), Theme::Dark);
+    menu->addSeparator();
+    menu->addAction(
+        tr("La&rger text"), this, [this] { scaleText(textStep); }, QKeySequence::ZoomIn);
+    menu->addAction(
+        tr("S&maller text"), this, [this] { scaleText(1 / textStep); }, QKeySequence::ZoomOut);
+}
+
+void MainWindow::scaleText(double factor)
+{
+    QFont font = QApplication::font();
+    font.setPointSizeF(std::clamp(font.pointSizeF() * factor, smallestPoints, largestPoints));
+    QApplication::setFont(font);
+}
+
+} // namespace zrnview
