@@ -10,8 +10,10 @@
 #include <QLoggingCategory>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 namespace
 {
@@ -21,7 +23,7 @@ struct Options {
     std::vector<std::string> virtualModels;
     std::string folder;
     std::string theme = "system";
-    int cameras = 1;
+    std::optional<int> cameras;
     bool stopped = false;
     std::vector<std::string> recordings;
 };
@@ -103,7 +105,8 @@ int main(int argc, char** argv)
     zrnview::Bench bench([&options] { return makeFactory(options.plugin); },
                          [] { return zrnhost::camerasOnBus(QString()); });
     zrnview::WindowOptions windowOptions;
-    windowOptions.camerasToShow = options.cameras;
+    windowOptions.camerasToShow =
+        options.cameras.value_or(std::max<int>(1, static_cast<int>(options.virtualModels.size())));
     windowOptions.startStreams = !options.stopped;
     windowOptions.folder = folderOf(options);
     windowOptions.theme = themeOf(options.theme);

@@ -1,86 +1,12 @@
 // The viewer with the built plugin, on the real libraries, against two virtual cameras.
 
-#include "common/driver_plugin.h"
+#include "live_window.h"
 #include "recording/recording_reader.h"
-#include "virtual_camera.h"
-#include "zrnview/widgets/main_window.h"
-
-#include <QApplication>
-#include <QTabWidget>
-#include <QTemporaryDir>
-#include <QtTest>
 
 using namespace zrnview;
 
 namespace
 {
-
-constexpr int patience = 60000; // milliseconds, for a machine that is busy with other things
-
-/// The viewer's window as main() makes it.
-class LiveWindow
-{
-public:
-    explicit LiveWindow(int cameras)
-        : bench(
-              [] {
-                  auto plugin =
-                      std::make_shared<zrnhost::DriverPlugin>(QStringLiteral(ZRN_PLUGIN_PATH));
-                  return std::shared_ptr<IFactory>(plugin, &plugin->factory());
-              },
-              [] { return zrnhost::camerasOnBus(QString()); })
-        , window(bench, options(cameras))
-    {
-        window.resize(1720, 1000);
-        window.show();
-        bench.start();
-    }
-
-    bool waitForStreams(std::size_t count)
-    {
-        return QTest::qWaitFor(
-            [&] {
-                return window.panels().size() == count &&
-                       std::all_of(
-                           window.panels().begin(), window.panels().end(), [](CameraPanel* panel) {
-                               return panel->device().health().state == CameraState::Streaming &&
-                                      panel->frames().display() != nullptr;
-                           });
-            },
-            patience);
-    }
-
-    /// The panel of a virtual camera.
-    CameraPanel& panelOf(VirtualCamera& camera)
-    {
-        const QString serial = QStringLiteral("ZR") + QString::fromStdString(camera.serialKey());
-        const auto found = std::find_if(
-            window.panels().begin(), window.panels().end(),
-            [&serial](CameraPanel* panel) { return panel->device().serial() == serial; });
-        if (found == window.panels().end()) {
-            qFatal("no panel shows %s", qPrintable(serial));
-        }
-        window.activate(**found);
-        return **found;
-    }
-
-    QString folder() const { return m_folder.path(); }
-
-private:
-    WindowOptions options(int cameras) const
-    {
-        WindowOptions wanted;
-        wanted.camerasToShow = cameras;
-        wanted.folder = m_folder.path();
-        return wanted;
-    }
-
-    QTemporaryDir m_folder;
-
-public:
-    Bench bench;
-    MainWindow window;
-};
 
 int controlOf(VirtualCamera& camera, const char* control)
 {
@@ -102,16 +28,6 @@ void expectSame(const zrnrecording::Frame& frame, const zrnsim::SentImages& sent
                             static_cast<int>(bytes->size())));
     }
     QCOMPARE(frame.images.size(), next);
-}
-
-/// Saves a picture of the window where the environment asks for it.
-void saveScreenshot(QWidget& window, const char* name)
-{
-    const QString folder = qEnvironmentVariable("ZRN_SCREENSHOTS");
-    if (!folder.isEmpty()) {
-        const QString path = QStringLiteral("%1/%2.png").arg(folder, QLatin1String(name));
-        QVERIFY2(window.grab().save(path), qPrintable(path));
-    }
 }
 
 } // namespace
@@ -222,88 +138,6 @@ private slots:
         QVERIFY(panel.notice().what().startsWith(QStringLiteral("No frame")));
         camera.run("thaw");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Streaming, patience);
-    }
-
-    void looksAsDocumented_data()
-    {
-        QTest::addColumn<int>("theme");
-        QTest::addColumn<double>("textScale");
-        QTest::addColumn<bool>("unplug");
-        QTest::addColumn<int>("mode");
-        const auto add = [](const char* name, Theme theme, double scale, bool unplug,
-                            ViewMode mode) {
-            QTest::newRow(name) << static_cast<int>(theme) << scale << unplug
-                                << static_cast<int>(mode);
-        };
-        add("zrnview-light", Theme::Light, 1.0, false, ViewMode::SideBySide);
-        add("zrnview-dark", Theme::Dark, 1.0, false, ViewMode::SideBySide);
-        add("zrnview-unplugged", Theme::Light, 1.0, true, ViewMode::SideBySide);
-        add("zrnview-difference", Theme::Dark, 1.0, false, ViewMode::Difference);
-        add("zrnview-200-percent", Theme::Light, 2.0, false, ViewMode::SideBySide);
-    }
-
-    void looksAsDocumented()
-    {
-        if (!qEnvironmentVariableIsSet("ZRN_SCREENSHOTS")) {
-            QSKIP("ZRN_SCREENSHOTS names no folder");
-        }
-        QFETCH(int, theme);
-        QFETCH(double, textScale);
-        QFETCH(bool, unplug);
-        QFETCH(int, mode);
-        const QFont before = QApplication::font();
-        QFont font = before;
-        font.setPointSizeF(font.pointSizeF() * textScale);
-        QApplication::setFont(font);
-        applyTheme(static_cast<Theme>(theme));
-        {
-            VirtualCamera camera(0);
-            LiveWindow live(textScale > 1 ? 1 : 2);
-            QVERIFY(live.waitForStreams(textScale > 1 ? 1 : 2));
-            CameraPanel& panel = *live.window.panels().front();
-            panel.frames().panes().setMode(static_cast<ViewMode>(mode));
-            live.window.activate(panel);
-            live.window.side().controls()->row(Setting::RGain).field().setValue(150);
-            QTest::qWait(6000); // for the plots to have something to show
-            if (unplug) {
-                CameraPanel& lost = live.panelOf(camera);
-                camera.run("unplug");
-                QTRY_COMPARE_WITH_TIMEOUT(lost.device().health().state, CameraState::Lost,
-                                          patience);
-                QTest::qWait(300);
-            }
-            saveScreenshot(live.window, QTest::currentDataTag());
-            if (unplug) {
-                camera.run("plug");
-                QVERIFY(live.waitForStreams(2));
-            }
-        }
-        applyTheme(Theme::System);
-        QApplication::setFont(before);
-    }
-
-    void theRecordingStripAndPlaybackLookAsDocumented()
-    {
-        if (!qEnvironmentVariableIsSet("ZRN_SCREENSHOTS")) {
-            QSKIP("ZRN_SCREENSHOTS names no folder");
-        }
-        applyTheme(Theme::Dark);
-        VirtualCamera camera(0);
-        LiveWindow live(1);
-        QVERIFY(live.waitForStreams(1));
-        CameraPanel& panel = live.panelOf(camera);
-        live.window.side().setCurrentIndex(2);
-        panel.recordButton().click();
-        QTest::qWait(5000);
-        saveScreenshot(live.window, "zrnview-recording");
-        panel.recordButton().click();
-        QTRY_VERIFY_WITH_TIMEOUT(!panel.device().isRecording(), patience);
-        PlaybackPanel& playback = live.window.openRecording(panel.device().recorder()->path());
-        QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
-        playback.togglePlaying();
-        QTest::qWait(3000);
-        saveScreenshot(live.window, "zrnview-playback");
-        applyTheme(Theme::System);
     }
 };
 

@@ -50,7 +50,7 @@ private:
 
     CameraDevice& m_device;
     QLabel* m_dot;
-    QLabel* m_title;
+    ElidedLabel* m_title;
     ElidedLabel* m_state;
     QToolButton* m_streamButton;
     QToolButton* m_snapshotButton;

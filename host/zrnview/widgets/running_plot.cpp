@@ -10,6 +10,15 @@
 
 namespace zrnview
 {
+namespace
+{
+
+using namespace std::chrono_literals;
+
+/// Drawing lines costs more than the eye gains from more pictures each second.
+constexpr auto repaintPeriod = 100ms;
+
+} // namespace
 
 RunningPlot::RunningPlot(const QString& title, Style style, QWidget* parent)
     : QWidget(parent)
@@ -18,12 +27,17 @@ RunningPlot::RunningPlot(const QString& title, Style style, QWidget* parent)
 {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setAccessibleName(title);
+    m_repaint.setSingleShot(true);
+    m_repaint.setInterval(repaintPeriod);
+    connect(&m_repaint, &QTimer::timeout, this, [this] { update(); });
 }
 
 void RunningPlot::add(int line, double seconds, double value)
 {
     m_lines[line].add(seconds, value);
-    update();
+    if (!m_repaint.isActive()) {
+        m_repaint.start();
+    }
 }
 
 void RunningPlot::clear()
@@ -50,7 +64,7 @@ QSize RunningPlot::sizeHint() const
 
 QSize RunningPlot::minimumSizeHint() const
 {
-    return {fontMetrics().averageCharWidth() * 16, fontMetrics().height() * 4};
+    return {fontMetrics().averageCharWidth() * 13, fontMetrics().height() * 4};
 }
 
 RunningPlot::Scale RunningPlot::scaleOf() const
@@ -132,7 +146,7 @@ void RunningPlot::paintLine(QPainter& painter, const QRectF& area, const Scale& 
         path.lineTo(place(point));
     }
     painter.setBrush(Qt::NoBrush);
-    painter.setPen(QPen(colour, 1.5));
+    painter.setPen(QPen(colour, 0)); // a hairline: wider ones are outlined first, which is slow
     painter.drawPath(path);
 }
 

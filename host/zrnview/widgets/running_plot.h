@@ -3,6 +3,7 @@
 #include "zrnview/model/series.h"
 
 #include <QColor>
+#include <QTimer>
 #include <QWidget>
 
 namespace zrnview
@@ -52,6 +53,7 @@ private:
     Style m_style;
     QString m_headline;
     Tone m_tone = Tone::Normal;
+    QTimer m_repaint;
     Series m_lines[2] = {Series(spanSeconds), Series(spanSeconds)};
 };
 

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "common/driver_plugin.h"
+#include "virtual_camera.h"
+#include "zrnview/widgets/main_window.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace zrnview
+{
+
+inline constexpr int patience = 60000; // milliseconds, for a machine that is busy with other things
+
+/// The viewer's window as main() makes it.
+class LiveWindow
+{
+public:
+    explicit LiveWindow(int cameras)
+        : bench(
+              [] {
+                  auto plugin =
+                      std::make_shared<zrnhost::DriverPlugin>(QStringLiteral(ZRN_PLUGIN_PATH));
+                  return std::shared_ptr<IFactory>(plugin, &plugin->factory());
+              },
+              [] { return zrnhost::camerasOnBus(QString()); })
+        , window(bench, options(cameras))
+    {
+        window.resize(1600, 940);
+        window.show();
+        bench.start();
+    }
+
+    bool waitForStreams(std::size_t count)
+    {
+        return QTest::qWaitFor(
+            [&] {
+                return window.panels().size() == count &&
+                       std::all_of(
+                           window.panels().begin(), window.panels().end(), [](CameraPanel* panel) {
+                               return panel->device().health().state == CameraState::Streaming &&
+                                      panel->frames().display() != nullptr;
+                           });
+            },
+            patience);
+    }
+
+    /// The panel of a virtual camera.
+    CameraPanel& panelOf(VirtualCamera& camera)
+    {
+        const QString serial = QStringLiteral("ZR") + QString::fromStdString(camera.serialKey());
+        const auto found = std::find_if(
+            window.panels().begin(), window.panels().end(),
+            [&serial](CameraPanel* panel) { return panel->device().serial() == serial; });
+        if (found == window.panels().end()) {
+            qFatal("no panel shows %s", qPrintable(serial));
+        }
+        window.activate(**found);
+        return **found;
+    }
+
+    QString folder() const { return m_folder.path(); }
+
+private:
+    WindowOptions options(int cameras) const
+    {
+        WindowOptions wanted;
+        wanted.camerasToShow = cameras;
+        wanted.folder = m_folder.path();
+        return wanted;
+    }
+
+    QTemporaryDir m_folder;
+
+public:
+    Bench bench;
+    MainWindow window;
+};
+
+} // namespace zrnview

@@ -1,0 +1,220 @@
+// What the viewer looks like: takes the pictures that the documents show, and checks that all text
+// in them can be read.
+
+#include "clipping.h"
+#include "live_window.h"
+
+#include <QApplication>
+
+using namespace zrnview;
+
+namespace
+{
+
+/// Colours and size of the text, until the end of the scope.
+class Look
+{
+public:
+    explicit Look(Theme theme, double textScale = 1)
+        : m_before(QApplication::font())
+    {
+        QFont font = m_before;
+        font.setPointSizeF(font.pointSizeF() * textScale);
+        QApplication::setFont(font);
+        applyTheme(theme);
+    }
+    ~Look()
+    {
+        applyTheme(Theme::System);
+        QApplication::setFont(m_before);
+    }
+    Look(const Look&) = delete;
+    Look& operator=(const Look&) = delete;
+
+private:
+    QFont m_before;
+};
+
+/// Long enough for the running plots to show something.
+constexpr int plotMilliseconds = 8000;
+
+/// Checks the window and saves its picture into the folder that the environment names.
+void capture(QWidget& window, const char* name)
+{
+    QCoreApplication::processEvents();
+    const QStringList clipped = clippedTexts(window);
+    QVERIFY2(clipped.isEmpty(), qPrintable(clipped.join(QLatin1Char('\n'))));
+    const QImage picture = window.grab().toImage().convertToFormat(QImage::Format_RGB888);
+    const QString folder = qEnvironmentVariable("ZRN_SCREENSHOTS");
+    if (!folder.isEmpty()) {
+        QVERIFY(QDir().mkpath(folder));
+        const QString path = QStringLiteral("%1/zrnview-%2.png").arg(folder, QLatin1String(name));
+        QVERIFY2(picture.save(path), qPrintable(path));
+    }
+}
+
+void chooseValue(LiveWindow& live, Setting setting, int value)
+{
+    ControlRow& row = live.window.side().controls()->row(setting);
+    const QString expected = QStringLiteral("= ") + QLocale().toString(value);
+    row.field().setValue(value);
+    QTRY_COMPARE_WITH_TIMEOUT(row.readBack(), expected, patience);
+}
+
+} // namespace
+
+class LookTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void twoCamerasInBothThemes_data()
+    {
+        QTest::addColumn<int>("theme");
+        QTest::newRow("light") << static_cast<int>(Theme::Light);
+        QTest::newRow("dark") << static_cast<int>(Theme::Dark);
+    }
+
+    void twoCamerasInBothThemes()
+    {
+        QFETCH(int, theme);
+        const Look look(static_cast<Theme>(theme));
+        VirtualCamera camera(0);
+        LiveWindow live(2);
+        QVERIFY(live.waitForStreams(2));
+        live.panelOf(camera);
+        QTest::qWait(plotMilliseconds);
+        chooseValue(live, Setting::RGain, 140 + theme);
+        capture(live.window, QTest::currentDataTag());
+    }
+
+    void theDifferenceOfTwoImages()
+    {
+        const Look look(Theme::Dark);
+        LiveWindow live(1);
+        QVERIFY(live.waitForStreams(1));
+        FramePanel& frames = live.window.panels().front()->frames();
+        frames.panes().setMode(ViewMode::Difference);
+        live.window.side().setCurrentIndex(1);
+        QTest::qWait(plotMilliseconds);
+        QTRY_VERIFY_WITH_TIMEOUT(frames.display()->difference, patience);
+        capture(live.window, "difference");
+    }
+
+    void singlePixelsWithTheirValues()
+    {
+        const Look look(Theme::Light);
+        LiveWindow live(1);
+        QVERIFY(live.waitForStreams(1));
+        PaneArea& panes = live.window.panels().front()->frames().panes();
+        ImageView& view = panes.view(0);
+        QTest::mouseMove(&view, view.rect().center() - QPoint(80, 20));
+        view.zoomBy(1000);
+        panes.setMarkClipped(true);
+        QTest::qWait(plotMilliseconds);
+        capture(live.window, "pixels");
+    }
+
+    void textAtTwiceItsSize()
+    {
+        const Look look(Theme::Light, 2);
+        VirtualCamera camera(0);
+        LiveWindow live(1);
+        live.window.resize(1920, 1080);
+        QVERIFY(live.waitForStreams(1));
+        QTest::qWait(plotMilliseconds);
+        QVERIFY2(live.window.width() <= 1920, "the window needs more than the screen");
+        capture(live.window, "200-percent");
+    }
+
+    void aRefusedValue()
+    {
+        const Look look(Theme::Light);
+        VirtualCamera camera(0);
+        LiveWindow live(1);
+        QVERIFY(live.waitForStreams(1));
+        live.panelOf(camera);
+        camera.run("control-fault",
+                   {{"action", "stall"}, {"request", "set-cur"}, {"target", "brightness"}});
+        ControlRow& row = live.window.side().controls()->row(Setting::Exposure);
+        row.field().setValue(9000);
+        QTRY_VERIFY_WITH_TIMEOUT(row.message().contains(QStringLiteral("1037")), patience);
+        QTest::qWait(plotMilliseconds);
+        capture(live.window, "refused");
+    }
+
+    void aCameraThatSendsNothing()
+    {
+        const Look look(Theme::Light);
+        VirtualCamera camera(0);
+        LiveWindow live(1);
+        QVERIFY(live.waitForStreams(1));
+        CameraPanel& panel = live.panelOf(camera);
+        QTest::qWait(plotMilliseconds);
+        camera.run("freeze");
+        QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Silent, patience);
+        QTRY_VERIFY_WITH_TIMEOUT(!panel.notice().remedy().isEmpty(), patience);
+        QTest::qWait(300);
+        capture(live.window, "silent");
+        camera.run("thaw");
+        QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Streaming, patience);
+    }
+
+    void aRecordingAndItsPlayback()
+    {
+        const Look look(Theme::Dark);
+        VirtualCamera camera(0);
+        LiveWindow live(1);
+        QVERIFY(live.waitForStreams(1));
+        CameraPanel& panel = live.panelOf(camera);
+        live.window.side().setCurrentIndex(2);
+        panel.recordButton().click();
+        QTRY_VERIFY_WITH_TIMEOUT(panel.device().isRecording(), patience);
+        QTest::qWait(plotMilliseconds);
+        capture(live.window, "recording");
+        panel.recordButton().click();
+        QTRY_VERIFY_WITH_TIMEOUT(!panel.device().isRecording(), patience);
+        PlaybackPanel& playback = live.window.openRecording(panel.device().recorder()->path());
+        QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
+        playback.togglePlaying();
+        QTest::qWait(plotMilliseconds / 2);
+        capture(live.window, "playback");
+    }
+
+    void anUnpluggedCamera()
+    {
+        const Look look(Theme::Light);
+        VirtualCamera camera(0);
+        LiveWindow live(2);
+        QVERIFY(live.waitForStreams(2));
+        CameraPanel& panel = live.panelOf(camera);
+        QTest::qWait(plotMilliseconds);
+        camera.run("unplug");
+        QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Lost, patience);
+        QTest::qWait(300);
+        capture(live.window, "unplugged");
+        camera.run("plug");
+        QVERIFY(live.waitForStreams(2));
+    }
+
+    void noCameraAtAll()
+    {
+        const Look look(Theme::Light);
+        Bench bench(
+            []() -> std::shared_ptr<IFactory> {
+                throw std::runtime_error(
+                    "The driver plugin was not found; name it with --plugin or in the "
+                    "environment variable ZRNCAM_PLUGIN.");
+            },
+            [] { return std::vector<zrnhost::UsbCamera>(); });
+        MainWindow window(bench, WindowOptions());
+        window.resize(1200, 700);
+        window.show();
+        bench.start();
+        QTRY_COMPARE_WITH_TIMEOUT(bench.state(), Bench::State::Failed, patience);
+        capture(window, "no-driver");
+    }
+};
+
+QTEST_MAIN(LookTest)
+#include "look_test.moc"
