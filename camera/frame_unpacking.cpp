@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -37,11 +38,18 @@ struct Unpacking {
 void splitAlternating(const unsigned char* source, std::size_t pixels, unsigned char* a,
                       unsigned char* b)
 {
-    kernels::splitAlternating(source, pixels / groupPixels, {a, b});
-    for (std::size_t i = pixels / groupPixels * groupPixels; i < pixels; ++i) {
-        a[i] = source[2 * i];
-        b[i] = source[2 * i + 1];
-    }
+    const auto splitPairs = [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) {
+            a[i] = source[2 * i];
+            b[i] = source[2 * i + 1];
+        }
+    };
+    // Kernels are slow where groups end at addresses that are no multiple of their size.
+    const std::size_t head = std::min(pixels, -reinterpret_cast<std::uintptr_t>(a) % groupPixels);
+    const std::size_t groups = (pixels - head) / groupPixels;
+    splitPairs(0, head);
+    kernels::splitAlternating({source + 2 * head, groups}, {a + head, b + head});
+    splitPairs(head + groups * groupPixels, pixels);
 }
 
 void unpackInterleaved(const Unpacking& u)
@@ -69,13 +77,19 @@ public:
 
     [[nodiscard]] std::ptrdiff_t shift() const { return m_shift.pixels; }
 
-    /// Fills the pixels from @p begin to @p end, which lie in the row that starts at @p row.
+    /// Where a pixel of the frame belongs, provided that it stays inside the image.
+    [[nodiscard]] unsigned char* target(std::size_t pixel) const
+    {
+        return m_unpacking.images[m_image] + static_cast<std::ptrdiff_t>(pixel) + shift();
+    }
+
+    /// Fills the columns from @p begin to @p end of the row that starts at @p row.
     void fill(std::size_t row, std::size_t begin, std::size_t end) const
     {
         const std::size_t runBegin = m_shift.acrossRows ? firstMovedRow * m_unpacking.width : row;
         const std::size_t runEnd =
             m_shift.acrossRows ? m_unpacking.pixels() : row + m_unpacking.width;
-        for (std::size_t pixel = begin; pixel < end; ++pixel) {
+        for (std::size_t pixel = row + begin; pixel < row + end; ++pixel) {
             // Before the image, this is a huge number.
             const std::size_t moved = pixel - static_cast<std::size_t>(shift());
             const bool covered = runBegin <= moved && moved < runEnd;
@@ -94,42 +108,45 @@ private:
     RowShift m_shift;
 };
 
-/// Unpacks and moves the rows in one pass: most of each row goes straight to where it belongs.
+/// Unpacks and moves the rows in one pass: some rows at a time go as one run straight to where they
+/// belong; then the few pixels are set right that the run carried across an end of their row.
 void unpackShifted(const Unpacking& u)
 {
-    const std::size_t fixedRows = std::min<std::size_t>(firstMovedRow, u.height);
-    splitAlternating(u.frame, fixedRows * u.width, u.images[0], u.images[1]);
+    const std::size_t fixedPixels = std::min<std::size_t>(firstMovedRow, u.height) * u.width;
+    splitAlternating(u.frame, fixedPixels, u.images[0], u.images[1]);
 
     const std::array<ShiftedImage, 2> images = {ShiftedImage(u, 0), ShiftedImage(u, 1)};
     const auto [leftmost, rightmost] =
         std::minmax({std::ptrdiff_t{0}, images[0].shift(), images[1].shift()});
-    // The part of a row that stays inside the row in both images.
-    const std::ptrdiff_t begin = -leftmost;
-    const std::ptrdiff_t length = static_cast<std::ptrdiff_t>(u.width) - begin - rightmost;
+    const auto left = static_cast<std::size_t>(-leftmost);
+    const auto right = static_cast<std::size_t>(rightmost);
 
-    for (std::size_t row = fixedRows * u.width; row < u.pixels(); row += u.width) {
-        const std::size_t rowEnd = row + u.width;
-        if (length <= 0) {
-            images[0].fill(row, row, rowEnd);
-            images[1].fill(row, row, rowEnd);
-            continue;
+    // As many rows as the fastest cache holds until their ends are set right.
+    const std::size_t runLength = 4 * u.width;
+    for (std::size_t first = fixedPixels; first < u.pixels(); first += runLength) {
+        const std::size_t last = std::min(first + runLength, u.pixels());
+        // What stays inside the image and behind the rows above, in both images.
+        const std::size_t begin = first + left;
+        const std::size_t end = std::min(last + left, u.pixels() - std::min(right, u.pixels()));
+        if (begin < end) {
+            splitAlternating(u.frame + 2 * begin, end - begin, images[0].target(begin),
+                             images[1].target(begin));
         }
-        std::array<std::size_t, 2> targets{};
-        for (std::size_t i = 0; i < images.size(); ++i) {
-            targets[i] = row + static_cast<std::size_t>(begin + images[i].shift());
-            images[i].fill(row, row, targets[i]);
-            images[i].fill(row, targets[i] + static_cast<std::size_t>(length), rowEnd);
+        for (const ShiftedImage& image : images) {
+            const auto rowBegin = static_cast<std::size_t>(image.shift() - leftmost);
+            const auto rowEnd = static_cast<std::size_t>(rightmost - image.shift());
+            for (std::size_t row = first; row < last; row += u.width) {
+                image.fill(row, 0, std::min(rowBegin, u.width));
+                image.fill(row, u.width - std::min(rowEnd, u.width), u.width);
+            }
         }
-        splitAlternating(u.frame + 2 * (row + static_cast<std::size_t>(begin)),
-                         static_cast<std::size_t>(length), u.images[0] + targets[0],
-                         u.images[1] + targets[1]);
     }
 }
 
 void unpackReversedQuads(const Unpacking& u)
 {
     const std::size_t quads = u.pixels() / groupPixels;
-    kernels::splitReversedQuads(u.frame, quads, u.images);
+    kernels::splitReversedQuads({u.frame, quads}, u.images);
     u.clear(quads * groupPixels, u.pixels());
 }
 
@@ -158,13 +175,10 @@ void unpackBothEnds(const Unpacking& u)
     // the third row from below.
     const std::size_t lastRows = std::min<std::size_t>(3, u.height);
     u.clear(u.pixels() - lastRows * u.width, u.pixels());
-    for (std::size_t row = 0; row < u.pixels(); row += u.width) {
-        const std::size_t rowEnd = row + u.width - 1;
-        kernels::splitBothEnds(u.frame + 2 * row, u.width / groupPixels,
-                               {a + row, a + rowEnd, b + row, b + rowEnd});
-        if (hasMiddle) {
-            unpackMiddle(u, row);
-        }
+    kernels::splitBothEnds({u.frame, u.width / groupPixels, u.height, u.width},
+                           {a, a + u.width - 1, b, b + u.width - 1});
+    for (std::size_t row = 0; hasMiddle && row < u.pixels(); row += u.width) {
+        unpackMiddle(u, row);
     }
 }
 
@@ -188,11 +202,9 @@ void unpackBothEndsMirrored(const Unpacking& u)
     }
     // Filled from the right and then mirrored: filled from the middle to the right.
     const auto [a, b] = u.images;
-    for (std::size_t row = 0; row < u.pixels(); row += u.width) {
-        const std::size_t middle = row + u.width / 2;
-        kernels::splitSides(u.frame + 2 * row, u.width / groupPixels,
-                            {a + row, a + middle, b + row, b + middle});
-    }
+    const std::size_t middle = u.width / 2;
+    kernels::splitSides({u.frame, u.width / groupPixels, u.height, u.width},
+                        {a, a + middle, b, b + middle});
 }
 
 // The sensor's own strip distance, whatever part of it is read out.
@@ -212,30 +224,42 @@ void unpackStripBytes(const Unpacking& u, std::size_t row, std::size_t begin, st
     }
 }
 
+/// Clears what the strips of no row reach.
+void clearBesideStrips(const Unpacking& u, std::size_t reach)
+{
+    // Narrower rows leave gaps, and their strips lie in the rows below.
+    if (u.width < stripsWidth) {
+        u.clear(0, u.pixels());
+        return;
+    }
+    for (std::size_t row = 0; row < u.pixels(); row += u.width) {
+        u.clear(row + reach, row + u.width);
+    }
+}
+
 void unpackStrips(const Unpacking& u)
 {
     const std::size_t groups = u.width / groupPixels;
-    // Narrower rows leave gaps, and their strips lie in the rows below.
-    const bool reachRowEnds = u.width >= stripsWidth;
-    if (!reachRowEnds) {
-        u.clear(0, u.pixels());
-    }
-    for (std::size_t row = 0; row < u.pixels(); row += u.width) {
-        const std::size_t reach = row + strips.back() + groups;
-        if (reachRowEnds) {
-            u.clear(reach, row + u.width);
-        }
-        if (reach > u.pixels()) {
-            unpackStripBytes(u, row, 0, 2 * u.width);
-            continue;
-        }
+    const std::size_t reach = strips.back() + groups;
+    clearBesideStrips(u, reach);
+
+    // Rows whose strips end inside the image.
+    const std::size_t wholeRows =
+        u.pixels() < reach ? 0 : std::min(u.height, (u.pixels() - reach) / u.width + 1);
+    // Where rows are not made of whole groups, the next row begins with another strip.
+    const std::size_t rowsAtATime = u.width % groupPixels == 0 ? wholeRows : 1;
+    for (std::size_t y = 0; y < wholeRows; y += rowsAtATime) {
+        const std::size_t row = y * u.width;
         std::array<unsigned char*, groupSize> streams;
         for (std::size_t n = 0; n < groupSize; ++n) {
             const std::size_t k = 2 * row + n;
             streams[n] = u.images[k / strips.size() % 2] + row + strips[k % strips.size()];
         }
-        kernels::splitStrips(u.frame + 2 * row, groups, streams);
+        kernels::splitStrips({u.frame + 2 * row, groups, rowsAtATime, u.width}, streams);
         unpackStripBytes(u, row, groups * groupSize, 2 * u.width);
+    }
+    for (std::size_t row = wholeRows * u.width; row < u.pixels(); row += u.width) {
+        unpackStripBytes(u, row, 0, 2 * u.width);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "group_split.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -35,19 +37,22 @@ inline constexpr Directions<4> towardsEachOther = {Direction::Up, Direction::Dow
                                                    Direction::Down};
 inline constexpr Directions<8> eightUp = {};
 
-/// Deals the groups @p first to @p end, one byte after another.
+/// Deals groups one byte after another.
 template <const GroupOrder& order, std::size_t streamCount,
           const Directions<streamCount>& directions>
-void splitPlainly(const std::uint8_t* source, std::size_t first, std::size_t end,
-                  const std::array<std::uint8_t*, streamCount>& streams)
+void splitPlainly(const Rows& rows, const std::array<Bytes, streamCount>& streams)
 {
     constexpr std::size_t share = groupSize / streamCount;
-    for (std::size_t group = first; group < end; ++group) {
-        for (std::size_t stream = 0; stream < streamCount; ++stream) {
-            for (std::size_t i = 0; i < share; ++i) {
-                const auto position = static_cast<std::ptrdiff_t>(share * group + i);
-                streams[stream][directions[stream] == Direction::Up ? position : -position] =
-                    source[groupSize * group + order[2 * share * stream + i]];
+    for (std::size_t row = 0; row < rows.count; ++row) {
+        const unsigned char* source = rows.source + 2 * rows.pitch * row;
+        for (std::size_t group = 0; group < rows.groups; ++group) {
+            for (std::size_t stream = 0; stream < streamCount; ++stream) {
+                unsigned char* target = streams[stream] + rows.pitch * row;
+                for (std::size_t i = 0; i < share; ++i) {
+                    const auto position = static_cast<std::ptrdiff_t>(share * group + i);
+                    target[directions[stream] == Direction::Up ? position : -position] =
+                        source[groupSize * group + order[2 * share * stream + i]];
+                }
             }
         }
     }

@@ -27,9 +27,9 @@ namespace kernels::HWY_NAMESPACE
 
 template <const GroupOrder& order, std::size_t streamCount,
           const Directions<streamCount>& directions>
-void split(ConstBytes source, std::size_t groups, const std::array<Bytes, streamCount>& streams)
+void split(const Rows& rows, const std::array<Bytes, streamCount>& streams)
 {
-    splitPlainly<order, streamCount, directions>(source, 0, groups, streams);
+    splitPlainly<order, streamCount, directions>(rows, streams);
 }
 
 #else
@@ -119,48 +119,68 @@ HWY_INLINE void splitVectors(const std::uint8_t* source, std::size_t position,
 
 template <const GroupOrder& order, std::size_t streamCount,
           const Directions<streamCount>& directions>
-void split(ConstBytes source, std::size_t groups, const std::array<Bytes, streamCount>& streams)
+void split(const Rows& rows, const std::array<Bytes, streamCount>& streams)
 {
     constexpr std::size_t step = streamCount * vectorSize / groupSize;
     constexpr std::size_t share = groupSize / streamCount;
-    if (groups < step) {
-        splitPlainly<order, streamCount, directions>(source, 0, groups, streams);
+    if (rows.groups < step) {
+        splitPlainly<order, streamCount, directions>(rows, streams);
         return;
     }
-    for (std::size_t group = 0; group + step <= groups; group += step) {
-        splitVectors<order, streamCount, directions>(source + groupSize * group, share * group,
-                                                     streams);
+    // The last vectors of a row end with its last group; they may deal groups a second time.
+    const std::size_t last = rows.groups - step;
+    // Copies, because the bytes that are written might change the originals.
+    const Rows from = rows;
+    std::array<Bytes, streamCount> to = streams;
+    for (std::size_t row = 0; row < from.count; ++row) {
+        const auto deal = [source = from.source + 2 * from.pitch * row, &to](std::size_t group) {
+            splitVectors<order, streamCount, directions>(source + groupSize * group, share * group,
+                                                         to);
+        };
+        deal(0);
+        // From here on, vectors are stored to where a multiple of their size begins, which halves
+        // the time: the images of a host lie where no vector is at home.
+        const std::size_t head = vectorSize - reinterpret_cast<std::uintptr_t>(to[0]) % vectorSize;
+        for (std::size_t group = head / share; group < last; group += step) {
+            deal(group);
+        }
+        deal(last);
+        for (Bytes& target : to) {
+            target += from.pitch;
+        }
     }
-    // The last vectors end with the last group and deal some groups a second time.
-    const std::size_t last = groups - step;
-    splitVectors<order, streamCount, directions>(source + groupSize * last, share * last, streams);
 }
 
 #endif
 
-void splitAlternating(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+void splitAlternating(const Rows& rows, const std::array<Bytes, 2>& streams)
 {
-    split<alternatingOrder, 2, twoUp>(source, groups, streams);
+    split<alternatingOrder, 2, twoUp>(rows, streams);
 }
 
-void splitReversedQuads(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+void splitReversedQuads(const Rows& rows, const std::array<Bytes, 2>& streams)
 {
-    split<reversedQuadsOrder, 2, twoUp>(source, groups, streams);
+    split<reversedQuadsOrder, 2, twoUp>(rows, streams);
 }
 
-void splitSides(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+void splitSides(const Rows& rows, const std::array<Bytes, 4>& streams)
 {
-    split<sidesOrder, 4, fourUp>(source, groups, streams);
+    split<sidesOrder, 4, fourUp>(rows, streams);
 }
 
-void splitBothEnds(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+void splitBothEnds(const Rows& rows, const std::array<Bytes, 4>& streams)
 {
-    split<sidesOrder, 4, towardsEachOther>(source, groups, streams);
+    split<sidesOrder, 4, towardsEachOther>(rows, streams);
 }
 
-void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 8>& streams)
+void splitStrips(const Rows& rows, const std::array<Bytes, 8>& streams)
 {
-    split<stripsOrder, 8, eightUp>(source, groups, streams);
+    split<stripsOrder, 8, eightUp>(rows, streams);
+}
+
+const char* instructionSet()
+{
+    return hwy::TargetName(HWY_TARGET);
 }
 
 } // namespace kernels::HWY_NAMESPACE
@@ -175,30 +195,36 @@ HWY_EXPORT(splitReversedQuads);
 HWY_EXPORT(splitSides);
 HWY_EXPORT(splitBothEnds);
 HWY_EXPORT(splitStrips);
+HWY_EXPORT(instructionSet);
 
-void splitAlternating(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+void splitAlternating(const Rows& rows, const std::array<Bytes, 2>& streams)
 {
-    HWY_DYNAMIC_DISPATCH(splitAlternating)(source, groups, streams);
+    HWY_DYNAMIC_DISPATCH(splitAlternating)(rows, streams);
 }
 
-void splitReversedQuads(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+void splitReversedQuads(const Rows& rows, const std::array<Bytes, 2>& streams)
 {
-    HWY_DYNAMIC_DISPATCH(splitReversedQuads)(source, groups, streams);
+    HWY_DYNAMIC_DISPATCH(splitReversedQuads)(rows, streams);
 }
 
-void splitSides(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+void splitSides(const Rows& rows, const std::array<Bytes, 4>& streams)
 {
-    HWY_DYNAMIC_DISPATCH(splitSides)(source, groups, streams);
+    HWY_DYNAMIC_DISPATCH(splitSides)(rows, streams);
 }
 
-void splitBothEnds(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+void splitBothEnds(const Rows& rows, const std::array<Bytes, 4>& streams)
 {
-    HWY_DYNAMIC_DISPATCH(splitBothEnds)(source, groups, streams);
+    HWY_DYNAMIC_DISPATCH(splitBothEnds)(rows, streams);
 }
 
-void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 8>& streams)
+void splitStrips(const Rows& rows, const std::array<Bytes, 8>& streams)
 {
-    HWY_DYNAMIC_DISPATCH(splitStrips)(source, groups, streams);
+    HWY_DYNAMIC_DISPATCH(splitStrips)(rows, streams);
+}
+
+const char* instructionSet()
+{
+    return HWY_DYNAMIC_DISPATCH(instructionSet)();
 }
 
 } // namespace kernels

@@ -6,29 +6,34 @@
 namespace kernels
 {
 
-void splitAlternating(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+void splitAlternating(const Rows& rows, const std::array<Bytes, 2>& streams)
 {
-    splitPlainly<alternatingOrder, 2, twoUp>(source, 0, groups, streams);
+    splitPlainly<alternatingOrder, 2, twoUp>(rows, streams);
 }
 
-void splitReversedQuads(ConstBytes source, std::size_t groups, const std::array<Bytes, 2>& streams)
+void splitReversedQuads(const Rows& rows, const std::array<Bytes, 2>& streams)
 {
-    splitPlainly<reversedQuadsOrder, 2, twoUp>(source, 0, groups, streams);
+    splitPlainly<reversedQuadsOrder, 2, twoUp>(rows, streams);
 }
 
-void splitSides(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+void splitSides(const Rows& rows, const std::array<Bytes, 4>& streams)
 {
-    splitPlainly<sidesOrder, 4, fourUp>(source, 0, groups, streams);
+    splitPlainly<sidesOrder, 4, fourUp>(rows, streams);
 }
 
-void splitBothEnds(ConstBytes source, std::size_t groups, const std::array<Bytes, 4>& streams)
+void splitBothEnds(const Rows& rows, const std::array<Bytes, 4>& streams)
 {
-    splitPlainly<sidesOrder, 4, towardsEachOther>(source, 0, groups, streams);
+    splitPlainly<sidesOrder, 4, towardsEachOther>(rows, streams);
 }
 
-void splitStrips(ConstBytes source, std::size_t groups, const std::array<Bytes, 8>& streams)
+void splitStrips(const Rows& rows, const std::array<Bytes, 8>& streams)
 {
-    splitPlainly<stripsOrder, 8, eightUp>(source, 0, groups, streams);
+    splitPlainly<stripsOrder, 8, eightUp>(rows, streams);
+}
+
+const char* instructionSet()
+{
+    return "plain";
 }
 
 } // namespace kernels

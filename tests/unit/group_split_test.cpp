@@ -34,12 +34,14 @@ template <std::size_t count>
 class Streams
 {
 public:
-    Streams(std::size_t groups, const kernels::Directions<count>& directions)
-        : m_length(groups * kernels::groupSize / count)
+    /// @param length bytes of each row.
+    Streams(std::size_t length, std::size_t rows, std::size_t pitch,
+            const kernels::Directions<count>& directions)
+        : m_length(length)
         , m_directions(directions)
     {
         for (std::size_t i = 0; i < count; ++i) {
-            m_bytes.emplace_back(m_length, 3 * i);
+            m_bytes.emplace_back((rows - 1) * pitch + length, 3 * i);
         }
     }
 
@@ -68,19 +70,25 @@ private:
     std::vector<GuardedBytes> m_bytes;
 };
 
+/// Also compares the bytes between the rows, which no kernel may touch.
 template <const kernels::GroupOrder& order, std::size_t count,
           const kernels::Directions<count>& directions, typename Kernel>
 void expectDealsLikePlainLoop(Kernel kernel)
 {
     for (std::size_t groups = 0; groups <= 200; ++groups) {
         SCOPED_TRACE(::testing::Message() << groups << " groups");
+        const std::size_t rowCount = 1 + groups % 3;
+        // The rows are longer than their groups, by an odd number of bytes for some.
+        const std::size_t pitch = 4 * groups + groups % 5;
+        const std::size_t length = groups * kernels::groupSize / count;
         const std::size_t misalignment = groups % 7;
-        const std::vector<unsigned char> source = noise(misalignment + 8 * groups, 3);
-        Streams<count> expected(groups, directions);
-        Streams<count> actual(groups, directions);
-        kernels::splitPlainly<order, count, directions>(source.data() + misalignment, 0, groups,
-                                                        expected.starts());
-        kernel(source.data() + misalignment, groups, actual.starts());
+        const std::vector<unsigned char> source =
+            noise(misalignment + (rowCount - 1) * 2 * pitch + kernels::groupSize * groups, 3);
+        const kernels::Rows rows = {source.data() + misalignment, groups, rowCount, pitch};
+        Streams<count> expected(length, rowCount, pitch, directions);
+        Streams<count> actual(length, rowCount, pitch, directions);
+        kernels::splitPlainly<order, count, directions>(rows, expected.starts());
+        kernel(rows, actual.starts());
         actual.expectSameAs(expected);
     }
 }

@@ -296,7 +296,7 @@ TEST(Unpacking, MirrorsTheRightHalves)
 
 TEST(Unpacking, SpreadsFourStrips)
 {
-    Image frame(2 * 1280);
+    Image frame(std::size_t{2} * 1280);
     for (std::size_t i = 0; i < 8; ++i) {
         frame[i] = static_cast<unsigned char>(1 + i);
         frame[8 + i] = static_cast<unsigned char>(11 + i);
