@@ -1,4 +1,5 @@
 #include "atomic_field.h"
+#include "frame_clock.h"
 #include "frame_trailer.h"
 #include "zrn_camera.h"
 
@@ -12,11 +13,10 @@ namespace
 constexpr int loggedFrames = 16;
 constexpr int rateIntervalMs = 1001;
 
-/// Milliseconds since a time of day, at most a day ago.
+/// Milliseconds since a time of the frame clock, at most a day ago.
 int elapsedSince(const QTime& start)
 {
-    constexpr int millisecondsPerDay = 86'400'000;
-    const int elapsed = start.msecsTo(QTime::currentTime());
+    const int elapsed = start.msecsTo(frameClock());
     return elapsed < 0 ? elapsed + millisecondsPerDay : elapsed;
 }
 
@@ -127,5 +127,5 @@ void CZRNCamera::measureFrameRate()
     }
     shared(m_frameRate).store(count * 1000.0 / elapsed);
     shared(m_fpsFrameCount).store(0);
-    shared(m_fpsTimer).store(QTime::currentTime());
+    shared(m_fpsTimer).store(frameClock());
 }

@@ -1,5 +1,6 @@
 #include "abandonment.h"
 #include "atomic_field.h"
+#include "frame_clock.h"
 #include "frame_trailer.h"
 #include "zrn_camera.h"
 
@@ -86,7 +87,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         return ErrorCode::StreamStartFailed;
     }
 
-    shared(m_fpsTimer).store(QTime::currentTime());
+    shared(m_fpsTimer).store(frameClock());
     shared(m_isStreaming).store(true);
     return ErrorCode::Success;
 }

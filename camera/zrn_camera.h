@@ -168,7 +168,7 @@ protected:
     bool m_gainReadBack = true;     ///< read the gain back after writing it
     QWaitCondition m_frameReady;
     QMutex m_frameMutex;
-    QTime m_fpsTimer; ///< start of the measured interval
+    QTime m_fpsTimer; ///< start of the measured interval, by the frame clock
     qint32 m_fpsFrameCount = 0;
     double m_frameRate = 0.0; ///< frames per second
     CameraSpace::TriggerMode m_triggerMode = CameraSpace::TriggerMode::Oldest;

@@ -280,7 +280,7 @@ TEST_F(FrameCache, TheRateIsMeasuredOverMoreThanASecond)
     EXPECT_EQ(camera.m_frameRate, 0.0);
     EXPECT_EQ(camera.m_fpsFrameCount, 5);
 
-    const QTime begin = QTime::currentTime().addMSecs(-2000);
+    const QTime begin = camera.m_fpsTimer.addMSecs(-2000);
     camera.m_fpsTimer = begin;
     triggerFilled(1);
     // Six frames in two seconds and as long as this test took so far.
