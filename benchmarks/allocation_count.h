@@ -1,0 +1,6 @@
+#pragma once
+
+#include <cstddef>
+
+/// How often this program has allocated memory so far, in any thread.
+std::size_t allocationCount();
