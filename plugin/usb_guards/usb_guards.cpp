@@ -36,7 +36,11 @@ bool hasDeparted(libusb_device_handle* handle, int interfaceNumber)
 
 std::uint32_t littleEndian32(const unsigned char* data)
 {
-    return data[0] | data[1] << 8U | data[2] << 16U | static_cast<std::uint32_t>(data[3]) << 24U;
+    std::uint32_t value = 0;
+    for (int i = 3; i >= 0; --i) {
+        value = value << 8U | data[i];
+    }
+    return value;
 }
 
 /// Whether a control request commits the camera to payloads that libuvc cannot take: it divides by
