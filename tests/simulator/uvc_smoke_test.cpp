@@ -12,6 +12,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace zrnsim
@@ -256,15 +257,23 @@ TEST_F(UvcSmoke, ADepartedCameraIsGoneAndComesBackUnderAnotherSerial)
         uvc_exit(context);
         return found;
     };
+    // A kernel takes some time to notice, and to enumerate.
+    const auto eventually = [](const auto& condition) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition() && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return condition();
+    };
     const std::string serial = cameras().at(0).at("serial");
     EXPECT_TRUE(isThere(serial));
     call({{"command", "unplug"}});
-    EXPECT_FALSE(isThere(serial));
+    EXPECT_TRUE(eventually([&] { return !isThere(serial); }));
     call({{"command", "plug"}, {"serial", "4711"}});
-    EXPECT_TRUE(isThere("4711"));
+    EXPECT_TRUE(eventually([&] { return isThere("4711"); }));
     call({{"command", "unplug"}});
     call({{"command", "plug"}, {"serial", serial}});
-    EXPECT_TRUE(isThere(serial));
+    EXPECT_TRUE(eventually([&] { return isThere(serial); }));
 }
 
 } // namespace
