@@ -25,6 +25,7 @@ struct uvc_device_handle {
     std::optional<fakeuvc::Stream> stream;
     std::mutex callbackMutex; ///< held while a frame is in the callback
     // What uvc_get_format_descs answers.
+    std::vector<fakeuvc::Format> described;
     std::deque<uvc_format_desc_t> formats;
     std::deque<uvc_frame_desc_t> frames;
 };
@@ -51,9 +52,13 @@ std::string requestName(uvc_req_code request)
     }
 }
 
-/// Builds the linked descriptors of a handle from the camera's script.
+/// Builds the linked descriptors of a handle from the camera's script, anew when that has changed.
 void describeFormats(uvc_device_handle& handle)
 {
+    if (handle.described == handle.device->camera->formats) {
+        return;
+    }
+    handle.described = handle.device->camera->formats;
     handle.formats.clear();
     handle.frames.clear();
     for (const Format& format : handle.device->camera->formats) {

@@ -54,11 +54,15 @@ struct FrameSize {
     int width;
     int height;
     std::uint32_t interval = 333333;
+
+    friend bool operator==(const FrameSize&, const FrameSize&) = default;
 };
 
 struct Format {
     uvc_vs_desc_subtype subtype = UVC_VS_FORMAT_UNCOMPRESSED;
     std::vector<FrameSize> frames;
+
+    friend bool operator==(const Format&, const Format&) = default;
 };
 
 /// One device on the bus.
