@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
+#include <sys/resource.h>
 
 using CameraSpace::ImageBlock;
 using testing::ElementsAre;
@@ -19,12 +20,15 @@ namespace
 std::atomic<std::size_t> failingSize = 0; // 0 for none
 std::atomic<std::size_t> failingRange = 0;
 std::atomic<int> letThrough = 0;
+std::atomic<int> refusals = 0;
 
 bool shallFail(std::size_t size)
 {
     const std::size_t smallest = failingSize;
-    return smallest != 0 && size >= smallest && size <= smallest + failingRange &&
-           letThrough-- <= 0;
+    const bool fails =
+        smallest != 0 && size >= smallest && size <= smallest + failingRange && letThrough-- <= 0;
+    refusals += fails ? 1 : 0;
+    return fails;
 }
 
 } // namespace
@@ -61,6 +65,13 @@ constexpr int height = 480;
 constexpr std::size_t slotSize = std::size_t{2} * width * height + 8;
 constexpr std::size_t imageSize = std::size_t{1} * width * height + 8;
 
+long pageFaults()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_minflt;
+}
+
 class MemoryFailure : public DriverTest
 {
 protected:
@@ -80,6 +91,7 @@ protected:
     {
         letThrough = passing;
         failingRange = range;
+        refusals = 0;
         failingSize = size;
     }
     /// Starts the stream and fills one slot.
@@ -202,9 +214,39 @@ TEST_F(MemoryFailure, FramesAreCachedWithoutAllocation)
         failAllocations(1, std::numeric_limits<std::size_t>::max() - 1);
         EXPECT_NO_THROW(CZRNCamera::frameTriggered(&frame, &camera));
         failingSize = 0;
+        EXPECT_EQ(refusals, 0);
     }
     EXPECT_THAT(camera.m_frameIndexQueue, SizeIs(16));
     qDeleteAll(m_images);
+}
+
+// Pages that the heap gives back cost each grab several times its own work.
+TEST_F(MemoryFailure, GrabsFaultNoPagesWhileAHostDeletesItsImages)
+{
+    constexpr int keptPairs = 8;
+    constexpr int warmUp = 10 * keptPairs;
+    constexpr int grabs = 10 * keptPairs;
+    for (const bool changesImages : {false, true}) {
+        ASSERT_EQ(code(camera.startStream(0)), 0U);
+        long faultsBefore = 0;
+        for (int i = 0; i < warmUp + grabs; ++i) {
+            if (i == warmUp) {
+                faultsBefore = pageFaults();
+            }
+            sendFrame();
+            ASSERT_EQ(grab(), 0U);
+            if (changesImages) {
+                m_images.back()->data.data()[0] = 1;
+            }
+            if (m_images.size() == 2 * keptPairs) {
+                qDeleteAll(m_images);
+                m_images.clear();
+            }
+        }
+        // A pair that is faulted in anew costs a hundred and fifty.
+        EXPECT_LT(pageFaults() - faultsBefore, 2 * grabs);
+        ASSERT_EQ(code(camera.stopStream(0)), 0U);
+    }
 }
 
 TEST_F(MemoryFailure, WithoutMemoryForAnImageTheFrameIsLost)
