@@ -205,10 +205,9 @@ void UmockdevBus::unplug(std::size_t index, bool isAnnounced)
     if (!device) {
         return;
     }
-    umockdev_testbed_detach_ioctl(m_testbed.get(), port.node.c_str(), nullptr);
     m_cameras[index]->detach();
     device->unplug();
-    m_departed.push_back(std::move(device));
+    m_departed.push_back({std::move(device), port.node, std::chrono::steady_clock::now()});
     if (isAnnounced) {
         umockdev_testbed_uevent(m_testbed.get(), port.syspath.c_str(), "remove");
     }
@@ -228,12 +227,24 @@ void UmockdevBus::plug(std::size_t index, std::optional<std::uint64_t> serial, b
 }
 
 /// Forgets unplugged devices that no process has open any more.
+///
+/// Until then they are still listened to: umockdev's library ends a process whose connection to a
+/// device breaks off, as one does that is accepted by nobody.
 void UmockdevBus::dropDeparted()
 {
-    m_departed.remove_if([](const std::shared_ptr<UsbfsDevice>& device) {
+    constexpr std::chrono::seconds timeToConnect(1);
+    const auto now = std::chrono::steady_clock::now();
+    m_departed.remove_if([&](const Departed& departed) {
+        if (now - departed.since < timeToConnect) {
+            return false;
+        }
         std::promise<bool> open;
-        device->runOnWorker([&] { open.set_value(device->hasClients()); });
-        return !open.get_future().get();
+        departed.device->runOnWorker([&] { open.set_value(departed.device->hasClients()); });
+        if (open.get_future().get()) {
+            return false;
+        }
+        umockdev_testbed_detach_ioctl(m_testbed.get(), departed.node.c_str(), nullptr);
+        return true;
     });
 }
 

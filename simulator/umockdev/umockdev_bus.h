@@ -5,6 +5,7 @@
 
 #include <umockdev.h>
 
+#include <chrono>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -44,6 +45,13 @@ private:
         unsigned address = 0;
     };
 
+    /// A device after its unplugging, perhaps still open somewhere.
+    struct Departed {
+        std::shared_ptr<UsbfsDevice> device;
+        std::string node;
+        std::chrono::steady_clock::time_point since;
+    };
+
     void connectPort(std::size_t index, bool isAnnounced);
     void addSysfsDevice(std::size_t index, Port& port);
     void dropDeparted();
@@ -56,7 +64,7 @@ private:
     /// Serialises plugging and unplugging; guards what m_mutex does not. The worker thread, for
     /// which they wait, never takes it.
     std::mutex m_cableMutex;
-    std::list<std::shared_ptr<UsbfsDevice>> m_departed; ///< unplugged, perhaps still open somewhere
+    std::list<Departed> m_departed;
     unsigned m_nextAddress = 1;
 
     /// Guards the device pointers of the ports; held for moments only.
