@@ -198,6 +198,11 @@ constexpr Command commands[]{
     {"control-fault", addControlFault},
     {"frame-fault", setFrameFault},
     {"transfer-fault", addTransferFaults},
+    {"refuse-submissions",
+     [](const Target& t, const json& r) -> json {
+         t.camera.refuseSubmissions(r.value("count", 1U));
+         return json::object();
+     }},
     {"halt",
      [](const Target& t, const json&) -> json {
          t.camera.haltEndpoint();

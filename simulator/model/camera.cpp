@@ -267,6 +267,17 @@ std::optional<TransferFault> Camera::takeTransferFault()
     return fault;
 }
 
+bool Camera::takeSubmissionRefusal()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_refusals == 0) {
+        return false;
+    }
+    --m_refusals;
+    ++m_counters.transfersFailed;
+    return true;
+}
+
 void Camera::noteTransfer()
 {
     const std::lock_guard lock(m_mutex);
@@ -395,6 +406,12 @@ void Camera::addTransferFaults(TransferFault fault, unsigned count)
     wake();
 }
 
+void Camera::refuseSubmissions(unsigned count)
+{
+    const std::lock_guard lock(m_mutex);
+    m_refusals += count;
+}
+
 void Camera::haltEndpoint()
 {
     {
@@ -427,6 +444,7 @@ void Camera::clearFaults()
         m_controlFaults.clear();
         m_frameFault = {};
         m_transferFaults.clear();
+        m_refusals = 0;
         m_frozen = false;
     }
     wake();

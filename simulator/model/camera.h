@@ -50,6 +50,10 @@ public:
     /// The fault that the next transfer of the streaming endpoint has to end with, if any.
     std::optional<TransferFault> takeTransferFault();
 
+    /// Whether the next transfer of the streaming endpoint has to be refused for want of memory.
+    /// A transport asks that sees transfers being submitted.
+    bool takeSubmissionRefusal();
+
     /// Counts a finished transfer of the streaming endpoint.
     void noteTransfer();
 
@@ -90,6 +94,7 @@ public:
     void addControlFault(const ControlFault& fault);
     void setFrameFault(const FrameFault& fault);
     void addTransferFaults(TransferFault fault, unsigned count);
+    void refuseSubmissions(unsigned count);
     void haltEndpoint();
 
     /// Reports this configuration descriptor from the next plugging in on. Empty: the true one.
@@ -122,6 +127,7 @@ private:
     std::vector<ControlFault> m_controlFaults;
     FrameFault m_frameFault;
     std::deque<TransferFault> m_transferFaults;
+    unsigned m_refusals = 0; ///< of submissions, still to come
     bool m_frozen = false;
     bool m_streaming = false;
     std::uint32_t m_frameNumber = 0;

@@ -208,6 +208,9 @@ long UsbfsDevice::submitStream(UsbfsClient& client, Urb urb)
     if (claim(client, topology::streamingInterface) != 0) {
         return -EBUSY;
     }
+    if (m_camera.takeSubmissionRefusal()) {
+        return -ENOMEM;
+    }
     if (isIso) {
         const int count = urb.request.numberOfPackets;
         if (count < 1 || count > maxIsoPackets) {

@@ -84,6 +84,76 @@ TEST_F(BrokenStream, FailedTransfersEndTheStream)
     expectRestartRepairs();
 }
 
+TEST_F(BrokenStream, OneFailedTransferCostsItsFrameOnly)
+{
+    for (const char* const kind : {"protocol", "overflow"}) {
+        const std::uint64_t failed = bus.counter("transfersFailed");
+        bus.tell("transfer-fault", {{"kind", kind}});
+        while (bus.counter("transfersFailed") == failed) {
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
+        expectExactFrame();
+        EXPECT_TRUE(isOnline());
+    }
+    expectRestartRepairs();
+}
+
+TEST_F(BrokenStream, FramesOfAnotherSizeShowAsTimeOuts)
+{
+    bus.tell("frame-fault", {{"count", -1}, {"sizeDelta", 2}});
+    expectSilence();
+    bus.tell("clear-faults");
+    expectRestartRepairs();
+}
+
+/// Transfers that usbfs has no memory for. Only a transport that takes the submissions itself can
+/// refuse them.
+using RefusedSubmissions = BrokenStream;
+
+TEST_F(RefusedSubmissions, SomeAreSurvived)
+{
+    const std::uint64_t failed = bus.counter("transfersFailed");
+    bus.tell("refuse-submissions", {{"count", 20}});
+    while (bus.counter("transfersFailed") < failed + 20) {
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
+    expectExactFrame();
+    expectRestartRepairs();
+}
+
+TEST_F(RefusedSubmissions, AllEndTheStream)
+{
+    bus.tell("refuse-submissions", {{"count", 1000}});
+    expectSilence();
+    bus.tell("clear-faults");
+    expectRestartRepairs();
+}
+
+TEST_F(RefusedSubmissions, AtTheStartItFails)
+{
+    EXPECT_EQ((*camera)->stopStream(0), ErrorCode::Success);
+    bus.tell("refuse-submissions", {{"count", 1000}});
+    EXPECT_EQ(within(milliseconds(1000), "start", [&] { return (*camera)->startStream(0); }),
+              ErrorCode::StreamStartFailed);
+    bus.tell("clear-faults");
+    EXPECT_EQ((*camera)->startStream(0), ErrorCode::Success);
+    expectExactFrame();
+}
+
+/// A hundred payloads need more memory than usbfs gives.
+using MemoryLimit = BrokenStream;
+
+TEST_F(MemoryLimit, TheStreamDoesWithFewerTransfers)
+{
+    for (int i = 0; i < 20; ++i) {
+        expectExactFrame();
+    }
+    EXPECT_TRUE(isOnline());
+    expectRestartRepairs();
+}
+
 TEST_F(BrokenStream, LostPayloadsCostTheirFramesOnly)
 {
     bus.tell("frame-fault", {{"count", 3}, {"lostPayloads", 1}});
