@@ -125,12 +125,12 @@ bool StreamKeeper::reconnect()
     constexpr std::chrono::milliseconds pause(200);
     m_stream.reset();
     m_camera->disconnectDevice();
-    if (m_session.factory().enumDevice() < 1 ||
-        m_camera->connectDeviceBySerial(m_serial) != ErrorCode::Success) {
-        std::this_thread::sleep_for(pause);
-        return false;
+    if (m_session.factory().enumDevice() > 0 &&
+        m_camera->connectDeviceBySerial(m_serial) == ErrorCode::Success && startQuietly()) {
+        return true;
     }
-    return startQuietly();
+    std::this_thread::sleep_for(pause);
+    return false;
 }
 
 bool StreamKeeper::startQuietly()
