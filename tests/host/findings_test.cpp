@@ -104,6 +104,9 @@ TEST(Findings, FaultyLibraryVersionsAreNamed)
     const std::vector<Finding> old = judgeLibraries({{1, 0, 26}, {0, 0, 6}});
     EXPECT_EQ(find(old, "libusb").verdict, Verdict::Warning);
     EXPECT_EQ(find(old, "libuvc").verdict, Verdict::Warning);
+    const std::vector<Finding> guarded = judgeLibraries({{1, 0, 26}, {0, 0, 6}, true});
+    EXPECT_EQ(find(guarded, "libusb").verdict, Verdict::Good);
+    EXPECT_EQ(find(guarded, "libuvc").verdict, Verdict::Good);
     const std::vector<Finding> recent = judgeLibraries({{1, 0, 27}, {0, 0, 7}});
     EXPECT_EQ(find(recent, "libusb").verdict, Verdict::Good);
     EXPECT_EQ(find(recent, "libuvc").verdict, Verdict::Good);

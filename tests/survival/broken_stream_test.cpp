@@ -171,9 +171,9 @@ TEST_F(BrokenStream, MuteControlPipeHoldsNothingUp)
         within(milliseconds(2500), "first control", [&] { return (*camera)->getGain(gain, 0); }),
         ErrorCode::GainReadFailed);
     EXPECT_EQ(
-        within(milliseconds(300), "second control", [&] { return (*camera)->getGain(gain, 0); }),
+        within(milliseconds(1000), "second control", [&] { return (*camera)->getGain(gain, 0); }),
         ErrorCode::GainReadFailed);
-    EXPECT_FALSE(within(milliseconds(300), "status", [&] { return isOnline(); }));
+    EXPECT_FALSE(within(milliseconds(1000), "status", [&] { return isOnline(); }));
     EXPECT_EQ(grab(), ErrorCode::Success);
     EXPECT_EQ(within(milliseconds(3000), "stop", [&] { return (*camera)->stopStream(0); }),
               ErrorCode::Success);

@@ -133,7 +133,7 @@ TEST_F(HostileDevice, EndlessFrame)
 /// ordinary test run time for others.
 std::size_t stepFromEnvironment()
 {
-    constexpr std::size_t ordinary = 8;
+    constexpr std::size_t ordinary = 24;
     const char* const text = std::getenv("ZRN_DESCRIPTOR_STEP");
     return text ? std::strtoul(text, nullptr, 10) : ordinary;
 }

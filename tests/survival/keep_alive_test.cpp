@@ -78,7 +78,8 @@ protected:
         EXPECT_EQ(outage[QLatin1String("repair")].toString(), QLatin1String(repair));
         EXPECT_GT(outage[QLatin1String("begin")].toDouble(), 0.0);
         EXPECT_GT(outage[QLatin1String("seconds")].toDouble(), 0.2);
-        EXPECT_LE(outage[QLatin1String("missing")].toInt(), report[QLatin1String("missing")].toInt());
+        EXPECT_LE(outage[QLatin1String("missing")].toInt(),
+                  report[QLatin1String("missing")].toInt());
 
         const std::uint64_t produced = bus.counter("framesProduced") - m_producedBefore;
         const auto accounted = static_cast<std::uint64_t>(report[QLatin1String("frames")].toInt() +

@@ -55,12 +55,14 @@ std::uint64_t VirtualBus::counter(const std::string& name, std::size_t camera)
 std::optional<json> VirtualBus::sentFrame(std::uint32_t lowNumber, unsigned knownBits,
                                           std::size_t camera)
 {
-    // More than a camera object and libuvc hold. Without a limit the answers grow with every frame.
+    // More than a camera object and libuvc hold.
     constexpr std::uint64_t mostHeldFrames = 96;
     const std::uint64_t mask = (std::uint64_t{1} << knownBits) - 1;
     const std::uint64_t sent = counter("framesStarted", camera);
     const std::uint64_t since = sent - std::min(sent, mostHeldFrames);
-    const json frames = tell("frames", {{"camera", camera}, {"since", since}}).at("frames");
+    // Over a connection of its own, with which the memory for this long answer goes.
+    const json frames =
+        VirtualBus().tell("frames", {{"camera", camera}, {"since", since}}).at("frames");
     // The newest of the frames that the known bits may mean.
     for (auto frame = frames.rbegin(); frame != frames.rend(); ++frame) {
         const std::uint32_t number = frame->at("frameNumber");

@@ -61,12 +61,14 @@ std::vector<Finding> examine(const GlobalOptions& options, const QString& root)
     if (!cameras.empty()) {
         findings.push_back(judgeTransferMemory(cameras, transferMemoryLimit(root)));
     }
-    const std::vector<Finding> libraries = judgeLibraries(loadedLibraryVersions());
-    findings.insert(findings.end(), libraries.begin(), libraries.end());
     const zrnhost::PluginInspection inspection = inspectChosenPlugin(options);
+    const bool isUsable = inspection.fault == zrnhost::PluginFault::None;
+    const std::vector<Finding> libraries =
+        judgeLibraries(loadedLibraryVersions(isUsable ? inspection.path : QString()));
+    findings.insert(findings.end(), libraries.begin(), libraries.end());
     findings.push_back(judgePlugin(inspection));
     // Another root is not the system that the driver would enumerate.
-    if (inspection.fault == zrnhost::PluginFault::None && root.isEmpty()) {
+    if (isUsable && root.isEmpty()) {
         findings.push_back(tryDriver(inspection.path, cameras.size()));
     }
     return findings;

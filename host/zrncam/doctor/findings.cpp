@@ -123,10 +123,15 @@ Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
 std::vector<Finding> judgeLibraries(const LibraryVersions& versions)
 {
     std::vector<Finding> findings;
+    const QString guarded =
+        QStringLiteral("%1 %2 fails when cameras leave; the driver guards against that");
     const QString libusb = QStringLiteral("libusb");
     if (versions.libusb.isNull()) {
         findings.push_back({libusb, Verdict::Unknown, QStringLiteral("libusb cannot be loaded"),
                             QStringLiteral("install the package libusb-1.0-0")});
+    } else if (versions.libusb < QVersionNumber(1, 0, 27) && versions.isGuarded) {
+        findings.push_back(
+            {libusb, Verdict::Good, guarded.arg(libusb, versions.libusb.toString()), QString()});
     } else if (versions.libusb < QVersionNumber(1, 0, 27)) {
         findings.push_back(
             {libusb, Verdict::Warning,
@@ -146,6 +151,11 @@ std::vector<Finding> judgeLibraries(const LibraryVersions& versions)
         findings.push_back({libuvc, Verdict::Unknown,
                             QStringLiteral("libuvc cannot be loaded, or hides its version"),
                             QStringLiteral("install the package libuvc0")});
+    } else if (versions.libuvc <= QVersionNumber(0, 0, 6) && versions.isGuarded) {
+        findings.push_back({libuvc, Verdict::Good,
+                            guarded.arg(libuvc, versions.libuvc.toString()) +
+                                QStringLiteral("; frames of more than 16 MiB are refused"),
+                            QString()});
     } else if (versions.libuvc <= QVersionNumber(0, 0, 6)) {
         findings.push_back(
             {libuvc, Verdict::Warning,
