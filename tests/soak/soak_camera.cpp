@@ -44,7 +44,9 @@ SoakCamera::SoakCamera(IFactory& factory, OperationLog& log, std::size_t index,
 
 void SoakCamera::close()
 {
+    const void* const object = dynamic_cast<const void*>(&**m_camera);
     m_log.time("deleteDevice", [&] { m_camera.reset(); });
+    unwatchStream(object);
 }
 
 void SoakCamera::start(Random& random)

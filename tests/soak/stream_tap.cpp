@@ -49,6 +49,12 @@ void watchStream(const void* camera, FrameObserver observer)
     taps[camera].observer = std::move(observer);
 }
 
+void unwatchStream(const void* camera)
+{
+    const std::lock_guard locker(tapMutex);
+    taps.erase(camera);
+}
+
 } // namespace soak
 
 extern "C" __attribute__((visibility("default"))) uvc_error_t

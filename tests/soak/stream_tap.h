@@ -16,4 +16,7 @@ using FrameObserver = std::function<void(std::span<const std::uint8_t> frame)>;
 /// Replaces an earlier observer, while the camera does not stream. Thread-safe.
 void watchStream(const void* camera, FrameObserver observer);
 
+/// Forgets a camera object that has been deleted. Thread-safe.
+void unwatchStream(const void* camera);
+
 } // namespace soak

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iomanip>
+#include <malloc.h>
 #include <ostream>
 
 namespace soak
@@ -40,6 +41,7 @@ Line fit(const Samples& samples, const Value& value)
 
 void UsageTrend::sample()
 {
+    malloc_trim(0); // what is free does not count as held
     m_samples.push_back({now(), survival::ProcessUsage::now()});
 }
 
