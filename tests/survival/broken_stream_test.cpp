@@ -54,6 +54,15 @@ TEST_F(BrokenStream, FrozenCameraShowsInGrabsAndGoesOn)
     expectExactFrame();
 }
 
+TEST_F(BrokenStream, StreamGoesOnAfterMoreSilenceThanATransferWaits)
+{
+    bus.tell("freeze");
+    std::this_thread::sleep_for(milliseconds(6000)); // libuvc's transfers time out after 5 s
+    expectSilence();
+    bus.tell("thaw");
+    expectExactFrame();
+}
+
 TEST_F(BrokenStream, HaltedEndpointEndsTheStreamQuietly)
 {
     bus.tell("halt");

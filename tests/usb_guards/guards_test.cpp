@@ -117,6 +117,15 @@ TEST_F(UsbGuards, ACancelledTransferIsNotSubmittedAgain)
     EXPECT_EQ(delivered, std::vector{LIBUSB_TRANSFER_CANCELLED});
 }
 
+TEST_F(UsbGuards, ATransferThatTimedOutIsSubmittedAgain)
+{
+    libusb_submit_transfer(&transfer);
+    libusb_cancel_transfer(&transfer); // libusb's own way to end it
+    complete(LIBUSB_TRANSFER_TIMED_OUT);
+    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_SUCCESS);
+    EXPECT_EQ(usb.calls, (Calls{"submit", "cancel", "submit"}));
+}
+
 TEST_F(UsbGuards, CancellingWhatIsInFlightAlwaysPromisesItsEnd)
 {
     libusb_submit_transfer(&transfer);
