@@ -2,9 +2,12 @@
 
 include(GNUInstallDirs)
 
-get_target_property(zrn_qmake Qt5::qmake IMPORTED_LOCATION)
-execute_process(COMMAND "${zrn_qmake}" -query QT_INSTALL_PLUGINS
-    OUTPUT_VARIABLE zrn_qt_plugins OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+# Cross builds name the folder: Qt's qmake of the target cannot be asked there.
+if(NOT DEFINED ZRN_PLUGIN_DIR)
+    get_target_property(zrn_qmake Qt5::qmake IMPORTED_LOCATION)
+    execute_process(COMMAND "${zrn_qmake}" -query QT_INSTALL_PLUGINS
+        OUTPUT_VARIABLE zrn_qt_plugins OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+endif()
 set(ZRN_PLUGIN_DIR "${zrn_qt_plugins}/zrncamera" CACHE PATH "Folder that the plugin is installed to")
 cmake_path(APPEND zrn_plugin_file "${ZRN_PLUGIN_DIR}" "libzrncamera.so")
 
