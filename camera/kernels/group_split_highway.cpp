@@ -58,22 +58,25 @@ HWY_INLINE Vector loadBlocks(const std::uint8_t* source, [[maybe_unused]] std::s
 template <std::size_t count>
 using Pieces = hn::Repartition<hwy::UnsignedFromSize<blockSize / count>, Tag>;
 
-/// Transposes, within each block, a square of pieces.
+/// Transposes, within each block, a square of pieces. The rows are a plain array: the members of
+/// std::array are not compiled for the instruction set of their elements.
 template <std::size_t count>
-HWY_INLINE void transpose(std::array<Vector, count>& rows)
+HWY_INLINE void transpose(Vector (&rows)[count])
 {
     const Tag tag;
     const Pieces<count> pieces;
     // Each round moves the highest bit of the row number to the lowest place of the column number.
     for (std::size_t round = 1; round < count; round *= 2) {
-        std::array<Vector, count> next;
+        Vector next[count];
         for (std::size_t i = 0; i < count / 2; ++i) {
             const auto upper = hn::BitCast(pieces, rows[i]);
             const auto lower = hn::BitCast(pieces, rows[i + count / 2]);
             next[2 * i] = hn::BitCast(tag, hn::InterleaveLower(pieces, upper, lower));
             next[2 * i + 1] = hn::BitCast(tag, hn::InterleaveUpper(pieces, upper, lower));
         }
-        rows = next;
+        for (std::size_t i = 0; i < count; ++i) {
+            rows[i] = next[i];
+        }
     }
 }
 
@@ -101,7 +104,7 @@ HWY_INLINE void splitVectors(const std::uint8_t* source, std::size_t position,
     const Tag tag;
     const Pieces<streamCount> pieces;
     const Vector table = hn::LoadDup128(tag, vectorOrder.data());
-    std::array<Vector, streamCount> vectors;
+    Vector vectors[streamCount];
     for (std::size_t i = 0; i < streamCount; ++i) {
         vectors[i] = hn::TableLookupBytes(
             loadBlocks(source + i * blockSize, streamCount * blockSize), table);
