@@ -20,16 +20,26 @@ using CameraSpace::TriggerMode;
 namespace
 {
 
-/// The place of a virtual function in its class's table. In the Itanium C++ ABI a pointer to a
-/// virtual member function holds one more than the offset of its entry.
+/// The place of a virtual function in its class's table. A pointer to a virtual member function
+/// holds the offset of its entry, and a mark: in the Itanium C++ ABI one is added to the offset, on
+/// ARM, where the lowest bit of a code address has a meaning, to the doubled adjustment that
+/// follows.
 template <typename Function>
 std::ptrdiff_t slotOf(Function function)
 {
-    std::ptrdiff_t word = 0;
-    static_assert(sizeof(function) >= sizeof(word));
-    std::memcpy(&word, &function, sizeof(word));
-    EXPECT_EQ(word % 2, 1) << "not virtual";
-    return (word - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+    struct {
+        std::ptrdiff_t offset;
+        std::ptrdiff_t adjustment;
+    } words;
+    static_assert(sizeof(function) == sizeof(words));
+    std::memcpy(&words, &function, sizeof(words));
+#if defined(__arm__) || defined(__aarch64__)
+    EXPECT_EQ(words.adjustment % 2, 1) << "not virtual";
+#else
+    EXPECT_EQ(words.offset % 2, 1) << "not virtual";
+    --words.offset;
+#endif
+    return words.offset / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
 /// Checks that the slots follow one another.
