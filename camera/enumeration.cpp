@@ -124,6 +124,9 @@ void CZRNCamera::closeSpecifedDevice(CameraNode* node)
 int CZRNCamera::enumZRNCameraDevices()
 {
     QMutexLocker enumeration(&m_cameraEnumLock);
+    if (m_isExiting) {
+        return 0;
+    }
 
     uvc_context_t* scan = nullptr;
     uvc_error_t result = uvc_init(&scan, nullptr);
@@ -177,6 +180,15 @@ bool CZRNCamera::releaseZRNCameraLibrary()
     }
     releaseNodes(nodes);
     return true;
+}
+
+void CZRNCamera::releaseAtExit()
+{
+    {
+        const QMutexLocker enumeration(&m_cameraEnumLock);
+        m_isExiting = true;
+    }
+    releaseZRNCameraLibrary();
 }
 
 QList<CameraNode*> CZRNCamera::takeNodes()

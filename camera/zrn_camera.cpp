@@ -11,6 +11,7 @@ QMap<QString, CameraNode*> CZRNCamera::m_cameraNodeMap;
 qint32 CZRNCamera::m_enumCount = 0;
 QLoggingCategory CZRNCamera::m_category("ZRNCamera");
 QReadWriteLock CZRNCamera::m_nodeTableLock;
+bool CZRNCamera::m_isExiting = false;
 
 CZRNCamera::CZRNCamera() = default;
 

@@ -109,6 +109,9 @@ public:
     static void closeSpecifedDevice(CameraNode* node);
     /// Closes and deletes every node.
     static bool releaseZRNCameraLibrary();
+    /// The same when the process exits: threads that go on enumerating find nothing, and leave the
+    /// node table alone, which is about to be destroyed.
+    static void releaseAtExit();
     /// The decimal serial key that an open camera carries. UVC: Backlight Compensation, of which
     /// GET_CUR, GET_MIN, GET_MAX and GET_DEF give 16 bits each, lowest first.
     static QString readSerial(uvc_device_handle_t* handle);
@@ -247,4 +250,5 @@ private:
     bool m_isClosing = false;        ///< nobody may begin to wait; under m_frameMutex
 
     static QReadWriteLock m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount
+    static bool m_isExiting;               ///< under m_cameraEnumLock
 };

@@ -1,5 +1,7 @@
 #include "zrn_camera_factory.h"
 
+#include "atomic_field.h"
+
 #include <QMutex>
 #include <QMutexLocker>
 #include <QWriteLocker>
@@ -83,8 +85,8 @@ void CZRNCameraFactory::disconnectAtExit()
     for (CZRNCamera* camera : std::as_const(m_cameraList)) {
         camera->disconnectDevice();
     }
-    CZRNCamera::releaseZRNCameraLibrary();
-    m_exited = true;
+    CZRNCamera::releaseAtExit();
+    shared(m_exited).store(true);
 }
 
 QString CZRNCameraFactory::name()
@@ -99,7 +101,7 @@ QVersionNumber CZRNCameraFactory::version()
 
 int CZRNCameraFactory::enumDevice()
 {
-    return m_exited ? 0 : CZRNCamera::enumZRNCameraDevices();
+    return shared(m_exited).load() ? 0 : CZRNCamera::enumZRNCameraDevices();
 }
 
 DeviceInterface* CZRNCameraFactory::createDevice()
