@@ -284,6 +284,12 @@ void Camera::noteTransfer()
     ++m_counters.transfersCompleted;
 }
 
+void Camera::noteStall()
+{
+    const std::lock_guard lock(m_mutex);
+    ++m_counters.transfersFailed;
+}
+
 bool Camera::isEndpointHalted() const
 {
     const std::lock_guard lock(m_mutex);

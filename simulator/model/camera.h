@@ -59,6 +59,9 @@ public:
 
     bool isEndpointHalted() const;
 
+    /// Counts a transfer that the halted streaming endpoint has refused.
+    void noteStall();
+
     /// Called whenever the streaming endpoint may have become able to answer. The handler must not
     /// call the camera. Once this returns, the handler that was set before is not running any more.
     void setWakeHandler(std::function<void()> handler);

@@ -24,7 +24,7 @@ struct Counters {
     std::uint64_t payloadsWithError = 0;
     std::uint64_t bytesSent = 0; ///< payload headers included
     std::uint64_t transfersCompleted = 0;
-    std::uint64_t transfersFailed = 0; ///< by a fault
+    std::uint64_t transfersFailed = 0; ///< by a fault or a halt
     std::uint64_t controlRequests = 0;
     std::uint64_t controlStalls = 0;
     std::uint64_t controlFaults = 0; ///< requests that a fault touched

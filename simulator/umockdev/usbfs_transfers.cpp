@@ -249,6 +249,7 @@ void UsbfsDevice::pump()
 bool UsbfsDevice::serveStream(UsbfsClient& client, std::list<Urb>::iterator urb)
 {
     if (m_camera.isEndpointHalted()) {
+        m_camera.noteStall();
         complete(client, urb, -EPIPE);
         return true;
     }

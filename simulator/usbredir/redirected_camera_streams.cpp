@@ -67,6 +67,7 @@ void RedirectedCamera::serveBulk()
     while (!m_bulk.empty()) {
         const PendingBulk transfer = m_bulk.front();
         if (m_camera.isEndpointHalted()) {
+            m_camera.noteStall();
             sendBulk(transfer, usb_redir_stall, {});
         } else if (const auto fault = m_camera.takeTransferFault()) {
             sendBulk(transfer, transferStatus(*fault), {});
