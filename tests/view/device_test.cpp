@@ -207,6 +207,26 @@ private slots:
         QVERIFY2(answers < 64, "only the newest of the waiting values is written");
     }
 
+    void unpluggingOneCameraLeavesTheOtherAlone()
+    {
+        auto first = makeDevice("ZR1");
+        auto second = makeDevice("ZR2");
+        TestBench test({first, second});
+        QVERIFY(test.waitForDevices(2));
+        CameraDevice& lost = *test.bench.devices().front();
+        CameraDevice& other = *test.bench.devices().back();
+        for (CameraDevice* device : test.bench.devices()) {
+            QVERIFY(test.waitForState(*device, CameraState::Idle));
+            device->startStream();
+            QVERIFY(test.waitForState(*device, CameraState::Streaming));
+        }
+        first->unplug();
+        QVERIFY(test.waitForState(lost, CameraState::Lost));
+        QTest::qWait(2500); // longer than any attempt to find the lost one waits
+        QCOMPARE(second->openCount.load(), 1);
+        QCOMPARE(other.health().state, CameraState::Streaming);
+    }
+
     void aSilentStreamIsNoticedAndExplained()
     {
         auto scripted = makeDevice("ZR1");

@@ -9,7 +9,9 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr auto retryPeriod = 2s;
+constexpr auto retryPeriod = 1s;
+/// After this time what the bus is seen to hold is newer than a camera's failure to answer.
+constexpr auto busSettles = 800ms;
 constexpr int shutDownMilliseconds = 5000;
 
 } // namespace
@@ -63,7 +65,11 @@ void Bench::search()
 
 bool Bench::hasNewCamera() const
 {
-    return m_state == State::Ready && m_bus.usable > liveCount();
+    // What the bus looked like may be older than the loss of a camera.
+    const bool justLost =
+        std::any_of(m_devices.begin(), m_devices.end(),
+                    [](const CameraDevice* device) { return device->wasLostWithin(busSettles); });
+    return m_state == State::Ready && !justLost && m_bus.usable > liveCount();
 }
 
 bool Bench::isRecording() const

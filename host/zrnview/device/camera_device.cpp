@@ -77,6 +77,11 @@ bool CameraDevice::isStreaming() const
     return m_health.state == CameraState::Streaming || m_health.state == CameraState::Silent;
 }
 
+bool CameraDevice::wasLostWithin(std::chrono::milliseconds time) const
+{
+    return m_health.state == CameraState::Lost && !m_loss.hasExpired(time.count());
+}
+
 bool CameraDevice::isStuck() const
 {
     return m_expectsSigns && m_lastSign.elapsed() > stuckMilliseconds;
@@ -191,6 +196,9 @@ void CameraDevice::noteFacts(const CameraFacts& facts)
 void CameraDevice::noteHealth(const CameraHealth& health)
 {
     m_lastSign.start();
+    if (health.state == CameraState::Lost && m_health.state != CameraState::Lost) {
+        m_loss.start();
+    }
     m_health = health;
     emit healthChanged();
 }

@@ -32,6 +32,8 @@ public:
     /// Whether the camera answers and can be asked for something.
     bool isConnected() const;
     bool isStreaming() const;
+    /// Whether the camera is lost, and has been for less than @p time.
+    bool wasLostWithin(std::chrono::milliseconds time) const;
     /// Whether the stream is to run again after the camera was found again.
     bool wantsStream() const { return m_wantsStream; }
     /// Whether the camera's thread has been waiting for a device call for unusually long.
@@ -84,6 +86,7 @@ private:
     std::map<Setting, qint64> m_chosen; // by the operator, accepted by the camera
     std::shared_ptr<zrnrecording::Recorder> m_recorder;
     QElapsedTimer m_lastSign;
+    QElapsedTimer m_loss;        // since the camera was lost
     bool m_expectsSigns = false; // the camera's thread reports several times a second
     bool m_wantsStream = false;
 };

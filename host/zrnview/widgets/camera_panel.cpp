@@ -2,8 +2,10 @@
 
 #include "common/result_codes.h"
 #include "zrnview/widgets/camera_list.h"
+#include "zrnview/widgets/explanation.h"
 #include "zrnview/widgets/theme.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
 
@@ -74,6 +76,8 @@ QWidget* CameraPanel::makeHeader()
     m_title->setText(m_device.serial());
     layout->addWidget(m_dot);
     layout->addWidget(m_title);
+    // The name comes first where there is not room for all.
+    m_state->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     layout->addWidget(m_state, 1);
     m_streamButton->setToolTip(tr("Starts or stops the stream (Ctrl+Space)"));
     m_snapshotButton->setText(tr("Snapshot"));
@@ -96,6 +100,7 @@ QWidget* CameraPanel::makeHeader()
 
 void CameraPanel::setActive(bool active)
 {
+    m_active = active;
     setTextColour(*m_title,
                   active ? palette().color(QPalette::Link) : palette().color(QPalette::WindowText));
 }
@@ -109,6 +114,14 @@ void CameraPanel::mousePressEvent(QMouseEvent* event)
 {
     emit activated();
     QFrame::mousePressEvent(event);
+}
+
+void CameraPanel::changeEvent(QEvent* event)
+{
+    QFrame::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        setActive(m_active);
+    }
 }
 
 void CameraPanel::updateState()
@@ -158,14 +171,12 @@ void CameraPanel::updateNotice()
                           "found by its serial and goes on with its settings. While another "
                           "camera records, that waits until the recording has ended."));
         return;
-    case CameraState::Unusable: {
-        const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(health.code);
+    case CameraState::Unusable:
         m_notice->show(NoticeBar::Tone::Fault,
                        tr("This camera was found, but cannot be used: %1.")
                            .arg(zrnhost::describeResult(health.code)),
-                       info ? QString::fromLatin1(info->remedy) : QString());
+                       remedyFor(health.code));
         return;
-    }
     case CameraState::Silent:
         m_notice->show(
             NoticeBar::Tone::Attention,

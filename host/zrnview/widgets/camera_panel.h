@@ -42,6 +42,7 @@ signals:
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     QWidget* makeHeader();
@@ -62,6 +63,7 @@ private:
     QStringList m_findings;
     QTimer m_stuckTimer;
     bool m_wasStreaming = false;
+    bool m_active = false;
 };
 
 } // namespace zrnview

@@ -1,6 +1,6 @@
 #include "zrnview/widgets/control_row.h"
 
-#include "common/result_codes.h"
+#include "zrnview/widgets/explanation.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QEvent>
@@ -108,6 +108,7 @@ void ControlRow::setEnabled(bool enabled)
 
 void ControlRow::show(const SettingReading& reading)
 {
+    m_shown = reading;
     const Colours colours = coloursFor(m_label->palette());
     if (reading.readCode != ErrorCode::Success) {
         m_readBack->setText(tr("unreadable"));
@@ -130,13 +131,10 @@ void ControlRow::show(const SettingReading& reading)
         m_message->clear();
         return;
     }
-    const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(code);
     const QString what = reading.writeCode != ErrorCode::Success
                              ? tr("%1 was refused").arg(QLocale().toString(reading.wanted))
                              : tr("Reading failed");
-    m_message->setText(tr("%1: %2. %3")
-                           .arg(what, zrnhost::describeResult(code),
-                                info ? QString::fromLatin1(info->remedy) : QString()));
+    m_message->setText(explained(what, code));
     setTextColour(*m_message, colours.fault);
 }
 
@@ -150,6 +148,12 @@ bool ControlRow::eventFilter(QObject* watched, QEvent* event)
     case QEvent::Leave:
     case QEvent::FocusOut:
         emit pointedAt(m_info.setting, m_field->hasFocus() || m_slider->hasFocus());
+        break;
+    case QEvent::PaletteChange:
+        // Of one widget only: showing changes the palettes of others.
+        if (watched == m_slider && m_shown) {
+            show(SettingReading(*m_shown));
+        }
         break;
     case QEvent::Wheel:
         // The wheel scrolls the panel; only a row in use takes it.

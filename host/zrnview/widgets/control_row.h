@@ -6,6 +6,8 @@
 #include <QSlider>
 #include <QSpinBox>
 
+#include <optional>
+
 class QGridLayout;
 
 namespace zrnview
@@ -49,6 +51,7 @@ private:
     void ask(qint64 value);
 
     const SettingInfo& m_info;
+    std::optional<SettingReading> m_shown;
     QLabel* m_label;
     QSlider* m_slider;
     QSpinBox* m_field;

@@ -50,7 +50,6 @@ ControlsPanel::ControlsPanel(CameraDevice& device, QWidget* parent)
     }
     m_rows.at(Setting::Exposure)->setLogarithmic(true);
     m_ranges->setWordWrap(true);
-    m_ranges->setEnabled(false);
     lightGrid->addWidget(m_ranges, lightGrid->rowCount(), 0, 1, 4);
     for (const Setting setting : carrierSettings) {
         addRow(setting, *colourGrid);

@@ -2,6 +2,7 @@
 
 #include "zrnview/widgets/theme.h"
 
+#include <QEvent>
 #include <QTime>
 
 #include <cstring>
@@ -69,15 +70,31 @@ void EventLog::add(Tone tone, const QString& text)
     m_lastText = text;
     m_repeats = 1;
     auto* entry = new QListWidgetItem(QStringLiteral("%1  %2").arg(time, text), this);
-    const Colours colours = coloursFor(palette());
-    if (tone != Tone::Information) {
-        entry->setForeground(tone == Tone::Fault ? colours.fault : colours.attention);
-    }
+    entry->setData(Qt::UserRole, static_cast<int>(tone));
+    colour(*entry);
     if (count() > keptEntries) {
         delete takeItem(0);
     }
     scrollToBottom();
-    emit added(text);
+}
+
+void EventLog::colour(QListWidgetItem& entry) const
+{
+    const Colours colours = coloursFor(palette());
+    const auto tone = static_cast<Tone>(entry.data(Qt::UserRole).toInt());
+    if (tone != Tone::Information) {
+        entry.setForeground(tone == Tone::Fault ? colours.fault : colours.attention);
+    }
+}
+
+void EventLog::changeEvent(QEvent* event)
+{
+    QListWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        for (int row = 0; row < count(); ++row) {
+            colour(*item(row));
+        }
+    }
 }
 
 void relayDriverMessages(EventLog& log)

@@ -19,10 +19,12 @@ public:
     /// An entry that repeats the last one is counted instead of added.
     void add(Tone tone, const QString& text);
 
-signals:
-    void added(const QString& text);
+protected:
+    void changeEvent(QEvent* event) override;
 
 private:
+    void colour(QListWidgetItem& entry) const;
+
     QString m_lastText;
     int m_repeats = 0;
 };

@@ -88,6 +88,10 @@ void FramePanel::plot(const std::vector<FrameSample>& samples)
 {
     for (const FrameSample& sample : samples) {
         m_missingFrames += m_frames > 0 ? sample.missing : 0;
+        if (sample.number != m_lastNumber + 1 + sample.missing) {
+            m_number->clear(); // its upper bytes have become known
+        }
+        m_lastNumber = sample.number;
         ++m_frames;
         m_number->add(0, sample.seconds, sample.number);
         m_rate->add(0, sample.seconds, sample.rate);

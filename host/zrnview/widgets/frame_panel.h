@@ -47,6 +47,7 @@ private:
     HistogramView* m_histogramB;
     QTimer m_timer;
     std::shared_ptr<const Display> m_display;
+    quint32 m_lastNumber = 0;
     quint64 m_frames = 0;
     quint64 m_missingFrames = 0;
     double m_latencyMilliseconds = 0; // of the frame on the screen

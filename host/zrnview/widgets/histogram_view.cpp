@@ -86,21 +86,31 @@ void HistogramView::paintEvent(QPaintEvent*)
     if (!m_present || m_histogram.pixels == 0) {
         return;
     }
-    painter.setPen(colours.dimText);
-    painter.drawText(head.adjusted(2 * metrics.averageCharWidth(), 0, 0, 0),
-                     Qt::AlignLeft | Qt::AlignVCenter,
-                     tr("mean %1").arg(m_histogram.mean(), 0, 'f', 1));
+    paintNumbers(painter, head);
+    paintBars(painter, area.adjusted(1, 1, -1, 0));
+}
+
+void HistogramView::paintNumbers(QPainter& painter, const QRect& head) const
+{
+    const Colours colours = coloursFor(palette());
+    const QFontMetrics metrics = fontMetrics();
+    const int gap = 2 * metrics.averageCharWidth();
     const double dark = m_histogram.darkShare();
     const double bright = m_histogram.brightShare();
-    painter.setPen(bright >= notableShare ? colours.fault : colours.dimText);
     const QString brightText = tr("255: %1").arg(percent(bright));
-    painter.drawText(head, Qt::AlignRight | Qt::AlignVCenter, brightText);
+    const QString darkText = tr("0: %1").arg(percent(dark));
+    const QString meanText = tr("mean %1").arg(m_histogram.mean(), 0, 'f', 1);
+    QRect free = head.adjusted(gap, 0, 0, 0); // behind the letter
+    painter.setPen(bright >= notableShare ? colours.fault : colours.dimText);
+    painter.drawText(free, Qt::AlignRight | Qt::AlignVCenter, brightText);
+    free.setRight(free.right() - metrics.horizontalAdvance(brightText) - gap);
     painter.setPen(dark >= notableShare ? colours.imageA : colours.dimText);
-    painter.drawText(
-        head.adjusted(0, 0, -metrics.horizontalAdvance(brightText) - 2 * metrics.averageCharWidth(),
-                      0),
-        Qt::AlignRight | Qt::AlignVCenter, tr("0: %1").arg(percent(dark)));
-    paintBars(painter, area.adjusted(1, 1, -1, 0));
+    painter.drawText(free, Qt::AlignRight | Qt::AlignVCenter, darkText);
+    free.setRight(free.right() - metrics.horizontalAdvance(darkText) - gap);
+    if (metrics.horizontalAdvance(meanText) <= free.width()) {
+        painter.setPen(colours.dimText);
+        painter.drawText(free, Qt::AlignLeft | Qt::AlignVCenter, meanText);
+    }
 }
 
 void HistogramView::paintBars(QPainter& painter, const QRectF& area) const

@@ -33,6 +33,7 @@ protected:
     void mouseDoubleClickEvent(QMouseEvent* event) override;
 
 private:
+    void paintNumbers(QPainter& painter, const QRect& head) const;
     void paintBars(QPainter& painter, const QRectF& area) const;
 
     char m_letter;

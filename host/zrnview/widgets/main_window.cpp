@@ -1,6 +1,6 @@
 #include "zrnview/widgets/main_window.h"
 
-#include "common/result_codes.h"
+#include "zrnview/widgets/explanation.h"
 
 #include <QCloseEvent>
 #include <QDir>
@@ -63,8 +63,6 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
             }
         }
     });
-    connect(&events(), &EventLog::added, this,
-            [this](const QString& text) { statusBar()->showMessage(text, statusMilliseconds); });
     connect(&m_snapshots, &Snapshots::written, this, [this](const QStringList& paths) {
         note(EventLog::Tone::Information, tr("Saved %1").arg(paths.join(QStringLiteral(", "))));
     });
@@ -88,7 +86,7 @@ void MainWindow::buildSide()
     m_adjust = addDock(tr("No camera chosen"), "adjust", m_side);
     const int line = fontMetrics().height();
     resizeDocks({cameras, m_adjust}, {line * 9, line * 40}, Qt::Vertical);
-    resizeDocks({m_adjust}, {fontMetrics().averageCharWidth() * 60}, Qt::Horizontal);
+    resizeDocks({m_adjust}, {fontMetrics().averageCharWidth() * 48}, Qt::Horizontal);
 }
 
 void MainWindow::updateEmpty()
@@ -110,25 +108,22 @@ void MainWindow::welcome(CameraDevice& device)
                          tr("%1: %2: done").arg(device.serial(), operation));
                     return;
                 }
-                const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(code);
                 note(EventLog::Tone::Fault,
-                     tr("%1: %2 failed: %3. %4")
-                         .arg(device.serial(), operation, zrnhost::describeResult(code),
-                              info ? QString::fromLatin1(info->remedy) : QString()));
+                     explained(tr("%1: %2 failed").arg(device.serial(), operation), code));
             });
-    connect(
-        &device, &CameraDevice::settingsRead, this,
-        [this, &device](const SettingReadings& readings) {
-            for (const SettingReading& reading : readings) {
-                if (reading.written && reading.writeCode != ErrorCode::Success) {
-                    note(EventLog::Tone::Fault,
-                         tr("%1: %2 %3 was refused: %4")
-                             .arg(device.serial(), QString::fromUtf8(infoOf(reading.setting).label))
-                             .arg(reading.wanted)
-                             .arg(zrnhost::describeResult(reading.writeCode)));
+    connect(&device, &CameraDevice::settingsRead, this,
+            [this, &device](const SettingReadings& readings) {
+                for (const SettingReading& reading : readings) {
+                    if (reading.written && reading.writeCode != ErrorCode::Success) {
+                        note(EventLog::Tone::Fault,
+                             explained(tr("%1: %2 %3 was refused")
+                                           .arg(device.serial(),
+                                                QString::fromUtf8(infoOf(reading.setting).label))
+                                           .arg(reading.wanted),
+                                       reading.writeCode));
+                    }
                 }
-            }
-        });
+            });
     if (m_welcomed < m_options.camerasToShow) {
         ++m_welcomed;
         showCamera(device);
@@ -333,6 +328,7 @@ void MainWindow::chooseFolder()
 void MainWindow::note(EventLog::Tone tone, const QString& text)
 {
     events().add(tone, text);
+    statusBar()->showMessage(text, statusMilliseconds);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

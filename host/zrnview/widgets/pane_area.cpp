@@ -21,6 +21,9 @@ using namespace std::chrono_literals;
 constexpr auto blinkPeriod = 500ms;
 /// Gain in size that makes up for leaving the usual order, side by side.
 constexpr double worthTurning = 1.1;
+/// On the dark boxes over the images, in both themes.
+constexpr QColor letterColourA(0x5a, 0xb4, 0xff);
+constexpr QColor letterColourB(0xff, 0xb0, 0x4d);
 constexpr std::array amplifications = {1, 2, 4, 8, 16};
 
 struct ModeRow {
@@ -57,11 +60,11 @@ PaneArea::PaneArea(QWidget* parent)
     : QWidget(parent)
     , m_tools(new QToolBar(this))
     , m_modeActions(new QActionGroup(this))
-    , m_pixel(new QLabel(this))
     , m_zoom(new QLabel(this))
     , m_views(new QBoxLayout(QBoxLayout::LeftToRight))
     , m_left(new ImageView(this))
     , m_right(new ImageView(this))
+    , m_pixel(new QLabel(this))
 {
     buildTools();
     m_views->setSpacing(2);
@@ -120,11 +123,12 @@ void PaneArea::buildTools()
     m_markAction->setCheckable(true);
     connect(m_markAction, &QAction::toggled, this, &PaneArea::setMarkClipped);
 
-    auto* gap = new QWidget(this);
-    gap->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
-    m_tools->addWidget(gap);
-    m_pixel->setTextInteractionFlags(Qt::NoTextInteraction);
-    m_tools->addWidget(m_pixel);
+    m_pixel->setAttribute(Qt::WA_TransparentForMouseEvents);
+    m_pixel->setAutoFillBackground(true);
+    m_pixel->setPalette(QPalette(QColor(0xe4, 0xe7, 0xeb), QColor(0x12, 0x13, 0x15), Qt::white,
+                                 Qt::black, Qt::gray, QColor(0xe4, 0xe7, 0xeb),
+                                 QColor(0x12, 0x13, 0x15)));
+    m_pixel->setMargin(fontMetrics().averageCharWidth() / 2);
 }
 
 void PaneArea::connectView(ImageView& view, ImageView& other)
@@ -208,12 +212,11 @@ void PaneArea::arrange()
         m_left->setCaption(QStringLiteral("|A − B| × %1").arg(m_amplification), colours.difference);
         assign(*m_left, difference);
     } else {
-        // On the dark box behind the caption, in both themes.
         m_left->setCaption(leftIsB ? QStringLiteral("B") : QStringLiteral("A"),
-                           leftIsB ? QColor(0xff, 0xb0, 0x4d) : QColor(0x5a, 0xb4, 0xff));
+                           leftIsB ? letterColourB : letterColourA);
         assign(*m_left, leftIsB ? b : a);
     }
-    m_right->setCaption(QStringLiteral("B"), QColor(0xff, 0xb0, 0x4d));
+    m_right->setCaption(QStringLiteral("B"), letterColourB);
     assign(*m_right, b);
 }
 
@@ -249,20 +252,20 @@ void PaneArea::showZoom()
 
 void PaneArea::showPixel()
 {
-    if (!m_hovered || !m_display) {
-        m_pixel->setText(tr("Point at a pixel "));
-        m_pixel->setEnabled(false);
+    m_pixel->setVisible(m_hovered && m_display);
+    if (m_pixel->isHidden()) {
         return;
     }
-    const Colours colours = coloursFor(palette());
-    m_pixel->setEnabled(true);
     m_pixel->setText(QStringLiteral("x&nbsp;<b>%1</b>&nbsp; y&nbsp;<b>%2</b>&nbsp;&nbsp; "
                                     "<font color='%3'>A&nbsp;<b>%4</b></font>&nbsp; "
-                                    "<font color='%5'>B&nbsp;<b>%6</b></font>&nbsp;")
+                                    "<font color='%5'>B&nbsp;<b>%6</b></font>")
                          .arg(m_hovered->x())
                          .arg(m_hovered->y())
-                         .arg(colours.imageA.name(), valueText(m_display->a, *m_hovered),
-                              colours.imageB.name(), valueText(m_display->b, *m_hovered)));
+                         .arg(letterColourA.name(), valueText(m_display->a, *m_hovered),
+                              letterColourB.name(), valueText(m_display->b, *m_hovered)));
+    m_pixel->adjustSize();
+    m_pixel->move(m_views->geometry().topRight() - QPoint(m_pixel->width(), 0));
+    m_pixel->raise();
 }
 
 } // namespace zrnview

@@ -57,11 +57,11 @@ private:
     QActionGroup* m_modeActions;
     QAction* m_markAction;
     QAction* m_amplifyAction;
-    QLabel* m_pixel;
     QLabel* m_zoom;
     QBoxLayout* m_views;
     ImageView* m_left;
     ImageView* m_right;
+    QLabel* m_pixel; // over the images
     QTimer m_blink;
     bool m_blinkShowsB = false;
     ViewMode m_mode = ViewMode::SideBySide;

@@ -72,7 +72,8 @@ QWidget* PlaybackPanel::makeHeader()
     auto* close = new QToolButton(header);
     close->setText(QStringLiteral("✕"));
     close->setToolTip(tr("Close the recording"));
-    layout->addWidget(m_title, 1);
+    m_about->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    layout->addWidget(m_title);
     layout->addWidget(m_about, 1);
     for (QToolButton* button : {m_verify, snapshot, close}) {
         button->setFocusPolicy(Qt::StrongFocus);

@@ -15,7 +15,7 @@ namespace zrnview
 namespace
 {
 
-constexpr int answerCharacters = 12;
+constexpr int answerCharacters = 9;
 constexpr int shownDecimals = 2;
 
 /// A value as it reads best; the tool tip holds it in full.
@@ -102,7 +102,7 @@ QVariant PropertyModel::data(const QModelIndex& index, int role) const
         if (index.column() == Value) {
             return readable ? briefly(reading.value) : QStringLiteral("–");
         }
-        return readable ? tr("ok") : zrnhost::describeResult(reading.code);
+        return readable ? tr("ok") : QString::number(static_cast<unsigned int>(reading.code));
     case Qt::EditRole:
         return readable ? zrnhost::toText(reading.value) : QString();
     case Qt::ToolTipRole:

@@ -85,9 +85,11 @@ void RunningPlot::paintEvent(QPaintEvent*)
     const int space = metrics.averageCharWidth() / 2;
     const QRect head(space, 0, width() - 2 * space, metrics.height());
     painter.setPen(colours.dimText);
-    painter.drawText(head, Qt::AlignLeft | Qt::AlignVCenter, m_title);
     QFont bold = font();
     bold.setBold(true);
+    const int free = head.width() - QFontMetrics(bold).horizontalAdvance(m_headline) - space;
+    painter.drawText(head, Qt::AlignLeft | Qt::AlignVCenter,
+                     metrics.elidedText(m_title, Qt::ElideRight, free));
     painter.setFont(bold);
     painter.setPen(m_tone == Tone::Attention ? colours.attention
                                              : palette().color(QPalette::WindowText));

@@ -1,6 +1,6 @@
 #include "zrnview/widgets/stream_panel.h"
 
-#include "common/result_codes.h"
+#include "zrnview/widgets/explanation.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QFormLayout>
@@ -37,8 +37,6 @@ StreamPanel::StreamPanel(CameraDevice& device, QWidget* parent)
 {
     m_message->setWordWrap(true);
     m_message->hide();
-    setTextColour(*m_message, coloursFor(palette()).fault);
-
     auto* layout = new QVBoxLayout(this);
     for (QWidget* part : {makeOrder(), makeCache(), makeChecks(), makeAccount()}) {
         layout->addWidget(part);
@@ -160,12 +158,11 @@ void StreamPanel::explain(const SettingReading& reading)
         return;
     }
     m_message->setVisible(reading.writeCode != ErrorCode::Success);
-    const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(reading.writeCode);
-    m_message->setText(tr("%1 %2 was refused: %3. %4")
-                           .arg(QString::fromUtf8(infoOf(reading.setting).label))
-                           .arg(reading.wanted)
-                           .arg(zrnhost::describeResult(reading.writeCode),
-                                info ? QString::fromLatin1(info->remedy) : QString()));
+    setTextColour(*m_message, coloursFor(palette()).fault);
+    m_message->setText(explained(tr("%1 %2 was refused")
+                                     .arg(QString::fromUtf8(infoOf(reading.setting).label))
+                                     .arg(reading.wanted),
+                                 reading.writeCode));
 }
 
 void StreamPanel::updateHealth()

@@ -48,7 +48,7 @@ QPalette darkPalette()
     return palette;
 }
 
-/// Fusion with check boxes that can be seen on a dark background.
+/// Fusion with check boxes and radio buttons that can be seen on a dark background.
 class ViewStyle : public QProxyStyle
 {
 public:
@@ -66,6 +66,13 @@ public:
             painter->setBrush(Qt::NoBrush);
             painter->setPen(coloursFor(option->palette).dimText);
             painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
+            painter->restore();
+        } else if (element == PE_IndicatorRadioButton) {
+            painter->save();
+            painter->setRenderHint(QPainter::Antialiasing);
+            painter->setBrush(Qt::NoBrush);
+            painter->setPen(coloursFor(option->palette).dimText);
+            painter->drawEllipse(QRectF(option->rect).adjusted(0.5, 0.5, -0.5, -0.5));
             painter->restore();
         }
     }
