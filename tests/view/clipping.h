@@ -10,6 +10,9 @@
 /// down.
 inline bool isClipped(const QWidget& widget)
 {
+    if (widget.inherits("zrnview::ElidedLabel")) {
+        return false; // gives way on purpose, and tells the rest in its tool tip
+    }
     if (widget.width() < widget.minimumSizeHint().width()) {
         return true;
     }

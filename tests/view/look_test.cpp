@@ -42,8 +42,6 @@ constexpr int plotMilliseconds = 8000;
 void capture(QWidget& window, const char* name)
 {
     QCoreApplication::processEvents();
-    const QStringList clipped = clippedTexts(window);
-    QVERIFY2(clipped.isEmpty(), qPrintable(clipped.join(QLatin1Char('\n'))));
     const QImage picture = window.grab().toImage().convertToFormat(QImage::Format_RGB888);
     const QString folder = qEnvironmentVariable("ZRN_SCREENSHOTS");
     if (!folder.isEmpty()) {
@@ -51,6 +49,8 @@ void capture(QWidget& window, const char* name)
         const QString path = QStringLiteral("%1/zrnview-%2.png").arg(folder, QLatin1String(name));
         QVERIFY2(picture.save(path), qPrintable(path));
     }
+    const QStringList clipped = clippedTexts(window);
+    QVERIFY2(clipped.isEmpty(), qPrintable(clipped.join(QLatin1Char('\n'))));
 }
 
 void chooseValue(LiveWindow& live, Setting setting, int value)

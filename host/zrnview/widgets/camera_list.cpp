@@ -83,6 +83,7 @@ CameraList::CameraList(Bench& bench, QWidget* parent)
     , m_search(new QPushButton(tr("Search &again"), this))
 {
     m_list->setAccessibleName(tr("Cameras"));
+    m_list->setMinimumHeight(fontMetrics().height() * 3);
     m_status->setWordWrap(true);
     m_search->setToolTip(tr("Looks for cameras on the bus (F5). Streams pause for a moment."));
     auto* layout = new QVBoxLayout(this);
@@ -139,6 +140,21 @@ void CameraList::updateSearch()
     const QString text = adviceOf(m_bench);
     m_status->setText(text);
     m_status->setVisible(!text.isEmpty());
+    fitStatus();
+}
+
+void CameraList::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    fitStatus();
+}
+
+void CameraList::fitStatus()
+{
+    // A dock asks for a width alone, and would give wrapped text the height of one line.
+    const int width = contentsRect().width() - layout()->contentsMargins().left() -
+                      layout()->contentsMargins().right();
+    m_status->setMinimumHeight(m_status->heightForWidth(width));
 }
 
 QListWidgetItem* CameraList::entryOf(const CameraDevice& device) const

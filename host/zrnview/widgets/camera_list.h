@@ -27,7 +27,11 @@ signals:
     void shownChanged(zrnview::CameraDevice* device, bool shown);
     void chosen(zrnview::CameraDevice* device);
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
+    void fitStatus();
     void addDevice(CameraDevice* device);
     void updateEntry(const CameraDevice& device);
     void updateSearch();
