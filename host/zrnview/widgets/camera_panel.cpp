@@ -48,6 +48,7 @@ CameraPanel::CameraPanel(CameraDevice& device, QWidget* parent)
     connect(&m_device, &CameraDevice::factsChanged, this, &CameraPanel::updateState);
     connect(&m_device, &CameraDevice::healthChanged, this, &CameraPanel::updateState);
     connect(&m_device, &CameraDevice::recordingChanged, this, &CameraPanel::updateState);
+    connect(&m_device, &CameraDevice::settingsRead, this, &CameraPanel::updateNotice);
     connect(&m_device, &CameraDevice::recordingRefused, m_record, &RecordStrip::showRefusal);
     connect(&m_device, &CameraDevice::silenceExplained, this, [this](const QStringList& findings) {
         m_findings = findings;

@@ -48,6 +48,7 @@ ControlRow::ControlRow(Setting setting, QGridLayout& grid, QWidget* parent)
     }
     m_label->setBuddy(m_field);
     m_slider->setAccessibleName(m_label->text());
+    m_slider->setMinimumWidth(m_label->fontMetrics().averageCharWidth() * 12);
     m_field->setAccessibleName(m_label->text());
     m_field->setKeyboardTracking(false);
     m_field->setGroupSeparatorShown(true);

@@ -253,7 +253,7 @@ void MainWindow::arrange()
         return;
     }
     const int columns = static_cast<int>(std::ceil(std::sqrt(shown.size())));
-    for (int column = 0; column < m_grid->columnCount(); ++column) {
+    for (int column = 0; column < std::max(columns, m_grid->columnCount()); ++column) {
         m_grid->setColumnStretch(column, column < columns ? 1 : 0);
     }
     for (int i = 0; i < static_cast<int>(shown.size()); ++i) {
