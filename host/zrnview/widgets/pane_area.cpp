@@ -116,6 +116,8 @@ void PaneArea::buildTools()
     fit->setToolTip(tr("Show the whole image (F)"));
     QAction* one = m_tools->addAction(tr("1:1"), this, [this] { m_left->zoomToOne(); });
     one->setToolTip(tr("One screen pixel for each image pixel (1)"));
+    m_zoom->setMinimumWidth(m_zoom->fontMetrics().horizontalAdvance(tr(" 6400 % ")));
+    m_zoom->setAlignment(Qt::AlignCenter);
     m_tools->addWidget(m_zoom);
     m_tools->addSeparator();
     m_markAction = m_tools->addAction(tr("Clipping"));
