@@ -13,7 +13,7 @@ for moment in idle paused streaming stopping; do
         "$ctl" plug camera=0 > /dev/null 2>&1
         until ls /sys/bus/usb/devices/*-*:1.1 > /dev/null 2>&1; do sleep 0.1; done
         udevadm settle
-        timeout -s KILL 15 "$uvc_unplug" "$moment" > /dev/null 2> /tmp/errors
+        timeout -s KILL 10 "$uvc_unplug" "$moment" > /dev/null 2> /tmp/errors
         status=$?
         case $status in
             0) fine=$((fine + 1)) ;;
