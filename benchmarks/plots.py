@@ -27,7 +27,8 @@ def unpacking(figures, picture):
     lines = []
     for row in figures["unpacking"]["1280x1024 cold"]:
         label = NEW_LINE.join([f"type {row['type']}", *textwrap.wrap(row["layout"], 14)])
-        lines.append(f'"{label}" {row["plain"] / row["memcpy"]:.3f} {row["time"] / row["memcpy"]:.3f}')
+        lines.append(f'"{label}" {row["plain"] / row["memcpy"]:.3f} '
+                     f'{row["time"] / row["memcpy"]:.3f} {row["target"]}')
     rows = "\n".join(lines)
     gnuplot(picture, "900,420", f"""
 set title "Unpacking a 1280x1024 frame from ring to images\\n{figures['machine']}"
@@ -42,8 +43,9 @@ $rows << END
 END
 plot $rows using 2:xtic(1) title 'plain loop' linecolor rgb '{GREY}', \\
      '' using 3 title 'driver' linecolor rgb '{BLUE}', \\
+     '' using ($0):4:(0.45):(0) with vectors nohead linewidth 2 linecolor rgb '{ORANGE}' title 'target', \\
      '' using 0:2:(sprintf('%.1f', $2)) with labels offset -2.2,0.6 font ',9' notitle, \\
-     '' using 0:3:(sprintf('%.2f', $3)) with labels offset 2.2,0.6 font ',9' notitle
+     '' using 0:3:(sprintf('%.2f', $3)) with labels offset 2.2,-0.7 font ',9' textcolor rgb 'white' notitle
 """)
 
 
@@ -56,7 +58,8 @@ def hand_over(figures, picture):
 set title "From the callback's return to the grab's, 100 frames of 1280x1024 a second from each camera\\n{figures['machine']}"
 set ylabel 'microseconds'
 set logscale y
-set yrange [10:*]
+set yrange [100:*]
+set bmargin 4
 set key top left
 $rows << END
 {rows}

@@ -1,0 +1,76 @@
+"""The tables of scripts/bench, in Markdown. Ratios beyond their target are bold."""
+
+
+def table(header, rows):
+    print("| " + " | ".join(header) + " |")
+    print("|" + "---|" * len(header))
+    for row in rows:
+        print("| " + " | ".join(row) + " |")
+
+
+def ratio(value, reference, target=None):
+    if value is None or reference is None:
+        return ""
+    shown = f"{value / reference:.2f}"
+    return f"**{shown}**" if target is not None and float(shown) > target else shown
+
+
+def unpacking(figures):
+    for place, rows in figures.items():
+        print(f"\nUnpacking {place.replace(' ', ', ')} memory; times of memcpy of the same bytes"
+              f" ({rows[0]['memcpy']:.0f} us for two bytes a pixel)\n")
+        table(["type", "layout", "us", "driver", "target", "plain loop", "libyuv", "OpenCV"],
+              [[str(row["type"]), row["layout"], f"{row['time']:.0f}",
+                ratio(row["time"], row["memcpy"], row["target"]), f"{row['target']}",
+                ratio(row["plain"], row["memcpy"]), ratio(row["libyuv"], row["memcpy"]),
+                ratio(row["opencv"], row["memcpy"])] for row in rows])
+
+
+def callback(figures):
+    print(f"\nCallback, 1280x1024: {figures['time']:.0f} us, "
+          f"{ratio(figures['time'], figures['memcpy'])} times memcpy into a ring of as many buffers, "
+          f"{figures['allocations']:.0f} allocations")
+
+
+def grab(figures):
+    print("\nDelivered, grabbed and deleted; beside it with the limits that the C library arrives at\n")
+    table(["geometry", "host", "us", "page faults", "us, library's limits", "page faults"],
+          [[row["geometry"], row["host"], f"{row['time']:.0f}", f"{row['faults']:.1f}",
+            f"{row['libraryTime']:.0f}", f"{row['libraryFaults']:.0f}"] for row in figures])
+
+
+def hand_over(figures):
+    print("\nHand-over, callback's return to grab's return, frames of 1280x1024 at 100/s from each "
+          "camera; and the most that goes through\n")
+    table(["cameras", "other work", "p50 us", "p99 us", "max us", "frames/s in all"],
+          [[str(row["cameras"]), "a computing thread" if row["load"] else "none",
+            *(f"{row[key]:.0f}" for key in ("p50", "p99", "max", "rate"))] for row in figures])
+
+
+def virtual_camera(figures):
+    if not figures:
+        return
+    print("\nWhat the virtual camera sustains towards plain libuvc, two bytes a pixel\n")
+    table(["size", "endpoint", "frames/s", "MB/s"],
+          [[row["size"], "isochronous" if row["options"] else "bulk", f"{row['frames']:.0f}",
+            f"{row['megabytes']:.0f}"] for row in figures])
+
+
+def whole_program(figures):
+    if not figures:
+        return
+    print("\nzrncam stream with libuvc, libusb and the virtual camera, 1280x1024, bulk\n")
+    table(["frames/s sent", "frames/s grabbed", "frames missing", "ms of processor time a frame",
+           "page faults a frame"],
+          [[str(row["offered"]), f"{row['rate']:.1f}", str(row["missing"]),
+            f"{row['milliseconds']:.2f}", f"{row['faults']:.1f}"] for row in figures])
+
+
+def show(figures):
+    print(f"{figures['machine']}; load {figures['load']:.1f} before the run")
+    unpacking(figures["unpacking"])
+    callback(figures["callback"])
+    grab(figures["grab"])
+    hand_over(figures["handOver"])
+    virtual_camera(figures["virtualCamera"])
+    whole_program(figures["wholeProgram"])
