@@ -12,24 +12,40 @@ constexpr const char* clearLine = "\r\x1b[K";
 } // namespace
 
 Progress::Progress(bool quiet)
-    : m_enabled(!quiet && ::isatty(STDERR_FILENO) == 1)
+    : m_quiet(quiet)
+    , m_rewrites(!quiet && ::isatty(STDERR_FILENO) == 1)
 {
 }
 
 Progress::~Progress()
 {
-    if (m_shown) {
-        std::fputs(clearLine, stderr);
-    }
+    clear();
 }
 
 void Progress::show(const QString& text)
 {
-    if (!m_enabled || (m_shown && m_sinceShown.elapsed() < rewriteMilliseconds)) {
+    if (!m_rewrites || (m_shown && m_sinceShown.elapsed() < rewriteMilliseconds)) {
         return;
     }
     std::fprintf(stderr, "%s%s", clearLine, text.toLocal8Bit().constData());
     std::fflush(stderr);
     m_shown = true;
     m_sinceShown.start();
+}
+
+void Progress::note(const QString& text)
+{
+    if (m_quiet) {
+        return;
+    }
+    clear();
+    std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
+}
+
+void Progress::clear()
+{
+    if (m_shown) {
+        std::fputs(clearLine, stderr);
+        m_shown = false;
+    }
 }

@@ -3,7 +3,7 @@
 #include <QElapsedTimer>
 #include <QString>
 
-/// One line on standard error that is rewritten in place, and only when that is a terminal.
+/// What a running command tells on standard error, unless it is to be quiet.
 class Progress
 {
 public:
@@ -12,11 +12,17 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Shows @p text unless the line has just been rewritten.
+    /// Shows @p text in a line that is rewritten in place, unless it has just been rewritten. Only
+    /// on a terminal.
     void show(const QString& text);
+    /// Writes @p text as a line that stays.
+    void note(const QString& text);
 
 private:
-    bool m_enabled;
+    void clear();
+
+    bool m_quiet;
+    bool m_rewrites;
     bool m_shown = false;
     QElapsedTimer m_sinceShown;
 };

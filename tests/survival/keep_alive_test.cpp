@@ -1,6 +1,6 @@
 // zrncam as the model of a host that keeps a stream going whatever the camera does.
 
-#include "virtual_bus.h"
+#include "camera_rig.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -15,9 +15,13 @@
 namespace
 {
 
-using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+using survival::milliseconds;
 
-constexpr int longestWaitMs = 20'000;
+/// No machine is so slow that what is waited for takes longer.
+constexpr milliseconds patience(60'000);
+/// Silence that zrncam takes for an outage; a busy machine alone should not cause it.
+constexpr milliseconds outageWait(1500);
 
 class KeepAlive : public testing::Test
 {
@@ -34,27 +38,40 @@ protected:
         bus.restore();
     }
 
-    void start(const char* seconds = "60")
+    void start(const char* seconds = "600")
     {
+        const double wait = static_cast<double>(outageWait.count()) * survival::timeFactor();
         m_zrncam.start(ZRNCAM_PATH, {"--plugin", ZRN_PLUGIN, "--json", "stream", "--keep-alive",
-                                     "--seconds", seconds, "--wait", "300"});
+                                     "--seconds", seconds, "--wait", QString::number(wait)});
         ASSERT_TRUE(m_zrncam.waitForStarted());
+        expectMore("framesSent", 10);
     }
 
-    /// Waits until the camera has sent so many more frames.
-    void expectFrames(std::uint64_t count = 30)
+    /// Waits until a counter of the camera has risen so far.
+    void expectMore(const char* counter, std::uint64_t count)
     {
-        const auto end = std::chrono::steady_clock::now() + milliseconds(longestWaitMs);
-        const std::uint64_t wanted = bus.counter("framesSent") + count;
-        while (bus.counter("framesSent") < wanted) {
-            ASSERT_LT(std::chrono::steady_clock::now(), end) << "the stream does not come back";
+        const auto end = Clock::now() + patience;
+        const std::uint64_t wanted = bus.counter(counter) + count;
+        while (bus.counter(counter) < wanted) {
+            ASSERT_LT(Clock::now(), end) << counter << " stands still";
             std::this_thread::sleep_for(milliseconds(20));
+        }
+    }
+
+    /// Waits until zrncam has told of the begin or the end of an outage.
+    void expectNotice(const char* text)
+    {
+        const auto end = Clock::now() + patience;
+        while (!m_notices.contains(text)) {
+            ASSERT_LT(Clock::now(), end) << "no '" << text << "' in: " << m_notices.toStdString();
+            m_zrncam.waitForReadyRead(100);
+            m_notices += m_zrncam.readAllStandardError();
         }
     }
 
     QJsonObject finish()
     {
-        EXPECT_TRUE(m_zrncam.waitForFinished(longestWaitMs));
+        EXPECT_TRUE(m_zrncam.waitForFinished(static_cast<int>(patience.count())));
         return QJsonDocument::fromJson(m_zrncam.readAllStandardOutput()).object();
     }
     QJsonObject interrupt()
@@ -65,8 +82,8 @@ protected:
         return report;
     }
 
-    /// Expects one outage, and that every number that the camera gave to a frame is among the
-    /// delivered or the missing ones.
+    /// Expects one outage in all, and that every number that the camera gave to a frame is among
+    /// the delivered or the missing ones.
     void expectOneOutage(const QJsonObject& report, const char* cause, const char* repair)
     {
         // At the ends of the stream: under way to the host, or sent before it grabbed.
@@ -77,7 +94,7 @@ protected:
         EXPECT_EQ(outage[QLatin1String("cause")].toString(), QLatin1String(cause));
         EXPECT_EQ(outage[QLatin1String("repair")].toString(), QLatin1String(repair));
         EXPECT_GT(outage[QLatin1String("begin")].toDouble(), 0.0);
-        EXPECT_GT(outage[QLatin1String("seconds")].toDouble(), 0.2);
+        EXPECT_GT(outage[QLatin1String("seconds")].toDouble(), 1.0);
         EXPECT_LE(outage[QLatin1String("missing")].toInt(),
                   report[QLatin1String("missing")].toInt());
 
@@ -90,12 +107,13 @@ protected:
 
     survival::VirtualBus bus;
     QProcess m_zrncam;
+    QByteArray m_notices;
     std::uint64_t m_producedBefore = 0;
 };
 
 TEST_F(KeepAlive, AQuietRunHasNoOutage)
 {
-    start("1");
+    start("3");
     const QJsonObject report = finish();
     EXPECT_EQ(m_zrncam.exitCode(), 0);
     EXPECT_GT(report[QLatin1String("frames")].toInt(), 0);
@@ -105,48 +123,44 @@ TEST_F(KeepAlive, AQuietRunHasNoOutage)
 TEST_F(KeepAlive, AReplugIsReconnected)
 {
     start();
-    expectFrames();
     bus.unplug();
-    std::this_thread::sleep_for(milliseconds(700));
+    expectNotice("camera gone");
     bus.restore();
-    expectFrames();
+    expectNotice("repair: reconnected");
     expectOneOutage(interrupt(), "gone", "reconnected");
 }
 
 TEST_F(KeepAlive, AHaltedEndpointIsRestarted)
 {
     start();
-    expectFrames();
     bus.tell("halt");
-    expectFrames();
+    expectNotice("repair: restarted");
     expectOneOutage(interrupt(), "silent", "restarted");
 }
 
 TEST_F(KeepAlive, FailedTransfersAreRestarted)
 {
     start();
-    expectFrames();
     bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", 100}});
-    expectFrames();
+    expectNotice("repair: restarted");
     expectOneOutage(interrupt(), "silent", "restarted");
 }
 
 TEST_F(KeepAlive, ACameraThatStaysSilentIsOpenedAnew)
 {
+    constexpr std::uint64_t restarts = 2;
     start();
-    expectFrames();
     bus.tell("freeze");
-    std::this_thread::sleep_for(milliseconds(2000));
+    expectMore("streamStarts", restarts + 1);
     bus.tell("thaw");
-    expectFrames();
+    expectNotice("repair: reconnected");
     expectOneOutage(interrupt(), "silent", "reconnected");
 }
 
 TEST_F(KeepAlive, ACameraThatStaysAwayIsAFailure)
 {
     constexpr int streamFailed = 6;
-    start("3");
-    expectFrames();
+    start("8");
     bus.unplug();
     const QJsonObject report = finish();
     EXPECT_EQ(m_zrncam.exitCode(), streamFailed);

@@ -63,12 +63,13 @@ std::optional<zrnhost::FrameStep> grabOnce(zrnhost::Camera& camera, const Interr
     return std::nullopt;
 }
 
-StreamResult streamFor(zrnhost::Camera& camera, StreamKeeper& keeper, Context& context,
+StreamResult streamFor(Session& session, zrnhost::Camera& camera, Context& context,
                        const StreamOptions& options)
 {
     StreamResult result;
-    keeper.start();
     Progress progress(context.options.quiet);
+    StreamKeeper keeper(session, camera, options.capture, context.interrupt, progress);
+    keeper.start();
     const auto start = StreamAccount::Clock::now();
     const auto elapsed = [start] {
         return std::chrono::duration<double>(StreamAccount::Clock::now() - start).count();
@@ -150,8 +151,7 @@ ExitCode runStream(Context& context, const StreamOptions& options)
     context.report.line(QStringLiteral("camera"), identity.text());
     context.report.json()[QLatin1String("camera")] = identity.json();
 
-    StreamKeeper keeper(session, camera, options.capture, context.interrupt);
-    const StreamResult result = streamFor(camera, keeper, context, options);
+    const StreamResult result = streamFor(session, camera, context, options);
     report(context.report, result);
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;

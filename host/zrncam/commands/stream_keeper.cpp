@@ -50,12 +50,13 @@ QJsonObject Outage::json() const
 }
 
 StreamKeeper::StreamKeeper(Session& session, zrnhost::Camera& camera, const CaptureOptions& capture,
-                           Interrupt& interrupt)
+                           Interrupt& interrupt, Progress& progress)
     : m_session(session)
     , m_camera(camera)
     , m_capture(capture)
     , m_serial(camera.property(zrnhost::keys::serial).toString())
     , m_interrupt(interrupt)
+    , m_progress(progress)
 {
 }
 
@@ -76,15 +77,12 @@ void StreamKeeper::noteFrame(double second, const zrnhost::FrameStep& step)
 
 void StreamKeeper::repair()
 {
-    if (!m_outage) {
-        m_outage = Outage{};
-        m_outage->begin = m_lastFrame;
-        m_vainRestarts = 0;
-    }
     // A camera that answers and still sends nothing may have lost its mind: open it anew then.
     constexpr int enoughRestarts = 2;
     const bool online = isOnline();
-    if (!online) {
+    if (!m_outage) {
+        beginOutage(online);
+    } else if (!online) {
         m_outage->cause = Outage::Cause::Gone;
     }
     if (online && m_vainRestarts < enoughRestarts) {
@@ -144,9 +142,21 @@ bool StreamKeeper::startQuietly()
     }
 }
 
+void StreamKeeper::beginOutage(bool online)
+{
+    m_outage = Outage{};
+    m_outage->begin = m_lastFrame;
+    m_outage->cause = online ? Outage::Cause::Silent : Outage::Cause::Gone;
+    m_vainRestarts = 0;
+    m_progress.note(QStringLiteral("no frames since %1 s: camera %2")
+                        .arg(m_lastFrame, 0, 'f', 2)
+                        .arg(textOf(m_outage->cause)));
+}
+
 void StreamKeeper::endOutage(double second)
 {
     m_outage->seconds = second - m_outage->begin;
+    m_progress.note(QStringLiteral("outage %1").arg(m_outage->text()));
     m_outages.push_back(*m_outage);
     m_outage.reset();
 }

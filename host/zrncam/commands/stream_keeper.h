@@ -3,6 +3,7 @@
 #include "commands/capture.h"
 #include "common/camera.h"
 #include "common/frame_numbers.h"
+#include "progress.h"
 #include "session.h"
 
 #include <chrono>
@@ -34,6 +35,7 @@ struct Outage {
 
 /// Keeps one camera streaming whatever happens to it: asks its status when no frame comes, starts
 /// the stream again while the camera answers, and looks for the camera on the bus when it does not.
+/// Tells the begin and the end of each outage.
 ///
 /// Thread safety: thread-bound.
 class StreamKeeper
@@ -41,7 +43,7 @@ class StreamKeeper
 public:
     /// @param camera connected; its serial is the one that is looked for again.
     StreamKeeper(Session& session, zrnhost::Camera& camera, const CaptureOptions& capture,
-                 Interrupt& interrupt);
+                 Interrupt& interrupt, Progress& progress);
 
     /// Starts the stream for the first time. @throws DriverError
     void start();
@@ -59,6 +61,7 @@ private:
     bool restart();
     bool reconnect();
     bool startQuietly();
+    void beginOutage(bool online);
     void endOutage(double second);
 
     Session& m_session;
@@ -66,6 +69,7 @@ private:
     const CaptureOptions m_capture;
     const QString m_serial;
     Interrupt& m_interrupt;
+    Progress& m_progress;
     std::optional<RunningStream> m_stream;
     std::optional<Outage> m_outage;
     int m_vainRestarts = 0; ///< in this outage
