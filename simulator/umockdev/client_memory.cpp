@@ -9,6 +9,7 @@
 #include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <vector>
 
 namespace zrnsim
 {
@@ -42,17 +43,33 @@ bool ClientMemory::read(std::uintptr_t address, std::span<std::uint8_t> target) 
     return process_vm_readv(m_pid, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(target.size());
 }
 
+bool ClientMemory::write(std::span<const Placement> placements) const
+{
+    std::vector<iovec> local;
+    std::vector<iovec> remote;
+    local.reserve(placements.size());
+    remote.reserve(placements.size());
+    std::size_t total = 0;
+    std::uintptr_t end = 0;
+    for (const auto& [address, bytes] : placements) {
+        local.push_back({const_cast<std::uint8_t*>(bytes.data()), bytes.size()});
+        // The kernel looks the client's pages up for each piece anew.
+        if (!remote.empty() && address == end) {
+            remote.back().iov_len += bytes.size();
+        } else {
+            remote.push_back({pointer(address), bytes.size()});
+        }
+        end = address + bytes.size();
+        total += bytes.size();
+    }
+    return process_vm_writev(m_pid, local.data(), local.size(), remote.data(), remote.size(), 0) ==
+           static_cast<ssize_t>(total);
+}
+
 bool ClientMemory::write(std::uintptr_t address, std::span<const std::uint8_t> first,
                          std::span<const std::uint8_t> second) const
 {
-    const auto part = [](std::span<const std::uint8_t> bytes) {
-        return iovec{const_cast<std::uint8_t*>(bytes.data()), bytes.size()};
-    };
-    const std::array local{part(first), part(second)};
-    const std::size_t total = first.size() + second.size();
-    const iovec remote{pointer(address), total};
-    return process_vm_writev(m_pid, local.data(), local.size(), &remote, 1, 0) ==
-           static_cast<ssize_t>(total);
+    return write(std::array{Placement{address, first}, Placement{address + first.size(), second}});
 }
 
 pid_t PeerTracker::takeNewPeer()

@@ -25,6 +25,16 @@ public:
     /// Copies `target.size()` bytes from the client. False when the memory is not there.
     bool read(std::uintptr_t address, std::span<std::uint8_t> target) const;
 
+    /// Bytes of this process and where they go in the client.
+    struct Placement {
+        std::uintptr_t address;
+        std::span<const std::uint8_t> bytes;
+    };
+
+    /// Copies all that is placed, at most 1024 pieces, in one call to the kernel. False when the
+    /// memory is not there.
+    bool write(std::span<const Placement> placements) const;
+
     /// Copies two consecutive pieces to the client. False when the memory is not there.
     bool write(std::uintptr_t address, std::span<const std::uint8_t> first,
                std::span<const std::uint8_t> second = {}) const;

@@ -80,7 +80,7 @@ private:
     // The streaming endpoint.
     void pump();
     bool serveStream(UsbfsClient& client, std::list<Urb>::iterator urb);
-    bool fillIsochronous(UsbfsClient& client, Urb& urb);
+    bool serveIsochronous(UsbfsClient& client, std::list<Urb>::iterator urb);
     bool isIsochronousSlotOver(const Urb& urb);
     void complete(UsbfsClient& client, std::list<Urb>::iterator urb, int status);
     void answerBlockedReap(UsbfsClient& client);

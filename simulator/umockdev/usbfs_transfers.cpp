@@ -258,11 +258,7 @@ bool UsbfsDevice::serveStream(UsbfsClient& client, std::list<Urb>::iterator urb)
         return true;
     }
     if (m_pipe == StreamPipe::Isochronous) {
-        if (!fillIsochronous(client, *urb)) {
-            return false;
-        }
-        complete(client, urb, 0);
-        return true;
+        return serveIsochronous(client, urb);
     }
     const auto piece = m_camera.nextPiece(urb->length());
     if (!piece) {
@@ -275,25 +271,32 @@ bool UsbfsDevice::serveStream(UsbfsClient& client, std::list<Urb>::iterator urb)
 }
 
 /// Fills the packets with payloads; what finds no payload passes empty, in the bus's time.
-bool UsbfsDevice::fillIsochronous(UsbfsClient& client, Urb& urb)
+bool UsbfsDevice::serveIsochronous(UsbfsClient& client, std::list<Urb>::iterator urb)
 {
-    std::uintptr_t target = urb.buffer();
-    bool hasData = false;
+    std::vector<PayloadPiece> pieces;
+    pieces.reserve(urb->packets.size());
+    std::vector<ClientMemory::Placement> placements;
+    placements.reserve(2 * urb->packets.size());
+    std::uintptr_t target = urb->buffer();
     bool isDry = false;
-    for (auto& packet : urb.packets) {
+    for (auto& packet : urb->packets) {
         packet.actual_length = 0;
         packet.status = 0;
-        if (!isDry) {
-            const auto piece = m_camera.nextPiece(packet.length);
-            isDry = !piece;
-            if (piece && client.memory.write(target, piece->header(), piece->body())) {
-                packet.actual_length = static_cast<unsigned>(piece->size());
-                hasData = true;
-            }
+        auto piece = isDry ? std::nullopt : m_camera.nextPiece(packet.length);
+        isDry = !piece;
+        if (piece) {
+            packet.actual_length = static_cast<unsigned>(piece->size());
+            const PayloadPiece& kept = pieces.emplace_back(std::move(*piece));
+            placements.push_back({target, kept.header()});
+            placements.push_back({target + kept.headerLength, kept.body()});
         }
         target += packet.length;
     }
-    return hasData || isIsochronousSlotOver(urb);
+    if (pieces.empty() && !isIsochronousSlotOver(*urb)) {
+        return false;
+    }
+    complete(client, urb, client.memory.write(placements) ? 0 : -EFAULT);
+    return true;
 }
 
 bool UsbfsDevice::isIsochronousSlotOver(const Urb& urb)
