@@ -2,11 +2,19 @@
 
 #include "driver_test.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <limits>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using CameraSpace::ImageBlock;
 using testing::ElementsAre;
@@ -63,6 +71,7 @@ namespace
 constexpr int width = 640;
 constexpr int height = 480;
 constexpr std::size_t slotSize = std::size_t{2} * width * height + 8;
+constexpr int loggedFrames = 16; // of each stream, the first
 constexpr std::size_t imageSize = std::size_t{1} * width * height + 8;
 
 long pageFaults()
@@ -70,6 +79,29 @@ long pageFaults()
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_minflt;
+}
+
+constexpr int noFilter = 77;
+
+/// From here on, the calling thread is killed for any system call but those of contended locks and
+/// of its end. False where the kernel has no such filters.
+bool forbidSystemCallsButLocks()
+{
+    const auto allowed = [](int number) {
+        return std::array{
+            sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 0, 1),
+            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    };
+    std::vector<sock_filter> rules = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+    for (const int number : {__NR_futex, __NR_exit_group}) {
+        const auto rule = allowed(number);
+        rules.insert(rules.end(), rule.begin(), rule.end());
+    }
+    rules.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS));
+    const sock_fprog program{static_cast<unsigned short>(rules.size()), rules.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
 class MemoryFailure : public DriverTest
@@ -189,7 +221,6 @@ TEST_F(MemoryFailure, WithoutMemoryForTheListsOfTheRingTheStreamDoesNotStart)
 
 TEST_F(MemoryFailure, FramesAreCachedWithoutAllocation)
 {
-    constexpr int loggedFrames = 16;
     camera.m_grabTimeout = 0;
     ASSERT_EQ(code(camera.startStream(0)), 0U);
     for (int i = 0; i < loggedFrames; ++i) {
@@ -218,6 +249,39 @@ TEST_F(MemoryFailure, FramesAreCachedWithoutAllocation)
     }
     EXPECT_THAT(camera.m_frameIndexQueue, SizeIs(16));
     qDeleteAll(m_images);
+}
+
+// A frame that waits for the kernel makes libuvc's thread late for the next.
+TEST_F(MemoryFailure, FramesAreCachedWithoutSystemCalls)
+{
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    for (int i = 0; i < loggedFrames; ++i) {
+        sendFrame();
+    }
+    std::vector<unsigned char> data(slotSize - 8, 0x30);
+    uvc_frame_t frame{};
+    frame.data = data.data();
+    frame.data_bytes = data.size();
+    frame.width = width;
+    frame.height = height;
+
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (!forbidSystemCallsButLocks()) {
+            _exit(noFilter);
+        }
+        for (int i = 0; i < 500; ++i) {
+            CZRNCamera::frameTriggered(&frame, &camera);
+        }
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == noFilter) {
+        GTEST_SKIP() << "no system call filters here";
+    }
+    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
 }
 
 // Pages that the heap gives back cost each grab several times its own work.
