@@ -15,7 +15,7 @@ using namespace zrnview;
 namespace
 {
 
-constexpr int patience = 15000; // milliseconds, for a machine that is busy with other things
+constexpr int patience = 30000; // milliseconds, for a machine that is busy with other things
 
 /// A bench on scripted devices, after its first search.
 class TestBench
