@@ -37,6 +37,22 @@ Line fit(const Samples& samples, const Value& value)
             variance > 0 ? covariance / variance * secondsPerHour : 0};
 }
 
+/// What the process held, at times that are evenly spread.
+template <typename Samples>
+void printCourse(std::ostream& stream, const Samples& samples)
+{
+    constexpr std::size_t lines = 12;
+    stream << "\n   minute  allocated KiB   resident KiB  descriptors  threads\n";
+    for (std::size_t i = 0; i < lines; ++i) {
+        const auto& sample = samples[i * (samples.size() - 1) / (lines - 1)];
+        stream << std::fixed << std::setprecision(1) << std::setw(9)
+               << (sample.time - samples.front().time) / 60 << std::setw(15)
+               << sample.usage.allocatedBytes / 1024 << std::setw(15) << sample.usage.residentKiB
+               << std::setw(13) << sample.usage.descriptors << std::setw(9) << sample.usage.threads
+               << '\n';
+    }
+}
+
 } // namespace
 
 void UsageTrend::sample()
@@ -50,7 +66,7 @@ bool UsageTrend::print(std::ostream& stream) const
     struct Row {
         const char* name;
         double (*value)(const Sample& sample);
-        double allowedGrowth; ///< over the whole time; negative: not judged
+        double allowedGrowth; ///< over the whole time
     };
     // A departure in the very moment of a request may cost a descriptor; see docs/reliability.md.
     constexpr double kib = 1024;
@@ -58,7 +74,7 @@ bool UsageTrend::print(std::ostream& stream) const
         {"allocated KiB",
          [](const Sample& s) { return static_cast<double>(s.usage.allocatedBytes) / kib; }, 1024},
         {"resident KiB", [](const Sample& s) { return static_cast<double>(s.usage.residentKiB); },
-         -1},
+         16 * 1024},
         {"descriptors", [](const Sample& s) { return static_cast<double>(s.usage.descriptors); },
          4},
         {"threads", [](const Sample& s) { return static_cast<double>(s.usage.threads); }, 1},
@@ -74,13 +90,14 @@ bool UsageTrend::print(std::ostream& stream) const
     bool isFlat = true;
     for (const Row& row : rows) {
         const Line line = fit(samples, row.value);
-        const bool grows = row.allowedGrowth >= 0 && line.slopePerHour * hours > row.allowedGrowth;
+        const bool grows = line.slopePerHour * hours > row.allowedGrowth;
         isFlat = isFlat && !grows;
         stream << "  " << std::left << std::setw(16) << row.name << std::right << std::fixed
                << std::setprecision(0) << std::setw(10) << line.first << " to" << std::setw(10)
                << line.last << std::setprecision(1) << std::setw(12) << line.slopePerHour
                << " per hour" << (grows ? "  GROWS" : "") << '\n';
     }
+    printCourse(stream, m_samples);
     return isFlat;
 }
 
