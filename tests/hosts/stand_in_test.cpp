@@ -165,6 +165,27 @@ TEST_F(CarelessHost, CallsInAnyOrder)
     }
 }
 
+TEST_F(CarelessHost, CallsEveryOperationAfterEveryOther)
+{
+    CZRNCameraFactory factory;
+    enumerate(factory);
+    CameraProbe probe;
+    hosts::Random random(1);
+    for (const hosts::RandomCall& earlier : hosts::randomCalls()) {
+        for (const hosts::RandomCall& later : hosts::randomCalls()) {
+            SCOPED_TRACE(std::string(earlier.name) + ", then " + later.name);
+            // A camera that streams has the most to lose.
+            probe.connectDeviceByIndex(0);
+            probe.startStream(0);
+            for (const hosts::RandomCall* const call : {&earlier, &later}) {
+                probe.m_grabTimeout = 1;
+                const ErrorCode result = call->make(probe, random);
+                EXPECT_TRUE(hosts::isDocumented(result)) << code(result);
+            }
+        }
+    }
+}
+
 TEST_F(CarelessHost, DeletesWhatIsNotItsOwn)
 {
     CZRNCameraFactory factory;
@@ -173,10 +194,12 @@ TEST_F(CarelessHost, DeletesWhatIsNotItsOwn)
     DeviceInterface* null = nullptr;
     DeviceInterface* deleted = factory.createDevice();
     DeviceInterface* copy = deleted;
+    auto* wild = reinterpret_cast<DeviceInterface*>(std::uintptr_t{64});
     EXPECT_EQ(code(factory.deleteDevice(deleted)), 0U);
     EXPECT_EQ(code(factory.deleteDevice(null)), code(ErrorCode::NoCamera));
     EXPECT_EQ(code(factory.deleteDevice(foreign)), code(ErrorCode::NothingEnumerated));
     EXPECT_EQ(code(factory.deleteDevice(copy)), code(ErrorCode::NothingEnumerated));
+    EXPECT_EQ(code(factory.deleteDevice(wild)), code(ErrorCode::NothingEnumerated));
     EXPECT_NE(foreign, nullptr);
 }
 
