@@ -533,6 +533,11 @@ private slots:
         health.counters.unusable = 1;
         health.counters.lastFailure = ErrorCode::SplitFailed;
         QVERIFY(silenceFindings(health, {}, 0).first().contains(QStringLiteral("1035")));
+        QCOMPARE(silenceFindings(health, {}, 0).filter(QStringLiteral("No device")).size(), 1);
+        camera.kernelDrivers = QStringList();
+        camera.nodeExists = camera.accessible = true;
+        const QStringList healthy = silenceFindings(CameraHealth(), {camera}, 0);
+        QVERIFY2(healthy.last().contains(QStringLiteral("in order")), qPrintable(healthy.last()));
     }
 };
 

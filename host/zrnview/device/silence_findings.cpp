@@ -10,13 +10,13 @@ namespace zrnview
 namespace
 {
 
-void addUnlessGood(QStringList& texts, const Finding& finding)
+/// As a sentence, with what to type in lines of its own.
+QString textOf(const Finding& finding)
 {
-    if (finding.verdict == Verdict::Warning || finding.verdict == Verdict::Problem) {
-        texts += finding.remedy.isEmpty()
-                     ? finding.message
-                     : QStringLiteral("%1\n%2").arg(finding.message, finding.remedy);
-    }
+    QString text = finding.message;
+    text.replace(0, 1, text.left(1).toUpper());
+    return finding.remedy.isEmpty() ? text + QLatin1Char('.')
+                                    : QStringLiteral("%1:\n%2").arg(text, finding.remedy);
 }
 
 } // namespace
@@ -34,10 +34,19 @@ QStringList silenceFindings(const CameraHealth& health,
         health.answersControls
             ? QStringLiteral("The camera answers control requests, so that cable and supply hold.")
             : QStringLiteral("The camera does not answer control requests either.");
-    for (const Finding& finding : judgeBus(onBus)) {
-        addUnlessGood(texts, finding);
+    std::vector<Finding> findings = judgeBus(onBus);
+    findings.push_back(judgeTransferMemory(onBus, usbfsMegabytes));
+    const int before = texts.size();
+    for (const Finding& finding : findings) {
+        if (finding.verdict == Verdict::Warning || finding.verdict == Verdict::Problem) {
+            texts += textOf(finding);
+        }
     }
-    addUnlessGood(texts, judgeTransferMemory(onBus, usbfsMegabytes));
+    if (texts.size() == before) {
+        texts += QStringLiteral("Bus, access rights and kernel drivers are in order; %1. Restart "
+                                "the stream; if that does not help, replug the camera.")
+                     .arg(findings.back().message);
+    }
     return texts;
 }
 

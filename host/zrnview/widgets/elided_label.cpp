@@ -11,6 +11,12 @@ constexpr int smallestCharacters = 8;
 
 } // namespace
 
+ElidedLabel::ElidedLabel(Qt::TextElideMode elided, QWidget* parent)
+    : QLabel(parent)
+    , m_elided(elided)
+{
+}
+
 QSize ElidedLabel::minimumSizeHint() const
 {
     const QSize whole = QLabel::minimumSizeHint();
@@ -20,7 +26,7 @@ QSize ElidedLabel::minimumSizeHint() const
 
 void ElidedLabel::paintEvent(QPaintEvent*)
 {
-    const QString fitting = fontMetrics().elidedText(text(), Qt::ElideRight, width());
+    const QString fitting = fontMetrics().elidedText(text(), m_elided, width());
     setToolTip(fitting == text() ? QString() : text());
     QPainter painter(this);
     painter.setPen(palette().color(foregroundRole()));

@@ -35,9 +35,10 @@ FramePanel::FramePanel(FrameStation& station, QWidget* parent)
                              "Orange: how long the grab waited for it and unpacked it."));
 
     auto* plots = new QHBoxLayout;
-    for (RunningPlot* plot : {m_number, m_rate, m_missing, m_latency}) {
-        plots->addWidget(plot);
+    for (RunningPlot* plot : {m_number, m_rate, m_missing}) {
+        plots->addWidget(plot, 5);
     }
+    plots->addWidget(m_latency, 6); // has the longest heading
     auto* histograms = new QHBoxLayout;
     histograms->addWidget(m_histogramA);
     histograms->addWidget(m_histogramB);

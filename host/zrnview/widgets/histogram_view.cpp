@@ -57,7 +57,7 @@ QSize HistogramView::sizeHint() const
 
 QSize HistogramView::minimumSizeHint() const
 {
-    return {fontMetrics().averageCharWidth() * 22, fontMetrics().height() * 4};
+    return {fontMetrics().averageCharWidth() * 24, fontMetrics().height() * 4};
 }
 
 void HistogramView::mouseDoubleClickEvent(QMouseEvent*)
@@ -86,11 +86,22 @@ void HistogramView::paintEvent(QPaintEvent*)
     if (!m_present || m_histogram.pixels == 0) {
         return;
     }
-    paintNumbers(painter, head);
     paintBars(painter, area.adjusted(1, 1, -1, 0));
+    const QString mean = tr("mean %1").arg(m_histogram.mean(), 0, 'f', 1);
+    const QRect free = paintClipping(painter, head);
+    painter.setPen(colours.dimText);
+    if (metrics.horizontalAdvance(mean) <= free.width()) {
+        painter.drawText(free, Qt::AlignLeft | Qt::AlignVCenter, mean);
+        return;
+    }
+    painter.setFont(smallFont(font()));
+    QRectF box = painter.boundingRect(area.adjusted(space, 1, 0, 0), Qt::AlignLeft, mean);
+    box.adjust(-1, 0, 1, 0);
+    painter.fillRect(box, colours.plotBackground); // over bars that reach that high
+    painter.drawText(box, Qt::AlignCenter, mean);
 }
 
-void HistogramView::paintNumbers(QPainter& painter, const QRect& head) const
+QRect HistogramView::paintClipping(QPainter& painter, const QRect& head) const
 {
     const Colours colours = coloursFor(palette());
     const QFontMetrics metrics = fontMetrics();
@@ -99,7 +110,6 @@ void HistogramView::paintNumbers(QPainter& painter, const QRect& head) const
     const double bright = m_histogram.brightShare();
     const QString brightText = tr("255: %1").arg(percent(bright));
     const QString darkText = tr("0: %1").arg(percent(dark));
-    const QString meanText = tr("mean %1").arg(m_histogram.mean(), 0, 'f', 1);
     QRect free = head.adjusted(gap, 0, 0, 0); // behind the letter
     painter.setPen(bright >= notableShare ? colours.fault : colours.dimText);
     painter.drawText(free, Qt::AlignRight | Qt::AlignVCenter, brightText);
@@ -107,10 +117,7 @@ void HistogramView::paintNumbers(QPainter& painter, const QRect& head) const
     painter.setPen(dark >= notableShare ? colours.imageA : colours.dimText);
     painter.drawText(free, Qt::AlignRight | Qt::AlignVCenter, darkText);
     free.setRight(free.right() - metrics.horizontalAdvance(darkText) - gap);
-    if (metrics.horizontalAdvance(meanText) <= free.width()) {
-        painter.setPen(colours.dimText);
-        painter.drawText(free, Qt::AlignLeft | Qt::AlignVCenter, meanText);
-    }
+    return free;
 }
 
 void HistogramView::paintBars(QPainter& painter, const QRectF& area) const

@@ -33,7 +33,8 @@ protected:
     void mouseDoubleClickEvent(QMouseEvent* event) override;
 
 private:
-    void paintNumbers(QPainter& painter, const QRect& head) const;
+    /// Writes the shares of clipped pixels. @return the room that is left before them
+    QRect paintClipping(QPainter& painter, const QRect& head) const;
     void paintBars(QPainter& painter, const QRectF& area) const;
 
     char m_letter;

@@ -328,7 +328,10 @@ void MainWindow::chooseFolder()
 void MainWindow::note(EventLog::Tone tone, const QString& text)
 {
     events().add(tone, text);
-    statusBar()->showMessage(text, statusMilliseconds);
+    // The bar would cut the text off without a sign; the events keep all of it.
+    const int room = statusBar()->width() - 2 * fontMetrics().averageCharWidth();
+    statusBar()->showMessage(statusBar()->fontMetrics().elidedText(text, Qt::ElideRight, room),
+                             statusMilliseconds);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

@@ -3,7 +3,9 @@
 #include "zrnview/widgets/theme.h"
 
 #include <QActionGroup>
+#include <QEvent>
 #include <QMenu>
+#include <QPainter>
 #include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -67,6 +69,7 @@ PaneArea::PaneArea(QWidget* parent)
     , m_pixel(new QLabel(this))
 {
     buildTools();
+    colourExtension();
     m_views->setSpacing(2);
     m_views->addWidget(m_left, 1);
     m_views->addWidget(m_right, 1);
@@ -116,7 +119,7 @@ void PaneArea::buildTools()
     fit->setToolTip(tr("Show the whole image (F)"));
     QAction* one = m_tools->addAction(tr("1:1"), this, [this] { m_left->zoomToOne(); });
     one->setToolTip(tr("One screen pixel for each image pixel (1)"));
-    m_zoom->setMinimumWidth(m_zoom->fontMetrics().horizontalAdvance(tr(" 6400 % ")));
+    m_zoom->setMinimumWidth(m_zoom->fontMetrics().horizontalAdvance(tr("6400 %")));
     m_zoom->setAlignment(Qt::AlignCenter);
     m_tools->addWidget(m_zoom);
     m_tools->addSeparator();
@@ -131,6 +134,30 @@ void PaneArea::buildTools()
                                  Qt::black, Qt::gray, QColor(0xe4, 0xe7, 0xeb),
                                  QColor(0x12, 0x13, 0x15)));
     m_pixel->setMargin(fontMetrics().averageCharWidth() / 2);
+}
+
+void PaneArea::colourExtension()
+{
+    // The style's sign for tools that do not fit is black on every background.
+    auto* button = m_tools->findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button"));
+    const int side = fontMetrics().height();
+    QPixmap sign(QSize(side, side) * devicePixelRatioF());
+    sign.setDevicePixelRatio(devicePixelRatioF());
+    sign.fill(Qt::transparent);
+    QPainter painter(&sign);
+    painter.setFont(font());
+    painter.setPen(palette().color(QPalette::WindowText));
+    painter.drawText(QRect(0, 0, side, side), Qt::AlignCenter, QStringLiteral("»"));
+    painter.end();
+    button->setIcon(sign);
+}
+
+void PaneArea::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        colourExtension();
+    }
 }
 
 void PaneArea::connectView(ImageView& view, ImageView& other)
@@ -249,7 +276,7 @@ void PaneArea::assign(ImageView& view, const std::optional<Picture>& picture)
 
 void PaneArea::showZoom()
 {
-    m_zoom->setText(QStringLiteral(" %1 % ").arg(m_left->transform().scale() * 100, 0, 'f', 0));
+    m_zoom->setText(QStringLiteral("%1 %").arg(m_left->transform().scale() * 100, 0, 'f', 0));
 }
 
 void PaneArea::showPixel()

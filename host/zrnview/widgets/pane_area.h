@@ -42,10 +42,12 @@ signals:
     void activated();
 
 protected:
+    void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
     void buildTools();
+    void colourExtension();
     void chooseDirection();
     void connectView(ImageView& view, ImageView& other);
     void arrange();

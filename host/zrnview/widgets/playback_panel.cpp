@@ -23,8 +23,8 @@ constexpr double ordinarySpeed = 1;
 PlaybackPanel::PlaybackPanel(const QString& path, QWidget* parent)
     : QFrame(parent)
     , m_player(new Player(m_station))
-    , m_title(new ElidedLabel(QFileInfo(path).fileName(), this))
-    , m_about(new ElidedLabel(this))
+    , m_title(new ElidedLabel(Qt::ElideMiddle, this))
+    , m_about(new ElidedLabel(Qt::ElideRight, this))
     , m_position(new QLabel(this))
     , m_play(new QToolButton(this))
     , m_verify(new QToolButton(this))
@@ -34,6 +34,7 @@ PlaybackPanel::PlaybackPanel(const QString& path, QWidget* parent)
     , m_frames(new FramePanel(m_station, this))
 {
     setFrameShape(QFrame::StyledPanel);
+    m_title->setText(QFileInfo(path).fileName());
     auto* layout = new QVBoxLayout(this);
     const int space = fontMetrics().averageCharWidth();
     layout->setContentsMargins(space, space / 2, space, space);

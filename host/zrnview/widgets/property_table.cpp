@@ -162,6 +162,7 @@ PropertyTable::PropertyTable(CameraDevice& device, QWidget* parent)
     setSelectionBehavior(SelectRows);
     setSelectionMode(SingleSelection);
     setWordWrap(false);
+    setTextElideMode(Qt::ElideMiddle); // serials differ at their ends
     verticalHeader()->hide();
     verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     horizontalHeader()->setSectionResizeMode(PropertyModel::Key, QHeaderView::ResizeToContents);

@@ -2,9 +2,9 @@
 
 #include "zrnview/widgets/theme.h"
 
-#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QPushButton>
+#include <QVBoxLayout>
 
 namespace zrnview
 {
@@ -36,6 +36,7 @@ RecordStrip::RecordStrip(CameraDevice& device, QWidget* parent)
     : QFrame(parent)
     , m_device(device)
     , m_text(new QLabel(this))
+    , m_file(new ElidedLabel(Qt::ElideMiddle, this))
     , m_queue(new QProgressBar(this))
     , m_open(new QPushButton(tr("Play back"), this))
     , m_close(new QPushButton(tr("Close"), this))
@@ -52,7 +53,11 @@ RecordStrip::RecordStrip(CameraDevice& device, QWidget* parent)
     auto* layout = new QHBoxLayout(this);
     const int space = fontMetrics().averageCharWidth();
     layout->setContentsMargins(space, space / 2, space, space / 2);
-    layout->addWidget(m_text, 1);
+    m_file->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    auto* texts = new QVBoxLayout;
+    texts->addWidget(m_text);
+    texts->addWidget(m_file);
+    layout->addLayout(texts, 1);
     for (QWidget* widget : {static_cast<QWidget*>(m_queue), static_cast<QWidget*>(m_open),
                             static_cast<QWidget*>(m_close)}) {
         layout->addWidget(widget);
@@ -76,6 +81,7 @@ void RecordStrip::showRefusal(const QString& why)
     const Colours colours = coloursFor(palette());
     m_text->setText(tr("<font color='%1'><b>Not recording:</b></font> %2")
                         .arg(colours.fault.name(), why.toHtmlEscaped()));
+    m_file->hide();
     m_queue->hide();
     m_open->hide();
     m_close->show();
@@ -86,6 +92,7 @@ void RecordStrip::refresh()
 {
     const zrnrecording::RecordingProgress progress = m_device.recorder()->progress();
     m_queue->setVisible(!progress.finished);
+    m_file->setVisible(progress.finished);
     m_open->setVisible(progress.finished && progress.frames > 0);
     m_close->setVisible(progress.finished);
     if (progress.finished) {
@@ -117,19 +124,18 @@ void RecordStrip::showRunning(const zrnrecording::RecordingProgress& progress)
 void RecordStrip::showFinished(const zrnrecording::RecordingProgress& progress)
 {
     const Colours colours = coloursFor(palette());
-    m_text->setToolTip(m_device.recorder()->path());
+    m_file->setText(m_device.recorder()->path());
     const QString outcome =
         progress.error.isEmpty()
             ? tr("<b>Recorded</b>")
             : tr("<font color='%1'><b>The recording ended early: %2.</b></font> Kept:")
                   .arg(colours.fault.name(), progress.error.toHtmlEscaped());
-    m_text->setText(tr("%1 %2 frames, %3 missing, %4 in %5: %6")
-                        .arg(outcome)
-                        .arg(progress.frames)
-                        .arg(progress.missing)
-                        .arg(byteText(static_cast<double>(progress.bytes)),
-                             durationText(progress.seconds),
-                             QFileInfo(m_device.recorder()->path()).fileName().toHtmlEscaped()));
+    m_text->setText(
+        tr("%1 %2 frames, %3 missing, %4 in %5")
+            .arg(outcome)
+            .arg(progress.frames)
+            .arg(progress.missing)
+            .arg(byteText(static_cast<double>(progress.bytes)), durationText(progress.seconds)));
 }
 
 } // namespace zrnview

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/elided_label.h"
 
 #include <QFrame>
-#include <QLabel>
 #include <QProgressBar>
+#include <QTimer>
 
 class QPushButton;
 
@@ -34,6 +35,7 @@ private:
 
     CameraDevice& m_device;
     QLabel* m_text;
+    ElidedLabel* m_file;
     QProgressBar* m_queue;
     QPushButton* m_open;
     QPushButton* m_close;

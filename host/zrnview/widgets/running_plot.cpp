@@ -84,17 +84,7 @@ void RunningPlot::paintEvent(QPaintEvent*)
     const QFontMetrics metrics = fontMetrics();
     const int space = metrics.averageCharWidth() / 2;
     const QRect head(space, 0, width() - 2 * space, metrics.height());
-    painter.setPen(colours.dimText);
-    QFont bold = font();
-    bold.setBold(true);
-    const int free = head.width() - QFontMetrics(bold).horizontalAdvance(m_headline) - space;
-    painter.drawText(head, Qt::AlignLeft | Qt::AlignVCenter,
-                     metrics.elidedText(m_title, Qt::ElideRight, free));
-    painter.setFont(bold);
-    painter.setPen(m_tone == Tone::Attention ? colours.attention
-                                             : palette().color(QPalette::WindowText));
-    painter.drawText(head, Qt::AlignRight | Qt::AlignVCenter, m_headline);
-    painter.setFont(font());
+    paintHead(painter, head);
 
     const QRectF area(0.5, metrics.height() + 2.5, width() - 1, height() - metrics.height() - 4);
     painter.setPen(colours.grid);
@@ -114,11 +104,27 @@ void RunningPlot::paintEvent(QPaintEvent*)
     paintLine(painter, area, scale, m_lines[1], colours.imageB);
     paintLine(painter, area, scale, m_lines[0], colours.imageA);
     painter.setPen(colours.dimText);
-    QFont small = font();
-    small.setPointSizeF(font().pointSizeF() * 0.8);
-    painter.setFont(small);
+    painter.setFont(smallFont(font()));
     painter.drawText(area.adjusted(space, 1, -space, -1), Qt::AlignLeft | Qt::AlignTop,
                      locale().toString(scale.top, 'g', 10));
+}
+
+void RunningPlot::paintHead(QPainter& painter, const QRect& head) const
+{
+    QFont bold = font();
+    bold.setBold(true);
+    const int free = head.width() - QFontMetrics(bold).horizontalAdvance(m_headline) -
+                     fontMetrics().averageCharWidth();
+    const bool fits = fontMetrics().horizontalAdvance(m_title) <= free;
+    painter.setFont(fits ? font() : smallFont(font()));
+    painter.setPen(coloursFor(palette()).dimText);
+    painter.drawText(head, Qt::AlignLeft | Qt::AlignVCenter,
+                     painter.fontMetrics().elidedText(m_title, Qt::ElideRight, free));
+    painter.setFont(bold);
+    painter.setPen(m_tone == Tone::Attention ? coloursFor(palette()).attention
+                                             : palette().color(QPalette::WindowText));
+    painter.drawText(head, Qt::AlignRight | Qt::AlignVCenter, m_headline);
+    painter.setFont(font());
 }
 
 void RunningPlot::paintLine(QPainter& painter, const QRectF& area, const Scale& scale,

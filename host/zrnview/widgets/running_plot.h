@@ -46,6 +46,7 @@ private:
         double top;
     };
     Scale scaleOf() const;
+    void paintHead(QPainter& painter, const QRect& head) const;
     void paintLine(QPainter& painter, const QRectF& area, const Scale& scale, const Series& line,
                    const QColor& colour) const;
 

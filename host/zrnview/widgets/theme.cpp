@@ -108,6 +108,13 @@ Colours coloursFor(const QPalette& palette)
     return colours;
 }
 
+QFont smallFont(QFont font)
+{
+    constexpr double share = 0.8;
+    font.setPointSizeF(font.pointSizeF() * share);
+    return font;
+}
+
 void setTextColour(QWidget& label, const QColor& colour)
 {
     QPalette palette = label.palette();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QColor>
+#include <QFont>
 #include <QPalette>
 
 class QWidget;
@@ -30,6 +31,9 @@ struct Colours {
 };
 
 Colours coloursFor(const QPalette& palette);
+
+/// The font of the scales in plots.
+QFont smallFont(QFont font);
 
 /// Sets the text colour of a label.
 void setTextColour(QWidget& label, const QColor& colour);
