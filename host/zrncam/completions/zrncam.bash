@@ -13,6 +13,13 @@ _zrncam()
     local capture="--exposure --gain --wait --newest"
 
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    # bash makes three words of --option=value.
+    local is_joined=""
+    if [[ $current == = ]]; then
+        current="" is_joined=1
+    elif [[ $previous == = ]]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]} is_joined=1
+    fi
     local command="" word
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         if [[ " $commands " == *" $word "* ]]; then
@@ -40,7 +47,7 @@ _zrncam()
             doctor) words+=" --root" ;;
             verify) words+=" --junit" ;;
         esac
-    elif [[ -z $command ]]; then
+    elif [[ -z $command && -z $is_joined ]]; then
         words+=" $commands"
     fi
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")

@@ -42,8 +42,10 @@ complete -c zrncam -n '__fish_seen_subcommand_from grab stream' -l exposure -x -
 complete -c zrncam -n '__fish_seen_subcommand_from grab stream' -l gain -x -d 'Set the gain first'
 complete -c zrncam -n '__fish_seen_subcommand_from grab stream' -l wait -x -d 'Longest wait for one frame'
 complete -c zrncam -n '__fish_seen_subcommand_from grab stream' -l newest -d 'Take the newest frame'
-complete -c zrncam -n '__fish_seen_subcommand_from get' -a "$keys"
-complete -c zrncam -n '__fish_seen_subcommand_from set' -a "$writable"
+complete -c zrncam -n "__fish_seen_subcommand_from get; and not __fish_seen_subcommand_from $keys" -a "$keys"
+complete -c zrncam -n "__fish_seen_subcommand_from set; and not __fish_seen_subcommand_from $writable" -a "$writable"
+complete -c zrncam -n '__fish_seen_subcommand_from EnableCheckExposureTime EnableCheckGain; and __fish_seen_subcommand_from set' \
+    -a 'true false'
 complete -c zrncam -n '__fish_seen_subcommand_from command' -a ClearState
 complete -c zrncam -n '__fish_seen_subcommand_from doctor' -l root -x -a '(__fish_complete_directories)' \
     -d 'Judge the system files under another folder'
