@@ -83,17 +83,29 @@ public:
         return m_unpacking.images[m_image] + static_cast<std::ptrdiff_t>(pixel) + shift();
     }
 
-    /// Fills the columns from @p begin to @p end of the row that starts at @p row.
-    void fill(std::size_t row, std::size_t begin, std::size_t end) const
+    /// Fills the columns from @p begin to @p end of the rows from pixel @p first to @p last.
+    void fill(std::size_t first, std::size_t last, std::size_t begin, std::size_t end) const
     {
-        const std::size_t runBegin = m_shift.acrossRows ? firstMovedRow * m_unpacking.width : row;
-        const std::size_t runEnd =
-            m_shift.acrossRows ? m_unpacking.pixels() : row + m_unpacking.width;
-        for (std::size_t pixel = row + begin; pixel < row + end; ++pixel) {
-            // Before the image, this is a huge number.
-            const std::size_t moved = pixel - static_cast<std::size_t>(shift());
-            const bool covered = runBegin <= moved && moved < runEnd;
-            m_unpacking.images[m_image][pixel] = packed(covered ? moved : pixel);
+        if (begin >= end) {
+            return;
+        }
+        // Copies, because the bytes that are written might change the originals.
+        unsigned char* const image = m_unpacking.images[m_image];
+        const unsigned char* const frame = m_unpacking.frame + m_image;
+        const std::size_t width = m_unpacking.width;
+        const auto pixelShift = static_cast<std::size_t>(shift());
+        const bool acrossRows = m_shift.acrossRows;
+        const std::size_t allBegin = firstMovedRow * width;
+        const std::size_t allEnd = m_unpacking.pixels();
+        for (std::size_t row = first; row < last; row += width) {
+            const std::size_t runBegin = acrossRows ? allBegin : row;
+            const std::size_t runLength = acrossRows ? allEnd - allBegin : width;
+            for (std::size_t pixel = row + begin; pixel < row + end; ++pixel) {
+                const std::size_t moved = pixel - pixelShift;
+                // Before the run, the difference is a huge number.
+                const bool covered = moved - runBegin < runLength;
+                image[pixel] = frame[2 * (covered ? moved : pixel)];
+            }
         }
     }
 
@@ -122,7 +134,8 @@ void unpackShifted(const Unpacking& u)
     const auto right = static_cast<std::size_t>(rightmost);
 
     // As many rows as the fastest cache holds until their ends are set right.
-    const std::size_t runLength = 4 * u.width;
+    constexpr std::size_t cachedPixels = 8192;
+    const std::size_t runLength = std::max<std::size_t>(4, cachedPixels / u.width) * u.width;
     for (std::size_t first = fixedPixels; first < u.pixels(); first += runLength) {
         const std::size_t last = std::min(first + runLength, u.pixels());
         // What stays inside the image and behind the rows above, in both images.
@@ -135,10 +148,8 @@ void unpackShifted(const Unpacking& u)
         for (const ShiftedImage& image : images) {
             const auto rowBegin = static_cast<std::size_t>(image.shift() - leftmost);
             const auto rowEnd = static_cast<std::size_t>(rightmost - image.shift());
-            for (std::size_t row = first; row < last; row += u.width) {
-                image.fill(row, 0, std::min(rowBegin, u.width));
-                image.fill(row, u.width - std::min(rowEnd, u.width), u.width);
-            }
+            image.fill(first, last, 0, std::min(rowBegin, u.width));
+            image.fill(first, last, u.width - std::min(rowEnd, u.width), u.width);
         }
     }
 }
