@@ -182,7 +182,11 @@ int main(int argc, char** argv)
     app.add_option("command", arguments.command, "Command to run, after --");
     app.positionals_at_end();
     app.footer(keyHelp());
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
+    }
 
     try {
         if (listsModels) {

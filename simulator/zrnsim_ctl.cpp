@@ -39,7 +39,11 @@ int main(int argc, char** argv)
         ->required();
     app.add_option("command", command, "Command, for example counters")->required();
     app.add_option("fields", fields, "KEY=VALUE of the command, for example camera=1");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
+    }
 
     try {
         nlohmann::json request{{"command", command}};

@@ -18,6 +18,8 @@ using zrnrecording::Frame;
 using zrnrecording::RecordingError;
 using zrnrecording::RecordingReader;
 
+constexpr int exitUsage = 2;
+
 struct Options {
     std::string path;
     std::string folder = ".";
@@ -144,7 +146,11 @@ int main(int argc, char** argv)
     images->add_option("-n,--count", options.count, "How many frames (default: all)")
         ->check(CLI::NonNegativeNumber);
     images->add_flag("--raw", options.raw, "Pixels and trailer instead of PNG");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
+    }
     try {
         return info->parsed()    ? showInfo(options)
                : check->parsed() ? verify(options)

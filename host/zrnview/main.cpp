@@ -18,6 +18,8 @@
 namespace
 {
 
+constexpr int exitUsage = 2;
+
 struct Options {
     std::string plugin;
     std::vector<std::string> virtualModels;
@@ -90,7 +92,7 @@ int main(int argc, char** argv)
             zrnhost::runOnVirtualCameras(options.virtualModels, {argv, argv + argc});
         }
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
     } catch (const zrnhost::VirtualRunError& error) {
         std::fprintf(stderr, "zrnview: %s\n%s\n", error.what(), qUtf8Printable(error.hint()));
         return EXIT_FAILURE;

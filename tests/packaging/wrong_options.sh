@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Every installed program answers an option that it does not know with status 2: wrong_options.sh PREFIX
+set -euo pipefail
+prefix=$1
+
+failed=0
+for program in "$prefix"/bin/*; do
+    status=0
+    QT_QPA_PLATFORM=offscreen "$program" --no-such-option >/dev/null 2>&1 || status=$?
+    [ "$status" -eq 2 ] || { echo "${program##*/}: status $status" >&2; failed=1; }
+done
+exit "$failed"
