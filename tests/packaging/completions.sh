@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# The installed completions, run by their shells, offer what fits: completions.sh PREFIX
+set -euo pipefail
+prefix=$1
+PATH=$prefix/bin:$PATH
+failed=0
+
+# expect SHELL LINE OFFERED...: the offers for a line are these and no other.
+expect() {
+    local shell=$1 line=$2 offers expected
+    shift 2
+    offers=$("in_$shell" "$line" | sort)
+    expected=$(printf '%s\n' "$@" | sort)
+    [ "$offers" = "$expected" ] ||
+        { printf '%s, "%s" offers:\n%s\n' "$shell" "$line" "$offers" >&2; failed=1; }
+}
+
+in_fish() {
+    fish --no-config -c 'source $argv[1]; complete -C $argv[2]' \
+        "$prefix/share/fish/vendor_completions.d/zrncam.fish" "$1" | cut -f 1
+}
+
+# As bash splits a line: at blanks and around "=".
+in_bash() {
+    read -ra COMP_WORDS <<<"${1//=/ = }"
+    [[ $1 != *' ' ]] || COMP_WORDS+=("")
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    COMPREPLY=()
+    _zrncam
+    printf '%s\n' "${COMPREPLY[@]}"
+}
+# shellcheck disable=SC1091
+. "$prefix/share/bash-completion/completions/zrncam"
+
+for shell in bash fish; do
+    expect "$shell" 'zrncam s' set stream
+    expect "$shell" 'zrncam --virtual type2 --json s' set stream
+    expect "$shell" 'zrncam --virtual=type2 s' set stream
+    expect "$shell" 'zrncam stream --ke' --keep-alive
+    expect "$shell" 'zrncam list --ke' ''
+    expect "$shell" 'zrncam get Se' SensorCount Serial
+    expect "$shell" 'zrncam set Se' ''
+    expect "$shell" 'zrncam get Serial ' ''
+    expect "$shell" 'zrncam set EnableCheckGain ' false true
+    expect "$shell" 'zrncam command ' ClearState
+done
+expect bash 'zrncam --virtual=double' double-1308x1991 double-640x960
+expect fish 'zrncam --virtual=double' --virtual=double-1308x1991 --virtual=double-640x960
+exit "$failed"
