@@ -41,7 +41,7 @@ struct Inbox {
     bool await(std::size_t count)
     {
         std::unique_lock lock(mutex);
-        return arrived.wait_for(lock, 10s, [&] { return frames.size() >= count; });
+        return arrived.wait_for(lock, 60s, [&] { return frames.size() >= count; });
     }
 };
 
