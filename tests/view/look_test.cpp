@@ -108,7 +108,9 @@ private slots:
         QVERIFY(live.waitForStreams(1));
         PaneArea& panes = live.window.panels().front()->frames().panes();
         ImageView& view = panes.view(0);
-        QTest::mouseMove(&view, view.rect().center() - QPoint(80, 20));
+        const QPointF at = view.rect().center() - QPoint(80, 20);
+        QMouseEvent move(QEvent::MouseMove, at, Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+        QApplication::sendEvent(&view, &move);
         view.zoomBy(1000);
         panes.setMarkClipped(true);
         QTest::qWait(plotMilliseconds);

@@ -2,6 +2,7 @@
 
 #include "zrnview/widgets/theme.h"
 
+#include <QKeyEvent>
 #include <QPainter>
 
 #include <algorithm>
@@ -27,9 +28,10 @@ HistogramView::HistogramView(char letter, QWidget* parent)
     , m_letter(letter)
 {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(tr("Histogram of image %1").arg(QLatin1Char(letter)));
     setToolTip(tr("Grey levels from 0 to 255. Blue: pixels at 0, red: pixels at 255. "
-                  "Double-click for a logarithmic scale."));
+                  "Double-click, or Space, for a logarithmic scale."));
 }
 
 void HistogramView::show(const Histogram* histogram)
@@ -65,6 +67,15 @@ void HistogramView::mouseDoubleClickEvent(QMouseEvent*)
     setLogarithmic(!m_logarithmic);
 }
 
+void HistogramView::keyPressEvent(QKeyEvent* event)
+{
+    if (event->key() == Qt::Key_Space) {
+        setLogarithmic(!m_logarithmic);
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
 void HistogramView::paintEvent(QPaintEvent*)
 {
     const Colours colours = coloursFor(palette());
@@ -80,7 +91,7 @@ void HistogramView::paintEvent(QPaintEvent*)
     painter.setFont(font());
 
     const QRectF area(0.5, metrics.height() + 2.5, width() - 1, height() - metrics.height() - 4);
-    painter.setPen(colours.grid);
+    painter.setPen(hasFocus() ? palette().color(QPalette::Highlight) : colours.grid);
     painter.setBrush(colours.plotBackground);
     painter.drawRect(area);
     if (!m_present || m_histogram.pixels == 0) {

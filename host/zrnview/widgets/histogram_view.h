@@ -20,6 +20,7 @@ public:
     void show(const Histogram* histogram);
     /// Draws heights on a logarithmic scale, which shows rare levels too.
     void setLogarithmic(bool logarithmic);
+    bool isLogarithmic() const { return m_logarithmic; }
     const Histogram& histogram() const { return m_histogram; }
 
     QSize sizeHint() const override;
@@ -31,6 +32,7 @@ signals:
 protected:
     void paintEvent(QPaintEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     /// Writes the shares of clipped pixels. @return the room that is left before them

@@ -127,6 +127,9 @@ void PaneArea::buildTools()
     m_markAction->setToolTip(tr("Mark pixels at 0 in blue and at 255 in red (Ctrl+M)"));
     m_markAction->setCheckable(true);
     connect(m_markAction, &QAction::toggled, this, &PaneArea::setMarkClipped);
+    for (QToolButton* button : m_tools->findChildren<QToolButton*>()) {
+        button->setFocusPolicy(Qt::TabFocus); // a tool bar takes its buttons out of the Tab order
+    }
 
     m_pixel->setAttribute(Qt::WA_TransparentForMouseEvents);
     m_pixel->setAutoFillBackground(true);

@@ -162,6 +162,7 @@ PropertyTable::PropertyTable(CameraDevice& device, QWidget* parent)
     setSelectionBehavior(SelectRows);
     setSelectionMode(SingleSelection);
     setWordWrap(false);
+    setTabKeyNavigation(false);        // Tab leaves the table; the arrow keys move in it
     setTextElideMode(Qt::ElideMiddle); // serials differ at their ends
     verticalHeader()->hide();
     verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);

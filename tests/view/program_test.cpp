@@ -1,0 +1,98 @@
+// The viewer as a program: what main() makes of its options, with the built plugin on a virtual
+// camera.
+
+#include "virtual_camera.h"
+
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr int patience = 60000; // milliseconds, for a machine that is busy with other things
+
+/// The program without a screen, until the end of the scope.
+class Viewer
+{
+public:
+    explicit Viewer(QStringList arguments)
+    {
+        arguments << QStringLiteral("--plugin") << QStringLiteral(ZRN_PLUGIN_PATH);
+        arguments << QStringLiteral("--folder") << m_folder.path();
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_process.start(QStringLiteral(ZRNVIEW_PATH), arguments);
+    }
+    ~Viewer()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+    Viewer(const Viewer&) = delete;
+    Viewer& operator=(const Viewer&) = delete;
+
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+
+private:
+    QTemporaryDir m_folder;
+    QProcess m_process;
+};
+
+/// How many whole frames the camera has sent to anybody.
+qint64 framesOf(VirtualCamera& camera)
+{
+    const std::vector<SentFrame> frames = camera.sentFrames();
+    return std::count_if(frames.begin(), frames.end(),
+                         [](const SentFrame& frame) { return frame.complete; });
+}
+
+int runToEnd(const QStringList& arguments, QByteArray& output)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(QStringLiteral(ZRNVIEW_PATH), arguments);
+    const bool ended = process.waitForFinished(patience);
+    output = process.readAll();
+    return ended ? process.exitCode() : -1;
+}
+
+} // namespace
+
+class ProgramTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void showsAsManyCamerasAsAskedFor()
+    {
+        VirtualCamera first(0);
+        VirtualCamera second(1);
+        {
+            const Viewer viewer({});
+            QTRY_VERIFY_WITH_TIMEOUT(framesOf(first) + framesOf(second) > 5, patience);
+            QVERIFY(framesOf(first) == 0 || framesOf(second) == 0);
+            QVERIFY(viewer.isRunning());
+        }
+        const qint64 before = framesOf(first);
+        const qint64 beforeToo = framesOf(second);
+        const Viewer viewer({QStringLiteral("--cameras"), QStringLiteral("2"),
+                             QStringLiteral("--theme"), QStringLiteral("dark")});
+        QTRY_VERIFY_WITH_TIMEOUT(framesOf(first) > before + 5, patience);
+        QTRY_VERIFY_WITH_TIMEOUT(framesOf(second) > beforeToo + 5, patience);
+        QVERIFY(viewer.isRunning());
+    }
+
+    void refusesOptionsThatItDoesNotKnow()
+    {
+        QByteArray output;
+        QVERIFY(runToEnd({QStringLiteral("--theme"), QStringLiteral("pink")}, output) > 0);
+        QVERIFY2(output.contains("--theme"), output.constData());
+        QCOMPARE(runToEnd({QStringLiteral("--version")}, output), 0);
+        QVERIFY2(output.startsWith("zrnview "), output.constData());
+    }
+};
+
+QTEST_GUILESS_MAIN(ProgramTest)
+#include "program_test.moc"

@@ -1,0 +1,143 @@
+// The program that reads recordings, as somebody at a terminal runs it.
+
+#include "common/image_blocks.h"
+#include "recording/recording_file.h"
+
+#include <QDir>
+#include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+namespace zrnrecording
+{
+namespace
+{
+
+constexpr int width = 16;
+constexpr int height = 4;
+constexpr int patience = 60000; // milliseconds
+
+QByteArray imageOf(quint32 number, char letter)
+{
+    QByteArray data(width * height, letter);
+    data[0] = static_cast<char>(number);
+    return data + QByteArray(imageTrailerBytes, '\0');
+}
+
+struct Outcome {
+    int exitCode = -1;
+    QByteArray output;
+    QByteArray errors;
+};
+
+Outcome zrnrec(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(ZRNREC_PATH), arguments);
+    EXPECT_TRUE(process.waitForFinished(patience));
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+/// Three frames, with two numbers missing before the last.
+class ZrnrecTest : public testing::Test
+{
+protected:
+    ZrnrecTest()
+    {
+        RecordingFile file(path, {{QStringLiteral("serial"), QStringLiteral("ZR1")}});
+        for (const quint32 number : {7U, 8U, 11U}) {
+            Frame frame;
+            frame.width = width;
+            frame.height = height;
+            frame.number = number;
+            frame.missing = number == 11 ? 2 : 0;
+            frame.arrivalNanoseconds = qint64{number} * 100'000'000;
+            frame.images = {{'A', imageOf(number, 'A')}, {'B', imageOf(number, 'B')}};
+            file.append(frame);
+        }
+        file.close();
+    }
+
+    /// Changes the last byte of the first image of the last frame.
+    void damage() const
+    {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        const qint64 image = file.readAll().lastIndexOf(imageOf(11, 'A'));
+        ASSERT_GT(image, 0);
+        file.seek(image + width * height - 1);
+        file.putChar('x');
+    }
+
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
+};
+
+TEST_F(ZrnrecTest, TellsWhatARecordingHolds)
+{
+    const Outcome run = zrnrec({QStringLiteral("info"), path});
+    EXPECT_EQ(run.exitCode, 0) << run.errors.constData();
+    const QJsonObject info = QJsonDocument::fromJson(run.output).object();
+    EXPECT_EQ(info[QLatin1String("frames")].toInt(), 3);
+    EXPECT_EQ(info[QLatin1String("missing")].toInt(), 2);
+    EXPECT_DOUBLE_EQ(info[QLatin1String("seconds")].toDouble(), 0.4);
+    EXPECT_TRUE(info[QLatin1String("complete")].toBool());
+    EXPECT_EQ(info[QLatin1String("metadata")].toObject()[QLatin1String("serial")].toString(),
+              QStringLiteral("ZR1"));
+}
+
+TEST_F(ZrnrecTest, VerifiesAndNamesDamage)
+{
+    Outcome run = zrnrec({QStringLiteral("verify"), path});
+    EXPECT_EQ(run.exitCode, 0) << run.errors.constData();
+    EXPECT_EQ(run.output, "3 frames, 0 damaged\n");
+    damage();
+    run = zrnrec({QStringLiteral("verify"), path});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.output, "3 frames, 1 damaged\n");
+    EXPECT_FALSE(run.errors.isEmpty());
+}
+
+TEST_F(ZrnrecTest, NoticesACutOffEnd)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.resize(file.size() - 200));
+    const Outcome run = zrnrec({QStringLiteral("verify"), path});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.output.contains("cut off at the end")) << run.output.constData();
+}
+
+TEST_F(ZrnrecTest, ExportsImagesAndBytes)
+{
+    const QString output = folder.filePath(QStringLiteral("new/pictures"));
+    const QStringList command{QStringLiteral("export"), path, QStringLiteral("-o"), output};
+    EXPECT_EQ(zrnrec(command).output, "3 frames exported\n");
+    const QImage image(output + QStringLiteral("/000002_11_B.png"));
+    ASSERT_EQ(image.size(), QSize(width, height));
+    EXPECT_EQ(image.constScanLine(0)[0], 11);
+    EXPECT_EQ(image.constScanLine(3)[15], 'B');
+    EXPECT_EQ(image.text(QStringLiteral("Serial")), QStringLiteral("ZR1"));
+    EXPECT_EQ(image.text(QStringLiteral("Frame number")), QStringLiteral("11"));
+
+    const QStringList one{QStringLiteral("--raw"), QStringLiteral("--first"), QStringLiteral("1"),
+                          QStringLiteral("-n"), QStringLiteral("1")};
+    EXPECT_EQ(zrnrec(command + one).output, "1 frames exported\n");
+    QFile raw(output + QStringLiteral("/000001_8_A.raw"));
+    ASSERT_TRUE(raw.open(QIODevice::ReadOnly));
+    EXPECT_EQ(raw.readAll(), imageOf(8, 'A'));
+    EXPECT_EQ(QDir(output).entryList({QStringLiteral("*.raw")}).size(), 2);
+}
+
+TEST_F(ZrnrecTest, SaysWhatItCannotRead)
+{
+    const Outcome run = zrnrec({QStringLiteral("info"), folder.filePath(QStringLiteral("none"))});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errors.startsWith("zrnrec: ")) << run.errors.constData();
+    EXPECT_NE(zrnrec({}).exitCode, 0);
+}
+
+} // namespace
+} // namespace zrnrecording
