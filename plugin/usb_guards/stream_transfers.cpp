@@ -126,12 +126,6 @@ void StreamTransfers::onCompletion(libusb_transfer* transfer)
     }
     if (transfer->status == LIBUSB_TRANSFER_COMPLETED) {
         screenPayloads(*transfer, *record->meter);
-    } else if (transfer->status == LIBUSB_TRANSFER_TIMED_OUT) {
-        // libusb's own calls come through the guards too, and it cancels what has timed out. libuvc
-        // shall submit that again. It has noted a stop before it cancels, so nothing is lost with
-        // the mark of a cancellation of its own.
-        const std::lock_guard locker(record->mutex);
-        record->isCancelled = false;
     }
     record->callback(transfer);
 }

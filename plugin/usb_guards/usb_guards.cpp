@@ -11,6 +11,7 @@
 #include <atomic>
 #include <dlfcn.h>
 #include <sys/time.h>
+#include <utility>
 #include <vector>
 
 namespace usbguards
@@ -19,6 +20,9 @@ namespace
 {
 
 std::atomic<bool> calledByLibuvc = false;
+
+/// Whether this thread is inside libusb's event handling.
+thread_local bool isHandlingEvents = false;
 
 /// Whether libusb_set_interface_alt_setting spoils the handle of a departed device: up to 1.0.26 it
 /// releases a lock that it does not hold.
@@ -234,8 +238,12 @@ ZRN_GUARD int libusb_submit_transfer(libusb_transfer* transfer)
 
 ZRN_GUARD int libusb_cancel_transfer(libusb_transfer* transfer)
 {
-    return StreamTransfers::isStream(*transfer) ? StreamTransfers::instance().cancel(transfer)
-                                                : originalUsb().cancelTransfer(transfer);
+    // libusb's own calls come through the guards too. While it handles events it cancels what has
+    // timed out, which libuvc then submits again.
+    if (isHandlingEvents || !StreamTransfers::isStream(*transfer)) {
+        return originalUsb().cancelTransfer(transfer);
+    }
+    return StreamTransfers::instance().cancel(transfer);
 }
 
 ZRN_GUARD void libusb_free_transfer(libusb_transfer* transfer)
@@ -249,7 +257,10 @@ ZRN_GUARD void libusb_free_transfer(libusb_transfer* transfer)
 ZRN_GUARD int libusb_handle_events_completed(libusb_context* context, int* completed)
 {
     timeval pause = {1, 0};
-    return originalUsb().handleEventsTimeoutCompleted(context, &pause, completed);
+    const bool wasHandlingEvents = std::exchange(isHandlingEvents, true);
+    const int result = originalUsb().handleEventsTimeoutCompleted(context, &pause, completed);
+    isHandlingEvents = wasHandlingEvents;
+    return result;
 }
 
 } // namespace usbguards

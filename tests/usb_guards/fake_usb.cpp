@@ -29,6 +29,10 @@ OriginalUsb makeFunctions()
         FakeUsb::instance().calls.emplace_back("free");
     };
     functions.getVersion = [] { return &faultyVersion; };
+    functions.handleEventsTimeoutCompleted = [](libusb_context*, timeval*, int*) -> int {
+        FakeUsb::instance().event();
+        return LIBUSB_SUCCESS;
+    };
     functions.kernelDriverActive = [](libusb_device_handle*, int) {
         return FakeUsb::instance().kernelDriverResult;
     };

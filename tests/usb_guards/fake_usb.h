@@ -2,6 +2,7 @@
 
 #include "usb_guards/libusb_functions.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@ struct FakeUsb {
     int controlResult = 0;
     int kernelDriverResult = 0;
     int setInterfaceResult = usbguards::LIBUSB_SUCCESS;
+    std::function<void()> event; ///< what happens while events are handled
     unsigned controlTimeout = 0; ///< of the last control transfer
     std::vector<std::string> calls;
 

@@ -120,10 +120,23 @@ TEST_F(UsbGuards, ACancelledTransferIsNotSubmittedAgain)
 TEST_F(UsbGuards, ATransferThatTimedOutIsSubmittedAgain)
 {
     libusb_submit_transfer(&transfer);
-    libusb_cancel_transfer(&transfer); // libusb's own way to end it
+    usb.event = [this] { libusb_cancel_transfer(&transfer); }; // libusb's own way to end it
+    libusb_handle_events_completed(nullptr, nullptr);
     complete(LIBUSB_TRANSFER_TIMED_OUT);
     EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_SUCCESS);
     EXPECT_EQ(usb.calls, (Calls{"submit", "cancel", "submit"}));
+}
+
+TEST_F(UsbGuards, ATransferThatTimedOutDuringAStopEnds)
+{
+    libusb_submit_transfer(&transfer);
+    usb.event = [this] { libusb_cancel_transfer(&transfer); };
+    libusb_handle_events_completed(nullptr, nullptr);
+    libusb_cancel_transfer(&transfer);
+    complete(LIBUSB_TRANSFER_TIMED_OUT);
+    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_ERROR_INTERRUPTED);
+    EXPECT_EQ(usb.calls, (Calls{"submit", "cancel", "cancel"}));
+    EXPECT_EQ(delivered, (std::vector{LIBUSB_TRANSFER_TIMED_OUT, LIBUSB_TRANSFER_CANCELLED}));
 }
 
 TEST_F(UsbGuards, CancellingWhatIsInFlightAlwaysPromisesItsEnd)
