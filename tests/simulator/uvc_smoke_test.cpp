@@ -122,7 +122,7 @@ TEST_F(UvcSmoke, SerialAndSensorTypeArriveOnTheirCarriers)
             serial |= static_cast<std::uint64_t>(word) << shift;
             shift += 16;
         }
-        EXPECT_EQ(std::to_string(serial), described.at("serial"));
+        EXPECT_EQ(std::to_string(serial), described.at("serial").get<std::string>());
         std::uint16_t contrast = 0;
         EXPECT_EQ(uvc_get_contrast(camera.handle, &contrast, UVC_GET_CUR), UVC_SUCCESS);
         EXPECT_EQ(contrast, described.at("sensorType"));
