@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 
 namespace
 {
@@ -142,9 +143,9 @@ int main(int argc, char** argv)
     CLI::App* images = addCommand("export", "Write the images as files");
     images->add_option("-o,--output", options.folder, "Folder to write to")->type_name("DIR");
     images->add_option("--first", options.first, "Frame to start with, from 0")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()));
     images->add_option("-n,--count", options.count, "How many frames (default: all)")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()));
     images->add_flag("--raw", options.raw, "Pixels and trailer instead of PNG");
     try {
         app.parse(argc, argv);

@@ -12,6 +12,7 @@
 #include <QLoggingCategory>
 
 #include <algorithm>
+#include <limits>
 
 namespace
 {
@@ -25,7 +26,7 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options)
     app.add_option("--plugin", options.plugin, "Driver plugin to load")->type_name("FILE");
     auto* serial = app.add_option("--serial", options.serial, "Choose the camera by its serial");
     app.add_option("--index", options.index, "Choose the camera by its index (default: the first)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()))
         ->excludes(serial);
     app.add_option("--virtual", options.virtualModels,
                    "Run on a virtual camera of this model, or the default one; repeat for more")

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <optional>
 
 namespace
@@ -35,7 +36,7 @@ void addOptions(CLI::App& app, Options& options)
     app.add_option("recording", options.recordings, "Recordings to open")->type_name("FILE");
     app.add_option("--plugin", options.plugin, "Driver plugin to load")->type_name("FILE");
     app.add_option("--cameras", options.cameras, "How many cameras to show at once")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()));
     app.add_flag("--stopped", options.stopped, "Do not start the streams");
     app.add_option("--folder", options.folder, "Where pictures and recordings go")
         ->type_name("DIR");

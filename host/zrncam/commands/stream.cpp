@@ -176,7 +176,7 @@ Command addStream(CLI::App& app)
     const auto options = std::make_shared<StreamOptions>();
     command->add_option("--seconds", options->seconds, "How long")
         ->type_name("S")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(0.001, 1e9))
         ->capture_default_str();
     command->add_flag("--keep-alive", options->keepAlive,
                       "Restart or reconnect when no frame comes, and report each outage");
