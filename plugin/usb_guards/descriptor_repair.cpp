@@ -85,7 +85,6 @@ bool isSoundExtensionUnit(DescriptorBlocks block)
 bool isSoundControlBlock(DescriptorBlocks block,
                          const std::vector<std::uint8_t>& streamingInterfaces)
 {
-    constexpr std::size_t selectorSize = 4;
     constexpr std::size_t processingControlSizeOffset = 7;
     switch (block[subtypeOffset]) {
     case controlHeader:
@@ -93,7 +92,7 @@ bool isSoundControlBlock(DescriptorBlocks block,
     case inputTerminal:
         return isSoundInputTerminal(block);
     case selectorUnit:
-        return block.size() >= selectorSize;
+        return false; // libuvc forgets to free what it notes of it; the driver uses none
     case processingUnit:
         return holdsCounted(block, processingControlSizeOffset);
     case extensionUnit:

@@ -13,7 +13,7 @@ using DescriptorBlocks = std::span<std::uint8_t>;
 
 /// Makes the descriptors of a video control interface safe for libuvc, which reads the lengths and
 /// counts in them without looking at where they end. A descriptor that contradicts itself is made
-/// one that libuvc skips.
+/// one that libuvc skips, and so is a selector unit.
 ///
 /// @param streamingInterfaces positions of the interfaces in the configuration that the header
 /// may refer to.

@@ -91,6 +91,13 @@ TEST(DescriptorRepair, LibuvcNeedsAHeaderACameraAndAProcessingUnit)
     EXPECT_FALSE(completeAfterRepair(header + camera + processing)) << "not a camera";
 }
 
+TEST(DescriptorRepair, SelectorUnitsAreHidden)
+{
+    EXPECT_FALSE(keepsControl(block(8, 4)));
+    EXPECT_FALSE(keepsControl(block(3, 4)));
+    EXPECT_TRUE(keepsControl(block(8, 3)));
+}
+
 TEST(DescriptorRepair, CountedControlsMustFit)
 {
     Bytes camera = block(18, 2);
