@@ -10,8 +10,8 @@
 #include <array>
 #include <atomic>
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/time.h>
-#include <utility>
 #include <vector>
 
 namespace usbguards
@@ -21,8 +21,38 @@ namespace
 
 std::atomic<bool> calledByLibuvc = false;
 
-/// Whether this thread is inside libusb's event handling.
-thread_local bool isHandlingEvents = false;
+/// Knows which threads are inside libusb's event handling. A key, because GCC 12's LeakSanitizer
+/// crashes on a thread_local variable of a library that is loaded at run time.
+class EventHandling
+{
+public:
+    EventHandling()
+        : m_isUsable(pthread_key_create(&m_key, nullptr) == 0)
+    {
+    }
+    ~EventHandling()
+    {
+        if (m_isUsable) {
+            pthread_key_delete(m_key);
+        }
+    }
+    EventHandling(const EventHandling&) = delete;
+    EventHandling& operator=(const EventHandling&) = delete;
+
+    bool isOnThisThread() const { return m_isUsable && pthread_getspecific(m_key) != nullptr; }
+    void note(bool isOnThisThread) const
+    {
+        if (m_isUsable) {
+            pthread_setspecific(m_key, isOnThisThread ? this : nullptr);
+        }
+    }
+
+private:
+    pthread_key_t m_key{};
+    const bool m_isUsable;
+};
+
+EventHandling eventHandling;
 
 /// Whether libusb_set_interface_alt_setting spoils the handle of a departed device: up to 1.0.26 it
 /// releases a lock that it does not hold.
@@ -240,7 +270,7 @@ ZRN_GUARD int libusb_cancel_transfer(libusb_transfer* transfer)
 {
     // libusb's own calls come through the guards too. While it handles events it cancels what has
     // timed out, which libuvc then submits again.
-    if (isHandlingEvents || !StreamTransfers::isStream(*transfer)) {
+    if (eventHandling.isOnThisThread() || !StreamTransfers::isStream(*transfer)) {
         return originalUsb().cancelTransfer(transfer);
     }
     return StreamTransfers::instance().cancel(transfer);
@@ -257,9 +287,10 @@ ZRN_GUARD void libusb_free_transfer(libusb_transfer* transfer)
 ZRN_GUARD int libusb_handle_events_completed(libusb_context* context, int* completed)
 {
     timeval pause = {1, 0};
-    const bool wasHandlingEvents = std::exchange(isHandlingEvents, true);
+    const bool isNested = eventHandling.isOnThisThread();
+    eventHandling.note(true);
     const int result = originalUsb().handleEventsTimeoutCompleted(context, &pause, completed);
-    isHandlingEvents = wasHandlingEvents;
+    eventHandling.note(isNested);
     return result;
 }
 

@@ -48,7 +48,11 @@ bool UsbHandles::isSpoilt(libusb_device_handle* handle)
 void UsbHandles::forget(libusb_device_handle* handle)
 {
     const std::lock_guard locker(m_mutex);
-    m_records.erase(handle);
+    const auto found = m_records.find(handle);
+    // A spoilt handle is never closed, so its address stays taken.
+    if (found != m_records.end() && !found->second.isSpoilt) {
+        m_records.erase(found);
+    }
 }
 
 } // namespace usbguards

@@ -24,7 +24,7 @@ public:
     void noteSpoilt(libusb_device_handle* handle);
     bool isSpoilt(libusb_device_handle* handle);
 
-    /// The handle is about to be closed, or is never closed.
+    /// The handle is about to be closed. One that is spoilt stays on record.
     void forget(libusb_device_handle* handle);
 
 private:

@@ -200,11 +200,13 @@ TEST_F(UsbGuards, TheFaultyFunctionNeverSeesADepartedDevice)
 
 TEST_F(UsbGuards, AHandleSpoiltInTheLastMomentIsNotClosed)
 {
+    static int lostDevice = 0; // its handle stays, so no other one gets its address
+    auto* const lost = reinterpret_cast<libusb_device_handle*>(&lostDevice);
     usb.setInterfaceResult = LIBUSB_ERROR_NO_DEVICE;
-    EXPECT_EQ(libusb_set_interface_alt_setting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
-    libusb_close(handle);
+    EXPECT_EQ(libusb_set_interface_alt_setting(lost, 1, 0), LIBUSB_ERROR_NO_DEVICE);
+    libusb_close(lost);
     EXPECT_EQ(usb.calls, Calls{"set interface"});
-    libusb_close(handle); // another one at the same address
+    libusb_close(handle);
     EXPECT_EQ(usb.calls.back(), "close");
 }
 
