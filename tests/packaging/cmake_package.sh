@@ -14,7 +14,7 @@ foreach(host minimal_host check_plugin)
     target_link_libraries(\${host} PRIVATE zrncamera::interfaces)
 endforeach()
 END
-cmake -S "$folder" -B "$folder/build" -DCMAKE_PREFIX_PATH="$1" -DCMAKE_BUILD_TYPE=Release >"$folder/log"
+cmake -S "$folder" -B "$folder/build" -G Ninja -DCMAKE_PREFIX_PATH="$1" -DCMAKE_BUILD_TYPE=Release >"$folder/log"
 grep 'plugin: .*/libzrncamera.so$' "$folder/log"
 cmake --build "$folder/build"
 "${0%/*}/run_example.sh" "$folder/build/minimal_host" "$2"
