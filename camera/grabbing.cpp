@@ -71,6 +71,7 @@ ErrorCode CZRNCamera::grabImage(QList<ImageBlock*>& images)
     if (!shared(m_isStreaming).load()) {
         return ErrorCode::NotStreaming;
     }
+    m_imageRoom.make(liveImages, frameGeometry().imageSize());
 
     FrameSlot slot;
     {

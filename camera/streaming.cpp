@@ -2,7 +2,6 @@
 #include "atomic_field.h"
 #include "frame_clock.h"
 #include "frame_trailer.h"
-#include "heap_retention.h"
 #include "zrn_camera.h"
 
 #include <QDebug>
@@ -22,9 +21,6 @@ namespace
 constexpr int anyFrameInterval = 0;
 constexpr uint8_t noStreamFlags = 0;
 constexpr int discardedWaits = 16;
-/// Images that a host may delete in one go without a page fault in the grabs that follow: those of
-/// eight grabs that it keeps, of one in hand, and some slack.
-constexpr std::size_t liveImages = 2 * 10;
 
 /// So that frames are queued without allocation: a QList whose end is reached moves its items to
 /// the front only where they fill less than a third of it.
@@ -61,7 +57,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         m_bufferLocks.at(i)->unlock();
     }
     warnOfSmallSlots(geometry, count);
-    letHeapKeep(liveImages * (geometry.pixels() + frameTrailerSize));
+    letHeapKeep(liveImages * geometry.imageSize());
 
     shared(m_receivedFrameCount).store(0);
     shared(m_writeIndex).store(0);

@@ -3,6 +3,8 @@
 #include "camera_interface.h"
 #include "camera_node.h"
 #include "device_access.h"
+#include "frame_trailer.h"
+#include "heap_retention.h"
 
 #include <QList>
 #include <QLoggingCategory>
@@ -198,6 +200,8 @@ private:
         {
             return pixels() * static_cast<std::size_t>(bytesPerPosition);
         }
+        /// Bytes of an image's data.
+        [[nodiscard]] std::size_t imageSize() const { return pixels() + frameTrailerSize; }
     };
 
     /// A slot of the ring, as taken under m_frameMutex.
@@ -245,6 +249,10 @@ private:
     std::vector<std::size_t> m_slotSizes;
     bool m_smallSlotReported = false; ///< one line for each start
     QRecursiveMutex m_lifecycleMutex; ///< serialises connecting, starting, stopping, disconnecting
+    /// Images that a host may delete in one go without a page fault in the grabs that follow: those
+    /// of eight grabs that it keeps, of one in hand, and some slack.
+    static constexpr std::size_t liveImages = std::size_t{2} * 10;
+    HeapRoom m_imageRoom;      ///< for liveImages, where the first thread to grab allocates
     QReadWriteLock m_grabLock; ///< held for reading by grabs and discards; destruction waits for it
     quint32 m_arrivedFrameCount = 0; ///< frames ever queued, modulo 2^32; under m_frameMutex
     bool m_isClosing = false;        ///< nobody may begin to wait; under m_frameMutex

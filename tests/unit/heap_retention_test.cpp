@@ -1,0 +1,110 @@
+// Pages that the heap gives back cost each grab several times its own work.
+
+#include "driver_test.h"
+
+#include <QSize>
+
+#include <cstddef>
+#include <ostream>
+#include <sys/resource.h>
+#include <thread>
+#include <vector>
+
+using CameraSpace::ImageBlock;
+
+namespace
+{
+
+long pageFaults()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_minflt;
+}
+
+struct Host {
+    QSize size;
+    bool changesImages;
+    bool grabsInThread; ///< whose part of the heap ends after 64 MB
+    bool deletesAtOnce; ///< else the oldest pair with each grab
+};
+
+void PrintTo(const Host& host, std::ostream* out)
+{
+    *out << host.size.width() << "x" << host.size.height()
+         << (host.changesImages ? ", changes" : ", reads")
+         << (host.grabsInThread ? ", in a thread" : "")
+         << (host.deletesAtOnce ? ", deletes all at once" : ", deletes the oldest");
+}
+
+class SteadyHost : public DriverTest, public testing::WithParamInterface<Host>
+{
+protected:
+    SteadyHost()
+        : m_device(connect(2, GetParam().size.width(), GetParam().size.height()))
+        , m_frame(std::size_t{2} *
+                      static_cast<std::size_t>(GetParam().size.width() * GetParam().size.height()),
+                  0x30)
+    {
+    }
+    ~SteadyHost() override { qDeleteAll(m_images); }
+
+    void grabAndDelete()
+    {
+        ASSERT_TRUE(
+            bus.deliver(m_device, GetParam().size.width(), GetParam().size.height(), m_frame));
+        ASSERT_EQ(code(camera.grabImage(m_images)), 0U);
+        if (GetParam().changesImages) {
+            m_images.back()->data.data()[0] = 1;
+        }
+        if (m_images.size() > 2 * keptPairs) {
+            const auto end = GetParam().deletesAtOnce ? m_images.end() : m_images.begin() + 2;
+            qDeleteAll(m_images.begin(), end);
+            m_images.erase(m_images.begin(), end);
+        }
+        log.clear();
+    }
+
+    static constexpr int keptPairs = 8;
+    static constexpr int grabs = 5 * keptPairs;
+    long faults = 0;
+
+    void run()
+    {
+        for (int i = 0; i < grabs; ++i) {
+            grabAndDelete();
+        }
+        const long before = pageFaults();
+        for (int i = 0; i < grabs; ++i) {
+            grabAndDelete();
+        }
+        faults = pageFaults() - before;
+    }
+
+private:
+    fakeuvc::Camera& m_device;
+    std::vector<unsigned char> m_frame;
+    QList<ImageBlock*> m_images;
+};
+
+} // namespace
+
+TEST_P(SteadyHost, FaultsNoPages)
+{
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    if (GetParam().grabsInThread) {
+        std::thread([this] { run(); }).join();
+    } else {
+        run();
+    }
+    // One pair of the smallest images that is faulted in anew costs a hundred and fifty.
+    EXPECT_LT(faults, 2 * grabs);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    HeapRetention, SteadyHost,
+    testing::Values(Host{{640, 480}, false, false, true}, Host{{640, 480}, true, false, true},
+                    Host{{1280, 1024}, false, false, true}, Host{{1280, 1024}, true, true, true},
+                    Host{{2616, 1991}, false, false, false}, Host{{2616, 1991}, false, false, true},
+                    Host{{2616, 1991}, true, false, true}, Host{{2616, 1991}, false, true, false},
+                    Host{{2616, 1991}, false, true, true}, Host{{2616, 1991}, true, true, true}));
