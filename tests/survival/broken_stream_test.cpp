@@ -11,6 +11,9 @@ namespace
 using survival::milliseconds;
 using survival::within;
 
+/// Faults for every transfer in flight, however often a kernel tries each.
+constexpr int manyTransfers = 100'000;
+
 class BrokenStream : public survival::CameraRig
 {
 protected:
@@ -53,7 +56,9 @@ TEST_F(BrokenStream, FrozenCameraShowsInGrabsAndGoesOn)
     expectExactFrame();
 }
 
-TEST_F(BrokenStream, StreamGoesOnAfterMoreSilenceThanATransferWaits)
+using LongSilence = BrokenStream;
+
+TEST_F(LongSilence, EndsWithTheNextFrame)
 {
     bus.tell("freeze");
     std::this_thread::sleep_for(milliseconds(6000)); // libuvc's transfers time out after 5 s
@@ -85,7 +90,7 @@ TEST_F(BrokenStream, SomeFailedTransfersAreSurvived)
 
 TEST_F(BrokenStream, FailedTransfersEndTheStream)
 {
-    bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", 1000}});
+    bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", manyTransfers}});
     expectSilence();
     bus.tell("clear-faults");
     expectRestartRepairs();

@@ -141,8 +141,8 @@ TEST_F(KeepAlive, AHaltedEndpointIsRestarted)
 TEST_F(KeepAlive, FailedTransfersAreRestarted)
 {
     start();
-    // More than are in flight: a real kernel may fetch one in several parts.
-    bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", 10'000}});
+    // For every transfer in flight, however often a kernel tries each.
+    bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", 100'000}});
     expectNotice("camera silent");
     bus.tell("clear-faults");
     expectNotice("repair: restarted");

@@ -16,7 +16,6 @@
 #include <unistd.h>
 
 using CameraSpace::ImageBlock;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
