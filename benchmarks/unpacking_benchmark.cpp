@@ -4,6 +4,7 @@
 // "hot" works on the same memory each time; "cold" goes round a ring of frames and one of image
 // pairs, as the driver does, which together are larger than most caches.
 
+#include "compiler_vectors.h"
 #include "plain_unpacking.h"
 
 #include <benchmark/benchmark.h>
@@ -14,6 +15,7 @@
 #include <opencv2/core.hpp>
 #endif
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -76,12 +78,17 @@ private:
 /// The frames and images that the benchmarks of one geometry work on.
 struct Buffers {
     Buffers(Geometry geometry, bool cold)
-        : frames(cold ? 16 : 1, 2 * geometry.pixels() + trailerSize)
-        , imagesA(cold ? 8 : 1, geometry.pixels() + trailerSize, imageHeader)
-        , imagesB(cold ? 8 : 1, geometry.pixels() + trailerSize, imageHeader)
+        : Buffers(geometry, cold ? coldFrames(geometry) : 1, cold ? coldFrames(geometry) / 2 : 1)
+    {
+    }
+    Buffers(Geometry geometry, std::size_t frameCount, std::size_t imageCount)
+        : frames(frameCount, 2 * geometry.pixels() + trailerSize)
+        , imagesA(imageCount, geometry.pixels() + trailerSize, imageHeader)
+        // As in the driver's heap, where most sizes of images are odd multiples of 16.
+        , imagesB(imageCount, geometry.pixels() + trailerSize, imageHeader + 16)
     {
         constexpr std::size_t shiftingHeader = 2 * 4;
-        for (int i = 0; i < 16; ++i) {
+        for (std::size_t i = 0; i < frameCount; ++i) {
             // The rows of both images are to move by two.
             std::memset(frames.next() + shiftingHeader, 0x30, 2);
         }
@@ -98,6 +105,15 @@ struct Buffers {
     Ring frames;
     Ring imagesA;
     Ring imagesB;
+
+private:
+    /// As many as the driver's ring has, and of small frames so many that no cache holds them.
+    static std::size_t coldFrames(Geometry geometry)
+    {
+        constexpr std::size_t ringSlots = 16;
+        constexpr std::size_t largestCache = std::size_t{64} << 20;
+        return std::max(ringSlots, 2 * (largestCache / (4 * geometry.pixels())));
+    }
 };
 
 using Work = std::function<void(const unsigned char* frame, unsigned char* a, unsigned char* b)>;
@@ -167,6 +183,15 @@ void registerType(int sensorType, Geometry geometry)
         [layout, geometry](const unsigned char* frame, unsigned char* a, unsigned char* b) {
             unpackPlainly(layout, frame, geometry.width, geometry.height, a, b);
         });
+    constexpr int vectorWidth = 32;
+    if ((layout == FrameLayout::Interleaved || layout == FrameLayout::BothEnds) &&
+        geometry.width % vectorWidth == 0) {
+        registerWork(
+            "vectors" + type, geometry, bytes,
+            [layout, geometry](const unsigned char* frame, unsigned char* a, unsigned char* b) {
+                unpackWithCompilerVectors(layout, frame, geometry.width, geometry.height, a, b);
+            });
+    }
 }
 
 } // namespace

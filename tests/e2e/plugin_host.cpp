@@ -68,10 +68,3 @@ quint64 trailerOf(const ImageBlock& image)
                 sizeof(trailer));
     return trailer;
 }
-
-quint32 frameNumberOf(const ImageBlock& image)
-{
-    // The trailer's bytes are sign-extended into each other; the frame's header itself stands in
-    // pixels that the layouts scatter, so the number is taken back from the trailer byte by byte.
-    return static_cast<quint32>(trailerOf(image));
-}

@@ -69,9 +69,6 @@ Grab grab(CameraSpace::CameraInterface& camera);
 /// The trailer behind an image's pixels.
 quint64 trailerOf(const CameraSpace::ImageBlock& image);
 
-/// The number that the virtual camera wrote into the frame's header.
-quint32 frameNumberOf(const CameraSpace::ImageBlock& image);
-
 /// Result codes are compared by their enumerators and printed as their numbers.
 inline void PrintTo(ErrorCode result, std::ostream* stream)
 {

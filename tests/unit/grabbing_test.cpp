@@ -246,6 +246,30 @@ TEST_F(Grabbing, AppendsToTheHostsList)
     EXPECT_EQ(images[2]->data.at(0), 2);
 }
 
+TEST_F(Grabbing, ImagesOutliveTheCameraAndMayBeDeletedInAnyThread)
+{
+    auto probe = std::make_unique<CameraProbe>();
+    bus.unplugAll();
+    Camera& device = connect(*probe, -1, width, height);
+    ASSERT_EQ(code(probe->startStream(0)), 0U);
+    auto images = std::make_unique<Images>();
+    std::thread([&] {
+        for (unsigned char value = 1; value <= 3; ++value) {
+            std::vector<unsigned char> data(2 * pixels, value);
+            EXPECT_TRUE(bus.deliver(device, width, height, data));
+            EXPECT_EQ(code(probe->grabImage(*images)), 0U);
+        }
+    }).join();
+    probe.reset();
+    std::thread([&images] {
+        ASSERT_EQ(images->size(), 6);
+        images->back()->data.data()[0] = 9;
+        EXPECT_EQ(images->at(4)->data.at(0), 3);
+        EXPECT_EQ(images->back()->data.at(0), 9);
+        images.reset();
+    }).join();
+}
+
 TEST_F(Grabbing, ASlotKeepsItsFrameAfterAGrab)
 {
     start();

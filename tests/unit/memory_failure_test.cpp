@@ -129,6 +129,8 @@ protected:
         ASSERT_TRUE(bus.deliver(m_device, width, height, data));
         log.clear();
     }
+    /// Makes the next frame the one that measures the frame rate.
+    void endRateInterval() { camera.m_fpsTimer = camera.m_fpsTimer.addSecs(-2); }
     unsigned grab()
     {
         const unsigned result = code(camera.grabImage(m_images));
@@ -233,12 +235,16 @@ TEST_F(MemoryFailure, FramesAreCachedWithoutAllocation)
         if (i % 7 == 0) {
             camera.grabImage(m_images);
         }
+        if (i == 250) {
+            endRateInterval();
+        }
         failAllocations(1, std::numeric_limits<std::size_t>::max() - 1);
         EXPECT_NO_THROW(CZRNCamera::frameTriggered(&frame, &camera));
         failingSize = 0;
         EXPECT_EQ(refusals, 0);
     }
     EXPECT_THAT(camera.m_frameIndexQueue, SizeIs(16));
+    EXPECT_GT(camera.m_frameRate, 0.0);
     qDeleteAll(m_images);
 }
 
@@ -263,9 +269,12 @@ TEST_F(MemoryFailure, FramesAreCachedWithoutSystemCalls)
             _exit(noFilter);
         }
         for (int i = 0; i < 500; ++i) {
+            if (i == 250) {
+                endRateInterval();
+            }
             CZRNCamera::frameTriggered(&frame, &camera);
         }
-        _exit(0);
+        _exit(camera.m_frameRate > 0.0 ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
@@ -273,6 +282,7 @@ TEST_F(MemoryFailure, FramesAreCachedWithoutSystemCalls)
         GTEST_SKIP() << "no system call filters here";
     }
     EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST_F(MemoryFailure, WithoutMemoryForAnImageTheFrameIsLost)
