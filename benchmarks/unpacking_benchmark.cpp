@@ -87,7 +87,7 @@ struct Buffers {
         // As in the driver's heap, where most sizes of images are odd multiples of 16.
         , imagesB(imageCount, geometry.pixels() + trailerSize, imageHeader + 16)
     {
-        constexpr std::size_t shiftingHeader = 2 * 4;
+        constexpr std::size_t shiftingHeader = std::size_t{2} * 4;
         for (std::size_t i = 0; i < frameCount; ++i) {
             // The rows of both images are to move by two.
             std::memset(frames.next() + shiftingHeader, 0x30, 2);

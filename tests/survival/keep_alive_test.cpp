@@ -77,7 +77,7 @@ protected:
     QJsonObject interrupt()
     {
         ::kill(static_cast<pid_t>(m_zrncam.processId()), SIGINT);
-        const QJsonObject report = finish();
+        QJsonObject report = finish();
         EXPECT_EQ(m_zrncam.exitCode(), 130) << m_zrncam.readAllStandardError().toStdString();
         return report;
     }

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <thread>
 
@@ -19,7 +20,7 @@ namespace
 
 constexpr int width = 8;
 constexpr int height = 4;
-constexpr int pixels = width * height;
+constexpr std::size_t pixels = std::size_t{width} * height;
 
 /// Blocks that are deleted with their list.
 class Images : public QList<ImageBlock*>
@@ -133,6 +134,7 @@ TEST_F(Grabbing, StoppingEndsEveryWaitAtOnce)
         camera.m_grabTimeout = timeout;
         std::vector<unsigned> results(3, 0);
         std::vector<std::thread> grabbers;
+        grabbers.reserve(results.size());
         for (unsigned& result : results) {
             grabbers.emplace_back([this, &result] {
                 Images images;
