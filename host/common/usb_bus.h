@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
 #include <vector>
 
 namespace zrnhost
@@ -26,10 +27,11 @@ struct UsbCamera {
     bool accessible = false;   ///< this user may read and write the node
     QStringList kernelDrivers; ///< drivers other than usbfs that hold one of its interfaces
     QByteArray descriptors;    ///< device and configuration descriptors as the device sent them
+    std::optional<qint64> payloadBytes; ///< of its bulk transfers, where the camera was asked
 };
 
-/// The served cameras on the bus, by position. @param root put before /sys and /dev, empty for the
-/// running system.
+/// The served cameras on the bus, by position. None of them is opened or asked. @param root put
+/// before /sys and /dev, empty for the running system.
 std::vector<UsbCamera> camerasOnBus(const QString& root);
 
 } // namespace zrnhost

@@ -1,5 +1,7 @@
 #include "common/usb_transfers.h"
 
+#include <QtEndian>
+
 #include <algorithm>
 
 namespace zrnhost
@@ -21,6 +23,7 @@ constexpr int uncompressedFormat = 0x04;
 constexpr int uncompressedFrame = 0x05;
 constexpr int transferTypeMask = 0x03;
 constexpr int isochronous = 0x01;
+constexpr int payloadSizeOffset = 22; ///< in the block of the probe control
 
 /// One descriptor, read with bounds: bytes beyond its end are zero.
 class Descriptor
@@ -39,12 +42,30 @@ public:
     }
     int word(int offset) const { return byte(offset) | byte(offset + 1) << 8; }
     int type() const { return byte(1); }
+    bool isVideoStream() const
+    {
+        return type() == interfaceDescriptor && byte(5) == videoClass && byte(6) == videoStreaming;
+    }
 
 private:
     const QByteArray& m_bytes;
     int m_begin;
     int m_length;
 };
+
+/// Calls visit with each descriptor until it returns false or the bytes make no sense any more.
+template <typename Visit>
+void visitDescriptors(const QByteArray& descriptors, Visit visit)
+{
+    for (int begin = 0; begin + 2 <= descriptors.size();) {
+        const int length = static_cast<quint8>(descriptors[begin]);
+        if (length < 2 ||
+            !visit(Descriptor(descriptors, begin, std::min(length, descriptors.size() - begin)))) {
+            return;
+        }
+        begin += length;
+    }
+}
 
 /// Bytes that one service interval carries: packet size times packets for each microframe.
 qint64 packetBytes(const Descriptor& endpoint)
@@ -55,25 +76,17 @@ qint64 packetBytes(const Descriptor& endpoint)
 
 } // namespace
 
-TransferMemory transferMemory(const QByteArray& descriptors)
+TransferMemory transferMemory(const QByteArray& descriptors, std::optional<qint64> payloadBytes)
 {
     bool inVideoStream = false;
     int bitsPerPixel = 0;
     qint64 largestFrame = 0;
     qint64 largestPacket = 0;
-    for (int begin = 0; begin + 2 <= descriptors.size();) {
-        const int length = static_cast<quint8>(descriptors[begin]);
-        if (length < 2) {
-            break;
-        }
-        const Descriptor descriptor(descriptors, begin,
-                                    std::min(length, descriptors.size() - begin));
-        begin += length;
+    visitDescriptors(descriptors, [&](const Descriptor& descriptor) {
         if (descriptor.type() == interfaceDescriptor) {
-            inVideoStream =
-                descriptor.byte(5) == videoClass && descriptor.byte(6) == videoStreaming;
+            inVideoStream = descriptor.isVideoStream();
         } else if (!inVideoStream) {
-            continue;
+            return true;
         } else if (descriptor.type() == endpointDescriptor) {
             if ((descriptor.byte(3) & transferTypeMask) == isochronous) {
                 largestPacket = std::max(largestPacket, packetBytes(descriptor));
@@ -86,16 +99,41 @@ TransferMemory transferMemory(const QByteArray& descriptors)
                 largestFrame = std::max(largestFrame, pixels * bitsPerPixel / 8);
             }
         }
-    }
+        return true;
+    });
     if (largestFrame == 0) {
         return {};
     }
     if (largestPacket > 0) {
         const qint64 packets = (largestFrame + largestPacket - 1) / largestPacket;
         return {transfersInFlight * largestPacket * std::min(packets, mostPacketsPerTransfer),
-                true};
+                SizeBasis::Descriptors};
     }
-    return {transfersInFlight * (largestFrame + payloadHeaderBytes), false};
+    if (payloadBytes) {
+        return {transfersInFlight * *payloadBytes, SizeBasis::Camera};
+    }
+    return {transfersInFlight * (largestFrame + payloadHeaderBytes), SizeBasis::FrameSize};
+}
+
+std::optional<quint8> videoStreamInterface(const QByteArray& descriptors)
+{
+    std::optional<quint8> number;
+    visitDescriptors(descriptors, [&number](const Descriptor& descriptor) {
+        if (descriptor.isVideoStream()) {
+            number = static_cast<quint8>(descriptor.byte(2));
+        }
+        return !number;
+    });
+    return number;
+}
+
+std::optional<qint64> payloadBytesOf(const QByteArray& probeBlock)
+{
+    if (probeBlock.size() < probeBlockBytes) {
+        return std::nullopt;
+    }
+    const auto bytes = qFromLittleEndian<quint32>(probeBlock.constData() + payloadSizeOffset);
+    return bytes == 0 ? std::nullopt : std::optional<qint64>(bytes);
 }
 
 } // namespace zrnhost

@@ -29,6 +29,13 @@ zrnhost::UsbCamera makeCamera()
     return camera;
 }
 
+zrnhost::UsbCamera makeBulkCamera()
+{
+    zrnhost::UsbCamera camera = makeCamera();
+    camera.descriptors[camera.descriptors.size() - 4] = 2;
+    return camera;
+}
+
 const Finding& find(const std::vector<Finding>& findings, const char* subject)
 {
     static const Finding none{QString(), Verdict::Unknown, QString(), QString()};
@@ -91,12 +98,38 @@ TEST(Findings, TransferMemoryOfAllCamerasIsSetAgainstTheLimit)
     EXPECT_TRUE(tooSmall.remedy.contains(QLatin1String("echo 2 |")));
 }
 
-TEST(Findings, ABoundThatIsNotExactOnlyWarns)
+TEST(Findings, AFigureThatIsGuessedSaysSo)
 {
-    zrnhost::UsbCamera camera = makeCamera();
-    camera.descriptors[camera.descriptors.size() - 4] = 2; // bulk
-    const std::vector<zrnhost::UsbCamera> four(4, camera);
-    EXPECT_EQ(judgeTransferMemory(four, 1).verdict, Verdict::Warning);
+    const std::vector<zrnhost::UsbCamera> four(4, makeBulkCamera()); // 4 x 301 KiB
+    const Finding tooSmall = judgeTransferMemory(four, 1);
+    EXPECT_EQ(tooSmall.verdict, Verdict::Warning);
+    EXPECT_TRUE(tooSmall.message.contains(QLatin1String("2 MiB if each payload is a whole frame")));
+    const Finding enough = judgeTransferMemory(four, 16);
+    EXPECT_EQ(enough.verdict, Verdict::Good);
+    EXPECT_TRUE(enough.message.contains(QLatin1String("larger ones more")));
+}
+
+TEST(Findings, APayloadSizeThatTheCameraToldIsBelieved)
+{
+    zrnhost::UsbCamera camera = makeBulkCamera();
+    camera.payloadBytes = 1024 * 1024;
+    const Finding tooSmall = judgeTransferMemory({camera}, 16);
+    EXPECT_EQ(tooSmall.verdict, Verdict::Warning);
+    EXPECT_TRUE(tooSmall.message.startsWith(
+        QLatin1String("the transfers take 100 MiB; usbfs allows 16 MiB;")));
+    EXPECT_TRUE(tooSmall.remedy.contains(QLatin1String("echo 100 |")));
+    const Finding enough = judgeTransferMemory({camera}, 100);
+    EXPECT_EQ(enough.verdict, Verdict::Good);
+    EXPECT_EQ(enough.message, QLatin1String("the transfers take 100 MiB; usbfs allows 100 MiB"));
+}
+
+TEST(Findings, OneGuessMakesTheSumAGuess)
+{
+    zrnhost::UsbCamera asked = makeBulkCamera();
+    asked.payloadBytes = 128 * 1024; // 12.5 MiB
+    const Finding finding = judgeTransferMemory({asked, makeBulkCamera(), makeCamera()}, 16);
+    EXPECT_EQ(finding.verdict, Verdict::Good);
+    EXPECT_TRUE(finding.message.contains(QLatin1String("14 MiB if each payload")));
 }
 
 TEST(Findings, FaultyLibraryVersionsAreNamed)

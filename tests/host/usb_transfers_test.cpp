@@ -21,7 +21,11 @@ public:
         }
         return *this;
     }
-    Descriptors& addStreamInterface() { return add({0x04, 1, 0, 1, 0x0e, 0x02, 0, 0}); }
+    Descriptors& addControlInterface() { return add({0x04, 0, 0, 1, 0x0e, 0x01, 0, 0}); }
+    Descriptors& addStreamInterface(int number = 1)
+    {
+        return add({0x04, number, 0, 1, 0x0e, 0x02, 0, 0});
+    }
     Descriptors& addFormat(int bits)
     {
         std::vector<int> body(26, 0);
@@ -62,14 +66,25 @@ private:
 
 } // namespace
 
-TEST(UsbTransfers, BulkIsBoundedByTheLargestFrame)
+TEST(UsbTransfers, BulkIsGuessedFromTheLargestFrame)
 {
     Descriptors camera;
     camera.addStreamInterface().addFormat(16).addFrame(640, 480).addFrame(1280, 1024);
     camera.addEndpoint(2, 512);
-    const TransferMemory memory = transferMemory(camera.bytes());
-    EXPECT_FALSE(memory.exact);
+    const TransferMemory memory = transferMemory(camera.bytes(), std::nullopt);
+    EXPECT_EQ(memory.basis, SizeBasis::FrameSize);
     EXPECT_EQ(memory.bytes, 100 * (1280 * 1024 * 2 + 12));
+}
+
+TEST(UsbTransfers, WhatTheCameraTellsOfBulkPayloadsHolds)
+{
+    Descriptors camera;
+    camera.addStreamInterface().addFormat(16).addFrame(320, 240).addEndpoint(2, 512);
+    for (const qint64 payload : {16 * 1024, 1024 * 1024}) {
+        const TransferMemory memory = transferMemory(camera.bytes(), payload);
+        EXPECT_EQ(memory.basis, SizeBasis::Camera);
+        EXPECT_EQ(memory.bytes, 100 * payload);
+    }
 }
 
 TEST(UsbTransfers, IsochronousIsThirtyTwoPackets)
@@ -79,8 +94,8 @@ TEST(UsbTransfers, IsochronousIsThirtyTwoPackets)
     camera.addStreamInterface().addEndpoint(5, 512);
     // Three packets of 1024 bytes in a microframe.
     camera.addStreamInterface().addEndpoint(5, 1024 | 2 << 11);
-    const TransferMemory memory = transferMemory(camera.bytes());
-    EXPECT_TRUE(memory.exact);
+    const TransferMemory memory = transferMemory(camera.bytes(), 1024 * 1024);
+    EXPECT_EQ(memory.basis, SizeBasis::Descriptors);
     EXPECT_EQ(memory.bytes, 100 * 32 * 3072);
 }
 
@@ -88,25 +103,47 @@ TEST(UsbTransfers, ASmallFrameNeedsFewerPackets)
 {
     Descriptors camera;
     camera.addStreamInterface().addFormat(8).addFrame(64, 48).addEndpoint(5, 1024);
-    EXPECT_EQ(transferMemory(camera.bytes()).bytes, 100 * 3 * 1024);
+    EXPECT_EQ(transferMemory(camera.bytes(), std::nullopt).bytes, 100 * 3 * 1024);
 }
 
 TEST(UsbTransfers, OtherInterfacesDoNotCount)
 {
     Descriptors camera;
-    camera.add({0x04, 0, 0, 1, 0x0e, 0x01, 0, 0}).addFormat(16).addFrame(640, 480);
-    EXPECT_EQ(transferMemory(camera.bytes()).bytes, 0);
+    camera.addControlInterface().addFormat(16).addFrame(640, 480);
+    EXPECT_EQ(transferMemory(camera.bytes(), std::nullopt).bytes, 0);
 }
 
 TEST(UsbTransfers, MalformedDescriptorsEndTheReading)
 {
-    EXPECT_EQ(transferMemory(QByteArray()).bytes, 0);
-    EXPECT_EQ(transferMemory(QByteArray(64, '\0')).bytes, 0);
+    EXPECT_EQ(transferMemory(QByteArray(), std::nullopt).bytes, 0);
+    EXPECT_EQ(transferMemory(QByteArray(64, '\0'), std::nullopt).bytes, 0);
     Descriptors camera;
     camera.addStreamInterface().addFormat(16).addFrame(1280, 1024).addEndpoint(2, 512);
     const QByteArray whole = camera.bytes();
     for (int length = 0; length < whole.size(); ++length) {
-        const qint64 bytes = transferMemory(whole.left(length)).bytes;
+        const qint64 bytes = transferMemory(whole.left(length), std::nullopt).bytes;
         EXPECT_TRUE(bytes == 0 || bytes <= 100 * (1280 * 1024 * 2 + 12)) << length;
     }
+}
+
+TEST(UsbTransfers, TheFirstVideoStreamIsTheOneToAsk)
+{
+    Descriptors camera;
+    camera.addControlInterface();
+    EXPECT_EQ(videoStreamInterface(camera.bytes()), std::nullopt);
+    camera.addStreamInterface(3).addFormat(16).addFrame(64, 48).addStreamInterface(4);
+    EXPECT_EQ(videoStreamInterface(camera.bytes()), 3);
+    EXPECT_EQ(videoStreamInterface(QByteArray(64, '\0')), std::nullopt);
+}
+
+TEST(UsbTransfers, ThePayloadSizeIsTheLastFieldOfTheShortestProbeBlock)
+{
+    QByteArray block(26, '\x55');
+    block.replace(22, 4, QByteArray("\x00\x00\x10\x00", 4));
+    EXPECT_EQ(payloadBytesOf(block), 1024 * 1024);
+    EXPECT_EQ(payloadBytesOf(block + QByteArray(8, '\x55')), 1024 * 1024);
+    EXPECT_EQ(payloadBytesOf(block.left(25)), std::nullopt);
+    EXPECT_EQ(payloadBytesOf(QByteArray()), std::nullopt);
+    block.replace(22, 4, QByteArray(4, '\0'));
+    EXPECT_EQ(payloadBytesOf(block), std::nullopt);
 }

@@ -99,6 +99,28 @@ TEST(ZrncamVirtual, TheDoctorFindsAUsableCamera)
     EXPECT_EQ(result.exitCode, 0) << result.output.constData();
 }
 
+/// What the doctor says of the memory of transfers; empty if it says nothing.
+QString transferMemoryOf(const ToolResult& result)
+{
+    for (const QJsonValue& finding : result.json()[QLatin1String("findings")].toArray()) {
+        if (finding[QLatin1String("subject")] == QLatin1String("usbfs-memory")) {
+            return finding[QLatin1String("message")].toString();
+        }
+    }
+    return {};
+}
+
+TEST(ZrncamVirtual, TheDoctorAsksTheCameraForItsPayloadSize)
+{
+    const ToolResult small = runVirtually({"--virtual=type2", "doctor", "--json"});
+    EXPECT_TRUE(transferMemoryOf(small).startsWith(QLatin1String("the transfers take 13 MiB;")))
+        << small.output.constData();
+    const ToolResult large =
+        runVirtually({"--virtual=type2,sizes=320x240,payload=1048576", "doctor", "--json"});
+    EXPECT_TRUE(transferMemoryOf(large).startsWith(QLatin1String("the transfers take 100 MiB;")))
+        << large.output.constData();
+}
+
 TEST(ZrncamVirtual, CtrlCEndsTheStreamInOrder)
 {
     ToolRun run({"--virtual=type1,sizes=320x240", "stream", "--seconds", "3600", "--json"});

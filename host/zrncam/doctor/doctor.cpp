@@ -1,5 +1,6 @@
 #include "common/plugin_locator.h"
 #include "doctor/findings.h"
+#include "doctor/payload_probe.h"
 #include "session.h"
 
 #include <QCoreApplication>
@@ -56,7 +57,13 @@ Finding tryDriver(const QString& path, std::size_t onBus)
 
 std::vector<Finding> examine(const GlobalOptions& options, const QString& root)
 {
-    const std::vector<zrnhost::UsbCamera> cameras = zrnhost::camerasOnBus(root);
+    std::vector<zrnhost::UsbCamera> cameras = zrnhost::camerasOnBus(root);
+    const bool isThisSystem = root.isEmpty();
+    if (isThisSystem) {
+        for (zrnhost::UsbCamera& camera : cameras) {
+            camera.payloadBytes = askPayloadBytes(camera);
+        }
+    }
     std::vector<Finding> findings = judgeBus(cameras);
     if (!cameras.empty()) {
         findings.push_back(judgeTransferMemory(cameras, transferMemoryLimit(root)));
@@ -67,8 +74,7 @@ std::vector<Finding> examine(const GlobalOptions& options, const QString& root)
         judgeLibraries(loadedLibraryVersions(isUsable ? inspection.path : QString()));
     findings.insert(findings.end(), libraries.begin(), libraries.end());
     findings.push_back(judgePlugin(inspection));
-    // Another root is not the system that the driver would enumerate.
-    if (isUsable && root.isEmpty()) {
+    if (isUsable && isThisSystem) {
         findings.push_back(tryDriver(inspection.path, cameras.size()));
     }
     return findings;

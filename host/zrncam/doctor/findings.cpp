@@ -2,6 +2,8 @@
 
 #include "common/usb_transfers.h"
 
+#include <algorithm>
+
 namespace
 {
 
@@ -49,6 +51,17 @@ Finding judgeKernelDrivers(const zrnhost::UsbCamera& camera)
                            "/dev/video*' lists them)")};
 }
 
+/// The memory of the transfers, and what the figure is worth.
+QString describeNeed(qint64 mebibytes, zrnhost::SizeBasis basis)
+{
+    return basis == zrnhost::SizeBasis::FrameSize
+               ? QStringLiteral("the transfers take %1 MiB if each payload is a whole frame; "
+                                "smaller payloads need less, larger ones more, and not every "
+                                "camera could be asked for their size")
+                     .arg(mebibytes)
+               : QStringLiteral("the transfers take %1 MiB").arg(mebibytes);
+}
+
 } // namespace
 
 const char* verdictName(Verdict verdict)
@@ -88,19 +101,19 @@ Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
 {
     const QString subject = QStringLiteral("usbfs-memory");
     qint64 needed = 0;
-    bool exact = true;
+    auto basis = zrnhost::SizeBasis::Descriptors;
     for (const zrnhost::UsbCamera& camera : cameras) {
-        const zrnhost::TransferMemory memory = zrnhost::transferMemory(camera.descriptors);
+        const zrnhost::TransferMemory memory =
+            zrnhost::transferMemory(camera.descriptors, camera.payloadBytes);
         needed += memory.bytes;
-        exact = exact && memory.exact;
+        basis = std::max(basis, memory.basis);
     }
     if (needed == 0) {
         return {subject, Verdict::Unknown,
                 QStringLiteral("no camera shows how much memory its transfers take"), QString()};
     }
     const qint64 neededMiB = (needed + bytesPerMiB - 1) / bytesPerMiB;
-    const QString need = exact ? QStringLiteral("the transfers take %1 MiB").arg(neededMiB)
-                               : QStringLiteral("the transfers take up to %1 MiB").arg(neededMiB);
+    const QString need = describeNeed(neededMiB, basis);
     if (!limitMiB) {
         return {subject, Verdict::Unknown,
                 need + QStringLiteral("; the limit of usbfs cannot be read"), QString()};
@@ -111,8 +124,8 @@ Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
                                : need + QStringLiteral("; usbfs allows %1 MiB").arg(*limitMiB),
                 QString()};
     }
-    return {subject, exact ? Verdict::Problem : Verdict::Warning,
-            need + QStringLiteral(", usbfs allows %1 MiB; above it a stream can fail to start, or "
+    return {subject, basis == zrnhost::SizeBasis::Descriptors ? Verdict::Problem : Verdict::Warning,
+            need + QStringLiteral("; usbfs allows %1 MiB; above it a stream can fail to start, or "
                                   "hang when it is stopped")
                        .arg(*limitMiB),
             QStringLiteral("echo %1 | sudo tee /sys/module/usbcore/parameters/usbfs_memory_mb\n"

@@ -31,7 +31,8 @@ const char* verdictName(Verdict verdict);
 /// Whether cameras are on the bus, and for each whether the user may open it and who else holds it.
 std::vector<Finding> judgeBus(const std::vector<zrnhost::UsbCamera>& cameras);
 
-/// Whether the transfers of all cameras together fit the memory limit of usbfs.
+/// Whether the transfers of all cameras together fit the memory limit of usbfs. Above it bulk
+/// streams often get by with fewer transfers, so that for them it is a warning.
 /// @param limitMiB value of the kernel's limit; 0 is no limit, nothing is not readable.
 Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
                             std::optional<int> limitMiB);
