@@ -29,7 +29,8 @@ public:
 
     virtual bool isPlugged(std::size_t index) const = 0;
 
-    /// Where the host finds the camera, as "bus:address"; empty when it is unplugged.
+    /// Where the host finds the camera, in the transport's terms: "bus:address" where it assigns
+    /// these, the socket's path for a virtual machine. Empty when the camera is unplugged.
     virtual std::string location(std::size_t index) const = 0;
 };
 

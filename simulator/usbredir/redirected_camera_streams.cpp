@@ -23,8 +23,9 @@ constexpr std::uint64_t microframesPerEmptyPacket = 8;
 /// An isochronous camera that is served later than this skips packets instead of catching up.
 constexpr auto longestDelay = std::chrono::milliseconds(20);
 
-/// Isochronous packets that may wait for a host that does not read; more are lost, as on a bus.
-constexpr int queuedPackets = 1000;
+/// Messages of any kind that may wait for a host that does not read. While there are as many,
+/// isochronous packets are lost, as on a bus.
+constexpr int queuedMessages = 1000;
 
 std::uint8_t transferStatus(TransferFault fault)
 {
@@ -132,7 +133,7 @@ void RedirectedCamera::serveIsochronous()
     m_isochronous->due = std::max(m_isochronous->due, now - longestDelay);
     while (m_isochronous->due <= now) {
         m_isochronous->due += microframe;
-        if (usbredirparser_has_data_to_write(m_parser.get()) < queuedPackets) {
+        if (usbredirparser_has_data_to_write(m_parser.get()) < queuedMessages) {
             sendIsochronousPacket();
         }
     }
