@@ -33,7 +33,7 @@ mkdir -p "${rule%/*}"
 cp "$packaged" "$rule"
 udevadm control --reload
 "$ctl" unplug camera=0
-sleep 1
+while ls /sys/bus/usb/devices/*-*:1.1 > /dev/null 2>&1; do sleep 0.1; done
 "$ctl" plug camera=0
 until ls /sys/bus/usb/devices/*-*:1.1 > /dev/null 2>&1; do sleep 0.1; done
 udevadm settle
