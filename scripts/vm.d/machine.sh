@@ -18,7 +18,7 @@ read_line() {
             printf '%s\n' "$line"
             return
         fi
-        kill -0 "$(cat "$ZRN_VM/pid")" 2>/dev/null || return 1
+        is_running || return 1
     done
     return 1
 }
@@ -60,6 +60,7 @@ no_timer_check mitigations=off cryptomgr.notests ${kernel_args[*]}" \
         -device "qemu-xhci,id=xhci,p2=$usb_ports,p3=$usb_ports" "${devices[@]}" \
         < /dev/null > "$run/qemu.log" 2>&1 &
     echo $! > "$run/pid"
+    disown # it is killed in the end, which the shell need not report
     exec 5<> "$run/jobs.out"
     if ! read_line "$boot_limit" > /dev/null; then
         mkdir -p "$log"
@@ -73,10 +74,12 @@ no_timer_check mitigations=off cryptomgr.notests ${kernel_args[*]}" \
 # A command whose output is shown as it comes until the guest has told its exit status.
 run_job() {
     local run=$ZRN_VM stdout_at stderr_at status copies=()
+    is_running || { echo "vm: the machine has ended" >&2; return 125; }
     stdout_at=$(($(stat -c %s "$run/stdout") + 1))
     stderr_at=$(($(stat -c %s "$run/stderr") + 1))
     exec 5<> "$run/jobs.out"
-    sleep infinity &
+    # Ends with this process, whatever ends that, and the copies with it.
+    setpriv --pdeathsig TERM sleep infinity &
     local running=$!
     tail -s 0.1 --pid="$running" -c "+$stdout_at" -f "$run/stdout" &
     copies+=($!)
@@ -84,12 +87,26 @@ run_job() {
     copies+=($!)
     base64 -w 0 "$1" | sed 's/$/\n/' > "$run/jobs.in"
     # The guest has a time limit of its own and says where the command hangs.
-    status=$(read_line $(($2 + 120)) || echo 125)
+    if ! status=$(read_line $(($2 + 120))); then
+        echo "vm: the guest does not answer any more" >&2
+        # What it may yet say of this job must not be taken for the next one's status.
+        stop_machine
+        status=125
+    fi
     kill "$running"
     wait "${copies[@]}"
     return "$status"
 }
 
+is_running() {
+    [ -e "$ZRN_VM/pid" ] && kill -0 "$(cat "$ZRN_VM/pid")" 2>/dev/null
+}
+
+# Returns when it has ended.
 stop_machine() {
-    [ ! -e "$ZRN_VM/pid" ] || kill "$(cat "$ZRN_VM/pid")" 2>/dev/null || true
+    while is_running; do
+        kill -KILL "$(cat "$ZRN_VM/pid")" 2>/dev/null || true
+        sleep 0.1
+    done
+    rm -f "$ZRN_VM/pid"
 }
