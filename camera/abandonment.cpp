@@ -3,16 +3,23 @@
 namespace
 {
 
-AbandonmentTest abandonmentTest = nullptr;
+Abandonment current;
 
 } // namespace
 
-void setAbandonmentTest(AbandonmentTest test)
+void setAbandonment(const Abandonment& abandonment)
 {
-    abandonmentTest = test;
+    current = abandonment;
 }
 
 bool mustAbandon(uvc_device_handle_t* handle)
 {
-    return abandonmentTest && abandonmentTest(handle);
+    return current.test && current.test(handle);
+}
+
+void keepLibraryLoaded()
+{
+    if (current.keepLibraryLoaded) {
+        current.keepLibraryLoaded();
+    }
 }

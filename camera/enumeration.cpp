@@ -216,8 +216,11 @@ void CZRNCamera::registerNode(const CameraNode& opened)
     if (!node) {
         node = new CameraNode;
     }
-    // A second camera with the same serial takes the place of the first.
+    // A second camera with the same serial takes the place of the first, which stays open.
     const QWriteLocker access(&node->accessLock);
+    if (node->handle) {
+        keepLibraryLoaded();
+    }
     node->serial = opened.serial;
     node->device = opened.device;
     node->handle = opened.handle;

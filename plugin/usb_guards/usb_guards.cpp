@@ -147,7 +147,8 @@ bool repairConfiguration(libusb_config_descriptor& configuration)
     return !isVideo || isComplete;
 }
 
-/// Keeps this library loaded for good: libuvc's threads of an abandoned camera go on.
+/// Keeps this library loaded for good: libuvc's threads of an abandoned camera go on, through the
+/// guards.
 void stayLoaded()
 {
     Dl_info self{};
@@ -186,8 +187,8 @@ bool isBeyondClosing(uvc_device_handle_t* handle)
     return true;
 }
 
-[[maybe_unused]] const bool isTestSet = [] {
-    setAbandonmentTest(isBeyondClosing);
+[[maybe_unused]] const bool isAbandonmentSet = [] {
+    setAbandonment({isBeyondClosing, stayLoaded});
     return true;
 }();
 

@@ -5,10 +5,11 @@
 
 using CameraSpace::ImageBlock;
 
-PluginHost::PluginHost()
+PluginHost::PluginHost(QLibrary::LoadHints hints)
     : m_loader(QStringLiteral(ZRN_PLUGIN_PATH))
-    , m_factory(qobject_cast<IFactory*>(m_loader.instance()))
 {
+    m_loader.setLoadHints(hints);
+    m_factory = qobject_cast<IFactory*>(m_loader.instance());
     if (!m_factory) {
         throw std::runtime_error(m_loader.errorString().toStdString());
     }

@@ -3,6 +3,7 @@
 #include "camera_interface.h"
 #include "factory_interface.h"
 
+#include <QLibrary>
 #include <QList>
 #include <QPluginLoader>
 #include <QString>
@@ -15,8 +16,9 @@
 class PluginHost
 {
 public:
-    /// Loads the plugin that the build made. \throws std::runtime_error when that fails
-    PluginHost();
+    /// Loads the plugin that the build made. @param hints Qt's default leaves the library mapped
+    /// when it is unloaded; without hints it goes. \throws std::runtime_error when that fails
+    explicit PluginHost(QLibrary::LoadHints hints = QLibrary::PreventUnloadHint);
     ~PluginHost();
     PluginHost(const PluginHost&) = delete;
     PluginHost& operator=(const PluginHost&) = delete;
@@ -28,7 +30,7 @@ public:
 
 private:
     QPluginLoader m_loader;
-    IFactory* m_factory;
+    IFactory* m_factory = nullptr;
 };
 
 /// One camera of a factory, deleted with this object.

@@ -1,6 +1,6 @@
 // Hosts that call everything from many threads, enumerate while they stream, load the plugin again
-// and again, and twice at a time. With the real libuvc and libusb, on two virtual cameras with the
-// serials 1 and 2.
+// and again, and twice at a time. With the real libuvc and libusb, on two virtual cameras: with the
+// serials 1 and 2, or twins that both have the serial 5.
 
 #include "plugin_host.h"
 #include "random_calls.h"
@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <dlfcn.h>
 #include <filesystem>
 #include <thread>
 
@@ -22,6 +24,19 @@ std::ptrdiff_t openDescriptors()
 {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return std::distance(begin(descriptors), end(descriptors));
+}
+
+/// For hosts that insist on unloading.
+constexpr QLibrary::LoadHints unmapped;
+
+/// Whether the plugin is in the address space.
+bool isMapped()
+{
+    void* const plugin = dlopen(ZRN_PLUGIN_PATH, RTLD_LAZY | RTLD_NOLOAD);
+    if (plugin) {
+        dlclose(plugin);
+    }
+    return plugin != nullptr;
 }
 
 void expectWorks(IFactory& factory)
@@ -145,6 +160,42 @@ TEST(CarelessHost, LoadsThePluginTwice)
     ASSERT_TRUE(plugin.unload());
     expectWorks(*other);
     EXPECT_TRUE(loader.unload());
+}
+
+/// In a process of its own, because a library that was once loaded to stay stays.
+TEST(UnloadingHost, UnmapsThePluginAndLoadsItAgain)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the leak checker cannot name what an unmapped libuvc has left";
+#endif
+    for (int i = 0; i < 3; ++i) {
+        {
+            PluginHost plugin(unmapped);
+            expectWorks(plugin.factory());
+        }
+        EXPECT_FALSE(isMapped());
+    }
+}
+
+/// The first of two cameras with one serial loses its place to the second, and is never closed.
+TEST(TwinCameras, AreSurvivedByUnloadingThePlugin)
+{
+    // libusb's event handling comes back to libuvc, and to the driver's guards, once a second.
+    constexpr std::chrono::milliseconds someRounds(2500);
+    {
+        PluginHost plugin(unmapped);
+        ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
+        HostCamera host(plugin.factory());
+        ASSERT_EQ(host.device().connectDeviceBySerial(QStringLiteral("ZR5")), ErrorCode::Success);
+        host.setProperty("MaxGrabWaitTime", patientGrabMs);
+        ASSERT_EQ(host->startStream(0), ErrorCode::Success);
+        EXPECT_EQ(grab(host.camera()).result, ErrorCode::Success);
+    }
+    std::this_thread::sleep_for(someRounds);
+    EXPECT_TRUE(isMapped());
+    PluginHost plugin(unmapped);
+    EXPECT_LT(plugin.factory().enumDevice(), cameraCount); // one is still claimed
+    std::this_thread::sleep_for(someRounds);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // The node table: finding, opening and closing cameras.
 
+#include "abandonment.h"
 #include "driver_test.h"
 
 #include <thread>
@@ -273,6 +274,24 @@ TEST_F(Enumeration, ADuplicateSerialReplacesTheEarlierHandles)
 
     // Nobody closes what the first camera held.
     expectedLeaks = {.contexts = 1, .handles = 1, .deviceReferences = 2, .descriptors = 2};
+}
+
+// libuvc's threads go on for a handle that nobody closes.
+TEST_F(Enumeration, TheLibraryStaysLoadedOnlyForAHandleThatIsReplaced)
+{
+    static int requests = 0;
+    setAbandonment({nullptr, [] { ++requests; }});
+    bus.addCamera(4);
+    bus.addCamera(5);
+    CZRNCamera::enumZRNCameraDevices();
+    CZRNCamera::enumZRNCameraDevices();
+    EXPECT_EQ(requests, 0);
+
+    bus.addCamera(5);
+    CZRNCamera::enumZRNCameraDevices();
+    EXPECT_EQ(requests, 1);
+    setAbandonment({});
+    expectedLeaks = {.contexts = 1, .handles = 1, .deviceReferences = 2, .descriptors = 7};
 }
 
 TEST_F(Enumeration, EveryLibraryCallIsMadeUnderTheEnumerationLock)
