@@ -30,17 +30,27 @@ void HeapRoom::make(std::size_t count, std::size_t size)
 
     // For the small blocks that come to lie between.
     constexpr std::size_t slack = 4096;
+    constexpr std::size_t largestRoom = 128U * 1024 * 1024;
     std::array<void*, 32> blocks{};
-    std::size_t last = 0;
-    for (std::size_t i = 0; i < std::min(count, blocks.size()); ++i) {
-        blocks.at(i) = std::malloc(size + slack);
-        last = blocks.at(i) ? i : last;
+    const std::size_t wanted = std::min({count, blocks.size(), largestRoom / (size + slack)});
+    std::size_t taken = 0;
+    while (taken < wanted) {
+        blocks.at(taken) = std::malloc(size + slack);
+        if (!blocks.at(taken)) {
+            break;
+        }
+        ++taken;
     }
-    // The block that was taken last is the one that ends the heap. Shrinking it leaves it there.
-    constexpr std::size_t smallest = 16;
-    if (void* behind = std::realloc(blocks.at(last), smallest)) {
-        std::free(m_behind.exchange(behind));
-        blocks.at(last) = nullptr;
+    // What little memory there is belongs to the host.
+    if (taken > 0 && taken == wanted) {
+        // The block that was taken last is the one that ends the heap. Shrinking it leaves it
+        // there.
+        constexpr std::size_t smallest = 16;
+        void*& last = blocks.at(taken - 1);
+        if (void* behind = std::realloc(last, smallest)) {
+            std::free(m_behind.exchange(behind));
+            last = nullptr;
+        }
     }
     for (void* block : blocks) {
         std::free(block);

@@ -31,12 +31,12 @@ public:
     HeapRoom& operator=(HeapRoom&&) = delete;
     ~HeapRoom();
 
-    /// Makes room for @p count blocks of @p size bytes where the calling thread allocates, unless
-    /// room for blocks as large was made before. Without memory for all of them, there is room for
-    /// fewer. A page of the room takes memory once a block does. Any thread.
+    /// Makes room for @p count blocks of @p size bytes where the calling thread allocates, 128 MiB
+    /// at most, unless that was tried before for blocks as large: what cannot be had as a whole is
+    /// given back at once, never tried again. A page takes memory once a block does. Any thread.
     void make(std::size_t count, std::size_t size);
 
 private:
-    std::atomic<std::size_t> m_size = 0;   ///< of the blocks that there is room for
+    std::atomic<std::size_t> m_size = 0;   ///< of the largest blocks that it was tried for
     std::atomic<void*> m_behind = nullptr; ///< the block behind the room
 };
