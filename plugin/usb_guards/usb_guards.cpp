@@ -22,7 +22,8 @@ namespace
 std::atomic<bool> calledByLibuvc = false;
 
 /// Knows which threads are inside libusb's event handling. A key, because GCC 12's LeakSanitizer
-/// crashes on a thread_local variable of a library that is loaded at run time.
+/// crashes on a thread_local variable of a library that is loaded at run time. Threads of a camera
+/// that was never closed may come here after the end, while the process exits.
 class EventHandling
 {
 public:
@@ -32,7 +33,7 @@ public:
     }
     ~EventHandling()
     {
-        if (m_isUsable) {
+        if (m_isUsable.exchange(false)) {
             pthread_key_delete(m_key);
         }
     }
@@ -49,7 +50,7 @@ public:
 
 private:
     pthread_key_t m_key{};
-    const bool m_isUsable;
+    std::atomic<bool> m_isUsable;
 };
 
 EventHandling eventHandling;
@@ -179,8 +180,11 @@ auto usbHandleGetter()
 bool isBeyondClosing(uvc_device_handle_t* handle)
 {
     static const auto usbHandleOf = usbHandleGetter();
-    if (inEffect() || !usbHandleOf || !originalUsb().kernelDriverActive ||
-        !hasDeparted(reinterpret_cast<libusb_device_handle*>(usbHandleOf(handle)), 0)) {
+    if (inEffect() || !usbHandleOf || !originalUsb().kernelDriverActive) {
+        return false;
+    }
+    auto* const usbHandle = reinterpret_cast<libusb_device_handle*>(usbHandleOf(handle));
+    if (!usbHandle || !hasDeparted(usbHandle, 0)) {
         return false;
     }
     stayLoaded();
