@@ -24,13 +24,17 @@ struct FrameStep {
 
 /// Follows the frame numbers in the trailers of successive frames, completing those whose upper
 /// bytes the sign extension has hidden. Until the first trailer that shows all 32 bits, numbers are
-/// right in their low bits only; the count of missing frames is right as long as no more than 254
-/// frames are missing at a stretch.
+/// right in their low bits only; the count of missing frames is right as long as no more than
+/// `countableLoss` frames are missing at a stretch, and may be too low beyond.
 ///
 /// Thread safety: thread-bound.
 class FrameNumbers
 {
 public:
+    /// Of the low byte, the only one that every trailer shows: one of its 256 values is that of the
+    /// frame before, and one that of the frame itself.
+    static constexpr quint32 countableLoss = 254;
+
     FrameStep follow(quint64 trailer);
 
 private:

@@ -97,6 +97,8 @@ protected:
         EXPECT_GT(outage[QLatin1String("seconds")].toDouble(), 1.0);
         EXPECT_LE(outage[QLatin1String("missing")].toInt(),
                   report[QLatin1String("missing")].toInt());
+        EXPECT_TRUE(outage[QLatin1String("missingIsExact")].toBool());
+        EXPECT_TRUE(report[QLatin1String("missingIsExact")].toBool());
 
         const std::uint64_t produced = bus.counter("framesProduced") - m_producedBefore;
         const auto accounted = static_cast<std::uint64_t>(report[QLatin1String("frames")].toInt() +
@@ -128,6 +130,21 @@ TEST_F(KeepAlive, AReplugIsReconnected)
     bus.restore();
     expectNotice("repair: reconnected");
     expectOneOutage(interrupt(), "gone", "reconnected");
+}
+
+TEST_F(KeepAlive, ALongOutageIsCountedWithReserve)
+{
+    start();
+    bus.unplug();
+    expectNotice("camera gone");
+    std::this_thread::sleep_for(std::chrono::seconds(14)); // 20 frames each
+    bus.restore();
+    expectNotice("repair: reconnected, at least ");
+    const QJsonObject report = interrupt();
+    const QJsonArray outages = report[QLatin1String("outages")].toArray();
+    ASSERT_EQ(outages.size(), 1);
+    EXPECT_FALSE(outages[0].toObject()[QLatin1String("missingIsExact")].toBool(true));
+    EXPECT_FALSE(report[QLatin1String("missingIsExact")].toBool(true));
 }
 
 TEST_F(KeepAlive, AHaltedEndpointIsRestarted)

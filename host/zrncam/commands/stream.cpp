@@ -10,6 +10,7 @@
 
 #include <QJsonArray>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -33,6 +34,12 @@ struct StreamResult {
     double seconds = 0.0;
     QVariant reportedRate; ///< frames per second as the driver measured; invalid if it did not say
     std::vector<Outage> outages; ///< with --keep-alive
+
+    [[nodiscard]] bool isMissingExact() const
+    {
+        return std::all_of(outages.begin(), outages.end(),
+                           [](const Outage& outage) { return outage.isMissingExact; });
+    }
 };
 
 bool isSplitFailure(ErrorCode result)
@@ -113,7 +120,10 @@ void report(Report& report, const StreamResult& result)
     report.line(QStringLiteral("time-outs"), QString::number(result.timeouts));
     report.line(QStringLiteral("split failures"), QString::number(result.splitFailures));
     report.line(QStringLiteral("gaps"),
-                QStringLiteral("%1, %2 frames missing").arg(account.gaps()).arg(account.missing()));
+                QStringLiteral("%1, %2%3 frames missing")
+                    .arg(account.gaps())
+                    .arg(result.isMissingExact() ? QString() : QStringLiteral("at least "))
+                    .arg(account.missing()));
     report.line(QStringLiteral("repeated"), QString::number(account.repeated()));
     report.line(QStringLiteral("grab latency"), QStringLiteral("p50 %1 ms, p99 %2 ms, max %3 ms")
                                                     .arg(milliseconds(50), 0, 'f', 2)
@@ -134,6 +144,7 @@ void report(Report& report, const StreamResult& result)
     json[QLatin1String("splitFailures")] = static_cast<qint64>(result.splitFailures);
     json[QLatin1String("gaps")] = static_cast<qint64>(account.gaps());
     json[QLatin1String("missing")] = static_cast<qint64>(account.missing());
+    json[QLatin1String("missingIsExact")] = result.isMissingExact();
     json[QLatin1String("repeated")] = static_cast<qint64>(account.repeated());
     json[QLatin1String("restarts")] = static_cast<qint64>(account.restarts());
     json[QLatin1String("outages")] = outages;

@@ -31,8 +31,10 @@ QString textOf(Outage::Repair repair)
 
 QString Outage::text() const
 {
-    const QString lost = isRenumbered ? QStringLiteral("the camera counts anew")
-                                      : QStringLiteral("%1 frames missing").arg(missing);
+    const QString count = isMissingExact ? QStringLiteral("%1 frames missing")
+                                         : QStringLiteral("at least %1 frames missing");
+    const QString lost =
+        isRenumbered ? QStringLiteral("the camera counts anew") : count.arg(missing);
     return QStringLiteral("at %1 s for %2 s: %3, repair: %4, %5")
         .arg(begin, 0, 'f', 2)
         .arg(seconds, 0, 'f', 2)
@@ -46,6 +48,7 @@ QJsonObject Outage::json() const
             {QStringLiteral("cause"), textOf(cause)},
             {QStringLiteral("repair"), textOf(repair)},
             {QStringLiteral("missing"), static_cast<qint64>(missing)},
+            {QStringLiteral("missingIsExact"), isMissingExact},
             {QStringLiteral("renumbered"), isRenumbered}};
 }
 
@@ -70,7 +73,11 @@ void StreamKeeper::noteFrame(double second, const zrnhost::FrameStep& step)
     if (m_outage) {
         m_outage->missing = step.missing;
         m_outage->isRenumbered = step.restarted;
+        m_outage->isMissingExact = !step.restarted && isCountable(second - m_outage->begin);
         endOutage(second);
+    } else if (m_lastFrame > 0.0) {
+        m_streamedSeconds += second - m_lastFrame;
+        ++m_streamedPeriods;
     }
     m_lastFrame = second;
 }
@@ -159,4 +166,11 @@ void StreamKeeper::endOutage(double second)
     m_progress.note(QStringLiteral("outage %1").arg(m_outage->text()));
     m_outages.push_back(*m_outage);
     m_outage.reset();
+}
+
+bool StreamKeeper::isCountable(double seconds) const
+{
+    return m_streamedPeriods > 0 &&
+           seconds * static_cast<double>(m_streamedPeriods) <=
+               static_cast<double>(zrnhost::FrameNumbers::countableLoss) * m_streamedSeconds;
 }

@@ -28,6 +28,9 @@ struct Outage {
     Repair repair = Repair::None;
     quint64 missing = 0;       ///< frame numbers skipped; 0 when the camera began to count anew
     bool isRenumbered = false; ///< the camera began to count anew
+    /// Whether `missing` is all of them: the outage was too short to lose more frames than the
+    /// trailers of two can tell, and frames came before and after it.
+    bool isMissingExact = false;
 
     QString text() const;
     QJsonObject json() const;
@@ -63,6 +66,8 @@ private:
     bool startQuietly();
     void beginOutage(bool online);
     void endOutage(double second);
+    /// Whether that many seconds are too short for a loss that trailers cannot tell.
+    bool isCountable(double seconds) const;
 
     Session& m_session;
     zrnhost::Camera& m_camera;
@@ -74,5 +79,7 @@ private:
     std::optional<Outage> m_outage;
     int m_vainRestarts = 0; ///< in this outage
     double m_lastFrame = 0.0;
+    double m_streamedSeconds = 0.0; ///< between frames, without the outages
+    quint64 m_streamedPeriods = 0;  ///< as many frame periods are in these seconds
     std::vector<Outage> m_outages;
 };
