@@ -281,11 +281,14 @@ ZRN_GUARD int libusb_cancel_transfer(libusb_transfer* transfer)
     return StreamTransfers::instance().cancel(transfer);
 }
 
-ZRN_GUARD void libusb_free_transfer(libusb_transfer* transfer)
+/// Stacks show this name, so that what is known of libusb's own function does not count for this.
+extern "C" void zrnFreeTransfer(libusb_transfer* transfer)
 {
     StreamTransfers::instance().forget(transfer);
     originalUsb().freeTransfer(transfer);
 }
+ZRN_GUARD void libusb_free_transfer(libusb_transfer* transfer)
+    __attribute__((alias("zrnFreeTransfer")));
 
 /// libuvc's event thread looks after each event whether it shall end. The close of a spoilt handle
 /// is no event, so the thread must look by itself.
