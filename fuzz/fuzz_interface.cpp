@@ -15,6 +15,8 @@
 namespace
 {
 
+// The corpus chooses by position: what is new stands at the ends, of these lists and of the cases
+// below.
 constexpr std::array libraryCalls = {
     "uvc_init",
     "uvc_get_device_list",
@@ -35,13 +37,32 @@ constexpr std::array libraryCalls = {
     "uvc_get_sharpness",
     "uvc_set_hue",
     "uvc_set_ae_mode",
+    "uvc_get_hue",
+    "uvc_get_saturation",
+    "uvc_set_saturation",
+    "uvc_set_sharpness",
 };
 
 constexpr std::array keys = {
-    "CapturePeriod", "ResolutionList", "BGain",           "EnableCheckGain",
-    "FrameRate",     "Serial",         "CacheFrameCount", "ResolutionIndex",
-    "Sharp",         "HeartBeat",      "SensorCount",     "Gamma",
+    "CapturePeriod",
+    "ResolutionList",
+    "BGain",
+    "EnableCheckGain",
+    "FrameRate",
+    "Serial",
+    "CacheFrameCount",
+    "ResolutionIndex",
+    "Sharp",
+    "HeartBeat",
+    "SensorCount",
+    "Gamma",
     "Hue",
+    "RGain",
+    "GRGain",
+    "GBGain",
+    "EnableCheckExposureTime",
+    "MaxGrabWaitTime",
+    "ClearState",
 };
 
 template <typename Container>
@@ -89,15 +110,25 @@ void disturbBus(FuzzedDataProvider& input, fakeuvc::Bus& bus,
     }
 }
 
+/// A small number, or a flag.
+QVariant consumeValue(FuzzedDataProvider& input)
+{
+    constexpr int largestNumber = 6;
+    const int choice = input.ConsumeIntegralInRange(-1, largestNumber + 2);
+    return choice <= largestNumber ? QVariant(choice) : QVariant(choice == largestNumber + 1);
+}
+
 void callCamera(FuzzedDataProvider& input, DeviceInterface& device)
 {
     auto& camera = dynamic_cast<CameraInterface&>(device);
-    QMap<QString, QVariant> values = {
-        {QStringLiteral("value"), input.ConsumeIntegralInRange(-1, 6)}};
+    QMap<QString, QVariant> values = {{QStringLiteral("value"), consumeValue(input)}};
     unsigned int first = 0;
     unsigned int second = 0;
     unsigned short narrow = 0;
-    switch (input.ConsumeIntegralInRange(0, 16)) {
+    unsigned short otherNarrow = 0;
+    CameraSpace::PixelFormatType format{};
+    CameraSpace::TriggerMode mode{};
+    switch (input.ConsumeIntegralInRange(0, 27)) {
     case 0:
         device.connectDeviceByIndex(input.ConsumeIntegralInRange(-1, 4));
         break;
@@ -147,16 +178,52 @@ void callCamera(FuzzedDataProvider& input, DeviceInterface& device)
     case 15:
         camera.discardFrames(0);
         break;
-    default:
+    case 16: {
         QList<CameraSpace::ImageBlock*> images;
         camera.grabImage(images);
         qDeleteAll(images);
+        break;
+    }
+    case 17:
+        camera.getGainRange(narrow, otherNarrow, 0);
+        break;
+    case 18:
+        camera.getMaxImageSize(first, second, 0);
+        break;
+    case 19:
+        first = input.ConsumeIntegral<unsigned>();
+        camera.setInterestSize(first, input.ConsumeIntegral<unsigned>(), 0);
+        break;
+    case 20:
+        camera.getInterestSize(first, second, 0);
+        break;
+    case 21:
+        first = input.ConsumeIntegral<unsigned>();
+        camera.setAOIOffset(first, input.ConsumeIntegral<unsigned>(), 0);
+        break;
+    case 22:
+        camera.getAOIOffset(first, second, 0);
+        break;
+    case 23:
+        camera.getPixelFormat(format, 0);
+        break;
+    case 24:
+        camera.getTriggerMode(mode, 0);
+        break;
+    case 25:
+        device.name();
+        break;
+    case 26:
+        device.types();
+        break;
+    default:
+        device.executeCommand(QString::fromStdString(input.ConsumeRandomLengthString(12)), values);
     }
 }
 
 void callFactory(FuzzedDataProvider& input, Host& host, DeviceInterface* foreign)
 {
-    switch (input.ConsumeIntegralInRange(0, 4)) {
+    switch (input.ConsumeIntegralInRange(0, 5)) {
     case 0:
         host.factory->enumDevice();
         break;
@@ -177,8 +244,12 @@ void callFactory(FuzzedDataProvider& input, Host& host, DeviceInterface* foreign
             std::abort();
         }
         break;
-    default:
+    case 4:
         host = Host();
+        break;
+    default:
+        host.factory->name();
+        host.factory->version();
     }
 }
 
