@@ -15,7 +15,8 @@ namespace survival
 
 using std::chrono::milliseconds;
 
-/// Bounds hold for a machine of ordinary speed; ZRN_TIME_FACTOR stretches them for an emulated one.
+/// Bounds hold for a machine of ordinary speed; ZRN_TIME_FACTOR stretches them for an emulated
+/// one, and for a sanitizer.
 inline double timeFactor()
 {
     const char* const factor = std::getenv("ZRN_TIME_FACTOR");

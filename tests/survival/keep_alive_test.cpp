@@ -22,6 +22,8 @@ using survival::milliseconds;
 constexpr milliseconds patience(60'000);
 /// Silence that zrncam takes for an outage; a busy machine alone should not cause it.
 constexpr milliseconds outageWait(1500);
+/// So long must frames have come before zrncam counts upon their rate, with time to spare.
+constexpr milliseconds rateKnown(2000);
 
 class KeepAlive : public testing::Test
 {
@@ -45,6 +47,7 @@ protected:
                                      "--seconds", seconds, "--wait", QString::number(wait)});
         ASSERT_TRUE(m_zrncam.waitForStarted());
         expectMore("framesSent", 10);
+        std::this_thread::sleep_for(rateKnown);
     }
 
     /// Waits until a counter of the camera has risen so far.
@@ -137,7 +140,7 @@ TEST_F(KeepAlive, ALongOutageIsCountedWithReserve)
     start();
     bus.unplug();
     expectNotice("camera gone");
-    std::this_thread::sleep_for(std::chrono::seconds(14)); // 20 frames each
+    std::this_thread::sleep_for(std::chrono::seconds(14)); // more than trailers can count
     bus.restore();
     expectNotice("repair: reconnected, at least ");
     const QJsonObject report = interrupt();

@@ -73,11 +73,10 @@ void StreamKeeper::noteFrame(double second, const zrnhost::FrameStep& step)
     if (m_outage) {
         m_outage->missing = step.missing;
         m_outage->isRenumbered = step.restarted;
-        m_outage->isMissingExact = !step.restarted && isCountable(second - m_outage->begin);
+        m_outage->isMissingExact = !step.restarted && m_pace.isCountable(second - m_outage->begin);
         endOutage(second);
     } else if (m_lastFrame > 0.0) {
-        m_streamedSeconds += second - m_lastFrame;
-        ++m_streamedPeriods;
+        m_pace.noteFrame(second - m_lastFrame, step);
     }
     m_lastFrame = second;
 }
@@ -166,11 +165,4 @@ void StreamKeeper::endOutage(double second)
     m_progress.note(QStringLiteral("outage %1").arg(m_outage->text()));
     m_outages.push_back(*m_outage);
     m_outage.reset();
-}
-
-bool StreamKeeper::isCountable(double seconds) const
-{
-    return m_streamedPeriods > 0 &&
-           seconds * static_cast<double>(m_streamedPeriods) <=
-               static_cast<double>(zrnhost::FrameNumbers::countableLoss) * m_streamedSeconds;
 }

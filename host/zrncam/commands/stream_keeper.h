@@ -3,6 +3,7 @@
 #include "commands/capture.h"
 #include "common/camera.h"
 #include "common/frame_numbers.h"
+#include "common/stream_pace.h"
 #include "progress.h"
 #include "session.h"
 
@@ -66,8 +67,6 @@ private:
     bool startQuietly();
     void beginOutage(bool online);
     void endOutage(double second);
-    /// Whether that many seconds are too short for a loss that trailers cannot tell.
-    bool isCountable(double seconds) const;
 
     Session& m_session;
     zrnhost::Camera& m_camera;
@@ -79,7 +78,6 @@ private:
     std::optional<Outage> m_outage;
     int m_vainRestarts = 0; ///< in this outage
     double m_lastFrame = 0.0;
-    double m_streamedSeconds = 0.0; ///< between frames, without the outages
-    quint64 m_streamedPeriods = 0;  ///< as many frame periods are in these seconds
+    zrnhost::StreamPace m_pace; ///< between frames, without the outages
     std::vector<Outage> m_outages;
 };
