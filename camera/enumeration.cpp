@@ -189,6 +189,10 @@ void CZRNCamera::releaseAtExit()
         m_isExiting = true;
     }
     releaseZRNCameraLibrary();
+    // Threads of the host may go on, but QtCore's means of logging do not.
+    for (const QtMsgType type : {QtDebugMsg, QtInfoMsg, QtWarningMsg, QtCriticalMsg}) {
+        m_category.setEnabled(type, false);
+    }
 }
 
 QList<CameraNode*> CZRNCamera::takeNodes()

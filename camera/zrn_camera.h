@@ -112,7 +112,7 @@ public:
     /// Closes and deletes every node.
     static bool releaseZRNCameraLibrary();
     /// The same when the process exits: threads that go on enumerating find nothing, and leave the
-    /// node table alone, which is about to be destroyed.
+    /// node table alone, which is about to be destroyed. Nothing is logged any more.
     static void releaseAtExit();
     /// The decimal serial key that an open camera carries. UVC: Backlight Compensation, of which
     /// GET_CUR, GET_MIN, GET_MAX and GET_DEF give 16 bits each, lowest first.

@@ -4,6 +4,7 @@
 
 #include <QMutex>
 #include <QMutexLocker>
+#include <QReadWriteLock>
 #include <QWriteLocker>
 
 #include <algorithm>
@@ -15,11 +16,13 @@ namespace
 class FactoryRegistry
 {
 public:
+    FactoryRegistry() { makeWhatLogsAndLocksUse(); }
     ~FactoryRegistry()
     {
         for (CZRNCameraFactory* factory : m_factories) {
             factory->disconnectAtExit();
         }
+        CZRNCamera::releaseAtExit();
     }
 
     void add(CZRNCameraFactory* factory)
@@ -34,6 +37,17 @@ public:
     }
 
 private:
+    /// QtCore makes the pattern of log lines and the store of contended locks on first use, and
+    /// destroys them when the process exits, the younger first. Older than this object, they last
+    /// until no camera streams.
+    static void makeWhatLogsAndLocksUse()
+    {
+        qFormatLogMessage(QtDebugMsg, {}, {});
+        QReadWriteLock lock;
+        const QWriteLocker locker(&lock);
+        lock.tryLockForRead(1);
+    }
+
     QMutex m_mutex;
     QList<CZRNCameraFactory*> m_factories;
 };
@@ -85,7 +99,6 @@ void CZRNCameraFactory::disconnectAtExit()
     for (CZRNCamera* camera : std::as_const(m_cameraList)) {
         camera->disconnectDevice();
     }
-    CZRNCamera::releaseAtExit();
     shared(m_exited).store(true);
 }
 

@@ -33,9 +33,9 @@ public:
     /// factory; both leave @p device as it is.
     Q_INVOKABLE ErrorCode deleteDevice(DeviceInterface*& device) override;
 
-    /// Disconnects every camera and closes the enumerated devices, for a process that exits with
-    /// the factory alive: Qt deletes the root object only after the library's static objects are
-    /// gone. The camera objects stay until they are deleted.
+    /// Disconnects every camera, for a process that exits with the factory alive: Qt deletes the
+    /// root object only after the library's static objects are gone. The camera objects stay until
+    /// they are deleted.
     void disconnectAtExit();
 
 protected:

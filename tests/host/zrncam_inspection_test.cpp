@@ -73,7 +73,7 @@ void writeFile(const QString& path, const QByteArray& content)
 
 QString verdictOn(const ToolResult& result, const char* subject)
 {
-    for (const QJsonValue& entry : result.json()[QLatin1String("findings")].toArray()) {
+    for (const QJsonValue entry : result.json()[QLatin1String("findings")].toArray()) {
         const QJsonObject finding = entry.toObject();
         if (finding[QLatin1String("subject")].toString() == QLatin1String(subject)) {
             return finding[QLatin1String("verdict")].toString();

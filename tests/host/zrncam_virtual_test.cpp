@@ -26,7 +26,7 @@ TEST(ZrncamVirtual, ListsEveryCamera)
                       "--virtual=type5,serial=12", "list", "--json"});
     EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
     QStringList serials;
-    for (const QJsonValue& camera : result.json()[QLatin1String("cameras")].toArray()) {
+    for (const QJsonValue camera : result.json()[QLatin1String("cameras")].toArray()) {
         serials += camera.toObject()[QLatin1String("serialNumber")].toString();
     }
     // The order of the serials as texts.
@@ -102,7 +102,7 @@ TEST(ZrncamVirtual, TheDoctorFindsAUsableCamera)
 /// What the doctor says of the memory of transfers; empty if it says nothing.
 QString transferMemoryOf(const ToolResult& result)
 {
-    for (const QJsonValue& finding : result.json()[QLatin1String("findings")].toArray()) {
+    for (const QJsonValue finding : result.json()[QLatin1String("findings")].toArray()) {
         if (finding[QLatin1String("subject")] == QLatin1String("usbfs-memory")) {
             return finding[QLatin1String("message")].toString();
         }
@@ -143,7 +143,7 @@ TEST_P(VerifyVirtual, KeepsTheContract)
     const QJsonObject json = result.json();
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_GT(json[QLatin1String("passed")].toInt(), 200);
-    for (const QJsonValue& check : json[QLatin1String("checks")].toArray()) {
+    for (const QJsonValue check : json[QLatin1String("checks")].toArray()) {
         const QJsonObject row = check.toObject();
         EXPECT_NE(row[QLatin1String("status")].toString(), QStringLiteral("fail"))
             << row[QLatin1String("name")].toString().toStdString() << ": code "

@@ -6,6 +6,7 @@
 #include "fake_uvc.h"
 
 #include <QPluginLoader>
+#include <QReadWriteLock>
 
 #include <atomic>
 #include <cstdio>
@@ -24,9 +25,18 @@ constexpr int height = 4;
 
 std::atomic<bool> leftMain = false;
 
+/// A lock that is contended takes what QtCore keeps for all of them.
+void contendForLock()
+{
+    QReadWriteLock lock;
+    const QWriteLocker locker(&lock);
+    lock.tryLockForRead(1);
+}
+
 void printLateCalls(const fakeuvc::Call& call)
 {
     if (leftMain) {
+        contendForLock();
         std::fprintf(stderr, "%s\n", call.text.c_str());
     }
 }
@@ -56,6 +66,9 @@ int main(int argc, char** argv)
     if (!factory || factory->enumDevice() != 2) {
         return fail("enumerate");
     }
+    // Would QtCore make its means for these now, they would be gone before the cameras are.
+    qSetMessagePattern(QStringLiteral("pattern: %{message}"));
+    contendForLock();
     DeviceInterface* device = factory->createDevice();
     factory->createDevice();
     if (!stateIs("enumerated")) {
