@@ -30,7 +30,7 @@ void HeapRoom::make(std::size_t count, std::size_t size)
 
     // For the small blocks that come to lie between.
     constexpr std::size_t slack = 4096;
-    constexpr std::size_t largestRoom = 128U * 1024 * 1024;
+    constexpr std::size_t largestRoom = std::size_t{128} * 1024 * 1024;
     std::array<void*, 32> blocks{};
     const std::size_t wanted = std::min({count, blocks.size(), largestRoom / (size + slack)});
     std::size_t taken = 0;
