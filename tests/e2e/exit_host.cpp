@@ -3,6 +3,7 @@
 
 #include "plugin_host.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -20,6 +21,15 @@ void keepDoing(Action action)
         }
     }).detach();
 }
+
+#ifdef __SANITIZE_THREAD__
+/// The lock of QtCore's own pattern is out of the sanitizer's sight, and a thread that has logged
+/// is still there when the pattern is destroyed.
+[[maybe_unused]] const auto ordinaryHandler =
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) {
+        std::fprintf(stderr, "%s\n", qPrintable(text));
+    });
+#endif
 
 } // namespace
 
