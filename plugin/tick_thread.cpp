@@ -14,6 +14,8 @@ TickTokThread::~TickTokThread()
     if (isRunning()) {
         wait();
     }
+    // Comes after the thread's last access, as tools see it that cannot look into QtCore.
+    shared(m_running).load();
 }
 
 void TickTokThread::setTickTokPeriod(unsigned int period)
@@ -43,6 +45,7 @@ void TickTokThread::run()
         Q_EMIT tickTokTimeOut();
         msleep(shared(m_period).load());
     }
+    shared(m_running).store(false);
 }
 
 } // namespace CustomThreads
