@@ -41,6 +41,17 @@ void printLateCalls(const fakeuvc::Call& call)
     }
 }
 
+DeviceInterface* usedLate = nullptr;
+
+/// Comes after the driver's own end, as a thread does that the host has forgotten.
+void useCameraLate()
+{
+    if (usedLate) {
+        std::fputs("late\n", stderr);
+        usedLate->disconnectDevice();
+    }
+}
+
 int fail(const char* what)
 {
     std::fprintf(stderr, "cannot %s\n", what);
@@ -56,6 +67,7 @@ int main(int argc, char** argv)
     }
     const auto stateIs = [argv](const char* state) { return std::strcmp(argv[2], state) == 0; };
 
+    std::atexit(useCameraLate); // before the driver is there
     fakeuvc::Bus& bus = fakeuvc::Bus::instance();
     bus.setHook(printLateCalls);
     fakeuvc::Camera& camera = bus.addCamera(1, 2, width, height);
@@ -70,6 +82,7 @@ int main(int argc, char** argv)
     qSetMessagePattern(QStringLiteral("pattern: %{message}"));
     contendForLock();
     DeviceInterface* device = factory->createDevice();
+    usedLate = device;
     factory->createDevice();
     if (!stateIs("enumerated")) {
         auto* interface = dynamic_cast<CameraInterface*>(device);

@@ -296,6 +296,9 @@ TEST_P(ExitingHost, ExitsCleanly)
         expected.push_back("uvc_exit " + context);
     }
     EXPECT_EQ(calls, expected);
+    // Nothing is logged after the driver's own end.
+    EXPECT_THAT(printed.split('\n').mid(printed.split('\n').indexOf("late")),
+                ElementsAre("late", ""));
     // The root object goes after the plugin's logging category: its cameras are stopped before.
     EXPECT_EQ(stops, state == "enumerated" ? 0 : 1);
 }
