@@ -33,6 +33,7 @@ constexpr int exitCannotStart = 127; // as a shell answers for a command that it
 
 struct Arguments {
     std::vector<std::string> cameras;
+    unsigned gadgets = 0;
     std::size_t memoryLimitMiB = 0;
     std::string script;
     std::filesystem::path redirectFolder;
@@ -144,7 +145,12 @@ int runWithDevices(const Arguments& arguments)
 {
     const int signals = zrnsim::forwardableSignals();
     zrnsim::CameraList cameras = makeCameras(arguments.cameras);
-    zrnsim::UmockdevBus bus(cameras, {arguments.memoryLimitMiB << 20U});
+    zrnsim::GadgetList gadgets;
+    while (gadgets.size() < arguments.gadgets) {
+        gadgets.push_back(
+            std::make_unique<zrnsim::Gadget>(static_cast<unsigned>(gadgets.size() + 1)));
+    }
+    zrnsim::UmockdevBus bus(cameras, gadgets, {arguments.memoryLimitMiB << 20U});
     return runCommand(arguments, signals, cameras, bus, bus.rootFolder() + "/control",
                       {"LD_PRELOAD=" + zrnsim::preloadFor(arguments.command.front())});
 }
@@ -170,6 +176,9 @@ int main(int argc, char** argv)
     app.add_option("--camera", arguments.cameras, "MODEL[,KEY=VALUE...], once for each camera")
         ->allow_extra_args(false)
         ->default_str("type0");
+    CLI::Option* const gadgets = app.add_option(
+        "--gadgets", arguments.gadgets,
+        "Number of devices 1234:5678 beside the cameras, with an endpoint of each kind");
     app.add_option("--usbfs-memory", arguments.memoryLimitMiB,
                    "MiB that a camera's submitted transfers may take, 0 for no limit");
     app.add_option("--script", arguments.script,
@@ -177,7 +186,8 @@ int main(int argc, char** argv)
     app.add_option("--usbredir", arguments.redirectFolder,
                    "Folder for UNIX sockets at which a virtual machine finds the cameras: camera0, "
                    "camera1, ... speak the usbredir protocol")
-        ->check(CLI::ExistingDirectory);
+        ->check(CLI::ExistingDirectory)
+        ->excludes(gadgets);
     app.add_flag("--list-models", listsModels, "Print the camera models and exit");
     app.add_option("command", arguments.command, "Command to run, after --");
     app.positionals_at_end();

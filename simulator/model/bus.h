@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/camera.h"
+#include "model/gadget.h"
 
 #include <cstdint>
 #include <memory>
@@ -35,5 +36,6 @@ public:
 };
 
 using CameraList = std::vector<std::unique_ptr<Camera>>;
+using GadgetList = std::vector<std::unique_ptr<Gadget>>;
 
 } // namespace zrnsim

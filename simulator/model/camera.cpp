@@ -1,5 +1,7 @@
 #include "model/camera.h"
 
+#include "pictures/sensor_types.h"
+
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -15,12 +17,6 @@ constexpr std::size_t keptFrames = 65'536;
 
 /// Frames that wait behind the one under way before a free-running sensor drops.
 constexpr std::size_t queuedFrames = 1;
-
-/// Types that hosts do not know are read as type 0, so the picture has to be one of type 0.
-constexpr int layoutOf(int sensorType)
-{
-    return sensorType == 9 || sensorType > 15 ? 0 : sensorType;
-}
 
 double fraction(const ControlValues& values)
 {
@@ -182,7 +178,7 @@ bool Camera::beginFrame(Frame& frame, bool isEmitted)
     }
     const StreamParameters& parameters = m_engine.committed();
     const FrameSize size = sizeOf(m_config, parameters);
-    frame.request.sensorType = layoutOf(m_config.sensorType);
+    frame.request.sensorType = receivedSensorType(m_config.sensorType);
     frame.request.width = size.width;
     frame.request.height = size.height;
     frame.request.bytesPerPosition = bytesPerPosition(packingOf(m_config, parameters));
@@ -317,6 +313,12 @@ CameraConfig Camera::config() const
 {
     const std::lock_guard lock(m_mutex);
     return m_config;
+}
+
+UsbSpeed Camera::speed() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_config.speed;
 }
 
 DescriptorSet Camera::descriptors() const

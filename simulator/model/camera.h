@@ -4,6 +4,7 @@
 #include "model/frame_producer.h"
 #include "model/journal.h"
 #include "model/payload_slicer.h"
+#include "model/usb_device.h"
 
 #include <deque>
 #include <functional>
@@ -14,19 +15,6 @@
 namespace zrnsim
 {
 
-/// Answer of the device to one control transfer.
-struct ControlReply {
-    ControlStatus status = ControlStatus::Done;
-    Bytes data;
-    std::chrono::milliseconds delay{0}; ///< to be waited before the answer is given
-};
-
-/// How the next transfers on the streaming endpoint end.
-enum class TransferFault : std::uint8_t {
-    Protocol, ///< bus error, EPROTO on Linux
-    Overflow, ///< babble, EOVERFLOW on Linux
-};
-
 /// One virtual camera: all of its behaviour, and no word of how its transfers travel.
 ///
 /// A transport forwards control transfers to control(), fetches stream data with nextPiece() and
@@ -35,14 +23,14 @@ enum class TransferFault : std::uint8_t {
 ///
 /// Lock order: m_mutex may be held while the producer's functions are called, never the other way
 /// round; the wake handler is called without m_mutex.
-class Camera
+class Camera final : public UsbDevice
 {
 public:
     Camera(CameraConfig config, RenderFrame render);
 
     // The transport's side.
 
-    ControlReply control(const SetupPacket& setup, ByteView out);
+    ControlReply control(const SetupPacket& setup, ByteView out) override;
 
     /// Stream data for at most `maxLength` bytes of one transfer or packet; nothing yet: nullopt.
     std::optional<PayloadPiece> nextPiece(std::size_t maxLength);
@@ -62,18 +50,14 @@ public:
     /// Counts a transfer that the halted streaming endpoint has refused.
     void noteStall();
 
-    /// Called whenever the streaming endpoint may have become able to answer. The handler must not
-    /// call the camera. Once this returns, the handler that was set before is not running any more.
-    void setWakeHandler(std::function<void()> handler);
+    void setWakeHandler(std::function<void()> handler) override;
+    void attach(std::optional<std::uint64_t> serial) override;
+    /// The stream ends.
+    void detach() override;
 
-    /// Power-up after the cable was plugged in, with another serial if one is given.
-    void attach(std::optional<std::uint64_t> serial);
-
-    /// The cable was pulled: the stream ends.
-    void detach();
-
+    DescriptorSet descriptors() const override;
+    UsbSpeed speed() const override;
     CameraConfig config() const;
-    DescriptorSet descriptors() const;
     std::uint8_t alternateSetting() const;
 
     // The side of tests and scripts.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "camera_ids.h"
 #include "model/controls.h"
 
 #include <cstdint>
@@ -39,8 +40,8 @@ std::string_view nameOf(PixelPacking packing);
 struct CameraConfig {
     std::string model;   ///< name of the preset
     std::string summary; ///< one line for the list of models
-    std::uint16_t vendorId = 0x0483;
-    std::uint16_t productId = 0x5750;
+    std::uint16_t vendorId = zrn::cameraVendorId;
+    std::uint16_t productId = zrn::cameraProductId;
     std::uint64_t serial = 0;
     int sensorType = 0; ///< 0..65535, as the contrast control reports it
     std::vector<PixelPacking> formats{PixelPacking::Yuy2};

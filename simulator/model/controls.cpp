@@ -1,5 +1,7 @@
 #include "model/controls.h"
 
+#include "pictures/sensor_types.h"
+
 #include <algorithm>
 
 namespace zrnsim
@@ -63,7 +65,7 @@ void ControlSet::setSerial(std::uint64_t serial)
 void ControlSet::setSensorType(int sensorType)
 {
     ControlValues& carrier = (*this)[ControlId::Contrast];
-    carrier = {sensorType, 0, std::max(sensorType, 15), 1, sensorType};
+    carrier = {sensorType, 0, std::max(sensorType, sensorTypes.back().number), 1, sensorType};
 }
 
 std::optional<Bytes> ControlSet::get(const ControlTraits& traits, std::uint8_t request) const

@@ -1,6 +1,6 @@
 #include "model/camera_config.h"
+#include "pictures/sensor_types.h"
 
-#include <array>
 #include <string>
 
 namespace zrnsim
@@ -13,50 +13,24 @@ constexpr std::uint64_t serialBase = 2026'0000'0000'0000;
 constexpr std::uint64_t serialsPerModel = 1'0000'0000;
 constexpr std::uint32_t defaultPayload = 128 * 1024; // a hundred of them fit into 16 MiB
 
-struct SensorPreset {
-    const char* summary;
-    int exposureMax; ///< device units
-};
-
-/// One line for each sensor type, its index being the type.
-constexpr std::array<SensorPreset, 16> sensorPresets{{
-    {"interleaved, rows may arrive shifted, exposure in 100 us", 5000},
-    {"interleaved, exposure in 22.22 us lines", 4500},
-    {"byte-reversed groups of four", 30000},
-    {"byte-reversed groups of four", 30000},
-    {"interleaved", 30000},
-    {"single image in the first half of the frame, exposure in 22.22 us lines", 4500},
-    {"byte-reversed groups of four, marker frames carry image B only", 30000},
-    {"rows filled from both ends", 30000},
-    {"byte-reversed groups of four", 30000},
-    {"type that hosts treat as 0: interleaved", 30000},
-    {"byte-reversed groups of four", 30000},
-    {"byte-reversed groups of four", 30000},
-    {"rows filled from both ends, right half mirrored", 30000},
-    {"four strips of 320 columns", 30000},
-    {"interleaved", 30000},
-    {"byte-reversed groups of four, exposure in 100 us", 5000},
-}};
-
 ControlValues range(std::int32_t min, std::int32_t max, std::int32_t def)
 {
     return {def, min, max, 1, def};
 }
 
-CameraConfig sensorCamera(int sensorType)
+CameraConfig sensorCamera(const SensorType& sensor)
 {
-    const SensorPreset& preset = sensorPresets.at(static_cast<std::size_t>(sensorType));
     CameraConfig config;
-    config.model = "type" + std::to_string(sensorType);
-    config.summary = preset.summary;
-    config.serial = serialBase + static_cast<std::uint64_t>(sensorType) * serialsPerModel;
-    config.sensorType = sensorType;
+    config.model = "type" + std::to_string(sensor.number);
+    config.summary = sensor.summary;
+    config.serial = serialBase + static_cast<std::uint64_t>(sensor.number) * serialsPerModel;
+    config.sensorType = sensor.number;
     config.sizes = {{1280, 1024}, {640, 480}};
     config.frameRates = {30, 60, 15, 10, 5};
     config.payloadSize = defaultPayload;
     config.controls[ControlId::AutoExposureMode] = {1, 1, 1, 1, 1};
     config.controls[ControlId::Brightness] =
-        range(1, preset.exposureMax, (1 + preset.exposureMax) / 2);
+        range(1, sensor.exposureMax, (1 + sensor.exposureMax) / 2);
     config.controls[ControlId::Gain] = range(1, 255, 128);
     config.controls[ControlId::Gamma] = range(0, 255, 128);
     config.controls[ControlId::Sharpness] = range(0, 255, 128);
@@ -68,7 +42,7 @@ CameraConfig sensorCamera(int sensorType)
 /// A camera of two sensors side by side: it names one sensor's size first and streams the other.
 CameraConfig doubleSensorCamera(FrameSize single, FrameSize streamed, std::uint64_t serialBlock)
 {
-    CameraConfig config = sensorCamera(5);
+    CameraConfig config = sensorCamera(sensorTypeOf(5));
     config.model = "double-" + std::to_string(single.width) + "x" + std::to_string(single.height);
     config.summary = "two sensors, streams " + std::to_string(streamed.width) + "x" +
                      std::to_string(streamed.height) + " as one 8-bit image";
@@ -81,9 +55,10 @@ CameraConfig doubleSensorCamera(FrameSize single, FrameSize streamed, std::uint6
 std::vector<CameraConfig> makePresets()
 {
     std::vector<CameraConfig> presets;
-    for (int sensorType = 0; sensorType < static_cast<int>(sensorPresets.size()); ++sensorType) {
-        presets.push_back(sensorCamera(sensorType));
+    for (const SensorType& sensor : sensorTypes) {
+        presets.push_back(sensorCamera(sensor));
     }
+    static_assert(sensorTypes.back().number < 20, "serials of models differ");
     presets.push_back(doubleSensorCamera({1308, 1991}, {2616, 1991}, 20));
     presets.push_back(doubleSensorCamera({640, 960}, {1280, 1024}, 21));
     return presets;

@@ -4,6 +4,7 @@
 #include "pictures/frame_layout.h"
 #include "pictures/picture_source.h"
 #include "pictures/row_alignment.h"
+#include "pictures/sensor_types.h"
 
 #include <algorithm>
 
@@ -26,14 +27,15 @@ ImageSize sizeOf(const FrameRequest& request)
 /// The layout of a frame; one byte for each position leaves room for image A alone.
 FrameLayout sentLayout(const FrameRequest& request)
 {
-    return request.bytesPerPosition == 1 ? FrameLayout::Single : layoutOf(request.sensorType);
+    return request.bytesPerPosition == 1 ? FrameLayout::Single
+                                         : sensorTypeOf(request.sensorType).layout;
 }
 
 /// True when a host finds in the frame all that the sensor type makes it look for.
 bool carriesImages(const FrameRequest& request)
 {
     const ImageSize size = sizeOf(request);
-    return packedSize(layoutOf(request.sensorType), size) <=
+    return packedSize(sensorTypeOf(request.sensorType).layout, size) <=
            size.pixels() * static_cast<std::size_t>(request.bytesPerPosition);
 }
 
@@ -41,7 +43,7 @@ bool carriesImages(const FrameRequest& request)
 void overlayHeader(const FrameRequest& request, SentImages& images)
 {
     const ImageSize size = sizeOf(request);
-    const FrameLayout layout = layoutOf(request.sensorType);
+    const FrameLayout layout = sensorTypeOf(request.sensorType).layout;
     for (const HeaderByte& byte : headerOf(request)) {
         if (byte.offset >= packedSize(layout, size)) {
             continue;
@@ -99,7 +101,7 @@ SentImages expectedImages(const FrameRequest& request)
         return images;
     }
     const ImageSize size = sizeOf(request);
-    const FrameLayout layout = layoutOf(request.sensorType);
+    const FrameLayout layout = sensorTypeOf(request.sensorType).layout;
     images.hasA = !isMarkerFrame(request);
     images.hasB = layout != FrameLayout::Single;
     if (isLossless(layout, size)) {

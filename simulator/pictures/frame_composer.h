@@ -24,8 +24,8 @@ struct PictureControls {
 
 /// One frame of a camera: everything that its bytes depend on.
 struct FrameRequest {
-    /// Layout of the frame. Types 9 and above 15 are plain interleave here; hosts take a camera
-    /// that reports them for one of type 0, so a camera model asks for type 0 in their stead.
+    /// A row of sensorTypes. Numbers that hosts do not know are plain interleave here; as hosts
+    /// take their cameras for ones of type 0, a camera model asks for type 0 in their stead.
     int sensorType = 0;
     int width = 0;  ///< pixels; a frame without pixels (width or height below 1) has no bytes
     int height = 0; ///< pixels
@@ -71,7 +71,7 @@ struct SentImages {
 /// same request. Thread-safe. Throws like compose.
 SentImages expectedImages(const FrameRequest& request);
 
-/// True when the frame carries the mark by which sensor type 6 announces that image A is void. The
+/// True when the frame carries the mark by which a sensor announces that image A is void. The
 /// mark needs 0x33 or 0x55 in one of the two low bytes of the frame number: frames 51, 85, 307, ...
 bool isMarkerFrame(const FrameRequest& request);
 

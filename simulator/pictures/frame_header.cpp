@@ -1,6 +1,7 @@
 #include "pictures/frame_header.h"
 
 #include "pictures/row_alignment.h"
+#include "pictures/sensor_types.h"
 
 #include <algorithm>
 #include <array>
@@ -11,8 +12,6 @@ namespace zrnsim
 namespace
 {
 
-constexpr int kVoidImageSensor = 6;
-constexpr int kShiftedRowsSensor = 0;
 constexpr std::size_t kNumberOffset = 2;
 constexpr std::size_t kNumberBytes = 4;
 
@@ -45,7 +44,7 @@ std::uint8_t markBehind(std::uint8_t numberByte)
 std::uint8_t voidMarkOf(const FrameRequest& request)
 {
     constexpr std::size_t groupBytes = 8;
-    if (request.sensorType != kVoidImageSensor || request.bytesPerPosition < 2 ||
+    if (!sensorTypeOf(request.sensorType).sendsMarkers || request.bytesPerPosition < 2 ||
         frameBytes(request) < groupBytes) {
         return 0;
     }
@@ -66,7 +65,8 @@ RowAlignment alignmentOf(const FrameRequest& request, int image)
 
 bool hasShiftedRows(const FrameRequest& request)
 {
-    return request.sensorType == kShiftedRowsSensor && request.bytesPerPosition >= 2;
+    return sensorTypeOf(request.sensorType).layout == FrameLayout::InterleavedShifted &&
+           request.bytesPerPosition >= 2;
 }
 
 } // namespace
@@ -77,7 +77,7 @@ std::vector<HeaderByte> headerOf(const FrameRequest& request)
     for (std::size_t i = 0; i < kNumberBytes; ++i) {
         header.push_back({kNumberOffset + i, numberByte(request.frameNumber, i)});
     }
-    if (request.sensorType == kVoidImageSensor) {
+    if (sensorTypeOf(request.sensorType).sendsMarkers) {
         // Always written, so that no picture gives a valid frame the mark by chance.
         const std::uint8_t mark = voidMarkOf(request);
         header.push_back({request.frameNumber / 256 % 2, mark});

@@ -19,7 +19,8 @@ struct HeaderByte {
 /// adds. Offsets may lie beyond the end of a very small frame.
 std::vector<HeaderByte> headerOf(const FrameRequest& request);
 
-/// How far the rows of an image (0 for A, 1 for B) are out of place; 0 unless the sensor type is 0.
+/// How far the rows of an image (0 for A, 1 for B) are out of place; 0 where they
+/// all lie in place.
 int rowShiftOf(const FrameRequest& request, int image);
 
 /// The value that a host stores behind each image of a frame.

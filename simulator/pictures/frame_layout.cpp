@@ -41,6 +41,17 @@ void visitBothEnds(const ImageSize& size, Visitor visit)
     }
 }
 
+/// Likewise; pixels behind the last whole group are not sent.
+template <typename Visitor>
+void visitQuads(const ImageSize& size, Visitor visit)
+{
+    for (std::size_t i = 0; i < size.pixels() / 4 * 4; ++i) {
+        const std::size_t offset = i / 4 * kGroup + 3 - i % 4;
+        visit(offset, 0, i);
+        visit(offset + kGroup / 2, 1, i);
+    }
+}
+
 /// Likewise; groups of bytes count through the whole frame, positions within a strip row by row.
 template <typename Visitor>
 void visitStrips(const ImageSize& size, Visitor visit)
@@ -63,10 +74,21 @@ void visitPlaces(FrameLayout layout, const ImageSize& size, Visitor visit)
             visit(offset, image, index);
         }
     };
-    if (layout == FrameLayout::Strips) {
-        visitStrips(size, visitInside);
-    } else {
+    switch (layout) {
+    case FrameLayout::BothEnds:
+    case FrameLayout::BothEndsMirrored:
         visitBothEnds(size, visitInside);
+        break;
+    case FrameLayout::ReversedQuads:
+        visitQuads(size, visitInside);
+        break;
+    case FrameLayout::Strips:
+        visitStrips(size, visitInside);
+        break;
+    case FrameLayout::Interleaved:
+    case FrameLayout::InterleavedShifted:
+    case FrameLayout::Single: // lossless at every size
+        break;
     }
 }
 
@@ -99,8 +121,8 @@ std::uint32_t reversedQuad(const std::uint8_t* pixels)
     return quad << 24 | (quad << 8 & 0x00FF0000) | (quad >> 8 & 0x0000FF00) | quad >> 24;
 }
 
-void packQuadsSwapped(const ImageSize& size, const std::uint8_t* imageA, const std::uint8_t* imageB,
-                      std::uint8_t* frame)
+void packReversedQuads(const ImageSize& size, const std::uint8_t* imageA,
+                       const std::uint8_t* imageB, std::uint8_t* frame)
 {
     const std::size_t groups = size.pixels() / 4;
     for (std::size_t g = 0; g < groups; ++g) {
@@ -123,9 +145,9 @@ Lanes lanesOf(FrameLayout layout, std::size_t width)
     switch (layout) {
     case FrameLayout::BothEnds:
         return {{0, width - 1, 1, width - 2}, {2, -2, 2, -2}};
-    case FrameLayout::EndsMirrored: // read backwards, the right half begins in the middle
+    case FrameLayout::BothEndsMirrored: // read backwards, the right half begins in the middle
         return {{0, width / 2, 1, width / 2 + 1}, {2, 2, 2, 2}};
-    case FrameLayout::QuadsSwapped:
+    case FrameLayout::ReversedQuads:
         return {{3, 2, 1, 0}, {4, 4, 4, 4}};
     default:
         return {{0, kStripDistance, 2 * kStripDistance, 3 * kStripDistance}, {1, 1, 1, 1}};
@@ -157,7 +179,7 @@ void packByPlaces(FrameLayout layout, const ImageSize& size, const std::uint8_t*
 {
     std::vector<std::uint8_t> a(imageA, imageA + size.pixels());
     std::vector<std::uint8_t> b(imageB, imageB + size.pixels());
-    if (layout == FrameLayout::EndsMirrored) {
+    if (layout == FrameLayout::BothEndsMirrored) {
         mirrorRightHalves(size, a.data());
         mirrorRightHalves(size, b.data());
     }
@@ -169,30 +191,6 @@ void packByPlaces(FrameLayout layout, const ImageSize& size, const std::uint8_t*
 
 } // namespace
 
-FrameLayout layoutOf(int sensorType)
-{
-    switch (sensorType) {
-    case 2:
-    case 3:
-    case 6:
-    case 8:
-    case 10:
-    case 11:
-    case 15:
-        return FrameLayout::QuadsSwapped;
-    case 5:
-        return FrameLayout::Single;
-    case 7:
-        return FrameLayout::BothEnds;
-    case 12:
-        return FrameLayout::EndsMirrored;
-    case 13:
-        return FrameLayout::Strips;
-    default:
-        return FrameLayout::Interleaved;
-    }
-}
-
 std::size_t packedSize(FrameLayout layout, const ImageSize& size)
 {
     return layout == FrameLayout::Single ? size.pixels() : 2 * size.pixels();
@@ -201,14 +199,15 @@ std::size_t packedSize(FrameLayout layout, const ImageSize& size)
 bool isLossless(FrameLayout layout, const ImageSize& size)
 {
     switch (layout) {
-    case FrameLayout::QuadsSwapped:
+    case FrameLayout::ReversedQuads:
         return size.pixels() % 4 == 0;
     case FrameLayout::BothEnds:
-    case FrameLayout::EndsMirrored:
+    case FrameLayout::BothEndsMirrored:
         return size.width % 4 == 0;
     case FrameLayout::Strips:
         return size.width == 4 * kStripDistance;
     case FrameLayout::Interleaved:
+    case FrameLayout::InterleavedShifted:
     case FrameLayout::Single:
         break;
     }
@@ -220,16 +219,17 @@ void packFrame(FrameLayout layout, const ImageSize& size, const std::uint8_t* im
 {
     switch (layout) {
     case FrameLayout::Interleaved:
+    case FrameLayout::InterleavedShifted:
         packInterleaved(size, imageA, imageB, frame);
         break;
-    case FrameLayout::QuadsSwapped:
-        packQuadsSwapped(size, imageA, imageB, frame);
+    case FrameLayout::ReversedQuads:
+        packReversedQuads(size, imageA, imageB, frame);
         break;
     case FrameLayout::Single:
         std::copy(imageA, imageA + size.pixels(), frame);
         break;
     case FrameLayout::BothEnds:
-    case FrameLayout::EndsMirrored:
+    case FrameLayout::BothEndsMirrored:
     case FrameLayout::Strips:
         if (isLossless(layout, size)) {
             packLanes(lanesOf(layout, size.width), size, imageA, imageB, frame);
@@ -247,18 +247,10 @@ void scatterFrame(FrameLayout layout, const ImageSize& size, const std::uint8_t*
     for (std::uint8_t* image : images) {
         std::fill(image, image + size.pixels(), std::uint8_t{0});
     }
-    if (layout == FrameLayout::QuadsSwapped) {
-        for (std::size_t i = 0; i < size.pixels() / 4 * 4; ++i) {
-            const std::size_t offset = i / 4 * kGroup + 3 - i % 4;
-            imageA[i] = frame[offset];
-            imageB[i] = frame[offset + kGroup / 2];
-        }
-        return;
-    }
     visitPlaces(layout, size, [&](std::size_t offset, int image, std::size_t index) {
         images[static_cast<std::size_t>(image)][index] = frame[offset];
     });
-    if (layout == FrameLayout::EndsMirrored) {
+    if (layout == FrameLayout::BothEndsMirrored) {
         mirrorRightHalves(size, imageA);
         mirrorRightHalves(size, imageB);
     }
@@ -266,11 +258,17 @@ void scatterFrame(FrameLayout layout, const ImageSize& size, const std::uint8_t*
 
 PixelPlace pixelOf(FrameLayout layout, const ImageSize& size, std::size_t offset)
 {
-    if (layout == FrameLayout::Single) {
+    switch (layout) {
+    case FrameLayout::Single:
         return {0, offset};
-    }
-    if (layout == FrameLayout::Interleaved) {
+    case FrameLayout::Interleaved:
+    case FrameLayout::InterleavedShifted:
         return {static_cast<int>(offset % 2), offset / 2};
+    case FrameLayout::ReversedQuads:
+    case FrameLayout::BothEnds:
+    case FrameLayout::BothEndsMirrored:
+    case FrameLayout::Strips:
+        break;
     }
     return {offset < kGroup / 2 ? 0 : 1, lanesOf(layout, size.width).start[offset % 4]};
 }

@@ -8,15 +8,14 @@ namespace zrnsim
 
 /// How a camera reads its two sensors out into one frame.
 enum class FrameLayout {
-    Interleaved,  ///< A and B alternate byte by byte
-    QuadsSwapped, ///< words of four pixels of A, then of B, the last pixel of each word first
-    Single,       ///< image A alone
-    BothEnds,     ///< rows read from both ends towards the middle
-    EndsMirrored, ///< as BothEnds, the right half of each row read backwards
-    Strips,       ///< four read-out channels, 320 pixels apart, for 1280 pixels in all
+    Interleaved,        ///< A and B alternate byte by byte
+    ReversedQuads,      ///< words of four pixels of A, then of B, the last pixel of each first
+    Single,             ///< image A alone
+    BothEnds,           ///< rows read from both ends towards the middle
+    BothEndsMirrored,   ///< as BothEnds, the right half of each row read backwards
+    Strips,             ///< four read-out channels, 320 pixels apart, for 1280 pixels in all
+    InterleavedShifted, ///< as Interleaved, of images whose rows are out of place
 };
-
-FrameLayout layoutOf(int sensorType);
 
 /// A pair of images of width x height pixels each.
 struct ImageSize {
@@ -51,7 +50,7 @@ struct PixelPlace {
 };
 
 /// The pixel that a byte of the frame carries in a lossless layout.
-/// @param offset below 8 and below packedSize(); any with FrameLayout::Interleaved
+/// @param offset below 8 and below packedSize(); any with the interleaved ones
 PixelPlace pixelOf(FrameLayout layout, const ImageSize& size, std::size_t offset);
 
 } // namespace zrnsim

@@ -1,6 +1,6 @@
 #include "pictures/picture_source.h"
 
-#include "pictures/frame_layout.h"
+#include "pictures/sensor_types.h"
 
 #include <algorithm>
 #include <array>
@@ -101,7 +101,7 @@ void PictureSource::paintAnew(const Geometry& geometry)
                                 std::to_string(geometry.height);
     int chartWidth = geometry.width;
     int landscapeWidth = geometry.width;
-    if (layoutOf(geometry.sensorType) == FrameLayout::Single) {
+    if (sensorTypeOf(geometry.sensorType).layout == FrameLayout::Single) {
         chartWidth = geometry.width / 2;
         landscapeWidth = geometry.width - chartWidth;
     }
@@ -118,7 +118,7 @@ void PictureSource::render(const FrameRequest& request)
     }
     const Canvas& chart = m_chart->at(request.frameNumber);
     const Canvas& landscape = m_landscape->at(request.frameNumber);
-    if (layoutOf(request.sensorType) == FrameLayout::Single) {
+    if (sensorTypeOf(request.sensorType).layout == FrameLayout::Single) {
         develop({&chart, &landscape}, request.height, request.controls, a);
         b.clear();
         return;

@@ -26,10 +26,13 @@ PollGate::PollGate(const std::string& path)
 {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     unlink(path.c_str());
-    if (mkfifo(path.c_str(), 0600) != 0) {
+    // Opened by another name, so that this process is not seen among those that have the node open.
+    const std::string ownName = path + ".gate";
+    if (mkfifo(ownName.c_str(), 0600) != 0 || link(ownName.c_str(), path.c_str()) != 0) {
         fail(path);
     }
-    m_fd = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    m_fd = open(ownName.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    unlink(ownName.c_str());
     if (m_fd < 0 || fcntl(m_fd, F_SETPIPE_SZ, onePage) < 0) {
         fail(path);
     }

@@ -1,7 +1,10 @@
 #include "umockdev/umockdev_bus.h"
 
 #include "model/descriptors.h"
+#include "umockdev/usbfs_camera.h"
+#include "umockdev/usbfs_gadget.h"
 
+#include <filesystem>
 #include <future>
 #include <iomanip>
 #include <sstream>
@@ -18,10 +21,10 @@ constexpr unsigned busNumber = 1;
 constexpr unsigned highestAddress = 127;
 constexpr int usbDeviceMajor = 189;
 
-std::string padded(unsigned number, int width, bool isHex)
+std::string padded(unsigned number, int width, bool isHex, char fill = '0')
 {
     std::ostringstream text;
-    text << std::setfill('0') << std::setw(width) << (isHex ? std::hex : std::dec) << number;
+    text << std::setfill(fill) << std::setw(width) << (isHex ? std::hex : std::dec) << number;
     return text.str();
 }
 
@@ -63,6 +66,24 @@ private:
     std::vector<gchar*> m_pointers;
 };
 
+/// A device's name in sysfs: its place on the bus.
+std::string nameOf(std::size_t index)
+{
+    return std::to_string(busNumber) + "-" + std::to_string(index + 1);
+}
+
+/// Binds an interface's entry in sysfs to usbfs, as the kernel does for as long as a process has
+/// claimed it.
+void bindToUsbfs(const std::string& entry, bool isBound)
+{
+    const std::filesystem::path link = entry + "/driver";
+    std::error_code ignored; // the device may be leaving
+    std::filesystem::remove(link, ignored);
+    if (isBound) {
+        std::filesystem::create_symlink("../../../../bus/usb/drivers/usbfs", link, ignored);
+    }
+}
+
 std::string takeString(gchar* text)
 {
     std::string result = text == nullptr ? "" : text;
@@ -72,24 +93,64 @@ std::string takeString(gchar* text)
 
 } // namespace
 
-UmockdevBus::UmockdevBus(CameraList& cameras, const Options& options)
-    : m_cameras(cameras)
-    , m_options(options)
+UmockdevBus::UmockdevBus(CameraList& cameras, GadgetList& gadgets, const Options& options)
+    : m_options(options)
     , m_testbed(umockdev_testbed_new(), g_object_unref)
-    , m_ports(cameras.size())
+    , m_ports(cameras.size() + gadgets.size())
 {
-    for (std::size_t i = 0; i < m_cameras.size(); ++i) {
-        m_cameras[i]->setWakeHandler([this, i] { wake(i); });
-        connectPort(i, false);
+    std::size_t index = 0;
+    for (const auto& camera : cameras) {
+        m_ports[index].isCamera = true;
+        addPort(index++, *camera,
+                [&model = *camera](const auto& node, const auto& socket, const auto& usbfsOptions) {
+                    return std::make_shared<UsbfsCamera>(model, node, socket, usbfsOptions);
+                });
+    }
+    for (const auto& gadget : gadgets) {
+        gadget->setLeaveHandler(
+            [this, index](std::chrono::milliseconds absence) { leave(index, absence); });
+        addPort(index++, *gadget,
+                [&model = *gadget](const auto& node, const auto& socket, const auto& usbfsOptions) {
+                    return std::make_shared<UsbfsGadget>(model, node, socket, usbfsOptions);
+                });
     }
 }
 
 UmockdevBus::~UmockdevBus()
 {
-    for (const auto& camera : m_cameras) {
-        camera->detach();
-        camera->setWakeHandler({});
+    for (const Port& port : m_ports) {
+        port.model->detach();
+        port.model->setWakeHandler({});
     }
+}
+
+void UmockdevBus::addPort(std::size_t index, UsbDevice& model, MakeUsbfs makeUsbfs)
+{
+    m_ports[index].model = &model;
+    m_ports[index].makeUsbfs = std::move(makeUsbfs);
+    model.setWakeHandler([this, index] { wake(index); });
+    connectPort(index, false);
+}
+
+/// Pulls the cable in a moment, on the main loop's thread, because the device is still answering
+/// the request that asked for it.
+void UmockdevBus::leave(std::size_t index, std::chrono::milliseconds absence)
+{
+    constexpr guint moment = 20; // milliseconds
+    const auto later = [](guint delay, std::function<void()> task) {
+        const auto run = [](gpointer data) -> gboolean {
+            (*static_cast<std::function<void()>*>(data))();
+            return G_SOURCE_REMOVE;
+        };
+        const auto destroy = [](gpointer data) {
+            delete static_cast<std::function<void()>*>(data);
+        };
+        g_timeout_add_full(G_PRIORITY_DEFAULT, delay, run,
+                           new std::function<void()>(std::move(task)), destroy);
+    };
+    later(moment, [this, index] { unplug(index, true); });
+    later(moment + static_cast<guint>(absence.count()),
+          [this, index] { plug(index, std::nullopt, true); });
 }
 
 std::string UmockdevBus::rootFolder() const
@@ -115,12 +176,14 @@ void UmockdevBus::connectPort(std::size_t index, bool isAnnounced)
     port.address = m_nextAddress;
     m_nextAddress = m_nextAddress % highestAddress + 1;
     port.node = "/dev/bus/usb/" + threeDigits(busNumber) + "/" + threeDigits(port.address);
-    addSysfsDevice(index, port);
-
     const std::string root = rootFolder();
-    auto device = std::make_shared<UsbfsDevice>(
-        *m_cameras[index], root + port.node, root + "/ioctl" + port.node,
-        UsbfsDevice::Options{busNumber, port.address, m_options.memoryLimit});
+    const std::string entries = root + "/sys/devices/" + nameOf(index) + "/" + nameOf(index) + ":" +
+                                std::to_string(topology::configuration) + ".";
+    auto device = port.makeUsbfs(root + port.node, root + "/ioctl" + port.node,
+                                 {busNumber, port.address, m_options.memoryLimit,
+                                  [entries](unsigned interface, bool isClaimed) {
+                                      bindToUsbfs(entries + std::to_string(interface), isClaimed);
+                                  }});
     GError* error = nullptr;
     if (umockdev_testbed_attach_ioctl(m_testbed.get(), port.node.c_str(), device->handler(),
                                       &error) == FALSE) {
@@ -132,6 +195,8 @@ void UmockdevBus::connectPort(std::size_t index, bool isAnnounced)
         const std::lock_guard lock(m_mutex);
         port.device = std::move(device);
     }
+    // Last, because a process that has seen the device may open it, and ends when nobody answers.
+    addSysfsDevice(index, port);
     if (isAnnounced) {
         umockdev_testbed_uevent(m_testbed.get(), port.syspath.c_str(), "add");
     }
@@ -139,10 +204,14 @@ void UmockdevBus::connectPort(std::size_t index, bool isAnnounced)
 
 void UmockdevBus::addSysfsDevice(std::size_t index, Port& port)
 {
-    const CameraConfig config = m_cameras[index]->config();
-    DescriptorSet descriptors = m_cameras[index]->descriptors();
-    const bool isSuper = config.speed == UsbSpeed::Super;
-    const std::string name = std::to_string(busNumber) + "-" + std::to_string(index + 1);
+    const DescriptorSet descriptors = port.model->descriptors();
+    const auto byteOf = [](const Bytes& descriptor, std::size_t offset) {
+        return readLittleEndian(descriptor, offset, 1);
+    };
+    const unsigned vendorId = readLittleEndian(descriptors.device, 8, 2);
+    const unsigned productId = readLittleEndian(descriptors.device, 10, 2);
+    const bool isSuper = port.model->speed() == UsbSpeed::Super;
+    const std::string name = nameOf(index);
 
     NameValueList attributes;
     const auto attribute = [&](const char* attributeName, const std::string& value) {
@@ -153,15 +222,15 @@ void UmockdevBus::addSysfsDevice(std::size_t index, Port& port)
     attribute("devpath", std::to_string(index + 1));
     attribute("speed", isSuper ? "5000" : "480");
     attribute("version", isSuper ? " 3.20" : " 2.00");
-    attribute("idVendor", fourHexDigits(config.vendorId));
-    attribute("idProduct", fourHexDigits(config.productId));
+    attribute("idVendor", fourHexDigits(vendorId));
+    attribute("idProduct", fourHexDigits(productId));
     attribute("bcdDevice", "0100");
-    attribute("bDeviceClass", "ef");
-    attribute("bDeviceSubClass", "02");
-    attribute("bDeviceProtocol", "01");
+    attribute("bDeviceClass", padded(byteOf(descriptors.device, 4), 2, true));
+    attribute("bDeviceSubClass", padded(byteOf(descriptors.device, 5), 2, true));
+    attribute("bDeviceProtocol", padded(byteOf(descriptors.device, 6), 2, true));
     attribute("bNumConfigurations", "1");
     attribute("bConfigurationValue", std::to_string(topology::configuration));
-    attribute("bNumInterfaces", " 2");
+    attribute("bNumInterfaces", padded(byteOf(descriptors.configuration, 4), 2, false, ' '));
     attribute("bMaxPacketSize0", isSuper ? "9" : "64");
     attribute("bMaxPower", isSuper ? "896mA" : "500mA");
     attribute("bmAttributes", "80");
@@ -178,11 +247,13 @@ void UmockdevBus::addSysfsDevice(std::size_t index, Port& port)
     properties.add("MINOR", std::to_string((busNumber - 1) * 128 + port.address - 1));
     properties.add("BUSNUM", threeDigits(busNumber));
     properties.add("DEVNUM", threeDigits(port.address));
-    properties.add("PRODUCT", padded(config.vendorId, 1, true) + "/" +
-                                  padded(config.productId, 1, true) + "/100");
-    properties.add("TYPE", "239/2/1");
-    properties.add("ID_VENDOR_ID", fourHexDigits(config.vendorId));
-    properties.add("ID_MODEL_ID", fourHexDigits(config.productId));
+    properties.add("PRODUCT",
+                   padded(vendorId, 1, true) + "/" + padded(productId, 1, true) + "/100");
+    properties.add("TYPE", std::to_string(byteOf(descriptors.device, 4)) + "/" +
+                               std::to_string(byteOf(descriptors.device, 5)) + "/" +
+                               std::to_string(byteOf(descriptors.device, 6)));
+    properties.add("ID_VENDOR_ID", fourHexDigits(vendorId));
+    properties.add("ID_MODEL_ID", fourHexDigits(productId));
 
     port.syspath = takeString(umockdev_testbed_add_devicev(
         m_testbed.get(), "usb", name.c_str(), nullptr, attributes.array(), properties.array()));
@@ -191,6 +262,38 @@ void UmockdevBus::addSysfsDevice(std::size_t index, Port& port)
     raw.insert(raw.end(), descriptors.configuration.begin(), descriptors.configuration.end());
     umockdev_testbed_set_attribute_binary(m_testbed.get(), port.syspath.c_str(), "descriptors",
                                           raw.data(), static_cast<gint>(raw.size()));
+    if (port.isCamera) {
+        addSysfsInterfaces(port, name);
+    }
+}
+
+void UmockdevBus::addSysfsInterfaces(Port& port, const std::string& name)
+{
+    port.interfaces.clear();
+    for (const unsigned interface : {topology::controlInterface, topology::streamingInterface}) {
+        const bool isControl = interface == topology::controlInterface;
+        NameValueList attributes;
+        attributes.add("bInterfaceNumber", padded(interface, 2, true) + "\n");
+        attributes.add("bAlternateSetting", " 0\n");
+        attributes.add("bInterfaceClass", "0e\n");
+        attributes.add("bInterfaceSubClass", isControl ? "01\n" : "02\n");
+        attributes.add("bInterfaceProtocol", "00\n");
+        NameValueList properties;
+        properties.add("DEVTYPE", "usb_interface");
+        const std::string entry =
+            name + ":" + std::to_string(topology::configuration) + "." + std::to_string(interface);
+        port.interfaces.push_back(takeString(umockdev_testbed_add_devicev(
+            m_testbed.get(), "usb", entry.c_str(), port.syspath.c_str(), attributes.array(),
+            properties.array())));
+    }
+}
+
+void UmockdevBus::removeSysfsDevice(Port& port)
+{
+    for (const std::string& interface : port.interfaces) {
+        umockdev_testbed_remove_device(m_testbed.get(), interface.c_str());
+    }
+    umockdev_testbed_remove_device(m_testbed.get(), port.syspath.c_str());
 }
 
 void UmockdevBus::unplug(std::size_t index, bool isAnnounced)
@@ -205,13 +308,13 @@ void UmockdevBus::unplug(std::size_t index, bool isAnnounced)
     if (!device) {
         return;
     }
-    m_cameras[index]->detach();
+    port.model->detach();
     device->unplug();
     m_departed.push_back({std::move(device), port.node, std::chrono::steady_clock::now()});
     if (isAnnounced) {
         umockdev_testbed_uevent(m_testbed.get(), port.syspath.c_str(), "remove");
     }
-    umockdev_testbed_remove_device(m_testbed.get(), port.syspath.c_str());
+    removeSysfsDevice(port);
     dropDeparted();
 }
 
@@ -221,7 +324,7 @@ void UmockdevBus::plug(std::size_t index, std::optional<std::uint64_t> serial, b
     if (isPlugged(index)) {
         return;
     }
-    m_cameras[index]->attach(serial);
+    m_ports[index].model->attach(serial);
     connectPort(index, isAnnounced);
     dropDeparted();
 }

@@ -6,6 +6,7 @@
 #include <umockdev.h>
 
 #include <chrono>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -24,8 +25,9 @@ public:
         std::size_t memoryLimit = 0; ///< of each device, see UsbfsDevice::Options
     };
 
-    /// Plugs all cameras in. The cameras outlive the bus.
-    UmockdevBus(CameraList& cameras, const Options& options);
+    /// Plugs all devices in; gadgets have the numbers after those of the cameras. The devices
+    /// outlive the bus.
+    UmockdevBus(CameraList& cameras, GadgetList& gadgets, const Options& options);
     ~UmockdevBus() override;
 
     void unplug(std::size_t index, bool isAnnounced) override;
@@ -37,10 +39,17 @@ public:
     std::string rootFolder() const;
 
 private:
-    /// One port, with the camera that hangs on it.
+    using MakeUsbfs = std::function<std::shared_ptr<UsbfsDevice>(
+        const std::string& nodePath, const std::string& socketPath, const UsbfsDevice::Options&)>;
+
+    /// One port, with the device that hangs on it.
     struct Port {
+        UsbDevice* model = nullptr;
+        MakeUsbfs makeUsbfs;
+        bool isCamera = false;
         std::shared_ptr<UsbfsDevice> device; ///< null while unplugged
         std::string syspath;
+        std::vector<std::string> interfaces; ///< entries in sysfs, by number: a camera's
         std::string node;
         unsigned address = 0;
     };
@@ -52,12 +61,15 @@ private:
         std::chrono::steady_clock::time_point since;
     };
 
+    void addPort(std::size_t index, UsbDevice& model, MakeUsbfs makeUsbfs);
+    void leave(std::size_t index, std::chrono::milliseconds absence);
     void connectPort(std::size_t index, bool isAnnounced);
     void addSysfsDevice(std::size_t index, Port& port);
+    void addSysfsInterfaces(Port& port, const std::string& name);
+    void removeSysfsDevice(Port& port);
     void dropDeparted();
     void wake(std::size_t index);
 
-    CameraList& m_cameras;
     const Options m_options;
     const std::unique_ptr<UMockdevTestbed, void (*)(void*)> m_testbed;
 

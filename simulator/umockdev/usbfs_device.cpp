@@ -36,12 +36,11 @@ void deleteTask(gpointer data)
 
 } // namespace
 
-UsbfsDevice::UsbfsDevice(Camera& camera, const std::string& nodePath, std::string socketPath,
+UsbfsDevice::UsbfsDevice(UsbDevice& device, const std::string& nodePath, std::string socketPath,
                          const Options& options)
-    : m_camera(camera)
+    : m_device(device)
     , m_options(options)
-    , m_pipe(camera.config().pipe)
-    , m_speed(camera.config().speed)
+    , m_speed(device.speed())
     , m_gate(nodePath)
     , m_peers(std::move(socketPath))
     , m_handler(UMOCKDEV_IOCTL_BASE(g_object_new(UMOCKDEV_TYPE_IOCTL_BASE, nullptr)))
@@ -115,6 +114,9 @@ void UsbfsDevice::onConnected(UMockdevIoctlBase*, UMockdevIoctlClient* handle, g
     }
     self.sweep();
     self.m_clients.push_back(std::make_unique<UsbfsClient>(handle, self.m_peers.takeNewPeer()));
+    if (!self.m_isWatching) {
+        self.watchClients();
+    }
 }
 
 gboolean UsbfsDevice::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* handle, gpointer data)
@@ -152,12 +154,32 @@ void UsbfsDevice::sweep()
         for (const Urb& urb : (*client)->pending) {
             m_submittedBytes -= urb.length();
         }
-        if ((*client)->claimed.contains(topology::streamingInterface) && !m_unplugged) {
-            release(**client, topology::streamingInterface);
+        const std::set<unsigned> claimed = (*client)->claimed;
+        for (const unsigned interface : claimed) {
+            if (!m_unplugged) {
+                release(**client, interface);
+            }
         }
         client = m_clients.erase(client);
     }
     updateGate();
+}
+
+/// Sweeps for as long as there are clients: of one that was killed nothing else may tell.
+void UsbfsDevice::watchClients()
+{
+    constexpr std::chrono::milliseconds period(200);
+    sweep();
+    m_isWatching = !m_clients.empty();
+    if (m_isWatching) {
+        runOnWorker(
+            [weak = weak_from_this()] {
+                if (const auto self = weak.lock()) {
+                    self->watchClients();
+                }
+            },
+            period);
+    }
 }
 
 long UsbfsDevice::answer(UsbfsClient& client, unsigned long request, std::uintptr_t argument)
@@ -245,13 +267,16 @@ bool UsbfsDevice::isClaimedByOther(const UsbfsClient& client, unsigned interface
 
 long UsbfsDevice::claim(UsbfsClient& client, unsigned interface)
 {
-    if (interface > topology::streamingInterface) {
+    if (!hasInterface(interface)) {
         return -ENOENT;
     }
     if (isClaimedByOther(client, interface)) {
         return -EBUSY;
     }
     client.claimed.insert(interface);
+    if (m_options.onClaim) {
+        m_options.onClaim(interface, true);
+    }
     return 0;
 }
 
@@ -260,8 +285,11 @@ long UsbfsDevice::release(UsbfsClient& client, unsigned interface)
     if (client.claimed.erase(interface) == 0) {
         return -EINVAL;
     }
+    if (m_options.onClaim) {
+        m_options.onClaim(interface, false);
+    }
     // The kernel leaves a released interface in its first setting.
-    if (interface == topology::streamingInterface && m_camera.alternateSetting() != 0) {
+    if (settingOf(interface) != 0) {
         forward(0x01, usb::setInterface, 0, interface);
     }
     return 0;
@@ -309,7 +337,7 @@ long UsbfsDevice::forward(std::uint8_t requestType, std::uint8_t request, unsign
 {
     const SetupPacket setup{requestType, request, static_cast<std::uint16_t>(value),
                             static_cast<std::uint16_t>(index), 0};
-    switch (m_camera.control(setup, {}).status) {
+    switch (m_device.control(setup, {}).status) {
     case ControlStatus::Done:
         return 0;
     case ControlStatus::Stalled:

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
+#include <set>
 #include <utility>
 
 namespace zrnsim
@@ -23,7 +23,7 @@ SetupPacket parseSetup(ByteView data)
     return {data[0], data[1], word(2), word(4), word(6)};
 }
 
-int urbStatus(ControlStatus status)
+int controlStatus(ControlStatus status)
 {
     switch (status) {
     case ControlStatus::Done:
@@ -37,17 +37,12 @@ int urbStatus(ControlStatus status)
     return -EPROTO;
 }
 
-int urbStatus(TransferFault fault)
+} // namespace
+
+int UsbfsDevice::urbStatus(TransferFault fault)
 {
     return fault == TransferFault::Overflow ? -EOVERFLOW : -EPROTO;
 }
-
-bool isStream(const Urb& urb)
-{
-    return urb.request.endpoint == topology::streamingEndpoint;
-}
-
-} // namespace
 
 long UsbfsDevice::submit(UsbfsClient& client, std::uintptr_t argument)
 {
@@ -67,7 +62,7 @@ long UsbfsDevice::submit(UsbfsClient& client, std::uintptr_t argument)
     urb.request.errorCount = 0;
     urb.request.status = 0;
     return urb.request.type == USBDEVFS_URB_TYPE_CONTROL ? submitControl(client, std::move(urb))
-                                                         : submitStream(client, std::move(urb));
+                                                         : submitData(client, std::move(urb));
 }
 
 long UsbfsDevice::submitControl(UsbfsClient& client, Urb urb)
@@ -93,7 +88,7 @@ long UsbfsDevice::submitControl(UsbfsClient& client, Urb urb)
     urb.request.actualLength = setup.isDeviceToHost() ? 0 : setup.length;
     client.pending.push_back(std::move(urb));
 
-    ControlReply reply = m_camera.control(setup, out);
+    ControlReply reply = m_device.control(setup, out);
     if (reply.status == ControlStatus::Unanswered) {
         return 0; // pending until it is discarded
     }
@@ -119,7 +114,7 @@ void UsbfsDevice::finishControl(UsbfsClient& client, std::uint64_t id, const Con
     if (urb == client.pending.end()) {
         return; // discarded meanwhile
     }
-    int status = urbStatus(reply.status);
+    int status = controlStatus(reply.status);
     if (status != 0) {
         urb->request.actualLength = 0;
     } else if (!reply.data.empty()) {
@@ -137,7 +132,10 @@ bool UsbfsDevice::isBusyFor(const UsbfsClient& client, const SetupPacket& setup)
         return isClaimedByOther(client, setup.indexLow());
     }
     if (setup.recipient() == usb::recipientEndpoint) {
-        return isClaimedByOther(client, topology::streamingInterface);
+        UrbHeader request{};
+        request.endpoint = setup.indexLow();
+        const auto interface = interfaceOf(request);
+        return interface && isClaimedByOther(client, *interface);
     }
     return false;
 }
@@ -158,7 +156,7 @@ long UsbfsDevice::controlTransfer(UsbfsClient& client, std::uintptr_t argument)
     if (isBusyFor(client, setup)) {
         return -EBUSY;
     }
-    ControlReply reply = m_camera.control(setup, out);
+    ControlReply reply = m_device.control(setup, out);
     const auto timeout = std::chrono::milliseconds(transfer.timeout);
     const bool isEndless = transfer.timeout == 0;
     const bool isLate =
@@ -171,7 +169,7 @@ long UsbfsDevice::controlTransfer(UsbfsClient& client, std::uintptr_t argument)
             return -ETIMEDOUT;
         }
         if (reply.status != ControlStatus::Done) {
-            return urbStatus(reply.status);
+            return controlStatus(reply.status);
         }
         if (!reply.data.empty() && !waiting.memory.write(buffer, reply.data)) {
             return -EFAULT;
@@ -192,26 +190,16 @@ long UsbfsDevice::controlTransfer(UsbfsClient& client, std::uintptr_t argument)
     return UsbfsClient::deferred;
 }
 
-long UsbfsDevice::submitStream(UsbfsClient& client, Urb urb)
+long UsbfsDevice::submitData(UsbfsClient& client, Urb urb)
 {
-    const bool isBulk = urb.request.type == USBDEVFS_URB_TYPE_BULK;
-    const bool isIso = urb.request.type == USBDEVFS_URB_TYPE_ISO;
-    if (!isStream(urb) || (!isBulk && !isIso)) {
+    const auto interface = interfaceOf(urb.request);
+    if (!interface) {
         return -ENOENT;
     }
-    if (endpointCapacity(m_camera.config(), m_camera.alternateSetting()) == 0) {
-        return -ENOENT;
-    }
-    if (isBulk != (m_pipe == StreamPipe::Bulk)) {
-        return -EINVAL;
-    }
-    if (claim(client, topology::streamingInterface) != 0) {
+    if (!client.claimed.contains(*interface) && claim(client, *interface) != 0) {
         return -EBUSY;
     }
-    if (m_camera.takeSubmissionRefusal()) {
-        return -ENOMEM;
-    }
-    if (isIso) {
+    if (urb.request.type == USBDEVFS_URB_TYPE_ISO) {
         const int count = urb.request.numberOfPackets;
         if (count < 1 || count > maxIsoPackets) {
             return -EINVAL;
@@ -223,85 +211,36 @@ long UsbfsDevice::submitStream(UsbfsClient& client, Urb urb)
             return -EFAULT;
         }
     }
+    if (const long refused = admit(urb)) {
+        return refused;
+    }
     m_submittedBytes += urb.length();
     client.pending.push_back(std::move(urb));
     pump();
     return 0;
 }
 
-/// Hands out stream data as long as there is any and a request block to take it.
+/// Lets each endpoint answer request blocks, in their order, for as long as it can.
 void UsbfsDevice::pump()
 {
     sweep();
+    std::set<unsigned char> waiting;
     for (const auto& client : m_clients) {
         for (auto urb = client->pending.begin(); urb != client->pending.end();) {
             const auto current = urb++;
-            if (isStream(*current) && !serveStream(*client, current)) {
-                updateGate();
-                return;
+            const unsigned char endpoint = current->request.endpoint;
+            if (current->request.type != USBDEVFS_URB_TYPE_CONTROL && !waiting.contains(endpoint) &&
+                !serve(*client, current)) {
+                waiting.insert(endpoint);
             }
         }
     }
     updateGate();
 }
 
-/// Completes the request block if the endpoint has an answer for it.
-bool UsbfsDevice::serveStream(UsbfsClient& client, std::list<Urb>::iterator urb)
-{
-    if (m_camera.isEndpointHalted()) {
-        m_camera.noteStall();
-        complete(client, urb, -EPIPE);
-        return true;
-    }
-    if (const auto fault = m_camera.takeTransferFault()) {
-        complete(client, urb, urbStatus(*fault));
-        return true;
-    }
-    if (m_pipe == StreamPipe::Isochronous) {
-        return serveIsochronous(client, urb);
-    }
-    const auto piece = m_camera.nextPiece(urb->length());
-    if (!piece) {
-        return false;
-    }
-    urb->request.actualLength = static_cast<int>(piece->size());
-    const bool isWritten = client.memory.write(urb->buffer(), piece->header(), piece->body());
-    complete(client, urb, isWritten ? 0 : -EFAULT);
-    return true;
-}
-
-/// Fills the packets with payloads; what finds no payload passes empty, in the bus's time.
-bool UsbfsDevice::serveIsochronous(UsbfsClient& client, std::list<Urb>::iterator urb)
-{
-    std::vector<PayloadPiece> pieces;
-    pieces.reserve(urb->packets.size());
-    std::vector<ClientMemory::Placement> placements;
-    placements.reserve(2 * urb->packets.size());
-    std::uintptr_t target = urb->buffer();
-    bool isDry = false;
-    for (auto& packet : urb->packets) {
-        packet.actual_length = 0;
-        packet.status = 0;
-        auto piece = isDry ? std::nullopt : m_camera.nextPiece(packet.length);
-        isDry = !piece;
-        if (piece) {
-            packet.actual_length = static_cast<unsigned>(piece->size());
-            const PayloadPiece& kept = pieces.emplace_back(std::move(*piece));
-            placements.push_back({target, kept.header()});
-            placements.push_back({target + kept.headerLength, kept.body()});
-        }
-        target += packet.length;
-    }
-    if (pieces.empty() && !isIsochronousSlotOver(*urb)) {
-        return false;
-    }
-    complete(client, urb, client.memory.write(placements) ? 0 : -EFAULT);
-    return true;
-}
-
 bool UsbfsDevice::isIsochronousSlotOver(const Urb& urb)
 {
-    const auto now = Clock::now();
+    const auto now = std::chrono::steady_clock::now();
     if (now >= m_isoSlot) {
         const auto packets = static_cast<int>(urb.packets.size());
         m_isoSlot = std::max(m_isoSlot, now - packets * microframe) + packets * microframe;
@@ -320,13 +259,11 @@ bool UsbfsDevice::isIsochronousSlotOver(const Urb& urb)
     return false;
 }
 
-void UsbfsDevice::complete(UsbfsClient& client, std::list<Urb>::iterator urb, int status)
+void UsbfsDevice::complete(UsbfsClient& client, UrbPosition urb, int status)
 {
     urb->request.status = status;
     m_submittedBytes -= urb->length();
-    if (isStream(*urb) && status == 0) {
-        m_camera.noteTransfer();
-    }
+    noteCompletion(*urb);
     client.completed.push_back(std::move(*urb));
     client.pending.erase(urb);
     answerBlockedReap(client);
