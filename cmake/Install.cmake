@@ -14,7 +14,7 @@ endfunction()
 
 install(TARGETS zrncamera LIBRARY DESTINATION "${ZRN_PLUGIN_DIR}" COMPONENT plugin)
 if(ZRN_INSTALL_UDEV_RULE)
-    install(FILES packaging/udev/70-zrncamera.rules DESTINATION "${ZRN_UDEV_RULES_DIR}" COMPONENT plugin)
+    install(FILES "${zrn_made}/${ZRN_UDEV_RULE_FILE}" DESTINATION "${ZRN_UDEV_RULES_DIR}" COMPONENT plugin)
 endif()
 
 install(TARGETS zrncamera_interfaces EXPORT zrncameraTargets

@@ -6,30 +6,30 @@
 ///
 /// The numbers are binding between host and plugin, the enumerators are not.
 enum class ErrorCode : quint32 {
-    Success = 0,
+    Success = 0, ///< success
 
-    NoCamera = 512, ///< no camera connected, or a null pointer given to IFactory::deleteDevice
+    NoCamera = 512,       ///< no camera is connected
     SplitException = 513, ///< an exception came out of unpacking a frame
 
-    SerialNotFound = 769,    ///< serial not among the enumerated cameras
-    IndexNotFound = 770,     ///< no enumerated camera at that index
-    NodeNotOpen = 771,       ///< the camera is missing or not open; enumerate again
-    AlreadyConnected = 772,  ///< this camera object already has a camera
-    NotSupported = 775,      ///< operation not supported, or an unknown property or command key
-    NothingEnumerated = 776, ///< connecting: nothing enumerated; deleting: not of this factory
-    NotConnected = 777,      ///< reconnecting or disconnecting without a connection
-    PropertyFailed = 779,    ///< known key, but the access failed or the value has the wrong type
-    BadArgument = 780,       ///< empty serial, value or index out of range, entry "value" missing
-    CommandFailed = 781,     ///< the command is known, but the camera refused it
+    SerialNotFound = 769,    ///< no enumerated camera has this serial
+    IndexNotFound = 770,     ///< no enumerated camera at this index
+    NodeNotOpen = 771,       ///< the camera was enumerated, but is not open any more
+    AlreadyConnected = 772,  ///< this camera object is connected already
+    NotSupported = 775,      ///< not supported, or the key is unknown or read-only
+    NothingEnumerated = 776, ///< no camera was enumerated
+    NotConnected = 777,      ///< the camera object is not connected
+    PropertyFailed = 779,    ///< known key, but the access failed or the value has a wrong type
+    BadArgument = 780,       ///< an argument is empty, missing or out of range
+    CommandFailed = 781,     ///< the camera did not carry out the command
 
     NotStreaming = 1033,        ///< the stream is not running
     GrabTimeout = 1034,         ///< no frame arrived within the wait
     SplitFailed = 1035,         ///< a frame could not be unpacked
-    ExposureWriteFailed = 1037, ///< exposure could not be written
-    ExposureReadFailed = 1038,  ///< exposure could not be read, or differs from what was written
-    ExposureRangeFailed = 1039, ///< exposure range could not be read
-    GainWriteFailed = 1040,     ///< gain could not be written, or differs from what was written
-    GainReadFailed = 1041,      ///< gain could not be read
+    ExposureWriteFailed = 1037, ///< the exposure time could not be written
+    ExposureReadFailed = 1038,  ///< the exposure time could not be read, or reads back differently
+    ExposureRangeFailed = 1039, ///< the exposure range could not be read
+    GainWriteFailed = 1040,     ///< the gain could not be written, or reads back differently
+    GainReadFailed = 1041,      ///< the gain could not be read
     NoFrameDescriptor = 1047,   ///< the camera reports no format or no frame size
     StreamStartFailed = 1052,   ///< the stream could not be started
 };

@@ -1,6 +1,7 @@
 #include "zrn_camera_factory.h"
 
 #include "atomic_field.h"
+#include "guard_status.h"
 
 #include <QMutex>
 #include <QMutexLocker>
@@ -11,6 +12,21 @@
 
 namespace
 {
+
+/// The places that a host has chosen, each once. What is none is left out, and said.
+QList<BusPlace> placesOf(const QStringList& devices)
+{
+    QList<BusPlace> places;
+    for (const QString& device : devices) {
+        const std::optional<BusPlace> place = busPlaceOf(device);
+        if (!place) {
+            CZRNCamera::logMalformedPlace(device);
+        } else if (!places.contains(*place)) {
+            places.append(*place);
+        }
+    }
+    return places;
+}
 
 /// Knows every live factory, and brings those that are left to rest when the process exits.
 class FactoryRegistry
@@ -66,6 +82,9 @@ CZRNCameraFactory::CZRNCameraFactory(QObject* parent)
     : IFactory(parent)
 {
     factoryRegistry().add(this);
+    // Both exist from the start: what is set later changes their values alone.
+    setProperty(IFactory::deviceSerialsProperty, QVariantMap());
+    setProperty(IFactory::guardsProperty, QString());
     CZRNCamera::initizlizeZRNCameraLibrary();
 }
 
@@ -114,7 +133,34 @@ QVersionNumber CZRNCameraFactory::version()
 
 int CZRNCameraFactory::enumDevice()
 {
-    return shared(m_exited).load() ? 0 : CZRNCamera::enumZRNCameraDevices();
+    if (shared(m_exited).load()) {
+        return 0;
+    }
+    const QStringList devices = property(IFactory::devicesProperty).toStringList();
+    int count = 0;
+    if (devices.isEmpty()) {
+        count = CZRNCamera::enumZRNCameraDevices();
+    } else {
+        QVariantMap serials;
+        count = CZRNCamera::enumChosenDevices(placesOf(devices), serials);
+        setProperty(IFactory::deviceSerialsProperty, serials);
+    }
+    publishGuardStatus();
+    return count;
+}
+
+void CZRNCameraFactory::publishGuardStatus()
+{
+    const QString text = QString::fromStdString(guardStatus().text);
+    {
+        const QWriteLocker locker(&m_listLock);
+        if (text == m_publishedGuardStatus) {
+            return;
+        }
+        m_publishedGuardStatus = text;
+    }
+    // A property belongs to the factory's own thread.
+    QMetaObject::invokeMethod(this, [this, text] { setProperty(IFactory::guardsProperty, text); });
 }
 
 DeviceInterface* CZRNCameraFactory::createDevice()

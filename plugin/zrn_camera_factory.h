@@ -44,5 +44,9 @@ protected:
     qint32 m_cameraCount = 0; ///< cameras in the list
 
 private:
-    bool m_exited = false; ///< the library's static objects must not be touched any more
+    /// Sets the dynamic property "guards": how this process is protected from libuvc's faults.
+    void publishGuardStatus();
+
+    QString m_publishedGuardStatus; ///< under m_listLock
+    bool m_exited = false;          ///< the library's static objects must not be touched any more
 };

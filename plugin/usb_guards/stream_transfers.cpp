@@ -2,6 +2,9 @@
 
 #include "original_usb.h"
 
+#include <cstddef>
+#include <new>
+
 namespace usbguards
 {
 namespace
@@ -25,7 +28,7 @@ void screenPayloads(libusb_transfer& transfer, PayloadMeter& meter)
     // libuvc gives all packets of a transfer the same length.
     const unsigned char* data = transfer.buffer;
     for (int i = 0; i < transfer.num_iso_packets; ++i) {
-        libusb_iso_packet_descriptor& packet = packetsOf(transfer)[i];
+        libusb_iso_packet_descriptor& packet = transfer.iso_packet_desc[i];
         if (packet.status == LIBUSB_TRANSFER_COMPLETED &&
             !meter.accept(bytes(data, static_cast<int>(packet.actual_length)), packet.length)) {
             packet.actual_length = 0;
@@ -51,8 +54,8 @@ libusb_transfer_status endStatus(int error)
 
 StreamTransfers& StreamTransfers::instance()
 {
-    // Never destroyed: libuvc's threads may outlive the static objects of a process that exits.
-    static auto* const transfers = new StreamTransfers;
+    alignas(StreamTransfers) static std::byte storage[sizeof(StreamTransfers)];
+    static auto* const transfers = new (storage) StreamTransfers;
     return *transfers;
 }
 
@@ -107,15 +110,17 @@ int StreamTransfers::cancel(libusb_transfer* transfer)
                                                                     : LIBUSB_ERROR_NOT_FOUND;
 }
 
+bool StreamTransfers::knows(libusb_transfer* transfer)
+{
+    return find(transfer) != nullptr;
+}
+
 void StreamTransfers::forget(libusb_transfer* transfer)
 {
     const std::lock_guard locker(m_mutex);
-    const auto found = m_records.find(transfer);
-    if (found == m_records.end()) {
-        return;
+    if (m_records.erase(transfer) > 0) {
+        std::erase_if(m_meters, [](const auto& meter) { return meter.second.expired(); });
     }
-    m_records.erase(found);
-    std::erase_if(m_meters, [](const auto& meter) { return meter.second.expired(); });
 }
 
 void StreamTransfers::onCompletion(libusb_transfer* transfer)

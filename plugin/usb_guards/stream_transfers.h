@@ -1,11 +1,12 @@
 #pragma once
 
-#include "libusb_types.h"
 #include "payload_meter.h"
 
+#include <libusb.h>
+
+#include <map>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 
 namespace usbguards
 {
@@ -22,6 +23,7 @@ namespace usbguards
 class StreamTransfers
 {
 public:
+    /// Never destroyed: libuvc's threads may outlive the static objects of a process that exits.
     static StreamTransfers& instance();
 
     static bool isStream(const libusb_transfer& transfer);
@@ -33,6 +35,9 @@ public:
     /// @return NOT_FOUND when the end of the transfer is to come, another error when there is
     /// nothing to wait for.
     int cancel(libusb_transfer* transfer);
+
+    /// Whether the transfer has been submitted, or tried to, and not been freed since.
+    bool knows(libusb_transfer* transfer);
 
     /// The transfer is about to be freed.
     void forget(libusb_transfer* transfer);
@@ -52,9 +57,12 @@ private:
     std::shared_ptr<Record> find(libusb_transfer* transfer);
     std::shared_ptr<Record> findOrAdd(libusb_transfer* transfer);
 
-    std::mutex m_mutex; ///< guards the maps
-    std::unordered_map<libusb_transfer*, std::shared_ptr<Record>> m_records;
-    std::unordered_map<void*, std::weak_ptr<PayloadMeter>> m_meters; ///< by libuvc's stream
+    StreamTransfers() = default;
+    ~StreamTransfers() = default;
+
+    std::mutex m_mutex; ///< guards the maps, which hold no memory while they are empty
+    std::map<libusb_transfer*, std::shared_ptr<Record>> m_records;
+    std::map<void*, std::weak_ptr<PayloadMeter>> m_meters; ///< by libuvc's stream
 };
 
 } // namespace usbguards

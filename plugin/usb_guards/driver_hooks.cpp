@@ -1,0 +1,44 @@
+// What the camera class asks of the library that it is a part of.
+
+#include "abandonment.h"
+#include "driver_calls.h"
+#include "guard_status.h"
+#include "installation.h"
+
+using usbguards::Installation;
+
+GuardStatus guardStatus()
+{
+    const Installation::Status status = Installation::instance().status();
+    switch (status.state) {
+    case Installation::State::Unused:
+        return {true, "not needed yet"};
+    case Installation::State::Needless:
+        return {true, "not needed"};
+    case Installation::State::InEffect:
+        return {true, "in effect"};
+    case Installation::State::Missing:
+        break;
+    }
+    return {false, status.fault};
+}
+
+/// Without the guards, libuvc can neither stop nor close a camera that has left the bus.
+bool mustAbandon(uvc_device_handle_t* handle)
+{
+    const auto usbHandleOf = Installation::instance().usbHandleGetter();
+    if (guardStatus().areSafe || !usbHandleOf) {
+        return false;
+    }
+    auto* const usbHandle = usbHandleOf(handle);
+    if (!usbHandle || !usbguards::forDriver::hasDeparted(usbHandle, 0)) {
+        return false;
+    }
+    keepLibraryLoaded();
+    return true;
+}
+
+void keepLibraryLoaded()
+{
+    usbguards::stayLoaded();
+}
