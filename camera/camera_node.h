@@ -15,19 +15,20 @@
 /// device.
 ///
 /// Locking: `accessLock` is held for reading during the libuvc calls of one operation and the
-/// pauses between them, and for writing while the three libuvc objects are replaced or closed. It
-/// is the innermost lock: whoever holds it takes no other lock of the driver, except a camera's
-/// control mutex or this node's stream mutex. `streamMutex` is held while libuvc starts or stops
-/// the node's stream, because libuvc keeps a device's streams in a list without a lock, and two
-/// camera objects may share the node.
+/// pauses between them, and for writing while the three libuvc objects are replaced or closed.
+/// Whoever holds it for reading takes no other lock of the driver but a camera's control or frame
+/// mutex and this node's stream mutex; whoever holds it for writing, a camera's node lock.
+/// `streamMutex` is held while libuvc starts or stops the node's stream, because libuvc keeps a
+/// device's streams in a list without a lock, and two camera objects may share the node.
 struct CameraNode {
-    QString serial;                 ///< decimal serial key, equal to the node's key in the table
-    uvc_device_t* device = nullptr; ///< referenced
+    QString serial; ///< decimal serial key, the node's in the table; never changes there
+    uvc_device_t* device = nullptr;        ///< referenced
     uvc_device_handle_t* handle = nullptr; ///< null once the camera has been closed
     uvc_context_t* context = nullptr;      ///< of this node alone
     bool isOpen = false; ///< filled from an open device, and not disconnected since
 
     QReadWriteLock accessLock;
+    std::atomic<int> closings = 0; ///< threads that close it: there is no access any more
     QMutex streamMutex;
     std::atomic<int> references = 1; ///< the table's own, and one for each NodeReference
 };

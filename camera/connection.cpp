@@ -1,4 +1,5 @@
 #include "atomic_field.h"
+#include "sensor_types.h"
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
@@ -16,28 +17,6 @@ constexpr int serialPrefixLength = 2;
 constexpr auto serialPrefix = "ZR";
 
 constexpr uint8_t manualExposureMode = 1;
-
-// Sensors that are known by the size of their first frame, and how their frames are streamed.
-struct DoubleSensor {
-    qint32 width;
-    qint32 height;
-    CameraSpace::PixelFormatType format;
-    qint32 streamedWidth;
-    qint32 streamedHeight;
-};
-constexpr DoubleSensor doubleSensors[] = {
-    {1308, 1991, CameraSpace::PixelFormatType::Mono8, 2616, 1991},
-    {640, 960, CameraSpace::PixelFormatType::Double8, 1280, 1024},
-};
-constexpr qint32 doubleSensorType = 5;
-
-/// The sensor type that a camera reports; unknown ones are treated as type 0.
-qint32 reportedSensorType(uint16_t contrast)
-{
-    constexpr uint16_t highestType = 15;
-    constexpr uint16_t unusedType = 9;
-    return contrast > highestType || contrast == unusedType ? 0 : contrast;
-}
 
 } // namespace
 
@@ -106,9 +85,11 @@ ErrorCode CZRNCamera::connectDeviceByIndex(int index)
 
 ErrorCode CZRNCamera::connectNode(NodeReference node)
 {
+    std::optional<QSize> firstFrame;
     {
         const DeviceAccess device(node);
-        if (!readGeometry(device)) {
+        firstFrame = readFrameSize(device);
+        if (!firstFrame) {
             return ErrorCode::NoFrameDescriptor;
         }
         m_serial = device.serial();
@@ -117,15 +98,15 @@ ErrorCode CZRNCamera::connectNode(NodeReference node)
         const QWriteLocker locker(&m_nodeLock);
         m_currentNode = node.take();
     }
-    initializeCamera();
+    initializeCamera(*firstFrame, true);
     return ErrorCode::Success;
 }
 
-bool CZRNCamera::readGeometry(const DeviceAccess& device)
+std::optional<QSize> CZRNCamera::readFrameSize(const DeviceAccess& device)
 {
     const uvc_format_desc_t* formats = device.formats();
     if (!formats) {
-        return false;
+        return std::nullopt;
     }
     for (const uvc_format_desc_t* format = formats; format; format = format->next) {
         logFormat(*format);
@@ -133,14 +114,9 @@ bool CZRNCamera::readGeometry(const DeviceAccess& device)
             logFrame(*frame);
         }
     }
-
     const uvc_frame_desc_t* firstFrame = formats->frame_descs;
-    if (!firstFrame) {
-        return false;
-    }
-    shared(m_imageWidth).store(firstFrame->wWidth);
-    shared(m_imageHeight).store(firstFrame->wHeight);
-    return true;
+    return firstFrame ? std::optional(QSize(firstFrame->wWidth, firstFrame->wHeight))
+                      : std::nullopt;
 }
 
 void CZRNCamera::logFormat(const uvc_format_desc_t& format)
@@ -156,26 +132,24 @@ void CZRNCamera::logFrame(const uvc_frame_desc_t& frame)
 
 bool CZRNCamera::initializeCamera()
 {
+    const FrameGeometry geometry = frameGeometry();
+    return initializeCamera({geometry.width, geometry.height}, false);
+}
+
+bool CZRNCamera::initializeCamera(QSize firstFrame, bool isNewCamera)
+{
     const NodeReference node = currentNode();
     if (!node) {
         return false;
     }
 
-    qint32 sensorType = doubleSensorType;
-    const qint32 width = shared(m_imageWidth).load();
-    const qint32 height = shared(m_imageHeight).load();
-    const DoubleSensor* doubleSensor = nullptr;
-    for (const DoubleSensor& sensor : doubleSensors) {
-        if (sensor.width == width && sensor.height == height) {
-            doubleSensor = &sensor;
-        }
-    }
+    qint32 sensorType = 0;
+    const DoubleSensor* doubleSensor = findDoubleSensor(firstFrame.width(), firstFrame.height());
     if (doubleSensor) {
-        shared(m_pixelFormat).store(doubleSensor->format);
-        shared(m_imageWidth).store(doubleSensor->streamedWidth);
-        shared(m_imageHeight).store(doubleSensor->streamedHeight);
+        sensorType = doubleSensor->sensorType;
+        publishGeometry({doubleSensor->streamedWidth, doubleSensor->streamedHeight},
+                        doubleSensor->format, sensorType, isNewCamera);
     } else {
-        shared(m_pixelFormat).store(CameraSpace::PixelFormatType::Packed16);
         uint16_t contrast = 0;
         const uvc_error_t result =
             DeviceAccess(node).call(uvc_get_contrast, &contrast, UVC_GET_CUR);
@@ -184,8 +158,9 @@ bool CZRNCamera::initializeCamera()
             contrast = 0;
         }
         sensorType = reportedSensorType(contrast);
+        publishGeometry(firstFrame, CameraSpace::PixelFormatType::Packed16, sensorType,
+                        isNewCamera);
     }
-    shared(m_sensorType).store(sensorType);
     qCDebug(m_category) << "m_sensorType: " << sensorType;
 
     // What cannot be read keeps its value. The limits are read aside because other threads check
@@ -217,16 +192,18 @@ ErrorCode CZRNCamera::reconnectDevice()
     if (m_serial.isEmpty()) {
         return ErrorCode::BadArgument;
     }
+    std::optional<QSize> firstFrame;
     {
         const DeviceAccess device = accessDevice();
         if (!device) {
             return ErrorCode::NotConnected;
         }
-        if (!readGeometry(device)) {
+        firstFrame = readFrameSize(device);
+        if (!firstFrame) {
             return ErrorCode::NoFrameDescriptor;
         }
     }
-    initializeCamera();
+    initializeCamera(*firstFrame, false);
     return ErrorCode::Success;
 }
 
@@ -239,16 +216,20 @@ ErrorCode CZRNCamera::disconnectDevice()
     }
     stopStream(0);
 
+    const NodeReference node = currentNode();
     void* closedHandle = nullptr;
+    bool closed = false;
     {
+        // Waits for the control requests that run, and only then lets others wait for the closing.
+        const NodeClosing closing(*node.get());
         const QWriteLocker locker(&m_nodeLock);
-        {
-            const QReadLocker access(&m_currentNode->accessLock);
-            closedHandle = m_currentNode->handle;
-        }
-        closeSpecifedDevice(m_currentNode);
-        shared(m_currentNode->isOpen).store(false);
+        closedHandle = node->handle;
+        closed = closeNode(*node.get());
+        shared(node->isOpen).store(false);
         NodeReference::release(std::exchange(m_currentNode, nullptr));
+    }
+    if (!closed) {
+        logAbandoned(*node.get());
     }
     qCDebug(m_category) << "end CZRNCamera::disconnectDevice function :" << closedHandle;
     return ErrorCode::Success;
@@ -269,6 +250,11 @@ bool CZRNCamera::readSerial(QString& serial)
     if (!device) {
         return false;
     }
-    serial = QLatin1String(serialPrefix) + device.serial();
+    serial = hostSerial(device.serial());
     return serial.length() > serialPrefixLength;
+}
+
+QString CZRNCamera::hostSerial(const QString& serialKey)
+{
+    return QLatin1String(serialPrefix) + serialKey;
 }

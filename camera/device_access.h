@@ -9,7 +9,8 @@
 /// Access to the libuvc handle of one node, for the length of a scope.
 ///
 /// While an access lives, nobody closes the handle under it. It must therefore end with the
-/// operation that made it, and its owner must not take another access or a camera's node lock.
+/// operation that made it, and its owner must not take another access or a camera's node lock. A
+/// node that is being closed is not waited for: it counts as closed.
 class DeviceAccess
 {
 public:
@@ -17,13 +18,14 @@ public:
     explicit DeviceAccess(NodeReference node)
         : m_node(std::move(node))
     {
-        if (m_node) {
+        if (m_node && m_node->closings == 0) {
             m_node->accessLock.lockForRead();
+            m_isLocked = true;
         }
     }
     ~DeviceAccess()
     {
-        if (m_node) {
+        if (m_isLocked) {
             m_node->accessLock.unlock();
         }
     }
@@ -34,7 +36,10 @@ public:
     explicit operator bool() const { return static_cast<bool>(m_node); }
 
     /// Null when the camera has been closed by another enumeration or by another object.
-    [[nodiscard]] uvc_device_handle_t* handle() const { return m_node->handle; }
+    [[nodiscard]] uvc_device_handle_t* handle() const
+    {
+        return m_isLocked ? m_node->handle : nullptr;
+    }
 
     [[nodiscard]] QString serial() const { return m_node->serial; }
 
@@ -43,18 +48,42 @@ public:
     uvc_error_t call(uvc_error_t (*function)(uvc_device_handle_t*, Parameters...),
                      Arguments&&... arguments) const
     {
-        if (!m_node->handle) {
+        if (!handle()) {
             return UVC_ERROR_NO_DEVICE;
         }
-        return function(m_node->handle, std::forward<Arguments>(arguments)...);
+        return function(handle(), std::forward<Arguments>(arguments)...);
     }
 
     /// The camera's video formats, or null.
     [[nodiscard]] const uvc_format_desc_t* formats() const
     {
-        return m_node->handle ? uvc_get_format_descs(m_node->handle) : nullptr;
+        return handle() ? uvc_get_format_descs(handle()) : nullptr;
     }
 
 private:
     NodeReference m_node;
+    bool m_isLocked = false;
+};
+
+/// The right to close one node, for the length of a scope. It waits for the accesses that live, and
+/// lets no other begin meanwhile.
+class NodeClosing
+{
+public:
+    explicit NodeClosing(CameraNode& node)
+        : m_node(node)
+    {
+        ++m_node.closings;
+        m_node.accessLock.lockForWrite();
+    }
+    ~NodeClosing()
+    {
+        m_node.accessLock.unlock();
+        --m_node.closings;
+    }
+    NodeClosing(const NodeClosing&) = delete;
+    NodeClosing& operator=(const NodeClosing&) = delete;
+
+private:
+    CameraNode& m_node;
 };

@@ -1,5 +1,8 @@
 #include "abandonment.h"
 #include "atomic_field.h"
+#include "camera_ids.h"
+#include "guard_status.h"
+#include "served_devices.h"
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
@@ -7,20 +10,6 @@
 
 #include <array>
 #include <memory>
-
-namespace
-{
-
-constexpr int servedVendorId = 0x0483;
-constexpr int servedProductId = 0x5750;
-constexpr uint8_t unreferenceDevices = 1;
-
-bool matches(const uvc_device_descriptor_t& descriptor, int vendorId, int productId)
-{
-    return descriptor.idVendor == vendorId && descriptor.idProduct == productId;
-}
-
-} // namespace
 
 bool CZRNCamera::initizlizeZRNCameraLibrary()
 {
@@ -70,21 +59,10 @@ bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, Came
         }
         if (matches(*descriptor, vendorId, productId)) {
             if (matched == index) {
-                uvc_device_handle_t* handle = nullptr;
-                result = uvc_open(devices[position], &handle);
-                if (result == UVC_SUCCESS) {
-                    qCDebug(m_category) << " open device num:" << position
-                                        << ",handle:" << static_cast<void*>(handle);
-                    node.serial = readSerial(handle);
-                    node.handle = handle;
-                    node.context = context;
-                    uvc_ref_device(devices[position]);
-                    node.device = devices[position];
+                if (openListedDevice(devices[position], position, context, node)) {
                     uvc_free_device_list(devices, unreferenceDevices);
                     return true;
                 }
-                qCDebug(m_category)
-                    << " open device num:" << position << " failed, errCode :" << result;
             }
             ++matched;
         }
@@ -96,28 +74,70 @@ bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, Came
     return false;
 }
 
+bool CZRNCamera::openListedDevice(uvc_device_t* device, int position, uvc_context_t* context,
+                                  CameraNode& node)
+{
+    uvc_device_handle_t* handle = nullptr;
+    const uvc_error_t result = uvc_open(device, &handle);
+    if (result != UVC_SUCCESS) {
+        qCDebug(m_category) << " open device num:" << position << " failed, errCode :" << result;
+        return false;
+    }
+    qCDebug(m_category) << " open device num:" << position
+                        << ",handle:" << static_cast<void*>(handle);
+    node.serial = readSerial(handle);
+    node.handle = handle;
+    node.context = context;
+    uvc_ref_device(device);
+    node.device = device;
+    return true;
+}
+
 void CZRNCamera::closeSpecifedDevice(CameraNode* node)
 {
-    const QWriteLocker locker(&node->accessLock);
-    if (node->handle && mustAbandon(node->handle)) {
-        // What libuvc holds for it stays allocated.
-        qCCritical(m_category) << " camera is gone and cannot be closed, serial:" << node->serial;
-        node->handle = nullptr;
-        node->device = nullptr;
-        node->context = nullptr;
-        return;
+    bool closed = false;
+    {
+        const NodeClosing closing(*node);
+        closed = closeNode(*node);
     }
-    if (node->handle) {
-        uvc_close(node->handle);
-        node->handle = nullptr;
+    if (!closed) {
+        logAbandoned(*node);
     }
-    if (node->device) {
-        uvc_unref_device(node->device);
-        node->device = nullptr;
+}
+
+bool CZRNCamera::closeNode(CameraNode& node)
+{
+    const bool abandoned = node.handle && mustAbandon(node.handle);
+    if (!abandoned) {
+        if (node.handle) {
+            uvc_close(node.handle);
+        }
+        if (node.device) {
+            uvc_unref_device(node.device);
+        }
+        if (node.context) {
+            uvc_exit(node.context);
+        }
     }
-    if (node->context) {
-        uvc_exit(node->context);
-        node->context = nullptr;
+    node.handle = nullptr;
+    node.device = nullptr;
+    node.context = nullptr;
+    return !abandoned;
+}
+
+void CZRNCamera::logAbandoned(const CameraNode& node)
+{
+    qCCritical(m_category) << " camera is gone and cannot be closed, serial:" << node.serial;
+}
+
+void CZRNCamera::reportMissingGuards()
+{
+    static bool isReported = false; // under the enumeration lock
+    const GuardStatus guards = guardStatus();
+    if (!guards.areSafe && !isReported) {
+        isReported = true;
+        qCCritical(m_category) << " libuvc's faults are not guarded against:"
+                               << guards.text.c_str();
     }
 }
 
@@ -136,6 +156,7 @@ int CZRNCamera::enumZRNCameraDevices()
         m_enumCount = 0;
         return 0;
     }
+    reportMissingGuards();
 
     // A record stays, closed, for as long as a connected camera points at it.
     releaseNodes(takeNodes());
@@ -155,8 +176,8 @@ int CZRNCamera::enumZRNCameraDevices()
             continue;
         }
         CameraNode opened;
-        if (matches(*descriptor, servedVendorId, servedProductId) &&
-            openSpecifedDevice(servedVendorId, servedProductId, count, opened)) {
+        if (matches(*descriptor, zrn::cameraVendorId, zrn::cameraProductId) &&
+            openSpecifedDevice(zrn::cameraVendorId, zrn::cameraProductId, count, opened)) {
             registerNode(opened);
             ++count;
         }
@@ -219,13 +240,13 @@ void CZRNCamera::registerNode(const CameraNode& opened)
     CameraNode*& node = m_cameraNodeMap[opened.serial];
     if (!node) {
         node = new CameraNode;
+        node->serial = opened.serial;
     }
     // A second camera with the same serial takes the place of the first, which stays open.
     const QWriteLocker access(&node->accessLock);
     if (node->handle) {
         keepLibraryLoaded();
     }
-    node->serial = opened.serial;
     node->device = opened.device;
     node->handle = opened.handle;
     node->context = opened.context;

@@ -5,24 +5,8 @@
 namespace
 {
 
-enum class Step { Hundred, Fractional, One };
-
 constexpr double fractionalStep = 22.22;
 constexpr std::uint32_t hundredStep = 100;
-
-Step stepOf(int sensorType)
-{
-    switch (sensorType) {
-    case 0:
-    case 15:
-        return Step::Hundred;
-    case 1:
-    case 5:
-        return Step::Fractional;
-    default:
-        return Step::One;
-    }
-}
 
 std::uint32_t truncated(double microseconds)
 {
@@ -37,37 +21,37 @@ std::uint32_t truncated(double microseconds)
 
 } // namespace
 
-std::int16_t exposureToDevice(int sensorType, std::uint32_t microseconds)
+std::int16_t exposureToDevice(ExposureStep step, std::uint32_t microseconds)
 {
-    switch (stepOf(sensorType)) {
-    case Step::Hundred:
+    switch (step) {
+    case ExposureStep::Hundred:
         return static_cast<std::int16_t>(microseconds / hundredStep);
-    case Step::Fractional:
+    case ExposureStep::Fractional:
         return static_cast<std::int16_t>(static_cast<std::int32_t>(microseconds / fractionalStep));
-    case Step::One:
+    case ExposureStep::One:
         break;
     }
     return static_cast<std::int16_t>(microseconds);
 }
 
-std::uint32_t exposureLimitFromDevice(int sensorType, std::uint32_t count)
+std::uint32_t exposureLimitFromDevice(ExposureStep step, std::uint32_t count)
 {
-    switch (stepOf(sensorType)) {
-    case Step::Hundred:
+    switch (step) {
+    case ExposureStep::Hundred:
         return count * hundredStep;
-    case Step::Fractional:
+    case ExposureStep::Fractional:
         return truncated(count * fractionalStep);
-    case Step::One:
+    case ExposureStep::One:
         break;
     }
     return count;
 }
 
-std::uint32_t exposureFromDevice(int sensorType, std::int16_t count)
+std::uint32_t exposureFromDevice(ExposureStep step, std::int16_t count)
 {
-    if (stepOf(sensorType) == Step::Fractional) {
+    if (step == ExposureStep::Fractional) {
         return truncated(count * fractionalStep);
     }
-    return exposureLimitFromDevice(sensorType,
+    return exposureLimitFromDevice(step,
                                    static_cast<std::uint32_t>(static_cast<std::int32_t>(count)));
 }

@@ -5,7 +5,10 @@
 
 #include <QMutexLocker>
 
+#include <algorithm>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 
 namespace
 {
@@ -20,7 +23,81 @@ int elapsedSince(const QTime& start)
     return elapsed < 0 ? elapsed + millisecondsPerDay : elapsed;
 }
 
+bool isOfSize(const uvc_frame& frame, int width, int height)
+{
+    return frame.width == static_cast<quint32>(width) &&
+           frame.height == static_cast<quint32>(height);
+}
+
+bool isWhole(const uvc_frame& frame, quint32 size)
+{
+    return frame.data_bytes == size && (frame.data || size == 0);
+}
+
 } // namespace
+
+/// The cameras that exist. A stream that libuvc is not asked to stop may still deliver a frame, to
+/// a camera that has been deleted meanwhile.
+struct CZRNCamera::LivingCameras {
+    std::mutex mutex;
+    std::condition_variable callbackEnded;
+    std::vector<CZRNCamera*> cameras;
+
+    /// Never destroyed, because such a stream may outlive every static object.
+    static LivingCameras& instance()
+    {
+        static auto& living = *new LivingCameras;
+        return living;
+    }
+};
+
+/// Keeps a camera from being deleted for the length of a callback; holds none of its locks.
+class CZRNCamera::CallbackScope
+{
+public:
+    explicit CallbackScope(CZRNCamera* camera)
+    {
+        LivingCameras& living = LivingCameras::instance();
+        const std::lock_guard lock(living.mutex);
+        if (std::ranges::find(living.cameras, camera) != living.cameras.end()) {
+            m_camera = camera;
+            ++m_camera->m_runningCallbacks;
+        }
+    }
+    ~CallbackScope()
+    {
+        if (m_camera) {
+            LivingCameras& living = LivingCameras::instance();
+            const std::lock_guard lock(living.mutex);
+            if (--m_camera->m_runningCallbacks == 0) {
+                living.callbackEnded.notify_all();
+            }
+        }
+    }
+    CallbackScope(const CallbackScope&) = delete;
+    CallbackScope& operator=(const CallbackScope&) = delete;
+
+    explicit operator bool() const { return m_camera != nullptr; }
+    CZRNCamera* operator->() const { return m_camera; }
+
+private:
+    CZRNCamera* m_camera = nullptr;
+};
+
+void CZRNCamera::admitCallbacks()
+{
+    LivingCameras& living = LivingCameras::instance();
+    const std::lock_guard lock(living.mutex);
+    living.cameras.push_back(this);
+}
+
+void CZRNCamera::refuseCallbacks()
+{
+    LivingCameras& living = LivingCameras::instance();
+    std::unique_lock lock(living.mutex);
+    std::erase(living.cameras, this);
+    living.callbackEnded.wait(lock, [this] { return m_runningCallbacks == 0; });
+}
 
 void CZRNCamera::frameTriggered(uvc_frame* frame, void* ptr)
 {
@@ -28,7 +105,9 @@ void CZRNCamera::frameTriggered(uvc_frame* frame, void* ptr)
         qCCritical(m_category) << " frame or ptr is null";
         return;
     }
-    static_cast<CZRNCamera*>(ptr)->cacheFrame(*frame);
+    if (const CallbackScope camera(static_cast<CZRNCamera*>(ptr)); camera) {
+        camera->cacheFrame(*frame);
+    }
 }
 
 void CZRNCamera::cacheFrame(const uvc_frame& frame)
@@ -36,76 +115,95 @@ void CZRNCamera::cacheFrame(const uvc_frame& frame)
     if (!shared(m_isStreaming).load()) {
         return;
     }
-    const FrameGeometry geometry = frameGeometry();
-    if (frame.width != static_cast<quint32>(geometry.width) ||
-        frame.height != static_cast<quint32>(geometry.height)) {
+    FrameTicket ticket;
+    const qint32 index = shared(m_writeIndex).load();
+    quint64 epoch = 0;
+    {
+        const QMutexLocker queue(&m_frameMutex);
+        epoch = m_geometryEpoch;
+        ticket.geometry = lockedGeometry();
+        if (isOfSize(frame, ticket.geometry.width, ticket.geometry.height)) {
+            ticket.slot = frameSlot(index);
+            if (!ticket.slot.buffer) {
+                return;
+            }
+            const auto expectedSize = static_cast<quint32>(ticket.geometry.frameSize());
+            const bool fits = isWhole(frame, expectedSize) &&
+                              expectedSize + frameTrailerSize <= ticket.slot.record->size;
+            if (fits) {
+                ticket.frame = ++m_lastFrame;
+                // The slot is about to be overwritten, so its old frame is withdrawn.
+                withdraw(index);
+            } else if (!m_frameIndexQueue.isEmpty() && m_frameIndexQueue.head() == index) {
+                // It was the refused frame's turn all the same.
+                m_frameIndexQueue.removeFirst();
+            }
+        }
+    }
+    if (ticket.frame == 0) {
+        logRefusal(frame, ticket);
+        return;
+    }
+
+    {
+        SlotRecord& record = *ticket.slot.record;
+        const std::size_t size = ticket.geometry.frameSize();
+        const QMutexLocker slotLocker(ticket.slot.lock);
+        const auto* data = static_cast<const unsigned char*>(frame.data);
+        if (size > 0) {
+            std::memcpy(ticket.slot.buffer, data, size);
+        }
+        const std::uint64_t trailer = frameTrailer({data, size});
+        std::memcpy(ticket.slot.buffer + size, &trailer, sizeof(trailer));
+        record.heldFrame = ticket.frame;
+        record.geometry = ticket.geometry;
+        shared(m_writeIndex).store((index + 1) % shared(m_cacheFrameCount).load());
+    }
+    const qint32 received = shared(m_receivedFrameCount).load();
+    if (received < loggedFrames) {
+        qCDebug(m_category) << "frameTriggered receive img to " << index << "(" << received << ")";
+        shared(m_receivedFrameCount).store(received + 1);
+    }
+    {
+        const QMutexLocker queue(&m_frameMutex);
+        // Otherwise the frame is no longer one of the camera that the host takes it for.
+        if (m_geometryEpoch == epoch) {
+            withdraw(index);
+            ticket.slot.record->queuedFrame = ticket.frame;
+            m_frameIndexQueue.enqueue(index);
+            ++m_arrivedFrameCount;
+            m_frameReady.wakeOne();
+        }
+    }
+    measureFrameRate();
+}
+
+void CZRNCamera::logRefusal(const uvc_frame& frame, const FrameTicket& ticket)
+{
+    const FrameGeometry& geometry = ticket.geometry;
+    if (!isOfSize(frame, geometry.width, geometry.height)) {
         qCCritical(m_category) << " the resolution is error,current frame w:" << frame.width
                                << " h:" << frame.height << " preset  frame w:" << geometry.width
                                << " h:" << geometry.height;
         return;
     }
-
-    const qint32 index = shared(m_writeIndex).load();
-    FrameSlot slot;
-    {
-        const QMutexLocker queue(&m_frameMutex);
-        slot = frameSlot(index);
-        if (!slot.buffer) {
-            return;
-        }
-        // The slot is about to be overwritten, so its old frame is withdrawn.
-        if (!m_frameIndexQueue.isEmpty() && m_frameIndexQueue.head() == index) {
-            m_frameIndexQueue.removeFirst();
-        }
-    }
-
-    const quint32 expectedSize = static_cast<quint32>(geometry.width) *
-                                 static_cast<quint32>(geometry.height) *
-                                 static_cast<quint32>(geometry.bytesPerPosition);
-    if (frame.data_bytes != expectedSize) {
+    const auto expectedSize = static_cast<quint32>(geometry.frameSize());
+    if (!isWhole(frame, expectedSize)) {
         qCCritical(m_category) << " frame size is error " << expectedSize
                                << ", size:" << frame.data_bytes;
         return;
     }
-    if (expectedSize + frameTrailerSize > slot.size) {
-        reportSmallSlot(expectedSize, slot.size);
-        return;
-    }
-
-    {
-        const QMutexLocker slotLocker(slot.lock);
-        const auto* data = static_cast<const unsigned char*>(frame.data);
-        if (expectedSize > 0) {
-            std::memcpy(slot.buffer, data, expectedSize);
-        }
-        const std::uint64_t trailer = frameTrailer({data, expectedSize});
-        std::memcpy(slot.buffer + expectedSize, &trailer, sizeof(trailer));
-
-        shared(m_writeIndex).store((index + 1) % shared(m_cacheFrameCount).load());
-        const qint32 received = shared(m_receivedFrameCount).load();
-        if (received < loggedFrames) {
-            qCDebug(m_category) << "frameTriggered receive img to " << index << "(" << received
-                                << ")";
-            shared(m_receivedFrameCount).store(received + 1);
-        }
-    }
-    {
-        const QMutexLocker queue(&m_frameMutex);
-        m_frameIndexQueue.enqueue(index);
-        ++m_arrivedFrameCount;
-        m_frameReady.wakeOne();
-    }
-    measureFrameRate();
+    reportSmallSlot(expectedSize, ticket.slot.record->size);
 }
 
 CZRNCamera::FrameSlot CZRNCamera::frameSlot(int index) const
 {
-    if (index < 0 || index >= m_frameBuffers.size() || index >= m_bufferLocks.size()) {
+    const auto position = static_cast<std::size_t>(index);
+    if (index < 0 || index >= m_frameBuffers.size() || index >= m_bufferLocks.size() ||
+        position >= m_slotRecords.size()) {
         return {};
     }
-    const auto position = static_cast<std::size_t>(index);
-    return {m_frameBuffers.at(index), m_bufferLocks.at(index),
-            position < m_slotSizes.size() ? m_slotSizes[position] : 0};
+    return {m_frameBuffers.at(index), m_bufferLocks.at(index), m_slotRecords[position].get()};
 }
 
 void CZRNCamera::reportSmallSlot(std::size_t frameSize, std::size_t slotSize)

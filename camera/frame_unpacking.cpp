@@ -12,7 +12,9 @@
 namespace
 {
 
-constexpr std::size_t groupSize = 8;
+using kernels::GroupLayout;
+using kernels::groupSize;
+
 constexpr std::size_t groupPixels = 4; // of each image
 
 /// One packed frame and the two images that it holds.
@@ -35,7 +37,7 @@ struct Unpacking {
 };
 
 /// Splits @p pixels pairs of bytes.
-void splitAlternating(const unsigned char* source, std::size_t pixels, unsigned char* a,
+void splitInterleaved(const unsigned char* source, std::size_t pixels, unsigned char* a,
                       unsigned char* b)
 {
     const auto splitPairs = [&](std::size_t begin, std::size_t end) {
@@ -48,13 +50,13 @@ void splitAlternating(const unsigned char* source, std::size_t pixels, unsigned 
     const std::size_t head = std::min(pixels, -reinterpret_cast<std::uintptr_t>(a) % groupPixels);
     const std::size_t groups = (pixels - head) / groupPixels;
     splitPairs(0, head);
-    kernels::splitAlternating({source + 2 * head, groups}, {a + head, b + head});
+    kernels::split(GroupLayout::Interleaved, {source + 2 * head, groups}, {a + head, b + head});
     splitPairs(head + groups * groupPixels, pixels);
 }
 
 void unpackInterleaved(const Unpacking& u)
 {
-    splitAlternating(u.frame, u.pixels(), u.images[0], u.images[1]);
+    splitInterleaved(u.frame, u.pixels(), u.images[0], u.images[1]);
 }
 
 /// An image of an interleaved frame whose rows are to be moved on the way.
@@ -65,11 +67,9 @@ public:
         : m_unpacking(unpacking)
         , m_image(image)
     {
-        AlignmentHeader header;
-        if (unpacking.pixels() < alignmentHeaderBegin + header.size()) {
-            return;
-        }
-        for (std::size_t i = 0; i < header.size(); ++i) {
+        AlignmentHeader header{};
+        for (std::size_t i = 0; i < header.size() && alignmentHeaderBegin + i < unpacking.pixels();
+             ++i) {
             header[i] = packed(alignmentHeaderBegin + i);
         }
         m_shift = rowShift(header).value_or(RowShift{});
@@ -125,7 +125,7 @@ private:
 void unpackShifted(const Unpacking& u)
 {
     const std::size_t fixedPixels = std::min<std::size_t>(firstMovedRow, u.height) * u.width;
-    splitAlternating(u.frame, fixedPixels, u.images[0], u.images[1]);
+    splitInterleaved(u.frame, fixedPixels, u.images[0], u.images[1]);
 
     const std::array<ShiftedImage, 2> images = {ShiftedImage(u, 0), ShiftedImage(u, 1)};
     const auto [leftmost, rightmost] =
@@ -142,7 +142,7 @@ void unpackShifted(const Unpacking& u)
         const std::size_t begin = first + left;
         const std::size_t end = std::min(last + left, u.pixels() - std::min(right, u.pixels()));
         if (begin < end) {
-            splitAlternating(u.frame + 2 * begin, end - begin, images[0].target(begin),
+            splitInterleaved(u.frame + 2 * begin, end - begin, images[0].target(begin),
                              images[1].target(begin));
         }
         for (const ShiftedImage& image : images) {
@@ -157,7 +157,7 @@ void unpackShifted(const Unpacking& u)
 void unpackReversedQuads(const Unpacking& u)
 {
     const std::size_t quads = u.pixels() / groupPixels;
-    kernels::splitReversedQuads({u.frame, quads}, u.images);
+    kernels::split(GroupLayout::ReversedQuads, {u.frame, quads}, {u.images[0], u.images[1]});
     u.clear(quads * groupPixels, u.pixels());
 }
 
@@ -186,8 +186,8 @@ void unpackBothEnds(const Unpacking& u)
     // the third row from below.
     const std::size_t lastRows = std::min<std::size_t>(3, u.height);
     u.clear(u.pixels() - lastRows * u.width, u.pixels());
-    kernels::splitBothEnds({u.frame, u.width / groupPixels, u.height, u.width},
-                           {a, a + u.width - 1, b, b + u.width - 1});
+    kernels::split(GroupLayout::BothEnds, {u.frame, u.width / groupPixels, u.height, u.width},
+                   {a, a + u.width - 1, b, b + u.width - 1});
     for (std::size_t row = 0; hasMiddle && row < u.pixels(); row += u.width) {
         unpackMiddle(u, row);
     }
@@ -214,8 +214,8 @@ void unpackBothEndsMirrored(const Unpacking& u)
     // Filled from the right and then mirrored: filled from the middle to the right.
     const auto [a, b] = u.images;
     const std::size_t middle = u.width / 2;
-    kernels::splitSides({u.frame, u.width / groupPixels, u.height, u.width},
-                        {a, a + middle, b, b + middle});
+    kernels::split(GroupLayout::Sides, {u.frame, u.width / groupPixels, u.height, u.width},
+                   {a, a + middle, b, b + middle});
 }
 
 // The sensor's own strip distance, whatever part of it is read out.
@@ -261,12 +261,13 @@ void unpackStrips(const Unpacking& u)
     const std::size_t rowsAtATime = u.width % groupPixels == 0 ? wholeRows : 1;
     for (std::size_t y = 0; y < wholeRows; y += rowsAtATime) {
         const std::size_t row = y * u.width;
-        std::array<unsigned char*, groupSize> streams;
+        kernels::Streams streams;
         for (std::size_t n = 0; n < groupSize; ++n) {
             const std::size_t k = 2 * row + n;
             streams[n] = u.images[k / strips.size() % 2] + row + strips[k % strips.size()];
         }
-        kernels::splitStrips({u.frame + 2 * row, groups, rowsAtATime, u.width}, streams);
+        kernels::split(GroupLayout::Strips, {u.frame + 2 * row, groups, rowsAtATime, u.width},
+                       streams);
         unpackStripBytes(u, row, groups * groupSize, 2 * u.width);
     }
     for (std::size_t row = wholeRows * u.width; row < u.pixels(); row += u.width) {
@@ -275,32 +276,6 @@ void unpackStrips(const Unpacking& u)
 }
 
 } // namespace
-
-FrameLayout layoutOf(int sensorType)
-{
-    switch (sensorType) {
-    case 0:
-        return FrameLayout::InterleavedShifted;
-    case 2:
-    case 3:
-    case 6:
-    case 8:
-    case 10:
-    case 11:
-    case 15:
-        return FrameLayout::ReversedQuads;
-    case 5:
-        return FrameLayout::Single;
-    case 7:
-        return FrameLayout::BothEnds;
-    case 12:
-        return FrameLayout::BothEndsMirrored;
-    case 13:
-        return FrameLayout::Strips;
-    default:
-        return FrameLayout::Interleaved;
-    }
-}
 
 std::size_t packedSize(FrameLayout layout, int width, int height)
 {

@@ -13,9 +13,6 @@ enum class FrameLayout {
     InterleavedShifted, ///< as Interleaved, with rows to be realigned (row_alignment.h)
 };
 
-/// The layout that a sensor type stands for. Any number is a valid sensor type.
-FrameLayout layoutOf(int sensorType);
-
 /// Bytes of a packed frame that unpackFrame reads: two for each pixel, or one with a single image.
 std::size_t packedSize(FrameLayout layout, int width, int height);
 

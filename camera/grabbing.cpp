@@ -2,12 +2,12 @@
 #include "frame_trailer.h"
 #include "frame_unpacking.h"
 #include "row_alignment.h"
+#include "sensor_types.h"
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
 #include <QReadLocker>
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -17,9 +17,6 @@ using CameraSpace::ImageBlock;
 
 namespace
 {
-
-// In frames of this sensor, image A may be no picture but a marker.
-constexpr qint32 markingSensorType = 6;
 
 unsigned char* pixelsOf(ImageBlock& block)
 {
@@ -71,54 +68,62 @@ ErrorCode CZRNCamera::grabImage(QList<ImageBlock*>& images)
     if (!shared(m_isStreaming).load()) {
         return ErrorCode::NotStreaming;
     }
-    m_imageRoom.make(liveImages, frameGeometry().imageSize());
 
-    FrameSlot slot;
-    {
-        QMutexLocker queue(&m_frameMutex);
-        if (m_frameIndexQueue.isEmpty() && shared(m_isStreaming).load()) {
-            m_frameReady.wait(&m_frameMutex, grabTimeout());
-        }
-        if (m_frameIndexQueue.isEmpty()) {
-            queue.unlock();
-            qCCritical(m_category) << "try lock grab event failed";
-            return ErrorCode::GrabTimeout;
-        }
-        int index = m_frameIndexQueue.dequeue();
-        if (shared(m_triggerMode).load() == CameraSpace::TriggerMode::Newest) {
-            while (!m_frameIndexQueue.isEmpty()) {
-                index = m_frameIndexQueue.dequeue();
-            }
-        }
-        slot = frameSlot(index);
-    }
-    if (!slot.lock) {
-        return ErrorCode::SplitFailed;
-    }
-
-    const QMutexLocker slotLocker(slot.lock);
-    try {
-        const FrameGeometry geometry = frameGeometry();
-        const qint32 sensorType = shared(m_sensorType).load();
-        const std::size_t read =
-            std::max(geometry.frameSize() + frameTrailerSize,
-                     packedSize(layoutOf(sensorType), geometry.width, geometry.height));
-        if (read > slot.size || !splitFrame(images, slot.buffer, geometry, sensorType)) {
+    const QDeadlineTimer deadline(static_cast<qint64>(grabTimeout()));
+    FrameTicket ticket;
+    while (takeFrame(ticket, deadline)) {
+        const auto& [slot, frame, geometry] = ticket;
+        if (!slot.buffer) {
             return ErrorCode::SplitFailed;
         }
-        return ErrorCode::Success;
-    } catch (...) {
-        return ErrorCode::SplitException;
+        const QMutexLocker slotLocker(slot.lock);
+        if (slot.record->heldFrame != frame || frame == 0) {
+            continue; // overwritten since it was taken, or never filled
+        }
+        if (!slot.record->geometry.hasSizeOf(geometry)) {
+            return ErrorCode::SplitFailed;
+        }
+        try {
+            const std::size_t read = packedSize(sensorTypeOf(geometry.sensorType).layout,
+                                                geometry.width, geometry.height);
+            return read <= geometry.frameSize() && splitFrame(images, slot.buffer, geometry)
+                       ? ErrorCode::Success
+                       : ErrorCode::SplitFailed;
+        } catch (...) {
+            return ErrorCode::SplitException;
+        }
     }
+    qCCritical(m_category) << "try lock grab event failed";
+    return ErrorCode::GrabTimeout;
+}
+
+bool CZRNCamera::takeFrame(FrameTicket& ticket, const QDeadlineTimer& deadline)
+{
+    const QMutexLocker queue(&m_frameMutex);
+    if (m_frameIndexQueue.isEmpty() && shared(m_isStreaming).load()) {
+        m_frameReady.wait(&m_frameMutex, static_cast<unsigned long>(deadline.remainingTime()));
+    }
+    if (m_frameIndexQueue.isEmpty()) {
+        return false;
+    }
+    int index = m_frameIndexQueue.dequeue();
+    if (shared(m_triggerMode).load() == CameraSpace::TriggerMode::Newest) {
+        index = m_frameIndexQueue.isEmpty() ? index : m_frameIndexQueue.last();
+        clearQueue();
+    }
+    ticket.slot = frameSlot(index);
+    ticket.frame = ticket.slot.record ? ticket.slot.record->queuedFrame : 0;
+    ticket.geometry = lockedGeometry();
+    return true;
 }
 
 bool CZRNCamera::spliteImage(QList<ImageBlock*>& images, const unsigned char* frame)
 {
-    return splitFrame(images, frame, frameGeometry(), shared(m_sensorType).load());
+    return splitFrame(images, frame, frameGeometry());
 }
 
 bool CZRNCamera::splitFrame(QList<ImageBlock*>& images, const unsigned char* frame,
-                            const FrameGeometry& geometry, qint32 sensorType)
+                            const FrameGeometry& geometry)
 {
     if (!frame || !isConnected()) {
         return false;
@@ -131,16 +136,26 @@ bool CZRNCamera::splitFrame(QList<ImageBlock*>& images, const unsigned char* fra
         return false;
     }
 
-    const FrameLayout layout = layoutOf(sensorType);
+    const SensorType& sensor = sensorTypeOf(geometry.sensorType);
     unsigned char* imageA = pixelsOf(*blockA);
     unsigned char* imageB = pixelsOf(*blockB);
-    unpackFrame(layout, frame, geometry.width, geometry.height, imageA, imageB);
+    if (sensor.layout == FrameLayout::InterleavedShifted &&
+        geometry.pixels() < alignmentHeaderEnd) {
+        // The header of so small an image goes on in its trailer.
+        unpackFrame(FrameLayout::Interleaved, frame, geometry.width, geometry.height, imageA,
+                    imageB);
+        for (unsigned char* image : {imageA, imageB}) {
+            realignRows({image, geometry.imageSize()}, geometry.width, geometry.height);
+        }
+    } else {
+        unpackFrame(sensor.layout, frame, geometry.width, geometry.height, imageA, imageB);
+    }
 
     images.reserve(images.size() + 2);
-    if (sensorType != markingSensorType || !isMarker(imageA)) {
+    if (!sensor.marksImageA || !isMarker(imageA)) {
         images.append(blockA.release());
     }
-    if (layout != FrameLayout::Single) {
+    if (sensor.layout != FrameLayout::Single) {
         images.append(blockB.release());
     }
     return true;

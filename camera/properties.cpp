@@ -1,17 +1,18 @@
 #include "atomic_field.h"
 #include "key_hash.h"
+#include "sensor_types.h"
 #include "zrn_camera.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <string_view>
 
 namespace
 {
 
 const QString valueEntry = QStringLiteral("value");
-
-constexpr qint32 singleImageSensorType = 6;
 
 } // namespace
 
@@ -110,16 +111,43 @@ struct CZRNCamera::Properties {
     }
     static bool readSensorClass(CZRNCamera& camera, QVariant& value)
     {
-        value = shared(camera.m_sensorType).load() == singleImageSensorType ? 1 : 2;
+        value = sensorTypeOf(shared(camera.m_sensorType).load()).sensorCount;
         return true;
     }
 
-    static const ReadRow readTable[18];
-    static const WriteRow writeTable[13];
+    static const std::array<ReadRow, 18> readTable;
+    static const std::array<WriteRow, 13> writeTable;
+    static constexpr auto hashOf = [](const auto& row) { return row.hash; };
+
+    /// Whether the hashes ascend, which look-ups rely on. A missing row counts as a last one with
+    /// hash 0, and fails.
+    static constexpr bool isInOrder(const auto& table)
+    {
+        return std::ranges::adjacent_find(table, std::greater_equal(), hashOf) == table.end();
+    }
+    /// Whether every key that hosts may write can be read under the same label.
+    static constexpr bool canReadWhatIsWritten()
+    {
+        return std::ranges::all_of(writeTable, [](const WriteRow& row) {
+            return std::ranges::any_of(readTable, [&row](const ReadRow& same) {
+                return same.hash == row.hash && std::string_view(same.label) == row.label;
+            });
+        });
+    }
+
+    /// The row of a key's hash, or null. The table is an argument of the template, so that its
+    /// order is checked wherever it is searched.
+    template <const auto& table>
+    static constexpr auto find(std::uint64_t hash) -> decltype(table.data())
+    {
+        static_assert(isInOrder(table));
+        const auto row = std::ranges::lower_bound(table, hash, {}, hashOf);
+        return row != table.end() && row->hash == hash ? &*row : nullptr;
+    }
 };
 
 // clang-format off
-const CZRNCamera::Properties::ReadRow CZRNCamera::Properties::readTable[18] = {
+constexpr std::array<CZRNCamera::Properties::ReadRow, 18> CZRNCamera::Properties::readTable = {{
     {0x0b198ba1767507a2, "aux parameter",       readField<&CZRNCamera::m_auxParameter, quint32>},
     {0x0ec2211d95cee833, "resolution list",     readResolutions},
     {0x1f6c5c2656e191e0, "colour gain byte 3",  readInteger<&CZRNCamera::colorBGainIO>},
@@ -138,9 +166,9 @@ const CZRNCamera::Properties::ReadRow CZRNCamera::Properties::readTable[18] = {
     {0xd45d6ef7dabccc3b, "colour gain byte 1",  readInteger<&CZRNCamera::colorGRGainIO>},
     {0xe07737bd2ff8fb4c, "gamma",               readInteger<&CZRNCamera::gammaIO>},
     {0xfb071473263b06e5, "hue",                 readInteger<&CZRNCamera::hueIO>},
-};
+}};
 
-const CZRNCamera::Properties::WriteRow CZRNCamera::Properties::writeTable[13] = {
+constexpr std::array<CZRNCamera::Properties::WriteRow, 13> CZRNCamera::Properties::writeTable = {{
     {0x0b198ba1767507a2, "aux parameter",      isInteger, writeField<&CZRNCamera::m_auxParameter, &QVariant::toUInt>},
     {0x1f6c5c2656e191e0, "colour gain byte 3", isInteger, writeInteger<&CZRNCamera::colorBGainIO>},
     {0x285a517c8c168c61, "gain read-back",     isFlag,    writeFlag<&CZRNCamera::m_gainReadBack>},
@@ -154,7 +182,7 @@ const CZRNCamera::Properties::WriteRow CZRNCamera::Properties::writeTable[13] = 
     {0xd45d6ef7dabccc3b, "colour gain byte 1", isInteger, writeInteger<&CZRNCamera::colorGRGainIO>},
     {0xe07737bd2ff8fb4c, "gamma",              isInteger, writeInteger<&CZRNCamera::gammaIO>},
     {0xfb071473263b06e5, "hue",                isInteger, writeInteger<&CZRNCamera::hueIO>},
-};
+}};
 // clang-format on
 
 ErrorCode CZRNCamera::getProperty(const QString& key, QMap<QString, QVariant>& values)
@@ -163,9 +191,8 @@ ErrorCode CZRNCamera::getProperty(const QString& key, QMap<QString, QVariant>& v
     if (!isConnected()) {
         return ErrorCode::NoCamera;
     }
-    const auto* row =
-        std::ranges::find(Properties::readTable, keyHash(key), &Properties::ReadRow::hash);
-    if (row == std::end(Properties::readTable)) {
+    const auto* row = Properties::find<Properties::readTable>(keyHash(key));
+    if (!row) {
         return ErrorCode::NotSupported;
     }
     QVariant value;
@@ -185,9 +212,9 @@ ErrorCode CZRNCamera::setProperty(const QString& key, const QMap<QString, QVaria
     if (value == values.constEnd()) {
         return ErrorCode::BadArgument;
     }
-    const auto* row =
-        std::ranges::find(Properties::writeTable, keyHash(key), &Properties::WriteRow::hash);
-    if (row == std::end(Properties::writeTable)) {
+    static_assert(Properties::canReadWhatIsWritten());
+    const auto* row = Properties::find<Properties::writeTable>(keyHash(key));
+    if (!row) {
         return ErrorCode::NotSupported;
     }
     if (!row->accepts(*value) || !row->write(*this, *value)) {

@@ -10,7 +10,7 @@ namespace
 constexpr unsigned char leftMark = 0x30;
 constexpr unsigned char rightMark = 0x3A;
 
-// The headers of rows that need no move, as different cameras send them.
+// The headers of rows that need no move.
 constexpr std::array<AlignmentHeader, 2> alignedHeaders = {{
     {48, 165, 58, 90, 0, 90},
     {48, 16, 55, 89, 0, 90},
@@ -23,6 +23,15 @@ int lastPosition(const AlignmentHeader& header, unsigned char mark)
     return behind == header.begin() ? -1
                                     : static_cast<int>(alignmentHeaderBegin) +
                                           static_cast<int>(behind - header.begin()) - 1;
+}
+
+AlignmentHeader headerOf(std::span<const unsigned char> image)
+{
+    AlignmentHeader header{};
+    for (std::size_t i = 0; i < header.size() && alignmentHeaderBegin + i < image.size(); ++i) {
+        header[i] = image[alignmentHeaderBegin + i];
+    }
+    return header;
 }
 
 void moveRun(std::span<unsigned char> run, int shift)
@@ -62,12 +71,7 @@ RowAlignment realignRows(std::span<unsigned char> image, int width, int height)
     if (!image.data()) {
         return RowAlignment::NoData;
     }
-    AlignmentHeader header;
-    if (image.size() < alignmentHeaderBegin + header.size()) {
-        return RowAlignment::Unchanged;
-    }
-    std::copy_n(image.begin() + alignmentHeaderBegin, header.size(), header.begin());
-    const std::optional<RowShift> shift = rowShift(header);
+    const std::optional<RowShift> shift = rowShift(headerOf(image));
     if (!shift) {
         return RowAlignment::Unchanged;
     }
@@ -76,7 +80,8 @@ RowAlignment realignRows(std::span<unsigned char> image, int width, int height)
     }
 
     const auto rowLength = static_cast<std::size_t>(width);
-    const std::span<unsigned char> moved = image.subspan(firstMovedRow * rowLength);
+    const std::span<unsigned char> moved = image.first(rowLength * static_cast<std::size_t>(height))
+                                               .subspan(firstMovedRow * rowLength);
     const std::size_t runLength = shift->acrossRows ? moved.size() : rowLength;
     for (std::size_t begin = 0; begin < moved.size(); begin += runLength) {
         moveRun(moved.subspan(begin, runLength), shift->pixels);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <tuple>
 
 /// Rows before this one are never moved.
 inline constexpr int firstMovedRow = 2;
@@ -11,6 +12,8 @@ inline constexpr int firstMovedRow = 2;
 /// Where the pixels lie that tell by how much the rows of an image are shifted.
 inline constexpr std::size_t alignmentHeaderBegin = 2;
 using AlignmentHeader = std::array<unsigned char, 6>;
+inline constexpr std::size_t alignmentHeaderEnd =
+    alignmentHeaderBegin + std::tuple_size_v<AlignmentHeader>;
 
 /// How the rows of an image are to be moved.
 struct RowShift {
@@ -34,5 +37,6 @@ enum class RowAlignment {
 /// Moves the rows of an image whose content arrives shifted, as its header asks.
 ///
 /// Nothing leaves its run, and the pixels that a move uncovers keep their values.
-/// @param image width x height bytes, changed in place; nothing outside it is read or written.
+/// @param image width x height bytes, changed in place, and what stands behind them as far as it is
+/// known: in images of fewer than 8 pixels the header goes on there, and counts as 0 beyond.
 RowAlignment realignRows(std::span<unsigned char> image, int width, int height);

@@ -2,6 +2,7 @@
 #include "atomic_field.h"
 #include "frame_clock.h"
 #include "frame_trailer.h"
+#include "heap_retention.h"
 #include "zrn_camera.h"
 
 #include <QDebug>
@@ -22,9 +23,22 @@ constexpr int anyFrameInterval = 0;
 constexpr uint8_t noStreamFlags = 0;
 constexpr int discardedWaits = 16;
 
+/// Images that a host may delete in one go without a page fault in the grabs that follow: those of
+/// eight grabs that it keeps, of one in hand, and some slack.
+constexpr std::size_t liveImages = std::size_t{2} * 10;
+
 /// So that frames are queued without allocation: a QList whose end is reached moves its items to
 /// the front only where they fill less than a third of it.
 constexpr int queuePlacesPerSlot = 4;
+
+/// A QList counts its bytes in 31 bits.
+constexpr int mostSlots = std::numeric_limits<int>::max() / (queuePlacesPerSlot * 16);
+
+/// Mutex, record and places in lists of one slot, generously.
+constexpr std::size_t slotOverhead = 256;
+
+/// A ring that takes all memory would leave none for libuvc and for the images.
+constexpr quint64 memoryShareOfHost = 16;
 
 /// libuvc up to 0.0.6 collects a frame in a buffer of this size without looking at its end.
 constexpr std::size_t libraryFrameBuffer = std::size_t{16} * 1024 * 1024;
@@ -37,7 +51,7 @@ constexpr auto uncompressedFormat = UVC_VS_FORMAT_UNCOMPRESSED;
 ErrorCode CZRNCamera::startStream(signed char /*selector*/)
 {
     const QMutexLocker lifecycle(&m_lifecycleMutex);
-    if (shared(m_isStreaming).load()) {
+    if (shared(m_isStreaming).load() && !streamWasClosed()) {
         qCInfo(m_category) << " the image stream is started";
         return ErrorCode::Success;
     }
@@ -76,10 +90,9 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         qCCritical(m_category) << " uvc_get_stream_ctrl_format_size faild ret:" << result;
         return ErrorCode::StreamStartFailed;
     }
-    const std::size_t largestFrame =
-        std::max<std::size_t>(geometry.frameSize(), m_streamCtrl->dwMaxVideoFrameSize);
-    if (largestFrame > libraryFrameBuffer) {
-        qCCritical(m_category) << " frames are too large for libuvc, size:" << largestFrame;
+    // What the camera announces may be larger than any frame that it sends.
+    if (geometry.frameSize() > libraryFrameBuffer) {
+        qCCritical(m_category) << " frames are too large for libuvc, size:" << geometry.frameSize();
         return ErrorCode::StreamStartFailed;
     }
     result = device.call(uvc_start_streaming, m_streamCtrl, &CZRNCamera::frameTriggered, this,
@@ -89,9 +102,30 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         return ErrorCode::StreamStartFailed;
     }
 
+    m_streamHandle = device.handle();
     shared(m_fpsTimer).store(frameClock());
     shared(m_isStreaming).store(true);
     return ErrorCode::Success;
+}
+
+bool CZRNCamera::streamWasClosed()
+{
+    const NodeReference node = currentNode();
+    if (!node || !m_streamHandle || DeviceAccess(node).handle() == m_streamHandle) {
+        return false;
+    }
+    markStopped();
+    return true;
+}
+
+void CZRNCamera::markStopped()
+{
+    m_streamHandle = nullptr;
+    // Under the mutex, so that nobody can miss it between a check and a wait.
+    const QMutexLocker queue(&m_frameMutex);
+    shared(m_isStreaming).store(false);
+    ++m_interruptions;
+    m_frameReady.wakeAll();
 }
 
 bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
@@ -103,26 +137,40 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
         return false;
     }
 
+    const std::size_t slotSize = frameSize + frameTrailerSize;
+    const auto missing = static_cast<quint64>(std::max(count - m_frameBuffers.size(), 0));
+    if (missing > 0) {
+        const quint64 available = m_availableMemory();
+        const quint64 usable = available - available / memoryShareOfHost;
+        if (count > mostSlots || missing > usable / (slotSize + slotOverhead)) {
+            qCCritical(m_category)
+                << " the frame cache does not fit into the memory, frames:" << count
+                << ", size:" << frameSize << ", available:" << available;
+            return false;
+        }
+    }
+
     // Either all the missing slots are added or none, so that a count that memory cannot serve does
     // not take what there is from the host.
-    const std::size_t slotSize = frameSize + frameTrailerSize;
     try {
         std::vector<std::unique_ptr<unsigned char[]>> buffers;
         std::vector<std::unique_ptr<QMutex>> locks;
+        std::vector<std::unique_ptr<SlotRecord>> records;
         for (int size = m_frameBuffers.size(); size < count; ++size) {
             buffers.push_back(std::make_unique_for_overwrite<unsigned char[]>(slotSize));
             locks.push_back(std::make_unique<QMutex>());
+            records.push_back(std::make_unique<SlotRecord>(slotSize));
         }
 
         const QMutexLocker queue(&m_frameMutex);
         m_frameBuffers.reserve(count);
         m_bufferLocks.reserve(count);
-        m_slotSizes.reserve(static_cast<std::size_t>(count));
-        m_frameIndexQueue.reserve(queuePlacesPerSlot * count);
+        m_slotRecords.reserve(static_cast<std::size_t>(count));
+        m_frameIndexQueue.reserve(queuePlacesPerSlot * std::max(count, m_frameBuffers.size()));
         for (std::size_t i = 0; i < buffers.size(); ++i) {
             m_frameBuffers.append(buffers[i].release());
             m_bufferLocks.append(locks[i].release());
-            m_slotSizes.push_back(slotSize);
+            m_slotRecords.push_back(std::move(records[i]));
         }
     } catch (const std::bad_alloc&) {
         qCCritical(m_category) << " no memory for the frame cache, frames:" << count
@@ -137,11 +185,11 @@ void CZRNCamera::warnOfSmallSlots(const FrameGeometry& geometry, int count)
     shared(m_smallSlotReported).store(false);
     const std::size_t needed = geometry.frameSize() + frameTrailerSize;
     for (int i = 0; i < count; ++i) {
-        const std::size_t size = frameSlot(i).size;
-        if (size < needed) {
+        const SlotRecord* record = frameSlot(i).record;
+        if (record && record->size < needed) {
             qCCritical(m_category)
                 << " the cache was made for smaller frames, frame size:" << geometry.frameSize()
-                << ", cache size:" << size - frameTrailerSize;
+                << ", cache size:" << record->size - frameTrailerSize;
             return;
         }
     }
@@ -152,6 +200,7 @@ ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
     const QMutexLocker lifecycle(&m_lifecycleMutex);
     qCDebug(m_category) << "start CZRNCamera::stopStream function";
     if (!shared(m_isStreaming).load()) {
+        markStopped();
         return ErrorCode::NotStreaming;
     }
     {
@@ -165,12 +214,7 @@ ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
             uvc_stop_streaming(device.handle());
         }
     }
-    {
-        // Under the mutex, so that nobody can miss it between a check and a wait.
-        const QMutexLocker queue(&m_frameMutex);
-        shared(m_isStreaming).store(false);
-        m_frameReady.wakeAll();
-    }
+    markStopped();
     shared(m_fpsFrameCount).store(0);
     shared(m_frameRate).store(0.0);
     qCDebug(m_category) << "end CZRNCamera::stopStream function success";
@@ -181,21 +225,25 @@ ErrorCode CZRNCamera::discardFrames(signed char /*selector*/)
 {
     const QReadLocker grab(&m_grabLock);
     {
-        const QMutexLocker queue(&m_frameMutex);
-        const bool wasStreaming = shared(m_isStreaming).load();
-        const auto framesMayCome = [this, wasStreaming] {
-            return !m_isClosing && (!wasStreaming || shared(m_isStreaming).load());
-        };
+        QMutexLocker queue(&m_frameMutex);
+        const quint32 interruptions = m_interruptions;
+        quint32 arrived = m_arrivedFrameCount;
         bool woken = true;
-        for (int wait = 0; woken && framesMayCome() && wait < discardedWaits; ++wait) {
+        for (int wait = 0; woken && wait < discardedWaits; ++wait) {
+            if (m_isClosing || m_interruptions != interruptions) {
+                break;
+            }
+            if (m_arrivedFrameCount == arrived) {
+                m_frameReady.wait(&m_frameMutex, m_isResizing ? 0 : grabTimeout());
+            }
             // A stop wakes as well as a frame.
-            const quint32 arrived = m_arrivedFrameCount;
-            woken =
-                m_frameReady.wait(&m_frameMutex, grabTimeout()) && m_arrivedFrameCount != arrived;
+            woken = m_arrivedFrameCount != arrived;
+            arrived = m_arrivedFrameCount;
+            queue.unlock();
             qDebug() << " flag:" << woken;
+            queue.relock();
         }
-        // Unlike clear(), this keeps the memory that the frame callback relies on.
-        m_frameIndexQueue.erase(m_frameIndexQueue.begin(), m_frameIndexQueue.end());
+        clearQueue();
     }
     shared(m_writeIndex).store(0);
     shared(m_receivedFrameCount).store(0);
@@ -214,9 +262,16 @@ bool CZRNCamera::cacheFrameCountIO(bool read, int& count)
     if (count == shared(m_cacheFrameCount).load()) {
         return true;
     }
+    // Without a stream there is no frame to wait for.
+    const auto setResizing = [this](bool isResizing) {
+        const QMutexLocker queue(&m_frameMutex);
+        m_isResizing = isResizing;
+    };
+    setResizing(true);
     discardFrames(0);
-    // The wait was long enough for another thread to start the stream, and a running stream's
-    // callback would go on to slots that do not exist.
+    setResizing(false);
+    // Another thread may have started the stream meanwhile, and a running stream's callback would
+    // go on to slots that do not exist.
     const QMutexLocker lifecycle(&m_lifecycleMutex);
     if (shared(m_isStreaming).load()) {
         return false;
@@ -250,7 +305,7 @@ bool CZRNCamera::readResolutionList(QMap<QString, QVariant>& map)
             heights.append(frame->wHeight);
         }
     }
-    // Hosts take success for "no uncompressed size" and rely on their map otherwise.
+    // Success means that there is no uncompressed size, and the map changes only then.
     if (!widths.isEmpty()) {
         return false;
     }

@@ -1,5 +1,5 @@
 #include "atomic_field.h"
-#include "exposure_units.h"
+#include "sensor_types.h"
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
@@ -42,9 +42,9 @@ ErrorCode CZRNCamera::getExposureTimeRange(unsigned int& minimum, unsigned int& 
     }
 
     // A limit that could not be read is the caller's own, and is converted all the same.
-    const qint32 sensorType = shared(m_sensorType).load();
-    minimum = exposureLimitFromDevice(sensorType, minimum);
-    maximum = exposureLimitFromDevice(sensorType, maximum);
+    const ExposureStep step = sensorTypeOf(shared(m_sensorType).load()).exposureStep;
+    minimum = exposureLimitFromDevice(step, minimum);
+    maximum = exposureLimitFromDevice(step, maximum);
     return maximumResult == UVC_SUCCESS && minimumResult == UVC_SUCCESS
                ? ErrorCode::Success
                : ErrorCode::ExposureRangeFailed;
@@ -55,7 +55,8 @@ ErrorCode CZRNCamera::setExposureTime(unsigned int value, signed char /*selector
     if (value < shared(m_minExposureTime).load() || value > shared(m_maxExposureTime).load()) {
         return ErrorCode::BadArgument;
     }
-    const int16_t count = exposureToDevice(shared(m_sensorType).load(), value);
+    const ExposureStep step = sensorTypeOf(shared(m_sensorType).load()).exposureStep;
+    const int16_t count = exposureToDevice(step, value);
     const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
@@ -104,7 +105,7 @@ ErrorCode CZRNCamera::getExposureTime(unsigned int& value, signed char /*selecto
         qCCritical(m_category) << " uvc_get_exposure_abs get_cur failed ret:" << result;
         return ErrorCode::ExposureReadFailed;
     }
-    value = exposureFromDevice(shared(m_sensorType).load(), count);
+    value = exposureFromDevice(sensorTypeOf(shared(m_sensorType).load()).exposureStep, count);
     return ErrorCode::Success;
 }
 
@@ -205,8 +206,9 @@ ErrorCode CZRNCamera::getMaxImageSize(unsigned int& width, unsigned int& height,
     if (!isConnected()) {
         return ErrorCode::NoCamera;
     }
-    width = static_cast<quint32>(shared(m_imageWidth).load());
-    height = static_cast<quint32>(shared(m_imageHeight).load());
+    const FrameGeometry geometry = frameGeometry();
+    width = static_cast<quint32>(geometry.width);
+    height = static_cast<quint32>(geometry.height);
     return ErrorCode::Success;
 }
 

@@ -1,5 +1,6 @@
 #include "atomic_field.h"
 #include "key_hash.h"
+#include "sensor_types.h"
 #include "zrn_camera.h"
 
 namespace
@@ -135,9 +136,7 @@ bool CZRNCamera::colorBGainIO(bool read, int& value)
 
 bool CZRNCamera::resetCameraState()
 {
-    // Sensor types 0 and 1 have no reset.
-    constexpr quint32 firstResettableType = 2;
-    if (static_cast<quint32>(shared(m_sensorType).load()) < firstResettableType) {
+    if (!sensorTypeOf(shared(m_sensorType).load()).hasReset) {
         return false;
     }
     const DeviceAccess device = accessDevice();

@@ -13,7 +13,10 @@ QLoggingCategory CZRNCamera::m_category("ZRNCamera");
 QReadWriteLock CZRNCamera::m_nodeTableLock;
 bool CZRNCamera::m_isExiting = false;
 
-CZRNCamera::CZRNCamera() = default;
+CZRNCamera::CZRNCamera()
+{
+    admitCallbacks();
+}
 
 CZRNCamera::~CZRNCamera()
 {
@@ -29,6 +32,7 @@ CZRNCamera::~CZRNCamera()
         // Those that this and the stop have woken may still be on their way out.
         const QWriteLocker grabs(&m_grabLock);
     }
+    refuseCallbacks();
     m_currentNode = nullptr;
 
     for (unsigned char*& buffer : m_frameBuffers) {
@@ -67,6 +71,27 @@ NodeReference CZRNCamera::currentNode()
 
 CZRNCamera::FrameGeometry CZRNCamera::frameGeometry()
 {
+    const QMutexLocker queue(&m_frameMutex);
+    return lockedGeometry();
+}
+
+CZRNCamera::FrameGeometry CZRNCamera::lockedGeometry()
+{
     return {shared(m_imageWidth).load(), shared(m_imageHeight).load(),
-            ChannelFromImgFormat(shared(m_pixelFormat).load())};
+            ChannelFromImgFormat(shared(m_pixelFormat).load()), shared(m_sensorType).load()};
+}
+
+void CZRNCamera::publishGeometry(QSize size, CameraSpace::PixelFormatType format, qint32 sensorType,
+                                 bool isNewCamera)
+{
+    const QMutexLocker queue(&m_frameMutex);
+    if (isNewCamera || size != QSize(shared(m_imageWidth).load(), shared(m_imageHeight).load()) ||
+        format != shared(m_pixelFormat).load() || sensorType != shared(m_sensorType).load()) {
+        clearQueue();
+        ++m_geometryEpoch;
+    }
+    shared(m_imageWidth).store(size.width());
+    shared(m_imageHeight).store(size.height());
+    shared(m_pixelFormat).store(format);
+    shared(m_sensorType).store(sensorType);
 }

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "available_memory.h"
+#include "bus_place.h"
 #include "camera_interface.h"
 #include "camera_node.h"
 #include "device_access.h"
 #include "frame_trailer.h"
-#include "heap_retention.h"
 
+#include <QDeadlineTimer>
 #include <QList>
 #include <QLoggingCategory>
 #include <QMap>
@@ -13,6 +15,7 @@
 #include <QObject>
 #include <QQueue>
 #include <QReadWriteLock>
+#include <QSize>
 #include <QString>
 #include <QTime>
 #include <QVariant>
@@ -20,6 +23,9 @@
 #include <libuvc/libuvc.h>
 
 #include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <vector>
 
 // The meta-object knows the interfaces by their plain names.
@@ -29,18 +35,27 @@ using CameraSpace::CameraInterface;
 /// One camera as the host drives it: unconnected at first, then attached to a node of the node
 /// table.
 ///
+/// What hosts rely on and what is therefore never mended: the order of the virtual operations; the
+/// protected fields and statics, with their names, types, defaults and order of declaration (what
+/// the driver itself needs comes after them); the spellings `initizlizeZRNCameraLibrary`,
+/// `openSpecifedDevice`, `closeSpecifedDevice`, `spliteImage`, `heartBeartQuery`, and those of the
+/// texts "FEAMERATE", " getPproerty:", "CameraNode not openned" and " ... faild ret:"; the
+/// properties that answer the other way round (`readResolutionList`) or always fail (writing
+/// `resolutionIndexIO`, `setTriggerMode`).
+///
 /// Ownership: the factory owns cameras; a camera owns its frame ring; the node table owns the
 /// nodes.
 ///
-/// The ring: the frame callback on libuvc's streaming thread is its only writer, `m_writeIndex` the
-/// next slot to write, and `m_frameIndexQueue` names the filled slots, oldest first. A slot is
-/// written and read under its own mutex of `m_bufferLocks`; the queue and the lists of the ring are
-/// changed under `m_frameMutex`, which is never held while a slot mutex is taken.
+/// The ring: frame callbacks on libuvc's streaming threads write it, `m_writeIndex` is the next
+/// slot to write, and `m_frameIndexQueue` names the filled slots, oldest first and each at most
+/// once. A slot is written and read under its own mutex of `m_bufferLocks`, and knows there which
+/// frame it holds. The queue, the lists of the ring, and size, pixel format and sensor type as a
+/// group change under `m_frameMutex`, which is never held while a slot mutex is taken.
 ///
-/// Locks, outermost first: `m_grabLock`, `m_lifecycleMutex`, `m_nodeLock`, the static
-/// `m_nodeTableLock`, a node's `accessLock`, `m_controlMutex`. Slot mutexes and `m_frameMutex`
-/// stand apart, except that a slot mutex is held while `m_nodeLock` is read. Plain fields that two
-/// threads touch without a lock are reached through atomic references.
+/// Locks, outermost first: `m_grabLock`, `m_lifecycleMutex`, the static `m_nodeTableLock`, a node's
+/// `accessLock`, `m_nodeLock` or `m_controlMutex`, `m_frameMutex`. A slot mutex is held while
+/// `m_nodeLock` is read. Plain fields that two threads touch without a lock are reached through
+/// atomic references.
 class CZRNCamera : public QObject, public CameraInterface
 {
     Q_OBJECT
@@ -52,7 +67,7 @@ public:
     QString name() override;
     int types() override;
 
-    // Connection: connection.cpp. One thread at a time.
+    // Connection: connection.cpp. Any thread; those of one camera wait for each other.
     ErrorCode connectDeviceBySerial(const QString& serial) override;
     ErrorCode connectDeviceByIndex(int index) override;
     ErrorCode reconnectDevice() override;
@@ -105,6 +120,13 @@ public:
     /// Closes every known camera, then finds, opens and registers those on the bus.
     /// @return how many were opened.
     static int enumZRNCameraDevices();
+    /// Closes and opens the cameras at the chosen places alone, and forgets those that are closed
+    /// or have left the bus; all others stay as they are, streams included. @param serials set to
+    /// the serials of the cameras that are open then, as hosts see them, by place. @return how many
+    /// nodes the table holds then.
+    static int enumChosenDevices(const QList<BusPlace>& chosen, QVariantMap& serials);
+    /// Says that what a host has chosen is no place on a bus.
+    static void logMalformedPlace(const QString& text);
     /// Opens the index-th device on the bus with these ids and fills @p node.
     static bool openSpecifedDevice(int vendorId, int productId, int index, CameraNode& node);
     /// Closes handle, device and context of a node.
@@ -180,17 +202,22 @@ protected:
     qint32 m_receivedFrameCount = 0; ///< counts to 16 after a start or discard
     uvc_stream_ctrl_t* m_streamCtrl = nullptr;
 
+    /// What the ring may grow into. A field, so that a test can set it.
+    MemoryLimit m_availableMemory = &availableMemory;
+
     static QMutex m_cameraEnumLock;
     static QMap<QString, CameraNode*> m_cameraNodeMap; ///< by serial key
     static qint32 m_enumCount; ///< devices that the last successful enumeration opened
     static QLoggingCategory m_category;
 
 private:
-    /// Size and packing of the frames that the camera sends, read at one moment.
+    /// Size, packing and sensor type of the frames that the camera sends. They belong together:
+    /// those of one camera and one connection.
     struct FrameGeometry {
-        int width;
-        int height;
-        int bytesPerPosition;
+        int width = 0;
+        int height = 0;
+        int bytesPerPosition = 0;
+        qint32 sensorType = -1;
 
         [[nodiscard]] std::size_t pixels() const
         {
@@ -202,16 +229,43 @@ private:
         }
         /// Bytes of an image's data.
         [[nodiscard]] std::size_t imageSize() const { return pixels() + frameTrailerSize; }
+        [[nodiscard]] bool hasSizeOf(const FrameGeometry& other) const
+        {
+            return width == other.width && height == other.height &&
+                   bytesPerPosition == other.bytesPerPosition;
+        }
+    };
+
+    /// What a slot of the ring holds. Frames are numbered from 1 in the order of their arrival.
+    struct SlotRecord {
+        explicit SlotRecord(std::size_t bytes)
+            : size(bytes)
+        {
+        }
+
+        const std::size_t size;  ///< bytes of the buffer, trailer included
+        quint64 queuedFrame = 0; ///< which its entry in the queue stands for; under m_frameMutex
+        quint64 heldFrame = 0;   ///< whose bytes are in it, 0 for none; under the slot's mutex
+        FrameGeometry geometry;  ///< of that frame; under the slot's mutex
     };
 
     /// A slot of the ring, as taken under m_frameMutex.
     struct FrameSlot {
         unsigned char* buffer = nullptr;
         QMutex* lock = nullptr;
-        std::size_t size = 0; ///< bytes of the buffer, trailer included
+        SlotRecord* record = nullptr;
+    };
+
+    /// A frame that is to be grabbed or stored.
+    struct FrameTicket {
+        FrameSlot slot;
+        quint64 frame = 0;
+        FrameGeometry geometry; ///< the camera's when the ticket was drawn
     };
 
     [[nodiscard]] FrameGeometry frameGeometry();
+    /// The same, to be called under m_frameMutex.
+    [[nodiscard]] FrameGeometry lockedGeometry();
     [[nodiscard]] NodeReference currentNode();
     [[nodiscard]] DeviceAccess accessDevice() { return DeviceAccess(currentNode()); }
     [[nodiscard]] bool isConnected() { return static_cast<bool>(currentNode()); }
@@ -220,15 +274,63 @@ private:
     static QList<CameraNode*> takeNodes();
     /// Closes nodes that were in the table and gives back its references to them.
     static void releaseNodes(const QList<CameraNode*>& nodes);
+    /// Closes handle, device and context of a node that a NodeClosing holds.
+    /// @return false when libuvc could not be asked to, and what it holds stays allocated.
+    static bool closeNode(CameraNode& node);
+    static void logAbandoned(const CameraNode& node);
+    /// Logs once, at an enumeration, why a host is not safe from libuvc's faults.
+    static void reportMissingGuards();
     /// Enters an opened camera into the node table.
     static void registerNode(const CameraNode& opened);
+    /// Opens a device of a context's list and fills the node. The context is the node's then.
+    static bool openListedDevice(uvc_device_t* device, int position, uvc_context_t* context,
+                                 CameraNode& node);
+
+    // For enumChosenDevices().
+    static std::optional<QList<BusPlace>> placesOnBus();
+    static void openChosenDevice(const BusPlace& place);
+    static bool openDeviceAt(const BusPlace& place, CameraNode& node);
+    /// Takes the nodes out of the table that are closed or whose place is not to be kept.
+    static QList<CameraNode*> takeNodesUnless(const std::function<bool(const BusPlace&)>& keeps);
+    /// As registerNode(), but leaves an open camera with the same serial alone. @return false then
+    static bool registerAlone(const CameraNode& opened);
+
+    /// A serial as hosts see it.
+    static QString hostSerial(const QString& serialKey);
 
     ErrorCode connectNode(NodeReference node);
-    bool readGeometry(const DeviceAccess& device);
+    bool initializeCamera(QSize firstFrame, bool isNewCamera);
+    /// Makes size, format and sensor type those of the camera, in one step for whoever reads them.
+    /// Unread frames of another camera, size or type leave the queue in the same step.
+    void publishGeometry(QSize size, CameraSpace::PixelFormatType format, qint32 sensorType,
+                         bool isNewCamera);
+    /// The size of a camera's first frame; nothing when it describes none.
+    static std::optional<QSize> readFrameSize(const DeviceAccess& device);
     static void logFormat(const uvc_format_desc_t& format);
     static void logFrame(const uvc_frame_desc_t& frame);
 
+    struct LivingCameras;
+    class CallbackScope;
+    /// Lets libuvc's streams deliver to this object.
+    void admitCallbacks();
+    /// Ends that, and waits for callbacks that have begun.
+    void refuseCallbacks();
     void cacheFrame(const uvc_frame& frame);
+    void logRefusal(const uvc_frame& frame, const FrameTicket& ticket);
+    /// Takes all entries of a slot out of the queue. To be called under m_frameMutex.
+    void withdraw(int index) { m_frameIndexQueue.removeAll(index); }
+    /// Empties the queue, and keeps the memory that the frame callback relies on. To be called
+    /// under m_frameMutex.
+    void clearQueue()
+    {
+        m_frameIndexQueue.erase(m_frameIndexQueue.begin(), m_frameIndexQueue.end());
+    }
+    /// Waits for a frame and takes it out of the queue. @return whether there is one.
+    bool takeFrame(FrameTicket& ticket, const QDeadlineTimer& deadline);
+    /// Whether another object or an enumeration has closed the camera under a stream.
+    bool streamWasClosed();
+    /// There is no stream any more: whoever waits for its frames wakes.
+    void markStopped();
     bool growRing(const FrameGeometry& geometry, int count);
     void warnOfSmallSlots(const FrameGeometry& geometry, int count);
     void reportSmallSlot(std::size_t frameSize, std::size_t slotSize);
@@ -238,24 +340,27 @@ private:
     [[nodiscard]] unsigned long grabTimeout();
 
     bool splitFrame(QList<CameraSpace::ImageBlock*>& images, const unsigned char* frame,
-                    const FrameGeometry& geometry, qint32 sensorType);
+                    const FrameGeometry& geometry);
 
     bool colorByteIO(int byte, bool read, int& value);
 
     /// The property tables (properties.cpp).
     struct Properties;
 
-    /// Sizes of m_frameBuffers: an object that is connected to another camera keeps its old slots.
-    std::vector<std::size_t> m_slotSizes;
+    /// Of m_frameBuffers: an object that is connected to another camera keeps its old slots. They
+    /// stay where they are while the ring grows.
+    std::vector<std::unique_ptr<SlotRecord>> m_slotRecords;
     bool m_smallSlotReported = false; ///< one line for each start
+    quint64 m_lastFrame = 0;          ///< number of the last frame stored; under m_frameMutex
+    quint64 m_geometryEpoch = 0;      ///< counts emptied queues of publishGeometry; likewise
+    uvc_device_handle_t* m_streamHandle = nullptr; ///< that streams; under m_lifecycleMutex
     QRecursiveMutex m_lifecycleMutex; ///< serialises connecting, starting, stopping, disconnecting
-    /// Images that a host may delete in one go without a page fault in the grabs that follow: those
-    /// of eight grabs that it keeps, of one in hand, and some slack.
-    static constexpr std::size_t liveImages = std::size_t{2} * 10;
-    HeapRoom m_imageRoom;      ///< for liveImages, where the first thread to grab allocates
     QReadWriteLock m_grabLock; ///< held for reading by grabs and discards; destruction waits for it
     quint32 m_arrivedFrameCount = 0; ///< frames ever queued, modulo 2^32; under m_frameMutex
     bool m_isClosing = false;        ///< nobody may begin to wait; under m_frameMutex
+    bool m_isResizing = false;       ///< discards do not wait; likewise
+    quint32 m_interruptions = 0;     ///< of waits, modulo 2^32; likewise
+    int m_runningCallbacks = 0;      ///< under the lock of the living cameras
 
     static QReadWriteLock m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount
     static bool m_isExiting;               ///< under m_cameraEnumLock

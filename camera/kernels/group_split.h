@@ -1,5 +1,7 @@
 #pragma once
 
+#include "group_layout.h"
+
 #include <array>
 #include <cstddef>
 
@@ -13,7 +15,8 @@
 namespace kernels
 {
 
-using Bytes = unsigned char*;
+/// Where streams begin; those that a layout does not have are left out.
+using Streams = std::array<unsigned char*, groupSize>;
 
 /// The groups that a kernel takes: some from the start of each of some rows.
 struct Rows {
@@ -23,20 +26,8 @@ struct Rows {
     std::size_t pitch = 0; ///< from one row of a stream to the next; of the source, twice as much
 };
 
-/// Bytes 0 2 4 6 to the first stream, 1 3 5 7 to the second.
-void splitAlternating(const Rows& rows, const std::array<Bytes, 2>& streams);
-
-/// Bytes 3 2 1 0 to the first stream, 7 6 5 4 to the second.
-void splitReversedQuads(const Rows& rows, const std::array<Bytes, 2>& streams);
-
-/// Bytes 0 2, 1 3, 4 6 and 5 7 to one stream each.
-void splitSides(const Rows& rows, const std::array<Bytes, 4>& streams);
-
-/// As splitSides, but the second and the fourth stream run downwards from where they point to.
-void splitBothEnds(const Rows& rows, const std::array<Bytes, 4>& streams);
-
-/// One byte to each of eight streams.
-void splitStrips(const Rows& rows, const std::array<Bytes, 8>& streams);
+/// @param streams as many as the layout has, each where it begins.
+void split(GroupLayout layout, const Rows& rows, const Streams& streams);
 
 /// The name of the instruction set that the kernels use on this machine.
 const char* instructionSet();

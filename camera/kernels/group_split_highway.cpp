@@ -4,8 +4,8 @@
 // one table look-up. What is left is to transpose a square of equal pieces: one row for each
 // vector, one column for each stream.
 
-#include "group_order.h"
 #include "group_split.h"
+#include "group_split_loop.h"
 
 // Where there is no vector unit that Highway knows, the plain loop beats emulated vectors.
 #define HWY_BROKEN_EMU128 1
@@ -25,11 +25,10 @@ namespace kernels::HWY_NAMESPACE
 
 #if HWY_TARGET == HWY_SCALAR
 
-template <const GroupOrder& order, std::size_t streamCount,
-          const Directions<streamCount>& directions>
-void split(const Rows& rows, const std::array<Bytes, streamCount>& streams)
+template <GroupLayout layout>
+void splitAs(const Rows& rows, const Streams& streams)
 {
-    splitPlainly<order, streamCount, directions>(rows, streams);
+    splitPlainly<layout>(rows, streams);
 }
 
 #else
@@ -81,12 +80,12 @@ HWY_INLINE void transpose(Vector (&rows)[count])
 }
 
 /// The order with the piece of each downward stream reversed in itself.
-template <std::size_t streamCount>
-constexpr GroupOrder withReversedPieces(GroupOrder order, const Directions<streamCount>& directions)
+constexpr GroupOrder orderInVectors(const GroupTraits& traits)
 {
-    constexpr std::size_t pieceSize = blockSize / streamCount;
-    for (std::size_t i = 0; i < streamCount; ++i) {
-        if (directions[i] == Direction::Down) {
+    GroupOrder order = traits.order;
+    const std::size_t pieceSize = blockSize / traits.streams;
+    for (std::size_t i = 0; i < traits.streams; ++i) {
+        if (traits.directions[i] == Direction::Down) {
             const auto piece = order.begin() + i * pieceSize;
             std::reverse(piece, piece + pieceSize);
         }
@@ -95,12 +94,13 @@ constexpr GroupOrder withReversedPieces(GroupOrder order, const Directions<strea
 }
 
 /// Deals as many groups as one vector for each stream holds.
-template <const GroupOrder& order, std::size_t streamCount,
-          const Directions<streamCount>& directions>
+template <GroupLayout layout>
 HWY_INLINE void splitVectors(const std::uint8_t* source, std::size_t position,
-                             const std::array<std::uint8_t*, streamCount>& streams)
+                             const Streams& streams)
 {
-    static constexpr GroupOrder vectorOrder = withReversedPieces(order, directions);
+    constexpr const GroupTraits& traits = traitsOf(layout);
+    constexpr std::size_t streamCount = traits.streams;
+    static constexpr GroupOrder vectorOrder = orderInVectors(traits);
     const Tag tag;
     const Pieces<streamCount> pieces;
     const Vector table = hn::LoadDup128(tag, vectorOrder.data());
@@ -111,7 +111,7 @@ HWY_INLINE void splitVectors(const std::uint8_t* source, std::size_t position,
     }
     transpose(vectors);
     for (std::size_t i = 0; i < streamCount; ++i) {
-        if (directions[i] == Direction::Up) {
+        if (traits.directions[i] == Direction::Up) {
             hn::StoreU(vectors[i], tag, streams[i] + position);
         } else {
             const auto reversed = hn::Reverse(pieces, hn::BitCast(pieces, vectors[i]));
@@ -121,26 +121,26 @@ HWY_INLINE void splitVectors(const std::uint8_t* source, std::size_t position,
 }
 
 /// Calls for the memory that the next row's vectors will go to.
-template <std::size_t streamCount, const Directions<streamCount>& directions>
-HWY_INLINE void prefetchTargets(std::size_t position, std::size_t nextRow,
-                                const std::array<Bytes, streamCount>& streams)
+template <GroupLayout layout>
+HWY_INLINE void prefetchTargets(std::size_t position, std::size_t nextRow, const Streams& streams)
 {
     constexpr int forWriting = 1;
-    for (std::size_t i = 0; i < streamCount; ++i) {
+    constexpr const GroupTraits& traits = traitsOf(layout);
+    for (std::size_t i = 0; i < traits.streams; ++i) {
         const std::uint8_t* const target = streams[i] + nextRow;
-        __builtin_prefetch(directions[i] == Direction::Up ? target + position : target - position,
-                           forWriting);
+        const bool isUp = traits.directions[i] == Direction::Up;
+        __builtin_prefetch(isUp ? target + position : target - position, forWriting);
     }
 }
 
-template <const GroupOrder& order, std::size_t streamCount,
-          const Directions<streamCount>& directions>
-void split(const Rows& rows, const std::array<Bytes, streamCount>& streams)
+template <GroupLayout layout>
+void splitAs(const Rows& rows, const Streams& streams)
 {
+    constexpr std::size_t streamCount = traitsOf(layout).streams;
     constexpr std::size_t step = streamCount * vectorSize / groupSize;
     constexpr std::size_t share = groupSize / streamCount;
     if (rows.groups < step) {
-        splitPlainly<order, streamCount, directions>(rows, streams);
+        splitPlainly<layout>(rows, streams);
         return;
     }
     // The last vectors of a row end with its last group; they may deal groups a second time.
@@ -150,11 +150,10 @@ void split(const Rows& rows, const std::array<Bytes, streamCount>& streams)
     constexpr bool prefetches = streamCount > 2;
     // Copies, because the bytes that are written might change the originals.
     const Rows from = rows;
-    std::array<Bytes, streamCount> to = streams;
+    Streams to = streams;
     for (std::size_t row = 0; row < from.count; ++row) {
         const auto deal = [source = from.source + 2 * from.pitch * row, &to](std::size_t group) {
-            splitVectors<order, streamCount, directions>(source + groupSize * group, share * group,
-                                                         to);
+            splitVectors<layout>(source + groupSize * group, share * group, to);
         };
         deal(0);
         // From here on, vectors are stored to where a multiple of their size begins, which halves
@@ -163,42 +162,22 @@ void split(const Rows& rows, const std::array<Bytes, streamCount>& streams)
         const std::size_t nextRow = row + 1 < from.count ? from.pitch : 0;
         for (std::size_t group = head / share; group < last; group += step) {
             if constexpr (prefetches) {
-                prefetchTargets<streamCount, directions>(share * group, nextRow, to);
+                prefetchTargets<layout>(share * group, nextRow, to);
             }
             deal(group);
         }
         deal(last);
-        for (Bytes& target : to) {
-            target += from.pitch;
+        for (std::size_t i = 0; i < streamCount; ++i) {
+            to[i] += from.pitch;
         }
     }
 }
 
 #endif
 
-void splitAlternating(const Rows& rows, const std::array<Bytes, 2>& streams)
+void split(GroupLayout layout, const Rows& rows, const Streams& streams)
 {
-    split<alternatingOrder, 2, twoUp>(rows, streams);
-}
-
-void splitReversedQuads(const Rows& rows, const std::array<Bytes, 2>& streams)
-{
-    split<reversedQuadsOrder, 2, twoUp>(rows, streams);
-}
-
-void splitSides(const Rows& rows, const std::array<Bytes, 4>& streams)
-{
-    split<sidesOrder, 4, fourUp>(rows, streams);
-}
-
-void splitBothEnds(const Rows& rows, const std::array<Bytes, 4>& streams)
-{
-    split<sidesOrder, 4, towardsEachOther>(rows, streams);
-}
-
-void splitStrips(const Rows& rows, const std::array<Bytes, 8>& streams)
-{
-    split<stripsOrder, 8, eightUp>(rows, streams);
+    callForLayout(layout, [&]<GroupLayout known>() { splitAs<known>(rows, streams); });
 }
 
 const char* instructionSet()
@@ -213,36 +192,12 @@ HWY_AFTER_NAMESPACE();
 namespace kernels
 {
 
-HWY_EXPORT(splitAlternating);
-HWY_EXPORT(splitReversedQuads);
-HWY_EXPORT(splitSides);
-HWY_EXPORT(splitBothEnds);
-HWY_EXPORT(splitStrips);
+HWY_EXPORT(split);
 HWY_EXPORT(instructionSet);
 
-void splitAlternating(const Rows& rows, const std::array<Bytes, 2>& streams)
+void split(GroupLayout layout, const Rows& rows, const Streams& streams)
 {
-    HWY_DYNAMIC_DISPATCH(splitAlternating)(rows, streams);
-}
-
-void splitReversedQuads(const Rows& rows, const std::array<Bytes, 2>& streams)
-{
-    HWY_DYNAMIC_DISPATCH(splitReversedQuads)(rows, streams);
-}
-
-void splitSides(const Rows& rows, const std::array<Bytes, 4>& streams)
-{
-    HWY_DYNAMIC_DISPATCH(splitSides)(rows, streams);
-}
-
-void splitBothEnds(const Rows& rows, const std::array<Bytes, 4>& streams)
-{
-    HWY_DYNAMIC_DISPATCH(splitBothEnds)(rows, streams);
-}
-
-void splitStrips(const Rows& rows, const std::array<Bytes, 8>& streams)
-{
-    HWY_DYNAMIC_DISPATCH(splitStrips)(rows, streams);
+    HWY_DYNAMIC_DISPATCH(split)(layout, rows, streams);
 }
 
 const char* instructionSet()

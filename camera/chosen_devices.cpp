@@ -1,0 +1,182 @@
+// Finding and opening chosen cameras only, so that a host that has lost one, or wants one, leaves
+// the others alone: its own and those of other processes.
+
+#include "camera_ids.h"
+#include "served_devices.h"
+#include "zrn_camera.h"
+
+#include <QMutexLocker>
+#include <QReadLocker>
+#include <QWriteLocker>
+
+namespace
+{
+
+BusPlace placeOf(uvc_device_t* device)
+{
+    return {uvc_get_bus_number(device), uvc_get_device_address(device)};
+}
+
+/// Nothing for a camera that is closed.
+std::optional<BusPlace> placeOf(CameraNode& node)
+{
+    const QReadLocker access(&node.accessLock);
+    return node.device ? std::optional(placeOf(node.device)) : std::nullopt;
+}
+
+bool isServed(uvc_device_t* device)
+{
+    uvc_device_descriptor_t* descriptor = nullptr;
+    if (uvc_get_device_descriptor(device, &descriptor) != UVC_SUCCESS) {
+        return false;
+    }
+    const bool result = matches(*descriptor, zrn::cameraVendorId, zrn::cameraProductId);
+    uvc_free_device_descriptor(descriptor);
+    return result;
+}
+
+} // namespace
+
+int CZRNCamera::enumChosenDevices(const QList<BusPlace>& chosen, QVariantMap& serials)
+{
+    const QMutexLocker enumeration(&m_cameraEnumLock);
+    if (m_isExiting) {
+        return 0;
+    }
+    const std::optional<QList<BusPlace>> present = placesOnBus();
+    if (present) {
+        releaseNodes(takeNodesUnless([&](const BusPlace& place) {
+            return present->contains(place) && !chosen.contains(place);
+        }));
+        for (const BusPlace& place : chosen) {
+            if (present->contains(place)) {
+                openChosenDevice(place);
+            }
+        }
+    }
+
+    serials.clear();
+    {
+        const QReadLocker table(&m_nodeTableLock);
+        for (CameraNode* node : std::as_const(m_cameraNodeMap)) {
+            if (const std::optional<BusPlace> place = node ? placeOf(*node) : std::nullopt) {
+                serials[nameOf(*place)] = hostSerial(node->serial);
+            }
+        }
+    }
+    const QWriteLocker table(&m_nodeTableLock);
+    m_enumCount = m_cameraNodeMap.size();
+    return m_enumCount;
+}
+
+void CZRNCamera::logMalformedPlace(const QString& text)
+{
+    qCCritical(m_category) << " not a place on the bus:" << text;
+}
+
+std::optional<QList<BusPlace>> CZRNCamera::placesOnBus()
+{
+    uvc_context_t* scan = nullptr;
+    uvc_error_t result = uvc_init(&scan, nullptr);
+    if (result != UVC_SUCCESS) {
+        qCCritical(m_category) << "uvc_init failed error:" << result;
+        return std::nullopt;
+    }
+    reportMissingGuards();
+    uvc_device_t** devices = nullptr;
+    result = uvc_get_device_list(scan, &devices);
+    if (result != UVC_SUCCESS) {
+        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
+        uvc_exit(scan);
+        return std::nullopt;
+    }
+    // Their descriptors are not asked for: libuvc would open the devices for that.
+    QList<BusPlace> places;
+    for (int position = 0; devices[position] != nullptr; ++position) {
+        places.append(placeOf(devices[position]));
+    }
+    uvc_free_device_list(devices, unreferenceDevices);
+    uvc_exit(scan);
+    return places;
+}
+
+void CZRNCamera::openChosenDevice(const BusPlace& place)
+{
+    CameraNode opened;
+    if (!openDeviceAt(place, opened) || registerAlone(opened)) {
+        return;
+    }
+    // It would take the place of a camera that somebody may be using.
+    qCCritical(m_category) << " another open camera has this serial:" << opened.serial
+                           << ", not opened:" << nameOf(place);
+    closeSpecifedDevice(&opened);
+}
+
+bool CZRNCamera::openDeviceAt(const BusPlace& place, CameraNode& node)
+{
+    uvc_context_t* context = nullptr;
+    uvc_error_t result = uvc_init(&context, nullptr);
+    if (result != UVC_SUCCESS) {
+        qCCritical(m_category) << "uvc_init failed error:" << result;
+        return false;
+    }
+    uvc_device_t** devices = nullptr;
+    result = uvc_get_device_list(context, &devices);
+    if (result != UVC_SUCCESS) {
+        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
+        uvc_exit(context);
+        return false;
+    }
+    bool isOpened = false;
+    for (int position = 0; devices[position] != nullptr; ++position) {
+        if (placeOf(devices[position]) == place) {
+            isOpened = isServed(devices[position]) &&
+                       openListedDevice(devices[position], position, context, node);
+            break;
+        }
+    }
+    uvc_free_device_list(devices, unreferenceDevices);
+    if (!isOpened) {
+        uvc_exit(context);
+    }
+    return isOpened;
+}
+
+QList<CameraNode*> CZRNCamera::takeNodesUnless(const std::function<bool(const BusPlace&)>& keeps)
+{
+    // Who holds the enumeration lock is alone in changing the table.
+    QStringList leaving;
+    {
+        const QReadLocker table(&m_nodeTableLock);
+        for (auto entry = m_cameraNodeMap.cbegin(); entry != m_cameraNodeMap.cend(); ++entry) {
+            const std::optional<BusPlace> place =
+                entry.value() ? placeOf(*entry.value()) : std::nullopt;
+            if (!place || !keeps(*place)) {
+                leaving.append(entry.key());
+            }
+        }
+    }
+    QList<CameraNode*> nodes;
+    const QWriteLocker table(&m_nodeTableLock);
+    for (const QString& serial : std::as_const(leaving)) {
+        nodes.append(m_cameraNodeMap.take(serial));
+    }
+    m_enumCount = m_cameraNodeMap.size();
+    return nodes;
+}
+
+bool CZRNCamera::registerAlone(const CameraNode& opened)
+{
+    CameraNode* closed = nullptr;
+    {
+        const QWriteLocker table(&m_nodeTableLock);
+        CameraNode* const present = m_cameraNodeMap.value(opened.serial);
+        if (present && placeOf(*present)) {
+            return false;
+        }
+        closed = m_cameraNodeMap.take(opened.serial);
+    }
+    releaseNodes({closed});
+    registerNode(opened);
+    return true;
+}
