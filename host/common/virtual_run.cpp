@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QProcess>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -28,6 +29,19 @@ QString findSimulator()
 }
 
 } // namespace
+
+QStringList virtualModels()
+{
+    const QString program = findSimulator();
+    if (program.isEmpty()) {
+        return {};
+    }
+    QProcess simulator;
+    simulator.start(program, {QStringLiteral("--list-models")});
+    simulator.waitForFinished();
+    return QString::fromUtf8(simulator.readAllStandardOutput())
+        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
 
 bool onVirtualCameras()
 {

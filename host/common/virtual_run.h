@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <stdexcept>
 #include <string>
@@ -25,6 +26,9 @@ public:
 private:
     QString m_hint;
 };
+
+/// The models of virtual cameras, each with a line about it behind its name. Empty without zrnsim.
+QStringList virtualModels();
 
 /// Whether this process was started by runOnVirtualCameras().
 bool onVirtualCameras();

@@ -16,6 +16,9 @@ bool isRecordable(const Frame& frame)
         return false;
     }
     const qint64 bytes = qint64{frame.width} * frame.height + imageTrailerBytes;
+    if (bytes > qint64{maximumImageBytes}) {
+        return false;
+    }
     for (const Image& image : frame.images) {
         if (image.data.size() != bytes) {
             return false;
@@ -33,6 +36,9 @@ RecordingFile::RecordingFile(const QString& path, const QJsonObject& metadata)
                                           : m_file.errorString()));
     }
     QByteArray text = QJsonDocument(metadata).toJson(QJsonDocument::Compact);
+    if (static_cast<quint64>(text.size()) > maximumMetadataBytes) {
+        throw RecordingError(QStringLiteral("%1: its metadata is too long").arg(path));
+    }
     text = text.leftJustified(static_cast<int>(padded(static_cast<quint64>(text.size()))), ' ');
     const Block header = encodeFileHeader(static_cast<quint32>(text.size()));
     write(header.data(), header.size());
@@ -68,9 +74,11 @@ void RecordingFile::append(const Frame& frame)
 
 void RecordingFile::close()
 {
-    std::vector<quint64> offsets(m_offsets.size());
-    qToLittleEndian<quint64>(m_offsets.data(), static_cast<qsizetype>(m_offsets.size()),
-                             offsets.data());
+    std::vector<quint64> offsets;
+    offsets.reserve(m_offsets.size());
+    for (const quint64 offset : m_offsets) {
+        offsets.push_back(qToLittleEndian(offset));
+    }
     const auto bytes = static_cast<quint64>(offsets.size() * sizeof(quint64));
     Tail tail;
     tail.indexOffset = m_bytes;

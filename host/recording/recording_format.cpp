@@ -108,7 +108,8 @@ std::optional<quint32> decodeFileHeader(const Block& block)
     if (!isSealed(block, fileMagic) || get<quint32>(block, versionAt) != formatVersion) {
         return std::nullopt;
     }
-    return get<quint32>(block, metadataBytesAt);
+    const auto metadataBytes = get<quint32>(block, metadataBytesAt);
+    return metadataBytes <= maximumMetadataBytes ? std::optional(metadataBytes) : std::nullopt;
 }
 
 Block encodeFrameHeader(const FrameHeader& header)
@@ -140,7 +141,7 @@ std::optional<FrameHeader> decodeFrameHeader(const Block& block)
     std::memcpy(header.letters.data(), block.data() + lettersAt, header.letters.size());
     header.payloadCrc = get<quint32>(block, payloadCrcAt);
     const bool possible = isEdge(header.width) && isEdge(header.height) &&
-                          isLetter(header.letters[0]) &&
+                          header.imageBytes() <= maximumImageBytes && isLetter(header.letters[0]) &&
                           (header.letters[1] == 0 || isLetter(header.letters[1]));
     return possible ? std::optional(header) : std::nullopt;
 }

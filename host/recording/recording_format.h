@@ -24,6 +24,11 @@ inline constexpr int blockSize = 64; ///< size of each header, and alignment of 
 inline constexpr quint32 formatVersion = 1;
 inline constexpr int imageTrailerBytes = 8; ///< bytes behind the pixels of each image
 inline constexpr std::size_t maximumImages = 2;
+/// Bytes of an image with its trailer: far more than any camera sends, and few enough for the
+/// containers that images and pictures are held in.
+inline constexpr quint64 maximumImageBytes = quint64{1} << 30;
+/// Bytes of the JSON text that a recording begins with.
+inline constexpr quint32 maximumMetadataBytes = 16U * 1024 * 1024;
 
 using Block = std::array<unsigned char, blockSize>;
 
@@ -72,7 +77,8 @@ quint64 padded(quint64 bytes);
 
 /// @param metadataBytes length of the JSON text with its padding
 Block encodeFileHeader(quint32 metadataBytes);
-/// @return length of the metadata, or nothing when this is no recording of a known version.
+/// @return length of the metadata, or nothing when this is no recording of a known version or the
+/// length is impossible.
 std::optional<quint32> decodeFileHeader(const Block& block);
 
 Block encodeFrameHeader(const FrameHeader& header);

@@ -111,11 +111,12 @@ bool RecordingReader::readIndex(quint64 firstFrame)
         return false;
     }
     std::vector<quint64> offsets(count);
-    qFromLittleEndian<quint64>(index, static_cast<qsizetype>(count), offsets.data());
-    for (const quint64 offset : offsets) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto offset = qFromLittleEndian<quint64>(index + i * sizeof(quint64));
         if (offset < firstFrame || offset > tailOffset) {
             return false;
         }
+        offsets[i] = offset;
     }
     m_offsets = std::move(offsets);
     return true;

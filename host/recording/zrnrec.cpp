@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <new>
 
 namespace
 {
@@ -158,6 +159,10 @@ int main(int argc, char** argv)
                                  : exportFrames(options);
     } catch (const RecordingError& error) {
         std::fprintf(stderr, "zrnrec: %s\n", error.what());
+        return EXIT_FAILURE;
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "zrnrec: %s: too little memory for its frames\n",
+                     options.path.c_str());
         return EXIT_FAILURE;
     }
 }

@@ -17,8 +17,13 @@ struct GlobalOptions {
     bool verbose = false;
     bool quiet = false;
     std::string plugin;
-    std::string serial;
+    std::vector<std::string> serials;
+    std::string port;
     int index = -1; ///< -1: not given
+    bool all = false;
+
+    /// Whether the command is to work on several cameras at once.
+    [[nodiscard]] bool areSeveral() const { return all || serials.size() > 1; }
     std::vector<std::string> virtualModels;
 };
 
@@ -27,12 +32,14 @@ struct Context {
     const GlobalOptions& options;
     Report& report;
     Interrupt& interrupt;
+    QString name = {}; ///< of the camera, where it is one of several; empty otherwise
 };
 
 /// A subcommand: its part of the command line, and what it does.
 struct Command {
     CLI::App* app;
     std::function<ExitCode(Context&)> run;
+    bool takesSeveral = false; ///< cameras at once
 };
 
 Command addList(CLI::App& app);

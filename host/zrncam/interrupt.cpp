@@ -32,13 +32,17 @@ Interrupt::~Interrupt()
     ::close(m_end);
 }
 
-void Interrupt::onRequest(std::function<void()> action)
+void Interrupt::onRequest(const void* owner, std::function<void()> action)
 {
     const std::lock_guard lock(m_actionMutex);
-    m_action = std::move(action);
-    if (m_action && m_requested) {
-        m_action();
+    if (!action) {
+        m_actions.erase(owner);
+        return;
     }
+    if (m_requested) {
+        action();
+    }
+    m_actions[owner] = std::move(action);
 }
 
 void Interrupt::watch()
@@ -62,8 +66,8 @@ void Interrupt::watch()
         // On a thread of its own, so that a second signal is noticed while the action runs.
         actionThread = std::thread([this] {
             const std::lock_guard lock(m_actionMutex);
-            if (m_action) {
-                m_action();
+            for (const auto& [owner, action] : m_actions) {
+                action();
             }
         });
     }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -23,16 +24,16 @@ public:
 
     bool requested() const { return m_requested.load(); }
 
-    /// Sets what a signal does beside raising the flag; runs at once if it has come already. An
-    /// empty function removes the action, waiting for one that is running.
-    void onRequest(std::function<void()> action);
+    /// Sets what a signal does for @p owner beside raising the flag; runs at once if it has come
+    /// already. An empty function removes the action, waiting for one that is running.
+    void onRequest(const void* owner, std::function<void()> action);
 
 private:
     void watch();
 
     std::atomic<bool> m_requested{false};
     std::mutex m_actionMutex;
-    std::function<void()> m_action;
+    std::map<const void*, std::function<void()>> m_actions;
     int m_signals = -1; // signalfd
     int m_end = -1;     // eventfd
     std::thread m_thread;

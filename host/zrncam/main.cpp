@@ -1,10 +1,8 @@
 #include "command.h"
-#include "common/driver_error.h"
-#include "common/driver_plugin.h"
-#include "common/result_codes.h"
 #include "common/virtual_run.h"
+#include "completion.h"
+#include "failures.h"
 #include "interrupt.h"
-#include "tool_error.h"
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -24,10 +22,26 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options)
                  "Show everything that the driver prints and logs");
     app.add_flag("-q,--quiet", options.quiet, "Show no progress");
     app.add_option("--plugin", options.plugin, "Driver plugin to load")->type_name("FILE");
-    auto* serial = app.add_option("--serial", options.serial, "Choose the camera by its serial");
-    app.add_option("--index", options.index, "Choose the camera by its index (default: the first)")
-        ->check(CLI::Range(0, std::numeric_limits<int>::max()))
-        ->excludes(serial);
+    auto* serial =
+        app.add_option("--serial", options.serials,
+                       "Choose the camera by its serial; repeat for more where a command "
+                       "takes several")
+            ->type_name("SERIAL")
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    auto* index = app.add_option("--index", options.index,
+                                 "Choose the camera by its place in 'zrncam list' (default: the "
+                                 "first that is free)")
+                      ->check(CLI::Range(0, std::numeric_limits<int>::max()))
+                      ->excludes(serial);
+    auto* port = app.add_option("--port", options.port, "Choose the camera by its USB port")
+                     ->type_name("PORT")
+                     ->excludes(serial)
+                     ->excludes(index);
+    app.add_flag("--all", options.all, "Take every free camera, where a command takes several")
+        ->excludes(serial)
+        ->excludes(index)
+        ->excludes(port);
     app.add_option("--virtual", options.virtualModels,
                    "Run on a virtual camera of this model, or the default one; repeat for more")
         ->type_name("[MODEL]")
@@ -46,46 +60,6 @@ void setUpLogging(bool verbose)
     }
 }
 
-ExitCode exitCodeFor(ErrorCode code)
-{
-    switch (code) {
-    case ErrorCode::SerialNotFound:
-    case ErrorCode::IndexNotFound:
-    case ErrorCode::NodeNotOpen:
-    case ErrorCode::NothingEnumerated:
-        return ExitCode::NoCamera;
-    case ErrorCode::SplitException:
-    case ErrorCode::NotStreaming:
-    case ErrorCode::GrabTimeout:
-    case ErrorCode::SplitFailed:
-    case ErrorCode::StreamStartFailed:
-        return ExitCode::Stream;
-    default:
-        return ExitCode::Refused;
-    }
-}
-
-ExitCode runCommand(const Command& command, Context& context)
-{
-    Report& report = context.report;
-    try {
-        return report.finish(command.run(context));
-    } catch (const zrnhost::DriverError& error) {
-        const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(error.code());
-        return report.fail(
-            exitCodeFor(error.code()), QString::fromUtf8(error.what()), error.remedy(),
-            {{QStringLiteral("code"), static_cast<qint64>(error.code())},
-             {QStringLiteral("name"), QLatin1String(info ? info->name : "Unknown")}});
-    } catch (const zrnhost::PluginError& error) {
-        return report.fail(ExitCode::Plugin, QString::fromUtf8(error.what()),
-                           QStringLiteral("'zrncam doctor' says more about plugin and libraries"));
-    } catch (const ToolError& error) {
-        return report.fail(error.exitCode(), QString::fromUtf8(error.what()), error.hint());
-    } catch (const std::exception& error) {
-        return report.fail(ExitCode::Failure, QString::fromUtf8(error.what()), QString());
-    }
-}
-
 /// Keeps standard output for the result while the command runs.
 ExitCode run(const Command& command, const GlobalOptions& options)
 {
@@ -97,7 +71,8 @@ ExitCode run(const Command& command, const GlobalOptions& options)
     Report report(options.json, results);
     Interrupt interrupt;
     Context context{options, report, interrupt};
-    const ExitCode exitCode = runCommand(command, context);
+    const ExitCode exitCode =
+        report.finish(reportFailures(report, [&] { return command.run(context); }));
     return std::fclose(results) == 0 ? exitCode : ExitCode::Output;
 }
 
@@ -106,9 +81,18 @@ ExitCode runVirtually(const GlobalOptions& options, const std::vector<std::strin
     try {
         zrnhost::runOnVirtualCameras(options.virtualModels, arguments);
     } catch (const zrnhost::VirtualRunError& error) {
-        return Report(options.json, stdout)
-            .fail(ExitCode::VirtualCamera, QString::fromUtf8(error.what()), error.hint());
+        Report report(options.json, stdout);
+        return report.finish(
+            report.fail(ExitCode::VirtualCamera, QString::fromUtf8(error.what()), error.hint()));
     }
+}
+
+int complete(const CLI::App& app, const std::vector<std::string>& words)
+{
+    for (const std::string& line : completionsFor(app, words)) {
+        std::printf("%s\n", line.c_str());
+    }
+    return 0;
 }
 
 } // namespace
@@ -126,16 +110,24 @@ int main(int argc, char** argv)
                                         addGain(app),          addGrab(app),   addStream(app),
                                         addGet(app),           addSet(app),    addProperties(app),
                                         addDriverCommand(app), addDoctor(app), addVerify(app)};
+    if (argc > 1 && std::string_view(argv[1]) == completionCommand) {
+        return complete(app, {argv + 2, argv + argc});
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     }
+    const auto chosen = std::find_if(commands.begin(), commands.end(),
+                                     [](const Command& command) { return command.app->parsed(); });
+    if (options.areSeveral() && !chosen->takesSeveral) {
+        std::fprintf(stderr, "zrncam: %s works on one camera at a time\n",
+                     chosen->app->get_name().c_str());
+        return static_cast<int>(ExitCode::Usage);
+    }
     if (!options.virtualModels.empty() && !zrnhost::onVirtualCameras()) {
         return static_cast<int>(runVirtually(options, {argv, argv + argc}));
     }
     setUpLogging(options.verbose);
-    const auto chosen = std::find_if(commands.begin(), commands.end(),
-                                     [](const Command& command) { return command.app->parsed(); });
     return static_cast<int>(run(*chosen, options));
 }

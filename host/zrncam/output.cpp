@@ -19,9 +19,10 @@ std::FILE* reserveStandardOutput(bool verbose)
     return ::fdopen(results, "w");
 }
 
-Report::Report(bool asJson, std::FILE* stream)
+Report::Report(bool asJson, std::FILE* stream, QString name)
     : m_asJson(asJson)
     , m_stream(stream)
+    , m_name(std::move(name))
 {
 }
 
@@ -41,7 +42,7 @@ ExitCode Report::finish(ExitCode exitCode)
 {
     if (m_asJson) {
         m_json[QLatin1String("exitCode")] = static_cast<int>(exitCode);
-        const QByteArray text = QJsonDocument(m_json).toJson();
+        const QByteArray text = (m_list ? QJsonDocument(*m_list) : QJsonDocument(m_json)).toJson();
         std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), m_stream);
     }
     // Buffered output meets a full disk or a closed pipe only here.
@@ -52,12 +53,13 @@ ExitCode Report::finish(ExitCode exitCode)
 ExitCode Report::fail(ExitCode exitCode, const QString& message, const QString& hint,
                       QJsonObject error)
 {
-    std::fprintf(stderr, "zrncam: %s\n", message.toLocal8Bit().constData());
+    const QString name = m_name.isEmpty() ? m_name : m_name + QStringLiteral(": ");
+    std::fprintf(stderr, "zrncam: %s\n", (name + message).toLocal8Bit().constData());
     if (!hint.isEmpty()) {
         std::fprintf(stderr, "        %s\n", hint.toLocal8Bit().constData());
     }
     error[QLatin1String("message")] = message;
     error[QLatin1String("hint")] = hint;
     m_json[QLatin1String("error")] = error;
-    return finish(exitCode);
+    return exitCode;
 }

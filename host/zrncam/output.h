@@ -2,10 +2,12 @@
 
 #include "exit_codes.h"
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QString>
 
 #include <cstdio>
+#include <optional>
 
 /// Keeps standard output for results: whatever else writes to it, such as the driver, is sent to
 /// standard error when @p verbose and dropped otherwise.
@@ -19,8 +21,8 @@ std::FILE* reserveStandardOutput(bool verbose);
 class Report
 {
 public:
-    /// @param stream stays the caller's.
-    Report(bool asJson, std::FILE* stream);
+    /// @param stream stays the caller's. @param name put before what goes to standard error
+    Report(bool asJson, std::FILE* stream, QString name = {});
 
     /// A line for the reader. Not part of the JSON.
     void line(const QString& text);
@@ -28,16 +30,21 @@ public:
     void line(const QString& name, const QString& value);
     /// The document for a program. Not part of the text.
     QJsonObject& json() { return m_json; }
+    /// Makes the document an array of these in place of the object.
+    void setList(const QJsonArray& list) { m_list = list; }
 
+    /// Notes an error, which joins the document as its entry "error", and tells it on standard
+    /// error. @return @p exitCode
+    ExitCode fail(ExitCode exitCode, const QString& message, const QString& hint,
+                  QJsonObject error = {});
     /// Ends the report. @return @p exitCode, or ExitCode::Output when the result could not be
     /// written.
     ExitCode finish(ExitCode exitCode);
-    /// Ends the report with an error. @p error joins the document as its entry "error".
-    ExitCode fail(ExitCode exitCode, const QString& message, const QString& hint,
-                  QJsonObject error = {});
 
 private:
     bool m_asJson;
     std::FILE* m_stream;
+    const QString m_name;
     QJsonObject m_json;
+    std::optional<QJsonArray> m_list;
 };

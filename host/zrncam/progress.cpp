@@ -11,9 +11,10 @@ constexpr const char* clearLine = "\r\x1b[K";
 
 } // namespace
 
-Progress::Progress(bool quiet)
+Progress::Progress(bool quiet, QString name)
     : m_quiet(quiet)
-    , m_rewrites(!quiet && ::isatty(STDERR_FILENO) == 1)
+    , m_name(std::move(name))
+    , m_rewrites(!quiet && m_name.isEmpty() && ::isatty(STDERR_FILENO) == 1)
 {
 }
 
@@ -39,7 +40,8 @@ void Progress::note(const QString& text)
         return;
     }
     clear();
-    std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
+    const QString name = m_name.isEmpty() ? m_name : m_name + QStringLiteral(": ");
+    std::fprintf(stderr, "%s\n", (name + text).toLocal8Bit().constData());
 }
 
 void Progress::clear()

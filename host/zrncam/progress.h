@@ -7,7 +7,8 @@
 class Progress
 {
 public:
-    explicit Progress(bool quiet);
+    /// @param name of the camera, put before every note; with one, no line is rewritten in place
+    explicit Progress(bool quiet, QString name = {});
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -22,6 +23,7 @@ private:
     void clear();
 
     bool m_quiet;
+    const QString m_name;
     bool m_rewrites;
     bool m_shown = false;
     QElapsedTimer m_sinceShown;

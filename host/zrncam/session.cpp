@@ -2,13 +2,11 @@
 
 #include "common/driver_error.h"
 #include "common/plugin_locator.h"
-#include "common/usb_bus.h"
 #include "tool_error.h"
 
 #include <QCoreApplication>
 
-namespace
-{
+#include <algorithm>
 
 QString locatePlugin(const GlobalOptions& options)
 {
@@ -29,58 +27,119 @@ QString locatePlugin(const GlobalOptions& options)
                         .arg(QLatin1String(zrnhost::pluginVariable)));
 }
 
-} // namespace
+QJsonObject driverJson(zrnhost::DriverPlugin& plugin)
+{
+    return {{QStringLiteral("name"), plugin.factory().name()},
+            {QStringLiteral("version"), plugin.factory().version().toString()},
+            {QStringLiteral("path"), plugin.inspection().path}};
+}
 
 Session::Session(const GlobalOptions& options)
     : m_options(options)
     , m_plugin(locatePlugin(options))
-    , m_cameraCount(m_plugin.factory().enumDevice())
+    , m_opener(m_plugin.factory(), [this] { return m_bus.cameras(); })
+    , m_search(m_bus, m_opener, options.quiet)
 {
-}
-
-QJsonObject Session::driverJson()
-{
-    return {{QStringLiteral("name"), factory().name()},
-            {QStringLiteral("version"), factory().version().toString()},
-            {QStringLiteral("path"), m_plugin.inspection().path}};
 }
 
 zrnhost::Camera& Session::connect()
 {
-    if (m_cameraCount < 1) {
-        throw ToolError(ExitCode::NoCamera, QStringLiteral("no camera found"), noCameraHint());
+    m_camera = connect(choices().front());
+    return *m_camera;
+}
+
+std::vector<CameraChoice> Session::choices()
+{
+    if (!m_opener.canChoose()) {
+        enumerateAll();
     }
-    m_camera = std::make_unique<zrnhost::Camera>(factory());
-    zrnhost::Camera& camera = *m_camera;
-    if (!m_options.serial.empty()) {
-        const QString serial =
-            zrnhost::serialFromUser(QString::fromLocal8Bit(m_options.serial.c_str()));
-        zrnhost::check(camera->connectDeviceBySerial(serial),
-                       QStringLiteral("connecting to the camera with serial %1").arg(serial));
-    } else {
-        const int index = std::max(m_options.index, 0);
-        zrnhost::check(camera->connectDeviceByIndex(index),
-                       QStringLiteral("connecting to camera %1").arg(index));
+    std::vector<CameraChoice> choices;
+    for (const std::string& text : m_options.serials) {
+        CameraChoice choice;
+        choice.serial = zrnhost::serialFromUser(QString::fromLocal8Bit(text.c_str()));
+        const bool isNew =
+            std::none_of(choices.begin(), choices.end(), [&choice](const CameraChoice& other) {
+                return other.serial == choice.serial;
+            });
+        if (isNew) {
+            choices.push_back(choice);
+        }
     }
+    if (m_options.all) {
+        if (m_opener.canChoose()) {
+            for (const std::string& port : m_search.freePorts()) {
+                choices.push_back({{}, port, -1});
+            }
+        } else {
+            for (int index = 0; index < m_enumerated; ++index) {
+                choices.push_back({{}, {}, index});
+            }
+        }
+    }
+    if (choices.empty()) {
+        choices.push_back({{}, m_options.port, m_options.index});
+    }
+    return choices;
+}
+
+std::unique_ptr<zrnhost::Camera> Session::connect(const CameraChoice& choice)
+{
+    if (!m_opener.canChoose()) {
+        auto camera = std::make_unique<zrnhost::Camera>(factory());
+        connectEnumerated(*camera, choice);
+        return camera;
+    }
+    const QString serial = m_search.find(choice);
+    auto camera = std::make_unique<zrnhost::Camera>(factory());
+    zrnhost::check((*camera)->connectDeviceBySerial(serial),
+                   QStringLiteral("connecting to the camera with serial %1").arg(serial));
     return camera;
 }
 
-QString noCameraHint()
+bool Session::reconnect(zrnhost::Camera& camera, const QString& serial)
 {
-    for (const zrnhost::UsbCamera& camera : zrnhost::camerasOnBus(QString())) {
-        if (!camera.accessible) {
-            return QStringLiteral("a camera is on the bus, but this user may not open %1; put the "
-                                  "line %2 into %3, run 'udevadm control --reload' and replug it")
-                .arg(camera.nodePath, QLatin1String(zrnhost::udevRule),
-                     QLatin1String(zrnhost::udevRulePath));
-        }
-        return QStringLiteral("a camera is on the bus at %1, but could not be opened; close other "
-                              "programs that use it, or see 'zrncam doctor'")
-            .arg(camera.nodePath);
+    try {
+        const bool isThere = m_opener.canChoose() ? m_search.findNow({serial, {}, -1}).has_value()
+                                                  : factory().enumDevice() > 0;
+        return isThere && camera->connectDeviceBySerial(serial) == ErrorCode::Success;
+    } catch (const ToolError&) {
+        return false; // it is not on the bus
     }
-    return QStringLiteral("no device %1:%2 is on the bus; check cable and supply")
-        .arg(zrnhost::cameraVendorId, 4, 16, QLatin1Char('0'))
-        .arg(zrnhost::cameraProductId, 4, 16, QLatin1Char('0'));
+}
+
+void Session::connectEnumerated(zrnhost::Camera& camera, const CameraChoice& choice) const
+{
+    if (!choice.port.empty()) {
+        throw ToolError(ExitCode::NoCamera,
+                        QStringLiteral("this driver cannot open a camera by its port"),
+                        QStringLiteral("choose it by --serial or --index"));
+    }
+    if (!choice.serial.isEmpty()) {
+        zrnhost::check(
+            camera->connectDeviceBySerial(choice.serial),
+            QStringLiteral("connecting to the camera with serial %1").arg(choice.serial));
+        return;
+    }
+    const int index = std::max(choice.index, 0);
+    if (index >= m_enumerated) {
+        throw ToolError(
+            ExitCode::NoCamera,
+            QStringLiteral("there is no camera %1; cameras found: %2").arg(index).arg(m_enumerated),
+            QStringLiteral("indices begin with 0; 'zrncam list' shows the cameras"));
+    }
+    zrnhost::check(camera->connectDeviceByIndex(index),
+                   QStringLiteral("connecting to camera %1").arg(index));
+}
+
+/// For drivers that cannot choose; once, since it closes what is open.
+void Session::enumerateAll()
+{
+    if (m_enumerated < 0) {
+        m_enumerated = factory().enumDevice();
+    }
+    if (m_enumerated < 1) {
+        throw noCameraOnBus();
+    }
 }
 
 RunningStream::RunningStream(zrnhost::Camera& camera, Interrupt& interrupt)
@@ -88,11 +147,11 @@ RunningStream::RunningStream(zrnhost::Camera& camera, Interrupt& interrupt)
     , m_interrupt(interrupt)
 {
     zrnhost::check(camera->startStream(0), QStringLiteral("starting the stream"));
-    m_interrupt.onRequest([&camera] { camera->stopStream(0); });
+    m_interrupt.onRequest(this, [&camera] { camera->stopStream(0); });
 }
 
 RunningStream::~RunningStream()
 {
-    m_interrupt.onRequest({});
+    m_interrupt.onRequest(this, {});
     m_camera->stopStream(0);
 }

@@ -105,8 +105,7 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(QStringLiteral("zrnview"));
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
 
-    zrnview::Bench bench([&options] { return makeFactory(options.plugin); },
-                         [] { return zrnhost::camerasOnBus(QString()); });
+    zrnview::Bench bench([&options] { return makeFactory(options.plugin); }, zrnhost::busReaders());
     zrnview::WindowOptions windowOptions;
     windowOptions.camerasToShow =
         options.cameras.value_or(std::max<int>(1, static_cast<int>(options.virtualModels.size())));

@@ -1,3 +1,4 @@
+#include "camera_task.h"
 #include "commands/capture.h"
 #include "common/driver_error.h"
 #include "common/image_blocks.h"
@@ -5,7 +6,6 @@
 #include "common/property_keys.h"
 #include "common/statistics.h"
 #include "progress.h"
-#include "session.h"
 #include "tool_error.h"
 
 #include <QDateTime>
@@ -132,10 +132,8 @@ private:
     QJsonArray m_images;
 };
 
-ExitCode runGrab(Context& context, const GrabOptions& options)
+ExitCode runGrab(zrnhost::Camera& camera, Context& context, const GrabOptions& options)
 {
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
     applyCaptureOptions(camera, options.capture);
     const CameraIdentity identity = identify(camera);
     QJsonObject& json = context.report.json();
@@ -144,7 +142,7 @@ ExitCode runGrab(Context& context, const GrabOptions& options)
 
     {
         const RunningStream stream(camera, context.interrupt);
-        Progress progress(context.options.quiet);
+        Progress progress(context.options.quiet, context.name);
         const auto wanted = static_cast<quint64>(options.frames);
         int silent = 0;
         zrnhost::ImageBlocks images;
@@ -169,6 +167,28 @@ ExitCode runGrab(Context& context, const GrabOptions& options)
     return context.interrupt.requested() ? ExitCode::Interrupted : ExitCode::Success;
 }
 
+QString grabRow(const QJsonObject& camera)
+{
+    return QStringLiteral("%1: %2 frames, %3 missing")
+        .arg(camera[QLatin1String("camera")][QLatin1String("serial")].toString())
+        .arg(camera[QLatin1String("frames")].toInt())
+        .arg(camera[QLatin1String("missing")].toInt());
+}
+
+QString grabSum(const std::vector<QJsonObject>& cameras)
+{
+    int frames = 0;
+    int missing = 0;
+    for (const QJsonObject& camera : cameras) {
+        frames += camera[QLatin1String("frames")].toInt();
+        missing += camera[QLatin1String("missing")].toInt();
+    }
+    return QStringLiteral("%1 cameras, %2 frames, %3 missing")
+        .arg(cameras.size())
+        .arg(frames)
+        .arg(missing);
+}
+
 } // namespace
 
 Command addGrab(CLI::App& app)
@@ -185,5 +205,12 @@ Command addGrab(CLI::App& app)
     command->add_flag("--raw", options->raw,
                       "Write pixels and 8-byte trailer as delivered, instead of PNG");
     addCaptureOptions(*command, options->capture);
-    return {command, [options](Context& context) { return runGrab(context, *options); }};
+    return {command,
+            [options](Context& context) {
+                return runOnCameras(context, {[&](Session&, zrnhost::Camera& camera, Context& own) {
+                                                  return runGrab(camera, own, *options);
+                                              },
+                                              true, grabRow, grabSum});
+            },
+            true};
 }

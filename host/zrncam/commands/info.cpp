@@ -1,7 +1,7 @@
+#include "camera_task.h"
 #include "commands/capture.h"
 #include "common/driver_error.h"
 #include "common/result_codes.h"
-#include "session.h"
 
 namespace
 {
@@ -32,10 +32,8 @@ void addRange(Report& report, const char* key, const QString& label, ErrorCode r
                         {QStringLiteral("maximum"), static_cast<qint64>(maximum)}});
 }
 
-ExitCode runInfo(Context& context)
+ExitCode runInfo(Session& session, zrnhost::Camera& camera, Context& context)
 {
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
     Report& report = context.report;
     const QString microseconds = QStringLiteral(" us");
 
@@ -83,5 +81,12 @@ ExitCode runInfo(Context& context)
 
 Command addInfo(CLI::App& app)
 {
-    return {app.add_subcommand("info", "Show what a camera is and how it is set"), runInfo};
+    return {app.add_subcommand("info", "Show what a camera is and how it is set"),
+            [](Context& context) {
+                return runOnCameras(context,
+                                    {runInfo, true, {}, [](const auto& cameras) {
+                                         return QStringLiteral("%1 cameras").arg(cameras.size());
+                                     }});
+            },
+            true};
 }

@@ -5,19 +5,119 @@
 
 #include <QJsonArray>
 
+#include <algorithm>
+
 namespace
 {
 
-ExitCode runList(Context& context)
+const char* nameOf(zrn::Use use)
 {
-    Session session(context.options);
-    context.report.json()[QLatin1String("driver")] = session.driverJson();
+    switch (use) {
+    case zrn::Use::Free:
+        return "free";
+    case zrn::Use::Open:
+        return "open";
+    case zrn::Use::Held:
+        break;
+    }
+    return "held";
+}
+
+QString useText(const zrn::BusCamera& camera)
+{
+    const QString holders = QString::fromStdString(camera.holderText());
+    if (!camera.accessible) {
+        return QStringLiteral("no permission");
+    }
+    switch (camera.use) {
+    case zrn::Use::Free:
+        return QStringLiteral("free");
+    case zrn::Use::Open:
+        return QStringLiteral("free, opened by %1").arg(holders);
+    case zrn::Use::Held:
+        break;
+    }
+    return QStringLiteral("in use by %1").arg(holders);
+}
+
+QJsonObject jsonOf(const zrn::BusCamera& camera, int index)
+{
+    QJsonArray holders;
+    for (const zrn::Holder& holder : camera.holders) {
+        holders.append(
+            QJsonObject{{QStringLiteral("pid"), holder.pid},
+                        {QStringLiteral("program"), QString::fromStdString(holder.program)}});
+    }
+    QJsonObject json{{QStringLiteral("index"), index},
+                     {QStringLiteral("port"), QString::fromStdString(camera.port)},
+                     {QStringLiteral("node"), QString::fromStdString(camera.node())},
+                     {QStringLiteral("megabits"), camera.megabits},
+                     {QStringLiteral("accessible"), camera.accessible},
+                     {QStringLiteral("use"), QLatin1String(nameOf(camera.use))},
+                     {QStringLiteral("holders"), holders}};
+    if (!camera.serial.empty()) {
+        const QString serial = QString::fromStdString(camera.serial);
+        json[QLatin1String("serial")] = serial;
+        json[QLatin1String("serialNumber")] = zrnhost::serialNumberOf(serial);
+    }
+    return json;
+}
+
+QString lineOf(const zrn::BusCamera& camera, int index)
+{
+    const QString serial =
+        camera.serial.empty() ? QStringLiteral("-") : QString::fromStdString(camera.serial);
+    return QStringLiteral("%1  %2 %3  %4 %5 %6")
+        .arg(index)
+        .arg(QString::fromStdString(camera.port), -7)
+        .arg(QString::fromStdString(camera.node()))
+        .arg(serial, -22)
+        .arg(QString::fromStdString(camera.speed()), -10)
+        .arg(useText(camera));
+}
+
+/// What the kernel shows, and of free cameras the serial: each is opened by itself for that, unless
+/// it has been before.
+ExitCode listBus(Context& context, const QString& plugin)
+{
+    zrn::Bus bus;
+    for (const zrn::BusCamera& camera : bus.cameras()) {
+        if (camera.serial.empty() && camera.accessible && camera.use == zrn::Use::Free) {
+            // Unloading the driver closes the camera.
+            zrnhost::DriverPlugin driver(plugin);
+            zrnhost::DeviceOpener opener(driver.factory(), [&bus] { return bus.cameras(); });
+            bus.remember(camera, opener.open(camera).toStdString());
+        }
+    }
+    const std::vector<zrn::BusCamera> cameras = bus.camerasAndHolders();
+    QJsonArray list;
+    for (int index = 0; index < static_cast<int>(cameras.size()); ++index) {
+        const zrn::BusCamera& camera = cameras[static_cast<std::size_t>(index)];
+        context.report.line(lineOf(camera, index));
+        list.append(jsonOf(camera, index));
+    }
+    context.report.json()[QLatin1String("cameras")] = list;
+    if (cameras.empty()) {
+        throw noCameraOnBus();
+    }
+    for (const zrn::BusCamera& camera : cameras) {
+        if (!camera.accessible) {
+            throw refusalOf(camera);
+        }
+    }
+    return ExitCode::Success;
+}
+
+/// For drivers that can only enumerate all.
+ExitCode listEnumerated(Context& context, zrnhost::DriverPlugin& plugin)
+{
+    const int count = plugin.factory().enumDevice();
     QJsonArray cameras;
     ExitCode exitCode = ExitCode::Success;
-    for (int index = 0; index < session.cameraCount(); ++index) {
+    for (int index = 0; index < count; ++index) {
         QJsonObject entry{{QStringLiteral("index"), index}};
         try {
-            zrnhost::Camera camera(session.factory());
+            zrnhost::Camera camera(plugin.factory());
             zrnhost::check(camera->connectDeviceByIndex(index),
                            QStringLiteral("connecting to camera %1").arg(index));
             const CameraIdentity identity = identify(camera);
@@ -37,15 +137,30 @@ ExitCode runList(Context& context)
         cameras.append(entry);
     }
     context.report.json()[QLatin1String("cameras")] = cameras;
-    if (session.cameraCount() < 1) {
-        throw ToolError(ExitCode::NoCamera, QStringLiteral("no camera found"), noCameraHint());
+    if (count < 1) {
+        throw noCameraOnBus();
     }
     return exitCode;
+}
+
+ExitCode runList(Context& context)
+{
+    const QString path = locatePlugin(context.options);
+    {
+        zrnhost::DriverPlugin plugin(path);
+        context.report.json()[QLatin1String("driver")] = driverJson(plugin);
+        if (!zrnhost::DeviceOpener(plugin.factory(), {}).canChoose()) {
+            return listEnumerated(context, plugin);
+        }
+    }
+    return listBus(context, path);
 }
 
 } // namespace
 
 Command addList(CLI::App& app)
 {
-    return {app.add_subcommand("list", "List the cameras: index, serial, image size"), runList};
+    return {app.add_subcommand(
+                "list", "List the cameras on the bus: port, device node, serial, speed, use"),
+            runList};
 }

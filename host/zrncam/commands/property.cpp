@@ -1,5 +1,5 @@
 #include "common/driver_error.h"
-#include "common/property_table.h"
+#include "common/property_values.h"
 #include "common/result_codes.h"
 #include "session.h"
 #include "tool_error.h"
@@ -27,7 +27,7 @@ QString fromShell(const std::string& text)
 /// The value in the type that the key wants. An unknown key is left to the driver to refuse.
 QVariant typedValue(const QString& key, const QString& text)
 {
-    const PropertyInfo* property = zrnhost::findProperty(key);
+    const PropertyInfo* property = zrnhost::findProperty(key.toStdString());
     if (!property || !property->writable) {
         return text;
     }
@@ -43,7 +43,7 @@ QVariant typedValue(const QString& key, const QString& text)
 
 void reportValue(Report& report, const QString& key, const QVariant& value)
 {
-    const PropertyInfo* property = zrnhost::findProperty(key);
+    const PropertyInfo* property = zrnhost::findProperty(key.toStdString());
     report.line(zrnhost::toText(value));
     report.json()[QLatin1String("key")] = key;
     report.json()[QLatin1String("value")] = zrnhost::toJson(value);
@@ -78,11 +78,12 @@ QJsonObject describe(const PropertyInfo& property)
 {
     QJsonObject json{
         {QStringLiteral("key"), QLatin1String(property.key)},
+        {QStringLiteral("label"), QLatin1String(property.label)},
         {QStringLiteral("type"), QLatin1String(zrnhost::typeName(property.type))},
         {QStringLiteral("access"),
          property.writable ? QStringLiteral("read-write") : QStringLiteral("read-only")},
         {QStringLiteral("unit"), QLatin1String(property.unit)},
-        {QStringLiteral("meaning"), QLatin1String(property.meaning)},
+        {QStringLiteral("meaning"), QLatin1String(property.tip)},
         {QStringLiteral("carrier"), QLatin1String(property.carrier)},
     };
     if (property.minimum != property.maximum) {
@@ -113,7 +114,7 @@ ExitCode runProperties(Context& context)
                             QStringLiteral("access"), QStringLiteral("range"),
                             QStringLiteral("unit")));
     QJsonArray list;
-    for (const PropertyInfo& property : zrnhost::properties()) {
+    for (const PropertyInfo& property : zrnhost::propertyTable) {
         QJsonObject json = describe(property);
         QVariant value;
         const QString key = QString::fromLatin1(property.key);

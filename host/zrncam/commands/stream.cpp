@@ -1,3 +1,4 @@
+#include "camera_task.h"
 #include "commands/capture.h"
 #include "commands/stream_keeper.h"
 #include "common/driver_error.h"
@@ -5,7 +6,6 @@
 #include "common/property_keys.h"
 #include "common/statistics.h"
 #include "progress.h"
-#include "session.h"
 #include "tool_error.h"
 
 #include <QJsonArray>
@@ -74,7 +74,7 @@ StreamResult streamFor(Session& session, zrnhost::Camera& camera, Context& conte
                        const StreamOptions& options)
 {
     StreamResult result;
-    Progress progress(context.options.quiet);
+    Progress progress(context.options.quiet, context.name);
     StreamKeeper keeper(session, camera, options.capture, context.interrupt, progress);
     keeper.start();
     const auto start = StreamAccount::Clock::now();
@@ -153,10 +153,9 @@ void report(Report& report, const StreamResult& result)
                                                        {QStringLiteral("max"), milliseconds(100)}};
 }
 
-ExitCode runStream(Context& context, const StreamOptions& options)
+ExitCode runStream(Session& session, zrnhost::Camera& camera, Context& context,
+                   const StreamOptions& options)
 {
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
     applyCaptureOptions(camera, options.capture);
     const CameraIdentity identity = identify(camera);
     context.report.line(QStringLiteral("camera"), identity.text());
@@ -179,6 +178,34 @@ ExitCode runStream(Context& context, const StreamOptions& options)
     return ExitCode::Success;
 }
 
+QString streamRow(const QJsonObject& camera)
+{
+    return QStringLiteral("%1: %2 frames, %3 frames/s, %4 missing, %5 time-outs, %6 outages")
+        .arg(camera[QLatin1String("camera")][QLatin1String("serial")].toString())
+        .arg(camera[QLatin1String("frames")].toInt())
+        .arg(camera[QLatin1String("measuredRate")].toDouble(), 0, 'f', 2)
+        .arg(camera[QLatin1String("missing")].toInt())
+        .arg(camera[QLatin1String("timeouts")].toInt())
+        .arg(camera[QLatin1String("outages")].toArray().size());
+}
+
+QString streamSum(const std::vector<QJsonObject>& cameras)
+{
+    int frames = 0;
+    double rate = 0;
+    int missing = 0;
+    for (const QJsonObject& camera : cameras) {
+        frames += camera[QLatin1String("frames")].toInt();
+        rate += camera[QLatin1String("measuredRate")].toDouble();
+        missing += camera[QLatin1String("missing")].toInt();
+    }
+    return QStringLiteral("%1 cameras, %2 frames, %3 frames/s, %4 missing")
+        .arg(cameras.size())
+        .arg(frames)
+        .arg(rate, 0, 'f', 2)
+        .arg(missing);
+}
+
 } // namespace
 
 Command addStream(CLI::App& app)
@@ -192,5 +219,13 @@ Command addStream(CLI::App& app)
     command->add_flag("--keep-alive", options->keepAlive,
                       "Restart or reconnect when no frame comes, and report each outage");
     addCaptureOptions(*command, options->capture);
-    return {command, [options](Context& context) { return runStream(context, *options); }};
+    return {command,
+            [options](Context& context) {
+                return runOnCameras(context,
+                                    {[&](Session& session, zrnhost::Camera& camera, Context& own) {
+                                         return runStream(session, camera, own, *options);
+                                     },
+                                     false, streamRow, streamSum});
+            },
+            true};
 }

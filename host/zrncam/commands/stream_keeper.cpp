@@ -129,8 +129,7 @@ bool StreamKeeper::reconnect()
     constexpr std::chrono::milliseconds pause(200);
     m_stream.reset();
     m_camera->disconnectDevice();
-    if (m_session.factory().enumDevice() > 0 &&
-        m_camera->connectDeviceBySerial(m_serial) == ErrorCode::Success && startQuietly()) {
+    if (m_session.reconnect(m_camera, m_serial) && startQuietly()) {
         return true;
     }
     std::this_thread::sleep_for(pause);

@@ -1,3 +1,4 @@
+#include "common/device_opener.h"
 #include "common/plugin_locator.h"
 #include "doctor/findings.h"
 #include "doctor/payload_probe.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 namespace
 {
@@ -42,25 +44,82 @@ zrnhost::PluginInspection inspectChosenPlugin(const GlobalOptions& options)
     return nothing;
 }
 
-/// Loads the driver and lets it enumerate, which opens cameras: the proof of all the rest.
-Finding tryDriver(const QString& path, std::size_t onBus)
+/// What the driver showed when it was loaded.
+struct DriverTrial {
+    std::vector<Finding> openings;
+    QString
+        guards; ///< what it says of its guards, which it sets up when it first looks for cameras
+};
+
+QString guardsOf(IFactory& factory)
 {
-    try {
-        zrnhost::DriverPlugin plugin(path);
-        return judgeEnumeration(plugin.factory().enumDevice(), onBus);
-    } catch (const zrnhost::PluginError& error) {
-        return {
-            QStringLiteral("plugin"), Verdict::Problem, QString::fromUtf8(error.what()),
-            QStringLiteral("install the libraries that it misses ('ldd %1' lists them)").arg(path)};
+    return factory.property(IFactory::guardsProperty).toString();
+}
+
+bool isInUseNow(const zrn::Bus& bus, const zrn::BusCamera& camera)
+{
+    const std::vector<zrn::BusCamera> cameras = bus.cameras();
+    return std::any_of(cameras.begin(), cameras.end(), [&camera](const zrn::BusCamera& now) {
+        return now.place() == camera.place() && now.use == zrn::Use::Held;
+    });
+}
+
+/// Opens a camera by itself. Unloading the driver closes it again.
+/// @return nothing when somebody took it meanwhile
+std::optional<Finding> tryCamera(const QString& path, zrn::Bus& bus, zrn::BusCamera camera,
+                                 QString& guards)
+{
+    zrnhost::DriverPlugin plugin(path);
+    zrnhost::DeviceOpener opener(plugin.factory(), [&bus] { return bus.cameras(); });
+    const QString serial = opener.open(camera);
+    guards = guardsOf(plugin.factory());
+    if (serial.isEmpty() && isInUseNow(bus, camera)) {
+        return std::nullopt;
     }
+    bus.remember(camera, serial.toStdString());
+    camera.serial = serial.toStdString();
+    return judgeOpening(camera, !serial.isEmpty());
+}
+
+/// Loads the driver and lets it open cameras: the proof of all the rest. Cameras that other
+/// programs use are left alone where the driver can choose.
+DriverTrial tryDriver(const QString& path, const std::vector<zrn::BusCamera>& cameras)
+{
+    DriverTrial trial;
+    try {
+        {
+            zrnhost::DriverPlugin plugin(path);
+            if (!zrnhost::DeviceOpener(plugin.factory(), {}).canChoose()) {
+                trial.openings = {judgeEnumeration(plugin.factory().enumDevice(), cameras.size())};
+                trial.guards = guardsOf(plugin.factory());
+                return trial;
+            }
+        }
+        zrn::Bus bus;
+        for (const zrn::BusCamera& camera : cameras) {
+            const std::optional<Finding> opening = camera.use == zrn::Use::Held
+                                                       ? std::nullopt
+                                                       : tryCamera(path, bus, camera, trial.guards);
+            if (opening) {
+                trial.openings.push_back(*opening);
+            }
+        }
+    } catch (const zrnhost::PluginError& error) {
+        trial.openings = {{QStringLiteral("plugin"), Verdict::Problem,
+                           QString::fromUtf8(error.what()),
+                           QStringLiteral("install the libraries that it misses ('ldd %1' lists "
+                                          "them)")
+                               .arg(path)}};
+    }
+    return trial;
 }
 
 std::vector<Finding> examine(const GlobalOptions& options, const QString& root)
 {
-    std::vector<zrnhost::UsbCamera> cameras = zrnhost::camerasOnBus(root);
+    std::vector<zrn::BusCamera> cameras = zrn::Bus(root.toStdString()).camerasAndHolders();
     const bool isThisSystem = root.isEmpty();
     if (isThisSystem) {
-        for (zrnhost::UsbCamera& camera : cameras) {
+        for (zrn::BusCamera& camera : cameras) {
             camera.payloadBytes = askPayloadBytes(camera);
         }
     }
@@ -70,12 +129,18 @@ std::vector<Finding> examine(const GlobalOptions& options, const QString& root)
     }
     const zrnhost::PluginInspection inspection = inspectChosenPlugin(options);
     const bool isUsable = inspection.fault == zrnhost::PluginFault::None;
+    std::optional<DriverTrial> trial;
+    if (isUsable && isThisSystem) {
+        trial = tryDriver(inspection.path, cameras);
+    }
+    const QString guards = trial ? trial->guards : QString();
     const std::vector<Finding> libraries =
-        judgeLibraries(loadedLibraryVersions(isUsable ? inspection.path : QString()));
+        judgeLibraries(loadedLibraryVersions(), guardsFrom(guards));
     findings.insert(findings.end(), libraries.begin(), libraries.end());
     findings.push_back(judgePlugin(inspection));
-    if (isUsable && isThisSystem) {
-        findings.push_back(tryDriver(inspection.path, cameras.size()));
+    if (trial) {
+        findings.push_back(judgeGuards(guards));
+        findings.insert(findings.end(), trial->openings.begin(), trial->openings.end());
     }
     return findings;
 }

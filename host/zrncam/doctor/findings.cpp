@@ -9,46 +9,80 @@ namespace
 
 constexpr qint64 bytesPerMiB = 1 << 20;
 
+QString portOf(const zrn::BusCamera& camera)
+{
+    return QString::fromStdString(camera.port);
+}
+
+QString nodeOf(const zrn::BusCamera& camera)
+{
+    return QString::fromStdString(camera.node());
+}
+
+QString kernelDriversOf(const zrn::BusCamera& camera)
+{
+    QStringList names;
+    for (const std::string& name : camera.kernelDrivers) {
+        names += QString::fromStdString(name);
+    }
+    return names.join(QStringLiteral(", "));
+}
+
 QString udevRemedy()
 {
     return QStringLiteral("put this line into %1\n"
                           "    %2\n"
                           "then run 'sudo udevadm control --reload' and replug the camera")
-        .arg(QLatin1String(zrnhost::udevRulePath), QLatin1String(zrnhost::udevRule));
+        .arg(QLatin1String(zrn::udevRulePath), QLatin1String(zrn::udevRule));
 }
 
-Finding judgeAccess(const zrnhost::UsbCamera& camera)
+Finding judgeAccess(const zrn::BusCamera& camera)
 {
     const QString subject = QStringLiteral("permission");
     if (!camera.nodeExists) {
         return {subject, Verdict::Problem,
                 QStringLiteral("the camera at %1 has no device node %2")
-                    .arg(camera.name, camera.nodePath),
+                    .arg(portOf(camera), nodeOf(camera)),
                 QStringLiteral("in a container, pass /dev/bus/usb through; otherwise see whether "
                                "udev runs")};
     }
     if (!camera.accessible) {
         return {subject, Verdict::Problem,
-                QStringLiteral("this user may not open %1").arg(camera.nodePath), udevRemedy()};
+                QStringLiteral("this user may not open %1, the camera at %2")
+                    .arg(nodeOf(camera), portOf(camera)),
+                udevRemedy()};
     }
-    return {subject, Verdict::Good, QStringLiteral("this user may open %1").arg(camera.nodePath),
+    return {subject, Verdict::Good, QStringLiteral("this user may open %1").arg(nodeOf(camera)),
             QString()};
 }
 
-Finding judgeKernelDrivers(const zrnhost::UsbCamera& camera)
+Finding judgeKernelDrivers(const zrn::BusCamera& camera)
 {
     const QString subject = QStringLiteral("kernel-driver");
-    if (camera.kernelDrivers.isEmpty()) {
+    if (camera.kernelDrivers.empty()) {
         return {subject, Verdict::Good,
-                QStringLiteral("no kernel driver holds the camera at %1").arg(camera.name),
+                QStringLiteral("no kernel driver holds the camera at %1").arg(portOf(camera)),
                 QString()};
     }
     return {subject, Verdict::Warning,
             QStringLiteral("the kernel driver %1 holds the camera at %2; it is detached while the "
                            "camera is in use, unless a program has its /dev/video node open")
-                .arg(camera.kernelDrivers.join(QStringLiteral(", ")), camera.name),
+                .arg(kernelDriversOf(camera), portOf(camera)),
             QStringLiteral("close programs that use the camera as a webcam ('fuser -v "
                            "/dev/video*' lists them)")};
+}
+
+Finding judgeUse(const zrn::BusCamera& camera)
+{
+    const QString subject = QStringLiteral("use");
+    if (!camera.isHeldElsewhere()) {
+        return {subject, Verdict::Good,
+                QStringLiteral("no program holds the camera at %1").arg(portOf(camera)), QString()};
+    }
+    return {subject, Verdict::Warning,
+            QStringLiteral("the camera at %1 is in use by %2")
+                .arg(portOf(camera), QString::fromStdString(camera.holderText())),
+            QStringLiteral("end that program to use this camera from another one")};
 }
 
 /// The memory of the transfers, and what the figure is worth.
@@ -79,7 +113,7 @@ const char* verdictName(Verdict verdict)
     return "unknown";
 }
 
-std::vector<Finding> judgeBus(const std::vector<zrnhost::UsbCamera>& cameras)
+std::vector<Finding> judgeBus(const std::vector<zrn::BusCamera>& cameras)
 {
     if (cameras.empty()) {
         return {{QStringLiteral("bus"), Verdict::Problem,
@@ -89,22 +123,23 @@ std::vector<Finding> judgeBus(const std::vector<zrnhost::UsbCamera>& cameras)
     std::vector<Finding> findings{{QStringLiteral("bus"), Verdict::Good,
                                    QStringLiteral("cameras on the bus: %1").arg(cameras.size()),
                                    QString()}};
-    for (const zrnhost::UsbCamera& camera : cameras) {
+    for (const zrn::BusCamera& camera : cameras) {
         findings.push_back(judgeAccess(camera));
         findings.push_back(judgeKernelDrivers(camera));
+        findings.push_back(judgeUse(camera));
     }
     return findings;
 }
 
-Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
-                            std::optional<int> limitMiB)
+Finding judgeTransferMemory(const std::vector<zrn::BusCamera>& cameras, std::optional<int> limitMiB)
 {
     const QString subject = QStringLiteral("usbfs-memory");
     qint64 needed = 0;
     auto basis = zrnhost::SizeBasis::Descriptors;
-    for (const zrnhost::UsbCamera& camera : cameras) {
-        const zrnhost::TransferMemory memory =
-            zrnhost::transferMemory(camera.descriptors, camera.payloadBytes);
+    for (const zrn::BusCamera& camera : cameras) {
+        const zrnhost::TransferMemory memory = zrnhost::transferMemory(
+            QByteArray::fromStdString(camera.descriptors),
+            camera.payloadBytes ? std::optional<qint64>(*camera.payloadBytes) : std::nullopt);
         needed += memory.bytes;
         basis = std::max(basis, memory.basis);
     }
@@ -133,18 +168,60 @@ Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
                 .arg(neededMiB)};
 }
 
-std::vector<Finding> judgeLibraries(const LibraryVersions& versions)
+Guards guardsFrom(const QString& answer)
+{
+    if (answer.isEmpty()) {
+        return Guards::Unknown;
+    }
+    const bool isSafe =
+        answer == QLatin1String("in effect") || answer == QLatin1String("not needed");
+    return isSafe ? Guards::InEffect : Guards::Missing;
+}
+
+Finding judgeGuards(const QString& answer)
+{
+    const QString subject = QStringLiteral("guards");
+    switch (guardsFrom(answer)) {
+    case Guards::InEffect:
+        return {
+            subject, Verdict::Good,
+            QStringLiteral("the driver guards this process against faults of libusb and libuvc"),
+            QString()};
+    case Guards::Missing:
+        return {
+            subject, Verdict::Warning,
+            QStringLiteral("the driver cannot guard this process against faults of libusb and "
+                           "libuvc: %1")
+                .arg(answer),
+            QStringLiteral("where cameras are unplugged while in use, install libusb 1.0.27 and "
+                           "libuvc 0.0.7 or later")};
+    case Guards::Unknown:
+        break;
+    }
+    return {subject, Verdict::Unknown,
+            QStringLiteral("the driver was not asked whether it guards against faults of libusb "
+                           "and libuvc"),
+            QString()};
+}
+
+std::vector<Finding> judgeLibraries(const LibraryVersions& versions, Guards guards)
 {
     std::vector<Finding> findings;
+    // Where nobody knows, nothing is claimed.
+    const bool isGuarded = guards != Guards::Missing;
     const QString guarded =
-        QStringLiteral("%1 %2 fails when cameras leave; the driver guards against that");
+        guards == Guards::InEffect
+            ? QStringLiteral("%1 %2 fails when cameras leave; the driver guards against that")
+            : QStringLiteral("%1 %2 fails when cameras leave, where the driver does not guard "
+                             "against that");
+    const Verdict guardedVerdict = guards == Guards::InEffect ? Verdict::Good : Verdict::Unknown;
     const QString libusb = QStringLiteral("libusb");
     if (versions.libusb.isNull()) {
         findings.push_back({libusb, Verdict::Unknown, QStringLiteral("libusb cannot be loaded"),
                             QStringLiteral("install the package libusb-1.0-0")});
-    } else if (versions.libusb < QVersionNumber(1, 0, 27) && versions.isGuarded) {
+    } else if (versions.libusb < QVersionNumber(1, 0, 27) && isGuarded) {
         findings.push_back(
-            {libusb, Verdict::Good, guarded.arg(libusb, versions.libusb.toString()), QString()});
+            {libusb, guardedVerdict, guarded.arg(libusb, versions.libusb.toString()), QString()});
     } else if (versions.libusb < QVersionNumber(1, 0, 27)) {
         findings.push_back(
             {libusb, Verdict::Warning,
@@ -164,8 +241,8 @@ std::vector<Finding> judgeLibraries(const LibraryVersions& versions)
         findings.push_back({libuvc, Verdict::Unknown,
                             QStringLiteral("libuvc cannot be loaded, or hides its version"),
                             QStringLiteral("install the package libuvc0")});
-    } else if (versions.libuvc <= QVersionNumber(0, 0, 6) && versions.isGuarded) {
-        findings.push_back({libuvc, Verdict::Good,
+    } else if (versions.libuvc <= QVersionNumber(0, 0, 6) && isGuarded) {
+        findings.push_back({libuvc, guardedVerdict,
                             guarded.arg(libuvc, versions.libuvc.toString()) +
                                 QStringLiteral("; frames of more than 16 MiB are refused"),
                             QString()});
@@ -217,4 +294,21 @@ Finding judgeEnumeration(int opened, std::size_t onBus)
     return {QStringLiteral("enumeration"), Verdict::Problem, message,
             QStringLiteral("close other programs that use a camera, then replug it; two cameras "
                            "with one serial count once")};
+}
+
+Finding judgeOpening(const zrn::BusCamera& camera, bool isOpened)
+{
+    const QString subject = QStringLiteral("enumeration");
+    const QString name =
+        camera.serial.empty()
+            ? portOf(camera)
+            : QStringLiteral("%1 (%2)").arg(portOf(camera), QString::fromStdString(camera.serial));
+    if (isOpened) {
+        return {subject, Verdict::Good,
+                QStringLiteral("the driver opened the camera at %1").arg(name), QString()};
+    }
+    return {
+        subject, Verdict::Problem,
+        QStringLiteral("the driver could not open the camera at %1, %2").arg(name, nodeOf(camera)),
+        QStringLiteral("replug this camera; try another cable or port if that does not help")};
 }

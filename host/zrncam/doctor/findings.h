@@ -1,7 +1,7 @@
 #pragma once
 
+#include "client/bus.h"
 #include "common/driver_plugin.h"
-#include "common/usb_bus.h"
 #include "doctor/libraries.h"
 
 #include <QString>
@@ -28,20 +28,37 @@ struct Finding {
 /// "ok", "warning", "problem", "unknown".
 const char* verdictName(Verdict verdict);
 
-/// Whether cameras are on the bus, and for each whether the user may open it and who else holds it.
-std::vector<Finding> judgeBus(const std::vector<zrnhost::UsbCamera>& cameras);
+/// Whether cameras are on the bus, and for each whether the user may open it, which kernel driver
+/// and which program use it.
+std::vector<Finding> judgeBus(const std::vector<zrn::BusCamera>& cameras);
 
 /// Whether the transfers of all cameras together fit the memory limit of usbfs. Above it bulk
 /// streams often get by with fewer transfers, so that for them it is a warning.
 /// @param limitMiB value of the kernel's limit; 0 is no limit, nothing is not readable.
-Finding judgeTransferMemory(const std::vector<zrnhost::UsbCamera>& cameras,
+Finding judgeTransferMemory(const std::vector<zrn::BusCamera>& cameras,
                             std::optional<int> limitMiB);
 
+/// How the driver stands against the faults of the USB libraries.
+enum class Guards {
+    InEffect,
+    Missing,
+    Unknown, ///< the driver was not asked, or does not tell
+};
+
+/// @param answer the driver's own words; empty when it was not asked.
+Guards guardsFrom(const QString& answer);
+
+/// Whether the driver guards against faults of the USB libraries in this process.
+Finding judgeGuards(const QString& answer);
+
 /// Whether the USB libraries have faults that a user of cameras meets.
-std::vector<Finding> judgeLibraries(const LibraryVersions& versions);
+std::vector<Finding> judgeLibraries(const LibraryVersions& versions, Guards guards);
 
 /// Whether the plugin is there and made for this program.
 Finding judgePlugin(const zrnhost::PluginInspection& inspection);
 
-/// Whether the driver opened every camera that is on the bus.
+/// Whether the driver opened every camera that is on the bus, where it can only open all.
 Finding judgeEnumeration(int opened, std::size_t onBus);
+
+/// Whether the driver opened one camera that nobody else uses.
+Finding judgeOpening(const zrn::BusCamera& camera, bool isOpened);

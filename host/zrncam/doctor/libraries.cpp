@@ -53,19 +53,9 @@ QVersionNumber libuvcVersion()
     return QVersionNumber::fromString(pattern.match(file).captured(1));
 }
 
-/// Whether the library defines libusb's functions anew, for libuvc to find them first.
-bool hasGuards(const QString& plugin)
-{
-    const Library library(::dlopen(QFile::encodeName(plugin).constData(), RTLD_LAZY | RTLD_LOCAL));
-    Dl_info home{};
-    return library && ::dladdr(::dlsym(library.get(), "libusb_close"), &home) != 0 &&
-           QFileInfo(QFile::decodeName(home.dli_fname)).canonicalFilePath() ==
-               QFileInfo(plugin).canonicalFilePath();
-}
-
 } // namespace
 
-LibraryVersions loadedLibraryVersions(const QString& plugin)
+LibraryVersions loadedLibraryVersions()
 {
-    return {libusbVersion(), libuvcVersion(), hasGuards(plugin)};
+    return {libusbVersion(), libuvcVersion()};
 }

@@ -32,14 +32,15 @@ QByteArray readProbeMaximum(int node, quint8 interface)
 
 } // namespace
 
-std::optional<qint64> askPayloadBytes(const zrnhost::UsbCamera& camera)
+std::optional<qint64> askPayloadBytes(const zrn::BusCamera& camera)
 {
-    if (zrnhost::transferMemory(camera.descriptors, std::nullopt).basis !=
-        zrnhost::SizeBasis::FrameSize) {
+    const QByteArray descriptors = QByteArray::fromStdString(camera.descriptors);
+    if (camera.use == zrn::Use::Held ||
+        zrnhost::transferMemory(descriptors, std::nullopt).basis != zrnhost::SizeBasis::FrameSize) {
         return std::nullopt;
     }
-    const std::optional<quint8> interface = zrnhost::videoStreamInterface(camera.descriptors);
-    QFile node(camera.nodePath);
+    const std::optional<quint8> interface = zrnhost::videoStreamInterface(descriptors);
+    QFile node(QString::fromStdString(camera.node()));
     if (!interface ||
         !node.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
         return std::nullopt;

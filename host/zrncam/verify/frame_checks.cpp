@@ -1,6 +1,6 @@
 #include "checks/images.h"
 #include "common/property_keys.h"
-#include "common/property_table.h"
+#include "common/property_values.h"
 #include "common/statistics.h"
 #include "verify/driver_checks.h"
 

@@ -1,6 +1,6 @@
 #include "checks/device_properties.h"
 #include "common/property_keys.h"
-#include "common/property_table.h"
+#include "common/property_values.h"
 #include "verify/driver_checks.h"
 
 #include <QRegularExpression>
@@ -98,7 +98,7 @@ void checkProperties(zrnhost::Camera& camera, ContractSpace::Account& account)
     account.setGroup(QStringLiteral("properties"));
     // Dropping cached frames waits once for as long as a grab would.
     const ContractSpace::GrabTimeout wait(*camera, grabTimeoutMs);
-    for (const PropertyInfo& property : zrnhost::properties()) {
+    for (const PropertyInfo& property : zrnhost::propertyTable) {
         checkProperty(camera, account, property);
     }
 }

@@ -10,15 +10,13 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr auto retryPeriod = 1s;
-/// After this time what the bus is seen to hold is newer than a camera's failure to answer.
-constexpr auto busSettles = 800ms;
 constexpr int shutDownMilliseconds = 5000;
 
 } // namespace
 
-Bench::Bench(FactoryMaker makeFactory, BusReader readBus, QObject* parent)
+Bench::Bench(FactoryMaker makeFactory, zrnhost::BusReaders readers, QObject* parent)
     : QObject(parent)
-    , m_host(new DriverHost(std::move(makeFactory), std::move(readBus)))
+    , m_host(new DriverHost(std::move(makeFactory), std::move(readers)))
     , m_retryTimer(this)
 {
     registerReportTypes();
@@ -26,21 +24,27 @@ Bench::Bench(FactoryMaker makeFactory, BusReader readBus, QObject* parent)
     connect(&m_thread, &QThread::finished, m_host, &QObject::deleteLater);
     connect(m_host, &DriverHost::loaded, this, [this](const QString& description) {
         m_description = description;
-        beginSearch();
+        setState(State::Ready);
     });
     connect(m_host, &DriverHost::loadFailed, this, [this](const QString& why) {
         m_description = why;
         setState(State::Failed);
     });
-    connect(m_host, &DriverHost::searched, this, &Bench::takeOver);
+    connect(m_host, &DriverHost::opened, this, &Bench::takeOver);
+    connect(m_host, &DriverHost::notOpened, this, [this](const QString& place) {
+        m_opening.erase(place);
+        m_refused.insert(place);
+    });
     connect(m_host, &DriverHost::busChanged, this, [this](const BusView& bus) {
         m_bus = bus;
-        m_triedSinceChange = false;
+        consider();
         emit busChanged();
-        considerSearch();
     });
     m_retryTimer.setInterval(retryPeriod);
-    connect(&m_retryTimer, &QTimer::timeout, this, &Bench::searchAgain);
+    connect(&m_retryTimer, &QTimer::timeout, this, [this] {
+        m_refused.clear(); // the camera may have been starting
+        consider();
+    });
 }
 
 Bench::~Bench()
@@ -56,20 +60,42 @@ void Bench::start()
     QMetaObject::invokeMethod(m_host, &DriverHost::load);
 }
 
-void Bench::search()
+void Bench::lookAgain()
 {
     if (m_state == State::Ready) {
-        beginSearch();
+        m_refused.clear();
+        QMetaObject::invokeMethod(m_host, &DriverHost::lookAgain);
     }
 }
 
-bool Bench::hasNewCamera() const
+void Bench::take(const QString& port)
 {
-    // What the bus looked like may be older than the loss of a camera.
-    const bool justLost =
-        std::any_of(m_devices.begin(), m_devices.end(),
-                    [](const CameraDevice* device) { return device->wasLostWithin(busSettles); });
-    return m_state == State::Ready && !justLost && m_bus.usable > liveCount();
+    m_askedFor.insert(port);
+    m_refused.clear();
+    consider();
+}
+
+void Bench::take(CameraDevice& device)
+{
+    device.setWanted(true);
+    m_refused.clear();
+    consider();
+}
+
+void Bench::giveBack(CameraDevice& device)
+{
+    device.setWanted(false);
+    device.release();
+}
+
+std::vector<BusView::Entry> Bench::others() const
+{
+    std::vector<BusView::Entry> others;
+    std::copy_if(m_bus.entries.begin(), m_bus.entries.end(), std::back_inserter(others),
+                 [this](const BusView::Entry& entry) {
+                     return !deviceAt(entry.place()) && !deviceWith(entry.serial());
+                 });
+    return others;
 }
 
 bool Bench::isRecording() const
@@ -89,89 +115,97 @@ bool Bench::shutDown()
     return m_thread.wait(shutDownMilliseconds) && ended;
 }
 
-void Bench::beginSearch()
+void Bench::consider()
 {
-    m_triedSinceChange = true;
-    setState(State::Searching);
-    m_toRelease = static_cast<int>(m_devices.size());
-    for (CameraDevice* device : m_devices) {
-        device->release();
-    }
-    enumerateWhenReleased();
-}
-
-void Bench::enumerateWhenReleased()
-{
-    if (m_state == State::Searching && m_toRelease == 0) {
-        m_toRelease = -1; // once for each search
-        QMetaObject::invokeMethod(m_host, &DriverHost::search);
-    }
-}
-
-void Bench::takeOver(const std::vector<ConnectedCameraPointer>& found)
-{
-    for (const ConnectedCameraPointer& connected : found) {
-        deviceFor(*connected).adopt(connected);
-    }
-    for (CameraDevice* device : m_devices) {
-        if (device->health().state == CameraState::Absent) {
-            device->noteMissing();
-        }
-    }
-    setState(State::Ready);
-}
-
-void Bench::considerSearch()
-{
-    if (!hasNewCamera() || isRecording()) {
+    if (m_state != State::Ready) {
         return;
     }
-    const bool anyLost = std::any_of(m_devices.begin(), m_devices.end(), [](const auto* device) {
-        return device->health().state == CameraState::Lost;
-    });
-    if ((anyLost || liveCount() == 0) && !m_triedSinceChange) {
-        beginSearch();
+    for (const BusView::Entry& entry : m_bus.entries) {
+        // One after the other: whom one turns out to be may settle whether the next is wanted.
+        if (m_opening.empty() && isWanted(entry)) {
+            open(entry);
+        }
     }
 }
 
-void Bench::searchAgain()
+void Bench::open(const BusView::Entry& entry)
 {
-    // Where nothing is disturbed, trying again costs nothing: the camera may still be starting.
-    if (hasNewCamera() && liveCount() == 0) {
-        beginSearch();
+    m_opening.insert(entry.place());
+    QMetaObject::invokeMethod(m_host,
+                              [host = m_host, camera = entry.camera] { host->open(camera); });
+}
+
+bool Bench::isWanted(const BusView::Entry& entry) const
+{
+    if (!entry.isFree() || deviceAt(entry.place()) || m_refused.count(entry.place()) > 0) {
+        return false;
+    }
+    if (m_askedFor.count(entry.port()) > 0) {
+        return true;
+    }
+    if (const CameraDevice* known = deviceWith(entry.serial())) {
+        return known->isSought();
+    }
+    const bool isAnySought = std::any_of(m_devices.begin(), m_devices.end(),
+                                         [](const auto* device) { return device->isSought(); });
+    return m_initialCameras > 0 || (entry.serial().isEmpty() && isAnySought);
+}
+
+void Bench::takeOver(const QString& place, const ConnectedCameraPointer& connected)
+{
+    m_opening.erase(place);
+    CameraDevice* device = deviceWith(connected->serial);
+    const bool isAskedFor = m_askedFor.erase(connected->port) > 0;
+    if (!device && (isAskedFor || m_initialCameras > 0)) {
+        m_initialCameras -= isAskedFor ? 0 : 1;
+        device = &addDevice(connected->serial, isAskedFor);
+    }
+    if (!device || (!device->isSought() && !isAskedFor)) {
+        // Its serial is known from now on.
+        QMetaObject::invokeMethod(m_host,
+                                  [host = m_host, connected] { host->giveBack(connected); });
+        m_refused.insert(place);
     } else {
-        considerSearch();
+        device->setWanted(true);
+        device->adopt(connected, place);
+    }
+    consider();
+    emit busChanged();
+}
+
+void Bench::noteHealth(CameraDevice& device)
+{
+    // One that is lost is closed, to be opened where it appears again.
+    if (device.health().state == CameraState::Lost && !device.place().isEmpty()) {
+        device.release();
     }
 }
 
-CameraDevice& Bench::deviceFor(const ConnectedCamera& connected)
+CameraDevice* Bench::deviceAt(const QString& place) const
 {
-    const QString serial =
-        connected.serial.isEmpty() ? tr("camera %1").arg(connected.index) : connected.serial;
+    const auto found =
+        std::find_if(m_devices.begin(), m_devices.end(),
+                     [&place](const CameraDevice* device) { return device->place() == place; });
+    return found == m_devices.end() ? nullptr : *found;
+}
+
+CameraDevice* Bench::deviceWith(const QString& serial) const
+{
     const auto found =
         std::find_if(m_devices.begin(), m_devices.end(),
                      [&serial](const CameraDevice* device) { return device->serial() == serial; });
-    if (found != m_devices.end()) {
-        return **found;
-    }
-    auto* device = new CameraDevice(serial, this);
-    m_devices.push_back(device);
-    connect(device, &CameraDevice::released, this, [this] {
-        --m_toRelease;
-        enumerateWhenReleased();
-    });
-    connect(device, &CameraDevice::healthChanged, this, &Bench::considerSearch);
-    emit deviceAdded(device);
-    return *device;
+    return found == m_devices.end() ? nullptr : *found;
 }
 
-int Bench::liveCount() const
+CameraDevice& Bench::addDevice(const QString& serial, bool isAskedFor)
 {
-    return static_cast<int>(
-        std::count_if(m_devices.begin(), m_devices.end(), [](const CameraDevice* device) {
-            return device->isConnected() || device->health().state == CameraState::Connecting ||
-                   device->health().state == CameraState::Unusable;
-        }));
+    auto* device = new CameraDevice(serial, this);
+    m_devices.push_back(device);
+    connect(device, &CameraDevice::released, this, &Bench::consider);
+    connect(device, &CameraDevice::healthChanged, this, [this, device] { noteHealth(*device); });
+    device->setWanted(true);
+    emit deviceAdded(device, isAskedFor);
+    return *device;
 }
 
 void Bench::setState(State state)

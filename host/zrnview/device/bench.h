@@ -3,15 +3,17 @@
 #include "zrnview/device/camera_device.h"
 #include "zrnview/device/driver_host.h"
 
+#include <limits>
+#include <set>
+
 namespace zrnview
 {
 
-/// The driver and all cameras that were ever found, as the window sees them: searches the bus when
-/// asked to, and by itself when a lost camera seems to have come back.
+/// The driver and the cameras of this program, as the window sees them: takes cameras when it is
+/// asked to, and takes lost ones again by itself when they come back.
 ///
-/// A search closes every camera for a moment, streaming ones included. One that was not asked for
-/// therefore happens only where a camera is lost or none is connected, and never during a
-/// recording.
+/// Each camera is opened and closed by itself. What this program does not use stays closed, for
+/// other programs; what those use is left to them.
 ///
 /// Thread safety: thread-bound to the GUI thread.
 class Bench : public QObject
@@ -19,21 +21,30 @@ class Bench : public QObject
     Q_OBJECT
 
 public:
-    enum class State { Loading, Failed, Searching, Ready };
+    enum class State { Loading, Failed, Ready };
 
-    Bench(FactoryMaker makeFactory, BusReader readBus, QObject* parent = nullptr);
+    Bench(FactoryMaker makeFactory, zrnhost::BusReaders readers, QObject* parent = nullptr);
     ~Bench() override;
 
+    /// How many cameras are taken by themselves, as they are found free; to be set before start().
+    void setInitialCameras(int count) { m_initialCameras = count; }
     void start();
-    void search();
+    /// Looks at the bus at once, and tries anew what could not be opened.
+    void lookAgain();
+    /// Takes the camera at a port, if it is free. deviceAdded() follows for a new one.
+    void take(const QString& port);
+    /// Takes a known camera again that was given back.
+    void take(CameraDevice& device);
+    /// Closes a camera, for other programs. It stays known.
+    void giveBack(CameraDevice& device);
 
     State state() const { return m_state; }
     /// Name and version of the driver, or why it could not be loaded.
     const QString& description() const { return m_description; }
     const std::vector<CameraDevice*>& devices() const { return m_devices; }
     const BusView& bus() const { return m_bus; }
-    /// Whether the bus holds a camera that only a search would bring in.
-    bool hasNewCamera() const;
+    /// The cameras on the bus that this program does not have open.
+    std::vector<BusView::Entry> others() const;
     bool isRecording() const;
 
     /// Ends all threads. @return false when a device call hangs, so that the process can only be
@@ -43,16 +54,18 @@ public:
 signals:
     void stateChanged();
     void busChanged();
-    void deviceAdded(zrnview::CameraDevice* device);
+    /// @param isAskedFor take() was called for it
+    void deviceAdded(zrnview::CameraDevice* device, bool isAskedFor);
 
 private:
-    void beginSearch();
-    void enumerateWhenReleased();
-    void takeOver(const std::vector<ConnectedCameraPointer>& found);
-    void considerSearch();
-    void searchAgain();
-    CameraDevice& deviceFor(const ConnectedCamera& connected);
-    int liveCount() const;
+    void consider();
+    void open(const BusView::Entry& entry);
+    void takeOver(const QString& place, const ConnectedCameraPointer& connected);
+    void noteHealth(CameraDevice& device);
+    bool isWanted(const BusView::Entry& entry) const;
+    CameraDevice* deviceAt(const QString& place) const;
+    CameraDevice* deviceWith(const QString& serial) const;
+    CameraDevice& addDevice(const QString& serial, bool isAskedFor);
     void setState(State state);
 
     QThread m_thread;
@@ -61,9 +74,11 @@ private:
     QString m_description;
     std::vector<CameraDevice*> m_devices; // children of this object
     BusView m_bus;
-    bool m_triedSinceChange = false; // searched since the bus last changed
+    int m_initialCameras = std::numeric_limits<int>::max(); // still to be taken
+    std::set<QString> m_askedFor;                           // ports
+    std::set<QString> m_opening;                            // places
+    std::set<QString> m_refused;                            // places, until the next try
     QTimer m_retryTimer;
-    int m_toRelease = 0;
 };
 
 } // namespace zrnview

@@ -35,6 +35,8 @@ CameraDevice::CameraDevice(const QString& serial, QObject* parent)
     connect(m_worker, &CameraWorker::settingsRead, this, &CameraDevice::noteReadings);
     connect(m_worker, &CameraWorker::released, this, [this] {
         m_expectsSigns = false;
+        m_isReleasing = false;
+        m_place.clear();
         emit released();
     });
     connect(m_worker, &CameraWorker::propertiesRead, this, &CameraDevice::propertiesRead);
@@ -77,11 +79,6 @@ bool CameraDevice::isStreaming() const
     return m_health.state == CameraState::Streaming || m_health.state == CameraState::Silent;
 }
 
-bool CameraDevice::wasLostWithin(std::chrono::milliseconds time) const
-{
-    return m_health.state == CameraState::Lost && !m_loss.hasExpired(time.count());
-}
-
 bool CameraDevice::isStuck() const
 {
     return m_expectsSigns && m_lastSign.elapsed() > stuckMilliseconds;
@@ -103,23 +100,21 @@ QJsonObject CameraDevice::metadata() const
             {QStringLiteral("settings"), values}};
 }
 
-void CameraDevice::adopt(const ConnectedCameraPointer& connected)
+void CameraDevice::adopt(const ConnectedCameraPointer& connected, const QString& place)
 {
+    m_place = place;
     CameraHealth connecting;
     connecting.state = CameraState::Connecting;
     noteHealth(connecting);
     QMetaObject::invokeMethod(m_worker, [this, connected] { m_worker->adopt(connected); });
 }
 
-void CameraDevice::noteMissing()
-{
-    CameraHealth missing;
-    missing.state = CameraState::Lost;
-    noteHealth(missing);
-}
-
 void CameraDevice::release()
 {
+    if (m_isReleasing) {
+        return;
+    }
+    m_isReleasing = true;
     QMetaObject::invokeMethod(m_worker, &CameraWorker::release);
 }
 
@@ -196,10 +191,11 @@ void CameraDevice::noteFacts(const CameraFacts& facts)
 void CameraDevice::noteHealth(const CameraHealth& health)
 {
     m_lastSign.start();
-    if (health.state == CameraState::Lost && m_health.state != CameraState::Lost) {
-        m_loss.start();
+    const bool isClosedAfterLoss =
+        m_isWanted && m_health.state == CameraState::Lost && health.state == CameraState::Absent;
+    if (!isClosedAfterLoss) {
+        m_health = health;
     }
-    m_health = health;
     emit healthChanged();
 }
 

@@ -32,8 +32,12 @@ public:
     /// Whether the camera answers and can be asked for something.
     bool isConnected() const;
     bool isStreaming() const;
-    /// Whether the camera is lost, and has been for less than @p time.
-    bool wasLostWithin(std::chrono::milliseconds time) const;
+    /// Where on the bus the camera is open, as "001/002"; empty while it is not.
+    const QString& place() const { return m_place; }
+    /// Whether the user wants to have the camera.
+    void setWanted(bool isWanted) { m_isWanted = isWanted; }
+    /// Whether it is wanted and not there.
+    bool isSought() const { return m_isWanted && m_place.isEmpty(); }
     /// Whether the stream is to run again after the camera was found again.
     bool wantsStream() const { return m_wantsStream; }
     /// Whether the camera's thread has been waiting for a device call for unusually long.
@@ -41,10 +45,10 @@ public:
     /// What a file made from this camera should tell about it.
     QJsonObject metadata() const;
 
-    void adopt(const ConnectedCameraPointer& connected);
-    /// Notes that a search did not find the camera.
-    void noteMissing();
-    /// Gives the camera back; released() follows.
+    /// Takes the camera over. @param place where it is on the bus
+    void adopt(const ConnectedCameraPointer& connected, const QString& place);
+    /// Closes the camera; released() follows. One that was lost is shown as lost until it is taken
+    /// over again.
     void release();
     void startStream();
     void stopStream();
@@ -86,7 +90,9 @@ private:
     std::map<Setting, qint64> m_chosen; // by the operator, accepted by the camera
     std::shared_ptr<zrnrecording::Recorder> m_recorder;
     QElapsedTimer m_lastSign;
-    QElapsedTimer m_loss;        // since the camera was lost
+    QString m_place;
+    bool m_isReleasing = false;
+    bool m_isWanted = false;
     bool m_expectsSigns = false; // the camera's thread reports several times a second
     bool m_wantsStream = false;
 };

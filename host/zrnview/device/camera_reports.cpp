@@ -6,7 +6,6 @@ namespace zrnview
 void registerReportTypes()
 {
     qRegisterMetaType<ConnectedCameraPointer>();
-    qRegisterMetaType<std::vector<ConnectedCameraPointer>>();
     qRegisterMetaType<CameraFacts>();
     qRegisterMetaType<SettingReadings>();
     qRegisterMetaType<PropertyReadings>();

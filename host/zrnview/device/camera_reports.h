@@ -14,10 +14,10 @@
 namespace zrnview
 {
 
-/// A camera that the search connected, on its way to the thread that will use it.
+/// A camera that was opened, on its way to the thread that will use it.
 struct ConnectedCamera {
-    QString serial; ///< as the driver gives it; empty if it could not be read
-    int index = 0;
+    QString serial; ///< as the driver gives it
+    QString port;
     ErrorCode code = ErrorCode::Success; ///< why it is not connected
     std::unique_ptr<zrnhost::Camera> camera;
 };
@@ -57,7 +57,7 @@ struct PropertyReading {
 using PropertyReadings = std::vector<PropertyReading>;
 
 enum class CameraState {
-    Absent,     ///< not connected at present: before the first search, or while one runs
+    Absent,     ///< given back, or not yet taken
     Connecting, ///< found, its thread is taking it over
     Unusable,   ///< found, but could not be connected
     Idle,       ///< connected, not streaming
@@ -82,7 +82,6 @@ void registerReportTypes();
 } // namespace zrnview
 
 Q_DECLARE_METATYPE(zrnview::ConnectedCameraPointer)
-Q_DECLARE_METATYPE(std::vector<zrnview::ConnectedCameraPointer>)
 Q_DECLARE_METATYPE(zrnview::CameraFacts)
 Q_DECLARE_METATYPE(zrnview::SettingReadings)
 Q_DECLARE_METATYPE(zrnview::PropertyReadings)

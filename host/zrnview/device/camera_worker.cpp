@@ -57,6 +57,7 @@ void CameraWorker::request(Setting setting, qint64 value)
 void CameraWorker::adopt(const ConnectedCameraPointer& connected)
 {
     m_camera = std::move(connected->camera);
+    m_port = connected->port;
     m_health = CameraHealth();
     m_health.code = connected->code;
     if (!m_camera) {
@@ -241,8 +242,8 @@ void CameraWorker::watch()
         endRecording();
     }
     if (m_health.state == CameraState::Silent && before != CameraState::Silent) {
-        emit silenceExplained(
-            silenceFindings(m_health, zrnhost::camerasOnBus(QString()), usbfsMegabytes(QString())));
+        emit silenceExplained(silenceFindings(m_health, m_port, zrn::Bus().camerasAndHolders(),
+                                              usbfsMegabytes(QString())));
     }
     emit healthChanged(m_health);
 }

@@ -28,9 +28,9 @@ public:
     void request(Setting setting, qint64 value);
 
 public slots:
-    /// Takes over a camera that the search connected.
+    /// Takes over a camera that was opened.
     void adopt(const zrnview::ConnectedCameraPointer& connected);
-    /// Stops and disconnects, so that the bus can be searched; answers with released().
+    /// Stops and disconnects; answers with released().
     void release();
     /// Writes a setting now.
     void write(zrnview::Setting setting, qint64 value);
@@ -69,6 +69,7 @@ private:
     FrameStation& m_station;
     GrabLoop m_loop;
     std::unique_ptr<zrnhost::Camera> m_camera;
+    QString m_port;
     CameraFacts m_facts;
     CameraHealth m_health;
     double m_exposureSeconds = 0;

@@ -3,6 +3,7 @@
 #include "common/driver_error.h"
 #include "common/property_keys.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace zrnview
@@ -13,16 +14,17 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr auto busPeriod = 250ms;
+/// A holder may give way to another one without a change in sysfs.
+constexpr qint64 holdersMilliseconds = 2000;
 
-ConnectedCameraPointer connectCamera(IFactory& factory, int index)
+ConnectedCameraPointer connectCamera(IFactory& factory, const QString& serial)
 {
     auto connected = std::make_shared<ConnectedCamera>();
-    connected->index = index;
+    connected->serial = serial;
     try {
         auto camera = std::make_unique<zrnhost::Camera>(factory);
-        connected->code = (*camera)->connectDeviceByIndex(index);
+        connected->code = (*camera)->connectDeviceBySerial(serial);
         if (connected->code == ErrorCode::Success) {
-            connected->serial = camera->property(zrnhost::keys::serial).toString();
             connected->camera = std::move(camera);
         }
     } catch (const zrnhost::DriverError& error) {
@@ -31,28 +33,50 @@ ConnectedCameraPointer connectCamera(IFactory& factory, int index)
     return connected;
 }
 
-} // namespace
-
-BusView viewOf(const std::vector<zrnhost::UsbCamera>& cameras)
+BusView viewOf(const std::vector<zrn::BusCamera>& cameras)
 {
     BusView bus;
-    for (const zrnhost::UsbCamera& camera : cameras) {
-        bus.identity += camera.nodePath + QLatin1Char(camera.accessible ? '+' : '-');
-        if (camera.accessible) {
-            ++bus.usable;
-        } else {
-            bus.blocked += camera.nodePath;
-        }
+    for (const zrn::BusCamera& camera : cameras) {
+        bus.entries.push_back({camera});
     }
     return bus;
 }
 
-DriverHost::DriverHost(FactoryMaker makeFactory, BusReader readBus)
+bool isAnyHeld(const BusView& bus)
+{
+    return std::any_of(bus.entries.begin(), bus.entries.end(), [](const BusView::Entry& entry) {
+        return entry.camera.use == zrn::Use::Held;
+    });
+}
+
+} // namespace
+
+bool BusView::Entry::operator==(const Entry& other) const
+{
+    const zrn::BusCamera& a = camera;
+    const zrn::BusCamera& b = other.camera;
+    return a.port == b.port && a.place() == b.place() && a.accessible == b.accessible &&
+           a.use == b.use && a.holders == b.holders && a.serial == b.serial;
+}
+
+QStringList BusView::blocked() const
+{
+    QStringList nodes;
+    for (const Entry& entry : entries) {
+        if (!entry.camera.accessible) {
+            nodes += QString::fromStdString(entry.camera.node());
+        }
+    }
+    return nodes;
+}
+
+DriverHost::DriverHost(FactoryMaker makeFactory, zrnhost::BusReaders readers)
     : m_makeFactory(std::move(makeFactory))
-    , m_readBus(std::move(readBus))
+    , m_readers(std::move(readers))
     , m_timer(this)
 {
     qRegisterMetaType<BusView>();
+    qRegisterMetaType<zrn::BusCamera>();
     m_timer.setInterval(busPeriod);
     connect(&m_timer, &QTimer::timeout, this, &DriverHost::watchBus);
 }
@@ -61,6 +85,11 @@ void DriverHost::load()
 {
     try {
         m_factory = m_makeFactory();
+        m_opener = std::make_unique<zrnhost::DeviceOpener>(*m_factory, m_readers.cameras);
+        if (!m_opener->canChoose()) {
+            throw std::runtime_error("The driver can only open all cameras at once. The viewer "
+                                     "needs one that opens them one by one.");
+        }
     } catch (const std::exception& error) {
         emit loadFailed(QString::fromUtf8(error.what()));
         return;
@@ -70,27 +99,46 @@ void DriverHost::load()
     watchBus();
 }
 
-void DriverHost::search()
+void DriverHost::open(const zrn::BusCamera& camera)
 {
-    std::vector<ConnectedCameraPointer> found;
-    const int count = m_factory->enumDevice();
-    for (int index = 0; index < count; ++index) {
-        const ConnectedCameraPointer connected = connectCamera(*m_factory, index);
-        // Two cameras with one serial share an entry, so that there are fewer than were counted.
-        if (connected->code != ErrorCode::IndexNotFound) {
-            found.push_back(connected);
-        }
+    const QString place = QString::fromStdString(camera.place());
+    const QString serial = m_opener->open(camera);
+    if (serial.isEmpty()) {
+        emit notOpened(place);
+        return;
     }
-    emit searched(found);
+    m_readers.remember(camera, serial.toStdString());
+    const ConnectedCameraPointer connected = connectCamera(*m_factory, serial);
+    connected->port = QString::fromStdString(camera.port);
+    emit opened(place, connected);
+}
+
+void DriverHost::giveBack(const ConnectedCameraPointer& connected)
+{
+    connected->camera.reset();
+}
+
+void DriverHost::lookAgain()
+{
+    m_glance.reset();
+    m_bus.reset();
+    watchBus();
 }
 
 void DriverHost::watchBus()
 {
-    const BusView bus = viewOf(m_readBus());
-    if (!m_busKnown || !(bus == m_bus)) {
-        m_bus = bus;
-        m_busKnown = true;
-        emit busChanged(bus);
+    BusView glance = viewOf(m_readers.cameras());
+    const bool isHolderOld = isAnyHeld(glance) && m_holdersSeen.isValid() &&
+                             m_holdersSeen.hasExpired(holdersMilliseconds);
+    if (m_glance && glance == *m_glance && !isHolderOld) {
+        return;
+    }
+    BusView bus = isAnyHeld(glance) ? viewOf(m_readers.camerasAndHolders()) : glance;
+    m_holdersSeen.start();
+    m_glance = std::move(glance);
+    if (!m_bus || !(bus == *m_bus)) {
+        m_bus = std::move(bus);
+        emit busChanged(*m_bus);
     }
 }
 

@@ -1,12 +1,14 @@
 #pragma once
 
-#include "common/usb_bus.h"
+#include "common/device_opener.h"
 #include "zrnview/device/camera_reports.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 
 #include <functional>
+#include <optional>
 
 namespace zrnview
 {
@@ -14,51 +16,68 @@ namespace zrnview
 /// Makes the driver's factory. Throws std::exception, whose text is shown, when there is none.
 using FactoryMaker = std::function<std::shared_ptr<IFactory>()>;
 
-/// Reads which cameras the kernel sees.
-using BusReader = std::function<std::vector<zrnhost::UsbCamera>()>;
-
-/// What of the bus matters to the window.
+/// The cameras on the bus as the window sees them.
 struct BusView {
-    QString identity;    ///< differs whenever a camera came, went or became accessible
-    int usable = 0;      ///< cameras that this user may open
-    QStringList blocked; ///< device nodes of those that this user may not open
+    struct Entry {
+        zrn::BusCamera camera;
+
+        bool operator==(const Entry& other) const;
+        [[nodiscard]] QString port() const { return QString::fromStdString(camera.port); }
+        [[nodiscard]] QString place() const { return QString::fromStdString(camera.place()); }
+        [[nodiscard]] QString serial() const { return QString::fromStdString(camera.serial); }
+        [[nodiscard]] bool isFree() const
+        {
+            return camera.accessible && camera.use != zrn::Use::Held;
+        }
+    };
+    std::vector<Entry> entries;
 
     bool operator==(const BusView& other) const = default;
+    /// Device nodes of those that this user may not open.
+    [[nodiscard]] QStringList blocked() const;
 };
 
-BusView viewOf(const std::vector<zrnhost::UsbCamera>& cameras);
-
-/// Loads the driver, searches the bus and watches it, on the thread that this object lives in.
+/// Loads the driver, opens cameras one by one and watches the bus, on the thread that this object
+/// lives in.
 class DriverHost : public QObject
 {
     Q_OBJECT
 
 public:
-    DriverHost(FactoryMaker makeFactory, BusReader readBus);
+    DriverHost(FactoryMaker makeFactory, zrnhost::BusReaders readers);
 
 public slots:
     void load();
-    /// Enumerates and connects every camera that is found. The cameras of the search before must
-    /// have been given back: enumerating closes them.
-    void search();
+    /// Opens and connects one camera; answers with opened().
+    void open(const zrn::BusCamera& camera);
+    /// Disconnects a camera that nobody wants.
+    void giveBack(const zrnview::ConnectedCameraPointer& connected);
+    /// Looks at the bus at once, and tells it even if nothing has changed.
+    void lookAgain();
 
 signals:
     void loaded(const QString& description);
     void loadFailed(const QString& why);
-    void searched(const std::vector<zrnview::ConnectedCameraPointer>& found);
+    /// @param place that was to be opened
+    void opened(const QString& place, const zrnview::ConnectedCameraPointer& connected);
+    /// The camera is in use, or refuses.
+    void notOpened(const QString& place);
     void busChanged(const zrnview::BusView& bus);
 
 private:
     void watchBus();
 
     FactoryMaker m_makeFactory;
-    BusReader m_readBus;
+    zrnhost::BusReaders m_readers;
     std::shared_ptr<IFactory> m_factory;
-    BusView m_bus;
-    bool m_busKnown = false;
+    std::unique_ptr<zrnhost::DeviceOpener> m_opener;
+    std::optional<BusView> m_glance; // the bus without its holders, as it last was
+    std::optional<BusView> m_bus;    // as it was last told
+    QElapsedTimer m_holdersSeen;
     QTimer m_timer;
 };
 
 } // namespace zrnview
 
 Q_DECLARE_METATYPE(zrnview::BusView)
+Q_DECLARE_METATYPE(zrn::BusCamera)

@@ -96,7 +96,7 @@ SettingReadings readAllSettings(zrnhost::Camera& camera)
 PropertyReadings readAllProperties(zrnhost::Camera& camera)
 {
     PropertyReadings readings;
-    for (const zrnhost::PropertyInfo& info : zrnhost::properties()) {
+    for (const zrnhost::PropertyInfo& info : zrnhost::propertyTable) {
         PropertyReading reading{info.key, ErrorCode::Success, QVariant()};
         reading.code = camera.readProperty(info.key, reading.value);
         readings.push_back(reading);

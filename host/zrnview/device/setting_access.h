@@ -21,7 +21,7 @@ SettingReadings readAllSettings(zrnhost::Camera& camera);
 /// Reads every property that the driver answers, in the order of the table.
 PropertyReadings readAllProperties(zrnhost::Camera& camera);
 
-/// Reads what does not change. @param serial as the search found it
+/// Reads what does not change. @param serial as the driver gives it
 CameraFacts readFacts(zrnhost::Camera& camera, const QString& serial);
 
 } // namespace zrnview

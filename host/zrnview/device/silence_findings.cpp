@@ -5,6 +5,9 @@
 
 #include <QFile>
 
+#include <algorithm>
+#include <iterator>
+
 namespace zrnview
 {
 namespace
@@ -21,8 +24,8 @@ QString textOf(const Finding& finding)
 
 } // namespace
 
-QStringList silenceFindings(const CameraHealth& health,
-                            const std::vector<zrnhost::UsbCamera>& onBus,
+QStringList silenceFindings(const CameraHealth& health, const QString& port,
+                            const std::vector<zrn::BusCamera>& onBus,
                             std::optional<int> usbfsMegabytes)
 {
     QStringList texts;
@@ -34,7 +37,11 @@ QStringList silenceFindings(const CameraHealth& health,
         health.answersControls
             ? QStringLiteral("The camera answers control requests, so that cable and supply hold.")
             : QStringLiteral("The camera does not answer control requests either.");
-    std::vector<Finding> findings = judgeBus(onBus);
+    std::vector<zrn::BusCamera> own;
+    std::copy_if(
+        onBus.begin(), onBus.end(), std::back_inserter(own),
+        [&port](const zrn::BusCamera& camera) { return camera.port == port.toStdString(); });
+    std::vector<Finding> findings = judgeBus(own);
     findings.push_back(judgeTransferMemory(onBus, usbfsMegabytes));
     const int before = texts.size();
     for (const Finding& finding : findings) {

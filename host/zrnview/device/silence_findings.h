@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/usb_bus.h"
+#include "client/bus.h"
 #include "zrnview/device/camera_reports.h"
 
 #include <QStringList>
@@ -13,10 +13,11 @@ namespace zrnview
 /// What may keep a stream from delivering, as far as it can be told from here: one entry each, with
 /// the remedy, the most telling first. Never empty.
 ///
+/// @param port of the camera: of others nothing is said, but that transfers of all share a memory
 /// @param usbfsMegabytes limit of the kernel's memory for USB transfers: 0 for none, nothing if it
 /// cannot be read
-QStringList silenceFindings(const CameraHealth& health,
-                            const std::vector<zrnhost::UsbCamera>& onBus,
+QStringList silenceFindings(const CameraHealth& health, const QString& port,
+                            const std::vector<zrn::BusCamera>& onBus,
                             std::optional<int> usbfsMegabytes);
 
 /// Reads the kernel's limit. @param root put before /sys, empty for the running system

@@ -1,12 +1,13 @@
 #include "zrnview/model/settings.h"
 
-#include "common/property_keys.h"
+#include "common/property_table.h"
 
 #include <QStringList>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <string_view>
 
 namespace zrnview
 {
@@ -15,52 +16,63 @@ namespace
 
 namespace keys = zrnhost::keys;
 
-constexpr qint64 byteMaximum = 255;
 constexpr qint64 wordMaximum = 65535;
-constexpr qint64 signedMinimum = -32768;
-constexpr qint64 signedMaximum = 32767;
-constexpr qint64 intMaximum = 2147483647;
+
+// Where sliders end.
+constexpr qint64 byteMaximum = 255;
 constexpr qint64 usualCache = 64;
 constexpr qint64 usualTimeout = 5000;
 
+/// A setting that travels as a property.
+constexpr SettingInfo carried(Setting setting, const char* key, qint64 usualMaximum)
+{
+    const zrnhost::PropertyInfo& property = *zrnhost::findProperty(key);
+    const bool isFlag = property.type == zrnhost::PropertyType::Bool;
+    return {setting,      property.label,   property.unit,
+            property.key, property.minimum, isFlag ? 1 : property.maximum,
+            usualMaximum, isFlag,           property.carrier,
+            property.tip};
+}
+
 constexpr std::array settingTable = {
     SettingInfo{Setting::Exposure, "Exposure", "µs", nullptr, 0, 4294967295, 1000000, false,
-                "Exposure time; the camera rounds it to its own steps"},
-    SettingInfo{Setting::Gain, "Gain", "", nullptr, 0, wordMaximum, byteMaximum, false,
+                "Brightness", "Exposure time; the camera rounds it to its own steps"},
+    SettingInfo{Setting::Gain, "Gain", "", nullptr, 0, wordMaximum, byteMaximum, false, "Gain",
                 "Gain, as the camera counts it"},
-    SettingInfo{Setting::RGain, "R gain", "", keys::rGain, 0, byteMaximum, byteMaximum, false,
-                "Gain of the red cells; lies in the gamma control"},
-    SettingInfo{Setting::GrGain, "GR gain", "", keys::grGain, 0, byteMaximum, byteMaximum, false,
-                "Gain of the green cells in red rows; lies in the sharpness control"},
-    SettingInfo{Setting::GbGain, "GB gain", "", keys::gbGain, 0, byteMaximum, byteMaximum, false,
-                "Gain of the green cells in blue rows; lies in the hue control"},
-    SettingInfo{Setting::BGain, "B gain", "", keys::bGain, 0, byteMaximum, byteMaximum, false,
-                "Gain of the blue cells; lies in the saturation control"},
-    SettingInfo{Setting::Gamma, "Gamma", "", keys::gamma, 0, wordMaximum, byteMaximum, false,
-                "Gamma control; shared with the R gain"},
-    SettingInfo{Setting::Sharpness, "Sharpness", "", keys::sharp, 0, wordMaximum, byteMaximum,
-                false, "Sharpness control; shared with the GR gain"},
-    SettingInfo{Setting::Hue, "Hue", "", keys::hue, signedMinimum, signedMaximum, byteMaximum,
-                false, "Hue control; shared with the GB gain"},
-    SettingInfo{Setting::TriggerOrder, "Frame order", "", nullptr, 0, 2, 2, false,
+    carried(Setting::RGain, keys::rGain, byteMaximum),
+    carried(Setting::GrGain, keys::grGain, byteMaximum),
+    carried(Setting::GbGain, keys::gbGain, byteMaximum),
+    carried(Setting::BGain, keys::bGain, byteMaximum),
+    carried(Setting::Gamma, keys::gamma, byteMaximum),
+    carried(Setting::Sharpness, keys::sharp, byteMaximum),
+    carried(Setting::Hue, keys::hue, byteMaximum),
+    SettingInfo{Setting::TriggerOrder, "Frame order", "", nullptr, 0, 2, 2, false, "",
                 "Which cached frame a grab takes"},
-    SettingInfo{Setting::CacheFrames, "Cache", "frames", keys::cacheFrameCount, 1, intMaximum,
-                usualCache, false,
-                "Frames that the driver keeps; only while the stream is stopped"},
-    SettingInfo{Setting::GrabTimeout, "Grab timeout", "ms", keys::maxGrabWaitTime, 0, intMaximum,
-                usualTimeout, false, "How long a grab waits for a frame"},
-    SettingInfo{Setting::ExposureCheck, "Verify exposure", "", keys::enableCheckExposureTime, 0, 1,
-                1, true, "The driver reads the exposure back after writing it"},
-    SettingInfo{Setting::GainCheck, "Verify gain", "", keys::enableCheckGain, 0, 1, 1, true,
-                "The driver reads the gain back after writing it"},
+    carried(Setting::CacheFrames, keys::cacheFrameCount, usualCache),
+    carried(Setting::GrabTimeout, keys::maxGrabWaitTime, usualTimeout),
+    carried(Setting::ExposureCheck, keys::enableCheckExposureTime, 1),
+    carried(Setting::GainCheck, keys::enableCheckGain, 1),
 };
 
-constexpr std::array carrierTable = {
-    CarrierRow{Carrier::Gamma, "Gamma", Setting::RGain, true, Setting::Gamma},
-    CarrierRow{Carrier::Sharpness, "Sharpness", Setting::GrGain, true, Setting::Sharpness},
-    CarrierRow{Carrier::Hue, "Hue", Setting::GbGain, true, Setting::Hue},
-    CarrierRow{Carrier::Saturation, "Saturation", Setting::BGain, false, Setting::BGain},
-};
+constexpr std::array colourGains{Setting::RGain, Setting::GrGain, Setting::GbGain, Setting::BGain};
+
+/// What shares the control that carries a colour gain.
+constexpr CarrierRow carrierOfGain(Setting colourGain)
+{
+    const char* carrier = settingTable[static_cast<std::size_t>(colourGain)].carrier;
+    for (const SettingInfo& info : settingTable) {
+        if (info.setting != colourGain && std::string_view(info.carrier) == carrier) {
+            return {carrier, colourGain, true, info.setting};
+        }
+    }
+    return {carrier, colourGain, false, colourGain};
+}
+
+constexpr std::array carrierTable = [] {
+    std::array<CarrierRow, colourGains.size()> table{};
+    std::ranges::transform(colourGains, table.begin(), carrierOfGain);
+    return table;
+}();
 
 QString listed(const std::vector<Setting>& settingsToName)
 {

@@ -36,6 +36,7 @@ struct SettingInfo {
     qint64 maximum;
     qint64 usualMaximum; ///< where a slider ends
     bool isFlag;
+    const char* carrier; ///< UVC control of the camera that holds it; empty: kept by the driver
     const char* tip;
 };
 
@@ -43,12 +44,9 @@ struct SettingInfo {
 std::span<const SettingInfo> settings();
 const SettingInfo& infoOf(Setting setting);
 
-/// UVC controls that the camera's firmware uses as carriers of more than one setting.
-enum class Carrier { Gamma, Sharpness, Hue, Saturation };
-
-/// What one carrier carries.
+/// A UVC control that the camera's firmware uses as the carrier of a colour gain, and often of
+/// another setting.
 struct CarrierRow {
-    Carrier carrier;
     const char* name;
     Setting colourGain; ///< which colour gain lies in it
     bool hasDirect;     ///< whether a setting of its own reaches it as well

@@ -5,10 +5,28 @@
 #include <QSignalBlocker>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace zrnview
 {
 namespace
 {
+
+constexpr int serialRole = Qt::UserRole;
+constexpr int portRole = Qt::UserRole + 1; ///< of a camera that this program does not have
+
+QString textOf(const BusView::Entry& entry)
+{
+    const QString name = entry.serial().isEmpty()
+                             ? CameraList::tr("camera at %1").arg(entry.port())
+                             : CameraList::tr("%1 at %2").arg(entry.serial(), entry.port());
+    const QString use =
+        !entry.camera.accessible ? CameraList::tr("no permission")
+        : entry.isFree()
+            ? CameraList::tr("free")
+            : CameraList::tr("in use by %1").arg(QString::fromStdString(entry.camera.holderText()));
+    return QStringLiteral("%1   %2").arg(name, use);
+}
 
 QColor stateColour(const CameraDevice& device, const Colours& colours)
 {
@@ -55,24 +73,30 @@ QString adviceOf(const Bench& bench)
         return CameraList::tr("Loading the driver…");
     case Bench::State::Failed:
         return bench.description();
-    case Bench::State::Searching:
-        return CameraList::tr("Searching…");
     case Bench::State::Ready:
         break;
     }
-    if (!bench.bus().blocked.isEmpty()) {
+    if (!bench.bus().blocked().isEmpty()) {
         return CameraList::tr("This user may not open %1: put the line %2 into %3, run 'udevadm "
                               "control --reload' and replug the camera.")
-            .arg(bench.bus().blocked.join(QStringLiteral(", ")), QLatin1String(zrnhost::udevRule),
-                 QLatin1String(zrnhost::udevRulePath));
+            .arg(bench.bus().blocked().join(QStringLiteral(", ")), QLatin1String(zrn::udevRule),
+                 QLatin1String(zrn::udevRulePath));
     }
-    if (bench.hasNewCamera()) {
-        return CameraList::tr("A camera was plugged in. Search again to use it.");
+    if (!bench.devices().empty()) {
+        return {};
     }
-    return bench.devices().empty()
-               ? CameraList::tr("No camera found. Check its cable and supply: it appears here as "
-                                "soon as it is on the bus.")
-               : QString();
+    const std::vector<BusView::Entry> others = bench.others();
+    if (others.empty()) {
+        return CameraList::tr(
+            "No camera found. Check its cable and supply: it appears here as soon "
+            "as it is on the bus.");
+    }
+    return std::any_of(others.begin(), others.end(),
+                       [](const BusView::Entry& entry) { return entry.isFree(); })
+               ? CameraList::tr("Tick a camera to use it.")
+               : CameraList::tr(
+                     "Other programs use every camera on the bus. Each can be ticked here "
+                     "as soon as it is free.");
 }
 
 CameraList::CameraList(Bench& bench, QWidget* parent)
@@ -80,30 +104,36 @@ CameraList::CameraList(Bench& bench, QWidget* parent)
     , m_bench(bench)
     , m_list(new QListWidget(this))
     , m_status(new QLabel(this))
-    , m_search(new QPushButton(tr("Search &again"), this))
+    , m_look(new QPushButton(tr("Look &again"), this))
 {
     m_list->setAccessibleName(tr("Cameras"));
     m_list->setMinimumHeight(fontMetrics().height() * 3);
     m_status->setWordWrap(true);
-    m_search->setToolTip(tr("Looks for cameras on the bus (F5). Streams pause for a moment."));
+    m_look->setToolTip(
+        tr("Looks at the bus at once, and tries again what could not be opened (F5)."));
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_list, 1);
     layout->addWidget(m_status);
-    layout->addWidget(m_search, 0, Qt::AlignLeft);
+    layout->addWidget(m_look, 0, Qt::AlignLeft);
 
-    connect(m_search, &QPushButton::clicked, &m_bench, &Bench::search);
+    connect(m_look, &QPushButton::clicked, &m_bench, &Bench::lookAgain);
     connect(&m_bench, &Bench::deviceAdded, this, &CameraList::addDevice);
-    connect(&m_bench, &Bench::stateChanged, this, &CameraList::updateSearch);
-    connect(&m_bench, &Bench::busChanged, this, &CameraList::updateSearch);
+    connect(&m_bench, &Bench::stateChanged, this, &CameraList::updateStatus);
+    connect(&m_bench, &Bench::busChanged, this, &CameraList::updateOthers);
     connect(m_list, &QListWidget::itemChanged, this, [this](QListWidgetItem* entry) {
-        emit shownChanged(deviceOf(*entry), entry->checkState() == Qt::Checked);
-    });
-    connect(m_list, &QListWidget::currentItemChanged, this, [this](QListWidgetItem* entry) {
-        if (entry) {
-            emit chosen(deviceOf(*entry));
+        if (CameraDevice* device = deviceOf(*entry)) {
+            emit shownChanged(device, entry->checkState() == Qt::Checked);
+        } else {
+            m_bench.take(entry->data(portRole).toString());
         }
     });
-    updateSearch();
+    connect(m_list, &QListWidget::currentItemChanged, this, [this](QListWidgetItem* entry) {
+        CameraDevice* device = entry ? deviceOf(*entry) : nullptr;
+        if (device) {
+            emit chosen(device);
+        }
+    });
+    updateStatus();
 }
 
 void CameraList::setShown(const CameraDevice& device, bool shown)
@@ -117,26 +147,63 @@ void CameraList::addDevice(CameraDevice* device)
     {
         const QSignalBlocker blocker(m_list);
         auto* entry = new QListWidgetItem(device->serial(), m_list);
-        entry->setData(Qt::UserRole, device->serial());
+        entry->setData(serialRole, device->serial());
         entry->setFlags(entry->flags() | Qt::ItemIsUserCheckable);
         entry->setCheckState(Qt::Unchecked);
     }
     connect(device, &CameraDevice::healthChanged, this, [this, device] { updateEntry(*device); });
     updateEntry(*device);
+    updateOthers();
 }
 
 void CameraList::updateEntry(const CameraDevice& device)
 {
     const QSignalBlocker blocker(m_list);
     QListWidgetItem* entry = entryOf(device);
-    entry->setText(QStringLiteral("%1   %2").arg(device.serial(), stateText(device)));
+    entry->setText(QStringLiteral("%1   %2").arg(device.serial(), useText(device)));
     entry->setForeground(stateColour(device, coloursFor(palette())));
-    updateSearch();
+    updateStatus();
 }
 
-void CameraList::updateSearch()
+QString CameraList::useText(const CameraDevice& device) const
 {
-    m_search->setEnabled(m_bench.state() == Bench::State::Ready && !m_bench.isRecording());
+    for (const BusView::Entry& entry : m_bench.bus().entries) {
+        if (device.place().isEmpty() && entry.serial() == device.serial() && !entry.isFree()) {
+            return tr("in use by %1").arg(QString::fromStdString(entry.camera.holderText()));
+        }
+    }
+    return stateText(device);
+}
+
+void CameraList::updateOthers()
+{
+    {
+        const QSignalBlocker blocker(m_list);
+        for (int row = m_list->count() - 1; row >= 0; --row) {
+            if (m_list->item(row)->data(serialRole).toString().isEmpty()) {
+                delete m_list->takeItem(row);
+            }
+        }
+        for (const BusView::Entry& other : m_bench.others()) {
+            auto* entry = new QListWidgetItem(textOf(other), m_list);
+            entry->setData(portRole, other.port());
+            entry->setFlags(other.isFree() ? entry->flags() | Qt::ItemIsUserCheckable
+                                           : Qt::ItemIsEnabled);
+            if (other.isFree()) {
+                entry->setCheckState(Qt::Unchecked);
+            }
+            entry->setForeground(coloursFor(palette()).dimText);
+        }
+    }
+    for (const CameraDevice* device : m_bench.devices()) {
+        updateEntry(*device);
+    }
+    updateStatus();
+}
+
+void CameraList::updateStatus()
+{
+    m_look->setEnabled(m_bench.state() == Bench::State::Ready);
     const QString text = adviceOf(m_bench);
     m_status->setText(text);
     m_status->setVisible(!text.isEmpty());
@@ -160,7 +227,7 @@ void CameraList::fitStatus()
 QListWidgetItem* CameraList::entryOf(const CameraDevice& device) const
 {
     for (int row = 0; row < m_list->count(); ++row) {
-        if (m_list->item(row)->data(Qt::UserRole).toString() == device.serial()) {
+        if (m_list->item(row)->data(serialRole).toString() == device.serial()) {
             return m_list->item(row);
         }
     }
@@ -170,7 +237,7 @@ QListWidgetItem* CameraList::entryOf(const CameraDevice& device) const
 CameraDevice* CameraList::deviceOf(const QListWidgetItem& entry) const
 {
     for (CameraDevice* device : m_bench.devices()) {
-        if (device->serial() == entry.data(Qt::UserRole).toString()) {
+        if (device->serial() == entry.data(serialRole).toString()) {
             return device;
         }
     }

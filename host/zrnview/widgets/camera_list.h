@@ -9,7 +9,7 @@
 namespace zrnview
 {
 
-/// All cameras that were found, with their state; a tick shows a camera in the window.
+/// All cameras on the bus, with their state; a tick takes a camera and shows it in the window.
 class CameraList : public QWidget
 {
     Q_OBJECT
@@ -19,7 +19,6 @@ public:
     explicit CameraList(Bench& bench, QWidget* parent = nullptr);
 
     QListWidget& list() { return *m_list; }
-    QPushButton& searchButton() { return *m_search; }
     /// Ticks or unticks a camera without telling anybody.
     void setShown(const CameraDevice& device, bool shown);
 
@@ -34,17 +33,19 @@ private:
     void fitStatus();
     void addDevice(CameraDevice* device);
     void updateEntry(const CameraDevice& device);
-    void updateSearch();
+    void updateOthers();
+    void updateStatus();
+    QString useText(const CameraDevice& device) const;
     QListWidgetItem* entryOf(const CameraDevice& device) const;
     CameraDevice* deviceOf(const QListWidgetItem& entry) const;
 
     Bench& m_bench;
     QListWidget* m_list;
     QLabel* m_status;
-    QPushButton* m_search;
+    QPushButton* m_look;
 };
 
-/// What the search for cameras is doing or what it asks the user to do; empty when all is well.
+/// What the bus asks the user to do; empty when all is well.
 QString adviceOf(const Bench& bench);
 
 /// One or two words on how a camera is doing.

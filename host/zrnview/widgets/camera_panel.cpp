@@ -169,8 +169,7 @@ void CameraPanel::updateNotice()
     case CameraState::Lost:
         m_notice->show(NoticeBar::Tone::Fault, tr("This camera does not answer any more."),
                        tr("It was probably unplugged, or lost its supply. Plug it in again: it is "
-                          "found by its serial and goes on with its settings. While another "
-                          "camera records, that waits until the recording has ended."));
+                          "found by its serial and goes on with its settings."));
         return;
     case CameraState::Unusable:
         m_notice->show(NoticeBar::Tone::Fault,

@@ -39,8 +39,11 @@ ControlRow::ControlRow(Setting setting, QGridLayout& grid, QWidget* parent)
     , m_minimum(m_info.minimum)
     , m_sliderMaximum(m_info.usualMaximum)
 {
-    const QString tip =
-        QString::fromUtf8(m_info.tip) + QStringLiteral(". ") + describeEffects(setting);
+    QString tip = QString::fromUtf8(m_info.tip);
+    if (*m_info.carrier) {
+        tip += tr("; lies in the UVC control %1").arg(QString::fromUtf8(m_info.carrier));
+    }
+    tip += QStringLiteral(". ") + describeEffects(setting);
     for (QWidget* widget : {static_cast<QWidget*>(m_label), static_cast<QWidget*>(m_slider),
                             static_cast<QWidget*>(m_field), static_cast<QWidget*>(m_readBack)}) {
         widget->setToolTip(tip);

@@ -44,7 +44,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     statusBar()->setSizeGripEnabled(false);
 
     connect(&m_bench, &Bench::deviceAdded, this,
-            [this](CameraDevice* device) { welcome(*device); });
+            [this](CameraDevice* device, bool isAskedFor) { welcome(*device, isAskedFor); });
     connect(&m_bench, &Bench::busChanged, this, &MainWindow::updateEmpty);
     connect(&m_bench, &Bench::stateChanged, this, [this] {
         updateEmpty();
@@ -54,7 +54,12 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     });
     connect(m_cameraList, &CameraList::shownChanged, this,
             [this](CameraDevice* device, bool shown) {
-                shown ? static_cast<void>(showCamera(*device)) : hideCamera(*device);
+                if (!shown) {
+                    hideCamera(*device);
+                    return;
+                }
+                m_bench.take(*device);
+                showCamera(*device);
             });
     connect(m_cameraList, &CameraList::chosen, this, [this](CameraDevice* device) {
         for (CameraPanel* panel : m_panels) {
@@ -70,6 +75,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
         note(EventLog::Tone::Fault, tr("The snapshot was not saved: %1").arg(why));
     });
     relayDriverMessages(events());
+    m_bench.setInitialCameras(m_options.camerasToShow);
 }
 
 void MainWindow::buildSide()
@@ -99,7 +105,7 @@ void MainWindow::updateEmpty()
     m_empty->setText(QStringLiteral("<big>%1</big>").arg(text.toHtmlEscaped()));
 }
 
-void MainWindow::welcome(CameraDevice& device)
+void MainWindow::welcome(CameraDevice& device, bool isAskedFor)
 {
     connect(&device, &CameraDevice::answered, this,
             [this, &device](const QString& operation, ErrorCode code) {
@@ -124,8 +130,8 @@ void MainWindow::welcome(CameraDevice& device)
                     }
                 }
             });
-    if (m_welcomed < m_options.camerasToShow) {
-        ++m_welcomed;
+    if (isAskedFor || m_welcomed < m_options.camerasToShow) {
+        m_welcomed += isAskedFor ? 0 : 1;
         showCamera(device);
         if (m_options.startStreams) {
             device.startStream();
@@ -169,6 +175,7 @@ void MainWindow::hideCamera(CameraDevice& device)
         return;
     }
     device.stopStream();
+    m_bench.giveBack(device);
     CameraPanel* panel = *found;
     m_panels.erase(found);
     m_cameraList->setShown(device, false);

@@ -18,7 +18,7 @@ namespace zrnview
 
 /// What the window does on its own after it was opened.
 struct WindowOptions {
-    int camerasToShow = 1; ///< of those that the first search finds
+    int camerasToShow = 1; ///< of those that are free
     bool startStreams = true;
     QString folder;              ///< where pictures and recordings go
     Theme theme = Theme::System; ///< that was applied
@@ -59,7 +59,7 @@ private:
     void buildSide();
     void arrange();
     void updateEmpty();
-    void welcome(CameraDevice& device);
+    void welcome(CameraDevice& device, bool isAskedFor);
     void activateNext();
     void showControlsOf(CameraDevice* device);
     FramePanel* activeFrames() const;

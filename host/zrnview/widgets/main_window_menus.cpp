@@ -43,7 +43,7 @@ void MainWindow::buildFileMenu()
 void MainWindow::buildCameraMenu()
 {
     QMenu* menu = menuBar()->addMenu(tr("&Camera"));
-    menu->addAction(tr("Search &again"), &m_bench, &Bench::search, Qt::Key_F5);
+    menu->addAction(tr("Look &again"), &m_bench, &Bench::lookAgain, Qt::Key_F5);
     menu->addSeparator();
     menu->addAction(tr("Start or stop the &stream, play or pause"), this, &MainWindow::toggleStream,
                     tr("Ctrl+Space"));

@@ -1,6 +1,6 @@
 #include "zrnview/widgets/property_table.h"
 
-#include "common/property_table.h"
+#include "common/property_values.h"
 #include "common/result_codes.h"
 #include "zrnview/widgets/theme.h"
 
@@ -37,14 +37,14 @@ QString briefly(const QVariant& value)
 
 bool isWritable(const PropertyReading& reading)
 {
-    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
+    const zrnhost::PropertyInfo* info = zrnhost::findProperty(reading.key);
     return info && info->writable;
 }
 
 QString tipFor(const PropertyReading& reading)
 {
-    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
-    QString tip = info ? QString::fromUtf8(info->meaning) : QString();
+    const zrnhost::PropertyInfo* info = zrnhost::findProperty(reading.key);
+    QString tip = info ? QString::fromLatin1(info->tip) : QString();
     if (info && *info->carrier) {
         tip += PropertyModel::tr("\nUVC control: %1").arg(QString::fromUtf8(info->carrier));
     }
@@ -141,7 +141,7 @@ bool PropertyModel::setData(const QModelIndex& index, const QVariant& value, int
         return false;
     }
     const PropertyReading& reading = m_readings[static_cast<std::size_t>(index.row())];
-    const zrnhost::PropertyInfo* info = zrnhost::findProperty(QString::fromLatin1(reading.key));
+    const zrnhost::PropertyInfo* info = zrnhost::findProperty(reading.key);
     const std::optional<QVariant> typed =
         info ? zrnhost::parseValue(*info, value.toString()) : std::nullopt;
     if (!typed) {

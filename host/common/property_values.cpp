@@ -1,47 +1,15 @@
-#include "common/property_table.h"
-
-#include "common/property_keys.h"
+#include "common/property_values.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-
-#include <algorithm>
-#include <array>
-#include <limits>
 
 namespace zrnhost
 {
 namespace
 {
 
-constexpr qint64 anyInt = std::numeric_limits<qint32>::max();
-constexpr qint64 anyUnsigned = std::numeric_limits<quint32>::max();
-
 using enum PropertyType;
-
-// clang-format off
-constexpr std::array table{
-    PropertyInfo{keys::bGain, Int, true, "", 0, 255, "colour gain B", "Saturation"},
-    PropertyInfo{keys::cacheFrameCount, Int, true, "frames", 1, anyInt, "frames that the driver keeps for grabs; while stopped only", ""},
-    PropertyInfo{keys::capturePeriod, UInt, true, "", 0, anyUnsigned, "a number that the driver keeps for the host", ""},
-    PropertyInfo{keys::enableCheckExposureTime, Bool, true, "", 0, 0, "read the exposure back after writing it", ""},
-    PropertyInfo{keys::enableCheckGain, Bool, true, "", 0, 0, "read the gain back after writing it", ""},
-    PropertyInfo{keys::frameRate, Double, false, "frames/s", 0, 0, "frame rate that the driver measured", ""},
-    PropertyInfo{keys::gbGain, Int, true, "", 0, 255, "colour gain GB", "Hue"},
-    PropertyInfo{keys::grGain, Int, true, "", 0, 255, "colour gain GR", "Sharpness"},
-    PropertyInfo{keys::gamma, Int, true, "", 0, 65535, "gamma", "Gamma"},
-    PropertyInfo{keys::heartBeat, Record, false, "", 0, 0, "whether the camera answers, and its frame rate", "Gain"},
-    PropertyInfo{keys::hue, Int, true, "", -32768, 32767, "hue", "Hue"},
-    PropertyInfo{keys::maxGrabWaitTime, UInt, true, "ms", 0, anyUnsigned, "longest wait of a grab", ""},
-    PropertyInfo{keys::rGain, Int, true, "", 0, 255, "colour gain R", "Gamma"},
-    PropertyInfo{keys::resolutionIndex, Int, true, "", 0, anyInt, "position of the image size in its format; writing always fails", ""},
-    PropertyInfo{keys::resolutionList, Record, false, "", 0, 0, "answers only for a camera without uncompressed sizes", ""},
-    PropertyInfo{keys::sensorCount, Int, false, "", 0, 0, "1 for sensor type 6, else 2", "Contrast"},
-    PropertyInfo{keys::serial, Text, false, "", 0, 0, "serial", "Backlight Compensation"},
-    PropertyInfo{keys::sharp, Int, true, "", 0, 65535, "sharpness", "Sharpness"},
-};
-// clang-format on
 
 std::optional<QVariant> parseFlag(const QString& text)
 {
@@ -58,19 +26,6 @@ std::optional<QVariant> parseFlag(const QString& text)
 }
 
 } // namespace
-
-std::span<const PropertyInfo> properties()
-{
-    return table;
-}
-
-const PropertyInfo* findProperty(const QString& key)
-{
-    const auto* found = std::find_if(table.begin(), table.end(), [&key](const auto& property) {
-        return key == QLatin1String(property.key);
-    });
-    return found == table.end() ? nullptr : found;
-}
 
 const char* typeName(PropertyType type)
 {

@@ -1,0 +1,215 @@
+#include "camera_search.h"
+
+#include "progress.h"
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <thread>
+
+namespace
+{
+
+using namespace std::chrono_literals;
+
+/// How long others may be in the way. A look at a camera takes them some tenths of a second.
+constexpr auto patience = 3s;
+/// After this time the user is told what is being waited for.
+constexpr auto silence = 1s;
+
+bool isUsable(const zrn::BusCamera& camera)
+{
+    return camera.accessible && camera.use != zrn::Use::Held;
+}
+
+/// Long enough for two programs that meet at a camera to miss each other the next time.
+void pauseAtRandom()
+{
+    thread_local std::minstd_rand random{std::random_device{}()};
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(std::uniform_int_distribution<int>(20, 150)(random)));
+}
+
+} // namespace
+
+template <typename Attempt>
+auto CameraSearch::persist(const CameraChoice& choice, const Attempt& attempt)
+{
+    Progress progress(m_quiet);
+    const auto begin = std::chrono::steady_clock::now();
+    bool isTold = false;
+    for (;;) {
+        if (auto result = attempt()) {
+            return *result;
+        }
+        const auto waited = std::chrono::steady_clock::now() - begin;
+        if (waited > patience) {
+            throw failureOf(choice);
+        }
+        if (waited > silence && !isTold) {
+            isTold = true;
+            progress.note(
+                QStringLiteral("waiting: %1").arg(QString::fromUtf8(failureOf(choice).what())));
+        }
+        pauseAtRandom();
+    }
+}
+
+QString CameraSearch::find(const CameraChoice& choice)
+{
+    return persist(choice, [&] { return findNow(choice); });
+}
+
+std::optional<QString> CameraSearch::findNow(const CameraChoice& choice)
+{
+    return open(choice, candidates(choice));
+}
+
+std::vector<std::string> CameraSearch::freePorts()
+{
+    return persist({}, [this]() -> std::optional<std::vector<std::string>> {
+        std::vector<std::string> ports;
+        for (const zrn::BusCamera& camera : candidates({})) {
+            if (isUsable(camera)) {
+                ports.push_back(camera.port);
+            }
+        }
+        return ports.empty() ? std::nullopt : std::optional(ports);
+    });
+}
+
+std::vector<zrn::BusCamera> CameraSearch::candidates(const CameraChoice& choice) const
+{
+    const std::vector<zrn::BusCamera> cameras = m_bus.cameras();
+    if (cameras.empty()) {
+        throw noCameraOnBus();
+    }
+    const QString seeList = QStringLiteral("'zrncam list' shows the cameras on the bus");
+    if (choice.index >= 0) {
+        const auto index = static_cast<std::size_t>(choice.index);
+        if (index >= cameras.size()) {
+            throw ToolError(ExitCode::NoCamera,
+                            QStringLiteral("there is no camera %1; cameras on the bus: %2")
+                                .arg(choice.index)
+                                .arg(cameras.size()),
+                            QStringLiteral("indices begin with 0; ") + seeList);
+        }
+        return {cameras[index]};
+    }
+    std::vector<zrn::BusCamera> result;
+    if (!choice.port.empty()) {
+        std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
+                     [&](const zrn::BusCamera& camera) { return camera.port == choice.port; });
+        if (result.empty()) {
+            throw ToolError(
+                ExitCode::NoCamera,
+                QStringLiteral("no camera is at port %1").arg(QString::fromStdString(choice.port)),
+                seeList);
+        }
+        return result;
+    }
+    if (choice.serial.isEmpty()) {
+        return cameras;
+    }
+    const std::string serial = choice.serial.toStdString();
+    for (const bool isKnown : {true, false}) {
+        std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
+                     [&](const zrn::BusCamera& camera) {
+                         return isKnown ? camera.serial == serial : camera.serial.empty();
+                     });
+        if (!result.empty()) {
+            return result;
+        }
+    }
+    throw ToolError(ExitCode::NoCamera,
+                    QStringLiteral("no camera has the serial %1").arg(choice.serial),
+                    QStringLiteral("'zrncam list' shows the serials"));
+}
+
+std::optional<QString> CameraSearch::open(const CameraChoice& choice,
+                                          const std::vector<zrn::BusCamera>& cameras)
+{
+    for (const zrn::BusCamera& camera : cameras) {
+        if (!isUsable(camera)) {
+            continue;
+        }
+        const QString serial = m_opener.open(camera);
+        if (serial.isEmpty()) {
+            continue;
+        }
+        m_bus.remember(camera, serial.toStdString());
+        if (choice.serial.isEmpty() || serial == choice.serial) {
+            return serial;
+        }
+        m_opener.close(serial);
+    }
+    return std::nullopt;
+}
+
+ToolError CameraSearch::failureOf(const CameraChoice& choice) const
+{
+    try {
+        std::vector<zrn::BusCamera> cameras = candidates(choice);
+        const std::vector<zrn::BusCamera> seen = m_bus.camerasAndHolders();
+        for (zrn::BusCamera& camera : cameras) {
+            const auto found =
+                std::find_if(seen.begin(), seen.end(), [&camera](const zrn::BusCamera& other) {
+                    return other.place() == camera.place();
+                });
+            if (found != seen.end()) {
+                camera = *found;
+            }
+        }
+        if (cameras.size() == 1 && (choice.serial.isEmpty() || !cameras.front().serial.empty())) {
+            return refusalOf(cameras.front());
+        }
+        QStringList reasons;
+        for (const zrn::BusCamera& camera : cameras) {
+            reasons += QString::fromUtf8(refusalOf(camera).what());
+        }
+        const QString message =
+            choice.serial.isEmpty()
+                ? QStringLiteral("none of the %1 cameras on the bus is free").arg(cameras.size())
+                : QStringLiteral("no camera that can be opened has the serial %1")
+                      .arg(choice.serial);
+        return {ExitCode::NoCamera, message, reasons.join(QStringLiteral("; "))};
+    } catch (const ToolError& error) {
+        return error;
+    }
+}
+
+ToolError noCameraOnBus()
+{
+    return {ExitCode::NoCamera, QStringLiteral("no camera found"),
+            QStringLiteral("no device %1:%2 is on the bus; check cable and supply")
+                .arg(zrn::cameraVendorId, 4, 16, QLatin1Char('0'))
+                .arg(zrn::cameraProductId, 4, 16, QLatin1Char('0'))};
+}
+
+QString nameOf(const zrn::BusCamera& camera)
+{
+    const QString serial =
+        camera.serial.empty() ? QString() : QString::fromStdString(camera.serial) + ' ';
+    return QStringLiteral("the camera %1at port %2")
+        .arg(serial, QString::fromStdString(camera.port));
+}
+
+ToolError refusalOf(const zrn::BusCamera& camera)
+{
+    if (!camera.accessible) {
+        const QString node = QString::fromStdString(camera.node());
+        return {ExitCode::NoCamera,
+                QStringLiteral("this user may not open %1, %2").arg(nameOf(camera), node),
+                QStringLiteral("put the line %1 into %2, run 'udevadm control --reload' and replug "
+                               "it")
+                    .arg(QLatin1String(zrn::udevRule), QLatin1String(zrn::udevRulePath))};
+    }
+    if (camera.use == zrn::Use::Held) {
+        return {ExitCode::NoCamera,
+                QStringLiteral("%1 is in use by %2")
+                    .arg(nameOf(camera), QString::fromStdString(camera.holderText())),
+                QStringLiteral("end that program, or wait until it is done with this camera")};
+    }
+    return {ExitCode::NoCamera, QStringLiteral("%1 could not be opened").arg(nameOf(camera)),
+            QStringLiteral("replug it; 'zrncam doctor' looks for the usual causes")};
+}

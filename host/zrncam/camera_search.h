@@ -1,0 +1,68 @@
+#pragma once
+
+#include "client/bus.h"
+#include "common/device_opener.h"
+#include "tool_error.h"
+
+#include <QString>
+
+#include <optional>
+#include <vector>
+
+/// Which camera the user wants: at most one of the fields is set; none means any.
+struct CameraChoice {
+    QString serial; ///< as the driver gives it
+    std::string port;
+    int index = -1; ///< among the cameras on the bus; -1: not given
+};
+
+/// Finds the camera that the user wants among those on the bus, and opens it. No other camera is
+/// opened, except where a serial is asked for that no camera is known to have: then those whose
+/// serial is not known yet are opened in turn, and given back.
+///
+/// Thread safety: thread-safe.
+class CameraSearch
+{
+public:
+    /// @param quiet says nothing while it waits
+    CameraSearch(zrn::Bus& bus, zrnhost::DeviceOpener& opener, bool quiet)
+        : m_bus(bus)
+        , m_opener(opener)
+        , m_quiet(quiet)
+    {
+    }
+
+    /// Opens the camera. Tries again for a while when other programs are in the way, who may only
+    /// be looking for cameras themselves. @return its serial. @throws ToolError
+    QString find(const CameraChoice& choice);
+
+    /// One try. @return the serial, or nothing.
+    std::optional<QString> findNow(const CameraChoice& choice);
+
+    /// The ports of all cameras that nobody else uses, once there is one. @throws ToolError
+    std::vector<std::string> freePorts();
+
+private:
+    /// The cameras that may be the one, in the order in which to try them. @throws ToolError
+    std::vector<zrn::BusCamera> candidates(const CameraChoice& choice) const;
+    std::optional<QString> open(const CameraChoice& choice,
+                                const std::vector<zrn::BusCamera>& cameras);
+    /// Repeats an attempt until it has a result or time is up. @throws ToolError
+    template <typename Attempt>
+    auto persist(const CameraChoice& choice, const Attempt& attempt);
+    /// Why none of the candidates can be had.
+    ToolError failureOf(const CameraChoice& choice) const;
+
+    zrn::Bus& m_bus;
+    zrnhost::DeviceOpener& m_opener;
+    const bool m_quiet;
+};
+
+/// That there is none.
+ToolError noCameraOnBus();
+
+/// "the camera ZR4711 at port 1-2".
+QString nameOf(const zrn::BusCamera& camera);
+
+/// Why a camera cannot be opened, and what to do about it, speaking of this one alone.
+ToolError refusalOf(const zrn::BusCamera& camera);

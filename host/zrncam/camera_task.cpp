@@ -1,0 +1,101 @@
+#include "camera_task.h"
+
+#include "common/property_keys.h"
+#include "failures.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <thread>
+
+namespace
+{
+
+/// What one of several cameras brought.
+struct Outcome {
+    QString name;
+    ExitCode exitCode = ExitCode::Success;
+    QJsonObject json;
+    QString lines;
+};
+
+QString nameOf(const CameraChoice& choice)
+{
+    return !choice.serial.isEmpty() ? choice.serial
+           : !choice.port.empty()   ? QString::fromStdString(choice.port)
+                                    : QString::number(choice.index);
+}
+
+Outcome runOn(Session& session, const CameraChoice& choice, Context& context,
+              const CameraTask& task)
+{
+    Outcome outcome;
+    outcome.name = nameOf(choice);
+    char* text = nullptr;
+    std::size_t length = 0;
+    std::FILE* const lines = ::open_memstream(&text, &length);
+    if (!lines) {
+        outcome.exitCode = ExitCode::Failure;
+        return outcome;
+    }
+    Report report(context.options.json, lines, outcome.name);
+    Context own{context.options, report, context.interrupt, outcome.name};
+    outcome.exitCode = reportFailures(report, [&] {
+        const std::unique_ptr<zrnhost::Camera> camera = session.connect(choice);
+        return task.run(session, *camera, own);
+    });
+    outcome.json = report.json();
+    outcome.json[QLatin1String("exitCode")] = static_cast<int>(outcome.exitCode);
+    std::fclose(lines);
+    outcome.lines = QString::fromLocal8Bit(text, static_cast<int>(length)).trimmed();
+    std::free(text);
+    return outcome;
+}
+
+QString rowOf(const Outcome& outcome, const CameraTask& task)
+{
+    const QString name = outcome.name.leftJustified(24);
+    const QJsonValue error = outcome.json[QLatin1String("error")];
+    const QString brought = error.isObject() ? error[QLatin1String("message")].toString()
+                            : task.row       ? task.row(outcome.json)
+                                             : QStringLiteral("done");
+    return name + brought;
+}
+
+} // namespace
+
+ExitCode runOnCameras(Context& context, const CameraTask& task)
+{
+    Session session(context.options);
+    if (!context.options.areSeveral()) {
+        return task.run(session, session.connect(), context);
+    }
+    const std::vector<CameraChoice> choices = session.choices();
+    std::vector<Outcome> outcomes(choices.size());
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+        threads.emplace_back([&, i] { outcomes[i] = runOn(session, choices[i], context, task); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    ExitCode exitCode = ExitCode::Success;
+    QJsonArray list;
+    std::vector<QJsonObject> done;
+    for (const Outcome& outcome : outcomes) {
+        if (task.showsLines && !outcome.lines.isEmpty()) {
+            context.report.line(outcome.lines);
+        }
+        list.append(outcome.json);
+        if (!outcome.json.contains(QLatin1String("error"))) {
+            done.push_back(outcome.json);
+        }
+        exitCode = exitCode == ExitCode::Success ? outcome.exitCode : exitCode;
+    }
+    for (const Outcome& outcome : outcomes) {
+        context.report.line(rowOf(outcome, task));
+    }
+    context.report.line(QStringLiteral("sum").leftJustified(24) + task.sum(done));
+    context.report.setList(list);
+    return exitCode;
+}

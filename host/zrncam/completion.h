@@ -1,0 +1,15 @@
+#pragma once
+
+#include <CLI/App.hpp>
+
+#include <string>
+#include <vector>
+
+/// The word of the command line that asks for completions: `zrncam __complete WORD...`.
+inline constexpr const char* completionCommand = "__complete";
+
+/// What may stand in place of the last of @p words, of which the others come before it.
+///
+/// Words with their descriptions, a tab between, that begin with the last word; or ":files" or
+/// ":folders", for which the shell knows better. No camera is opened.
+std::vector<std::string> completionsFor(const CLI::App& app, const std::vector<std::string>& words);
