@@ -1,7 +1,7 @@
 // Careless hosts: they enumerate, connect, stream, and leave without cleaning up.
 // e2e_exit_host [HOW]: return (the default), grabbing, controlling, enumerating, thread or quick.
 
-#include "plugin_host.h"
+#include "built_driver.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -36,29 +36,27 @@ void keepDoing(Action action)
 int main(int argc, char** argv)
 {
     const std::string how = argc > 1 ? argv[1] : "return";
-    static PluginHost& plugin = *new PluginHost;
+    static zrnhost::DriverPlugin& plugin = *new zrnhost::DriverPlugin(builtPlugin);
     if (plugin.factory().enumDevice() < 1) {
         return 2;
     }
-    BaseDeviceSpace::DeviceInterface* device = plugin.factory().createDevice();
-    if (device->connectDeviceByIndex(0) != ErrorCode::Success) {
+    static zrnhost::Camera& camera = *new zrnhost::Camera(plugin.factory());
+    if (camera->connectDeviceByIndex(0) != ErrorCode::Success) {
         return 3;
     }
-    auto* camera = dynamic_cast<CameraSpace::CameraInterface*>(device);
-    device->setProperty(QStringLiteral("MaxGrabWaitTime"),
-                        {{QStringLiteral("value"), patientGrabMs}});
+    camera.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
     if (camera->startStream(0) != ErrorCode::Success) {
         return 4;
     }
     if (how == "grabbing") {
-        keepDoing([camera] { grab(*camera); });
+        keepDoing([] { grabFrom(camera); });
     } else if (how == "controlling") {
-        keepDoing([camera] { camera->setGain(20, 0); });
+        keepDoing([] { camera->setGain(20, 0); });
     } else if (how == "enumerating") {
         keepDoing([] { plugin.factory().enumDevice(); });
         return 0;
     }
-    if (grab(*camera).result != ErrorCode::Success) {
+    if (grabFrom(camera).result != ErrorCode::Success) {
         return 5;
     }
     if (how == "thread") {

@@ -1,6 +1,8 @@
-// One virtual camera of any preset: what a host grabs is byte for byte what the camera sent.
+// One virtual camera of any preset: what a host grabs is byte for byte what the camera sent, and
+// the controls do what its sensors ask for.
 
-#include "plugin_host.h"
+#include "built_driver.h"
+#include "pictures/sensor_types.h"
 #include "virtual_camera.h"
 
 #include <gtest/gtest.h>
@@ -34,26 +36,25 @@ void expectImage(const CameraSpace::ImageBlock& image, const std::vector<std::ui
     EXPECT_EQ(image.bitsPerPixel, 8);
     ASSERT_EQ(static_cast<std::size_t>(image.data.size()), sent.size() + sizeof(trailer));
     EXPECT_EQ(firstDifference(image.data, sent), "none");
-    EXPECT_EQ(trailerOf(image), trailer);
+    EXPECT_EQ(zrnhost::trailerOf(image), trailer);
 }
 
 TEST(Preset, DeliversWhatTheCameraSent)
 {
-    PluginHost plugin;
+    zrnhost::DriverPlugin plugin(builtPlugin);
     ASSERT_EQ(plugin.factory().enumDevice(), 1);
-    HostCamera host(plugin.factory());
+    zrnhost::Camera host(plugin.factory());
     VirtualCamera camera;
-    ASSERT_EQ(host.device().connectDeviceBySerial(QStringLiteral("ZR") +
-                                                  QString::fromStdString(camera.serialKey())),
+    ASSERT_EQ(host->connectDeviceBySerial(QString::fromStdString(camera.serial())),
               ErrorCode::Success);
-    host.setProperty("MaxGrabWaitTime", patientGrabMs);
+    host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
 
     std::vector<Grab> grabs;
     for (const std::uint32_t number : frameNumbers) {
-        camera.run("frame-number", {{"number", number}});
+        camera.tell("frame-number", {{"number", number}});
         camera.emitFrame();
-        grabs.push_back(grab(host.camera()));
+        grabs.push_back(grabFrom(host));
     }
     EXPECT_EQ(host->stopStream(0), ErrorCode::Success);
 
@@ -72,6 +73,33 @@ TEST(Preset, DeliversWhatTheCameraSent)
             expectImage(*grabs[i].images[next++], expected.b, sent[i].request, expected.trailer);
         }
     }
+}
+
+// By the virtual camera's table of sensor types: the driver has another one.
+TEST(Preset, IsTakenForItsSensorType)
+{
+    zrnhost::DriverPlugin plugin(builtPlugin);
+    ASSERT_EQ(plugin.factory().enumDevice(), 1);
+    zrnhost::Camera host(plugin.factory());
+    VirtualCamera camera;
+    ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
+    const int reported = camera.tell("camera").at("camera").at("sensorType");
+    const zrnsim::SensorType& sensor = zrnsim::sensorTypeOf(zrnsim::receivedSensorType(reported));
+
+    const auto brightness = camera.tell("controls").at("controls").at("brightness");
+    const auto exposureOf = [&](const char* limit) {
+        return static_cast<unsigned>(brightness.at(limit).get<int>() * sensor.exposureStep);
+    };
+    unsigned shortest = 0;
+    unsigned longest = 0;
+    ASSERT_EQ(host->getExposureTimeRange(shortest, longest, 0), ErrorCode::Success);
+    EXPECT_EQ(shortest, exposureOf("min"));
+    EXPECT_EQ(longest, exposureOf("max"));
+
+    EXPECT_EQ(host.property(zrnhost::keys::sensorCount), QVariant(sensor.sensorCount));
+    QMap<QString, QVariant> values;
+    EXPECT_EQ(host->executeCommand(QStringLiteral("ClearState"), values),
+              sensor.hasReset ? ErrorCode::Success : ErrorCode::CommandFailed);
 }
 
 } // namespace

@@ -1,18 +1,22 @@
 // What a host does with cameras over time. Runs under zrnsim with three cameras that send by
 // themselves.
 
+#include "built_driver.h"
 #include "pictures/frame_header.h"
-#include "plugin_host.h"
 #include "virtual_camera.h"
 
+#include <QPointer>
 #include <QSet>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
 
 namespace
 {
+
+namespace keys = zrnhost::keys;
 
 constexpr int cameras = 3;
 constexpr std::size_t resettableCamera = 0; // sensor type 2
@@ -20,18 +24,18 @@ constexpr std::size_t resettableCamera = 0; // sensor type 2
 class Session : public testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_EQ(m_plugin.factory().enumDevice(), cameras); }
+    void SetUp() override { ASSERT_EQ(m_plugin->factory().enumDevice(), cameras); }
 
-    PluginHost m_plugin;
+    std::optional<zrnhost::DriverPlugin> m_plugin{builtPlugin};
 };
 
 /// Grabs @p count frames and compares each with what its camera says it sent.
-void expectFrames(HostCamera& host, std::size_t cameraIndex, int count)
+void expectFrames(zrnhost::Camera& host, std::size_t cameraIndex, int count)
 {
-    host.setProperty("MaxGrabWaitTime", patientGrabMs);
+    host.writeProperty(keys::maxGrabWaitTime, patientGrabMs);
     std::vector<Grab> grabs;
     for (int i = 0; i < count; ++i) {
-        grabs.push_back(grab(host.camera()));
+        grabs.push_back(grabFrom(host));
         ASSERT_EQ(grabs.back().result, ErrorCode::Success);
     }
     // Trailers repeat after 128 frames or more: from the newest frame back, each belongs to the
@@ -39,7 +43,7 @@ void expectFrames(HostCamera& host, std::size_t cameraIndex, int count)
     const std::vector<SentFrame> frames = VirtualCamera(cameraIndex).sentFrames();
     auto sent = frames.rbegin();
     for (auto grabbed = grabs.rbegin(); grabbed != grabs.rend(); ++grabbed) {
-        const quint64 trailer = trailerOf(*grabbed->images.front());
+        const quint64 trailer = zrnhost::trailerOf(*grabbed->images.front());
         sent = std::find_if(sent, frames.rend(), [trailer](const SentFrame& frame) {
             return zrnsim::trailerOf(frame.request) == trailer;
         });
@@ -67,7 +71,7 @@ void expectFrames(HostCamera& host, std::size_t cameraIndex, int count)
 std::size_t indexOfSerial(const QString& serial)
 {
     for (std::size_t i = 0; i < cameras; ++i) {
-        if (serial == QStringLiteral("ZR") + QString::fromStdString(VirtualCamera(i).serialKey())) {
+        if (serial == QString::fromStdString(VirtualCamera(i).serial())) {
             return i;
         }
     }
@@ -76,49 +80,49 @@ std::size_t indexOfSerial(const QString& serial)
 
 TEST_F(Session, StreamsFromThreeCamerasAtOnce)
 {
-    std::vector<std::unique_ptr<HostCamera>> hosts;
+    std::vector<std::unique_ptr<zrnhost::Camera>> hosts;
     hosts.reserve(cameras);
     QSet<QString> serials;
     for (int i = 0; i < cameras; ++i) {
-        hosts.push_back(std::make_unique<HostCamera>(m_plugin.factory()));
-        ASSERT_EQ(hosts.back()->device().connectDeviceByIndex(i), ErrorCode::Success);
-        serials.insert(hosts.back()->property("Serial").toString());
+        hosts.push_back(std::make_unique<zrnhost::Camera>(m_plugin->factory()));
+        ASSERT_EQ((*hosts.back())->connectDeviceByIndex(i), ErrorCode::Success);
+        serials.insert(hosts.back()->property(keys::serial).toString());
         ASSERT_EQ((*hosts.back())->startStream(0), ErrorCode::Success);
     }
     EXPECT_EQ(serials.size(), cameras);
 
     std::vector<std::thread> threads;
     threads.reserve(cameras);
-    for (const std::unique_ptr<HostCamera>& host : hosts) {
+    for (const std::unique_ptr<zrnhost::Camera>& host : hosts) {
         threads.emplace_back([&host] {
-            expectFrames(*host, indexOfSerial(host->property("Serial").toString()), 12);
+            expectFrames(*host, indexOfSerial(host->property(keys::serial).toString()), 12);
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    for (const std::unique_ptr<HostCamera>& host : hosts) {
+    for (const std::unique_ptr<zrnhost::Camera>& host : hosts) {
         EXPECT_EQ((*host)->stopStream(0), ErrorCode::Success);
-        EXPECT_EQ(host->device().disconnectDevice(), ErrorCode::Success);
+        EXPECT_EQ((*host)->disconnectDevice(), ErrorCode::Success);
     }
 }
 
 TEST_F(Session, StartsAndStopsFiftyTimes)
 {
-    HostCamera host(m_plugin.factory());
-    ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
-    host.setProperty("MaxGrabWaitTime", patientGrabMs);
+    zrnhost::Camera host(m_plugin->factory());
+    ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
+    host.writeProperty(keys::maxGrabWaitTime, patientGrabMs);
     for (int i = 0; i < 50; ++i) {
         ASSERT_EQ(host->startStream(0), ErrorCode::Success) << i;
-        ASSERT_EQ(grab(host.camera()).result, ErrorCode::Success) << i;
+        ASSERT_EQ(grabFrom(host).result, ErrorCode::Success) << i;
         ASSERT_EQ(host->stopStream(0), ErrorCode::Success) << i;
     }
 }
 
 TEST_F(Session, ReadsBackEveryControl)
 {
-    HostCamera host(m_plugin.factory());
-    ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
+    zrnhost::Camera host(m_plugin->factory());
+    ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
 
     unsigned int shortest = 0;
     unsigned int longest = 0;
@@ -140,51 +144,49 @@ TEST_F(Session, ReadsBackEveryControl)
     EXPECT_EQ(gain, highest);
 
     const std::pair<const char*, int> colorGains[] = {
-        {"RGain", 11}, {"GRGain", 22}, {"GBGain", 33}, {"BGain", 44}};
+        {keys::rGain, 11}, {keys::grGain, 22}, {keys::gbGain, 33}, {keys::bGain, 44}};
     for (const auto& [key, value] : colorGains) {
-        EXPECT_EQ(host.setProperty(key, value), ErrorCode::Success) << key;
+        EXPECT_EQ(host.writeProperty(key, value), ErrorCode::Success) << key;
     }
     for (const auto& [key, value] : colorGains) {
         EXPECT_EQ(host.property(key).toInt(), value) << key;
     }
     // The colour gains travel on the direct settings' controls.
-    EXPECT_EQ(host.property("Gamma").toInt(), 11);
-    EXPECT_EQ(host.property("Sharp").toInt(), 22);
-    EXPECT_EQ(host.property("Hue").toInt(), 33);
+    EXPECT_EQ(host.property(keys::gamma).toInt(), 11);
+    EXPECT_EQ(host.property(keys::sharp).toInt(), 22);
+    EXPECT_EQ(host.property(keys::hue).toInt(), 33);
 }
 
 TEST_F(Session, ResetsTheCamera)
 {
     VirtualCamera camera(resettableCamera);
-    HostCamera host(m_plugin.factory());
-    ASSERT_EQ(host.device().connectDeviceBySerial(QStringLiteral("ZR") +
-                                                  QString::fromStdString(camera.serialKey())),
+    zrnhost::Camera host(m_plugin->factory());
+    ASSERT_EQ(host->connectDeviceBySerial(QString::fromStdString(camera.serial())),
               ErrorCode::Success);
     const auto resets = [&camera] {
-        return camera.run("counters").at("counters").at("resets").get<int>();
+        return camera.tell("counters").at("counters").at("resets").get<int>();
     };
     const int before = resets();
     QMap<QString, QVariant> values;
-    EXPECT_EQ(host.device().executeCommand(QStringLiteral("ClearState"), values),
-              ErrorCode::Success);
+    EXPECT_EQ(host->executeCommand(QStringLiteral("ClearState"), values), ErrorCode::Success);
     EXPECT_EQ(resets(), before + 1);
 }
 
 TEST_F(Session, AccountsForEveryFrame)
 {
-    HostCamera host(m_plugin.factory());
-    ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
-    const std::size_t index = indexOfSerial(host.property("Serial").toString());
+    zrnhost::Camera host(m_plugin->factory());
+    ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
+    const std::size_t index = indexOfSerial(host.property(keys::serial).toString());
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
-    host.setProperty("MaxGrabWaitTime", patientGrabMs);
+    host.writeProperty(keys::maxGrabWaitTime, patientGrabMs);
     QSet<quint64> trailers;
     for (int i = 0; i < 20; ++i) {
-        const Grab grabbed = grab(host.camera());
+        const Grab grabbed = grabFrom(host);
         ASSERT_EQ(grabbed.result, ErrorCode::Success);
-        trailers.insert(trailerOf(*grabbed.images.front()));
+        trailers.insert(zrnhost::trailerOf(*grabbed.images.front()));
     }
     ASSERT_EQ(host->stopStream(0), ErrorCode::Success);
-    const nlohmann::json counters = VirtualCamera(index).run("counters").at("counters");
+    const nlohmann::json counters = VirtualCamera(index).tell("counters").at("counters");
     EXPECT_EQ(trailers.size(), 20);
     EXPECT_GE(counters.at("framesSent").get<int>(), 20);
     EXPECT_EQ(counters.at("payloadsLost").get<int>(), 0);
@@ -192,8 +194,10 @@ TEST_F(Session, AccountsForEveryFrame)
 
 TEST_F(Session, ReloadsThePlugin)
 {
-    ASSERT_TRUE(m_plugin.unload());
-    PluginHost again;
+    const QPointer<IFactory> factory = &m_plugin->factory();
+    m_plugin.reset();
+    EXPECT_TRUE(factory.isNull());
+    zrnhost::DriverPlugin again(builtPlugin);
     EXPECT_EQ(again.factory().enumDevice(), cameras);
 }
 

@@ -5,11 +5,12 @@
 namespace
 {
 
-zrnhost::UsbCamera makeCamera()
+zrn::BusCamera makeCamera()
 {
-    zrnhost::UsbCamera camera;
-    camera.name = QStringLiteral("1-2");
-    camera.nodePath = QStringLiteral("/dev/bus/usb/001/007");
+    zrn::BusCamera camera;
+    camera.port = "1-2";
+    camera.bus = 1;
+    camera.address = 7;
     camera.nodeExists = true;
     camera.accessible = true;
     // Isochronous, 64 x 48 pixels of 8 bits, packets of 1024 bytes: 100 transfers of 3 packets.
@@ -24,14 +25,15 @@ zrnhost::UsbCamera makeCamera()
     format[1] = 0x24;
     format[2] = 0x04;
     format[21] = 8;
-    camera.descriptors = QByteArray("\x09\x04\x01\x00\x01\x0e\x02\x00\x00", 9) + format + frame +
-                         QByteArray("\x07\x05\x81\x05\x00\x04\x01", 7);
+    camera.descriptors = (QByteArray("\x09\x04\x01\x00\x01\x0e\x02\x00\x00", 9) + format + frame +
+                          QByteArray("\x07\x05\x81\x05\x00\x04\x01", 7))
+                             .toStdString();
     return camera;
 }
 
-zrnhost::UsbCamera makeBulkCamera()
+zrn::BusCamera makeBulkCamera()
 {
-    zrnhost::UsbCamera camera = makeCamera();
+    zrn::BusCamera camera = makeCamera();
     camera.descriptors[camera.descriptors.size() - 4] = 2;
     return camera;
 }
@@ -65,13 +67,13 @@ TEST(Findings, ACameraThatMayBeOpenedIsGood)
 
 TEST(Findings, MissingPermissionShowsTheUdevRule)
 {
-    zrnhost::UsbCamera camera = makeCamera();
+    zrn::BusCamera camera = makeCamera();
     camera.accessible = false;
     const Finding finding = find(judgeBus({camera}), "permission");
     EXPECT_EQ(finding.verdict, Verdict::Problem);
-    EXPECT_TRUE(finding.message.contains(camera.nodePath));
-    EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrnhost::udevRule)));
-    EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrnhost::udevRulePath)));
+    EXPECT_TRUE(finding.message.contains(QString::fromStdString(camera.node())));
+    EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrn::udevRule)));
+    EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrn::udevRulePath)));
 
     camera.nodeExists = false;
     EXPECT_EQ(find(judgeBus({camera}), "permission").verdict, Verdict::Problem);
@@ -79,17 +81,41 @@ TEST(Findings, MissingPermissionShowsTheUdevRule)
 
 TEST(Findings, AKernelDriverIsAWarning)
 {
-    zrnhost::UsbCamera camera = makeCamera();
-    camera.kernelDrivers = QStringList{QStringLiteral("uvcvideo")};
+    zrn::BusCamera camera = makeCamera();
+    camera.kernelDrivers = {"uvcvideo"};
     const Finding finding = find(judgeBus({camera}), "kernel-driver");
     EXPECT_EQ(finding.verdict, Verdict::Warning);
     EXPECT_TRUE(finding.message.contains(QLatin1String("uvcvideo")));
 }
 
+TEST(Findings, ACameraInUseNamesItsHolderAndNoOtherCamera)
+{
+    zrn::BusCamera held = makeCamera();
+    held.use = zrn::Use::Held;
+    held.holders = {{4711, "zrnview"}};
+    zrn::BusCamera free = makeCamera();
+    free.port = "1-9";
+    const Finding finding = find(judgeBus({held, free}), "use");
+    EXPECT_EQ(finding.verdict, Verdict::Warning);
+    EXPECT_EQ(finding.message, "the camera at 1-2 is in use by zrnview (pid 4711)");
+    EXPECT_FALSE(finding.remedy.contains(QLatin1String("1-9")));
+}
+
+TEST(Findings, ACameraThatCannotBeOpenedIsAProblemOfItsOwn)
+{
+    zrn::BusCamera camera = makeCamera();
+    camera.serial = "ZR7";
+    EXPECT_EQ(judgeOpening(camera, true).verdict, Verdict::Good);
+    const Finding finding = judgeOpening(camera, false);
+    EXPECT_EQ(finding.verdict, Verdict::Problem);
+    EXPECT_EQ(finding.message,
+              "the driver could not open the camera at 1-2 (ZR7), /dev/bus/usb/001/007");
+}
+
 TEST(Findings, TransferMemoryOfAllCamerasIsSetAgainstTheLimit)
 {
-    const std::vector<zrnhost::UsbCamera> one{makeCamera()};
-    const std::vector<zrnhost::UsbCamera> four(4, makeCamera()); // 4 x 300 KiB
+    const std::vector<zrn::BusCamera> one{makeCamera()};
+    const std::vector<zrn::BusCamera> four(4, makeCamera()); // 4 x 300 KiB
     EXPECT_EQ(judgeTransferMemory(one, 1).verdict, Verdict::Good);
     EXPECT_EQ(judgeTransferMemory(four, 0).verdict, Verdict::Good);
     EXPECT_EQ(judgeTransferMemory(four, std::nullopt).verdict, Verdict::Unknown);
@@ -100,7 +126,7 @@ TEST(Findings, TransferMemoryOfAllCamerasIsSetAgainstTheLimit)
 
 TEST(Findings, AFigureThatIsGuessedSaysSo)
 {
-    const std::vector<zrnhost::UsbCamera> four(4, makeBulkCamera()); // 4 x 301 KiB
+    const std::vector<zrn::BusCamera> four(4, makeBulkCamera()); // 4 x 301 KiB
     const Finding tooSmall = judgeTransferMemory(four, 1);
     EXPECT_EQ(tooSmall.verdict, Verdict::Warning);
     EXPECT_TRUE(tooSmall.message.contains(QLatin1String("2 MiB if each payload is a whole frame")));
@@ -111,7 +137,7 @@ TEST(Findings, AFigureThatIsGuessedSaysSo)
 
 TEST(Findings, APayloadSizeThatTheCameraToldIsBelieved)
 {
-    zrnhost::UsbCamera camera = makeBulkCamera();
+    zrn::BusCamera camera = makeBulkCamera();
     camera.payloadBytes = 1024 * 1024;
     const Finding tooSmall = judgeTransferMemory({camera}, 16);
     EXPECT_EQ(tooSmall.verdict, Verdict::Warning);
@@ -125,7 +151,7 @@ TEST(Findings, APayloadSizeThatTheCameraToldIsBelieved)
 
 TEST(Findings, OneGuessMakesTheSumAGuess)
 {
-    zrnhost::UsbCamera asked = makeBulkCamera();
+    zrn::BusCamera asked = makeBulkCamera();
     asked.payloadBytes = 128 * 1024; // 12.5 MiB
     const Finding finding = judgeTransferMemory({asked, makeBulkCamera(), makeCamera()}, 16);
     EXPECT_EQ(finding.verdict, Verdict::Good);
@@ -134,18 +160,29 @@ TEST(Findings, OneGuessMakesTheSumAGuess)
 
 TEST(Findings, FaultyLibraryVersionsAreNamed)
 {
-    const std::vector<Finding> old = judgeLibraries({{1, 0, 26}, {0, 0, 6}});
-    EXPECT_EQ(find(old, "libusb").verdict, Verdict::Warning);
-    EXPECT_EQ(find(old, "libuvc").verdict, Verdict::Warning);
-    const std::vector<Finding> guarded = judgeLibraries({{1, 0, 26}, {0, 0, 6}, true});
-    EXPECT_EQ(find(guarded, "libusb").verdict, Verdict::Good);
-    EXPECT_EQ(find(guarded, "libuvc").verdict, Verdict::Good);
-    const std::vector<Finding> recent = judgeLibraries({{1, 0, 27}, {0, 0, 7}});
-    EXPECT_EQ(find(recent, "libusb").verdict, Verdict::Good);
-    EXPECT_EQ(find(recent, "libuvc").verdict, Verdict::Good);
-    const std::vector<Finding> hidden = judgeLibraries({});
-    EXPECT_EQ(find(hidden, "libusb").verdict, Verdict::Unknown);
-    EXPECT_EQ(find(hidden, "libuvc").verdict, Verdict::Unknown);
+    const LibraryVersions faulty = {{1, 0, 26}, {0, 0, 6}};
+    const std::vector<Finding> old = judgeLibraries(faulty, Guards::Missing);
+    const std::vector<Finding> guarded = judgeLibraries(faulty, Guards::InEffect);
+    const std::vector<Finding> unasked = judgeLibraries(faulty, Guards::Unknown);
+    const std::vector<Finding> recent = judgeLibraries({{1, 0, 27}, {0, 0, 7}}, Guards::Missing);
+    const std::vector<Finding> hidden = judgeLibraries({}, Guards::InEffect);
+    for (const char* const library : {"libusb", "libuvc"}) {
+        EXPECT_EQ(find(old, library).verdict, Verdict::Warning);
+        EXPECT_EQ(find(guarded, library).verdict, Verdict::Good);
+        EXPECT_EQ(find(unasked, library).verdict, Verdict::Unknown);
+        EXPECT_EQ(find(recent, library).verdict, Verdict::Good);
+        EXPECT_EQ(find(hidden, library).verdict, Verdict::Unknown);
+    }
+}
+
+TEST(Findings, MissingGuardsAreAWarningWithTheCause)
+{
+    EXPECT_EQ(judgeGuards(QStringLiteral("in effect")).verdict, Verdict::Good);
+    EXPECT_EQ(judgeGuards(QStringLiteral("not needed")).verdict, Verdict::Good);
+    EXPECT_EQ(judgeGuards(QString()).verdict, Verdict::Unknown);
+    const Finding missing = judgeGuards(QStringLiteral("a cause"));
+    EXPECT_EQ(missing.verdict, Verdict::Warning);
+    EXPECT_TRUE(missing.message.endsWith(QLatin1String(": a cause")));
 }
 
 TEST(Findings, EnumerationMustOpenEveryCamera)

@@ -1,6 +1,9 @@
 #include "common/driver_error.h"
 #include "common/result_codes.h"
+#include "document_table.h"
 
+#include <QFile>
+#include <QRegularExpression>
 #include <QSet>
 #include <gtest/gtest.h>
 
@@ -36,6 +39,43 @@ TEST(ResultCodes, DescriptionHoldsNumberNameAndMeaning)
               QStringLiteral("1034 GrabTimeout (0x40a): no frame arrived within the wait"));
     EXPECT_EQ(describeResult(static_cast<ErrorCode>(4242)),
               QStringLiteral("4242 Unknown (0x1092): a code that the host contract does not know"));
+}
+
+TEST(ResultCodes, DocumentHasTheTable)
+{
+    QList<QStringList> rows;
+    for (const ResultCodeInfo& info : resultCodes()) {
+        rows += {QString::number(static_cast<quint32>(info.code)),
+                 QStringLiteral("`%1`").arg(QLatin1String(info.name)),
+                 QString::fromLatin1(info.meaning),
+                 QString::fromLatin1(info.remedy).replace(QLatin1Char('\''), QLatin1Char('`'))};
+    }
+    const QStringList head{QStringLiteral("code"), QStringLiteral("enumerator"),
+                           QStringLiteral("meaning"), QStringLiteral("what helps")};
+    const QString difference = differenceInDocument(QStringLiteral("result-codes.md"), head, rows);
+    EXPECT_TRUE(difference.isEmpty()) << difference.toStdString();
+}
+
+TEST(ResultCodes, ContractHasTheSameNamesAndMeanings)
+{
+    QFile header(QStringLiteral(CONTRACT_DIR "/error_code.h"));
+    ASSERT_TRUE(header.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(header.readAll());
+    const QRegularExpression line(QStringLiteral("^ +(\\w+) = (\\d+), +///< (.*)$"),
+                                  QRegularExpression::MultilineOption);
+    QStringList declared;
+    auto match = line.globalMatch(text);
+    while (match.hasNext()) {
+        declared += match.next().capturedTexts().mid(1).join(QLatin1Char(' '));
+    }
+    QStringList known;
+    for (const ResultCodeInfo& info : resultCodes()) {
+        known +=
+            QStringLiteral("%1 %2 %3")
+                .arg(QLatin1String(info.name), QString::number(static_cast<quint32>(info.code)),
+                     QLatin1String(info.meaning));
+    }
+    EXPECT_EQ(declared, known);
 }
 
 TEST(DriverErrorTest, CheckThrowsOnlyOnFailure)

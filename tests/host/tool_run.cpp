@@ -17,6 +17,11 @@ QJsonObject ToolResult::json() const
     return QJsonDocument::fromJson(output).object();
 }
 
+QJsonArray ToolResult::list() const
+{
+    return QJsonDocument::fromJson(output).array();
+}
+
 QString ToolResult::errorName() const
 {
     return json()[QLatin1String("error")].toObject()[QLatin1String("name")].toString();

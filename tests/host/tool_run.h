@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QProcess>
 #include <QStringList>
@@ -13,6 +14,8 @@ struct ToolResult {
 
     /// Standard output as a JSON document; an empty object when it is none.
     QJsonObject json() const;
+    /// The same as an array; an empty one when it is none.
+    QJsonArray list() const;
     /// Name of the result code in the document's error; empty without one.
     QString errorName() const;
 };

@@ -32,8 +32,8 @@ TEST(ZrncamGrab, WritesBothImagesWithTheirMetadata)
     const QImage image = reader.read();
     ASSERT_EQ(image.size(), QSize(64, 48));
     EXPECT_TRUE(image.text(QStringLiteral("Creation Time")).endsWith(QLatin1Char('Z')));
-    EXPECT_EQ(qGray(image.pixel(0, 0)), 1);
-    EXPECT_EQ(qGray(image.pixel(3, 0)), 254);
+    EXPECT_EQ(qGray(image.pixel(0, 0)), 2);
+    EXPECT_EQ(qGray(image.pixel(3, 1)), 9);
 }
 
 TEST(ZrncamGrab, RawFilesHoldTheBlockAsDelivered)

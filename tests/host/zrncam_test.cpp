@@ -55,11 +55,11 @@ TEST(ZrncamList, NoCameraIsItsOwnExitCode)
 TEST(ZrncamOutput, DriverTextsStayOffStandardOutput)
 {
     const ToolResult quiet = ToolRun::of({"gain"});
-    EXPECT_EQ(quiet.output, "10 (1 to 255)\n");
+    EXPECT_EQ(quiet.output, "16 (1 to 64)\n");
     EXPECT_EQ(quiet.errors, "");
     const ToolResult verbose = ToolRun::of({"gain", "--verbose"});
-    EXPECT_EQ(verbose.output, "10 (1 to 255)\n");
-    EXPECT_TRUE(verbose.errors.contains("index:0  camCount:3"));
+    EXPECT_EQ(verbose.output, "16 (1 to 64)\n");
+    EXPECT_TRUE(verbose.errors.contains("cameras found:3"));
 }
 
 TEST(ZrncamOutput, AFullDiskIsReported)
@@ -80,11 +80,59 @@ TEST(ZrncamUsage, WrongCommandLinesExitWithTwo)
     for (const QStringList& arguments :
          {QStringList{}, QStringList{"nonsense"}, QStringList{"grab", "-n", "0"},
           QStringList{"stream", "--seconds", "-1"}, QStringList{"gain", "65536"},
-          QStringList{"exposure", "-5"}, QStringList{"info", "--serial", "1", "--index", "0"}}) {
+          QStringList{"exposure", "-5"}, QStringList{"info", "--serial", "1", "--index", "0"},
+          QStringList{"info", "--port", "1-1", "--index", "0"},
+          QStringList{"info", "--all", "--index", "0"}, QStringList{"gain", "--all"},
+          QStringList{"gain", "--serial", "1", "--serial", "2"}}) {
         EXPECT_EQ(ToolRun::of(arguments).exitCode, 2) << arguments.join(' ').toStdString();
     }
     EXPECT_EQ(ToolRun::of({"--help"}).exitCode, 0);
     EXPECT_EQ(ToolRun::of({"--version"}).exitCode, 0);
+}
+
+TEST(ZrncamSeveral, EachHasAnObjectInTheArray)
+{
+    const ToolResult all = ToolRun::of({"info", "--all", "--json"});
+    EXPECT_EQ(all.exitCode, 0) << all.errors.constData();
+    ASSERT_EQ(all.list().size(), 3);
+    EXPECT_EQ(all.list().at(1)[QLatin1String("camera")][QLatin1String("serial")].toString(),
+              "ZR1002");
+    EXPECT_EQ(all.list().at(1)[QLatin1String("exitCode")].toInt(-1), 0);
+}
+
+TEST(ZrncamSeveral, OneThatFailsDoesNotEndTheOthers)
+{
+    const QStringList arguments{"info", "--serial", "1001", "--serial", "77", "--serial", "ZR1002"};
+    const ToolResult json = ToolRun::of(arguments + QStringList{"--json"});
+    EXPECT_EQ(json.exitCode, 4);
+    ASSERT_EQ(json.list().size(), 3);
+    EXPECT_EQ(json.list().at(1)[QLatin1String("error")][QLatin1String("name")].toString(),
+              "SerialNotFound");
+    EXPECT_EQ(json.list().at(2)[QLatin1String("camera")][QLatin1String("serial")].toString(),
+              "ZR1002");
+
+    const ToolResult text = ToolRun::of(arguments);
+    const QList<QByteArray> lines = text.output.trimmed().split('\n');
+    EXPECT_TRUE(lines.last().startsWith("sum")) << text.output.constData();
+    EXPECT_TRUE(lines.last().endsWith("2 cameras")) << text.output.constData();
+    EXPECT_TRUE(lines[lines.size() - 3].startsWith("ZR77 ")) << text.output.constData();
+    EXPECT_TRUE(text.errors.contains("zrncam: ZR77: ")) << text.errors.constData();
+}
+
+TEST(ZrncamSeveral, TheSameSerialTwiceIsOneCamera)
+{
+    const ToolResult result =
+        ToolRun::of({"info", "--serial", "1001", "--serial", "ZR1001", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    EXPECT_EQ(result.list().size(), 1);
+}
+
+TEST(ZrncamChoice, AnIndexPastTheEndIsNoCamera)
+{
+    const ToolResult result = ToolRun::of({"info", "--index", "3", "--json"});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.json()[QLatin1String("error")].toObject()[QLatin1String("message")].toString(),
+              "there is no camera 3; cameras found: 3");
 }
 
 TEST(ZrncamPlugin, AnUnusablePluginIsNamed)
@@ -124,18 +172,18 @@ TEST(ZrncamInfo, OneUnreadableFactLeavesTheOthers)
     EXPECT_EQ(result.exitCode, 0);
     const QJsonObject json = result.json();
     EXPECT_EQ(json[QLatin1String("exposure")].toObject()[QLatin1String("code")].toInt(), 1038);
-    EXPECT_EQ(json[QLatin1String("gain")].toInt(), 10);
+    EXPECT_EQ(json[QLatin1String("gain")].toInt(), 16);
     EXPECT_EQ(json[QLatin1String("pixelFormat")].toInt(), 272);
     EXPECT_EQ(json[QLatin1String("exposureRange")].toObject()[QLatin1String("maximum")].toInt(),
-              50000);
+              500000);
 }
 
 TEST(ZrncamControls, SetShowsWhatTheCameraHolds)
 {
-    EXPECT_EQ(ToolRun::of({"exposure", "2500"}).output, "2500 us (100 to 50000)\n");
+    EXPECT_EQ(ToolRun::of({"exposure", "2500"}).output, "2500 us (100 to 500000)\n");
     const ToolResult gain = ToolRun::of({"gain", "33", "--json"});
     EXPECT_EQ(gain.json()[QLatin1String("gain")].toInt(), 33);
-    EXPECT_EQ(gain.json()[QLatin1String("maximum")].toInt(), 255);
+    EXPECT_EQ(gain.json()[QLatin1String("maximum")].toInt(), 64);
 }
 
 TEST(ZrncamControls, RefusalsShowCodeMeaningAndRemedy)

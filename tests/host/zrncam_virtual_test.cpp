@@ -29,8 +29,8 @@ TEST(ZrncamVirtual, ListsEveryCamera)
     for (const QJsonValue camera : result.json()[QLatin1String("cameras")].toArray()) {
         serials += camera.toObject()[QLatin1String("serialNumber")].toString();
     }
-    // The order of the serials as texts.
-    EXPECT_EQ(serials, (QStringList{"12", "18446744073709551615", "7"}));
+    // The order of the ports.
+    EXPECT_EQ(serials, (QStringList{"7", "18446744073709551615", "12"}));
 }
 
 TEST(ZrncamVirtual, WithoutAModelThereIsOneCamera)
@@ -97,6 +97,8 @@ TEST(ZrncamVirtual, TheDoctorFindsAUsableCamera)
 {
     const ToolResult result = runVirtually({"--virtual=type2", "doctor", "--json"});
     EXPECT_EQ(result.exitCode, 0) << result.output.constData();
+    EXPECT_TRUE(result.output.contains("the driver guards this process"))
+        << result.output.constData();
 }
 
 /// What the doctor says of the memory of transfers; empty if it says nothing.

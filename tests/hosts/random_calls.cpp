@@ -1,6 +1,6 @@
 #include "random_calls.h"
 
-#include "property_keys.h"
+#include "common/property_table.h"
 
 #include <QtAlgorithms>
 
@@ -13,6 +13,7 @@ namespace hosts
 namespace
 {
 
+namespace keys = zrnhost::keys;
 using CameraSpace::CameraInterface;
 
 /// Long enough for a frame, and short enough for a test.
@@ -42,13 +43,14 @@ QString randomText(Random& random)
 
 QString randomKey(Random& random)
 {
-    return pick(random, 0, 9) == 0 ? randomText(random)
-                                   : QString::fromLatin1(pickFrom(random, keys::all));
+    return pick(random, 0, 9) == 0
+               ? randomText(random)
+               : QString::fromLatin1(pickFrom(random, zrnhost::propertyTable).key);
 }
 
 QVariant randomValue(Random& random, const QString& key)
 {
-    if (key == QLatin1String(keys::grabTimeout)) {
+    if (key == QLatin1String(keys::maxGrabWaitTime)) {
         return pick(random, 1, longestGrabTimeout);
     }
     switch (pick(random, 0, 6)) {
@@ -111,9 +113,9 @@ constexpr std::array calls = {
     RandomCall{"executeCommand",
                [](CameraInterface& camera, Random& random) {
                    QMap<QString, QVariant> values;
-                   return camera.executeCommand(
-                       pick(random, 0, 1) == 0 ? QStringLiteral("ClearState") : randomText(random),
-                       values);
+                   return camera.executeCommand(pick(random, 0, 1) == 0 ? QString(keys::clearState)
+                                                                        : randomText(random),
+                                                values);
                }},
     RandomCall{"getExposureTimeRange",
                [](CameraInterface& camera, Random&) {

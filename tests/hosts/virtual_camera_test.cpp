@@ -2,9 +2,11 @@
 // and again, and twice at a time. With the real libuvc and libusb, on two virtual cameras: with the
 // serials 1 and 2, or twins that both have the serial 5.
 
-#include "plugin_host.h"
+#include "built_driver.h"
 #include "random_calls.h"
 
+#include <QPluginLoader>
+#include <QPointer>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +14,7 @@
 #include <chrono>
 #include <dlfcn.h>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 namespace
@@ -26,8 +29,17 @@ std::ptrdiff_t openDescriptors()
     return std::distance(begin(descriptors), end(descriptors));
 }
 
-/// For hosts that insist on unloading.
-constexpr QLibrary::LoadHints unmapped;
+/// Runs @p action on the factory of a host that insists on unloading.
+template <typename Action>
+void onUnmappedPlugin(Action action)
+{
+    QPluginLoader loader(builtPlugin);
+    loader.setLoadHints({});
+    auto* const factory = qobject_cast<IFactory*>(loader.instance());
+    ASSERT_TRUE(factory) << loader.errorString().toStdString();
+    action(*factory);
+    loader.unload();
+}
 
 /// Whether the plugin is in the address space.
 bool isMapped()
@@ -42,23 +54,23 @@ bool isMapped()
 void expectWorks(IFactory& factory)
 {
     ASSERT_EQ(factory.enumDevice(), cameraCount);
-    HostCamera host(factory);
-    ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
-    host.setProperty("MaxGrabWaitTime", patientGrabMs);
+    zrnhost::Camera host(factory);
+    ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
+    host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
-    EXPECT_EQ(grab(host.camera()).result, ErrorCode::Success);
+    EXPECT_EQ(grabFrom(host).result, ErrorCode::Success);
 }
 
 TEST(CarelessHost, CallsEverythingFromManyThreads)
 {
     constexpr int callsPerThread = 150;
-    PluginHost plugin;
+    zrnhost::DriverPlugin plugin(builtPlugin);
     ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
-    HostCamera first(plugin.factory());
-    HostCamera second(plugin.factory());
+    zrnhost::Camera first(plugin.factory());
+    zrnhost::Camera second(plugin.factory());
     std::vector<std::thread> threads;
     for (unsigned seed = 0; seed < 6; ++seed) {
-        threads.emplace_back([&camera = seed % 2 == 0 ? first.camera() : second.camera(), seed] {
+        threads.emplace_back([&camera = seed % 2 == 0 ? *first : *second, seed] {
             hosts::Random random(seed);
             for (int i = 0; i < callsPerThread; ++i) {
                 EXPECT_TRUE(hosts::isDocumented(hosts::callAtRandom(camera, random)));
@@ -75,20 +87,20 @@ TEST(CarelessHost, CallsEverythingFromManyThreads)
 
 TEST(CarelessHost, EnumeratesWhileItStreams)
 {
-    PluginHost plugin;
+    zrnhost::DriverPlugin plugin(builtPlugin);
     ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
     std::atomic<bool> ends = false;
     std::vector<std::thread> threads;
     for (int i = 0; i < cameraCount; ++i) {
         threads.emplace_back([&, i] {
-            HostCamera host(plugin.factory());
+            zrnhost::Camera host(plugin.factory());
             while (!ends) {
-                host.device().connectDeviceByIndex(i);
-                host.setProperty("MaxGrabWaitTime", 50);
+                host->connectDeviceByIndex(i);
+                host.writeProperty(zrnhost::keys::maxGrabWaitTime, 50);
                 host->startStream(0);
-                while (!ends && grab(host.camera()).result == ErrorCode::Success) {
+                while (!ends && grabFrom(host).result == ErrorCode::Success) {
                 }
-                host.device().disconnectDevice();
+                host->disconnectDevice();
             }
         });
     }
@@ -104,11 +116,11 @@ TEST(CarelessHost, EnumeratesWhileItStreams)
 
 TEST(CarelessHost, DeletesACameraThatStreams)
 {
-    PluginHost plugin;
+    zrnhost::DriverPlugin plugin(builtPlugin);
     for (int i = 0; i < 10; ++i) {
         ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
-        HostCamera host(plugin.factory());
-        ASSERT_EQ(host.device().connectDeviceByIndex(i % cameraCount), ErrorCode::Success);
+        zrnhost::Camera host(plugin.factory());
+        ASSERT_EQ(host->connectDeviceByIndex(i % cameraCount), ErrorCode::Success);
         ASSERT_EQ(host->startStream(0), ErrorCode::Success);
     }
     expectWorks(plugin.factory());
@@ -118,15 +130,17 @@ TEST(CarelessHost, DeletesTheFactoryUnderStreamingCameras)
 {
     std::ptrdiff_t before = 0;
     for (int i = 0; i < 10; ++i) {
-        PluginHost plugin;
-        ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
+        std::optional<zrnhost::DriverPlugin> plugin{builtPlugin};
+        const QPointer<IFactory> factory = &plugin->factory();
+        ASSERT_EQ(factory->enumDevice(), cameraCount);
         for (int index = 0; index < cameraCount; ++index) {
-            BaseDeviceSpace::DeviceInterface* const device = plugin.factory().createDevice();
+            BaseDeviceSpace::DeviceInterface* const device = factory->createDevice();
             ASSERT_EQ(device->connectDeviceByIndex(index), ErrorCode::Success);
             ASSERT_EQ(dynamic_cast<CameraSpace::CameraInterface&>(*device).startStream(0),
                       ErrorCode::Success);
         }
-        ASSERT_TRUE(plugin.unload());
+        plugin.reset();
+        ASSERT_TRUE(factory.isNull());
         if (i == 0) {
             before = openDescriptors();
         }
@@ -136,28 +150,28 @@ TEST(CarelessHost, DeletesTheFactoryUnderStreamingCameras)
 
 TEST(CarelessHost, LoadsThePluginTwice)
 {
-    PluginHost plugin;
+    std::optional<zrnhost::DriverPlugin> plugin{builtPlugin};
     QPluginLoader loader(QStringLiteral(ZRN_PLUGIN_COPY));
     auto* const other = qobject_cast<IFactory*>(loader.instance());
     ASSERT_TRUE(other) << loader.errorString().toStdString();
-    ASSERT_NE(other, &plugin.factory());
+    ASSERT_NE(other, &plugin->factory());
 
     {
-        ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
-        HostCamera host(plugin.factory());
-        ASSERT_EQ(host.device().connectDeviceByIndex(0), ErrorCode::Success);
-        host.setProperty("MaxGrabWaitTime", patientGrabMs);
+        ASSERT_EQ(plugin->factory().enumDevice(), cameraCount);
+        zrnhost::Camera host(plugin->factory());
+        ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
+        host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
         ASSERT_EQ(host->startStream(0), ErrorCode::Success);
         EXPECT_EQ(other->enumDevice(), 0); // the cameras are taken
-        EXPECT_EQ(grab(host.camera()).result, ErrorCode::Success);
+        EXPECT_EQ(grabFrom(host).result, ErrorCode::Success);
 
         BaseDeviceSpace::DeviceInterface* foreign = other->createDevice();
         BaseDeviceSpace::DeviceInterface* const kept = foreign;
-        EXPECT_EQ(plugin.factory().deleteDevice(foreign), ErrorCode::NothingEnumerated);
+        EXPECT_EQ(plugin->factory().deleteDevice(foreign), ErrorCode::NothingEnumerated);
         EXPECT_EQ(foreign, kept);
         EXPECT_EQ(other->deleteDevice(foreign), ErrorCode::Success);
     }
-    ASSERT_TRUE(plugin.unload());
+    plugin.reset();
     expectWorks(*other);
     EXPECT_TRUE(loader.unload());
 }
@@ -169,10 +183,7 @@ TEST(UnloadingHost, UnmapsThePluginAndLoadsItAgain)
     GTEST_SKIP() << "the leak checker cannot name what an unmapped libuvc has left";
 #endif
     for (int i = 0; i < 3; ++i) {
-        {
-            PluginHost plugin(unmapped);
-            expectWorks(plugin.factory());
-        }
+        onUnmappedPlugin(expectWorks);
         EXPECT_FALSE(isMapped());
     }
 }
@@ -182,20 +193,20 @@ TEST(TwinCameras, AreSurvivedByUnloadingThePlugin)
 {
     // libusb's event handling comes back to libuvc, and to the driver's guards, once a second.
     constexpr std::chrono::milliseconds someRounds(2500);
-    {
-        PluginHost plugin(unmapped);
-        ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
-        HostCamera host(plugin.factory());
-        ASSERT_EQ(host.device().connectDeviceBySerial(QStringLiteral("ZR5")), ErrorCode::Success);
-        host.setProperty("MaxGrabWaitTime", patientGrabMs);
+    onUnmappedPlugin([](IFactory& factory) {
+        ASSERT_EQ(factory.enumDevice(), cameraCount);
+        zrnhost::Camera host(factory);
+        ASSERT_EQ(host->connectDeviceBySerial(QStringLiteral("ZR5")), ErrorCode::Success);
+        host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
         ASSERT_EQ(host->startStream(0), ErrorCode::Success);
-        EXPECT_EQ(grab(host.camera()).result, ErrorCode::Success);
-    }
+        EXPECT_EQ(grabFrom(host).result, ErrorCode::Success);
+    });
     std::this_thread::sleep_for(someRounds);
     EXPECT_TRUE(isMapped());
-    PluginHost plugin(unmapped);
-    EXPECT_LT(plugin.factory().enumDevice(), cameraCount); // one is still claimed
-    std::this_thread::sleep_for(someRounds);
+    onUnmappedPlugin([=](IFactory& factory) {
+        EXPECT_LT(factory.enumDevice(), cameraCount); // one is still claimed
+        std::this_thread::sleep_for(someRounds);
+    });
 }
 
 } // namespace

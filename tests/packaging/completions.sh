@@ -25,14 +25,30 @@ in_bash() {
     read -ra COMP_WORDS <<<"${1//=/ = }"
     [[ $1 != *' ' ]] || COMP_WORDS+=("")
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-    COMPREPLY=()
-    _zrncam
+    _zrncam zrncam
     printf '%s\n' "${COMPREPLY[@]}"
 }
 # shellcheck disable=SC1091
 . "$prefix/share/bash-completion/completions/zrncam"
 
-for shell in bash fish; do
+compopt() { :; } # bash knows it only while it completes
+
+# With stand-ins for the functions that show offers.
+in_zsh() {
+    zsh -f -c '
+        _describe() { [[ -z ${(P)2} ]] || print -rl -- "${(@)${(@P)2}%%:*}"; }
+        _files() { print -r -- "files $PREFIX"; }
+        compset() { PREFIX=${PREFIX#*=}; }
+        complete() {
+            words=(${(z)1}) CURRENT=$#words
+            [[ $1 != *" " ]] || { words+=(""); (( ++CURRENT )); }
+            PREFIX=$words[CURRENT]
+            source $2
+        }
+        complete $1 $2' - "$1" "$prefix/share/zsh/vendor-completions/_zrncam"
+}
+
+for shell in bash fish zsh; do
     expect "$shell" 'zrncam s' set stream
     expect "$shell" 'zrncam --virtual type2 --json s' set stream
     expect "$shell" 'zrncam --virtual=type2 s' set stream
@@ -46,4 +62,18 @@ for shell in bash fish; do
 done
 expect bash 'zrncam --virtual=double' double-1308x1991 double-640x960
 expect fish 'zrncam --virtual=double' --virtual=double-1308x1991 --virtual=double-640x960
+expect zsh 'zrncam --virtual=double' --virtual=double-1308x1991 --virtual=double-640x960
+
+# Files and folders are offered by the shells.
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+mkdir "$folder/one"
+touch "$folder/two"
+expect bash "zrncam --plugin $folder/" "$folder/one" "$folder/two"
+expect bash "zrncam --plugin=$folder/" "$folder/one" "$folder/two"
+expect bash "zrncam grab -o $folder/" "$folder/one"
+expect fish "zrncam --plugin $folder/" "$folder/one/" "$folder/two"
+expect fish "zrncam grab -o $folder/" "$folder/one/"
+expect zsh "zrncam --plugin $folder/" "files $folder/"
+expect zsh "zrncam --plugin=$folder/" "files $folder/"
 exit "$failed"

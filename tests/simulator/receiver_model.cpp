@@ -1,32 +1,15 @@
 #include "receiver_model.h"
 
-#include <algorithm>
+#include "pictures/sensor_types.h"
+#include "unpacking_model.h"
+
 #include <cstring>
 #include <string>
-#include <utility>
 
 namespace
 {
 
 constexpr std::size_t kTrailerBytes = 8;
-
-/// Two images with their trailers behind them, and the frame that they come from.
-struct Receiver {
-    std::size_t width;
-    std::size_t height;
-    const std::vector<std::uint8_t>& frame;
-    std::vector<std::uint8_t> a;
-    std::vector<std::uint8_t> b;
-
-    std::size_t pixels() const { return width * height; }
-
-    void put(std::vector<std::uint8_t>& image, std::size_t index, std::size_t source) const
-    {
-        if (index < pixels() && source < 2 * pixels()) {
-            image[index] = frame[source];
-        }
-    }
-};
 
 std::uint64_t trailerOf(const std::vector<std::uint8_t>& frame)
 {
@@ -39,65 +22,6 @@ std::uint64_t trailerOf(const std::vector<std::uint8_t>& frame)
         trailer |= byte * (std::int64_t{1} << (8 * i));
     }
     return static_cast<std::uint64_t>(trailer);
-}
-
-void unpackReversedFours(Receiver& r)
-{
-    for (std::size_t g = 0; g < r.pixels() / 4; ++g) {
-        for (std::size_t i = 0; i < 4; ++i) {
-            r.a[4 * g + i] = r.frame[8 * g + 3 - i];
-            r.b[4 * g + i] = r.frame[8 * g + 7 - i];
-        }
-    }
-}
-
-void unpackFromBothEnds(Receiver& r)
-{
-    const std::size_t w = r.width;
-    for (std::size_t y = 0; y < r.height; ++y) {
-        const std::size_t base = y * w;
-        for (std::size_t k = 0; 8 * k < 2 * w; ++k) {
-            const std::size_t s = 2 * w * y + 8 * k;
-            r.put(r.a, base + 2 * k, s);
-            r.put(r.a, base + w - 1 - 2 * k, s + 1);
-            r.put(r.a, base + 2 * k + 1, s + 2);
-            r.put(r.a, base + w - 2 - 2 * k, s + 3);
-            r.put(r.b, base + 2 * k, s + 4);
-            r.put(r.b, base + w - 1 - 2 * k, s + 5);
-            r.put(r.b, base + 2 * k + 1, s + 6);
-            r.put(r.b, base + w - 2 - 2 * k, s + 7);
-        }
-    }
-}
-
-void mirrorRight(const Receiver& r, std::vector<std::uint8_t>& image)
-{
-    if (r.width < 4) {
-        return;
-    }
-    for (std::size_t y = 0; y < r.height; ++y) {
-        for (std::size_t j = 0; j < r.width / 4; ++j) {
-            std::swap(image[y * r.width + r.width / 2 + j], image[y * r.width + r.width - 1 - j]);
-        }
-    }
-}
-
-void unpackStrips(Receiver& r)
-{
-    constexpr std::size_t strip[] = {0, 320, 640, 960};
-    for (std::size_t k = 0; k < 2 * r.pixels(); ++k) {
-        const std::size_t row = k / (2 * r.width);
-        const std::size_t q = (k - row * 2 * r.width) >> 3;
-        r.put((k & 4) == 0 ? r.a : r.b, strip[k & 3] + r.width * row + q, k);
-    }
-}
-
-void unpackAlternating(Receiver& r)
-{
-    for (std::size_t i = 0; i < r.pixels(); ++i) {
-        r.a[i] = r.frame[2 * i];
-        r.b[i] = r.frame[2 * i + 1];
-    }
 }
 
 /// Moves the rows from 2 on by what pixels 2 to 7 say; `image` has its trailer behind the pixels.
@@ -150,55 +74,28 @@ ReceivedImages receiveFrame(int sensorType, std::size_t width, std::size_t heigh
     ReceivedImages received;
     received.trailer = trailerOf(frame);
     const std::size_t pixels = width * height;
-    if (frame.size() < (sensorType == 5 ? pixels : 2 * pixels)) {
+    const zrnsim::SensorType& sensor = zrnsim::sensorTypeOf(sensorType);
+    const bool isSingle = sensor.layout == zrnsim::FrameLayout::Single;
+    if (frame.size() < (isSingle ? pixels : 2 * pixels)) {
         return received;
     }
-    Receiver r{width, height, frame, {}, {}};
-    r.a.resize(pixels + kTrailerBytes);
-    std::memcpy(r.a.data() + pixels, &received.trailer, kTrailerBytes);
-    r.b = r.a;
-
-    switch (sensorType) {
-    case 2:
-    case 3:
-    case 6:
-    case 8:
-    case 10:
-    case 11:
-    case 15:
-        unpackReversedFours(r);
-        break;
-    case 5:
-        std::copy_n(frame.begin(), pixels, r.a.begin());
-        break;
-    case 7:
-        unpackFromBothEnds(r);
-        break;
-    case 12:
-        unpackFromBothEnds(r);
-        mirrorRight(r, r.a);
-        mirrorRight(r, r.b);
-        break;
-    case 13:
-        unpackStrips(r);
-        break;
-    case 0:
-        unpackAlternating(r);
-        realign(r.a, width, height);
-        realign(r.b, width, height);
-        break;
-    default:
-        unpackAlternating(r);
-        break;
+    UnpackingModel images(sensor.layout, width, height, frame);
+    for (std::vector<std::uint8_t>* image : {&images.a, &images.b}) {
+        // The head of a tiny image reaches into its trailer.
+        image->resize(pixels + kTrailerBytes);
+        std::memcpy(image->data() + pixels, &received.trailer, kTrailerBytes);
+        if (sensor.layout == zrnsim::FrameLayout::InterleavedShifted) {
+            realign(*image, width, height);
+        }
     }
-    const bool voidA = sensorType == 6 && isVoid(r.a);
-    r.a.resize(pixels);
-    r.b.resize(pixels);
+    const bool voidA = sensor.sendsMarkers && isVoid(images.a);
+    images.a.resize(pixels);
+    images.b.resize(pixels);
     if (!voidA) {
-        received.a = r.a;
+        received.a = images.a;
     }
-    if (sensorType != 5) {
-        received.b = r.b;
+    if (!isSingle) {
+        received.b = images.b;
     }
     return received;
 }

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-/// What a host makes of a frame, written down plainly and apart from both driver and simulator.
+/// What a host makes of a frame, without the code of either driver or simulator.
 struct ReceivedImages {
     std::optional<std::vector<std::uint8_t>> a;
     std::optional<std::vector<std::uint8_t>> b;

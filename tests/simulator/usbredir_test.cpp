@@ -1,5 +1,6 @@
 // The virtual cameras as a hypervisor meets them on their UNIX sockets.
 
+#include "camera_ids.h"
 #include "model/negotiation.h"
 #include "usbredir/unix_socket.h"
 #include "usbredir/usbredir_bus.h"
@@ -94,8 +95,8 @@ TEST_F(UsbRedirTest, AnnouncesTheCamera)
 {
     start("type0");
     EXPECT_EQ(usb_redir_speed_super, m_host->device->speed);
-    EXPECT_EQ(0x0483, m_host->device->vendor_id);
-    EXPECT_EQ(0x5750, m_host->device->product_id);
+    EXPECT_EQ(zrn::cameraVendorId, m_host->device->vendor_id);
+    EXPECT_EQ(zrn::cameraProductId, m_host->device->product_id);
     EXPECT_EQ(0xef, m_host->device->device_class);
     EXPECT_EQ(0x0100, m_host->device->device_version_bcd);
     EXPECT_EQ(2U, m_host->interfaces.interface_count);

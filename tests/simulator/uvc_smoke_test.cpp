@@ -1,4 +1,5 @@
 // Real libuvc on the virtual cameras: runs under zrnsim, one process for each group of cameras.
+#include "camera_ids.h"
 #include "control/control_client.h"
 #include "control/json_views.h"
 #include "pictures/frame_composer.h"
@@ -52,7 +53,8 @@ public:
     explicit OpenCamera(const std::string& serial)
     {
         EXPECT_EQ(uvc_init(&m_context, nullptr), UVC_SUCCESS);
-        EXPECT_EQ(uvc_find_device(m_context, &m_device, 0x0483, 0x5750, serial.c_str()),
+        EXPECT_EQ(uvc_find_device(m_context, &m_device, zrn::cameraVendorId, zrn::cameraProductId,
+                                  serial.c_str()),
                   UVC_SUCCESS);
         EXPECT_EQ(uvc_open(m_device, &handle), UVC_SUCCESS);
     }
@@ -249,8 +251,8 @@ TEST_F(UvcSmoke, ADepartedCameraIsGoneAndComesBackUnderAnotherSerial)
         uvc_context_t* context = nullptr;
         uvc_device_t* device = nullptr;
         uvc_init(&context, nullptr);
-        const bool found =
-            uvc_find_device(context, &device, 0x0483, 0x5750, serial.c_str()) == UVC_SUCCESS;
+        const bool found = uvc_find_device(context, &device, zrn::cameraVendorId,
+                                           zrn::cameraProductId, serial.c_str()) == UVC_SUCCESS;
         if (found) {
             uvc_unref_device(device);
         }

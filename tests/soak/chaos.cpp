@@ -1,5 +1,7 @@
 #include "chaos.h"
 
+#include "virtual_camera.h"
+
 #include <array>
 
 namespace soak
@@ -88,25 +90,24 @@ void causeFaults(const std::vector<std::unique_ptr<SoakCamera>>& cameras, Pauses
                  unsigned seed, FaultCounts& counts)
 {
     Random random(seed);
-    survival::VirtualBus bus;
     while (pauses.pause(milliseconds(pick(random, 50, 1500)))) {
         SoakCamera& camera = *pickFrom(random, cameras);
         const Fault& fault = pickFrom(random, faults);
-        if (!bus.isPlugged(camera.index())) {
+        VirtualCamera device(camera.index());
+        if (!device.isPlugged()) {
             continue;
         }
-        json fields = fault.fields(random);
-        fields["camera"] = camera.index();
+        const json fields = fault.fields(random);
         if (fault.harm == Harm::BrokenWire) {
             camera.noteBrokenWire();
         } else if (fault.harm == Harm::Departure) {
             camera.noteStopping();
         }
-        bus.tell(fault.command, fields);
+        device.tell(fault.command, fields);
         ++counts[fault.name];
         if (fault.remedy) {
             pauses.pause(milliseconds(pick(random, 50, 1500)));
-            bus.tell(fault.remedy, {{"camera", camera.index()}});
+            device.tell(fault.remedy);
         }
     }
 }

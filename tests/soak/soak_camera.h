@@ -5,7 +5,6 @@
 #include "pauses.h"
 #include "random.h"
 #include "stream_ledger.h"
-#include "virtual_bus.h"
 
 #include <atomic>
 #include <memory>

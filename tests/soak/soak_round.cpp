@@ -33,6 +33,9 @@ Soak::Soak(IFactory& factory, OperationLog& log, UsageTrend& usage, std::size_t 
     , m_random(seed)
     , m_framesSeen(cameraCount)
 {
+    for (std::size_t i = 0; i < cameraCount; ++i) {
+        m_devices.emplace_back(i);
+    }
 }
 
 void Soak::makeCamerasReady()
@@ -40,10 +43,10 @@ void Soak::makeCamerasReady()
     // Numbers that no earlier round has used.
     constexpr std::uint64_t numbersPerRound = 0x10000;
     for (std::size_t i = 0; i < m_framesSeen.size(); ++i) {
-        m_bus.restore(i);
-        m_bus.tell("frame-number",
-                   {{"camera", i},
-                    {"number", static_cast<std::uint32_t>(m_account.rounds * numbersPerRound)}});
+        m_devices[i].restore();
+        m_devices[i].tell(
+            "frame-number",
+            {{"number", static_cast<std::uint32_t>(m_account.rounds * numbersPerRound)}});
     }
     constexpr int attempts = 100;
     Pauses pauses;
@@ -64,7 +67,7 @@ void Soak::runRound()
     m_usage.sample();
     std::vector<std::unique_ptr<SoakCamera>> cameras;
     for (std::size_t i = 0; i < m_framesSeen.size(); ++i) {
-        cameras.push_back(std::make_unique<SoakCamera>(m_factory, m_log, i, m_bus.serial(i)));
+        cameras.push_back(std::make_unique<SoakCamera>(m_factory, m_log, i, m_devices[i].serial()));
     }
     stream(cameras);
 
@@ -127,17 +130,14 @@ void Soak::stream(std::vector<std::unique_ptr<SoakCamera>>& cameras)
 
 void Soak::settle(const SoakCamera& camera)
 {
-    const json which = {{"camera", camera.index()}};
     std::uint64_t& seen = m_framesSeen[camera.index()];
-    json request = which;
-    request["since"] = seen;
     std::vector<SentFrame> sent;
     // Over a connection of its own, with which the memory for this long answer goes.
-    const json answer = survival::VirtualBus().tell("frames", request);
+    const json answer = VirtualCamera(camera.index()).tell("frames", {{"since", seen}});
     for (const json& record : answer.at("frames")) {
         sent.push_back(sentFrame(record));
     }
-    const std::uint64_t counted = m_bus.counter("framesStarted", camera.index());
+    const std::uint64_t counted = m_devices[camera.index()].counter("framesStarted");
     m_account.sent += counted - seen;
     seen = counted;
     for (const auto& [outcome, count] : camera.settle(sent)) {

@@ -6,7 +6,7 @@
 #include "random.h"
 #include "stream_ledger.h"
 #include "usage_trend.h"
-#include "virtual_bus.h"
+#include "virtual_camera.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -46,7 +46,7 @@ private:
     OperationLog& m_log;
     UsageTrend& m_usage;
     Random m_random;
-    survival::VirtualBus m_bus;
+    std::vector<VirtualCamera> m_devices;
     std::vector<std::uint64_t> m_framesSeen; ///< of each camera, as its counter says
     Account m_account;
 };

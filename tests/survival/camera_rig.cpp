@@ -3,8 +3,7 @@
 #include "common/frame_numbers.h"
 #include "common/image_blocks.h"
 #include "common/property_keys.h"
-#include "control/json_views.h"
-#include "pictures/frame_composer.h"
+#include "hosts_libraries.h"
 
 #include <thread>
 
@@ -31,6 +30,11 @@ void CameraRig::SetUp()
 {
     bus.restore();
     enumerateUntilPresent();
+    EXPECT_TRUE(driver()
+                    .factory()
+                    .property(IFactory::guardsProperty)
+                    .toString()
+                    .endsWith(QString::fromStdString(expectedGuards())));
 }
 
 void CameraRig::TearDown()
@@ -80,7 +84,7 @@ void CameraRig::expectExactFrame()
                                      static_cast<unsigned>(zrnhost::knownFrameNumberBits(trailer)));
     ASSERT_TRUE(frame) << "the camera sent no frame with trailer " << std::hex << trailer;
 
-    const zrnsim::SentImages sent = zrnsim::expectedImages(zrnsim::parseFrameRequest(*frame));
+    const zrnsim::SentImages sent = zrnsim::expectedImages(*frame);
     ASSERT_EQ(images.size(), static_cast<std::size_t>(sent.hasA) + sent.hasB);
     EXPECT_EQ(trailer, sent.trailer);
     // Compared as a whole: a listing of all bytes helps nobody.

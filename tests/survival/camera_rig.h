@@ -2,7 +2,7 @@
 
 #include "common/camera.h"
 #include "common/driver_plugin.h"
-#include "virtual_bus.h"
+#include "virtual_camera.h"
 
 #include <gtest/gtest.h>
 
@@ -59,7 +59,7 @@ protected:
     bool isOnline();
     ErrorCode grab();
 
-    VirtualBus bus;
+    VirtualCamera bus;
     std::unique_ptr<zrnhost::Camera> camera;
 };
 

@@ -110,7 +110,7 @@ protected:
         EXPECT_GE(accounted + mostAtTheEnds, produced);
     }
 
-    survival::VirtualBus bus;
+    VirtualCamera bus;
     QProcess m_zrncam;
     QByteArray m_notices;
     std::uint64_t m_producedBefore = 0;

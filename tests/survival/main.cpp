@@ -1,3 +1,5 @@
+#include "hosts_libraries.h"
+
 #include <QCoreApplication>
 #include <gtest/gtest.h>
 
@@ -5,5 +7,6 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     const QCoreApplication application(argc, argv);
+    survival::loadHostsLibraries();
     return RUN_ALL_TESTS();
 }

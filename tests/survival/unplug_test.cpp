@@ -66,7 +66,7 @@ TEST_F(Unplug, StreamingAndStoppedAtOnce)
     connect();
     start();
     expectExactFrame();
-    std::thread cable([] { survival::VirtualBus().unplug(); });
+    std::thread cable([] { VirtualCamera().unplug(); });
     EXPECT_EQ(within(stopBound, "stop", [&] { return (*camera)->stopStream(0); }),
               ErrorCode::Success);
     cable.join();
@@ -175,7 +175,7 @@ TEST_F(Unplug, WithoutNotice)
     connect();
     start();
     expectExactFrame();
-    bus.tell("unplug", {{"camera", 0}, {"announced", false}});
+    bus.tell("unplug", {{"announced", false}});
     EXPECT_FALSE(within(statusBound, "status", [&] { return isOnline(); }));
     EXPECT_EQ(within(stopBound, "stop", [&] { return (*camera)->stopStream(0); }),
               ErrorCode::Success);
@@ -191,7 +191,7 @@ protected:
     std::thread pullLater()
     {
         return std::thread([delay = milliseconds(GetParam())] {
-            survival::VirtualBus cable;
+            VirtualCamera cable;
             std::this_thread::sleep_for(delay);
             cable.unplug();
         });

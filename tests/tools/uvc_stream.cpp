@@ -1,4 +1,6 @@
 // Streams from the first camera with plain libuvc and says what arrived: uvc_stream [WxH [SECONDS]]
+#include "camera_ids.h"
+
 #include <libuvc/libuvc.h>
 
 #include <atomic>
@@ -73,7 +75,9 @@ int main(int argc, char** argv)
     uvc_device_t* device = nullptr;
     uvc_device_handle_t* handle = nullptr;
     if (failed(uvc_init(&context, nullptr), "uvc_init") ||
-        failed(uvc_find_device(context, &device, 0x0483, 0x5750, nullptr), "find") ||
+        failed(
+            uvc_find_device(context, &device, zrn::cameraVendorId, zrn::cameraProductId, nullptr),
+            "find") ||
         failed(uvc_open(device, &handle), "open")) {
         return EXIT_FAILURE;
     }

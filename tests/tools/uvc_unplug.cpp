@@ -1,6 +1,7 @@
 // What plain libuvc does when its camera is unplugged: uvc_unplug idle|paused|streaming|stopping.
 // Runs under zrnsim or in a virtual machine with its cameras. Exits with 0 when the libraries lived
 // through it.
+#include "camera_ids.h"
 #include "control/control_client.h"
 
 #include <libuvc/libuvc.h>
@@ -44,7 +45,8 @@ int main(int argc, char** argv)
     uvc_device_t* device = nullptr;
     uvc_device_handle_t* handle = nullptr;
     if (uvc_init(&context, nullptr) != UVC_SUCCESS ||
-        uvc_find_device(context, &device, 0x0483, 0x5750, nullptr) != UVC_SUCCESS ||
+        uvc_find_device(context, &device, zrn::cameraVendorId, zrn::cameraProductId, nullptr) !=
+            UVC_SUCCESS ||
         uvc_open(device, &handle) != UVC_SUCCESS || (moment != "idle" && !start(handle))) {
         std::fprintf(stderr, "uvc_unplug: no camera could be opened and started\n");
         return 3;

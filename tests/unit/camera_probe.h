@@ -7,6 +7,7 @@ class CameraProbe : public CZRNCamera
 {
 public:
     using CZRNCamera::m_auxParameter;
+    using CZRNCamera::m_availableMemory;
     using CZRNCamera::m_bufferLocks;
     using CZRNCamera::m_cacheFrameCount;
     using CZRNCamera::m_cameraEnumLock;

@@ -1,7 +1,13 @@
 // Connecting a camera object to an enumerated camera, and what it reads on the way.
 
+#include "common/property_keys.h"
 #include "driver_test.h"
+#include "sensor_numbers.h"
 #include "stdout_capture.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 using fakeuvc::Camera;
 using fakeuvc::Control;
@@ -362,10 +368,16 @@ TEST_F(Connection, UnknownSensorTypesBecomeTypeZero)
 {
     Camera& device = enumerated(1);
     ASSERT_EQ(code(camera.connectDeviceBySerial("ZR1")), 0U);
-    for (int contrast : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 255, 65535}) {
+    const auto typeFor = [&](int contrast) {
         device[Control::Contrast].current = contrast;
-        ASSERT_TRUE(camera.initializeCamera());
-        EXPECT_EQ(camera.m_sensorType, contrast == 9 || contrast > 15 ? 0 : contrast);
+        EXPECT_TRUE(camera.initializeCamera());
+        return camera.m_sensorType;
+    };
+    for (const SensorType& type : sensorTypes) {
+        EXPECT_EQ(typeFor(type.number), type.number);
+    }
+    for (const int contrast : {9, sensorTypes.back().number + 1, 255, 65535}) {
+        EXPECT_EQ(typeFor(contrast), 0) << contrast;
     }
 }
 
@@ -528,6 +540,48 @@ TEST_F(Connection, DisconnectingHoldsTheNodeLockWhileItCloses)
     });
     EXPECT_EQ(code(camera.disconnectDevice()), 0U);
     EXPECT_EQ(bus.calls().size(), 3U);
+}
+
+TEST_F(Connection, DisconnectingLetsOthersWorkWhileAControlRequestRuns)
+{
+    enumerated(4711);
+    ASSERT_EQ(code(camera.connectDeviceBySerial("ZR4711")), 0U);
+    clearLogs();
+    std::atomic<bool> runs = false;
+    std::atomic<bool> release = false;
+    bus.setHook([&](const fakeuvc::Call& call) {
+        if (call.function == "uvc_get_hue") {
+            runs = true;
+            while (!release) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    std::thread slow([this] {
+        int value = 0;
+        EXPECT_TRUE(camera.hueIO(true, value));
+    });
+    while (!runs) {
+        std::this_thread::yield();
+    }
+    std::atomic<bool> disconnected = false;
+    std::thread disconnecter([&] {
+        EXPECT_EQ(code(camera.disconnectDevice()), 0U);
+        disconnected = true;
+    });
+    // It waits as soon as the device counts as closed; with the old order, the property would not
+    // answer before the slow request ends.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    QMap<QString, QVariant> values;
+    EXPECT_EQ(code(camera.getProperty(zrnhost::keys::maxGrabWaitTime, values)), 0U);
+    int value = 0;
+    EXPECT_FALSE(camera.gammaIO(true, value));
+    EXPECT_FALSE(disconnected);
+    EXPECT_EQ(bus.count("uvc_close"), 0);
+    release = true;
+    slow.join();
+    disconnecter.join();
+    EXPECT_EQ(camera.m_currentNode, nullptr);
 }
 
 TEST_F(Connection, DisconnectingWithoutACameraIsRefused)

@@ -1,6 +1,5 @@
 // The node table: finding, opening and closing cameras.
 
-#include "abandonment.h"
 #include "driver_test.h"
 
 #include <thread>
@@ -279,19 +278,27 @@ TEST_F(Enumeration, ADuplicateSerialReplacesTheEarlierHandles)
 // libuvc's threads go on for a handle that nobody closes.
 TEST_F(Enumeration, TheLibraryStaysLoadedOnlyForAHandleThatIsReplaced)
 {
-    static int requests = 0;
-    setAbandonment({nullptr, [] { ++requests; }});
     bus.addCamera(4);
     bus.addCamera(5);
     CZRNCamera::enumZRNCameraDevices();
     CZRNCamera::enumZRNCameraDevices();
-    EXPECT_EQ(requests, 0);
+    EXPECT_EQ(bus.keptLibraryCount(), 0);
 
     bus.addCamera(5);
     CZRNCamera::enumZRNCameraDevices();
-    EXPECT_EQ(requests, 1);
-    setAbandonment({});
+    EXPECT_EQ(bus.keptLibraryCount(), 1);
     expectedLeaks = {.contexts = 1, .handles = 1, .deviceReferences = 2, .descriptors = 7};
+}
+
+TEST_F(Enumeration, SaysOnceThatGuardsAreMissing)
+{
+    bus.setGuardFault("a cause");
+    CZRNCamera::enumZRNCameraDevices();
+    CZRNCamera::enumZRNCameraDevices();
+    EXPECT_THAT(log.lines(),
+                ElementsAre(debugLine("uvc_init ret: 0"),
+                            criticalLine(" libuvc's faults are not guarded against: a cause"),
+                            debugLine("uvc_init ret: 0")));
 }
 
 TEST_F(Enumeration, EveryLibraryCallIsMadeUnderTheEnumerationLock)

@@ -3,6 +3,7 @@
 #include "driver_test.h"
 #include "zrn_camera_factory.h"
 
+#include <QCoreApplication>
 #include <QMetaMethod>
 
 #include <thread>
@@ -67,6 +68,27 @@ TEST_F(Factory, EnumeratesThroughTheCameraClass)
     expectedLeaks.descriptors += 2;
     EXPECT_EQ(CameraProbe::m_cameraNodeMap.size(), 2);
     EXPECT_EQ(CameraProbe::m_enumCount, 2);
+}
+
+TEST_F(Factory, TellsAfterAnEnumerationWhetherGuardsAreInEffect)
+{
+    EXPECT_EQ(factory.property("guards"), QVariant(QString()));
+    factory.enumDevice();
+    EXPECT_EQ(factory.property("guards"), QVariant("not needed"));
+    bus.setGuardFault("a cause");
+    factory.enumDevice();
+    EXPECT_EQ(factory.property("guards"), QVariant("a cause"));
+    EXPECT_EQ(factory.metaObject()->indexOfProperty("guards"), -1);
+}
+
+TEST_F(Factory, AnEnumerationElsewhereLeavesThePropertyToTheFactorysThread)
+{
+    int argumentCount = 0;
+    const QCoreApplication application(argumentCount, nullptr);
+    std::thread([this] { factory.enumDevice(); }).join();
+    EXPECT_EQ(factory.property("guards"), QVariant(QString()));
+    QCoreApplication::sendPostedEvents(&factory);
+    EXPECT_EQ(factory.property("guards"), QVariant("not needed"));
 }
 
 TEST_F(Factory, MakesUnconnectedCamerasWithoutDevices)

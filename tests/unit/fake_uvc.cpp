@@ -15,6 +15,7 @@ struct uvc_device {
     const uvc_context* context = nullptr;
     std::size_t position = 0;
     std::shared_ptr<fakeuvc::Camera> camera;
+    std::uint8_t address = 0; ///< when the list was made
     int references = 1;
 };
 
@@ -94,10 +95,14 @@ struct Bus::State {
     };
 
     std::vector<std::shared_ptr<Camera>> cameras;
+    std::vector<std::shared_ptr<Camera>> unplugged;
+    std::uint8_t lastAddress = 0;
     std::vector<ScriptedFailure> failures;
     std::vector<Call> calls;
     std::vector<std::string> misuses;
     std::function<void(const Call&)> hook;
+    std::string guardFault;
+    int keptLibraryCount = 0;
 
     // Deques keep the addresses of their elements.
     std::deque<uvc_context> contexts;
@@ -150,7 +155,7 @@ void Bus::reset()
 
 Camera& Bus::addCamera(std::uint64_t serial, int sensorType, int width, int height)
 {
-    Camera& camera = addDevice(0x0483, 0x5750);
+    Camera& camera = addDevice(zrn::cameraVendorId, zrn::cameraProductId);
     camera.setSerial(serial);
     camera[Control::Contrast].current = sensorType;
     camera[Control::Brightness] = {
@@ -171,6 +176,7 @@ Camera& Bus::addDevice(std::uint16_t vendorId, std::uint16_t productId)
     auto camera = std::make_shared<Camera>();
     camera->vendorId = vendorId;
     camera->productId = productId;
+    camera->address = ++m_state->lastAddress;
     return *m_state->cameras.emplace_back(std::move(camera));
 }
 
@@ -178,6 +184,32 @@ void Bus::unplugAll()
 {
     const std::lock_guard lock(m_mutex);
     m_state->cameras.clear();
+}
+
+void Bus::unplug(const Camera& camera)
+{
+    const std::lock_guard lock(m_mutex);
+    const auto found =
+        std::find_if(m_state->cameras.begin(), m_state->cameras.end(),
+                     [&camera](const auto& candidate) { return candidate.get() == &camera; });
+    if (found != m_state->cameras.end()) {
+        m_state->unplugged.push_back(*found);
+        m_state->cameras.erase(found);
+    }
+}
+
+void Bus::replug(Camera& camera)
+{
+    unplug(camera);
+    const std::lock_guard lock(m_mutex);
+    const auto found =
+        std::find_if(m_state->unplugged.begin(), m_state->unplugged.end(),
+                     [&camera](const auto& candidate) { return candidate.get() == &camera; });
+    if (found != m_state->unplugged.end()) {
+        camera.address = ++m_state->lastAddress;
+        m_state->cameras.push_back(*found);
+        m_state->unplugged.erase(found);
+    }
 }
 
 void Bus::fail(Failure failure)
@@ -219,6 +251,30 @@ void Bus::clearCalls()
 {
     const std::lock_guard lock(m_mutex);
     m_state->calls.clear();
+}
+
+void Bus::setGuardFault(const std::string& fault)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state->guardFault = fault;
+}
+
+std::string Bus::guardFault() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_state->guardFault;
+}
+
+void Bus::noteKeptLibrary()
+{
+    const std::lock_guard lock(m_mutex);
+    ++m_state->keptLibraryCount;
+}
+
+int Bus::keptLibraryCount() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_state->keptLibraryCount;
 }
 
 void Bus::setHook(std::function<void(const Call&)> hook)
@@ -355,6 +411,7 @@ uvc_error_t Bus::deviceList(uvc_context_t* context, uvc_device_t*** list)
         device.context = context;
         device.position = i;
         device.camera = m_state->cameras[i];
+        device.address = device.camera->address;
         devices.push_back(&device);
     }
     devices.push_back(nullptr);
@@ -417,6 +474,23 @@ void Bus::addReference(uvc_device_t* device, int change)
         misuse("a reference changed on a device that does not live");
     }
     device->references += change;
+}
+
+std::uint8_t Bus::busNumber(uvc_device_t* device)
+{
+    begin("uvc_get_bus_number", nameOf(device));
+    const std::lock_guard lock(m_mutex);
+    if (device->references <= 0) {
+        misuse("uvc_get_bus_number of a device that does not live");
+    }
+    return device->camera->busNumber;
+}
+
+std::uint8_t Bus::deviceAddress(uvc_device_t* device)
+{
+    begin("uvc_get_device_address", nameOf(device));
+    const std::lock_guard lock(m_mutex);
+    return device->address;
 }
 
 uvc_error_t Bus::open(uvc_device_t* device, uvc_device_handle_t** handle)

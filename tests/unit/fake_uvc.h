@@ -1,5 +1,7 @@
 #pragma once
 
+#include "camera_ids.h"
+
 #include <libuvc/libuvc.h>
 
 #include <array>
@@ -67,8 +69,10 @@ struct Format {
 
 /// One device on the bus.
 struct Camera {
-    std::uint16_t vendorId = 0x0483;
-    std::uint16_t productId = 0x5750;
+    std::uint16_t vendorId = zrn::cameraVendorId;
+    std::uint16_t productId = zrn::cameraProductId;
+    std::uint8_t busNumber = 1;
+    std::uint8_t address = 0; ///< on the bus; another one for each device
     bool descriptorReadable = true;
     uvc_error_t openResult = UVC_SUCCESS;
     std::array<ControlValues, controlCount> controls;
@@ -134,6 +138,9 @@ public:
     Camera& addDevice(std::uint16_t vendorId, std::uint16_t productId);
     /// Unplugs every device; open handles stay usable.
     void unplugAll();
+    /// Unplugs one device and plugs it in again, where it gets another address.
+    void replug(Camera& camera);
+    void unplug(const Camera& camera);
 
     void fail(Failure failure);
     void clearFailures();
@@ -146,6 +153,11 @@ public:
 
     /// Runs @p hook at the beginning of each call, without any lock of the stand-in held.
     void setHook(std::function<void(const Call&)> hook);
+
+    /// Says that guards are missing, and why; empty takes it back.
+    void setGuardFault(const std::string& fault);
+    /// How often the driver asked for its library to stay loaded.
+    [[nodiscard]] int keptLibraryCount() const;
 
     [[nodiscard]] Outstanding outstanding() const;
     /// Calls that libuvc would not survive: on closed or unknown objects, or given back twice.
@@ -160,6 +172,10 @@ public:
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
 
+    // For what the camera class asks about its libuvc.
+    [[nodiscard]] std::string guardFault() const;
+    void noteKeptLibrary();
+
     // For the functions of libuvc.
     uvc_error_t begin(const std::string& function, const std::string& arguments,
                       std::optional<uvc_req_code> request = std::nullopt);
@@ -170,6 +186,8 @@ public:
     uvc_error_t deviceDescriptor(uvc_device_t* device, uvc_device_descriptor_t** descriptor);
     void freeDeviceDescriptor(uvc_device_descriptor_t* descriptor);
     void addReference(uvc_device_t* device, int change);
+    std::uint8_t busNumber(uvc_device_t* device);
+    std::uint8_t deviceAddress(uvc_device_t* device);
     uvc_error_t open(uvc_device_t* device, uvc_device_handle_t** handle);
     void close(uvc_device_handle_t* handle);
     const uvc_format_desc_t* formats(uvc_device_handle_t* handle);

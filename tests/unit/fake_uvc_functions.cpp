@@ -62,6 +62,16 @@ void uvc_unref_device(uvc_device_t* device)
     Bus::instance().addReference(device, -1);
 }
 
+uint8_t uvc_get_bus_number(uvc_device_t* device)
+{
+    return Bus::instance().busNumber(device);
+}
+
+uint8_t uvc_get_device_address(uvc_device_t* device)
+{
+    return Bus::instance().deviceAddress(device);
+}
+
 uvc_error_t uvc_open(uvc_device_t* device, uvc_device_handle_t** handle)
 {
     return Bus::instance().open(device, handle);

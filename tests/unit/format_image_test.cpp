@@ -177,6 +177,21 @@ TEST(FormatImage, EveryPairOfMarks)
     }
 }
 
+TEST(FormatImage, SmallImagesFollowTheRuleOfTheOthers)
+{
+    Bytes image = {1, 2, 3, 0x30, 5, 6};
+    EXPECT_EQ(format(image, 2, 3), shifted);
+    EXPECT_EQ(image, (Bytes{1, 2, 3, 0x30, 6, 6}));
+    image = {1, 2, 3, 0x3A, 5, 6};
+    EXPECT_EQ(format(image, 2, 3), shifted);
+    EXPECT_EQ(image, (Bytes{1, 2, 3, 0x3A, 5, 5}));
+    image = {1, 2, 3, 4, 5, 6};
+    EXPECT_EQ(format(image, 2, 3), unchanged);
+    image = {1, 2, 0x30};
+    EXPECT_EQ(format(image, 1, 3), shifted);
+    EXPECT_EQ(image, (Bytes{1, 2, 0x30}));
+}
+
 TEST(FormatImage, LowImagesHaveNothingToMove)
 {
     for (const int height : {1, 2}) {

@@ -1,6 +1,7 @@
 // What happens to a frame that libuvc hands over: checks, ring, trailer, queue and frame rate.
 
 #include "driver_test.h"
+#include "frame_clock.h"
 
 #include <QTime>
 
@@ -195,12 +196,14 @@ TEST_F(FrameCache, AWithdrawnFrameStaysWithdrawnWhenItsSuccessorIsRefused)
     EXPECT_THAT(queue(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(FrameCache, OnlyTheHeadOfTheQueueIsWithdrawn)
+TEST_F(FrameCache, AnEntryIsWithdrawnWhereverItStands)
 {
     start();
     camera.m_frameIndexQueue.append({2, 0, 1});
+    trigger(std::vector<unsigned char>(frameSize - 1));
+    EXPECT_THAT(queue(), ElementsAre(2, 0, 1)); // nothing is overwritten
     triggerFilled(1);
-    EXPECT_THAT(queue(), ElementsAre(2, 0, 1, 0));
+    EXPECT_THAT(queue(), ElementsAre(2, 1, 0));
 }
 
 TEST_F(FrameCache, TheNewestFramesWinTheirSlots)
@@ -294,6 +297,22 @@ TEST_F(FrameCache, TheRateIsMeasuredOverMoreThanASecond)
     triggerFilled(1);
     EXPECT_EQ(camera.m_frameRate, rate);
     EXPECT_EQ(camera.m_fpsFrameCount, 1);
+}
+
+TEST_F(FrameCache, TheRateIsMeasuredFromOneMillisecondBeyondASecondOn)
+{
+    start();
+    for (const int elapsed : {1000, 1001}) {
+        QTime before;
+        do { // until no millisecond ends between looking and counting
+            camera.m_frameRate = 0.0;
+            camera.m_fpsFrameCount = 0;
+            before = frameClock();
+            camera.m_fpsTimer = before.addMSecs(-elapsed);
+            triggerFilled(1);
+        } while (frameClock() != before);
+        EXPECT_EQ(camera.m_frameRate > 0.0, elapsed == 1001);
+    }
 }
 
 TEST_F(FrameCache, AStoredFrameWakesOneWaiter)

@@ -348,9 +348,7 @@ TEST_F(Grabbing, ASlotThatIsTooSmallCannotBeSplit)
     camera.m_pixelFormat = CameraSpace::PixelFormatType::Mono8;
     std::vector<unsigned char> data(pixels, 1);
     ASSERT_TRUE(bus.deliver(m_device, width, height, data));
-    EXPECT_EQ(code(camera.grabImage(images)), 0U); // the slot was made for two
-    qDeleteAll(images);
-    images.clear();
+    EXPECT_EQ(code(camera.grabImage(images)), 1035U); // the slot was made for two
     camera.disconnectDevice();
     bus.unplugAll();
     CameraProbe small;

@@ -1,8 +1,8 @@
 // Each kernel on each instruction set that this machine has, against the plain loop.
 
 #include "guarded_bytes.h"
-#include "kernels/group_order.h"
 #include "kernels/group_split.h"
+#include "kernels/group_split_loop.h"
 
 #include <gtest/gtest.h>
 #include <hwy/targets.h>
@@ -10,16 +10,19 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace
 {
 
+using kernels::GroupLayout;
+
 /// Lets the kernels find only one instruction set.
-class GroupSplit : public ::testing::TestWithParam<std::int64_t>
+class GroupSplit : public ::testing::TestWithParam<std::tuple<std::int64_t, GroupLayout>>
 {
 protected:
-    GroupSplit() { choose(GetParam()); }
+    GroupSplit() { choose(std::get<std::int64_t>(GetParam())); }
     ~GroupSplit() override { choose(0); }
 
     static void choose(std::int64_t target)
@@ -30,27 +33,26 @@ protected:
 };
 
 /// Streams that lie apart from each other, each with its own misalignment.
-template <std::size_t count>
+template <GroupLayout layout>
 class Streams
 {
 public:
     /// @param length bytes of each row.
-    Streams(std::size_t length, std::size_t rows, std::size_t pitch,
-            const kernels::Directions<count>& directions)
+    Streams(std::size_t length, std::size_t rows, std::size_t pitch)
         : m_length(length)
-        , m_directions(directions)
     {
         for (std::size_t i = 0; i < count; ++i) {
             m_bytes.emplace_back((rows - 1) * pitch + length, 3 * i);
         }
     }
 
-    [[nodiscard]] std::array<unsigned char*, count> starts()
+    [[nodiscard]] kernels::Streams starts()
     {
-        std::array<unsigned char*, count> starts{};
+        kernels::Streams starts{};
         for (std::size_t i = 0; i < count; ++i) {
-            const bool down = m_directions[i] == kernels::Direction::Down && m_length > 0;
-            starts[i] = m_bytes[i].data() + (down ? m_length - 1 : 0);
+            const bool isDown =
+                kernels::traitsOf(layout).directions[i] == kernels::down && m_length > 0;
+            starts[i] = m_bytes[i].data() + (isDown ? m_length - 1 : 0);
         }
         return starts;
     }
@@ -65,60 +67,47 @@ public:
     }
 
 private:
+    static constexpr std::size_t count = kernels::traitsOf(layout).streams;
+
     std::size_t m_length;
-    kernels::Directions<count> m_directions;
     std::vector<GuardedBytes> m_bytes;
 };
 
 /// Also compares the bytes between the rows, which no kernel may touch.
-template <const kernels::GroupOrder& order, std::size_t count,
-          const kernels::Directions<count>& directions, typename Kernel>
-void expectDealsLikePlainLoop(Kernel kernel)
+template <GroupLayout layout>
+void expectDealsLikePlainLoop()
 {
     for (std::size_t groups = 0; groups <= 200; ++groups) {
         SCOPED_TRACE(::testing::Message() << groups << " groups");
         const std::size_t rowCount = 1 + groups % 3;
         // The rows are longer than their groups, by an odd number of bytes for some.
         const std::size_t pitch = 4 * groups + groups % 5;
-        const std::size_t length = groups * kernels::groupSize / count;
+        const std::size_t length = groups * kernels::groupSize / kernels::traitsOf(layout).streams;
         const std::size_t misalignment = groups % 7;
         const std::vector<unsigned char> source =
             noise(misalignment + (rowCount - 1) * 2 * pitch + kernels::groupSize * groups, 3);
         const kernels::Rows rows = {source.data() + misalignment, groups, rowCount, pitch};
-        Streams<count> expected(length, rowCount, pitch, directions);
-        Streams<count> actual(length, rowCount, pitch, directions);
-        kernels::splitPlainly<order, count, directions>(rows, expected.starts());
-        kernel(rows, actual.starts());
+        Streams<layout> expected(length, rowCount, pitch);
+        Streams<layout> actual(length, rowCount, pitch);
+        kernels::splitPlainly<layout>(rows, expected.starts());
+        kernels::split(layout, rows, actual.starts());
         actual.expectSameAs(expected);
     }
 }
 
-TEST_P(GroupSplit, Alternating)
+TEST_P(GroupSplit, DealsLikeThePlainLoop)
 {
-    expectDealsLikePlainLoop<kernels::alternatingOrder, 2, kernels::twoUp>(
-        kernels::splitAlternating);
+    kernels::callForLayout(std::get<GroupLayout>(GetParam()),
+                           []<GroupLayout layout>() { expectDealsLikePlainLoop<layout>(); });
 }
 
-TEST_P(GroupSplit, ReversedQuads)
+std::vector<GroupLayout> layouts()
 {
-    expectDealsLikePlainLoop<kernels::reversedQuadsOrder, 2, kernels::twoUp>(
-        kernels::splitReversedQuads);
-}
-
-TEST_P(GroupSplit, Sides)
-{
-    expectDealsLikePlainLoop<kernels::sidesOrder, 4, kernels::fourUp>(kernels::splitSides);
-}
-
-TEST_P(GroupSplit, BothEnds)
-{
-    expectDealsLikePlainLoop<kernels::sidesOrder, 4, kernels::towardsEachOther>(
-        kernels::splitBothEnds);
-}
-
-TEST_P(GroupSplit, Strips)
-{
-    expectDealsLikePlainLoop<kernels::stripsOrder, 8, kernels::eightUp>(kernels::splitStrips);
+    std::vector<GroupLayout> layouts;
+    for (const kernels::GroupTraits& traits : kernels::groupLayouts) {
+        layouts.push_back(traits.layout);
+    }
+    return layouts;
 }
 
 std::vector<std::int64_t> instructionSets()
@@ -130,9 +119,16 @@ std::vector<std::int64_t> instructionSets()
     return targets;
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, GroupSplit, ::testing::ValuesIn(instructionSets()),
-                         [](const ::testing::TestParamInfo<std::int64_t>& target) {
-                             return std::string(hwy::TargetName(target.param));
-                         });
+std::string nameOf(const ::testing::TestParamInfo<GroupSplit::ParamType>& info)
+{
+    const auto [target, layout] = info.param;
+    return std::string(hwy::TargetName(target)) + "Layout" +
+           std::to_string(static_cast<std::size_t>(layout));
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, GroupSplit,
+                         ::testing::Combine(::testing::ValuesIn(instructionSets()),
+                                            ::testing::ValuesIn(layouts())),
+                         nameOf);
 
 } // namespace

@@ -1,14 +1,18 @@
 // Pages that the heap gives back cost each grab several times its own work.
 
 #include "driver_test.h"
+#include "heap_retention.h"
 
 #include <QSize>
 
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
+#include <malloc.h>
 #include <ostream>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -127,9 +131,42 @@ TEST_P(SteadyHost, FaultsNoPagesAndDoesNotGrow)
 INSTANTIATE_TEST_SUITE_P(
     HeapRetention, SteadyHost,
     testing::Values(Host{{640, 480}, false, false, true}, Host{{640, 480}, true, false, true},
-                    Host{{1280, 1024}, false, false, false}, Host{{1280, 1024}, false, true, false},
-                    Host{{1280, 1024}, false, true, true}, Host{{1280, 1024}, false, false, true},
-                    Host{{1280, 1024}, true, true, true}, Host{{2616, 1991}, false, false, false},
-                    Host{{2616, 1991}, false, false, true}, Host{{2616, 1991}, true, false, true},
-                    Host{{2616, 1991}, false, true, false}, Host{{2616, 1991}, false, true, true},
-                    Host{{2616, 1991}, true, true, true}));
+                    Host{{1280, 1024}, false, false, false}, Host{{1280, 1024}, false, true, true},
+                    Host{{1280, 1024}, false, false, true}, Host{{1280, 1024}, true, true, true},
+                    Host{{2616, 1991}, false, false, false}));
+
+namespace
+{
+
+constexpr std::size_t mebi = 1024 * 1024;
+
+/// Whether a block gets a mapping of its own, which goes back to the system with it.
+bool isMapped(std::size_t size)
+{
+    const std::size_t before = mallinfo2().hblks;
+    void* volatile block = std::malloc(size);
+    const std::size_t after = mallinfo2().hblks;
+    std::free(block);
+    return after > before;
+}
+
+} // namespace
+
+TEST(LetHeapKeep, MovesTheLimits)
+{
+    ASSERT_FALSE(isNewMemoryLocked());
+    letHeapKeep(40 * mebi);
+    EXPECT_FALSE(isMapped(15 * mebi));
+}
+
+TEST(LetHeapKeep, LeavesAProcessAloneThatLocksItsMemory)
+{
+    if (mlockall(MCL_FUTURE) != 0) {
+        GTEST_SKIP() << "this user may not lock memory";
+    }
+    EXPECT_TRUE(isNewMemoryLocked());
+    letHeapKeep(40 * mebi);
+    munlockall();
+    EXPECT_FALSE(isNewMemoryLocked());
+    EXPECT_TRUE(isMapped(15 * mebi));
+}

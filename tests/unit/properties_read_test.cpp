@@ -1,7 +1,8 @@
 // Reading properties by their keys.
 
+#include "common/property_table.h"
 #include "driver_test.h"
-#include "property_keys.h"
+#include "sensor_numbers.h"
 
 #include <QVariant>
 
@@ -9,6 +10,9 @@ using fakeuvc::Camera;
 using fakeuvc::Control;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using zrnhost::PropertyInfo;
+
+namespace keys = zrnhost::keys;
 
 using Values = QMap<QString, QVariant>;
 
@@ -67,13 +71,13 @@ void PrintTo(const ControlKey& control, std::ostream* stream)
 
 TEST_F(PropertiesRead, WithoutACameraEveryKeyAnswersSo)
 {
-    for (const char* key : keys::all) {
-        EXPECT_EQ(refused(key), 512U) << key;
+    for (const PropertyInfo& property : zrnhost::propertyTable) {
+        EXPECT_EQ(refused(property.key), 512U) << property.key;
     }
     EXPECT_EQ(refused("unknown"), 512U);
     EXPECT_EQ(refused(""), 512U);
     EXPECT_EQ(log.lines().size(), 40U);
-    EXPECT_EQ(log.lines().front(), debugLine(" getPproerty: \"CapturePeriod\""));
+    EXPECT_EQ(log.lines().front(), debugLine(" getPproerty: \"BGain\""));
     EXPECT_EQ(log.lines().back(), debugLine(" getPproerty: \"\""));
     EXPECT_THAT(bus.callTexts(), IsEmpty());
 }
@@ -81,13 +85,25 @@ TEST_F(PropertiesRead, WithoutACameraEveryKeyAnswersSo)
 TEST_F(PropertiesRead, EachReadIsLoggedFirst)
 {
     connect(2, 8, 4);
-    read(keys::auxParameter);
+    read(keys::capturePeriod);
     EXPECT_THAT(log.lines(), ElementsAre(debugLine(" getPproerty: \"CapturePeriod\"")));
     clearLogs();
     CameraProbe::m_category.setEnabled(QtDebugMsg, false);
-    read(keys::auxParameter);
+    read(keys::capturePeriod);
     CameraProbe::m_category.setEnabled(QtDebugMsg, true);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(PropertiesRead, EveryKeyOfTheHostsIsKnown)
+{
+    connect(2, 8, 4);
+    for (const PropertyInfo& property : zrnhost::propertyTable) {
+        Values values;
+        const unsigned result = code(camera.getProperty(property.key, values));
+        // The sizes of a camera that has some are never listed.
+        EXPECT_EQ(result, property.key == std::string_view(keys::resolutionList) ? 779U : 0U)
+            << property.key;
+    }
 }
 
 TEST_F(PropertiesRead, UnknownKeysAreNotSupported)
@@ -113,10 +129,10 @@ TEST_F(PropertiesRead, KeysEndAtTheirFirstNul)
 TEST_F(PropertiesRead, FieldsAreReadAsTheyStand)
 {
     connect(2, 8, 4);
-    expectExactly(read(keys::auxParameter), QVariant(10U));
-    expectExactly(read(keys::grabTimeout), QVariant(1000U));
-    expectExactly(read(keys::gainReadBack), QVariant(true));
-    expectExactly(read(keys::exposureReadBack), QVariant(true));
+    expectExactly(read(keys::capturePeriod), QVariant(10U));
+    expectExactly(read(keys::maxGrabWaitTime), QVariant(1000U));
+    expectExactly(read(keys::enableCheckGain), QVariant(true));
+    expectExactly(read(keys::enableCheckExposureTime), QVariant(true));
     expectExactly(read(keys::frameRate), QVariant(0.0));
 
     camera.m_auxParameter = -1;
@@ -124,34 +140,34 @@ TEST_F(PropertiesRead, FieldsAreReadAsTheyStand)
     camera.m_gainReadBack = false;
     camera.m_exposureReadBack = false;
     camera.m_frameRate = 24.5;
-    expectExactly(read(keys::auxParameter), QVariant(0xffffffffU));
-    expectExactly(read(keys::grabTimeout), QVariant(0xfffffffeU));
-    expectExactly(read(keys::gainReadBack), QVariant(false));
-    expectExactly(read(keys::exposureReadBack), QVariant(false));
+    expectExactly(read(keys::capturePeriod), QVariant(0xffffffffU));
+    expectExactly(read(keys::maxGrabWaitTime), QVariant(0xfffffffeU));
+    expectExactly(read(keys::enableCheckGain), QVariant(false));
+    expectExactly(read(keys::enableCheckExposureTime), QVariant(false));
     expectExactly(read(keys::frameRate), QVariant(24.5));
     EXPECT_THAT(bus.callTexts(), IsEmpty());
 
     camera.m_gainReadBack = true;
-    expectExactly(read(keys::gainReadBack), QVariant(true));
-    expectExactly(read(keys::exposureReadBack), QVariant(false));
+    expectExactly(read(keys::enableCheckGain), QVariant(true));
+    expectExactly(read(keys::enableCheckExposureTime), QVariant(false));
 }
 
-TEST_F(PropertiesRead, TheSensorClassTellsTypeSixApart)
+TEST_F(PropertiesRead, TheSensorClassFollowsTheType)
 {
     connect(2, 8, 4);
-    for (const int type : {-1, 0, 1, 5, 6, 7, 15, 16}) {
+    for (const int type : everySensor()) {
         camera.m_sensorType = type;
-        expectExactly(read(keys::sensorClass), QVariant(type == 6 ? 1 : 2));
+        expectExactly(read(keys::sensorCount), QVariant(sensorTypeOf(type).sensorCount));
     }
 }
 
 TEST_F(PropertiesRead, TheSerialNumberHasItsPrefix)
 {
     connect(2, 8, 4);
-    expectExactly(read(keys::serialNumber), QVariant("ZR4711"));
+    expectExactly(read(keys::serial), QVariant("ZR4711"));
     EXPECT_THAT(bus.callTexts(), IsEmpty());
     camera.m_currentNode->serial.clear();
-    EXPECT_EQ(refused(keys::serialNumber), 779U);
+    EXPECT_EQ(refused(keys::serial), 779U);
 }
 
 TEST_P(ControlKeys, ReadTheirControl)
@@ -191,7 +207,7 @@ TEST_P(ControlKeys, HoldNoLockWhileTheyRead)
 
 INSTANTIATE_TEST_SUITE_P(
     EveryControl, ControlKeys,
-    testing::Values(ControlKey{keys::sharpness, Control::Sharpness, "uvc_get_sharpness", false},
+    testing::Values(ControlKey{keys::sharp, Control::Sharpness, "uvc_get_sharpness", false},
                     ControlKey{keys::gamma, Control::Gamma, "uvc_get_gamma", false},
                     ControlKey{keys::hue, Control::Hue, "uvc_get_hue", true}),
     [](const auto& test) { return std::string(test.param.key); });
@@ -199,25 +215,24 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(PropertiesRead, ColourGainsAreBytesOfThePackedWord)
 {
     Camera& device = connect(2, 8, 4);
-    expectExactly(read(keys::colourByte0), QVariant(10));
+    expectExactly(read(keys::rGain), QVariant(10));
     EXPECT_THAT(bus.callTexts(),
                 ElementsAre("uvc_get_gamma handle1 GET_CUR", "uvc_get_sharpness handle1 GET_CUR",
                             "uvc_get_hue handle1 GET_CUR", "uvc_get_saturation handle1 GET_CUR"));
-    expectExactly(read(keys::colourByte1), QVariant(20));
-    expectExactly(read(keys::colourByte2), QVariant(30));
-    expectExactly(read(keys::colourByte3), QVariant(40));
+    expectExactly(read(keys::grGain), QVariant(20));
+    expectExactly(read(keys::gbGain), QVariant(30));
+    expectExactly(read(keys::bGain), QVariant(40));
 
     // Spilt bits and hue signs count.
     device[Control::Gamma].current = 0x0100;
     device[Control::Hue].current = -1;
-    expectExactly(read(keys::colourByte0), QVariant(0));
-    expectExactly(read(keys::colourByte1), QVariant(21));
-    expectExactly(read(keys::colourByte2), QVariant(255));
-    expectExactly(read(keys::colourByte3), QVariant(255));
+    expectExactly(read(keys::rGain), QVariant(0));
+    expectExactly(read(keys::grGain), QVariant(21));
+    expectExactly(read(keys::gbGain), QVariant(255));
+    expectExactly(read(keys::bGain), QVariant(255));
 
     bus.fail({"uvc_get_gamma", UVC_ERROR_PIPE});
-    for (const char* key :
-         {keys::colourByte0, keys::colourByte1, keys::colourByte2, keys::colourByte3}) {
+    for (const char* key : {keys::rGain, keys::grGain, keys::gbGain, keys::bGain}) {
         EXPECT_EQ(refused(key), 779U);
     }
 }
@@ -226,10 +241,10 @@ TEST_F(PropertiesRead, TheDeviceStatusIsARecord)
 {
     connect(2, 8, 4);
     camera.m_frameRate = 12.5;
-    expectExactly(read(keys::deviceStatus), Values{{"ONLINE", true}, {"FEAMERATE", 12.5}});
+    expectExactly(read(keys::heartBeat), Values{{"ONLINE", true}, {"FEAMERATE", 12.5}});
     EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_get_gain handle1 GET_CUR"));
     bus.fail({"uvc_get_gain", UVC_ERROR_NO_DEVICE});
-    const QVariant status = read(keys::deviceStatus);
+    const QVariant status = read(keys::heartBeat);
     expectExactly(status, Values{{"ONLINE", false}, {"FEAMERATE", 12.5}});
     EXPECT_STREQ(status.toMap()["ONLINE"].typeName(), "bool");
     EXPECT_STREQ(status.toMap()["FEAMERATE"].typeName(), "double");
@@ -250,7 +265,7 @@ TEST_F(PropertiesRead, TheDeviceStatusAsksTheVirtualGain)
     Overriding overriding;
     connect(overriding, 2, 8, 4);
     Values values;
-    EXPECT_EQ(code(overriding.getProperty(keys::deviceStatus, values)), 0U);
+    EXPECT_EQ(code(overriding.getProperty(keys::heartBeat, values)), 0U);
     EXPECT_EQ(values["value"].toMap()["ONLINE"], QVariant(false));
     EXPECT_THAT(overriding.m_selectors, ElementsAre(0));
 }
@@ -296,11 +311,11 @@ TEST_F(PropertiesRead, AClosedCameraFailsWhatNeedsTheDevice)
     connect(2, 8, 4);
     CZRNCamera::closeSpecifedDevice(camera.m_currentNode);
     clearLogs();
-    for (const char* key : {keys::sharpness, keys::gamma, keys::hue, keys::colourByte0,
-                            keys::resolutionList, keys::resolutionIndex}) {
+    for (const char* key : {keys::sharp, keys::gamma, keys::hue, keys::rGain, keys::resolutionList,
+                            keys::resolutionIndex}) {
         EXPECT_EQ(refused(key), 779U) << key;
     }
-    EXPECT_EQ(read(keys::deviceStatus).toMap()["ONLINE"], QVariant(false));
-    expectExactly(read(keys::serialNumber), QVariant("ZR4711"));
+    EXPECT_EQ(read(keys::heartBeat).toMap()["ONLINE"], QVariant(false));
+    expectExactly(read(keys::serial), QVariant("ZR4711"));
     EXPECT_THAT(bus.callTexts(), IsEmpty());
 }

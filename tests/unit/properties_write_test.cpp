@@ -1,7 +1,7 @@
 // Writing properties by their keys.
 
+#include "common/property_table.h"
 #include "driver_test.h"
-#include "property_keys.h"
 #include "stdout_capture.h"
 
 #include <QVariant>
@@ -12,6 +12,9 @@ using fakeuvc::Camera;
 using fakeuvc::Control;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using zrnhost::PropertyInfo;
+
+namespace keys = zrnhost::keys;
 
 using Values = QMap<QString, QVariant>;
 
@@ -94,9 +97,9 @@ void PrintTo(const ControlKey& control, std::ostream* stream)
 
 TEST_F(PropertiesWrite, WithoutACameraEveryWriteAnswersSo)
 {
-    for (const char* key : keys::all) {
-        EXPECT_EQ(write(key, 1), 512U) << key;
-        EXPECT_EQ(code(camera.setProperty(key, {})), 512U) << key;
+    for (const PropertyInfo& property : zrnhost::propertyTable) {
+        EXPECT_EQ(write(property.key, 1), 512U) << property.key;
+        EXPECT_EQ(code(camera.setProperty(property.key, {})), 512U) << property.key;
     }
     EXPECT_EQ(write("unknown", 1), 512U);
     EXPECT_EQ(camera.m_auxParameter, 10);
@@ -108,9 +111,10 @@ TEST_F(PropertiesWrite, AMissingValueIsFoundBeforeTheKey)
 {
     connectCamera();
     const Settings before = settings();
-    for (const char* key : keys::all) {
-        EXPECT_EQ(code(camera.setProperty(key, {})), 780U) << key;
-        EXPECT_EQ(code(camera.setProperty(key, {{"Value", 1}, {"values", 2}})), 780U) << key;
+    for (const PropertyInfo& property : zrnhost::propertyTable) {
+        EXPECT_EQ(code(camera.setProperty(property.key, {})), 780U) << property.key;
+        EXPECT_EQ(code(camera.setProperty(property.key, {{"Value", 1}, {"values", 2}})), 780U)
+            << property.key;
     }
     EXPECT_EQ(code(camera.setProperty("unknown", {})), 780U);
     EXPECT_EQ(settings(), before);
@@ -122,9 +126,12 @@ TEST_F(PropertiesWrite, UnknownAndReadOnlyKeysAreNotSupported)
 {
     connectCamera();
     const Settings before = settings();
-    for (const char* key : keys::readOnly) {
-        EXPECT_EQ(write(key, 1), 775U) << key;
-        EXPECT_EQ(write(key, "text"), 775U) << key;
+    for (const PropertyInfo& property : zrnhost::propertyTable) {
+        const unsigned refusal = property.writable ? 779U : 775U;
+        EXPECT_EQ(write(property.key, "text"), refusal) << property.key;
+        if (!property.writable) {
+            EXPECT_EQ(write(property.key, 1), refusal) << property.key;
+        }
     }
     for (const char* key : {"", "unknown", "gamma", "Gamma ", "ClearState"}) {
         EXPECT_EQ(write(key, 1), 775U) << key;
@@ -172,32 +179,32 @@ TEST_P(WritableKeys, AreKnownUpToTheirFirstNul)
 
 INSTANTIATE_TEST_SUITE_P(
     EveryKey, WritableKeys,
-    testing::Values(Key{keys::auxParameter, false}, Key{keys::colourByte3, false},
-                    Key{keys::gainReadBack, true}, Key{keys::exposureReadBack, true},
+    testing::Values(Key{keys::capturePeriod, false}, Key{keys::bGain, false},
+                    Key{keys::enableCheckGain, true}, Key{keys::enableCheckExposureTime, true},
                     Key{keys::cacheFrameCount, false}, Key{keys::resolutionIndex, false},
-                    Key{keys::grabTimeout, false}, Key{keys::sharpness, false},
-                    Key{keys::colourByte2, false}, Key{keys::colourByte0, false},
-                    Key{keys::colourByte1, false}, Key{keys::gamma, false}, Key{keys::hue, false}),
+                    Key{keys::maxGrabWaitTime, false}, Key{keys::sharp, false},
+                    Key{keys::gbGain, false}, Key{keys::rGain, false}, Key{keys::grGain, false},
+                    Key{keys::gamma, false}, Key{keys::hue, false}),
     [](const auto& test) { return std::string(test.param.text); });
 
 TEST_F(PropertiesWrite, IntegerFieldsTakeIntAndUnsigned)
 {
     connectCamera();
-    EXPECT_EQ(write(keys::auxParameter, 77), 0U);
+    EXPECT_EQ(write(keys::capturePeriod, 77), 0U);
     EXPECT_EQ(camera.m_auxParameter, 77);
-    EXPECT_EQ(write(keys::auxParameter, 78U), 0U);
+    EXPECT_EQ(write(keys::capturePeriod, 78U), 0U);
     EXPECT_EQ(camera.m_auxParameter, 78);
-    EXPECT_EQ(write(keys::auxParameter, -5), 0U);
+    EXPECT_EQ(write(keys::capturePeriod, -5), 0U);
     EXPECT_EQ(camera.m_auxParameter, -5);
-    EXPECT_EQ(write(keys::auxParameter, 0xfffffffeU), 0U);
+    EXPECT_EQ(write(keys::capturePeriod, 0xfffffffeU), 0U);
     EXPECT_EQ(camera.m_auxParameter, -2);
 
     for (const int timeout :
          {0, -1, 5, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
-        EXPECT_EQ(write(keys::grabTimeout, timeout), 0U);
+        EXPECT_EQ(write(keys::maxGrabWaitTime, timeout), 0U);
         EXPECT_EQ(camera.m_grabTimeout, timeout);
     }
-    EXPECT_EQ(write(keys::grabTimeout, 250U), 0U);
+    EXPECT_EQ(write(keys::maxGrabWaitTime, 250U), 0U);
     EXPECT_EQ(camera.m_grabTimeout, 250);
     EXPECT_THAT(bus.callTexts(), IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -209,20 +216,20 @@ TEST_F(PropertiesWrite, FlagsTakeBoolsAndIntegers)
     for (const QVariant& value : {QVariant(false), QVariant(0), QVariant(0U)}) {
         camera.m_gainReadBack = true;
         camera.m_exposureReadBack = true;
-        EXPECT_EQ(write(keys::gainReadBack, value), 0U);
+        EXPECT_EQ(write(keys::enableCheckGain, value), 0U);
         EXPECT_FALSE(camera.m_gainReadBack);
         EXPECT_TRUE(camera.m_exposureReadBack);
-        EXPECT_EQ(write(keys::exposureReadBack, value), 0U);
+        EXPECT_EQ(write(keys::enableCheckExposureTime, value), 0U);
         EXPECT_FALSE(camera.m_exposureReadBack);
     }
     for (const QVariant& value :
          {QVariant(true), QVariant(1), QVariant(-7), QVariant(0x80000000U)}) {
         camera.m_gainReadBack = false;
         camera.m_exposureReadBack = false;
-        EXPECT_EQ(write(keys::gainReadBack, value), 0U);
+        EXPECT_EQ(write(keys::enableCheckGain, value), 0U);
         EXPECT_TRUE(camera.m_gainReadBack);
         EXPECT_FALSE(camera.m_exposureReadBack);
-        EXPECT_EQ(write(keys::exposureReadBack, value), 0U);
+        EXPECT_EQ(write(keys::enableCheckExposureTime, value), 0U);
         EXPECT_TRUE(camera.m_exposureReadBack);
     }
 }
@@ -255,7 +262,7 @@ TEST_P(WritableControls, ReportAFailure)
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryControl, WritableControls,
-                         testing::Values(ControlKey{keys::sharpness, "uvc_set_sharpness", false},
+                         testing::Values(ControlKey{keys::sharp, "uvc_set_sharpness", false},
                                          ControlKey{keys::gamma, "uvc_set_gamma", false},
                                          ControlKey{keys::hue, "uvc_set_hue", true}),
                          [](const auto& test) { return std::string(test.param.key); });
@@ -263,11 +270,10 @@ INSTANTIATE_TEST_SUITE_P(EveryControl, WritableControls,
 TEST_F(PropertiesWrite, OneColourGainRewritesTheOthersAsRead)
 {
     Camera& device = connectCamera();
-    const std::vector<std::pair<const char*, Control>> bytes = {
-        {keys::colourByte0, Control::Gamma},
-        {keys::colourByte1, Control::Sharpness},
-        {keys::colourByte2, Control::Hue},
-        {keys::colourByte3, Control::Saturation}};
+    const std::vector<std::pair<const char*, Control>> bytes = {{keys::rGain, Control::Gamma},
+                                                                {keys::grGain, Control::Sharpness},
+                                                                {keys::gbGain, Control::Hue},
+                                                                {keys::bGain, Control::Saturation}};
     int value = 100;
     for (const auto& [key, control] : bytes) {
         Settings expected = settings();
@@ -281,9 +287,9 @@ TEST_F(PropertiesWrite, OneColourGainRewritesTheOthersAsRead)
         EXPECT_EQ(bus.calls().size(), 8U);
         ++value;
     }
-    EXPECT_EQ(write(keys::colourByte0, 0x1ff), 0U);
+    EXPECT_EQ(write(keys::rGain, 0x1ff), 0U);
     EXPECT_EQ(device[Control::Gamma].current, 255);
-    EXPECT_EQ(write(keys::colourByte2, 250U), 0U);
+    EXPECT_EQ(write(keys::gbGain, 250U), 0U);
     EXPECT_EQ(device[Control::Hue].current, 250);
 }
 
@@ -291,8 +297,7 @@ TEST_F(PropertiesWrite, AColourGainFailsWithItsGammaAccess)
 {
     connectCamera();
     const Settings before = settings();
-    const std::vector<const char*> bytes = {keys::colourByte0, keys::colourByte1, keys::colourByte2,
-                                            keys::colourByte3};
+    const std::vector<const char*> bytes = {keys::rGain, keys::grGain, keys::gbGain, keys::bGain};
     bus.fail({"uvc_set_gamma", UVC_ERROR_PIPE});
     for (const char* key : bytes) {
         EXPECT_EQ(write(key, 1), 779U) << key;
@@ -351,22 +356,28 @@ TEST_F(PropertiesWrite, AClosedCameraFailsWhatNeedsTheDevice)
     CZRNCamera::closeSpecifedDevice(camera.m_currentNode);
     clearLogs();
     const Settings before = settings();
-    for (const char* key : {keys::sharpness, keys::gamma, keys::hue, keys::colourByte0,
-                            keys::colourByte3, keys::resolutionIndex}) {
+    for (const char* key :
+         {keys::sharp, keys::gamma, keys::hue, keys::rGain, keys::bGain, keys::resolutionIndex}) {
         EXPECT_EQ(write(key, 1), 779U) << key;
     }
     EXPECT_EQ(settings(), before);
     EXPECT_THAT(bus.callTexts(), IsEmpty());
-    EXPECT_EQ(write(keys::auxParameter, 1), 0U);
+    EXPECT_EQ(write(keys::capturePeriod, 1), 0U);
 }
 
 TEST_F(PropertiesWrite, WhatIsWrittenIsRead)
 {
     connectCamera();
     const std::vector<std::pair<const char*, QVariant>> writes = {
-        {keys::auxParameter, 123U}, {keys::gainReadBack, false}, {keys::exposureReadBack, false},
-        {keys::cacheFrameCount, 5}, {keys::grabTimeout, 44U},    {keys::sharpness, 61000},
-        {keys::colourByte0, 9},     {keys::gamma, 300},          {keys::hue, -300},
+        {keys::capturePeriod, 123U},
+        {keys::enableCheckGain, false},
+        {keys::enableCheckExposureTime, false},
+        {keys::cacheFrameCount, 5},
+        {keys::maxGrabWaitTime, 44U},
+        {keys::sharp, 61000},
+        {keys::rGain, 9},
+        {keys::gamma, 300},
+        {keys::hue, -300},
     };
     for (const auto& [key, value] : writes) {
         ASSERT_EQ(write(key, value), 0U) << key;

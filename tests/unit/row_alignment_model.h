@@ -8,14 +8,13 @@
 
 /// The realignment of rows as a plain model: one byte after another, with every move checked
 /// against the image's edges.
+/// @param image width x height bytes, and what stands behind them. In images of fewer than 8 pixels
+/// the header goes on there, and beyond it counts as 0.
 /// @return 1 when the rows stay as they are, 2 when they move.
 inline int realignLikeModel(std::vector<unsigned char>& image, int width, int height)
 {
-    if (image.size() < 8) {
-        return 1;
-    }
-    const std::array<int, 8> header = {image[0], image[1], image[2], image[3],
-                                       image[4], image[5], image[6], image[7]};
+    std::array<int, 8> header{};
+    std::copy_n(image.begin(), std::min(image.size(), header.size()), header.begin());
     std::string joined;
     int z = -1;
     int c = -1;

@@ -162,7 +162,8 @@ void expectUnpacksRealigned(const Header& headerA, const Header& headerB, int wi
 
     GuardedBytes imageA(a.size(), 1);
     GuardedBytes imageB(b.size());
-    unpackFrame(layoutOf(0), frame.data(), width, height, imageA.data(), imageB.data());
+    unpackFrame(FrameLayout::InterleavedShifted, frame.data(), width, height, imageA.data(),
+                imageB.data());
 
     EXPECT_TRUE(sameBytes(a, imageA.bytes())) << "image A";
     EXPECT_TRUE(sameBytes(b, imageB.bytes())) << "image B";

@@ -1,10 +1,17 @@
 // Starting and stopping the stream, the ring's growth, and discarding frames.
 
 #include "driver_test.h"
+#include "sensor_numbers.h"
 
+#include <QMutexLocker>
+
+#include <atomic>
 #include <chrono>
+#include <fstream>
 #include <limits>
+#include <memory>
 #include <thread>
+#include <unistd.h>
 
 using fakeuvc::Camera;
 using testing::AllOf;
@@ -33,6 +40,19 @@ protected:
         EXPECT_TRUE(bus.deliver(device, width, height, data));
     }
 };
+
+/// Waits until a thread sleeps in the kernel, once it has told its number.
+void waitUntilBlocked(const std::atomic<int>& thread)
+{
+    for (char state = 'R'; state != 'S'; std::this_thread::yield()) {
+        std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+        std::string text;
+        std::getline(stat, text);
+        // "123 (name) S ..."
+        const std::size_t end = text.rfind(')');
+        state = end != std::string::npos && end + 2 < text.size() ? text[end + 2] : 'R';
+    }
+}
 
 const std::vector<std::string> startCalls = {
     "uvc_get_stream_ctrl_format_size handle1 format 1 8x4 rate 0",
@@ -66,6 +86,27 @@ TEST_F(Streaming, StartingAllocatesTheRingAndStartsTheStream)
     EXPECT_EQ(camera.m_frameRate, 0.0);
     EXPECT_TRUE(camera.m_fpsTimer.isValid());
     EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(3));
+}
+
+TEST_F(Streaming, ACameraMayAnnounceLargerFramesThanItSends)
+{
+    connectSmall();
+    camera.m_streamCtrl = new uvc_stream_ctrl_t();
+    camera.m_streamCtrl->dwMaxVideoFrameSize = 20 * 1024 * 1024;
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(Streaming, FramesThatLibuvcCannotHoldAreRefused)
+{
+    connectSmall();
+    camera.m_imageWidth = 4096;
+    camera.m_imageHeight = 2049;
+    camera.m_cacheFrameCount = 1;
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_THAT(log.lines(),
+                ElementsAre(criticalLine(" frames are too large for libuvc, size: 16785408")));
+    EXPECT_EQ(bus.count("uvc_start_streaming"), 0);
 }
 
 TEST_F(Streaming, StartingTwiceChangesNothing)
@@ -316,7 +357,139 @@ TEST_F(Streaming, DiscardingEndsWithTheStream)
     EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
 }
 
+TEST_F(Streaming, StoppingWaitsForTheFrameMutex)
+{
+    // Or else a grab that has just looked would wait for a frame that never comes.
+    connectSmall();
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    std::atomic<bool> stopped = false;
+    std::thread stopper;
+    {
+        const QMutexLocker queue(&camera.m_frameMutex);
+        stopper = std::thread([this, &stopped] {
+            EXPECT_EQ(code(camera.stopStream(0)), 0U);
+            stopped = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_FALSE(stopped);
+        EXPECT_TRUE(std::atomic_ref(camera.m_isStreaming).load());
+    }
+    stopper.join();
+    EXPECT_FALSE(camera.m_isStreaming);
+}
+
+TEST_F(Streaming, AStopEndsADiscardThatHasNoStream)
+{
+    connectSmall();
+    camera.m_grabTimeout = -1;
+    std::atomic<bool> done = false;
+    std::thread discarder([&] {
+        camera.discardFrames(0);
+        done = true;
+    });
+    // It may not have begun to wait yet.
+    while (!done) {
+        EXPECT_EQ(code(camera.stopStream(0)), 1033U);
+        std::this_thread::yield();
+    }
+    discarder.join();
+}
+
+TEST_F(Streaming, ADisconnectionEndsADiscardThatHasNoStream)
+{
+    connectSmall();
+    camera.m_grabTimeout = -1;
+    std::atomic<bool> done = false;
+    std::thread discarder([&] {
+        camera.discardFrames(0);
+        done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(code(camera.disconnectDevice()), 0U);
+    discarder.join();
+}
+
+TEST_F(Streaming, ADiscardDoesNotBeginToWaitWhileTheCameraIsDeleted)
+{
+    for (int round = 0; round < 5; ++round) {
+        auto probe = std::make_unique<CameraProbe>();
+        probe->m_grabTimeout = -1;
+        CameraProbe* const target = probe.get();
+        // Both wait for this mutex, the destroyer first, which therefore gets it first.
+        target->m_frameMutex.lock();
+        std::atomic<int> destroyerId = 0;
+        std::thread destroyer([&] {
+            destroyerId = gettid();
+            probe.reset();
+        });
+        waitUntilBlocked(destroyerId);
+        std::atomic<int> discarderId = 0;
+        std::thread discarder([&, target] {
+            discarderId = gettid();
+            target->CZRNCamera::discardFrames(0);
+        });
+        waitUntilBlocked(discarderId);
+        target->m_frameMutex.unlock();
+        discarder.join();
+        destroyer.join();
+    }
+}
+
+TEST_F(Streaming, ARingThatMemoryCannotServeIsRefusedBeforeItIsTouched)
+{
+    connectSmall();
+    camera.m_availableMemory = [] { return std::uint64_t{1'000'000'000}; };
+    for (const int count : {4'000'000, std::numeric_limits<int>::max()}) {
+        camera.m_cacheFrameCount = count;
+        EXPECT_EQ(code(camera.startStream(0)), 1052U);
+        EXPECT_THAT(log.lines(), SizeIs(1));
+        EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+        EXPECT_THAT(bus.callTexts(), IsEmpty());
+        EXPECT_THAT(camera.m_frameBuffers, IsEmpty());
+        EXPECT_THAT(camera.m_bufferLocks, IsEmpty());
+        EXPECT_FALSE(camera.m_isStreaming);
+        clearLogs();
+    }
+    camera.m_cacheFrameCount = 16;
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    // What is there needs no more.
+    camera.stopStream(0);
+    camera.m_availableMemory = [] { return std::uint64_t{0}; };
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+    camera.stopStream(0);
+    camera.m_cacheFrameCount = 17;
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+}
+
+TEST_F(Streaming, TheHugestRingIsRefusedOnThisMachineToo)
+{
+    connect(2, 1280, 1024);
+    camera.m_cacheFrameCount = std::numeric_limits<int>::max();
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+    EXPECT_THAT(camera.m_frameBuffers, IsEmpty());
+}
+
+TEST_F(Streaming, FramesThatFillLibuvcsBufferExactlyAreStreamed)
+{
+    connect(2, 4096, 2048); // 16 MiB
+    camera.m_cacheFrameCount = 1;
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+}
+
 // The cache size
+
+TEST_F(Streaming, ResizingTheCacheWaitsForNoFrame)
+{
+    connectSmall();
+    camera.m_grabTimeout = -1;
+    camera.m_frameIndexQueue.append({0, 1});
+    int count = 20;
+    EXPECT_TRUE(camera.cacheFrameCountIO(false, count));
+    EXPECT_EQ(camera.m_cacheFrameCount, 20);
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+    EXPECT_THAT(log.lines(), ElementsAre(LogLine{QtDebugMsg, "default", " flag: false"}));
+}
 
 TEST_F(Streaming, TheCacheSizeIsReadAndWrittenWhileStopped)
 {
@@ -476,14 +649,14 @@ TEST_F(Streaming, DegenerateSizesStreamWithoutHarm)
         Camera& device = connect(probe, 2, frameWidth, frameHeight);
         probe.m_cacheFrameCount = 2;
         ASSERT_EQ(code(probe.startStream(0)), 0U);
-        for (int type = -1; type <= 16; ++type) {
+        for (const int type : everySensor()) {
             probe.m_sensorType = type;
             std::vector<unsigned char> data(static_cast<std::size_t>(2 * frameWidth * frameHeight),
                                             0x30);
             ASSERT_TRUE(bus.deliver(device, frameWidth, frameHeight, data));
             QList<CameraSpace::ImageBlock*> images;
             EXPECT_EQ(code(probe.grabImage(images)), 0U);
-            ASSERT_EQ(images.size(), type == 5 ? 1 : 2);
+            ASSERT_EQ(images.size(), sensorTypeOf(type).layout == FrameLayout::Single ? 1 : 2);
             for (const CameraSpace::ImageBlock* image : images) {
                 EXPECT_EQ(image->data.size(), frameWidth * frameHeight + 8);
             }

@@ -1,6 +1,7 @@
 // Exposure, gain and the other operations of the camera interface that are not about the stream.
 
 #include "driver_test.h"
+#include "sensor_numbers.h"
 
 #include <chrono>
 #include <tuple>
@@ -142,22 +143,20 @@ TEST_P(TypedControlsOfSensor, ExposureIsConvertedOnItsWayToTheDeviceAndBack)
     EXPECT_EQ(code(camera.getExposureTimeRange(minimum, maximum, 0)), 0U);
     EXPECT_EQ(code(camera.setExposureTime(1000, 0)), 0U);
 
-    switch (GetParam()) {
-    case 0:
-    case 15:
+    switch (sensorTypeOf(GetParam()).exposureStep) {
+    case ExposureStep::Hundred:
         EXPECT_EQ(time, 4500U);
         EXPECT_EQ(maximum, 500000U);
         EXPECT_EQ(device[Control::Brightness].current, 10);
         EXPECT_EQ(camera.m_exposureTime, 10);
         break;
-    case 1:
-    case 5:
+    case ExposureStep::Fractional:
         EXPECT_EQ(time, 999U);
         EXPECT_EQ(maximum, 111100U);
         EXPECT_EQ(device[Control::Brightness].current, 45);
         EXPECT_EQ(camera.m_exposureTime, 45);
         break;
-    default:
+    case ExposureStep::One:
         EXPECT_EQ(time, 45U);
         EXPECT_EQ(maximum, 5000U);
         EXPECT_EQ(device[Control::Brightness].current, 1000);
@@ -166,7 +165,7 @@ TEST_P(TypedControlsOfSensor, ExposureIsConvertedOnItsWayToTheDeviceAndBack)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(EverySensor, TypedControlsOfSensor, testing::Range(-1, 17));
+INSTANTIATE_TEST_SUITE_P(EverySensor, TypedControlsOfSensor, testing::ValuesIn(everySensor()));
 
 TEST_F(TypedControls, SettingTheExposureWritesAndReadsBackWithPauses)
 {

@@ -1,22 +1,21 @@
 #include "frame_unpacking.h"
 #include "guarded_bytes.h"
 #include "row_alignment_model.h"
+#include "sensor_numbers.h"
+#include "unpacking_model.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
-#include <cstdint>
+#include <cstddef>
 #include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace
 {
 
 using Image = std::vector<unsigned char>;
-using Index = std::int64_t;
 
 struct Geometry {
     int width;
@@ -28,140 +27,6 @@ std::ostream& operator<<(std::ostream& stream, const Geometry& geometry)
     return stream << geometry.width << "x" << geometry.height;
 }
 
-/// The plain model: a picture pair into which a layout puts one byte after another, and which
-/// forgets what would lie outside.
-class Model
-{
-public:
-    Model(int sensorType, Geometry geometry, const std::vector<unsigned char>& frame)
-        : m_width(geometry.width)
-        , m_height(geometry.height)
-        , m_pixels(m_width * m_height)
-        , m_frame(frame)
-        , a(static_cast<std::size_t>(m_pixels))
-        , b(static_cast<std::size_t>(m_pixels))
-    {
-        switch (sensorType) {
-        case 2:
-        case 3:
-        case 6:
-        case 8:
-        case 10:
-        case 11:
-        case 15:
-            reversedGroups();
-            break;
-        case 0:
-            alternating();
-            realignLikeModel(a, geometry.width, geometry.height);
-            realignLikeModel(b, geometry.width, geometry.height);
-            break;
-        case 5:
-            single();
-            break;
-        case 7:
-            bothEnds();
-            break;
-        case 12:
-            bothEnds();
-            mirror(a);
-            mirror(b);
-            break;
-        case 13:
-            strips();
-            break;
-        default:
-            alternating();
-        }
-    }
-
-private:
-    void put(Image& image, Index to, Index from)
-    {
-        const bool exists = from < static_cast<Index>(m_frame.size());
-        if (exists && to >= 0 && to < m_pixels) {
-            image[static_cast<std::size_t>(to)] = m_frame[static_cast<std::size_t>(from)];
-        }
-    }
-
-    void alternating()
-    {
-        for (Index i = 0; i < m_pixels; ++i) {
-            put(a, i, 2 * i);
-            put(b, i, 2 * i + 1);
-        }
-    }
-
-    void reversedGroups()
-    {
-        for (Index g = 0; g < m_pixels / 4; ++g) {
-            const Index t = 8 * g;
-            for (Index n = 0; n < 4; ++n) {
-                put(a, 4 * g + n, t + 3 - n);
-                put(b, 4 * g + n, t + 7 - n);
-            }
-        }
-    }
-
-    void single()
-    {
-        for (Index i = 0; i < m_pixels; ++i) {
-            put(a, i, i);
-        }
-    }
-
-    void bothEnds()
-    {
-        for (Index y = 0; y < m_height; ++y) {
-            const Index left = y * m_width;
-            const Index right = left + m_width - 1;
-            Index s = 2 * m_width * y;
-            for (Index k = 0; 8 * k < 2 * m_width; ++k) {
-                for (Image* image : {&a, &b}) {
-                    put(*image, left + 2 * k, s++);
-                    put(*image, right - 2 * k, s++);
-                    put(*image, left + 2 * k + 1, s++);
-                    put(*image, right - 2 * k - 1, s++);
-                }
-            }
-        }
-    }
-
-    void mirror(Image& image) const
-    {
-        for (Index y = 0; m_width >= 4 && y < m_height; ++y) {
-            for (Index j = 0; j < m_width / 4; ++j) {
-                const Index row = y * m_width;
-                std::swap(image[static_cast<std::size_t>(row + m_width / 2 + j)],
-                          image[static_cast<std::size_t>(row + m_width - 1 - j)]);
-            }
-        }
-    }
-
-    void strips()
-    {
-        const std::array<Index, 4> strip = {0, 320, 640, 960};
-        for (Index k = 0; k < 2 * m_pixels; ++k) {
-            const Index r = k / (2 * m_width);
-            const Index q = (k - r * 2 * m_width) >> 3;
-            put((k & 4) == 0 ? a : b, strip[static_cast<std::size_t>(k & 3)] + m_width * r + q, k);
-        }
-    }
-
-    Index m_width;
-    Index m_height;
-    Index m_pixels;
-    const std::vector<unsigned char>& m_frame;
-
-public:
-    Image a;
-    Image b;
-};
-
-constexpr int firstSensorType = -1;
-constexpr int lastSensorType = 16;
-constexpr int singleImageType = 5;
-
 std::size_t pixelsOf(Geometry geometry)
 {
     return static_cast<std::size_t>(geometry.width) * static_cast<std::size_t>(geometry.height);
@@ -172,8 +37,8 @@ void expectUnpacksLikeModel(int sensorType, Geometry geometry, std::size_t misal
     SCOPED_TRACE(::testing::Message() << "sensor type " << sensorType << ", " << geometry
                                       << ", misaligned by " << misalignment);
     const std::size_t pixels = pixelsOf(geometry);
-    const bool single = sensorType == singleImageType;
-    const FrameLayout layout = layoutOf(sensorType);
+    const FrameLayout layout = sensorTypeOf(sensorType).layout;
+    const bool single = layout == FrameLayout::Single;
     const std::size_t size = packedSize(layout, geometry.width, geometry.height);
     ASSERT_EQ(size, single ? pixels : 2 * pixels);
 
@@ -181,7 +46,12 @@ void expectUnpacksLikeModel(int sensorType, Geometry geometry, std::size_t misal
     const std::vector<unsigned char> bytes = noise(misalignment + size, 1);
     const std::vector<unsigned char> frame(
         bytes.begin() + static_cast<std::ptrdiff_t>(misalignment), bytes.end());
-    const Model model(sensorType, geometry, frame);
+    UnpackingModel model(layout, static_cast<std::size_t>(geometry.width),
+                         static_cast<std::size_t>(geometry.height), frame);
+    if (layout == FrameLayout::InterleavedShifted) {
+        realignLikeModel(model.a, geometry.width, geometry.height);
+        realignLikeModel(model.b, geometry.width, geometry.height);
+    }
     GuardedBytes imageA(pixels, misalignment);
     GuardedBytes imageB(pixels, misalignment / 2);
 
@@ -196,11 +66,11 @@ void expectUnpacksLikeModel(int sensorType, Geometry geometry, std::size_t misal
     EXPECT_TRUE(imageB.guardsIntact());
 }
 
-class EverySensorType : public ::testing::TestWithParam<int>
+class EveryLayout : public ::testing::TestWithParam<int>
 {
 };
 
-TEST_P(EverySensorType, UnpacksRealGeometries)
+TEST_P(EveryLayout, UnpacksRealGeometries)
 {
     for (const Geometry geometry :
          {Geometry{1280, 1024}, {2616, 1991}, {640, 480}, {1920, 1080}, {1264, 1016}, {320, 240}}) {
@@ -208,7 +78,7 @@ TEST_P(EverySensorType, UnpacksRealGeometries)
     }
 }
 
-TEST_P(EverySensorType, UnpacksOddGeometries)
+TEST_P(EveryLayout, UnpacksOddGeometries)
 {
     for (const Geometry geometry : {Geometry{1279, 3},
                                     {1281, 3},
@@ -229,7 +99,7 @@ TEST_P(EverySensorType, UnpacksOddGeometries)
 }
 
 // Every width around one, two and more vectors of any machine, so that each tail length occurs.
-TEST_P(EverySensorType, UnpacksEverySmallGeometry)
+TEST_P(EveryLayout, UnpacksEverySmallGeometry)
 {
     for (int height = 1; height <= 9; ++height) {
         for (int width = 1; width <= 300; width += width < 140 ? 1 : 7) {
@@ -239,25 +109,23 @@ TEST_P(EverySensorType, UnpacksEverySmallGeometry)
     }
 }
 
-TEST_P(EverySensorType, UnpacksAnEmptyFrame)
+TEST_P(EveryLayout, UnpacksAnEmptyFrame)
 {
     for (const Geometry geometry : {Geometry{0, 0}, {0, 5}, {5, 0}}) {
         expectUnpacksLikeModel(GetParam(), geometry, 1);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Unpacking, EverySensorType,
-                         ::testing::Range(firstSensorType, lastSensorType + 1),
+INSTANTIATE_TEST_SUITE_P(Unpacking, EveryLayout, ::testing::ValuesIn(sensorOfEachLayout()),
                          [](const ::testing::TestParamInfo<int>& type) {
-                             return type.param < 0 ? "Minus" + std::to_string(-type.param)
-                                                   : std::to_string(type.param);
+                             return "OfType" + std::to_string(type.param);
                          });
 
 /// Both images of a tiny frame.
 std::array<Image, 2> unpack(int sensorType, Geometry geometry, const Image& frame)
 {
     std::array<Image, 2> images = {Image(pixelsOf(geometry)), Image(pixelsOf(geometry))};
-    unpackFrame(layoutOf(sensorType), frame.data(), geometry.width, geometry.height,
+    unpackFrame(sensorTypeOf(sensorType).layout, frame.data(), geometry.width, geometry.height,
                 images[0].data(), images[1].data());
     return images;
 }

@@ -29,8 +29,37 @@ OriginalUsb makeFunctions()
         FakeUsb::instance().calls.emplace_back("free");
     };
     functions.getVersion = [] { return &faultyVersion; };
-    functions.handleEventsTimeoutCompleted = [](libusb_context*, timeval*, int*) -> int {
-        FakeUsb::instance().event();
+    functions.exit = [](libusb_context*) { FakeUsb::instance().calls.emplace_back("exit"); };
+    functions.freeConfigDescriptor = [](libusb_config_descriptor*) {
+        FakeUsb::instance().calls.emplace_back("free config");
+    };
+    functions.getConfigDescriptor = [](libusb_device*, std::uint8_t,
+                                       libusb_config_descriptor** configuration) -> int {
+        FakeUsb::instance().calls.emplace_back("get config");
+        *configuration = &FakeUsb::instance().configuration;
+        return LIBUSB_SUCCESS;
+    };
+    functions.getStringDescriptor = [](libusb_device_handle*, std::uint8_t, unsigned char*, int) {
+        FakeUsb::instance().calls.emplace_back("get string");
+        return FakeUsb::instance().controlResult;
+    };
+    functions.handleEventsCompleted = [](libusb_context*, int*) -> int {
+        FakeUsb::instance().calls.emplace_back("events");
+        return LIBUSB_SUCCESS;
+    };
+    functions.handleEventsTimeoutCompleted = [](libusb_context*, timeval* timeout, int*) -> int {
+        FakeUsb::instance().calls.emplace_back("events for " + std::to_string(timeout->tv_sec) +
+                                               " s");
+        return LIBUSB_SUCCESS;
+    };
+    functions.init = [](libusb_context** context) -> int {
+        FakeUsb::instance().calls.emplace_back("init");
+        *context = FakeUsb::instance().context;
+        return LIBUSB_SUCCESS;
+    };
+    functions.open = [](libusb_device*, libusb_device_handle** handle) -> int {
+        FakeUsb::instance().calls.emplace_back("open");
+        *handle = FakeUsb::instance().handle;
         return LIBUSB_SUCCESS;
     };
     functions.kernelDriverActive = [](libusb_device_handle*, int) {
@@ -57,6 +86,13 @@ FakeUsb& FakeUsb::instance()
 
 const usbguards::OriginalUsb& usbguards::originalUsb()
 {
-    static const OriginalUsb functions = makeFunctions();
-    return functions;
+    static const OriginalUsb all = makeFunctions();
+    static const OriginalUsb shown = [] {
+        OriginalUsb functions = makeFunctions();
+        functions.getVersion = nullptr;
+        functions.handleEventsTimeoutCompleted = nullptr;
+        functions.kernelDriverActive = nullptr;
+        return functions;
+    }();
+    return FakeUsb::instance().showsAll ? all : shown;
 }

@@ -1,20 +1,22 @@
 #pragma once
 
-#include "usb_guards/libusb_functions.h"
+#include <libusb.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 /// Stand-in for libusb behind the guards: answers what a test sets, and notes the calls.
 struct FakeUsb {
-    int submitResult = usbguards::LIBUSB_SUCCESS;
-    int cancelResult = usbguards::LIBUSB_SUCCESS;
+    int submitResult = LIBUSB_SUCCESS;
+    int cancelResult = LIBUSB_SUCCESS;
     int controlResult = 0;
     int kernelDriverResult = 0;
-    int setInterfaceResult = usbguards::LIBUSB_SUCCESS;
-    std::function<void()> event; ///< what happens while events are handled
-    unsigned controlTimeout = 0; ///< of the last control transfer
+    int setInterfaceResult = LIBUSB_SUCCESS;
+    unsigned controlTimeout = 0;            ///< of the last control transfer
+    bool showsAll = true;                   ///< also the functions that libuvc does not call
+    libusb_context* context = nullptr;      ///< the next one
+    libusb_device_handle* handle = nullptr; ///< the next one
+    libusb_config_descriptor configuration{};
     std::vector<std::string> calls;
 
     static FakeUsb& instance();

@@ -1,10 +1,12 @@
-// The guards as libuvc calls them.
+// What the guards do about calls on the driver's behalf.
 
 #include "fake_usb.h"
+#include "usb_guards/owned_objects.h"
 #include "usb_guards/usb_guards.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <vector>
 
 using namespace usbguards;
@@ -27,8 +29,16 @@ class UsbGuards : public testing::Test
 protected:
     UsbGuards()
     {
-        FakeUsb::instance() = {};
+        usb = {};
+        usb.handle = handle;
+        {
+            const OwnedObjects::DriverCall call;
+            libusb_device_handle* opened = nullptr;
+            guardOpen(nullptr, &opened);
+        }
+        usb.calls.clear();
         delivered.clear();
+        transfer.dev_handle = handle;
         transfer.type = LIBUSB_TRANSFER_TYPE_BULK;
         transfer.callback = onTransfer;
         transfer.buffer = buffer;
@@ -36,8 +46,8 @@ protected:
     }
     ~UsbGuards() override
     {
-        libusb_free_transfer(&transfer);
-        libusb_close(handle);
+        guardFreeTransfer(&transfer);
+        guardClose(handle);
     }
 
     /// What libusb does when a submitted transfer ends.
@@ -49,22 +59,23 @@ protected:
     int control(unsigned timeout = 0)
     {
         unsigned char data[2] = {};
-        return libusb_control_transfer(handle, 0xa1, 0x81, 0x0400, 0x0200, data, 2, timeout);
+        return guardControlTransfer(handle, 0xa1, 0x81, 0x0400, 0x0200, data, 2, timeout);
     }
 
     FakeUsb& usb = FakeUsb::instance();
     int device = 0;
     libusb_device_handle* handle = reinterpret_cast<libusb_device_handle*>(&device);
     unsigned char buffer[16] = {};
-    libusb_transfer transfer{};
+    std::unique_ptr<libusb_transfer> memory = std::make_unique<libusb_transfer>();
+    libusb_transfer& transfer = *memory;
 };
 
 TEST_F(UsbGuards, ATransferPassesThrough)
 {
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_SUCCESS);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_SUCCESS);
     complete(LIBUSB_TRANSFER_COMPLETED);
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_SUCCESS);
-    EXPECT_EQ(libusb_cancel_transfer(&transfer), LIBUSB_SUCCESS);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_SUCCESS);
+    EXPECT_EQ(guardCancelTransfer(&transfer), LIBUSB_SUCCESS);
     complete(LIBUSB_TRANSFER_CANCELLED);
     EXPECT_EQ(usb.calls, (Calls{"submit", "submit", "cancel"}));
     EXPECT_EQ(delivered, (std::vector{LIBUSB_TRANSFER_COMPLETED, LIBUSB_TRANSFER_CANCELLED}));
@@ -73,27 +84,27 @@ TEST_F(UsbGuards, ATransferPassesThrough)
 TEST_F(UsbGuards, AFirstSubmissionThatFailsIsJustRefused)
 {
     usb.submitResult = LIBUSB_ERROR_NO_MEM;
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_ERROR_NO_MEM);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_ERROR_NO_MEM);
     EXPECT_TRUE(delivered.empty());
 }
 
 TEST_F(UsbGuards, AResubmissionThatFailsIsReported)
 {
-    libusb_submit_transfer(&transfer);
+    guardSubmitTransfer(&transfer);
     usb.submitResult = LIBUSB_ERROR_NO_DEVICE;
-    libusb_submit_transfer(&transfer);
+    guardSubmitTransfer(&transfer);
     EXPECT_EQ(delivered, std::vector{LIBUSB_TRANSFER_NO_DEVICE});
 
     usb.submitResult = LIBUSB_ERROR_NO_MEM;
-    libusb_submit_transfer(&transfer);
+    guardSubmitTransfer(&transfer);
     EXPECT_EQ(delivered.back(), LIBUSB_TRANSFER_ERROR);
 }
 
 TEST_F(UsbGuards, AStalledTransferIsNotSubmittedAgain)
 {
-    libusb_submit_transfer(&transfer);
+    guardSubmitTransfer(&transfer);
     complete(LIBUSB_TRANSFER_STALL);
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(usb.calls, Calls{"submit"});
     EXPECT_EQ(delivered, (std::vector{LIBUSB_TRANSFER_STALL, LIBUSB_TRANSFER_ERROR}));
 }
@@ -101,57 +112,53 @@ TEST_F(UsbGuards, AStalledTransferIsNotSubmittedAgain)
 TEST_F(UsbGuards, AStalledInterruptTransferIsNotSubmittedAgain)
 {
     transfer.type = LIBUSB_TRANSFER_TYPE_INTERRUPT;
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_SUCCESS);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_SUCCESS);
     transfer.status = LIBUSB_TRANSFER_STALL;
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(usb.calls, Calls{"submit"});
 }
 
 TEST_F(UsbGuards, ACancelledTransferIsNotSubmittedAgain)
 {
-    libusb_submit_transfer(&transfer);
+    guardSubmitTransfer(&transfer);
     usb.cancelResult = LIBUSB_ERROR_NOT_FOUND; // it has just completed
-    EXPECT_EQ(libusb_cancel_transfer(&transfer), LIBUSB_ERROR_NOT_FOUND);
-    libusb_submit_transfer(&transfer);
+    EXPECT_EQ(guardCancelTransfer(&transfer), LIBUSB_ERROR_NOT_FOUND);
+    guardSubmitTransfer(&transfer);
     EXPECT_EQ(usb.calls, (Calls{"submit", "cancel"}));
     EXPECT_EQ(delivered, std::vector{LIBUSB_TRANSFER_CANCELLED});
 }
 
 TEST_F(UsbGuards, ATransferThatTimedOutIsSubmittedAgain)
 {
-    libusb_submit_transfer(&transfer);
-    usb.event = [this] { libusb_cancel_transfer(&transfer); }; // libusb's own way to end it
-    libusb_handle_events_completed(nullptr, nullptr);
+    guardSubmitTransfer(&transfer);
     complete(LIBUSB_TRANSFER_TIMED_OUT);
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_SUCCESS);
-    EXPECT_EQ(usb.calls, (Calls{"submit", "cancel", "submit"}));
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_SUCCESS);
+    EXPECT_EQ(usb.calls, (Calls{"submit", "submit"}));
 }
 
 TEST_F(UsbGuards, ATransferThatTimedOutDuringAStopEnds)
 {
-    libusb_submit_transfer(&transfer);
-    usb.event = [this] { libusb_cancel_transfer(&transfer); };
-    libusb_handle_events_completed(nullptr, nullptr);
-    libusb_cancel_transfer(&transfer);
+    guardSubmitTransfer(&transfer);
+    guardCancelTransfer(&transfer);
     complete(LIBUSB_TRANSFER_TIMED_OUT);
-    EXPECT_EQ(libusb_submit_transfer(&transfer), LIBUSB_ERROR_INTERRUPTED);
-    EXPECT_EQ(usb.calls, (Calls{"submit", "cancel", "cancel"}));
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_ERROR_INTERRUPTED);
+    EXPECT_EQ(usb.calls, (Calls{"submit", "cancel"}));
     EXPECT_EQ(delivered, (std::vector{LIBUSB_TRANSFER_TIMED_OUT, LIBUSB_TRANSFER_CANCELLED}));
 }
 
 TEST_F(UsbGuards, CancellingWhatIsInFlightAlwaysPromisesItsEnd)
 {
-    libusb_submit_transfer(&transfer);
+    guardSubmitTransfer(&transfer);
     usb.cancelResult = LIBUSB_ERROR_NO_DEVICE;
-    EXPECT_EQ(libusb_cancel_transfer(&transfer), LIBUSB_ERROR_NOT_FOUND);
+    EXPECT_EQ(guardCancelTransfer(&transfer), LIBUSB_ERROR_NOT_FOUND);
 }
 
 TEST_F(UsbGuards, CancellingWhatNeverFlewPromisesNothing)
 {
-    EXPECT_EQ(libusb_cancel_transfer(&transfer), LIBUSB_ERROR_OTHER);
+    EXPECT_EQ(guardCancelTransfer(&transfer), LIBUSB_ERROR_OTHER);
     usb.submitResult = LIBUSB_ERROR_NO_MEM;
-    libusb_submit_transfer(&transfer);
-    EXPECT_EQ(libusb_cancel_transfer(&transfer), LIBUSB_ERROR_OTHER);
+    guardSubmitTransfer(&transfer);
+    EXPECT_EQ(guardCancelTransfer(&transfer), LIBUSB_ERROR_OTHER);
     EXPECT_EQ(usb.calls, Calls{"submit"});
 }
 
@@ -176,13 +183,41 @@ TEST_F(UsbGuards, AMuteDeviceIsAskedBrieflyUntilItAnswers)
     EXPECT_EQ(usb.controlTimeout, 2000U);
 }
 
+TEST_F(UsbGuards, AResetMayTakeLongAndOthersMayNot)
+{
+    unsigned char data[2] = {};
+    const auto write = [&](std::uint16_t value, std::uint16_t index) {
+        guardControlTransfer(handle, 0x21, 0x01, value, index, data, 2, 0);
+        return usb.controlTimeout;
+    };
+    EXPECT_EQ(write(0x0300, 0x0200), 5000U);
+    EXPECT_EQ(write(0x0300, 0x0001), 2000U) << "addressed to an interface";
+    EXPECT_EQ(write(0x0400, 0x0200), 2000U) << "another control";
+    guardControlTransfer(handle, 0xa1, 0x81, 0x0300, 0x0200, data, 2, 0);
+    EXPECT_EQ(usb.controlTimeout, 2000U) << "reading it";
+
+    usb.controlResult = LIBUSB_ERROR_TIMEOUT;
+    control();
+    EXPECT_EQ(write(0x0300, 0x0200), 5000U) << "after a lapse as well";
+}
+
+TEST_F(UsbGuards, AMuteDeviceIsAskedForOneString)
+{
+    usb.controlResult = LIBUSB_ERROR_TIMEOUT;
+    unsigned char text[8];
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(guardGetStringDescriptor(handle, 1, text, sizeof text), LIBUSB_ERROR_TIMEOUT);
+    }
+    EXPECT_EQ(usb.calls, Calls{"get string"});
+}
+
 TEST_F(UsbGuards, CommitsToUnusablePayloadsAreRefused)
 {
     const auto commit = [this](std::uint8_t lowByte, std::uint8_t highByte) {
         unsigned char block[26] = {};
         block[22] = lowByte;
         block[25] = highByte;
-        return libusb_control_transfer(handle, 0x21, 0x01, 0x0200, 1, block, sizeof block, 0);
+        return guardControlTransfer(handle, 0x21, 0x01, 0x0200, 1, block, sizeof block, 0);
     };
     EXPECT_EQ(commit(0, 0), LIBUSB_ERROR_INVALID_PARAM);
     EXPECT_EQ(commit(0, 0x80), LIBUSB_ERROR_INVALID_PARAM);
@@ -193,21 +228,30 @@ TEST_F(UsbGuards, CommitsToUnusablePayloadsAreRefused)
 TEST_F(UsbGuards, TheFaultyFunctionNeverSeesADepartedDevice)
 {
     usb.kernelDriverResult = LIBUSB_ERROR_NO_DEVICE;
-    EXPECT_EQ(libusb_set_interface_alt_setting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
-    libusb_close(handle);
+    EXPECT_EQ(guardSetInterfaceAltSetting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
+    guardClose(handle);
     EXPECT_EQ(usb.calls, Calls{"close"});
+}
+
+/// A host with a libusb inside may show those functions alone that libuvc calls.
+TEST_F(UsbGuards, DepartureIsAskedForByARequestWhereLibusbShowsLittle)
+{
+    usb.showsAll = false;
+    usb.controlResult = LIBUSB_ERROR_NO_DEVICE;
+    EXPECT_EQ(guardSetInterfaceAltSetting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(usb.calls, Calls{"control"});
+    EXPECT_EQ(usb.controlTimeout, 100U);
+    usb.controlResult = 2;
+    EXPECT_EQ(guardSetInterfaceAltSetting(handle, 1, 0), LIBUSB_SUCCESS);
+    EXPECT_EQ(usb.calls.back(), "set interface");
 }
 
 TEST_F(UsbGuards, AHandleSpoiltInTheLastMomentIsNotClosed)
 {
-    static int lostDevice = 0; // its handle stays, so no other one gets its address
-    auto* const lost = reinterpret_cast<libusb_device_handle*>(&lostDevice);
     usb.setInterfaceResult = LIBUSB_ERROR_NO_DEVICE;
-    EXPECT_EQ(libusb_set_interface_alt_setting(lost, 1, 0), LIBUSB_ERROR_NO_DEVICE);
-    libusb_close(lost);
+    EXPECT_EQ(guardSetInterfaceAltSetting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
+    guardClose(handle);
     EXPECT_EQ(usb.calls, Calls{"set interface"});
-    libusb_close(handle);
-    EXPECT_EQ(usb.calls.back(), "close");
 }
 
 } // namespace

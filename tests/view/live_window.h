@@ -23,7 +23,7 @@ public:
                       std::make_shared<zrnhost::DriverPlugin>(QStringLiteral(ZRN_PLUGIN_PATH));
                   return std::shared_ptr<IFactory>(plugin, &plugin->factory());
               },
-              [] { return zrnhost::camerasOnBus(QString()); })
+              zrnhost::busReaders())
         , window(bench, options(cameras))
     {
         window.resize(1600, 940);
@@ -48,7 +48,7 @@ public:
     /// The panel of a virtual camera.
     CameraPanel& panelOf(VirtualCamera& camera)
     {
-        const QString serial = QStringLiteral("ZR") + QString::fromStdString(camera.serialKey());
+        const QString serial = QString::fromStdString(camera.serial());
         const auto found = std::find_if(
             window.panels().begin(), window.panels().end(),
             [&serial](CameraPanel* panel) { return panel->device().serial() == serial; });

@@ -136,8 +136,8 @@ private slots:
         LiveWindow live(1);
         QVERIFY(live.waitForStreams(1));
         live.panelOf(camera);
-        camera.run("control-fault",
-                   {{"action", "stall"}, {"request", "set-cur"}, {"target", "brightness"}});
+        camera.tell("control-fault",
+                    {{"action", "stall"}, {"request", "set-cur"}, {"target", "brightness"}});
         ControlRow& row = live.window.side().controls()->row(Setting::Exposure);
         row.field().setValue(9000);
         QTRY_VERIFY_WITH_TIMEOUT(row.message().contains(QStringLiteral("1037")), patience);
@@ -153,12 +153,12 @@ private slots:
         QVERIFY(live.waitForStreams(1));
         CameraPanel& panel = live.panelOf(camera);
         QTest::qWait(plotMilliseconds);
-        camera.run("freeze");
+        camera.tell("freeze");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Silent, patience);
         QTRY_VERIFY_WITH_TIMEOUT(!panel.notice().remedy().isEmpty(), patience);
         QTest::qWait(300);
         capture(live.window, "silent");
-        camera.run("thaw");
+        camera.tell("thaw");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Streaming, patience);
     }
 
@@ -191,11 +191,11 @@ private slots:
         QVERIFY(live.waitForStreams(2));
         CameraPanel& panel = live.panelOf(camera);
         QTest::qWait(plotMilliseconds);
-        camera.run("unplug");
+        camera.tell("unplug");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Lost, patience);
         QTest::qWait(300);
         capture(live.window, "unplugged");
-        camera.run("plug");
+        camera.tell("plug");
         QVERIFY(live.waitForStreams(2));
     }
 
@@ -208,7 +208,7 @@ private slots:
                     "The driver plugin was not found; name it with --plugin or in the "
                     "environment variable ZRNCAM_PLUGIN.");
             },
-            [] { return std::vector<zrnhost::UsbCamera>(); });
+            {[] { return std::vector<zrn::BusCamera>(); }, {}, {}});
         MainWindow window(bench, WindowOptions());
         window.resize(1200, 700);
         window.show();

@@ -10,7 +10,7 @@ namespace
 
 int controlOf(VirtualCamera& camera, const char* control)
 {
-    return camera.run("controls").at("controls").at(control).at("cur").get<int>();
+    return camera.tell("controls").at("controls").at(control).at("cur").get<int>();
 }
 
 void expectSame(const zrnrecording::Frame& frame, const zrnsim::SentImages& sent)
@@ -67,8 +67,8 @@ private slots:
         QVERIFY(live.waitForStreams(1));
         live.panelOf(camera);
         ControlRow& row = live.window.side().controls()->row(Setting::Exposure);
-        camera.run("control-fault",
-                   {{"action", "stall"}, {"request", "set-cur"}, {"target", "brightness"}});
+        camera.tell("control-fault",
+                    {{"action", "stall"}, {"request", "set-cur"}, {"target", "brightness"}});
         row.field().setValue(5000);
         QTRY_VERIFY_WITH_TIMEOUT(row.message().contains(QStringLiteral("1037")), patience);
     }
@@ -120,11 +120,11 @@ private slots:
         gain.field().setValue(60);
         // The camera has it before the driver has checked it and says so.
         QTRY_COMPARE_WITH_TIMEOUT(gain.readBack(), QStringLiteral("= 60"), patience);
-        camera.run("unplug");
+        camera.tell("unplug");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Lost, patience);
         QVERIFY(panel.notice().isVisible());
         QVERIFY(panel.notice().remedy().contains(QStringLiteral("Plug it in again")));
-        camera.run("plug");
+        camera.tell("plug");
         QVERIFY(live.waitForStreams(2));
         QTRY_COMPARE_WITH_TIMEOUT(controlOf(camera, "gain"), 60, patience);
         QTRY_VERIFY_WITH_TIMEOUT(!panel.notice().isVisible(), patience);
@@ -136,13 +136,13 @@ private slots:
         LiveWindow live(1);
         QVERIFY(live.waitForStreams(1));
         CameraPanel& panel = live.panelOf(camera);
-        camera.run("freeze");
+        camera.tell("freeze");
         QTRY_VERIFY_WITH_TIMEOUT(panel.notice().what().startsWith(QStringLiteral("No frame")),
                                  patience);
         QVERIFY(panel.notice().remedy().contains(QStringLiteral("control requests")));
         QVERIFY2(panel.notice().remedy().contains(QStringLiteral("the transfers take")),
                  qPrintable(panel.notice().remedy()));
-        camera.run("thaw");
+        camera.tell("thaw");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Streaming, patience);
     }
 };

@@ -39,8 +39,8 @@ class TestWindow
 public:
     explicit TestWindow(Devices devices, bool start = true)
         : m_devices(std::move(devices))
-        , bench([this] { return std::make_shared<ScriptedFactory>(m_devices); },
-                [this] { return ScriptedFactory::busOf(m_devices); })
+        , bench([this] { return std::make_shared<ScriptedFactory>(m_devices, true); },
+                ScriptedFactory::readersOf(m_devices))
         , window(bench, options(start))
     {
         window.resize(1400, 900);
@@ -239,7 +239,7 @@ private slots:
     void aRefusedValueIsExplained()
     {
         const Devices devices = makeDevices(1);
-        devices[0]->exposureAnswer = static_cast<int>(ErrorCode::ExposureReadFailed);
+        devices[0]->exposureAnswer = ErrorCode::ExposureReadFailed;
         TestWindow test(devices);
         QVERIFY(test.waitForState(CameraState::Streaming));
         ControlRow& row = test.row(Setting::Exposure);
@@ -249,7 +249,7 @@ private slots:
         QCOMPARE(row.field().value(), 1000);
         const EventLog& events = test.window.events();
         QVERIFY(events.item(events.count() - 1)->text().contains(QStringLiteral("1038")));
-        devices[0]->exposureAnswer = 0;
+        devices[0]->exposureAnswer = ErrorCode::Success;
         type(row.field(), 7000);
         QTRY_VERIFY_WITH_TIMEOUT(row.message().isEmpty(), patience);
     }
@@ -349,7 +349,7 @@ private slots:
         QVERIFY(!model.setData(cell("Sharp", PropertyModel::Value), QStringLiteral("much"),
                                Qt::EditRole));
         QVERIFY(!(cell("Serial", PropertyModel::Value).flags() & Qt::ItemIsEditable));
-        QCOMPARE(static_cast<std::size_t>(model.rowCount()), zrnhost::properties().size());
+        QCOMPARE(static_cast<std::size_t>(model.rowCount()), zrnhost::propertyTable.size());
         QVERIFY(cell("CacheFrameCount", PropertyModel::Answer)
                     .data()
                     .toString()

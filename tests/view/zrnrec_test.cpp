@@ -76,6 +76,45 @@ protected:
     const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
 };
 
+/// A recording of one frame without a byte of content, whose size only its header tells.
+void writeHollowRecording(const QString& path, qint32 frameWidth, qint32 frameHeight,
+                          quint32 metadataBytes = 0)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    FrameHeader header;
+    header.width = frameWidth;
+    header.height = frameHeight;
+    header.letters = {'A', 'B'};
+    const Block fileHeader = encodeFileHeader(metadataBytes);
+    const Block frameHeader = encodeFrameHeader(header);
+    file.write(reinterpret_cast<const char*>(fileHeader.data()), blockSize);
+    file.seek(static_cast<qint64>(blockSize + padded(metadataBytes)));
+    file.write(reinterpret_cast<const char*>(frameHeader.data()), blockSize);
+    // No disk has to hold it.
+    ASSERT_TRUE(file.resize(file.pos() + static_cast<qint64>(padded(header.payloadBytes()))));
+}
+
+TEST_F(ZrnrecTest, RefusesSizesThatNoImageHas)
+{
+    const QString hollow = folder.filePath(QStringLiteral("hollow.zrnrec"));
+    const QString output = folder.filePath(QStringLiteral("images"));
+    for (const qint32 edge : {65535, 32768}) {
+        writeHollowRecording(hollow, edge, edge);
+        const Outcome verified = zrnrec({QStringLiteral("verify"), hollow});
+        EXPECT_EQ(verified.exitCode, EXIT_FAILURE);
+        EXPECT_EQ(verified.output, "0 frames, 0 damaged, cut off at the end\n");
+        const Outcome exported =
+            zrnrec({QStringLiteral("export"), QStringLiteral("-o"), output, hollow});
+        EXPECT_EQ(exported.exitCode, EXIT_SUCCESS);
+        EXPECT_EQ(exported.output, "0 frames exported\n");
+    }
+    writeHollowRecording(hollow, 16, 4, 0x90000000U);
+    for (const char* command : {"info", "verify", "export"}) {
+        EXPECT_EQ(zrnrec({QLatin1String(command), hollow}).exitCode, EXIT_FAILURE);
+    }
+}
+
 TEST_F(ZrnrecTest, TellsWhatARecordingHolds)
 {
     const Outcome run = zrnrec({QStringLiteral("info"), path});

@@ -1,53 +1,84 @@
 #include "factory_interface.h"
-#include "fake_camera.h"
+#include "scripted_driver.h"
 
-#include <algorithm>
-#include <memory>
-#include <vector>
+#include <QStringList>
 
-/// A driver without hardware. Variables of the environment: ZRN_FAKE_CAMERAS is the number of
-/// cameras, 0 to 3; ZRN_FAKE_FAULT names faults, separated by commas.
-class FakeDriver : public IFactory
+#include <cstdio>
+
+namespace
+{
+
+ScriptedFactory::Devices makeDevices()
+{
+    ScriptedFactory::Devices devices;
+    for (const char* serial : {"ZR1001", "ZR1002", "ZR18446744073709551615"}) {
+        devices.push_back(std::make_shared<ScriptedDevice>(QString::fromLatin1(serial)));
+        devices.back()->frameMilliseconds = 2;
+    }
+    return devices;
+}
+
+} // namespace
+
+/// The scripted driver as a plugin. Each enumeration reads two variables of the environment:
+/// ZRN_FAKE_CAMERAS is the number of cameras, 0 to 3; ZRN_FAKE_FAULT names faults, separated by
+/// commas.
+class FakeDriver : public ScriptedFactory
 {
     Q_OBJECT
     Q_PLUGIN_METADATA(IID "Quorvane.Hardware.ZRNCameraFactory.v2.0" FILE "zrncamera.json")
     Q_INTERFACES(IFactory)
 
 public:
+    FakeDriver()
+        : FakeDriver(makeDevices())
+    {
+    }
+
     QString name() override { return QStringLiteral("FakeDriver"); }
     QVersionNumber version() override { return QVersionNumber(9, 8, 7); }
 
     int enumDevice() override
     {
-        bool given = false;
-        const int cameras = qEnvironmentVariableIntValue("ZRN_FAKE_CAMERAS", &given);
-        FakeCamera::cameraCount = given ? cameras : 3;
-        return FakeCamera::cameraCount;
-    }
-
-    BaseDeviceSpace::DeviceInterface* createDevice() override
-    {
-        m_cameras.push_back(std::make_unique<FakeCamera>());
-        return m_cameras.back().get();
-    }
-
-    ErrorCode deleteDevice(BaseDeviceSpace::DeviceInterface*& device) override
-    {
-        const auto found =
-            std::find_if(m_cameras.begin(), m_cameras.end(),
-                         [device](const auto& camera) { return camera.get() == device; });
-        if (found == m_cameras.end()) {
-            return ErrorCode::NothingEnumerated;
+        bool isGiven = false;
+        const int wanted = qEnvironmentVariableIntValue("ZRN_FAKE_CAMERAS", &isGiven);
+        int index = 0;
+        for (const auto& device : m_devices) {
+            device->plugged = !isGiven || index < wanted;
+            cause(*device, index);
+            ++index;
         }
-        m_cameras.erase(found);
-        device = nullptr;
-        return ErrorCode::Success;
+        const int found = ScriptedFactory::enumDevice();
+        std::printf("cameras found:%d \n", found);
+        return found;
     }
-
-    Q_INVOKABLE int liveCameras() const { return static_cast<int>(m_cameras.size()); }
 
 private:
-    std::vector<std::unique_ptr<FakeCamera>> m_cameras;
+    explicit FakeDriver(const Devices& devices)
+        : ScriptedFactory(devices)
+        , m_devices(devices)
+    {
+    }
+
+    static void cause(ScriptedDevice& device, int index)
+    {
+        const QStringList faults = qEnvironmentVariable("ZRN_FAKE_FAULT").split(QLatin1Char(','));
+        const auto answer = [&faults](const char* fault, ErrorCode code) {
+            return faults.contains(QLatin1String(fault)) ? code : ErrorCode::Success;
+        };
+        device.connectAnswer =
+            index == 1 ? answer("second-not-open", ErrorCode::NodeNotOpen) : ErrorCode::Success;
+        device.exposureReadAnswer = answer("exposure-unreadable", ErrorCode::ExposureReadFailed);
+        device.gainAnswer = answer("gain-refused", ErrorCode::GainWriteFailed);
+        device.resetAnswer = answer("no-reset", ErrorCode::CommandFailed);
+        device.startAnswer = answer("no-start", ErrorCode::StreamStartFailed);
+        device.grabAnswer = answer("split-fails", ErrorCode::SplitFailed);
+        device.silent = faults.contains(QLatin1String("silent"));
+        device.skipFrom = 5;
+        device.skipNext = faults.contains(QLatin1String("gap")) ? 3 : 0;
+    }
+
+    const Devices m_devices;
 };
 
 #include "fake_driver.moc"

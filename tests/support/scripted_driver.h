@@ -1,7 +1,7 @@
 #pragma once
 
 #include "camera_interface.h"
-#include "common/usb_bus.h"
+#include "common/device_opener.h"
 #include "factory_interface.h"
 
 #include <atomic>
@@ -23,15 +23,22 @@ struct ScriptedDevice {
     int sensorCount = 2;
 
     std::atomic<bool> plugged = true;
-    std::atomic<bool> silent = false;        ///< streams, but sends nothing
-    std::atomic<bool> deaf = false;          ///< frames go on, control requests fail
-    std::atomic<bool> hanging = false;       ///< control requests are not answered
-    std::atomic<int> exposureAnswer = 0;     ///< result code of exposure writes
-    std::atomic<int> connectAnswer = 0;      ///< result code of connecting
+    std::atomic<bool> silent = false;  ///< streams, but sends nothing
+    std::atomic<bool> deaf = false;    ///< frames go on, control requests fail
+    std::atomic<bool> hanging = false; ///< control requests are not answered
+    // What its operations answer as long as it can be reached.
+    std::atomic<ErrorCode> connectAnswer = ErrorCode::Success;
+    std::atomic<ErrorCode> exposureAnswer = ErrorCode::Success; ///< of writing
+    std::atomic<ErrorCode> exposureReadAnswer = ErrorCode::Success;
+    std::atomic<ErrorCode> gainAnswer = ErrorCode::Success; ///< of writing
+    std::atomic<ErrorCode> resetAnswer = ErrorCode::Success;
+    std::atomic<ErrorCode> startAnswer = ErrorCode::Success;
+    std::atomic<ErrorCode> grabAnswer = ErrorCode::Success;
     std::atomic<int> frameMilliseconds = 10; ///< time between two frames
     std::atomic<quint32> skipNext = 0;       ///< frame numbers to leave out before the next frame
-    std::atomic<int> plugCount = 1;          ///< how often it was plugged in
-    std::atomic<int> openCount = 0;          ///< how often a search opened it
+    std::atomic<quint32> skipFrom = 0;       ///< none below this one is left out
+    std::atomic<bool> heldElsewhere = false; ///< another program has it open
+    std::atomic<int> openCount = 0;          ///< how often it was opened
     std::atomic<int> resets = 0;
 
     std::mutex mutex; // guards what follows
@@ -43,8 +50,14 @@ struct ScriptedDevice {
     int saturation = 60;
 
     std::atomic<quint32> frameNumber = 0;
-    std::atomic<int> generation = 0; ///< differs after each search, which closes what was open
+    std::atomic<int> generation = 0; ///< differs after each opening, which closes what was open
+    std::atomic<bool> isOpen = false;
+    const unsigned bus = nextBus();    ///< one for each device, so that places differ
+    std::atomic<unsigned> address = 1; ///< another one after each plugging in
 
+    static unsigned nextBus();
+    /// Where it is on the bus, as "001/002".
+    QString place() const;
     void unplug() { plugged = false; }
     /// Plugs it in again, with the values of its own start.
     void replug();
@@ -61,10 +74,8 @@ class ScriptedFactory : public IFactory
 public:
     using Devices = std::vector<std::shared_ptr<ScriptedDevice>>;
 
-    explicit ScriptedFactory(Devices devices)
-        : m_devices(std::move(devices))
-    {
-    }
+    /// @param canChoose whether chosen devices can be opened alone
+    explicit ScriptedFactory(Devices devices, bool canChoose = false);
     ~ScriptedFactory() override;
 
     QString name() override { return QStringLiteral("Scripted"); }
@@ -73,12 +84,16 @@ public:
     BaseDeviceSpace::DeviceInterface* createDevice() override;
     ErrorCode deleteDevice(BaseDeviceSpace::DeviceInterface*& device) override;
 
+    Q_INVOKABLE int liveCameras();
+
     /// What the kernel would show of the devices.
-    static std::vector<zrnhost::UsbCamera> busOf(const Devices& devices);
+    static zrnhost::BusReaders readersOf(const Devices& devices);
 
 private:
+    void openChosen(const QStringList& places);
+
     Devices m_devices;
     std::mutex m_mutex;
-    Devices m_enumerated;
+    Devices m_enumerated; // those that are open
     std::vector<CameraSpace::CameraInterface*> m_cameras;
 };

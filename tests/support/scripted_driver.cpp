@@ -1,6 +1,6 @@
 #include "scripted_driver.h"
 
-#include "common/property_keys.h"
+#include "common/property_table.h"
 
 #include <algorithm>
 #include <chrono>
@@ -16,6 +16,9 @@ using namespace std::chrono_literals;
 using CameraSpace::TriggerMode;
 using Clock = std::chrono::steady_clock;
 
+constexpr unsigned int shortestExposure = 100;
+constexpr unsigned int longestExposure = 500000;
+
 class ScriptedCamera final : public CameraSpace::CameraInterface
 {
 public:
@@ -27,15 +30,23 @@ public:
     QString name() override { return QStringLiteral("Scripted"); }
     int types() override { return 1; }
 
-    ErrorCode connectDeviceBySerial(const QString&) override { return ErrorCode::NotSupported; }
+    ErrorCode connectDeviceBySerial(const QString& serial) override
+    {
+        for (int index = 0; const auto device = m_deviceAt(index); ++index) {
+            if (device->serial == serial) {
+                return connectDeviceByIndex(index);
+            }
+        }
+        return ErrorCode::SerialNotFound;
+    }
 
     ErrorCode connectDeviceByIndex(int index) override
     {
         std::shared_ptr<ScriptedDevice> device = m_deviceAt(index);
         if (!device) {
-            return ErrorCode::IndexNotFound;
+            return ErrorCode::BadArgument;
         }
-        const auto answer = static_cast<ErrorCode>(device->connectAnswer.load());
+        const ErrorCode answer = device->connectAnswer;
         if (answer == ErrorCode::Success) {
             m_generation = device->generation;
             m_device = std::move(device);
@@ -48,6 +59,9 @@ public:
     ErrorCode disconnectDevice() override
     {
         stopStream(0);
+        if (isOpen()) {
+            m_device->isOpen = false;
+        }
         m_device.reset();
         return ErrorCode::Success;
     }
@@ -56,6 +70,9 @@ public:
     {
         if (!m_device) {
             return ErrorCode::NoCamera;
+        }
+        if (!zrnhost::findProperty(key.toStdString())) {
+            return ErrorCode::NotSupported;
         }
         const QVariant value = valueOf(key);
         if (!value.isValid()) {
@@ -115,23 +132,26 @@ public:
             return ErrorCode::CommandFailed;
         }
         ++m_device->resets;
-        return ErrorCode::Success;
+        return m_device->resetAnswer;
     }
 
     ErrorCode getExposureTimeRange(unsigned int& minimum, unsigned int& maximum,
                                    signed char) override
     {
-        minimum = 100;
-        maximum = 500000;
+        minimum = shortestExposure;
+        maximum = longestExposure;
         return reachable() ? ErrorCode::Success : ErrorCode::ExposureRangeFailed;
     }
 
     ErrorCode setExposureTime(unsigned int value, signed char) override
     {
+        if (value < shortestExposure || value > longestExposure) {
+            return ErrorCode::BadArgument;
+        }
         if (!reachable()) {
             return ErrorCode::ExposureWriteFailed;
         }
-        const auto answer = static_cast<ErrorCode>(m_device->exposureAnswer.load());
+        const ErrorCode answer = m_device->exposureAnswer;
         if (answer == ErrorCode::Success) {
             const std::lock_guard lock(m_device->mutex);
             m_device->exposure = value / 100 * 100; // the camera counts in steps
@@ -146,7 +166,7 @@ public:
         }
         const std::lock_guard lock(m_device->mutex);
         value = m_device->exposure;
-        return ErrorCode::Success;
+        return m_device->exposureReadAnswer;
     }
 
     ErrorCode getGainRange(unsigned short& minimum, unsigned short& maximum, signed char) override
@@ -161,9 +181,12 @@ public:
         if (!reachable()) {
             return ErrorCode::GainWriteFailed;
         }
-        const std::lock_guard lock(m_device->mutex);
-        m_device->gain = value;
-        return ErrorCode::Success;
+        const ErrorCode answer = m_device->gainAnswer;
+        if (answer == ErrorCode::Success) {
+            const std::lock_guard lock(m_device->mutex);
+            m_device->gain = value;
+        }
+        return answer;
     }
 
     ErrorCode getGain(unsigned short& value, signed char) override
@@ -220,8 +243,9 @@ public:
         if (!m_device || !reachable()) {
             return m_device ? ErrorCode::StreamStartFailed : ErrorCode::NoCamera;
         }
-        m_streaming = true;
-        return ErrorCode::Success;
+        const ErrorCode answer = m_device->startAnswer;
+        m_streaming = answer == ErrorCode::Success;
+        return answer;
     }
 
     ErrorCode stopStream(signed char) override
@@ -248,7 +272,13 @@ public:
         if (!m_streaming || !sends || !isOpen()) {
             return ErrorCode::GrabTimeout;
         }
-        const quint32 number = m_device->frameNumber + m_device->skipNext.exchange(0);
+        if (m_device->grabAnswer != ErrorCode::Success) {
+            return m_device->grabAnswer;
+        }
+        quint32 number = m_device->frameNumber;
+        if (number >= m_device->skipFrom) {
+            number += m_device->skipNext.exchange(0);
+        }
         m_device->frameNumber = number + 1;
         for (const char letter : {'A', 'B'}) {
             if (letter == 'A' && m_device->sensorCount == 1) {
@@ -281,6 +311,8 @@ private:
         return isOpen() && !m_device->deaf;
     }
 
+    double frameRate() const { return 1000.0 / m_device->frameMilliseconds; }
+
     int* carrierOf(const QString& key) const
     {
         struct Row {
@@ -311,10 +343,10 @@ private:
         }
         if (key == QLatin1String(keys::heartBeat)) {
             return QVariantMap{{QLatin1String(keys::online), reachable()},
-                               {QLatin1String(keys::statusFrameRate), 100.0}};
+                               {QLatin1String(keys::statusFrameRate), frameRate()}};
         }
         if (key == QLatin1String(keys::frameRate)) {
-            return 100.0;
+            return frameRate();
         }
         if (key == QLatin1String(keys::maxGrabWaitTime)) {
             return static_cast<uint>(m_timeout);
@@ -354,6 +386,19 @@ private:
 
 } // namespace
 
+unsigned ScriptedDevice::nextBus()
+{
+    static std::atomic<unsigned> last = 0;
+    return ++last;
+}
+
+QString ScriptedDevice::place() const
+{
+    return QStringLiteral("%1/%2")
+        .arg(bus, 3, 10, QLatin1Char('0'))
+        .arg(address.load(), 3, 10, QLatin1Char('0'));
+}
+
 void ScriptedDevice::replug()
 {
     {
@@ -366,7 +411,8 @@ void ScriptedDevice::replug()
         saturation = 60;
     }
     ++generation;
-    ++plugCount;
+    ++address;
+    isOpen = false;
     plugged = true;
 }
 
@@ -397,9 +443,22 @@ ScriptedFactory::~ScriptedFactory()
     }
 }
 
+ScriptedFactory::ScriptedFactory(Devices devices, bool canChoose)
+    : m_devices(std::move(devices))
+{
+    if (canChoose) {
+        setProperty(deviceSerialsProperty, QVariantMap());
+    }
+}
+
 int ScriptedFactory::enumDevice()
 {
     const std::lock_guard lock(m_mutex);
+    const QStringList chosen = property(devicesProperty).toStringList();
+    if (!chosen.isEmpty()) {
+        openChosen(chosen);
+        return static_cast<int>(m_enumerated.size());
+    }
     m_enumerated.clear();
     for (const std::shared_ptr<ScriptedDevice>& device : m_devices) {
         ++device->generation;
@@ -409,6 +468,25 @@ int ScriptedFactory::enumDevice()
         }
     }
     return static_cast<int>(m_enumerated.size());
+}
+
+void ScriptedFactory::openChosen(const QStringList& places)
+{
+    m_enumerated.clear();
+    QVariantMap serials;
+    for (const std::shared_ptr<ScriptedDevice>& device : m_devices) {
+        if (device->plugged && !device->heldElsewhere && places.contains(device->place())) {
+            ++device->generation;
+            ++device->openCount;
+            device->isOpen = true;
+        }
+        device->isOpen = device->isOpen && device->plugged;
+        if (device->isOpen) {
+            m_enumerated.push_back(device);
+            serials[device->place()] = device->serial;
+        }
+    }
+    setProperty(deviceSerialsProperty, serials);
 }
 
 BaseDeviceSpace::DeviceInterface* ScriptedFactory::createDevice()
@@ -438,18 +516,36 @@ ErrorCode ScriptedFactory::deleteDevice(BaseDeviceSpace::DeviceInterface*& devic
     return ErrorCode::Success;
 }
 
-std::vector<zrnhost::UsbCamera> ScriptedFactory::busOf(const Devices& devices)
+int ScriptedFactory::liveCameras()
 {
-    std::vector<zrnhost::UsbCamera> cameras;
-    for (const std::shared_ptr<ScriptedDevice>& device : devices) {
-        if (device->plugged) {
-            zrnhost::UsbCamera camera;
-            camera.name = device->serial;
-            camera.nodePath = QStringLiteral("%1/%2").arg(device->serial).arg(device->plugCount);
+    const std::lock_guard lock(m_mutex);
+    return static_cast<int>(m_cameras.size());
+}
+
+zrnhost::BusReaders ScriptedFactory::readersOf(const Devices& devices)
+{
+    const zrnhost::BusReader read = [devices] {
+        std::vector<zrn::BusCamera> cameras;
+        for (const std::shared_ptr<ScriptedDevice>& device : devices) {
+            if (!device->plugged) {
+                continue;
+            }
+            zrn::BusCamera camera;
+            camera.port = device->serial.toStdString();
+            camera.bus = device->bus;
+            camera.address = device->address;
+            camera.serial = device->openCount > 0 ? device->serial.toStdString() : std::string();
             camera.nodeExists = true;
             camera.accessible = true;
+            if (device->heldElsewhere) {
+                camera.use = zrn::Use::Held;
+                camera.holders = {{4711, "other"}};
+            } else if (device->isOpen) {
+                camera.use = zrn::Use::Held;
+            }
             cameras.push_back(camera);
         }
-    }
-    return cameras;
+        return cameras;
+    };
+    return {read, read, [](const zrn::BusCamera&, const std::string&) {}};
 }

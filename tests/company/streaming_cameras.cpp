@@ -1,0 +1,59 @@
+#include "streaming_cameras.h"
+
+#include "common/image_blocks.h"
+#include "common/property_keys.h"
+
+namespace company
+{
+
+StreamingCameras::StreamingCameras(IFactory& factory)
+{
+    constexpr int patientGrab = 20'000; // milliseconds
+    const int found = factory.enumDevice();
+    for (int i = 0; i < found; ++i) {
+        auto camera = std::make_unique<zrnhost::Camera>(factory);
+        if ((*camera)->connectDeviceByIndex(i) != ErrorCode::Success ||
+            (*camera)->startStream(0) != ErrorCode::Success) {
+            continue;
+        }
+        camera->writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrab);
+        m_cameras.push_back(std::move(camera));
+    }
+    for (const auto& camera : m_cameras) {
+        std::atomic<int>& frames = m_frames.emplace_back(0);
+        m_threads.emplace_back([this, &camera, &frames] { grabFrom(*camera, frames); });
+    }
+}
+
+StreamingCameras::~StreamingCameras()
+{
+    m_ends = true;
+    for (std::thread& thread : m_threads) {
+        thread.join();
+    }
+}
+
+bool StreamingCameras::allDeliver()
+{
+    for (const std::atomic<int>& frames : m_frames) {
+        const int before = frames;
+        while (frames == before && !m_hasFailed) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    return !m_hasFailed;
+}
+
+void StreamingCameras::grabFrom(zrnhost::Camera& camera, std::atomic<int>& frames)
+{
+    while (!m_ends) {
+        zrnhost::ImageBlocks images;
+        if (zrnhost::grab(*camera, images) == ErrorCode::Success) {
+            ++frames;
+        } else {
+            m_hasFailed = true;
+        }
+    }
+}
+
+} // namespace company

@@ -1,0 +1,12 @@
+# Read by ctest: a test for each model of the virtual camera.
+if(NOT EXISTS "${zrnsim}")
+    add_test(e2e.preset.NOT_BUILT "${zrnsim}")
+    return()
+endif()
+execute_process(COMMAND "${zrnsim}" --list-models OUTPUT_VARIABLE lines COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL "[^\n]+" lines "${lines}")
+foreach(line IN LISTS lines)
+    string(REGEX MATCH "^[^ ]+" model "${line}")
+    add_test(e2e.preset.${model} "${zrnsim}" --camera ${model},rate=0 -- "${preset_tests}")
+    set_tests_properties(e2e.preset.${model} PROPERTIES TIMEOUT ${timeout} LABELS e2e)
+endforeach()

@@ -1,0 +1,83 @@
+#include "virtual_camera.h"
+
+#include "control/json_views.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+using nlohmann::json;
+
+VirtualCamera::VirtualCamera(std::size_t index)
+    : m_index(index)
+{
+}
+
+json VirtualCamera::tell(const std::string& command, json fields)
+{
+    fields["command"] = command;
+    fields["camera"] = m_index;
+    json answer = m_client.call(fields);
+    if (!answer.value("ok", false)) {
+        throw std::runtime_error(command + " is refused: " + answer.dump());
+    }
+    return answer;
+}
+
+void VirtualCamera::unplug()
+{
+    tell("unplug");
+}
+
+void VirtualCamera::restore()
+{
+    tell("clear-faults");
+    if (!isPlugged()) {
+        tell("plug");
+    }
+}
+
+bool VirtualCamera::isPlugged()
+{
+    return tell("camera").at("camera").at("plugged");
+}
+
+std::string VirtualCamera::serial()
+{
+    const std::string number = tell("camera").at("camera").at("serial");
+    return "ZR" + number;
+}
+
+std::uint64_t VirtualCamera::counter(const std::string& name)
+{
+    return tell("counters").at("counters").at(name);
+}
+
+void VirtualCamera::emitFrame()
+{
+    tell("emit");
+}
+
+std::vector<SentFrame> VirtualCamera::sentFrames(std::uint64_t since) const
+{
+    std::vector<SentFrame> frames;
+    // Over a connection of its own, with which the memory for a long answer goes.
+    const json answer = VirtualCamera(m_index).tell("frames", {{"since", since}});
+    for (const json& frame : answer.at("frames")) {
+        frames.push_back({zrnsim::parseFrameRequest(frame), frame.at("complete")});
+    }
+    return frames;
+}
+
+std::optional<zrnsim::FrameRequest> VirtualCamera::sentFrame(std::uint32_t lowNumber,
+                                                             unsigned knownBits)
+{
+    // More than a camera object and libuvc hold.
+    constexpr std::uint64_t mostHeldFrames = 96;
+    const std::uint64_t mask = (std::uint64_t{1} << knownBits) - 1;
+    const std::uint64_t sent = counter("framesStarted");
+    const std::vector<SentFrame> frames = sentFrames(sent - std::min(sent, mostHeldFrames));
+    const auto found = std::find_if(frames.rbegin(), frames.rend(), [=](const SentFrame& frame) {
+        return (frame.request.frameNumber & mask) == (lowNumber & mask);
+    });
+    return found == frames.rend() ? std::nullopt : std::optional(found->request);
+}

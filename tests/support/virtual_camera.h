@@ -1,0 +1,49 @@
+#pragma once
+
+#include "control/control_client.h"
+#include "pictures/frame_composer.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// A frame that a virtual camera says it sent.
+struct SentFrame {
+    zrnsim::FrameRequest request;
+    bool complete; ///< every payload of it has left the camera
+};
+
+/// One of the virtual cameras that this process runs on: its cable and its insides, through the
+/// control socket of zrnsim. One command at a time; threads have an object each.
+class VirtualCamera
+{
+public:
+    explicit VirtualCamera(std::size_t index = 0);
+
+    /// Carries out a command of the control socket. @throws std::runtime_error when refused
+    nlohmann::json tell(const std::string& command,
+                        nlohmann::json fields = nlohmann::json::object());
+
+    void unplug();
+    /// Plugs it in if it is unplugged, and ends every fault.
+    void restore();
+    bool isPlugged();
+
+    /// The serial as hosts see it.
+    std::string serial();
+    /// One of the counters, as zrnsim names it.
+    std::uint64_t counter(const std::string& name);
+    /// Takes one picture, with a frame rate of 0, and waits until it has been sent.
+    void emitFrame();
+
+    /// Every frame that was started, but for so many of the first.
+    std::vector<SentFrame> sentFrames(std::uint64_t since = 0) const;
+    /// The newest of the frames whose number may be the one of which the low bits are known, among
+    /// those that a host can still hold.
+    std::optional<zrnsim::FrameRequest> sentFrame(std::uint32_t lowNumber, unsigned knownBits);
+
+private:
+    std::size_t m_index;
+    zrnsim::ControlClient m_client = zrnsim::ControlClient::fromEnvironment();
+};

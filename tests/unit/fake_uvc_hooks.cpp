@@ -1,0 +1,23 @@
+// What the camera class asks about the libuvc that it is linked with, answered for the stand-in.
+
+#include "abandonment.h"
+#include "fake_uvc.h"
+#include "guard_status.h"
+
+using fakeuvc::Bus;
+
+GuardStatus guardStatus()
+{
+    const std::string fault = Bus::instance().guardFault();
+    return {fault.empty(), fault.empty() ? "not needed" : fault};
+}
+
+bool mustAbandon(uvc_device_handle_t*)
+{
+    return false;
+}
+
+void keepLibraryLoaded()
+{
+    Bus::instance().noteKeptLibrary();
+}
