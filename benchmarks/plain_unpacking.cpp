@@ -77,6 +77,27 @@ void strips(const Planes& p)
 
 } // namespace
 
+const char* layoutName(FrameLayout layout)
+{
+    switch (layout) {
+    case FrameLayout::Interleaved:
+        return "interleaved";
+    case FrameLayout::InterleavedShifted:
+        return "interleaved, rows moved";
+    case FrameLayout::ReversedQuads:
+        return "reversed groups of four";
+    case FrameLayout::Single:
+        return "single image";
+    case FrameLayout::BothEnds:
+        return "from both ends";
+    case FrameLayout::BothEndsMirrored:
+        return "both ends, mirrored";
+    case FrameLayout::Strips:
+        return "four strips";
+    }
+    return "";
+}
+
 void unpackPlainly(FrameLayout layout, const unsigned char* frame, int width, int height,
                    unsigned char* imageA, unsigned char* imageB)
 {

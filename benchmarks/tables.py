@@ -75,11 +75,12 @@ def virtual_camera(figures):
 def whole_program(figures):
     if not figures:
         return
-    print("\nzrncam stream with libuvc, libusb and the virtual camera, 1280x1024, bulk\n")
-    table(["frames/s sent", "frames/s grabbed", "frames missing", "ms of processor time a frame",
-           "page faults a frame"],
-          [[str(row["offered"]), f"{row['rate']:.1f}", str(row["missing"]),
-            f"{row['milliseconds']:.2f}", f"{row['faults']:.1f}"] for row in figures])
+    print("\nzrncam stream with libuvc, libusb and the virtual camera, bulk\n")
+    table(["camera", "frames/s grabbed", "frames missing", "ms of processor time a frame",
+           "page faults a frame", "ms, library's limits", "page faults"],
+          [[row["camera"], f"{row['rate']:.1f}", str(row["missing"]),
+            f"{row['milliseconds']:.2f}", f"{row['faults']:.1f}",
+            f"{row['libraryMilliseconds']:.2f}", f"{row['libraryFaults']:.1f}"] for row in figures])
 
 
 def show(figures):

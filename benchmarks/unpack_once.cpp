@@ -1,8 +1,10 @@
 // unpack_once INSTRUCTION_SET SENSOR_TYPE WIDTH HEIGHT: unpacks one frame inside of unpackCounted,
 // for callgrind, and prints the compiler. Exits with 77 where it has no such instruction set.
+// unpack_once: prints a sensor type for each layout that is not a memcpy.
 
 #include "frame_unpacking.h"
 #include "kernels/group_split.h"
+#include "sensor_numbers.h"
 
 #ifdef ZRN_HAVE_HIGHWAY
 #include <hwy/targets.h>
@@ -66,6 +68,14 @@ bool choose([[maybe_unused]] std::string_view instructionSet)
 
 int main(int argc, char** argv)
 {
+    if (argc == 1) {
+        for (const int sensorType : sensorOfEachLayout()) {
+            if (sensorTypeOf(sensorType).layout != FrameLayout::Single) {
+                std::printf("%d\n", sensorType);
+            }
+        }
+        return 0;
+    }
     if (argc != 5) {
         std::fputs("usage: unpack_once INSTRUCTION_SET SENSOR_TYPE WIDTH HEIGHT\n", stderr);
         return 2;
@@ -73,7 +83,7 @@ int main(int argc, char** argv)
     if (!choose(argv[1])) {
         return unavailable;
     }
-    const FrameLayout layout = layoutOf(std::atoi(argv[2]));
+    const FrameLayout layout = sensorTypeOf(std::atoi(argv[2])).layout;
     const int width = std::atoi(argv[3]);
     const int height = std::atoi(argv[4]);
     const std::size_t pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);

@@ -6,6 +6,7 @@
 
 #include "compiler_vectors.h"
 #include "plain_unpacking.h"
+#include "sensor_numbers.h"
 
 #include <benchmark/benchmark.h>
 #ifdef ZRN_HAVE_LIBYUV
@@ -118,17 +119,20 @@ private:
 
 using Work = std::function<void(const unsigned char* frame, unsigned char* a, unsigned char* b)>;
 
-void registerWork(const std::string& name, Geometry geometry, std::size_t bytes, const Work& work)
+/// @param label what the tables call the work.
+void registerWork(const std::string& name, Geometry geometry, std::size_t bytes, const Work& work,
+                  const std::string& label = {})
 {
     for (const bool cold : {false, true}) {
         const std::string fullName = name + "/" + geometry.name() + (cold ? "/cold" : "/hot");
-        benchmark::RegisterBenchmark(fullName.c_str(), [geometry, bytes, work,
+        benchmark::RegisterBenchmark(fullName.c_str(), [geometry, bytes, work, label,
                                                         cold](benchmark::State& state) {
             Buffers& buffers = Buffers::shared(geometry, cold);
             for (auto _ : state) {
                 work(buffers.frames.next(), buffers.imagesA.next(), buffers.imagesB.next());
                 benchmark::ClobberMemory();
             }
+            state.SetLabel(label);
             state.SetBytesProcessed(static_cast<std::int64_t>(bytes) * state.iterations());
         })->Unit(benchmark::kMicrosecond);
     }
@@ -170,14 +174,19 @@ void registerOthers(Geometry geometry)
 
 void registerType(int sensorType, Geometry geometry)
 {
-    const FrameLayout layout = layoutOf(sensorType);
+    const FrameLayout layout = sensorTypeOf(sensorType).layout;
+    constexpr int stripsWidth = 1280;
+    if (layout == FrameLayout::Strips && geometry.width != stripsWidth) {
+        return;
+    }
     const std::size_t bytes = packedSize(layout, geometry.width, geometry.height);
     const std::string type = "/type:" + std::to_string(sensorType);
     registerWork(
         "unpack" + type, geometry, bytes,
         [layout, geometry](const unsigned char* frame, unsigned char* a, unsigned char* b) {
             unpackFrame(layout, frame, geometry.width, geometry.height, a, b);
-        });
+        },
+        layoutName(layout));
     registerWork(
         "plain" + type, geometry, bytes,
         [layout, geometry](const unsigned char* frame, unsigned char* a, unsigned char* b) {
@@ -204,13 +213,10 @@ int main(int argc, char** argv)
 #endif
     for (const Geometry geometry : {Geometry{1280, 1024}, {640, 480}, {2616, 1991}}) {
         registerOthers(geometry);
-        // One sensor type of each layout.
-        for (const int sensorType : {0, 1, 2, 5, 7, 12}) {
+        for (const int sensorType : sensorOfEachLayout()) {
             registerType(sensorType, geometry);
         }
     }
-    // The strips suit one width.
-    registerType(13, {1280, 1024});
 
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {

@@ -2,8 +2,11 @@
 // real libuvc and the driver, as far as a stream gets that no transfer is taken for.
 
 #include "camera_probe.h"
+#include "common/property_keys.h"
+#include "guard_status.h"
 #include "one_device_bus.h"
 
+#include <cstdlib>
 #include <cstring>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -16,13 +19,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::OneDeviceBus::instance().plug({data, size - sizeof(seed)}, seed);
 
     CZRNCamera::enumZRNCameraDevices();
+    if (guardStatus().text != "in effect") {
+        std::abort();
+    }
     {
         constexpr std::int64_t largestFrame = 1 << 20;
         CameraProbe camera;
         camera.connectDeviceByIndex(0);
         QMap<QString, QVariant> values;
-        camera.getProperty(QStringLiteral("ResolutionList"), values);
-        camera.getProperty(QStringLiteral("ResolutionIndex"), values);
+        camera.getProperty(zrnhost::keys::resolutionList, values);
+        camera.getProperty(zrnhost::keys::resolutionIndex, values);
         camera.m_cacheFrameCount = 1;
         if (std::int64_t{camera.m_imageWidth} * camera.m_imageHeight <= largestFrame) {
             camera.startStream(0);

@@ -2,6 +2,7 @@
 
 #include "camera_probe.h"
 #include "fake_uvc.h"
+#include "sensor_types.h"
 
 #include <QtAlgorithms>
 
@@ -54,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzedDataProvider input(data, size);
     fakeuvc::Bus& bus = fakeuvc::Bus::instance();
     bus.reset();
-    bus.addCamera(1, input.ConsumeIntegralInRange(0, 16),
+    bus.addCamera(1, input.ConsumeIntegralInRange(0, sensorTypes.back().number + 1),
                   input.ConsumeIntegralInRange(0, longestSide),
                   input.ConsumeIntegralInRange(0, longestSide));
     CZRNCamera::enumZRNCameraDevices();
@@ -70,7 +71,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 camera.m_imageHeight = input.ConsumeIntegralInRange(0, longestSide);
                 break;
             case 1:
-                camera.m_sensorType = input.ConsumeIntegralInRange(-1, 17);
+                camera.m_sensorType =
+                    input.ConsumeIntegralInRange(-1, sensorTypes.back().number + 2);
                 break;
             case 2:
                 camera.m_pixelFormat = static_cast<CameraSpace::PixelFormatType>(

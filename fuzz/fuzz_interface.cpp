@@ -1,6 +1,7 @@
 // A host that calls everything in any order on two factories, while libuvc calls fail and cameras
 // come, go and send frames.
 
+#include "common/property_table.h"
 #include "fake_uvc.h"
 #include "zrn_camera_factory.h"
 
@@ -43,27 +44,29 @@ constexpr std::array libraryCalls = {
     "uvc_set_sharpness",
 };
 
-constexpr std::array keys = {
-    "CapturePeriod",
-    "ResolutionList",
-    "BGain",
-    "EnableCheckGain",
-    "FrameRate",
-    "Serial",
-    "CacheFrameCount",
-    "ResolutionIndex",
-    "Sharp",
-    "HeartBeat",
-    "SensorCount",
-    "Gamma",
-    "Hue",
-    "RGain",
-    "GRGain",
-    "GBGain",
-    "EnableCheckExposureTime",
-    "MaxGrabWaitTime",
-    "ClearState",
-};
+constexpr std::array keys = [] {
+    using namespace zrnhost::keys;
+    return std::array{capturePeriod,
+                      resolutionList,
+                      bGain,
+                      enableCheckGain,
+                      frameRate,
+                      serial,
+                      cacheFrameCount,
+                      resolutionIndex,
+                      sharp,
+                      heartBeat,
+                      sensorCount,
+                      gamma,
+                      hue,
+                      rGain,
+                      grGain,
+                      gbGain,
+                      enableCheckExposureTime,
+                      maxGrabWaitTime,
+                      clearState};
+}();
+static_assert(keys.size() == zrnhost::propertyTable.size() + 1);
 
 template <typename Container>
 auto& consumeElement(FuzzedDataProvider& input, Container& container)
@@ -148,7 +151,7 @@ void callCamera(FuzzedDataProvider& input, DeviceInterface& device)
         device.setProperty(QString::fromLatin1(consumeElement(input, keys)), values);
         break;
     case 6:
-        device.executeCommand(QStringLiteral("ClearState"), values);
+        device.executeCommand(QString(zrnhost::keys::clearState), values);
         break;
     case 7:
         camera.getExposureTimeRange(first, second, 0);

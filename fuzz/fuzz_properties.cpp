@@ -2,6 +2,7 @@
 // answered.
 
 #include "camera_probe.h"
+#include "common/property_table.h"
 #include "fake_uvc.h"
 #include "key_hash.h"
 
@@ -15,15 +16,18 @@
 namespace
 {
 
-constexpr std::array knownKeys = {
-    "CapturePeriod",   "ResolutionList",  "BGain",
-    "EnableCheckGain", "FrameRate",       "EnableCheckExposureTime",
-    "Serial",          "CacheFrameCount", "Sharp",
-    "ResolutionIndex", "MaxGrabWaitTime", "HeartBeat",
-    "SensorCount",     "GBGain",          "RGain",
-    "GRGain",          "Gamma",           "Hue",
-    "ClearState",
-};
+// The corpus chooses by position.
+constexpr std::array knownKeys = [] {
+    using namespace zrnhost::keys;
+    return std::array{capturePeriod,   resolutionList,  bGain,
+                      enableCheckGain, frameRate,       enableCheckExposureTime,
+                      serial,          cacheFrameCount, sharp,
+                      resolutionIndex, maxGrabWaitTime, heartBeat,
+                      sensorCount,     gbGain,          rGain,
+                      grGain,          gamma,           hue,
+                      clearState};
+}();
+static_assert(knownKeys.size() == zrnhost::propertyTable.size() + 1);
 
 QString consumeKey(FuzzedDataProvider& input)
 {

@@ -4,6 +4,7 @@
 #include "frame_trailer.h"
 #include "frame_unpacking.h"
 #include "row_alignment.h"
+#include "sensor_types.h"
 
 #include <cstdlib>
 #include <fuzzer/FuzzedDataProvider.h>
@@ -13,10 +14,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     constexpr int longestSide = 300;
     FuzzedDataProvider input(data, size);
-    const int sensorType = input.ConsumeIntegralInRange(-1, 17);
+    const int sensorType = input.ConsumeIntegralInRange(-1, sensorTypes.back().number + 2);
     const int width = input.ConsumeIntegralInRange(0, longestSide);
     const int height = input.ConsumeIntegralInRange(0, longestSide);
-    const FrameLayout layout = layoutOf(sensorType);
+    const FrameLayout layout = sensorTypeOf(sensorType).layout;
 
     std::vector<std::uint8_t> frame = input.ConsumeRemainingBytes<std::uint8_t>();
     static_cast<void>(frameTrailer(frame));

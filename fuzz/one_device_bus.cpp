@@ -1,5 +1,6 @@
 #include "one_device_bus.h"
 
+#include "camera_ids.h"
 #include "descriptor_tree.h"
 
 #include <cstdlib>
@@ -57,20 +58,25 @@ void OneDeviceBus::noteClose()
 
 } // namespace fuzz
 
-// The functions that libuvc calls and no guard stands in front of.
+// libusb as libuvc and the guards find it.
 
 namespace
 {
 
 // libusb's objects are known by their addresses alone.
-char objects[3];
+char objects[2];
 auto* const theContext = reinterpret_cast<libusb_context*>(&objects[0]);
 auto* const theDevice = reinterpret_cast<libusb_device*>(&objects[1]);
-auto* const theHandle = reinterpret_cast<libusb_device_handle*>(&objects[2]);
 
 } // namespace
 
 #define FUZZ_USB extern "C" __attribute__((visibility("default")))
+
+FUZZ_USB const libusb_version* libusb_get_version()
+{
+    static const libusb_version version = {1, 0, 26, 11724, "", ""};
+    return &version;
+}
 
 FUZZ_USB int libusb_init(libusb_context** context)
 {
@@ -112,8 +118,8 @@ FUZZ_USB std::uint8_t libusb_get_device_address(libusb_device*)
 FUZZ_USB int libusb_get_device_descriptor(libusb_device*, libusb_device_descriptor* descriptor)
 {
     *descriptor = {};
-    descriptor->idVendor = 0x0483;
-    descriptor->idProduct = 0x5750;
+    descriptor->idVendor = zrn::cameraVendorId;
+    descriptor->idProduct = zrn::cameraProductId;
     return LIBUSB_SUCCESS;
 }
 
@@ -125,7 +131,8 @@ FUZZ_USB int libusb_get_string_descriptor_ascii(libusb_device_handle*, std::uint
 
 FUZZ_USB int libusb_open(libusb_device*, libusb_device_handle** handle)
 {
-    *handle = theHandle;
+    // libuvc also opens a device for its strings alone, while another handle of it is open.
+    *handle = reinterpret_cast<libusb_device_handle*>(new char);
     return LIBUSB_SUCCESS;
 }
 
@@ -149,7 +156,64 @@ FUZZ_USB int libusb_detach_kernel_driver(libusb_device_handle*, int)
     return LIBUSB_ERROR_NOT_FOUND;
 }
 
+FUZZ_USB int libusb_get_config_descriptor(libusb_device*, std::uint8_t,
+                                          libusb_config_descriptor** configuration)
+{
+    *configuration = fuzz::OneDeviceBus::instance().getConfiguration();
+    return LIBUSB_SUCCESS;
+}
+
 FUZZ_USB void libusb_free_config_descriptor(libusb_config_descriptor*) {}
+
+FUZZ_USB int libusb_control_transfer(libusb_device_handle*, std::uint8_t requestType, std::uint8_t,
+                                     std::uint16_t, std::uint16_t, unsigned char* data,
+                                     std::uint16_t length, unsigned)
+{
+    return fuzz::OneDeviceBus::instance().controlTransfer(requestType, {data, length});
+}
+
+FUZZ_USB int libusb_kernel_driver_active(libusb_device_handle*, int)
+{
+    return 0;
+}
+
+FUZZ_USB int libusb_set_interface_alt_setting(libusb_device_handle*, int, int)
+{
+    return LIBUSB_SUCCESS;
+}
+
+FUZZ_USB void libusb_close(libusb_device_handle* handle)
+{
+    delete reinterpret_cast<char*>(handle);
+    fuzz::OneDeviceBus::instance().noteClose();
+}
+
+FUZZ_USB int libusb_handle_events_timeout_completed(libusb_context*, timeval*, int*)
+{
+    fuzz::OneDeviceBus::instance().waitForClose();
+    return LIBUSB_SUCCESS;
+}
+
+FUZZ_USB int libusb_handle_events_completed(libusb_context*, int*)
+{
+    fuzz::OneDeviceBus::instance().waitForClose();
+    return LIBUSB_SUCCESS;
+}
+
+FUZZ_USB int libusb_submit_transfer(libusb_transfer* transfer)
+{
+    return transfer->type == LIBUSB_TRANSFER_TYPE_INTERRUPT ? LIBUSB_SUCCESS : LIBUSB_ERROR_NO_MEM;
+}
+
+FUZZ_USB int libusb_cancel_transfer(libusb_transfer*)
+{
+    return LIBUSB_ERROR_NOT_FOUND;
+}
+
+FUZZ_USB void libusb_free_transfer(libusb_transfer* transfer)
+{
+    std::free(transfer);
+}
 
 FUZZ_USB libusb_transfer* libusb_alloc_transfer(int packets)
 {
