@@ -2,7 +2,6 @@
 
 #include "camera_ids.h"
 #include "client/serial_cache.h"
-#include "udev_rule.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,5 +1,6 @@
 #include "camera_search.h"
 
+#include "client/access_remedy.h"
 #include "progress.h"
 
 #include <algorithm>
@@ -181,9 +182,8 @@ ToolError CameraSearch::failureOf(const CameraChoice& choice) const
 ToolError noCameraOnBus()
 {
     return {ExitCode::NoCamera, QStringLiteral("no camera found"),
-            QStringLiteral("no device %1:%2 is on the bus; check cable and supply")
-                .arg(zrn::cameraVendorId, 4, 16, QLatin1Char('0'))
-                .arg(zrn::cameraProductId, 4, 16, QLatin1Char('0'))};
+            QStringLiteral("no device %1 is on the bus; check cable and supply")
+                .arg(QLatin1String(zrn::cameraIds))};
 }
 
 QString nameOf(const zrn::BusCamera& camera)
@@ -200,9 +200,7 @@ ToolError refusalOf(const zrn::BusCamera& camera)
         const QString node = QString::fromStdString(camera.node());
         return {ExitCode::NoCamera,
                 QStringLiteral("this user may not open %1, %2").arg(nameOf(camera), node),
-                QStringLiteral("put the line %1 into %2, run 'udevadm control --reload' and replug "
-                               "it")
-                    .arg(QLatin1String(zrn::udevRule), QLatin1String(zrn::udevRulePath))};
+                QString::fromStdString(zrn::accessRemedy())};
     }
     if (camera.use == zrn::Use::Held) {
         return {ExitCode::NoCamera,

@@ -1,4 +1,5 @@
 #include "doctor/findings.h"
+#include "udev_rule.h"
 
 #include <gtest/gtest.h>
 
@@ -56,6 +57,7 @@ TEST(Findings, AnEmptyBusIsAProblem)
     const std::vector<Finding> findings = judgeBus({});
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings[0].verdict, Verdict::Problem);
+    EXPECT_TRUE(findings[0].message.contains(QLatin1String(zrn::cameraIds)));
 }
 
 TEST(Findings, ACameraThatMayBeOpenedIsGood)
@@ -74,6 +76,7 @@ TEST(Findings, MissingPermissionShowsTheUdevRule)
     EXPECT_TRUE(finding.message.contains(QString::fromStdString(camera.node())));
     EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrn::udevRule)));
     EXPECT_TRUE(finding.remedy.contains(QLatin1String(zrn::udevRulePath)));
+    EXPECT_TRUE(finding.remedy.contains(QLatin1String("udevadm control --reload")));
 
     camera.nodeExists = false;
     EXPECT_EQ(find(judgeBus({camera}), "permission").verdict, Verdict::Problem);

@@ -1,5 +1,6 @@
 #include "doctor/findings.h"
 
+#include "client/access_remedy.h"
 #include "common/usb_transfers.h"
 
 #include <algorithm>
@@ -28,14 +29,6 @@ QString kernelDriversOf(const zrn::BusCamera& camera)
     return names.join(QStringLiteral(", "));
 }
 
-QString udevRemedy()
-{
-    return QStringLiteral("put this line into %1\n"
-                          "    %2\n"
-                          "then run 'sudo udevadm control --reload' and replug the camera")
-        .arg(QLatin1String(zrn::udevRulePath), QLatin1String(zrn::udevRule));
-}
-
 Finding judgeAccess(const zrn::BusCamera& camera)
 {
     const QString subject = QStringLiteral("permission");
@@ -50,7 +43,7 @@ Finding judgeAccess(const zrn::BusCamera& camera)
         return {subject, Verdict::Problem,
                 QStringLiteral("this user may not open %1, the camera at %2")
                     .arg(nodeOf(camera), portOf(camera)),
-                udevRemedy()};
+                QString::fromStdString(zrn::accessRemedy())};
     }
     return {subject, Verdict::Good, QStringLiteral("this user may open %1").arg(nodeOf(camera)),
             QString()};
@@ -117,7 +110,7 @@ std::vector<Finding> judgeBus(const std::vector<zrn::BusCamera>& cameras)
 {
     if (cameras.empty()) {
         return {{QStringLiteral("bus"), Verdict::Problem,
-                 QStringLiteral("no device 0483:5750 is on the bus"),
+                 QStringLiteral("no device %1 is on the bus").arg(QLatin1String(zrn::cameraIds)),
                  QStringLiteral("check cable, supply and hub; 'lsusb' lists what is on the bus")}};
     }
     std::vector<Finding> findings{{QStringLiteral("bus"), Verdict::Good,

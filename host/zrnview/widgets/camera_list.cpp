@@ -1,5 +1,6 @@
 #include "zrnview/widgets/camera_list.h"
 
+#include "client/access_remedy.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QSignalBlocker>
@@ -77,10 +78,9 @@ QString adviceOf(const Bench& bench)
         break;
     }
     if (!bench.bus().blocked().isEmpty()) {
-        return CameraList::tr("This user may not open %1: put the line %2 into %3, run 'udevadm "
-                              "control --reload' and replug the camera.")
-            .arg(bench.bus().blocked().join(QStringLiteral(", ")), QLatin1String(zrn::udevRule),
-                 QLatin1String(zrn::udevRulePath));
+        return CameraList::tr("This user may not open %1: %2.")
+            .arg(bench.bus().blocked().join(QStringLiteral(", ")),
+                 QString::fromStdString(zrn::accessRemedy()));
     }
     if (!bench.devices().empty()) {
         return {};

@@ -1,0 +1,9 @@
+#include "client/access_remedy.h"
+
+#include "udev_rule.h"
+
+std::string zrn::accessRemedy()
+{
+    return std::string("put the line ") + udevRule + " into " + udevRulePath +
+           ", run 'sudo udevadm control --reload' and replug the camera";
+}
