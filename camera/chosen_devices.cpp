@@ -77,19 +77,14 @@ void CZRNCamera::logMalformedPlace(const QString& text)
 std::optional<QList<BusPlace>> CZRNCamera::placesOnBus()
 {
     uvc_context_t* scan = nullptr;
-    uvc_error_t result = uvc_init(&scan, nullptr);
-    if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << "uvc_init failed error:" << result;
+    uvc_device_t** devices = nullptr;
+    if (!listDevices(scan, devices)) {
+        if (scan) {
+            uvc_exit(scan);
+        }
         return std::nullopt;
     }
     reportMissingGuards();
-    uvc_device_t** devices = nullptr;
-    result = uvc_get_device_list(scan, &devices);
-    if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
-        uvc_exit(scan);
-        return std::nullopt;
-    }
     // Their descriptors are not asked for: libuvc would open the devices for that.
     QList<BusPlace> places;
     for (int position = 0; devices[position] != nullptr; ++position) {
@@ -115,16 +110,11 @@ void CZRNCamera::openChosenDevice(const BusPlace& place)
 bool CZRNCamera::openDeviceAt(const BusPlace& place, CameraNode& node)
 {
     uvc_context_t* context = nullptr;
-    uvc_error_t result = uvc_init(&context, nullptr);
-    if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << "uvc_init failed error:" << result;
-        return false;
-    }
     uvc_device_t** devices = nullptr;
-    result = uvc_get_device_list(context, &devices);
-    if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
-        uvc_exit(context);
+    if (!listDevices(context, devices)) {
+        if (context) {
+            uvc_exit(context);
+        }
         return false;
     }
     bool isOpened = false;

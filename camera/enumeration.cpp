@@ -35,20 +35,29 @@ QString CZRNCamera::readSerial(uvc_device_handle_t* handle)
     return QString::number(serial);
 }
 
-bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, CameraNode& node)
+bool CZRNCamera::listDevices(uvc_context_t*& context, uvc_device_t**& devices)
 {
-    uvc_context_t* context = nullptr;
+    context = nullptr;
     uvc_error_t result = uvc_init(&context, nullptr);
     if (result != UVC_SUCCESS) {
+        context = nullptr;
         qCCritical(m_category) << "uvc_init failed error:" << result;
         return false;
     }
-
-    uvc_device_t** devices = nullptr;
     result = uvc_get_device_list(context, &devices);
     if (result != UVC_SUCCESS) {
         qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
         return false;
+    }
+    return true;
+}
+
+bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, CameraNode& node)
+{
+    uvc_context_t* context = nullptr;
+    uvc_device_t** devices = nullptr;
+    if (!listDevices(context, devices)) {
+        return false; // the context stays
     }
 
     int matched = 0;

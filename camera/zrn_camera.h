@@ -282,6 +282,9 @@ private:
     static void reportMissingGuards();
     /// Enters an opened camera into the node table.
     static void registerNode(const CameraNode& opened);
+    /// The devices on the bus, in a new context. @return false, with the reason logged, when they
+    /// cannot be listed; the context then is null or the caller's to release.
+    static bool listDevices(uvc_context_t*& context, uvc_device_t**& devices);
     /// Opens a device of a context's list and fills the node. The context is the node's then.
     static bool openListedDevice(uvc_device_t* device, int position, uvc_context_t* context,
                                  CameraNode& node);
