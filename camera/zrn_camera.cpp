@@ -20,6 +20,9 @@ CZRNCamera::CZRNCamera()
 
 CZRNCamera::~CZRNCamera()
 {
+    if (m_destructionNotice) {
+        m_destructionNotice();
+    }
     if (isConnected()) {
         CZRNCamera::disconnectDevice();
     }

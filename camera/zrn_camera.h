@@ -26,6 +26,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 // The meta-object knows the interfaces by their plain names.
@@ -63,6 +64,10 @@ class CZRNCamera : public QObject, public CameraInterface
 public:
     CZRNCamera();
     ~CZRNCamera() override;
+
+    /// Has @p tell called at the beginning of the destruction, for an owner of the object that
+    /// others, such as a parent, may delete. To be set before the object is shared.
+    void setDestructionNotice(std::function<void()> tell) { m_destructionNotice = std::move(tell); }
 
     QString name() override;
     int types() override;
@@ -364,6 +369,7 @@ private:
     bool m_isResizing = false;       ///< discards do not wait; likewise
     quint32 m_interruptions = 0;     ///< of waits, modulo 2^32; likewise
     int m_runningCallbacks = 0;      ///< under the lock of the living cameras
+    std::function<void()> m_destructionNotice;
 
     static QReadWriteLock m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount
     static bool m_isExiting;               ///< under m_cameraEnumLock

@@ -5,6 +5,7 @@
 
 #include <QMutex>
 #include <QMutexLocker>
+#include <QReadLocker>
 #include <QReadWriteLock>
 #include <QWriteLocker>
 
@@ -93,19 +94,14 @@ CZRNCameraFactory::~CZRNCameraFactory()
     if (!m_exited) {
         factoryRegistry().remove(this);
     }
-    {
-        const QWriteLocker locker(&m_listLock);
-        for (CZRNCamera*& camera : m_cameraList) {
-            if (camera) {
-                if (!m_exited) {
-                    camera->stopStream(0);
-                }
-                delete camera;
-                camera = nullptr;
+    // One by one, because a camera may be the parent of another.
+    while (const std::optional<CZRNCamera*> camera = takeFirst()) {
+        if (*camera) {
+            if (!m_exited) {
+                (*camera)->stopStream(0);
             }
+            delete *camera;
         }
-        m_cameraList.clear();
-        m_cameraCount = 0;
     }
     if (!m_exited) {
         CZRNCamera::releaseZRNCameraLibrary();
@@ -163,9 +159,29 @@ void CZRNCameraFactory::publishGuardStatus()
     QMetaObject::invokeMethod(this, [this, text] { setProperty(IFactory::guardsProperty, text); });
 }
 
+std::optional<CZRNCamera*> CZRNCameraFactory::takeFirst()
+{
+    const QWriteLocker locker(&m_listLock);
+    m_cameraCount = 0;
+    return m_cameraList.isEmpty() ? std::nullopt : std::optional(m_cameraList.takeFirst());
+}
+
+bool CZRNCameraFactory::forget(const CZRNCamera* camera)
+{
+    const QWriteLocker locker(&m_listLock);
+    const auto found = std::find(m_cameraList.begin(), m_cameraList.end(), camera);
+    if (found == m_cameraList.end()) {
+        return false;
+    }
+    m_cameraList.erase(found);
+    --m_cameraCount;
+    return true;
+}
+
 DeviceInterface* CZRNCameraFactory::createDevice()
 {
     auto* camera = new CZRNCamera;
+    camera->setDestructionNotice([this, camera] { forget(camera); });
     const QWriteLocker locker(&m_listLock);
     m_cameraList.append(camera);
     ++m_cameraCount;
@@ -177,17 +193,20 @@ ErrorCode CZRNCameraFactory::deleteDevice(DeviceInterface*& device)
     if (!device) {
         return ErrorCode::NoCamera;
     }
-    const QWriteLocker locker(&m_listLock);
-    const auto found =
-        std::find_if(m_cameraList.begin(), m_cameraList.end(), [device](CZRNCamera* camera) {
-            return static_cast<DeviceInterface*>(camera) == device;
-        });
-    if (found == m_cameraList.end()) {
+    CZRNCamera* camera = nullptr;
+    {
+        const QReadLocker locker(&m_listLock);
+        const auto found =
+            std::find_if(m_cameraList.begin(), m_cameraList.end(), [device](CZRNCamera* entry) {
+                return static_cast<DeviceInterface*>(entry) == device;
+            });
+        camera = found == m_cameraList.end() ? nullptr : *found;
+    }
+    // Of several threads that delete one camera, one does.
+    if (!camera || !forget(camera)) {
         return ErrorCode::NothingEnumerated;
     }
-    delete *found;
-    --m_cameraCount;
-    m_cameraList.erase(found);
+    delete camera;
     device = nullptr;
     return ErrorCode::Success;
 }

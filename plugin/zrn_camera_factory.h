@@ -7,10 +7,14 @@
 #include <QReadWriteLock>
 #include <QVersionNumber>
 
+#include <optional>
+
 /// Root object of the plugin.
 ///
 /// Ownership: owns the cameras that it creates and, through CZRNCamera's static hooks, the node
-/// table. Locking: `m_listLock` guards the list and its count. Enumeration has a lock of its own.
+/// table. A camera that a host gives to a parent of its own, and that dies with it, tells its
+/// factory. Locking: `m_listLock` guards the list and its count, and is not held while a camera is
+/// deleted. Enumeration has a lock of its own.
 class CZRNCameraFactory : public IFactory
 {
     Q_OBJECT
@@ -44,6 +48,10 @@ protected:
     qint32 m_cameraCount = 0; ///< cameras in the list
 
 private:
+    /// For the end of the factory.
+    std::optional<CZRNCamera*> takeFirst();
+    /// Takes a camera out of the list. @return whether it was there.
+    bool forget(const CZRNCamera* camera);
     /// Sets the dynamic property "guards": how this process is protected from libuvc's faults.
     void publishGuardStatus();
 

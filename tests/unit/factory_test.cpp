@@ -110,6 +110,38 @@ TEST_F(Factory, RefusesToDeleteANullPointer)
     EXPECT_EQ(code(factory.deleteDevice(device)), 512U);
 }
 
+TEST_F(Factory, ForgetsACameraThatDiesWithItsParent)
+{
+    connect();
+    DeviceInterface* lost = factory.createDevice();
+    DeviceInterface* kept = factory.createDevice();
+    auto* const object = dynamic_cast<CZRNCamera*>(lost);
+    ASSERT_EQ(code(lost->connectDeviceBySerial("ZR4711")), 0U);
+    ASSERT_EQ(code(object->startStream(0)), 0U);
+    {
+        QObject parent;
+        object->setParent(&parent);
+    }
+    EXPECT_EQ(factory.m_cameraCount, 1);
+    ASSERT_EQ(factory.m_cameraList.size(), 1);
+    EXPECT_EQ(static_cast<DeviceInterface*>(factory.m_cameraList.first()), kept);
+    EXPECT_EQ(code(factory.deleteDevice(lost)), 776U);
+    EXPECT_EQ(bus.outstanding().handles, 0);
+    m_factory.reset();
+}
+
+TEST_F(Factory, TakesACameraFromItsParent)
+{
+    QObject parent;
+    DeviceInterface* device = factory.createDevice();
+    dynamic_cast<QObject*>(device)->setParent(&parent);
+    dynamic_cast<QObject*>(factory.createDevice())->setParent(&parent);
+    EXPECT_EQ(code(factory.deleteDevice(device)), 0U);
+    EXPECT_EQ(parent.children().size(), 1);
+    m_factory.reset();
+    EXPECT_THAT(parent.children(), IsEmpty());
+}
+
 TEST_F(Factory, DeletesOnlyItsOwnCameras)
 {
     FactoryProbe other;
