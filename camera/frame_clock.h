@@ -1,5 +1,7 @@
 #pragma once
 
+#include "driver_clock.h"
+
 #include <QTime>
 
 #include <chrono>
@@ -12,7 +14,7 @@ inline constexpr int millisecondsPerDay = 86'400'000;
 /// allocations and a system call for every frame.
 inline QTime frameClock()
 {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const auto now = steadyTime().time_since_epoch();
     const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
     return QTime::fromMSecsSinceStartOfDay(static_cast<int>(milliseconds % millisecondsPerDay));
 }

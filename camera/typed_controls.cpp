@@ -1,9 +1,11 @@
 #include "atomic_field.h"
+#include "driver_clock.h"
 #include "sensor_types.h"
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
-#include <QThread>
+
+#include <chrono>
 
 namespace
 {
@@ -14,8 +16,7 @@ constexpr int writeAttempts = 2;
 /// Gives the camera's control pipe the pause that it needs before a write and before a read-back.
 void pace()
 {
-    constexpr unsigned long pauseMs = 32;
-    QThread::msleep(pauseMs);
+    sleepFor(std::chrono::milliseconds(32));
 }
 
 } // namespace

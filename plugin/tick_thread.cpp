@@ -1,6 +1,9 @@
 #include "tick_thread.h"
 
 #include "atomic_field.h"
+#include "driver_clock.h"
+
+#include <chrono>
 
 namespace CustomThreads
 {
@@ -36,14 +39,15 @@ bool TickTokThread::holdThread(bool hold)
 
 void TickTokThread::run()
 {
-    constexpr unsigned long heldPollMs = 10;
+    using std::chrono::milliseconds;
+    constexpr milliseconds heldPoll(10);
     while (shared(m_running).load()) {
         if (shared(m_held).load()) {
-            msleep(heldPollMs);
+            sleepFor(heldPoll);
             continue;
         }
         Q_EMIT tickTokTimeOut();
-        msleep(shared(m_period).load());
+        sleepFor(milliseconds(shared(m_period).load()));
     }
     shared(m_running).store(false);
 }

@@ -4,6 +4,7 @@
 #include "driver_test.h"
 #include "sensor_numbers.h"
 #include "stdout_capture.h"
+#include "virtual_clock.h"
 
 #include <atomic>
 #include <chrono>
@@ -90,6 +91,23 @@ public:
 };
 
 } // namespace
+
+TEST_F(Connection, PausesOnceBetweenTheLimitsOfTheExposure)
+{
+    enumerated(4711);
+    VirtualClock& clock = VirtualClock::instance();
+    clock.reset();
+    std::string lastCall;
+    clock.setHook(
+        [&](const VirtualClock::Sleep& /*sleep*/) { lastCall = bus.callTexts().back(); });
+    const VirtualClock::Sleep pause = {std::this_thread::get_id(), std::chrono::milliseconds(32)};
+    EXPECT_EQ(code(camera.connectDeviceBySerial("ZR4711")), 0U);
+    EXPECT_THAT(clock.sleeps(), ElementsAre(pause));
+    EXPECT_EQ(lastCall, "uvc_get_brightness handle1 GET_MAX");
+    EXPECT_EQ(code(camera.reconnectDevice()), 0U);
+    EXPECT_THAT(clock.sleeps(), ElementsAre(pause, pause));
+    clock.reset();
+}
 
 TEST_F(Connection, BySerialReadsGeometryAndInitialises)
 {

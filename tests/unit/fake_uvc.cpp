@@ -99,6 +99,7 @@ struct Bus::State {
     std::uint8_t lastAddress = 0;
     std::vector<ScriptedFailure> failures;
     std::vector<Call> calls;
+    std::vector<std::string> steps;
     std::vector<std::string> misuses;
     std::function<void(const Call&)> hook;
     std::string guardFault;
@@ -247,10 +248,23 @@ int Bus::count(const std::string& function) const
     }));
 }
 
+std::vector<std::string> Bus::steps() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_state->steps;
+}
+
+void Bus::note(const std::string& step)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state->steps.push_back(step);
+}
+
 void Bus::clearCalls()
 {
     const std::lock_guard lock(m_mutex);
     m_state->calls.clear();
+    m_state->steps.clear();
 }
 
 void Bus::setGuardFault(const std::string& fault)
@@ -345,7 +359,7 @@ bool Bus::deliver(const Camera& camera, int width, int height, std::vector<unsig
 uvc_error_t Bus::begin(const std::string& function, const std::string& arguments,
                        std::optional<uvc_req_code> request)
 {
-    Call call{function, function + arguments, UVC_SUCCESS, Clock::now()};
+    Call call{function, function + arguments, UVC_SUCCESS};
     std::function<void(const Call&)> hook;
     {
         const std::lock_guard lock(m_mutex);
@@ -360,6 +374,7 @@ uvc_error_t Bus::begin(const std::string& function, const std::string& arguments
             }
         }
         m_state->calls.push_back(call);
+        m_state->steps.push_back(call.text);
         hook = m_state->hook;
     }
     if (hook) {

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -29,8 +28,6 @@
 /// changed while the driver is idle or from the hook.
 namespace fakeuvc
 {
-
-using Clock = std::chrono::steady_clock;
 
 enum class Control : std::size_t {
     BacklightCompensation,
@@ -90,8 +87,7 @@ struct Call {
     std::string function; ///< "uvc_get_gain"
     std::string
         text; ///< the function and its arguments, for example "uvc_get_gain handle1 GET_CUR"
-    uvc_error_t result;   ///< UVC_SUCCESS for functions without a result
-    Clock::time_point at; ///< when the call began
+    uvc_error_t result; ///< UVC_SUCCESS for functions without a result
 };
 
 /// Which calls shall fail.
@@ -149,6 +145,10 @@ public:
     [[nodiscard]] std::vector<Call> calls() const;
     [[nodiscard]] std::vector<std::string> callTexts() const;
     [[nodiscard]] int count(const std::string& function) const;
+    /// The texts of the calls, and what a test noted between them.
+    [[nodiscard]] std::vector<std::string> steps() const;
+    void note(const std::string& step);
+    /// Forgets the notes, too.
     void clearCalls();
 
     /// Runs @p hook at the beginning of each call, without any lock of the stand-in held.

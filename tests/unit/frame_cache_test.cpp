@@ -1,7 +1,7 @@
 // What happens to a frame that libuvc hands over: checks, ring, trailer, queue and frame rate.
 
 #include "driver_test.h"
-#include "frame_clock.h"
+#include "virtual_clock.h"
 
 #include <QTime>
 
@@ -11,6 +11,7 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using namespace std::chrono_literals;
 
 namespace
 {
@@ -26,6 +27,7 @@ protected:
     {
         connect(2, width, height);
         camera.m_cacheFrameCount = 4;
+        clock.reset();
     }
     void TearDown() override
     {
@@ -73,6 +75,8 @@ protected:
         EXPECT_EQ(camera.m_receivedFrameCount, 0);
         EXPECT_EQ(camera.m_fpsFrameCount, 0);
     }
+
+    VirtualClock& clock = VirtualClock::instance();
 };
 
 } // namespace
@@ -283,36 +287,41 @@ TEST_F(FrameCache, TheRateIsMeasuredOverMoreThanASecond)
     EXPECT_EQ(camera.m_frameRate, 0.0);
     EXPECT_EQ(camera.m_fpsFrameCount, 5);
 
-    const QTime begin = camera.m_fpsTimer.addMSecs(-2000);
-    camera.m_fpsTimer = begin;
+    const QTime begin = camera.m_fpsTimer;
+    clock.advance(2000ms);
     triggerFilled(1);
-    // Six frames in two seconds and as long as this test took so far.
-    EXPECT_LE(camera.m_frameRate, 6 * 1000.0 / 2000);
-    EXPECT_GT(camera.m_frameRate, 0.0);
+    EXPECT_EQ(camera.m_frameRate, 6 * 1000.0 / 2000);
     EXPECT_EQ(camera.m_fpsFrameCount, 0);
-    const int restartedAfter = begin.msecsTo(camera.m_fpsTimer);
-    EXPECT_TRUE(restartedAfter >= 2000 || restartedAfter < 0); // negative past midnight
+    EXPECT_EQ(begin.msecsTo(camera.m_fpsTimer), 2000);
 
-    const double rate = camera.m_frameRate;
+    clock.advance(500ms);
     triggerFilled(1);
-    EXPECT_EQ(camera.m_frameRate, rate);
+    EXPECT_EQ(camera.m_frameRate, 6 * 1000.0 / 2000);
     EXPECT_EQ(camera.m_fpsFrameCount, 1);
 }
 
 TEST_F(FrameCache, TheRateIsMeasuredFromOneMillisecondBeyondASecondOn)
 {
     start();
-    for (const int elapsed : {1000, 1001}) {
-        QTime before;
-        do { // until no millisecond ends between looking and counting
-            camera.m_frameRate = 0.0;
-            camera.m_fpsFrameCount = 0;
-            before = frameClock();
-            camera.m_fpsTimer = before.addMSecs(-elapsed);
-            triggerFilled(1);
-        } while (frameClock() != before);
-        EXPECT_EQ(camera.m_frameRate > 0.0, elapsed == 1001);
-    }
+    clock.advance(1000ms);
+    triggerFilled(1);
+    EXPECT_EQ(camera.m_frameRate, 0.0);
+    EXPECT_EQ(camera.m_fpsFrameCount, 1);
+    clock.advance(1ms);
+    triggerFilled(1);
+    EXPECT_EQ(camera.m_frameRate, 2 * 1000.0 / 1001);
+    EXPECT_EQ(camera.m_fpsFrameCount, 0);
+}
+
+TEST_F(FrameCache, TheRateIsMeasuredAcrossTheEndOfTheClocksDay)
+{
+    clock.advance(12h - 300ms);
+    start();
+    EXPECT_EQ(camera.m_fpsTimer, QTime(23, 59, 59, 700));
+    clock.advance(1250ms);
+    triggerFilled(1);
+    EXPECT_EQ(camera.m_frameRate, 1 * 1000.0 / 1250);
+    EXPECT_EQ(camera.m_fpsTimer, QTime(0, 0, 0, 950));
 }
 
 TEST_F(FrameCache, AStoredFrameWakesOneWaiter)

@@ -1,20 +1,23 @@
 // The periodic thread, by the order of its events.
 
 #include "tick_thread.h"
+#include "virtual_clock.h"
+#include "watched_thread.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QMetaMethod>
 #include <QSemaphore>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <type_traits>
 
 using CustomThreads::TickTokThread;
+using namespace std::chrono_literals;
 
 namespace
 {
@@ -27,29 +30,68 @@ public:
     using TickTokThread::m_running;
 };
 
-/// Counts ticks in the thread that emits them.
+/// A thread that is held in each of its sleeps until the test wakes it.
 class TickThread : public testing::Test
 {
 protected:
-    /// A tick that never comes fails a test, but does not hang it.
-    static constexpr int patienceMs = 20000;
-
-    void countTicks()
+    TickThread()
     {
+        clock.reset();
+        clock.setHook([this](const VirtualClock::Sleep& sleep) {
+            if (!m_isOver) {
+                m_sleep = sleep;
+                m_asleep.release();
+                m_wakings.acquire();
+            }
+        });
         QObject::connect(
             &thread, &TickTokThread::tickTokTimeOut, &thread,
             [this] {
                 m_emitter = QThread::currentThread();
-                m_ticks.release();
+                ++m_ticks;
             },
             Qt::DirectConnection);
     }
-    bool waitForTicks(int count) { return m_ticks.tryAcquire(count, patienceMs); }
+    ~TickThread() override
+    {
+        m_isOver = true;
+        wake();
+        m_thread.reset();
+        clock.reset();
+    }
 
+    /// Waits until the thread has begun to sleep. @return for how long, or -1 ms where it does not.
+    std::chrono::milliseconds nextSleep()
+    {
+        constexpr int patienceMs = 20000;
+        return m_asleep.tryAcquire(1, patienceMs) ? m_sleep.length : -1ms;
+    }
+    void wake() { m_wakings.release(); }
+    /// The sleep that follows the present one.
+    std::chrono::milliseconds sleepAfterThis()
+    {
+        wake();
+        return nextSleep();
+    }
+    /// Destroys the thread while it sleeps.
+    void destroyAsleep()
+    {
+        WatchedThread destroyer([this] { m_thread.reset(); });
+        EXPECT_TRUE(destroyer.waitsForOthers());
+        wake();
+    }
+
+    VirtualClock& clock = VirtualClock::instance();
     std::unique_ptr<TickProbe> m_thread = std::make_unique<TickProbe>();
     TickProbe& thread = *m_thread;
-    QSemaphore m_ticks;
+    std::atomic<int> m_ticks = 0;
     std::atomic<QThread*> m_emitter = nullptr;
+
+private:
+    std::atomic<bool> m_isOver = false;
+    VirtualClock::Sleep m_sleep; ///< handed over by m_asleep
+    QSemaphore m_asleep;
+    QSemaphore m_wakings;
 };
 
 } // namespace
@@ -99,70 +141,75 @@ TEST_F(TickThread, HoldingAlwaysAnswersTrue)
 
 TEST_F(TickThread, TheFirstTickComesAtOnceAndFromTheThreadItself)
 {
-    // After it the thread sleeps, and its end waits for that.
     thread.setTickTokPeriod(300);
-    countTicks();
-    QElapsedTimer sinceStart;
-    sinceStart.start();
     thread.start();
-    ASSERT_TRUE(waitForTicks(1));
+    EXPECT_EQ(nextSleep(), 300ms);
+    EXPECT_EQ(m_ticks, 1);
     EXPECT_EQ(m_emitter, &thread);
-    m_thread.reset();
-    EXPECT_GE(sinceStart.elapsed(), 299);
 }
 
-TEST_F(TickThread, TicksAgainAndAgain)
+TEST_F(TickThread, ItsEndWaitsForTheEndOfItsSleep)
 {
-    thread.setTickTokPeriod(1);
-    countTicks();
-    QElapsedTimer sinceStart;
-    sinceStart.start();
+    thread.setTickTokPeriod(300);
     thread.start();
-    ASSERT_TRUE(waitForTicks(11));
-    EXPECT_GE(sinceStart.elapsed(), 10);
+    EXPECT_EQ(nextSleep(), 300ms);
+    destroyAsleep();
+    EXPECT_EQ(m_ticks, 1);
+    EXPECT_EQ(clock.sleeps().size(), 1U);
+}
+
+TEST_F(TickThread, TicksOnceInEachPeriod)
+{
+    thread.setTickTokPeriod(7);
+    thread.start();
+    EXPECT_EQ(nextSleep(), 7ms);
+    const VirtualClock::Time begin = clock.now();
+    for (int periods = 1; periods <= 10; ++periods) {
+        EXPECT_EQ(sleepAfterThis(), 7ms);
+        EXPECT_EQ(clock.now() - begin, periods * 7ms);
+        EXPECT_EQ(m_ticks, 1 + periods);
+    }
 }
 
 TEST_F(TickThread, APeriodOfZeroTicksWithoutPause)
 {
     thread.setTickTokPeriod(0);
-    countTicks();
     thread.start();
-    EXPECT_TRUE(waitForTicks(1000));
+    EXPECT_EQ(nextSleep(), 0ms);
+    EXPECT_EQ(sleepAfterThis(), 0ms);
+    EXPECT_EQ(m_ticks, 2);
 }
 
 TEST_F(TickThread, ANewPeriodAppliesFromTheNextSleep)
 {
     thread.setTickTokPeriod(0);
-    countTicks();
     thread.start();
-    ASSERT_TRUE(waitForTicks(10));
-    thread.setTickTokPeriod(300);
-    // The tick that was under way, then one whose sleep is the new one.
-    while (m_ticks.tryAcquire(1, 100)) {
-    }
-    thread.setTickTokPeriod(0);
-    EXPECT_TRUE(waitForTicks(1000));
+    EXPECT_EQ(nextSleep(), 0ms);
+    thread.setTickTokPeriod(0xffffffff);
+    EXPECT_EQ(sleepAfterThis(), 4294967295ms);
+    thread.setTickTokPeriod(5);
+    EXPECT_EQ(sleepAfterThis(), 5ms);
+    EXPECT_EQ(m_ticks, 3);
 }
 
 TEST_F(TickThread, AHeldThreadDoesNotTick)
 {
-    thread.setTickTokPeriod(0);
+    thread.setTickTokPeriod(5);
     thread.holdThread(true);
-    countTicks();
     thread.start();
-    QThread::msleep(50);
-    EXPECT_EQ(m_ticks.available(), 0);
+    EXPECT_EQ(nextSleep(), 10ms);
+    EXPECT_EQ(sleepAfterThis(), 10ms);
+    EXPECT_EQ(m_ticks, 0);
     thread.holdThread(false);
-    ASSERT_TRUE(waitForTicks(100));
-
+    EXPECT_EQ(sleepAfterThis(), 5ms);
+    EXPECT_EQ(m_ticks, 1);
     thread.holdThread(true);
-    // Once it has noticed, it polls every 10 ms and stays silent.
-    while (m_ticks.tryAcquire(1, 100)) {
-    }
+    EXPECT_EQ(sleepAfterThis(), 10ms);
+    EXPECT_EQ(m_ticks, 1);
     EXPECT_TRUE(thread.isRunning());
-    EXPECT_EQ(m_ticks.available(), 0);
     thread.holdThread(false);
-    EXPECT_TRUE(waitForTicks(100));
+    EXPECT_EQ(sleepAfterThis(), 5ms);
+    EXPECT_EQ(m_ticks, 2);
 }
 
 TEST_F(TickThread, OneThatNeverStartedEndsAtOnce)
@@ -174,13 +221,11 @@ TEST_F(TickThread, OneThatNeverStartedEndsAtOnce)
 TEST_F(TickThread, AHeldThreadEnds)
 {
     thread.holdThread(true);
-    countTicks();
     thread.start();
-    QThread::msleep(30);
-    thread.setTickTokPeriod(50);
-    m_thread.reset();
-    // One at most, where the end fell between the two flags.
-    EXPECT_LE(m_ticks.available(), 1);
+    EXPECT_EQ(nextSleep(), 10ms);
+    destroyAsleep();
+    EXPECT_EQ(m_ticks, 0);
+    EXPECT_EQ(clock.sleeps().size(), 1U);
 }
 
 TEST_F(TickThread, ReceiversElsewhereAreQueued)

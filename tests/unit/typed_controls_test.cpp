@@ -2,43 +2,42 @@
 
 #include "driver_test.h"
 #include "sensor_numbers.h"
+#include "virtual_clock.h"
 
-#include <chrono>
 #include <tuple>
 
 using fakeuvc::Camera;
-using fakeuvc::Clock;
 using fakeuvc::Control;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using namespace std::chrono_literals;
 
 namespace
 {
 
 /// What the camera's control pipe needs between two transfers.
-constexpr auto controlPause = 32ms;
+constexpr auto controlPause = "pause of 32 ms";
 
 class TypedControls : public DriverTest
 {
 protected:
-    /// The time from one call to the next, the first counted from @p start.
-    std::vector<Clock::duration> gaps(Clock::time_point start) const
+    TypedControls()
     {
-        std::vector<Clock::duration> gaps;
-        for (const fakeuvc::Call& call : bus.calls()) {
-            gaps.push_back(call.at - start);
-            start = call.at;
-        }
-        return gaps;
+        clock.reset();
+        clock.setHook([this](const VirtualClock::Sleep& sleep) { notePause(sleep); });
+    }
+    ~TypedControls() override { clock.reset(); }
+
+    void notePause(const VirtualClock::Sleep& sleep)
+    {
+        bus.note("pause of " + std::to_string(sleep.length.count()) + " ms");
     }
 
-    /// Neither the node lock nor, where @p controlMutexHeld says so, the control mutex may be held.
+    /// At each step the node lock is free; @p controlMutexHeld tells whether the control mutex is.
     void checkLocks(std::vector<bool>& controlMutexHeld)
     {
-        bus.setHook([this, &controlMutexHeld](const fakeuvc::Call& call) {
+        const auto check = [this, &controlMutexHeld](const std::string& step) {
             const bool writable = camera.m_nodeLock.tryLockForWrite();
-            EXPECT_TRUE(writable) << call.text;
+            EXPECT_TRUE(writable) << step;
             if (writable) {
                 camera.m_nodeLock.unlock();
             }
@@ -47,8 +46,15 @@ protected:
                 camera.m_controlMutex.unlock();
             }
             controlMutexHeld.push_back(!free);
+        };
+        bus.setHook([check](const fakeuvc::Call& call) { check(call.text); });
+        clock.setHook([this, check](const VirtualClock::Sleep& sleep) {
+            notePause(sleep);
+            check("pause");
         });
     }
+
+    VirtualClock& clock = VirtualClock::instance();
 };
 
 class TypedControlsOfSensor : public TypedControls, public testing::WithParamInterface<int>
@@ -64,13 +70,11 @@ TEST_F(TypedControls, ExposureRangeReadsMaximumThenMinimum)
     connect(2)[Control::Brightness].minimum = 7;
     unsigned int minimum = 0;
     unsigned int maximum = 0;
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.getExposureTimeRange(minimum, maximum, 0)), 0U);
     EXPECT_EQ(minimum, 7U);
     EXPECT_EQ(maximum, 5000U);
-    EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_get_brightness handle1 GET_MAX",
-                                             "uvc_get_brightness handle1 GET_MIN"));
-    EXPECT_GE(gaps(start)[1], controlPause);
+    EXPECT_THAT(bus.steps(), ElementsAre("uvc_get_brightness handle1 GET_MAX", controlPause,
+                                         "uvc_get_brightness handle1 GET_MIN"));
     EXPECT_THAT(log.lines(), IsEmpty());
     // Only connecting stores the limits.
     EXPECT_EQ(camera.m_minExposureTime, 1U);
@@ -83,14 +87,13 @@ TEST_F(TypedControls, ExposureRangeWithoutMaximumScalesTheCallersOwn)
     bus.fail({.function = "uvc_get_brightness", .error = UVC_ERROR_PIPE, .request = UVC_GET_MAX});
     unsigned int minimum = 5;
     unsigned int maximum = 7;
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.getExposureTimeRange(minimum, maximum, 0)), 1039U);
     EXPECT_EQ(minimum, 300U);
     EXPECT_EQ(maximum, 700U);
     EXPECT_THAT(log.lines(),
                 ElementsAre(criticalLine(" uvc_get_exposure_abs get max failed ret: -9")));
-    EXPECT_EQ(bus.calls().size(), 2U);
-    EXPECT_GE(gaps(start)[1], controlPause);
+    EXPECT_THAT(bus.steps(), ElementsAre("uvc_get_brightness handle1 GET_MAX", controlPause,
+                                         "uvc_get_brightness handle1 GET_MIN"));
 }
 
 TEST_F(TypedControls, ExposureRangeWithoutMinimumIsNotLogged)
@@ -170,11 +173,9 @@ INSTANTIATE_TEST_SUITE_P(EverySensor, TypedControlsOfSensor, testing::ValuesIn(e
 TEST_F(TypedControls, SettingTheExposureWritesAndReadsBackWithPauses)
 {
     connect(0);
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.setExposureTime(12345, 0)), 0U);
-    EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_set_brightness handle1 123",
-                                             "uvc_get_brightness handle1 GET_CUR"));
-    EXPECT_THAT(gaps(start), testing::Each(testing::Ge(controlPause)));
+    EXPECT_THAT(bus.steps(), ElementsAre(controlPause, "uvc_set_brightness handle1 123",
+                                         controlPause, "uvc_get_brightness handle1 GET_CUR"));
     EXPECT_EQ(camera.m_exposureTime, 123);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -183,22 +184,20 @@ TEST_F(TypedControls, SettingTheExposureWithoutReadBackOnlyWrites)
 {
     connect(2)[Control::Brightness].nextReads = {1, 2};
     camera.m_exposureReadBack = false;
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.setExposureTime(77, 0)), 0U);
-    EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_set_brightness handle1 77"));
-    EXPECT_GE(gaps(start)[0], controlPause);
+    EXPECT_THAT(bus.steps(), ElementsAre(controlPause, "uvc_set_brightness handle1 77"));
     EXPECT_EQ(camera.m_exposureTime, 77);
 }
 
 TEST_F(TypedControls, AnExposureThatReadsBackDifferentlyIsWrittenOnceMore)
 {
     connect(2)[Control::Brightness].nextReads = {76, 77};
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.setExposureTime(77, 0)), 0U);
-    EXPECT_THAT(bus.callTexts(),
-                ElementsAre("uvc_set_brightness handle1 77", "uvc_get_brightness handle1 GET_CUR",
-                            "uvc_set_brightness handle1 77", "uvc_get_brightness handle1 GET_CUR"));
-    EXPECT_THAT(gaps(start), testing::Each(testing::Ge(controlPause)));
+    EXPECT_THAT(bus.steps(),
+                ElementsAre(controlPause, "uvc_set_brightness handle1 77", controlPause,
+                            "uvc_get_brightness handle1 GET_CUR", controlPause,
+                            "uvc_set_brightness handle1 77", controlPause,
+                            "uvc_get_brightness handle1 GET_CUR"));
     EXPECT_EQ(camera.m_exposureTime, 77);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -257,7 +256,7 @@ TEST_F(TypedControls, AnExposureOutOfRangeIsRefusedBeforeAnythingElse)
     EXPECT_EQ(code(camera.setExposureTime(0, 0)), 780U);
     EXPECT_EQ(code(camera.setExposureTime(5001, 0)), 780U);
     EXPECT_EQ(code(camera.setExposureTime(0xffffffff, 0)), 780U);
-    EXPECT_THAT(bus.callTexts(), IsEmpty());
+    EXPECT_THAT(bus.steps(), IsEmpty());
     EXPECT_EQ(code(camera.setExposureTime(1, 0)), 0U);
     EXPECT_EQ(code(camera.setExposureTime(5000, 0)), 0U);
 }
@@ -278,7 +277,7 @@ TEST_F(TypedControls, ReadingTheExposureAsksTheDevice)
     unsigned int time = 0;
     EXPECT_EQ(code(camera.getExposureTime(time, 0)), 0U);
     EXPECT_EQ(time, 321U);
-    EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_get_brightness handle1 GET_CUR"));
+    EXPECT_THAT(bus.steps(), ElementsAre("uvc_get_brightness handle1 GET_CUR"));
     EXPECT_EQ(camera.m_exposureTime, 10);
 
     clearLogs();
@@ -312,7 +311,7 @@ TEST_F(TypedControls, GainRangeReadsMinimumThenMaximum)
     EXPECT_EQ(code(camera.getGainRange(minimum, maximum, 0)), 0U);
     EXPECT_EQ(minimum, 2);
     EXPECT_EQ(maximum, 200);
-    EXPECT_THAT(bus.callTexts(),
+    EXPECT_THAT(bus.steps(),
                 ElementsAre("uvc_get_gain handle1 GET_MIN", "uvc_get_gain handle1 GET_MAX"));
 }
 
@@ -339,12 +338,10 @@ TEST_F(TypedControls, SettingTheGainWritesUnderTheControlMutexAndReadsBackWithou
     connect();
     std::vector<bool> controlMutexHeld;
     checkLocks(controlMutexHeld);
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.setGain(50, 0)), 0U);
-    EXPECT_THAT(bus.callTexts(),
-                ElementsAre("uvc_set_gain handle1 50", "uvc_get_gain handle1 GET_CUR"));
-    EXPECT_THAT(gaps(start), testing::Each(testing::Ge(controlPause)));
-    EXPECT_THAT(controlMutexHeld, ElementsAre(true, false));
+    EXPECT_THAT(bus.steps(), ElementsAre(controlPause, "uvc_set_gain handle1 50", controlPause,
+                                         "uvc_get_gain handle1 GET_CUR"));
+    EXPECT_THAT(controlMutexHeld, ElementsAre(true, true, false, false));
     EXPECT_EQ(camera.m_gain, 50);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -353,10 +350,8 @@ TEST_F(TypedControls, SettingTheGainWithoutReadBackOnlyWrites)
 {
     connect()[Control::Gain].nextReads = {1, 2};
     camera.m_gainReadBack = false;
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.setGain(50, 0)), 0U);
-    EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_set_gain handle1 50"));
-    EXPECT_GE(gaps(start)[0], controlPause);
+    EXPECT_THAT(bus.steps(), ElementsAre(controlPause, "uvc_set_gain handle1 50"));
     EXPECT_EQ(camera.m_gain, 50);
 }
 
@@ -365,13 +360,13 @@ TEST_F(TypedControls, AGainThatReadsBackDifferentlyIsWrittenOnceMore)
     connect()[Control::Gain].nextReads = {49, 50};
     std::vector<bool> controlMutexHeld;
     checkLocks(controlMutexHeld);
-    const auto start = Clock::now();
     EXPECT_EQ(code(camera.setGain(50, 0)), 0U);
-    EXPECT_THAT(bus.callTexts(),
-                ElementsAre("uvc_set_gain handle1 50", "uvc_get_gain handle1 GET_CUR",
-                            "uvc_set_gain handle1 50", "uvc_get_gain handle1 GET_CUR"));
-    EXPECT_THAT(gaps(start), testing::Each(testing::Ge(controlPause)));
-    EXPECT_THAT(controlMutexHeld, ElementsAre(true, false, true, false));
+    EXPECT_THAT(bus.steps(), ElementsAre(controlPause, "uvc_set_gain handle1 50", controlPause,
+                                         "uvc_get_gain handle1 GET_CUR", controlPause,
+                                         "uvc_set_gain handle1 50", controlPause,
+                                         "uvc_get_gain handle1 GET_CUR"));
+    EXPECT_THAT(controlMutexHeld,
+                ElementsAre(true, true, false, false, false, true, true, false));
     EXPECT_EQ(camera.m_gain, 50);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -428,7 +423,7 @@ TEST_F(TypedControls, AGainOutOfRangeIsRefusedBeforeAnythingElse)
     connect();
     EXPECT_EQ(code(camera.setGain(1, 0)), 780U);
     EXPECT_EQ(code(camera.setGain(201, 0)), 780U);
-    EXPECT_THAT(bus.callTexts(), IsEmpty());
+    EXPECT_THAT(bus.steps(), IsEmpty());
     EXPECT_EQ(code(camera.setGain(2, 0)), 0U);
     EXPECT_EQ(code(camera.setGain(200, 0)), 0U);
 }
@@ -442,7 +437,7 @@ TEST_F(TypedControls, ReadingTheGainHoldsTheControlMutex)
     unsigned short gain = 1;
     EXPECT_EQ(code(camera.getGain(gain, 0)), 0U);
     EXPECT_EQ(gain, 65535);
-    EXPECT_THAT(bus.callTexts(), ElementsAre("uvc_get_gain handle1 GET_CUR"));
+    EXPECT_THAT(bus.steps(), ElementsAre("uvc_get_gain handle1 GET_CUR"));
     EXPECT_THAT(controlMutexHeld, ElementsAre(true));
 
     clearLogs();
@@ -467,7 +462,8 @@ TEST_F(TypedControls, OtherTransfersTakeNoLock)
     camera.getExposureTime(minimum, 0);
     camera.setExposureTime(100, 0);
     camera.getGainRange(minimumGain, maximumGain, 0);
-    EXPECT_EQ(controlMutexHeld.size(), 7U);
+    EXPECT_EQ(bus.calls().size(), 7U);
+    EXPECT_EQ(controlMutexHeld.size(), bus.steps().size());
     EXPECT_THAT(controlMutexHeld, testing::Each(false));
 }
 
