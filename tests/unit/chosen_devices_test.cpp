@@ -408,7 +408,7 @@ TEST_F(ChosenDevices, OneCameraIsLostAndFoundWhileAnotherStreams)
             images.clear();
         }
     });
-    // Frames go on arriving at every moment of the other camera's loss.
+    // Frames go on arriving while the other camera is lost.
     const auto awaitFrame = [&grabbed] {
         for (const int before = grabbed; grabbed == before;) {
             std::this_thread::yield();
@@ -420,13 +420,11 @@ TEST_F(ChosenDevices, OneCameraIsLostAndFoundWhileAnotherStreams)
     for (int loss = 0; loss < losses; ++loss) {
         ASSERT_EQ(code(lost.connectDeviceBySerial("ZR2")), 0U);
         ASSERT_EQ(code(lost.startStream(0)), 0U);
-        awaitFrame();
         bus.replug(*second);
         awaitFrame();
         lost.disconnectDevice();
         awaitFrame();
         ASSERT_EQ(choose({placeOf(*second)}), 2);
-        awaitFrame();
     }
     isOver = true;
     wire.join();

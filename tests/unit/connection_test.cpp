@@ -5,6 +5,7 @@
 #include "sensor_numbers.h"
 #include "stdout_capture.h"
 #include "virtual_clock.h"
+#include "watched_thread.h"
 
 #include <atomic>
 #include <chrono>
@@ -98,8 +99,7 @@ TEST_F(Connection, PausesOnceBetweenTheLimitsOfTheExposure)
     VirtualClock& clock = VirtualClock::instance();
     clock.reset();
     std::string lastCall;
-    clock.setHook(
-        [&](const VirtualClock::Sleep& /*sleep*/) { lastCall = bus.callTexts().back(); });
+    clock.setHook([&](const VirtualClock::Sleep& /*sleep*/) { lastCall = bus.callTexts().back(); });
     const VirtualClock::Sleep pause = {std::this_thread::get_id(), std::chrono::milliseconds(32)};
     EXPECT_EQ(code(camera.connectDeviceBySerial("ZR4711")), 0U);
     EXPECT_THAT(clock.sleeps(), ElementsAre(pause));
@@ -583,13 +583,13 @@ TEST_F(Connection, DisconnectingLetsOthersWorkWhileAControlRequestRuns)
         std::this_thread::yield();
     }
     std::atomic<bool> disconnected = false;
-    std::thread disconnecter([&] {
+    WatchedThread disconnecter([&] {
         EXPECT_EQ(code(camera.disconnectDevice()), 0U);
         disconnected = true;
     });
     // It waits as soon as the device counts as closed; with the old order, the property would not
     // answer before the slow request ends.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(disconnecter.waitsForOthers());
     QMap<QString, QVariant> values;
     EXPECT_EQ(code(camera.getProperty(zrnhost::keys::maxGrabWaitTime, values)), 0U);
     int value = 0;

@@ -1,11 +1,11 @@
 // Every image is of the camera, the size and the moment that its host takes it for.
 
 #include "driver_test.h"
+#include "watched_thread.h"
 
 #include <QMutexLocker>
 
 #include <atomic>
-#include <chrono>
 #include <thread>
 
 using CameraSpace::ImageBlock;
@@ -260,15 +260,12 @@ TEST_F(FrameIdentity, AFrameOverwrittenBeforeItIsReadIsPassedOver)
         QMutex* const slotLock = camera.m_bufferLocks.at(index);
         slotLock->lock();
         int grabbed = 0;
-        std::thread grabber([&] { grabbed = grab(); });
-        const auto isTaken = [&] {
+        WatchedThread grabber([&] { grabbed = grab(); });
+        EXPECT_TRUE(grabber.waitsForOthers());
+        {
             const QMutexLocker queue(&camera.m_frameMutex);
-            return !camera.m_frameIndexQueue.contains(index);
-        };
-        while (!isTaken()) {
-            std::this_thread::yield();
+            EXPECT_FALSE(camera.m_frameIndexQueue.contains(index));
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
         // Mostly this thread has the slot again before the grabber wakes.
         slotLock->unlock();
         deliver(device, ++value);
@@ -380,13 +377,8 @@ TEST_F(FrameIdentity, DestroyingACameraWaitsForAnAbandonedStreamsCallback)
     while (!callbackHeld) {
         std::this_thread::yield();
     }
-    std::atomic<bool> destroyed = false;
-    std::thread destroyer([&] {
-        probe.reset();
-        destroyed = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_FALSE(destroyed);
+    WatchedThread destroyer([&] { probe.reset(); });
+    EXPECT_TRUE(destroyer.waitsForOthers());
     callbackReleased = true;
     callback.join();
     destroyer.join();

@@ -18,7 +18,9 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <set>
+#include <vector>
 
 using BaseDeviceSpace::DeviceInterface;
 using CameraSpace::CameraInterface;
@@ -240,6 +242,27 @@ TEST_F(PluginLibrary, GrabsThroughTheInterfacesAlone)
     EXPECT_TRUE(loader.unload());
     EXPECT_EQ(bus.outstanding(), fakeuvc::Outstanding{.descriptors = 1});
     EXPECT_THAT(bus.misuses(), IsEmpty());
+}
+
+// The clock that users have: the other tests of the driver's pauses bring one of their own.
+TEST_F(PluginLibrary, PausesForAsLongAsACameraNeeds)
+{
+    using Clock = std::chrono::steady_clock;
+    bus.addCamera(4711);
+    ASSERT_EQ(factory()->enumDevice(), 1);
+    DeviceInterface* device = factory()->createDevice();
+    auto* camera = dynamic_cast<CameraInterface*>(device);
+    ASSERT_NE(camera, nullptr);
+    ASSERT_EQ(device->connectDeviceBySerial("ZR4711"), ErrorCode::Success);
+    std::vector<Clock::time_point> moments = {Clock::now()};
+    bus.setHook([&moments](const fakeuvc::Call& /*call*/) { moments.push_back(Clock::now()); });
+    EXPECT_EQ(camera->setExposureTime(100, 0), ErrorCode::Success);
+    bus.setHook({});
+    ASSERT_EQ(moments.size(), 3U);
+    EXPECT_GE(moments[1] - moments[0], std::chrono::milliseconds(32));
+    EXPECT_GE(moments[2] - moments[1], std::chrono::milliseconds(32));
+    EXPECT_EQ(factory()->deleteDevice(device), ErrorCode::Success);
+    EXPECT_TRUE(loader.unload());
 }
 
 TEST_F(PluginLibrary, CanBeLoadedAgainAfterItWasUnloaded)

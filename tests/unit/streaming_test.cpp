@@ -2,16 +2,13 @@
 
 #include "driver_test.h"
 #include "sensor_numbers.h"
-
-#include <QMutexLocker>
+#include "watched_thread.h"
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <limits>
 #include <memory>
 #include <thread>
-#include <unistd.h>
 
 using fakeuvc::Camera;
 using testing::AllOf;
@@ -40,19 +37,6 @@ protected:
         EXPECT_TRUE(bus.deliver(device, width, height, data));
     }
 };
-
-/// Waits until a thread sleeps in the kernel, once it has told its number.
-void waitUntilBlocked(const std::atomic<int>& thread)
-{
-    for (char state = 'R'; state != 'S'; std::this_thread::yield()) {
-        std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
-        std::string text;
-        std::getline(stat, text);
-        // "123 (name) S ..."
-        const std::size_t end = text.rfind(')');
-        state = end != std::string::npos && end + 2 < text.size() ? text[end + 2] : 'R';
-    }
-}
 
 const std::vector<std::string> startCalls = {
     "uvc_get_stream_ctrl_format_size handle1 format 1 8x4 rate 0",
@@ -250,11 +234,11 @@ TEST_F(Streaming, StartingWaitsForAGrabThatReadsASlot)
     QMutex* slotLock = camera.m_bufferLocks.at(5);
     slotLock->lock();
     std::atomic<bool> started = false;
-    std::thread starter([this, &started] {
+    WatchedThread starter([this, &started] {
         EXPECT_EQ(code(camera.startStream(0)), 0U);
         started = true;
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(starter.waitsForOthers());
     EXPECT_FALSE(started);
     EXPECT_THAT(bus.callTexts(), IsEmpty());
     slotLock->unlock();
@@ -362,18 +346,11 @@ TEST_F(Streaming, StoppingWaitsForTheFrameMutex)
     // Or else a grab that has just looked would wait for a frame that never comes.
     connectSmall();
     ASSERT_EQ(code(camera.startStream(0)), 0U);
-    std::atomic<bool> stopped = false;
-    std::thread stopper;
-    {
-        const QMutexLocker queue(&camera.m_frameMutex);
-        stopper = std::thread([this, &stopped] {
-            EXPECT_EQ(code(camera.stopStream(0)), 0U);
-            stopped = true;
-        });
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        EXPECT_FALSE(stopped);
-        EXPECT_TRUE(std::atomic_ref(camera.m_isStreaming).load());
-    }
+    camera.m_frameMutex.lock();
+    WatchedThread stopper([this] { EXPECT_EQ(code(camera.stopStream(0)), 0U); });
+    EXPECT_TRUE(stopper.waitsForOthers());
+    EXPECT_TRUE(std::atomic_ref(camera.m_isStreaming).load());
+    camera.m_frameMutex.unlock();
     stopper.join();
     EXPECT_FALSE(camera.m_isStreaming);
 }
@@ -399,12 +376,8 @@ TEST_F(Streaming, ADisconnectionEndsADiscardThatHasNoStream)
 {
     connectSmall();
     camera.m_grabTimeout = -1;
-    std::atomic<bool> done = false;
-    std::thread discarder([&] {
-        camera.discardFrames(0);
-        done = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    WatchedThread discarder([this] { camera.discardFrames(0); });
+    EXPECT_TRUE(discarder.waitsForOthers());
     EXPECT_EQ(code(camera.disconnectDevice()), 0U);
     discarder.join();
 }
@@ -417,18 +390,10 @@ TEST_F(Streaming, ADiscardDoesNotBeginToWaitWhileTheCameraIsDeleted)
         CameraProbe* const target = probe.get();
         // Both wait for this mutex, the destroyer first, which therefore gets it first.
         target->m_frameMutex.lock();
-        std::atomic<int> destroyerId = 0;
-        std::thread destroyer([&] {
-            destroyerId = gettid();
-            probe.reset();
-        });
-        waitUntilBlocked(destroyerId);
-        std::atomic<int> discarderId = 0;
-        std::thread discarder([&, target] {
-            discarderId = gettid();
-            target->CZRNCamera::discardFrames(0);
-        });
-        waitUntilBlocked(discarderId);
+        WatchedThread destroyer([&] { probe.reset(); });
+        EXPECT_TRUE(destroyer.waitsForOthers());
+        WatchedThread discarder([target] { target->CZRNCamera::discardFrames(0); });
+        EXPECT_TRUE(discarder.waitsForOthers());
         target->m_frameMutex.unlock();
         discarder.join();
         destroyer.join();

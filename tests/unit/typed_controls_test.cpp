@@ -193,11 +193,10 @@ TEST_F(TypedControls, AnExposureThatReadsBackDifferentlyIsWrittenOnceMore)
 {
     connect(2)[Control::Brightness].nextReads = {76, 77};
     EXPECT_EQ(code(camera.setExposureTime(77, 0)), 0U);
-    EXPECT_THAT(bus.steps(),
-                ElementsAre(controlPause, "uvc_set_brightness handle1 77", controlPause,
-                            "uvc_get_brightness handle1 GET_CUR", controlPause,
-                            "uvc_set_brightness handle1 77", controlPause,
-                            "uvc_get_brightness handle1 GET_CUR"));
+    EXPECT_THAT(bus.steps(), ElementsAre(controlPause, "uvc_set_brightness handle1 77",
+                                         controlPause, "uvc_get_brightness handle1 GET_CUR",
+                                         controlPause, "uvc_set_brightness handle1 77",
+                                         controlPause, "uvc_get_brightness handle1 GET_CUR"));
     EXPECT_EQ(camera.m_exposureTime, 77);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -361,12 +360,11 @@ TEST_F(TypedControls, AGainThatReadsBackDifferentlyIsWrittenOnceMore)
     std::vector<bool> controlMutexHeld;
     checkLocks(controlMutexHeld);
     EXPECT_EQ(code(camera.setGain(50, 0)), 0U);
-    EXPECT_THAT(bus.steps(), ElementsAre(controlPause, "uvc_set_gain handle1 50", controlPause,
-                                         "uvc_get_gain handle1 GET_CUR", controlPause,
-                                         "uvc_set_gain handle1 50", controlPause,
-                                         "uvc_get_gain handle1 GET_CUR"));
-    EXPECT_THAT(controlMutexHeld,
-                ElementsAre(true, true, false, false, false, true, true, false));
+    EXPECT_THAT(bus.steps(),
+                ElementsAre(controlPause, "uvc_set_gain handle1 50", controlPause,
+                            "uvc_get_gain handle1 GET_CUR", controlPause, "uvc_set_gain handle1 50",
+                            controlPause, "uvc_get_gain handle1 GET_CUR"));
+    EXPECT_THAT(controlMutexHeld, ElementsAre(true, true, false, false, false, true, true, false));
     EXPECT_EQ(camera.m_gain, 50);
     EXPECT_THAT(log.lines(), IsEmpty());
 }

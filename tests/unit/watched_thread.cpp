@@ -7,7 +7,8 @@
 namespace
 {
 
-/// How a thread of this process stands in the kernel: its state, and how often it has waited so far.
+/// How a thread of this process stands in the kernel: its state, and how often it has waited so
+/// far.
 struct Standing {
     std::string state;
     std::string waits;
