@@ -4,6 +4,7 @@
 #include "common/image_blocks.h"
 #include "common/property_keys.h"
 #include "hosts_libraries.h"
+#include "serious_lines.h"
 
 #include <thread>
 
@@ -28,6 +29,10 @@ zrnhost::DriverPlugin& CameraRig::driver()
 
 void CameraRig::SetUp()
 {
+    if (hasUnguardedDriver()) {
+        expectLog(" libuvc's faults are not guarded against: ");
+        expectLog(" camera is gone and cannot be closed, serial: ");
+    }
     bus.restore();
     enumerateUntilPresent();
     EXPECT_TRUE(driver()

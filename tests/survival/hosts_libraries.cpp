@@ -13,6 +13,8 @@ namespace survival
 namespace
 {
 
+constexpr auto guardsInEffect = "in effect";
+
 std::string setting(const char* name)
 {
     const char* const value = std::getenv(name);
@@ -48,7 +50,12 @@ void loadHostsLibraries()
 std::string expectedGuards()
 {
     const std::string expected = setting("ZRN_EXPECTED_GUARDS");
-    return expected.empty() ? "in effect" : expected;
+    return expected.empty() ? guardsInEffect : expected;
+}
+
+bool hasUnguardedDriver()
+{
+    return expectedGuards() != guardsInEffect;
 }
 
 } // namespace survival

@@ -12,5 +12,7 @@ void loadHostsLibraries();
 
 /// What the driver shall say of its guards: ZRN_EXPECTED_GUARDS, or that they are in effect.
 std::string expectedGuards();
+/// Whether that is that there are none.
+bool hasUnguardedDriver();
 
 } // namespace survival

@@ -2,38 +2,31 @@
 
 #include "common/driver_plugin.h"
 #include "hosts_libraries.h"
+#include "serious_lines.h"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
 
 namespace
 {
 
-std::atomic<int> criticalLines = 0;
-
-void count(QtMsgType type, const QMessageLogContext& context, const QString& text)
-{
-    if (type == QtCriticalMsg && std::string(context.category) == "ZRNCamera" &&
-        text.contains(QString::fromStdString(survival::expectedGuards()))) {
-        ++criticalLines;
-    }
-}
-
 TEST(Unguarded, IsToldOnce)
 {
-    const auto before = qInstallMessageHandler(count);
+    const std::string missing = "ZRNCamera:  libuvc's faults are not guarded against: ";
+    survival::expectLog(missing.c_str());
     zrnhost::DriverPlugin driver(QStringLiteral(ZRN_PLUGIN));
     EXPECT_EQ(driver.factory().enumDevice(), 1);
-    EXPECT_EQ(criticalLines, 1);
+    const std::map<std::string, int> lines = survival::seriousLines();
+    ASSERT_EQ(lines.size(), 1U);
+    const auto& [line, count] = *lines.begin();
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(line.rfind(missing, 0), 0U);
+    EXPECT_NE(line.find(survival::expectedGuards()), std::string::npos);
     EXPECT_EQ(driver.factory().enumDevice(), 1);
-    EXPECT_EQ(criticalLines, 1);
+    EXPECT_EQ(survival::seriousLines(), lines);
     EXPECT_TRUE(driver.factory()
                     .property(IFactory::guardsProperty)
                     .toString()
                     .endsWith(QString::fromStdString(survival::expectedGuards())));
-    qInstallMessageHandler(before);
 }
 
 } // namespace
