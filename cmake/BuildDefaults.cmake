@@ -11,7 +11,6 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
-set(CMAKE_AUTOMOC ON)
 
 # One folder for what a user runs, one for what a host loads.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
@@ -20,6 +19,8 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
 option(ZRN_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 set(ZRN_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined or thread")
 
+# Qt asks it of programs, too; so all that is compiled can share precompiled headers.
+add_compile_options(-fPIC)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wundef
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
                     -Wformat=2)
@@ -34,6 +35,14 @@ endif()
 option(ZRN_FUZZ "Instrument everything for libFuzzer and build the fuzzers; needs clang" OFF)
 if(ZRN_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+# What was compiled before is taken from ccache. It caches nothing that has precompiled headers unless it is told that
+# CMake sees to them.
+find_program(ZRN_CCACHE ccache)
+if(ZRN_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER
+        "${CMAKE_COMMAND}" -E env "CCACHE_SLOPPINESS=pch_defines,time_macros" "${ZRN_CCACHE}")
 endif()
 
 include(CTest)

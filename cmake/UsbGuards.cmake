@@ -9,10 +9,3 @@ set(ZRN_GUARD_LINK_OPTIONS -Wl,-z,now)
 foreach(function IN ITEMS uvc_init uvc_get_device_list uvc_get_device_descriptor uvc_open)
     list(APPEND ZRN_GUARD_LINK_OPTIONS -Wl,--wrap=${function})
 endforeach()
-
-# zrn_jump_in_guards(): for the targets of the calling folder. Foreign calls must leave the guards by a jump, in
-# unoptimised and instrumented builds as well.
-function(zrn_jump_in_guards)
-    set_source_files_properties("${PROJECT_SOURCE_DIR}/plugin/usb_guards/usb_guards.cpp" PROPERTIES
-        COMPILE_OPTIONS "-O2;-fno-sanitize=all")
-endfunction()
