@@ -2,6 +2,11 @@ if(PKG_CONFIG_FOUND)
     pkg_check_modules(UMOCKDEV QUIET IMPORTED_TARGET umockdev-1.0>=0.17)
     pkg_check_modules(GIO_UNIX QUIET IMPORTED_TARGET gio-unix-2.0)
     pkg_check_modules(USBREDIRPARSER QUIET IMPORTED_TARGET libusbredirparser-0.5)
+    if(GIO_UNIX_FOUND)
+        # Its -pthread would part these targets from the precompiled headers, and changes nothing with a libc that has
+        # its threads inside.
+        set_property(TARGET PkgConfig::GIO_UNIX PROPERTY INTERFACE_COMPILE_OPTIONS "")
+    endif()
 endif()
 find_package(CLI11 QUIET)
 find_package(nlohmann_json QUIET)
