@@ -6,6 +6,9 @@
 
 #include <QApplication>
 
+#include <algorithm>
+#include <vector>
+
 using namespace zrnview;
 
 namespace
@@ -35,8 +38,46 @@ private:
     QFont m_before;
 };
 
-/// Long enough for the running plots to show something.
-constexpr int plotMilliseconds = 8000;
+/// How much of a stream the running plots shall show: enough for all headings to be there, or what
+/// ZRN_PLOT_SECONDS asks of pictures that are to be looked at.
+double plotSeconds()
+{
+    constexpr double allHeadings = 1.2;
+    bool given = false;
+    const double seconds = qEnvironmentVariable("ZRN_PLOT_SECONDS").toDouble(&given);
+    return given ? seconds : allHeadings;
+}
+
+/// Waits until the plots have gone on for so long, by the times of the frames.
+bool waitForPlots(const std::vector<FramePanel*>& panels, double seconds = plotSeconds())
+{
+    const auto line = [](FramePanel* panel) -> const Series& {
+        return panel->ratePlot().series(0);
+    };
+    std::vector<double> begins;
+    for (FramePanel* panel : panels) {
+        if (!QTest::qWaitFor([&] { return !line(panel).isEmpty(); }, patience)) {
+            return false;
+        }
+        begins.push_back(line(panel).newest().seconds);
+    }
+    const auto areLongEnough = [&] {
+        return std::equal(
+            panels.begin(), panels.end(), begins.begin(), [&](FramePanel* panel, double begin) {
+                return !line(panel).isEmpty() && line(panel).newest().seconds - begin >= seconds;
+            });
+    };
+    return QTest::qWaitFor(areLongEnough, patience);
+}
+
+bool waitForPlots(LiveWindow& live)
+{
+    std::vector<FramePanel*> panels;
+    for (CameraPanel* panel : live.window.panels()) {
+        panels.push_back(&panel->frames());
+    }
+    return waitForPlots(panels);
+}
 
 /// Checks the window and saves its picture into the folder that the environment names.
 void capture(QWidget& window, const char* name)
@@ -83,7 +124,7 @@ private slots:
         LiveWindow live(2);
         QVERIFY(live.waitForStreams(2));
         live.panelOf(camera);
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         chooseValue(live, Setting::RGain, 140 + theme);
         capture(live.window, QTest::currentDataTag());
     }
@@ -96,7 +137,7 @@ private slots:
         FramePanel& frames = live.window.panels().front()->frames();
         frames.panes().setMode(ViewMode::Difference);
         live.window.side().setCurrentIndex(1);
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         QTRY_VERIFY_WITH_TIMEOUT(frames.display()->difference, patience);
         capture(live.window, "difference");
     }
@@ -113,7 +154,7 @@ private slots:
         QApplication::sendEvent(&view, &move);
         view.zoomBy(1000);
         panes.setMarkClipped(true);
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         capture(live.window, "pixels");
     }
 
@@ -124,7 +165,7 @@ private slots:
         LiveWindow live(1);
         live.window.resize(1920, 1080);
         QVERIFY(live.waitForStreams(1));
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         QVERIFY2(live.window.width() <= 1920, "the window needs more than the screen");
         capture(live.window, "200-percent");
     }
@@ -141,7 +182,7 @@ private slots:
         ControlRow& row = live.window.side().controls()->row(Setting::Exposure);
         row.field().setValue(9000);
         QTRY_VERIFY_WITH_TIMEOUT(row.message().contains(QStringLiteral("1037")), patience);
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         capture(live.window, "refused");
     }
 
@@ -152,11 +193,10 @@ private slots:
         LiveWindow live(1);
         QVERIFY(live.waitForStreams(1));
         CameraPanel& panel = live.panelOf(camera);
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         camera.tell("freeze");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Silent, patience);
         QTRY_VERIFY_WITH_TIMEOUT(!panel.notice().remedy().isEmpty(), patience);
-        QTest::qWait(300);
         capture(live.window, "silent");
         camera.tell("thaw");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Streaming, patience);
@@ -172,14 +212,14 @@ private slots:
         live.window.side().setCurrentIndex(2);
         panel.recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(panel.device().isRecording(), patience);
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         capture(live.window, "recording");
         panel.recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(!panel.device().isRecording(), patience);
         PlaybackPanel& playback = live.window.openRecording(panel.device().recorder()->path());
         QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
         playback.togglePlaying();
-        QTest::qWait(plotMilliseconds / 2);
+        QVERIFY(waitForPlots({&playback.frames()}, plotSeconds() / 2));
         capture(live.window, "playback");
     }
 
@@ -190,10 +230,10 @@ private slots:
         LiveWindow live(2);
         QVERIFY(live.waitForStreams(2));
         CameraPanel& panel = live.panelOf(camera);
-        QTest::qWait(plotMilliseconds);
+        QVERIFY(waitForPlots(live));
         camera.tell("unplug");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Lost, patience);
-        QTest::qWait(300);
+        QTRY_VERIFY_WITH_TIMEOUT(panel.notice().isVisible(), patience);
         capture(live.window, "unplugged");
         camera.tell("plug");
         QVERIFY(live.waitForStreams(2));
