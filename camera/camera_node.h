@@ -16,8 +16,6 @@
 ///
 /// Locking: `accessLock` is held for reading during the libuvc calls of one operation and the
 /// pauses between them, and for writing while the three libuvc objects are replaced or closed.
-/// Whoever holds it for reading takes no other lock of the driver but a camera's control or frame
-/// mutex and this node's stream mutex; whoever holds it for writing, a camera's node lock.
 /// `streamMutex` is held while libuvc starts or stops the node's stream, because libuvc keeps a
 /// device's streams in a list without a lock, and two camera objects may share the node.
 struct CameraNode {

@@ -51,12 +51,10 @@ using CameraSpace::CameraInterface;
 /// slot to write, and `m_frameIndexQueue` names the filled slots, oldest first and each at most
 /// once. A slot is written and read under its own mutex of `m_bufferLocks`, and knows there which
 /// frame it holds. The queue, the lists of the ring, and size, pixel format and sensor type as a
-/// group change under `m_frameMutex`, which is never held while a slot mutex is taken.
+/// group change under `m_frameMutex`.
 ///
-/// Locks, outermost first: `m_grabLock`, `m_lifecycleMutex`, the static `m_nodeTableLock`, a node's
-/// `accessLock`, `m_nodeLock` or `m_controlMutex`, `m_frameMutex`. A slot mutex is held while
-/// `m_nodeLock` is read. Plain fields that two threads touch without a lock are reached through
-/// atomic references.
+/// The states of a camera, every lock and the one order of all of them: docs/architecture.md. Plain
+/// fields that two threads touch without a lock are reached through atomic references.
 class CZRNCamera : public QObject, public CameraInterface
 {
     Q_OBJECT
