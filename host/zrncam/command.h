@@ -1,9 +1,8 @@
 #pragma once
 
+#include "arguments.h"
 #include "exit_codes.h"
 #include "output.h"
-
-#include <CLI/App.hpp>
 
 #include <functional>
 #include <string>

@@ -21,9 +21,11 @@ struct Offer {
 using Offers = std::vector<Offer>;
 
 /// The words before the one to complete, as far as they decide about it.
-struct CommandLine {
-    const CLI::App* app;                 ///< the subcommand, or the program before it is named
-    const CLI::Option* option = nullptr; ///< takes the next word as its value, or may take it
+struct ReadWords {
+    const CommandDescription* program;
+    const CommandDescription* command; ///< the program before a subcommand is named
+    const ArgumentDescription* option =
+        nullptr; ///< takes the next word as its value, or may take it
     std::vector<std::string> positionals;
 };
 
@@ -32,39 +34,45 @@ bool isOption(std::string_view word)
     return word.size() > 1 && word.front() == '-';
 }
 
-bool needsValue(const CLI::Option& option)
+bool needsValue(const ArgumentDescription& option)
 {
-    return option.get_items_expected_min() > 0;
+    return option.fewestValues > 0;
 }
 
 /// Options of subcommands are those of the program as well.
-const CLI::Option* findOption(const CLI::App& app, const std::string& name)
+const ArgumentDescription* findOption(const ReadWords& line, const std::string& name)
 {
-    const CLI::Option* option = app.get_option_no_throw(name);
-    return !option && app.get_parent() ? app.get_parent()->get_option_no_throw(name) : option;
+    for (const CommandDescription* level : {line.command, line.program}) {
+        const auto found = std::ranges::find_if(level->arguments, [&name](const auto& option) {
+            return std::ranges::find(option.names, name) != option.names.end();
+        });
+        if (found != level->arguments.end()) {
+            return &*found;
+        }
+    }
+    return nullptr;
 }
 
-const CLI::App* findSubcommand(const CLI::App& app, const std::string& name)
+const CommandDescription* findSubcommand(const CommandDescription& command, const std::string& name)
 {
-    const auto all = app.get_subcommands({});
-    const auto found = std::ranges::find(all, name, &CLI::App::get_name);
-    return found == all.end() ? nullptr : *found;
+    const auto found = std::ranges::find(command.subcommands, name, &CommandDescription::name);
+    return found == command.subcommands.end() ? nullptr : &*found;
 }
 
-CommandLine readLine(const CLI::App& program, std::span<const std::string> words)
+ReadWords readWords(const CommandDescription& program, std::span<const std::string> words)
 {
-    CommandLine line{&program, nullptr, {}};
+    ReadWords line{&program, &program, nullptr, {}};
     for (const std::string& word : words) {
-        const CLI::Option* taker = std::exchange(line.option, nullptr);
-        const CLI::App* subcommand = findSubcommand(*line.app, word);
+        const ArgumentDescription* taker = std::exchange(line.option, nullptr);
+        const CommandDescription* subcommand = findSubcommand(*line.command, word);
         if (taker && (needsValue(*taker) || (!isOption(word) && !subcommand))) {
             continue;
         }
         if (isOption(word)) {
-            const CLI::Option* option = findOption(*line.app, word);
-            line.option = option && option->get_items_expected_max() > 0 ? option : nullptr;
+            const ArgumentDescription* option = findOption(line, word);
+            line.option = option && option->mostValues > 0 ? option : nullptr;
         } else if (subcommand) {
-            line.app = subcommand;
+            line.command = subcommand;
         } else {
             line.positionals.push_back(word);
         }
@@ -122,10 +130,9 @@ Offers offerPorts()
 }
 
 /// Values of an option, by the name of their type, or of an argument, by its own name.
-Offers offerValues(const CommandLine& line, const CLI::Option& option)
+Offers offerValues(const ReadWords& line, const ArgumentDescription& argument)
 {
-    const std::string type =
-        option.get_positional() ? option.get_single_name() : option.get_type_name();
+    const std::string& type = argument.valueName;
     if (type == "FILE") {
         return {{":files", ""}};
     }
@@ -142,7 +149,7 @@ Offers offerValues(const CommandLine& line, const CLI::Option& option)
         return offerPorts();
     }
     if (type == "KEY") {
-        return offerKeys(line.app->get_name() == "set");
+        return offerKeys(line.command->name == "set");
     }
     if (type == "VALUE" && !line.positionals.empty()) {
         return offerValues(line.positionals.front());
@@ -153,49 +160,56 @@ Offers offerValues(const CommandLine& line, const CLI::Option& option)
     return {};
 }
 
-Offers offerOptions(const CLI::App& app)
+Offers offerOptions(const ReadWords& line)
 {
     Offers offers;
-    for (const CLI::App* level = &app; level; level = level->get_parent()) {
-        for (const CLI::Option* option : level->get_options({})) {
-            // Every subcommand has a --help of its own.
-            for (const std::string& name : option->get_lnames()) {
-                if (level == &app || name != "help") {
-                    offers.push_back({"--" + name, option->get_description()});
+    const auto add = [&offers](const CommandDescription& command, bool withHelp) {
+        for (const ArgumentDescription& option : command.arguments) {
+            for (const std::string& name : option.names) {
+                if (name.starts_with("--") && (withHelp || name != "--help")) {
+                    offers.push_back({name, option.description});
                 }
             }
         }
+    };
+    add(*line.command, true);
+    if (line.command != line.program) {
+        add(*line.program, false); // every subcommand has a --help of its own
     }
     return offers;
 }
 
-Offers offerSubcommands(const CLI::App& app)
+Offers offerSubcommands(const CommandDescription& command)
 {
     Offers offers;
-    for (const CLI::App* subcommand : app.get_subcommands({})) {
-        offers.push_back({subcommand->get_name(), subcommand->get_description()});
+    for (const CommandDescription& subcommand : command.subcommands) {
+        offers.push_back({subcommand.name, subcommand.description});
     }
     return offers;
 }
 
 /// Subcommands, or the values of the argument that comes next.
-Offers offerPlainWords(const CommandLine& line)
+Offers offerPlainWords(const ReadWords& line)
 {
-    Offers offers = offerSubcommands(*line.app);
-    const auto arguments =
-        line.app->get_options([](const CLI::Option* option) { return option->get_positional(); });
-    if (line.positionals.size() < arguments.size()) {
-        const Offers values = offerValues(line, *arguments[line.positionals.size()]);
+    Offers offers = offerSubcommands(*line.command);
+    std::vector<const ArgumentDescription*> positionals;
+    for (const ArgumentDescription& argument : line.command->arguments) {
+        if (argument.isPositional) {
+            positionals.push_back(&argument);
+        }
+    }
+    if (line.positionals.size() < positionals.size()) {
+        const Offers values = offerValues(line, *positionals[line.positionals.size()]);
         offers.insert(offers.end(), values.begin(), values.end());
     }
     return offers;
 }
 
-Offers offersFor(const CommandLine& line, const std::string& current)
+Offers offersFor(const ReadWords& line, const std::string& current)
 {
     const std::size_t equals = current.find('=');
     if (isOption(current) && equals != std::string::npos) {
-        const CLI::Option* option = findOption(*line.app, current.substr(0, equals));
+        const ArgumentDescription* option = findOption(line, current.substr(0, equals));
         Offers offers = option ? offerValues(line, *option) : Offers{};
         for (Offer& offer : offers) {
             if (offer.word.front() != ':') {
@@ -208,7 +222,7 @@ Offers offersFor(const CommandLine& line, const std::string& current)
         return offerValues(line, *line.option);
     }
     Offers offers =
-        isOption(current) || current == "-" ? offerOptions(*line.app) : offerPlainWords(line);
+        isOption(current) || current == "-" ? offerOptions(line) : offerPlainWords(line);
     if (line.option) {
         const Offers values = offerValues(line, *line.option);
         offers.insert(offers.end(), values.begin(), values.end());
@@ -218,7 +232,8 @@ Offers offersFor(const CommandLine& line, const std::string& current)
 
 } // namespace
 
-std::vector<std::string> completionsFor(const CLI::App& app, const std::vector<std::string>& words)
+std::vector<std::string> completionsFor(const CommandDescription& program,
+                                        const std::vector<std::string>& words)
 {
     if (words.empty()) {
         return {};
@@ -226,7 +241,7 @@ std::vector<std::string> completionsFor(const CLI::App& app, const std::vector<s
     const std::string& current = words.back();
     std::vector<std::string> lines;
     for (const Offer& offer :
-         offersFor(readLine(app, std::span(words).first(words.size() - 1)), current)) {
+         offersFor(readWords(program, std::span(words).first(words.size() - 1)), current)) {
         if (offer.word.front() == ':') {
             lines.push_back(offer.word);
         } else if (offer.word.starts_with(current)) {

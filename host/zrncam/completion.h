@@ -1,6 +1,6 @@
 #pragma once
 
-#include <CLI/App.hpp>
+#include "command_line.h"
 
 #include <string>
 #include <vector>
@@ -12,4 +12,5 @@ inline constexpr const char* completionCommand = "__complete";
 ///
 /// Words with their descriptions, a tab between, that begin with the last word; or ":files" or
 /// ":folders", for which the shell knows better. No camera is opened.
-std::vector<std::string> completionsFor(const CLI::App& app, const std::vector<std::string>& words);
+std::vector<std::string> completionsFor(const CommandDescription& program,
+                                        const std::vector<std::string>& words);

@@ -1,53 +1,16 @@
-#include "command.h"
+#include "command_line.h"
 #include "common/virtual_run.h"
 #include "completion.h"
 #include "failures.h"
 #include "interrupt.h"
 
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <QCoreApplication>
 #include <QLoggingCategory>
 
-#include <algorithm>
-#include <limits>
+#include <string_view>
 
 namespace
 {
-
-void addGlobalOptions(CLI::App& app, GlobalOptions& options)
-{
-    app.add_flag("--json", options.json, "Write the result as one JSON document");
-    app.add_flag("-v,--verbose", options.verbose,
-                 "Show everything that the driver prints and logs");
-    app.add_flag("-q,--quiet", options.quiet, "Show no progress");
-    app.add_option("--plugin", options.plugin, "Driver plugin to load")->type_name("FILE");
-    auto* serial =
-        app.add_option("--serial", options.serials,
-                       "Choose the camera by its serial; repeat for more where a command "
-                       "takes several")
-            ->type_name("SERIAL")
-            ->expected(1)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    auto* index = app.add_option("--index", options.index,
-                                 "Choose the camera by its place in 'zrncam list' (default: the "
-                                 "first that is free)")
-                      ->check(CLI::Range(0, std::numeric_limits<int>::max()))
-                      ->excludes(serial);
-    auto* port = app.add_option("--port", options.port, "Choose the camera by its USB port")
-                     ->type_name("PORT")
-                     ->excludes(serial)
-                     ->excludes(index);
-    app.add_flag("--all", options.all, "Take every free camera, where a command takes several")
-        ->excludes(serial)
-        ->excludes(index)
-        ->excludes(port);
-    app.add_option("--virtual", options.virtualModels,
-                   "Run on a virtual camera of this model, or the default one; repeat for more")
-        ->type_name("[MODEL]")
-        ->expected(0, 1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-}
 
 /// Only what went wrong is worth a line, unless the user asks for more.
 void setUpLogging(bool verbose)
@@ -87,9 +50,9 @@ ExitCode runVirtually(const GlobalOptions& options, const std::vector<std::strin
     }
 }
 
-int complete(const CLI::App& app, const std::vector<std::string>& words)
+int complete(const CommandDescription& program, const std::vector<std::string>& words)
 {
-    for (const std::string& line : completionsFor(app, words)) {
+    for (const std::string& line : completionsFor(program, words)) {
         std::printf("%s\n", line.c_str());
     }
     return 0;
@@ -100,34 +63,23 @@ int complete(const CLI::App& app, const std::vector<std::string>& words)
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    CLI::App app("Works with ZRN USB cameras from the command line.", "zrncam");
-    app.set_version_flag("--version", "zrncam " ZRNCAM_VERSION);
-    app.require_subcommand(1);
-    app.fallthrough();
-    GlobalOptions options;
-    addGlobalOptions(app, options);
-    const std::vector<Command> commands{addList(app),          addInfo(app),   addExposure(app),
-                                        addGain(app),          addGrab(app),   addStream(app),
-                                        addGet(app),           addSet(app),    addProperties(app),
-                                        addDriverCommand(app), addDoctor(app), addVerify(app)};
+    CommandLine commandLine;
     if (argc > 1 && std::string_view(argv[1]) == completionCommand) {
-        return complete(app, {argv + 2, argv + argc});
+        return complete(commandLine.description(), {argv + 2, argv + argc});
     }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
+    if (const std::optional<int> exitCode = commandLine.parse(argc, argv)) {
+        return *exitCode;
     }
-    const auto chosen = std::find_if(commands.begin(), commands.end(),
-                                     [](const Command& command) { return command.app->parsed(); });
-    if (options.areSeveral() && !chosen->takesSeveral) {
+    const GlobalOptions& options = commandLine.options();
+    const Command& command = commandLine.command();
+    if (options.areSeveral() && !command.takesSeveral) {
         std::fprintf(stderr, "zrncam: %s works on one camera at a time\n",
-                     chosen->app->get_name().c_str());
+                     commandLine.commandName().c_str());
         return static_cast<int>(ExitCode::Usage);
     }
     if (!options.virtualModels.empty() && !zrnhost::onVirtualCameras()) {
         return static_cast<int>(runVirtually(options, {argv, argv + argc}));
     }
     setUpLogging(options.verbose);
-    return static_cast<int>(run(*chosen, options));
+    return static_cast<int>(run(command, options));
 }

@@ -9,16 +9,14 @@ using zrnhost::check;
 
 void addCaptureOptions(CLI::App& command, CaptureOptions& options)
 {
-    command.add_option("--exposure", options.exposure, "Set the exposure time first, microseconds")
-        ->type_name("US");
-    command.add_option("--gain", options.gain, "Set the gain first")->type_name("GAIN");
-    command
-        .add_option("--wait", options.waitMilliseconds,
-                    "Longest wait for one frame, milliseconds (the driver's default is 1000)")
-        ->type_name("MS")
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()));
-    command.add_flag("--newest", options.newest,
-                     "Take the newest frame and drop older ones, instead of the oldest first");
+    addArgument(command, "--exposure", options.exposure,
+                "Set the exposure time first, microseconds", {.valueName = "US"});
+    addArgument(command, "--gain", options.gain, "Set the gain first", {.valueName = "GAIN"});
+    addArgument(command, "--wait", options.waitMilliseconds,
+                "Longest wait for one frame, milliseconds (the driver's default is 1000)",
+                {.valueName = "MS", .range = std::pair(1, std::numeric_limits<int>::max())});
+    addFlag(command, "--newest", options.newest,
+            "Take the newest frame and drop older ones, instead of the oldest first");
 }
 
 void applyCaptureOptions(zrnhost::Camera& camera, const CaptureOptions& options)

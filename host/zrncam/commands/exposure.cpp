@@ -41,8 +41,8 @@ ExitCode runExposure(Context& context, const ExposureOptions& options)
 
 Command addExposure(CLI::App& app)
 {
-    CLI::App* command = app.add_subcommand("exposure", "Show or set the exposure time");
+    CLI::App& command = addSubcommand(app, "exposure", "Show or set the exposure time");
     const auto options = std::make_shared<ExposureOptions>();
-    command->add_option("VALUE", options->value, "New exposure time, microseconds");
-    return {command, [options](Context& context) { return runExposure(context, *options); }};
+    addArgument(command, "VALUE", options->value, "New exposure time, microseconds");
+    return {&command, [options](Context& context) { return runExposure(context, *options); }};
 }

@@ -39,8 +39,8 @@ ExitCode runGain(Context& context, const GainOptions& options)
 
 Command addGain(CLI::App& app)
 {
-    CLI::App* command = app.add_subcommand("gain", "Show or set the gain");
+    CLI::App& command = addSubcommand(app, "gain", "Show or set the gain");
     const auto options = std::make_shared<GainOptions>();
-    command->add_option("VALUE", options->value, "New gain");
-    return {command, [options](Context& context) { return runGain(context, *options); }};
+    addArgument(command, "VALUE", options->value, "New gain");
+    return {&command, [options](Context& context) { return runGain(context, *options); }};
 }

@@ -193,19 +193,18 @@ QString grabSum(const std::vector<QJsonObject>& cameras)
 
 Command addGrab(CLI::App& app)
 {
-    CLI::App* command = app.add_subcommand("grab", "Grab frames and write their images");
+    CLI::App& command = addSubcommand(app, "grab", "Grab frames and write their images");
     const auto options = std::make_shared<GrabOptions>();
-    command->add_option("-n,--frames", options->frames, "How many frames")
-        ->type_name("N")
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()))
-        ->capture_default_str();
-    command->add_option("-o,--output", options->folder, "Folder for the images; made if missing")
-        ->type_name("DIR")
-        ->capture_default_str();
-    command->add_flag("--raw", options->raw,
-                      "Write pixels and 8-byte trailer as delivered, instead of PNG");
-    addCaptureOptions(*command, options->capture);
-    return {command,
+    addArgument(command, "-n,--frames", options->frames, "How many frames",
+                {.valueName = "N",
+                 .showsDefault = true,
+                 .range = std::pair(1, std::numeric_limits<int>::max())});
+    addArgument(command, "-o,--output", options->folder, "Folder for the images; made if missing",
+                {.valueName = "DIR", .showsDefault = true});
+    addFlag(command, "--raw", options->raw,
+            "Write pixels and 8-byte trailer as delivered, instead of PNG");
+    addCaptureOptions(command, options->capture);
+    return {&command,
             [options](Context& context) {
                 return runOnCameras(context, {[&](Session&, zrnhost::Camera& camera, Context& own) {
                                                   return runGrab(camera, own, *options);

@@ -81,7 +81,7 @@ ExitCode runInfo(Session& session, zrnhost::Camera& camera, Context& context)
 
 Command addInfo(CLI::App& app)
 {
-    return {app.add_subcommand("info", "Show what a camera is and how it is set"),
+    return {&addSubcommand(app, "info", "Show what a camera is and how it is set"),
             [](Context& context) {
                 return runOnCameras(context,
                                     {runInfo, true, {}, [](const auto& cameras) {

@@ -160,7 +160,7 @@ ExitCode runList(Context& context)
 
 Command addList(CLI::App& app)
 {
-    return {app.add_subcommand(
-                "list", "List the cameras on the bus: port, device node, serial, speed, use"),
+    return {&addSubcommand(app, "list",
+                           "List the cameras on the bus: port, device node, serial, speed, use"),
             runList};
 }

@@ -153,33 +153,33 @@ ExitCode runDriverCommand(Context& context, const PropertyOptions& options)
 
 Command addGet(CLI::App& app)
 {
-    CLI::App* command = app.add_subcommand("get", "Read a property");
+    CLI::App& command = addSubcommand(app, "get", "Read a property");
     const auto options = std::make_shared<PropertyOptions>();
-    command->add_option("KEY", options->key, "Property key")->required();
-    return {command, [options](Context& context) { return runGet(context, *options); }};
+    addArgument(command, "KEY", options->key, "Property key", {.isRequired = true});
+    return {&command, [options](Context& context) { return runGet(context, *options); }};
 }
 
 Command addSet(CLI::App& app)
 {
-    CLI::App* command =
-        app.add_subcommand("set", "Write a property and show what the camera holds");
+    CLI::App& command =
+        addSubcommand(app, "set", "Write a property and show what the camera holds");
     const auto options = std::make_shared<PropertyOptions>();
-    command->add_option("KEY", options->key, "Property key")->required();
-    command->add_option("VALUE", options->value, "New value: a number, or true or false")
-        ->required();
-    return {command, [options](Context& context) { return runSet(context, *options); }};
+    addArgument(command, "KEY", options->key, "Property key", {.isRequired = true});
+    addArgument(command, "VALUE", options->value, "New value: a number, or true or false",
+                {.isRequired = true});
+    return {&command, [options](Context& context) { return runSet(context, *options); }};
 }
 
 Command addProperties(CLI::App& app)
 {
-    return {app.add_subcommand("properties", "Show every property with value, type and range"),
+    return {&addSubcommand(app, "properties", "Show every property with value, type and range"),
             runProperties};
 }
 
 Command addDriverCommand(CLI::App& app)
 {
-    CLI::App* command = app.add_subcommand("command", "Run a command of the camera: ClearState");
+    CLI::App& command = addSubcommand(app, "command", "Run a command of the camera: ClearState");
     const auto options = std::make_shared<PropertyOptions>();
-    command->add_option("COMMAND", options->key, "Command key")->required();
-    return {command, [options](Context& context) { return runDriverCommand(context, *options); }};
+    addArgument(command, "COMMAND", options->key, "Command key", {.isRequired = true});
+    return {&command, [options](Context& context) { return runDriverCommand(context, *options); }};
 }

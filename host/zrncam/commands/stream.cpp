@@ -210,16 +210,14 @@ QString streamSum(const std::vector<QJsonObject>& cameras)
 
 Command addStream(CLI::App& app)
 {
-    CLI::App* command = app.add_subcommand("stream", "Stream for a while and measure");
+    CLI::App& command = addSubcommand(app, "stream", "Stream for a while and measure");
     const auto options = std::make_shared<StreamOptions>();
-    command->add_option("--seconds", options->seconds, "How long")
-        ->type_name("S")
-        ->check(CLI::Range(0.001, 1e9))
-        ->capture_default_str();
-    command->add_flag("--keep-alive", options->keepAlive,
-                      "Restart or reconnect when no frame comes, and report each outage");
-    addCaptureOptions(*command, options->capture);
-    return {command,
+    addArgument(command, "--seconds", options->seconds, "How long",
+                {.valueName = "S", .showsDefault = true, .range = std::pair(0.001, 1e9)});
+    addFlag(command, "--keep-alive", options->keepAlive,
+            "Restart or reconnect when no frame comes, and report each outage");
+    addCaptureOptions(command, options->capture);
+    return {&command,
             [options](Context& context) {
                 return runOnCameras(context,
                                     {[&](Session& session, zrnhost::Camera& camera, Context& own) {

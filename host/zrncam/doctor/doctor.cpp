@@ -177,9 +177,9 @@ ExitCode runDoctor(Context& context, const DoctorOptions& options)
 
 Command addDoctor(CLI::App& app)
 {
-    CLI::App* command = app.add_subcommand("doctor", "Find out why a camera cannot be used");
+    CLI::App& command = addSubcommand(app, "doctor", "Find out why a camera cannot be used");
     const auto options = std::make_shared<DoctorOptions>();
-    command->add_option("--root", options->root, "Judge the system files under DIR instead of /")
-        ->type_name("DIR");
-    return {command, [options](Context& context) { return runDoctor(context, *options); }};
+    addArgument(command, "--root", options->root, "Judge the system files under DIR instead of /",
+                {.valueName = "DIR"});
+    return {&command, [options](Context& context) { return runDoctor(context, *options); }};
 }

@@ -127,10 +127,10 @@ ExitCode runVerify(Context& context, const VerifyOptions& options)
 
 Command addVerify(CLI::App& app)
 {
-    CLI::App* command =
-        app.add_subcommand("verify", "Check that a camera and its driver keep the host contract");
+    CLI::App& command =
+        addSubcommand(app, "verify", "Check that a camera and its driver keep the host contract");
     const auto options = std::make_shared<VerifyOptions>();
-    command->add_option("--junit", options->junitFile, "Write the result as a JUnit report, too")
-        ->type_name("FILE");
-    return {command, [options](Context& context) { return runVerify(context, *options); }};
+    addArgument(command, "--junit", options->junitFile, "Write the result as a JUnit report, too",
+                {.valueName = "FILE"});
+    return {&command, [options](Context& context) { return runVerify(context, *options); }};
 }

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <variant>
+
+// Only command_line.cpp sees the library that reads command lines: its headers take seconds to
+// compile.
+namespace CLI
+{
+class App;
+}
+
+/// How an option or an argument is shown and checked.
+struct ArgumentRules {
+    std::string valueName = {}; ///< in the help text; the name of its type if empty
+    bool isRequired = false;
+    bool showsDefault = false;
+    std::variant<std::monostate, std::pair<int, int>, std::pair<double, double>> range = {};
+};
+
+CLI::App& addSubcommand(CLI::App& app, const char* name, const char* description);
+
+/// @param names  the spellings of an option, "-n,--frames", or the name of an argument
+/// @param value  int, double, std::string, or an optional int, unsigned int or unsigned short
+template <typename Value>
+void addArgument(CLI::App& command, const char* names, Value& value, const char* description,
+                 const ArgumentRules& rules = {});
+
+void addFlag(CLI::App& command, const char* names, bool& value, const char* description);
