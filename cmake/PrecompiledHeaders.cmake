@@ -17,6 +17,9 @@ function(zrn_header_family family)
     add_library(${owner} OBJECT EXCLUDE_FROM_ALL "${zrn_no_source}")
     target_link_libraries(${owner} PRIVATE ${arg_LIBRARIES})
     target_compile_definitions(${owner} PRIVATE ${arg_DEFINITIONS})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang") # ccache could not give the same file again otherwise
+        target_compile_options(${owner} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
+    endif()
     target_precompile_headers(${owner} PRIVATE ${ZRN_STANDARD_HEADERS} ${arg_HEADERS})
 endfunction()
 
