@@ -60,6 +60,18 @@ protected:
         }
         return values;
     }
+    /// Hands a frame over as a stream does that the bus knows nothing of.
+    void trigger(int value)
+    {
+        std::vector<unsigned char> data(std::size_t{2} * width * height,
+                                        static_cast<unsigned char>(value));
+        uvc_frame_t frame{};
+        frame.data = data.data();
+        frame.data_bytes = data.size();
+        frame.width = width;
+        frame.height = height;
+        CZRNCamera::frameTriggered(&frame, &camera);
+    }
     Camera& replaceBy(int sensorType, int frameWidth, int frameHeight)
     {
         camera.stopStream(0);
@@ -80,6 +92,18 @@ TEST_F(FrameIdentity, AnotherCamerasFramesAreNotDelivered)
     }
     Camera& second = replaceBy(7, width, height);
     EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+    start();
+    EXPECT_EQ(grab(), -1034);
+    deliver(second, 99);
+    EXPECT_THAT(grabAll(), ElementsAre(99));
+}
+
+TEST_F(FrameIdentity, AnotherCamerasFramesOfTheSameKindAreNotDeliveredEither)
+{
+    Camera& first = connect(2, width, height);
+    start();
+    deliver(first, 1);
+    Camera& second = replaceBy(2, width, height);
     start();
     EXPECT_EQ(grab(), -1034);
     deliver(second, 99);
@@ -175,6 +199,62 @@ TEST_F(FrameIdentity, AReconnectionToAnotherSensorTypeDropsTheFrames)
     EXPECT_EQ(grab(), -1034);
     deliver(device, 6);
     EXPECT_THAT(grabAll(), ElementsAre(6));
+}
+
+TEST_F(FrameIdentity, AFrameIsDroppedWhereTheSensorTypeChangesWhileItIsStored)
+{
+    Camera& device = connect(2, width, height);
+    start();
+    device[fakeuvc::Control::Contrast].current = 7;
+    QMutex* const slotLock = camera.m_bufferLocks.at(0);
+    slotLock->lock();
+    WatchedThread stream([this] { trigger(5); });
+    EXPECT_TRUE(stream.waitsForOthers());
+    EXPECT_EQ(code(camera.reconnectDevice()), 0U);
+    slotLock->unlock();
+    stream.join();
+    EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
+    deliver(device, 6);
+    EXPECT_THAT(grabAll(), ElementsAre(6));
+}
+
+// Or else a grab would wait for a slot only to find another frame in it.
+TEST_F(FrameIdentity, AFrameLeavesTheQueueBeforeItIsOverwritten)
+{
+    Camera& device = connect(2, width, height);
+    camera.m_cacheFrameCount = 2;
+    start();
+    deliver(device, 1);
+    deliver(device, 2);
+    QMutex* const slotLock = camera.m_bufferLocks.at(0);
+    slotLock->lock();
+    WatchedThread stream([this] { trigger(3); });
+    EXPECT_TRUE(stream.waitsForOthers());
+    {
+        const QMutexLocker queue(&camera.m_frameMutex);
+        EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(1));
+    }
+    slotLock->unlock();
+    stream.join();
+    EXPECT_THAT(grabAll(), ElementsAre(2, 3));
+}
+
+// As where one stream could not be stopped and another was started.
+TEST_F(FrameIdentity, TwoStreamsInOneSlotQueueItOnce)
+{
+    connect(2, width, height);
+    start();
+    QMutex* const slotLock = camera.m_bufferLocks.at(0);
+    slotLock->lock();
+    WatchedThread one([this] { trigger(1); });
+    WatchedThread other([this] { trigger(2); });
+    EXPECT_TRUE(one.waitsForOthers());
+    EXPECT_TRUE(other.waitsForOthers());
+    slotLock->unlock();
+    one.join();
+    other.join();
+    EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(0));
+    EXPECT_EQ(camera.m_writeIndex, 1);
 }
 
 TEST_F(FrameIdentity, AReconnectionToAnotherSizeDropsTheFrames)

@@ -400,6 +400,64 @@ TEST_F(Streaming, ADiscardDoesNotBeginToWaitWhileTheCameraIsDeleted)
     }
 }
 
+TEST_F(Streaming, ADiscardThatWaitsEndsWithTheDeletionOfItsCamera)
+{
+    auto probe = std::make_unique<CameraProbe>();
+    probe->m_grabTimeout = -1;
+    WatchedThread discarder([target = probe.get()] { target->CZRNCamera::discardFrames(0); });
+    EXPECT_TRUE(discarder.waitsForOthers());
+    probe.reset();
+    discarder.join();
+}
+
+TEST_F(Streaming, ADiscardDoesNotWaitAgainOnceTheStreamHasStopped)
+{
+    Camera& device = connectSmall();
+    camera.m_grabTimeout = -1;
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(code(camera.startStream(0)), 0U);
+        WatchedThread discarder([this] { camera.discardFrames(0); });
+        EXPECT_TRUE(discarder.waitsForOthers());
+        // Mostly the stream has stopped before the discard goes on.
+        deliver(device);
+        EXPECT_EQ(code(camera.stopStream(0)), 0U);
+        discarder.join();
+    }
+}
+
+TEST_F(Streaming, DeletingACameraWaitsForAGrabThatReadsASlot)
+{
+    auto probe = std::make_unique<CameraProbe>();
+    Camera& device = connect(*probe, 2, width, height);
+    ASSERT_EQ(code(probe->startStream(0)), 0U);
+    deliver(device);
+    QMutex* const slotLock = probe->m_bufferLocks.at(0);
+    slotLock->lock();
+    WatchedThread grabber([target = probe.get()] {
+        QList<CameraSpace::ImageBlock*> images;
+        target->grabImage(images);
+        qDeleteAll(images);
+    });
+    EXPECT_TRUE(grabber.waitsForOthers());
+    WatchedThread destroyer([&] { probe.reset(); });
+    EXPECT_TRUE(destroyer.waitsForOthers());
+    slotLock->unlock();
+    grabber.join();
+    destroyer.join();
+}
+
+TEST_F(Streaming, ARingLeavesASixteenthOfTheMemory)
+{
+    connectSmall();
+    camera.m_cacheFrameCount = 15;
+    // A slot of 64 bytes with its trailer and 256 bytes for what belongs to it.
+    camera.m_availableMemory = [] { return std::uint64_t{16 * (64 + 8 + 256) - 16}; };
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
+    camera.m_availableMemory = [] { return std::uint64_t{16 * (64 + 8 + 256)}; };
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+}
+
 TEST_F(Streaming, ARingThatMemoryCannotServeIsRefusedBeforeItIsTouched)
 {
     connectSmall();

@@ -71,6 +71,9 @@ OriginalUsb makeFunctions()
     };
     functions.submitTransfer = [](libusb_transfer*) {
         FakeUsb::instance().calls.emplace_back("submit");
+        if (FakeUsb::instance().onSubmit) {
+            FakeUsb::instance().onSubmit();
+        }
         return FakeUsb::instance().submitResult;
     };
     return functions;

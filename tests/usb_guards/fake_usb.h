@@ -2,6 +2,7 @@
 
 #include <libusb.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ struct FakeUsb {
     libusb_device_handle* handle = nullptr; ///< the next one
     libusb_config_descriptor configuration{};
     std::vector<std::string> calls;
+    std::function<void()> onSubmit; ///< runs in each submission
 
     static FakeUsb& instance();
 };

@@ -3,10 +3,12 @@
 #include "fake_usb.h"
 #include "usb_guards/owned_objects.h"
 #include "usb_guards/usb_guards.h"
+#include "watched_thread.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 using namespace usbguards;
@@ -146,6 +148,19 @@ TEST_F(UsbGuards, ATransferThatTimedOutDuringAStopEnds)
     EXPECT_EQ(delivered, (std::vector{LIBUSB_TRANSFER_TIMED_OUT, LIBUSB_TRANSFER_CANCELLED}));
 }
 
+// Or else libuvc would take a transfer for ended that is about to fly.
+TEST_F(UsbGuards, ACancellationWaitsForASubmission)
+{
+    std::optional<WatchedThread> canceller;
+    usb.onSubmit = [&] {
+        canceller.emplace([this] { EXPECT_EQ(guardCancelTransfer(&transfer), LIBUSB_SUCCESS); });
+        EXPECT_TRUE(canceller->waitsForOthers());
+    };
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_SUCCESS);
+    canceller->join();
+    EXPECT_EQ(usb.calls, (Calls{"submit", "cancel"}));
+}
+
 TEST_F(UsbGuards, CancellingWhatIsInFlightAlwaysPromisesItsEnd)
 {
     guardSubmitTransfer(&transfer);
@@ -221,7 +236,9 @@ TEST_F(UsbGuards, CommitsToUnusablePayloadsAreRefused)
     };
     EXPECT_EQ(commit(0, 0), LIBUSB_ERROR_INVALID_PARAM);
     EXPECT_EQ(commit(0, 0x80), LIBUSB_ERROR_INVALID_PARAM);
+    EXPECT_EQ(commit(1, 2), LIBUSB_ERROR_INVALID_PARAM) << "a byte more than 32 MiB";
     EXPECT_TRUE(usb.calls.empty());
+    EXPECT_EQ(commit(0, 2), 0);
     EXPECT_EQ(commit(1, 0), 0);
 }
 
