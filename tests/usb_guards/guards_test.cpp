@@ -177,6 +177,27 @@ TEST_F(UsbGuards, CancellingWhatNeverFlewPromisesNothing)
     EXPECT_EQ(usb.calls, Calls{"submit"});
 }
 
+TEST_F(UsbGuards, TransfersOfOneStreamFillOneFrame)
+{
+    // More than half of what libuvc has room for.
+    std::vector<unsigned char> payload(std::size_t{9} * 1024 * 1024);
+    payload[0] = 2;
+    const auto memoryOfOther = std::make_unique<libusb_transfer>();
+    libusb_transfer& other = *memoryOfOther;
+    other.dev_handle = handle;
+    other.type = LIBUSB_TRANSFER_TYPE_BULK;
+    other.callback = onTransfer;
+    for (libusb_transfer* const part : {&transfer, &other}) {
+        part->buffer = payload.data();
+        part->length = part->actual_length = static_cast<int>(payload.size());
+        guardSubmitTransfer(part);
+        part->callback(part);
+    }
+    EXPECT_EQ(transfer.actual_length, transfer.length);
+    EXPECT_EQ(other.actual_length, 0);
+    guardFreeTransfer(&other);
+}
+
 TEST_F(UsbGuards, ControlTransfersEnd)
 {
     control();
