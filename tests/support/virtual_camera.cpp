@@ -3,7 +3,9 @@
 #include "control/json_views.h"
 
 #include <algorithm>
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 
 using nlohmann::json;
 
@@ -50,6 +52,20 @@ std::string VirtualCamera::serial()
 std::uint64_t VirtualCamera::counter(const std::string& name)
 {
     return tell("counters").at("counters").at(name);
+}
+
+bool VirtualCamera::waitForCounter(const std::string& name, std::uint64_t count)
+{
+    constexpr std::chrono::minutes patience(1); // for a machine that is busy with other things
+    constexpr std::chrono::milliseconds betweenLooks(5);
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (counter(name) < count) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(betweenLooks);
+    }
+    return true;
 }
 
 void VirtualCamera::emitFrame()

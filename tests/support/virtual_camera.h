@@ -34,6 +34,8 @@ public:
     std::string serial();
     /// One of the counters, as zrnsim names it.
     std::uint64_t counter(const std::string& name);
+    /// Waits until a counter has come so far. @return false when it stays behind for a minute
+    bool waitForCounter(const std::string& name, std::uint64_t count);
     /// Takes one picture, with a frame rate of 0, and waits until it has been sent.
     void emitFrame();
 
