@@ -2,7 +2,7 @@
 
 #include <libuvc/libuvc.h>
 
-// Cameras that libuvc is not asked to close. Defined by the library that the camera class becomes a
+// What libuvc is not asked to close. Defined by the library that the camera class becomes a
 // part of.
 
 /// Whether libuvc must not be asked to stop or close a camera any more, because the camera has left
@@ -10,5 +10,6 @@
 bool mustAbandon(uvc_device_handle_t* handle);
 
 /// Keeps the driver's library, and with it libuvc, loaded until the process ends. To be called when
-/// a handle is given up that is still open: libuvc's threads for it go on. Thread-safe.
+/// a handle or a context is given up that is still open: the libraries' threads for it go on, and
+/// the guards stay in place. Thread-safe.
 void keepLibraryLoaded();

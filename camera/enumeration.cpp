@@ -57,7 +57,10 @@ bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, Came
     uvc_context_t* context = nullptr;
     uvc_device_t** devices = nullptr;
     if (!listDevices(context, devices)) {
-        return false; // the context stays
+        if (context) { // it stays
+            keepLibraryLoaded();
+        }
+        return false;
     }
 
     int matched = 0;
@@ -173,6 +176,7 @@ int CZRNCamera::enumZRNCameraDevices()
     uvc_device_t** devices = nullptr;
     result = uvc_get_device_list(scan, &devices);
     if (result != UVC_SUCCESS) {
+        keepLibraryLoaded(); // the scan context stays
         enumeration.unlock();
         qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
         return 0;

@@ -195,6 +195,7 @@ TEST_F(Enumeration, WithoutADeviceListTheCountStaysAndTheScanContextIsKept)
                                          criticalLine("uvc_get_device_list failed error: -1")));
     EXPECT_TRUE(CameraProbe::m_cameraEnumLock.tryLock());
     CameraProbe::m_cameraEnumLock.unlock();
+    EXPECT_EQ(bus.keptLibraryCount(), 1);
     expectedLeaks.contexts += 1;
 }
 
@@ -205,6 +206,7 @@ TEST_F(Enumeration, ACameraWithoutAContextIsSkipped)
     EXPECT_EQ(CZRNCamera::enumZRNCameraDevices(), 0);
     EXPECT_THAT(log.lines(), ElementsAre(debugLine("uvc_init ret: 0"),
                                          criticalLine("uvc_init failed error: -99")));
+    EXPECT_EQ(bus.keptLibraryCount(), 0);
     EXPECT_EQ(bus.outstanding(), Outstanding{});
 }
 
@@ -215,6 +217,7 @@ TEST_F(Enumeration, ACameraWithoutAListOfItsOwnKeepsItsContext)
     EXPECT_EQ(CZRNCamera::enumZRNCameraDevices(), 0);
     EXPECT_THAT(log.lines(), ElementsAre(debugLine("uvc_init ret: 0"),
                                          criticalLine("uvc_get_device_list failed error: -11")));
+    EXPECT_EQ(bus.keptLibraryCount(), 1);
     expectedLeaks.contexts += 1;
 }
 

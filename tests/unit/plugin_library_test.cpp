@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <dlfcn.h>
 #include <set>
 #include <vector>
 
@@ -275,6 +276,21 @@ TEST_F(PluginLibrary, CanBeLoadedAgainAfterItWasUnloaded)
         EXPECT_TRUE(again.unload());
     }
     EXPECT_EQ(bus.outstanding(), fakeuvc::Outstanding{});
+}
+
+// libuvc and libusb work on for a context that is never released.
+TEST_F(PluginLibrary, StaysLoadedWithAContextThatIsLeftBehind)
+{
+    bus.fail({"uvc_get_device_list", UVC_ERROR_NO_MEM});
+    ASSERT_NE(factory(), nullptr);
+    EXPECT_EQ(factory()->enumDevice(), 0);
+    loader.unload();
+    EXPECT_EQ(bus.outstanding(), fakeuvc::Outstanding{.contexts = 1});
+    void* const left = dlopen(ZRN_PLUGIN_PATH, RTLD_LAZY | RTLD_NOLOAD);
+    EXPECT_NE(left, nullptr);
+    if (left) {
+        dlclose(left);
+    }
 }
 
 TEST_P(ExitingHost, ExitsCleanly)
