@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstddef>
 #include <cstring>
 #include <mutex>
+#include <new>
 
 namespace
 {
@@ -46,8 +48,9 @@ struct CZRNCamera::LivingCameras {
     /// Never destroyed, because such a stream may outlive every static object.
     static LivingCameras& instance()
     {
-        static auto& living = *new LivingCameras;
-        return living;
+        alignas(LivingCameras) static std::byte storage[sizeof(LivingCameras)];
+        static auto* const living = new (storage) LivingCameras;
+        return *living;
     }
 };
 
@@ -96,6 +99,9 @@ void CZRNCamera::refuseCallbacks()
     LivingCameras& living = LivingCameras::instance();
     std::unique_lock lock(living.mutex);
     std::erase(living.cameras, this);
+    if (living.cameras.empty()) {
+        living.cameras = std::vector<CZRNCamera*>(); // unlike {}, gives the memory back
+    }
     living.callbackEnded.wait(lock, [this] { return m_runningCallbacks == 0; });
 }
 
