@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <memory>
@@ -95,6 +96,9 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         qCCritical(m_category) << " frames are too large for libuvc, size:" << geometry.frameSize();
         return ErrorCode::StreamStartFailed;
     }
+    // Later versions allocate what the camera announces, and do not look whether they got it.
+    m_streamCtrl->dwMaxVideoFrameSize =
+        std::min(m_streamCtrl->dwMaxVideoFrameSize, std::uint32_t{libraryFrameBuffer});
     result = device.call(uvc_start_streaming, m_streamCtrl, &CZRNCamera::frameTriggered, this,
                          noStreamFlags);
     if (result != UVC_SUCCESS) {

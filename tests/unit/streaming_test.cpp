@@ -4,10 +4,13 @@
 #include "sensor_numbers.h"
 #include "watched_thread.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <thread>
 
 using fakeuvc::Camera;
@@ -79,6 +82,27 @@ TEST_F(Streaming, ACameraMayAnnounceLargerFramesThanItSends)
     camera.m_streamCtrl->dwMaxVideoFrameSize = 20 * 1024 * 1024;
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(Streaming, LibuvcIsNotAskedForMoreMemoryThanAFrameMayTake)
+{
+    constexpr std::uint32_t largestFrame = 16 * 1024 * 1024;
+    connectSmall();
+    camera.m_streamCtrl = new uvc_stream_ctrl_t();
+    for (const std::uint32_t announced : {0U, 1280U * 1024, largestFrame, largestFrame + 1,
+                                          std::numeric_limits<std::uint32_t>::max()}) {
+        camera.m_streamCtrl->dwMaxVideoFrameSize = announced;
+        std::optional<std::uint32_t> asked;
+        bus.setHook([&](const fakeuvc::Call& call) {
+            if (call.function == "uvc_start_streaming") {
+                asked = camera.m_streamCtrl->dwMaxVideoFrameSize;
+            }
+        });
+        ASSERT_EQ(code(camera.startStream(0)), 0U);
+        EXPECT_EQ(asked, std::min(announced, largestFrame));
+        camera.stopStream(0);
+    }
+    bus.setHook({});
 }
 
 TEST_F(Streaming, FramesThatLibuvcCannotHoldAreRefused)
