@@ -91,7 +91,8 @@ int StreamTransfers::submit(libusb_transfer* transfer)
     transfer->status = endStatus(result);
     transfer->actual_length = 0;
     record->callback(transfer);
-    return result;
+    // libuvc knows. Were it told again, it would look at a stream that the report may have ended.
+    return LIBUSB_SUCCESS;
 }
 
 int StreamTransfers::cancel(libusb_transfer* transfer)

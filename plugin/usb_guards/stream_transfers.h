@@ -29,7 +29,7 @@ public:
     static bool isStream(const libusb_transfer& transfer);
 
     /// Submits a transfer. One that was in flight before and cannot be again ends at once: its
-    /// callback runs, and may free it.
+    /// callback runs, and may free it. That counts as success.
     int submit(libusb_transfer* transfer);
 
     /// @return NOT_FOUND when the end of the transfer is to come, another error when there is

@@ -106,7 +106,7 @@ TEST_F(UsbGuards, AStalledTransferIsNotSubmittedAgain)
 {
     guardSubmitTransfer(&transfer);
     complete(LIBUSB_TRANSFER_STALL);
-    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_SUCCESS);
     EXPECT_EQ(usb.calls, Calls{"submit"});
     EXPECT_EQ(delivered, (std::vector{LIBUSB_TRANSFER_STALL, LIBUSB_TRANSFER_ERROR}));
 }
@@ -143,7 +143,7 @@ TEST_F(UsbGuards, ATransferThatTimedOutDuringAStopEnds)
     guardSubmitTransfer(&transfer);
     guardCancelTransfer(&transfer);
     complete(LIBUSB_TRANSFER_TIMED_OUT);
-    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_ERROR_INTERRUPTED);
+    EXPECT_EQ(guardSubmitTransfer(&transfer), LIBUSB_SUCCESS);
     EXPECT_EQ(usb.calls, (Calls{"submit", "cancel"}));
     EXPECT_EQ(delivered, (std::vector{LIBUSB_TRANSFER_TIMED_OUT, LIBUSB_TRANSFER_CANCELLED}));
 }
