@@ -238,7 +238,7 @@ ErrorCode CZRNCamera::discardFrames(signed char /*selector*/)
                 break;
             }
             if (m_arrivedFrameCount == arrived) {
-                m_frameReady.wait(&m_frameMutex, m_isResizing ? 0 : grabTimeout());
+                m_frameReady.wait(&m_frameMutex, m_resizingThreads > 0 ? 0 : grabTimeout());
             }
             // A stop wakes as well as a frame.
             woken = m_arrivedFrameCount != arrived;
@@ -267,13 +267,13 @@ bool CZRNCamera::cacheFrameCountIO(bool read, int& count)
         return true;
     }
     // Without a stream there is no frame to wait for.
-    const auto setResizing = [this](bool isResizing) {
+    const auto countResizing = [this](int change) {
         const QMutexLocker queue(&m_frameMutex);
-        m_isResizing = isResizing;
+        m_resizingThreads += change;
     };
-    setResizing(true);
+    countResizing(1);
     discardFrames(0);
-    setResizing(false);
+    countResizing(-1);
     // Another thread may have started the stream meanwhile, and a running stream's callback would
     // go on to slots that do not exist.
     const QMutexLocker lifecycle(&m_lifecycleMutex);

@@ -364,7 +364,7 @@ private:
     QReadWriteLock m_grabLock; ///< held for reading by grabs and discards; destruction waits for it
     quint32 m_arrivedFrameCount = 0; ///< frames ever queued, modulo 2^32; under m_frameMutex
     bool m_isClosing = false;        ///< nobody may begin to wait; under m_frameMutex
-    bool m_isResizing = false;       ///< discards do not wait; likewise
+    int m_resizingThreads = 0;       ///< while there are any, discards do not wait; likewise
     quint32 m_interruptions = 0;     ///< of waits, modulo 2^32; likewise
     int m_runningCallbacks = 0;      ///< under the lock of the living cameras
     std::function<void()> m_destructionNotice;

@@ -585,6 +585,42 @@ TEST_F(Streaming, TheCacheSizeStaysWhereTheStreamWasStartedDuringTheWait)
 {
     class RestartingCamera : public CameraProbe
     {
+TEST_F(Streaming, OfTwoThreadsThatResizeTheCacheNeitherWaitsForAFrame)
+{
+    class Meeting : public CameraProbe
+    {
+    public:
+        ErrorCode discardFrames(signed char selector) override
+        {
+            if (discards.fetch_add(1) == 0) {
+                while (!otherHasResized) {
+                    std::this_thread::yield();
+                }
+                return CZRNCamera::discardFrames(selector);
+            }
+            return ErrorCode::Success;
+        }
+        std::atomic<int> discards = 0;
+        std::atomic<bool> otherHasResized = false;
+    };
+    Meeting meeting;
+    connect(meeting, 2, width, height);
+    meeting.m_grabTimeout = 20000;
+    const auto start = std::chrono::steady_clock::now();
+    std::thread first([&] {
+        int count = 20;
+        EXPECT_TRUE(meeting.cacheFrameCountIO(false, count));
+    });
+    while (meeting.discards == 0) {
+        std::this_thread::yield();
+    }
+    int count = 21;
+    EXPECT_TRUE(meeting.cacheFrameCountIO(false, count));
+    meeting.otherHasResized = true;
+    first.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
     public:
         ErrorCode discardFrames(signed char selector) override { return startStream(selector); }
     };
