@@ -1,6 +1,7 @@
 #include "available_memory.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <fstream>
 #include <optional>
@@ -12,6 +13,8 @@ namespace
 {
 
 constexpr std::uint64_t bytesPerKilobyte = 1024;
+
+std::atomic<std::uint64_t> unwrittenTotal = 0;
 
 std::optional<std::uint64_t> numberAt(std::string_view text)
 {
@@ -136,12 +139,14 @@ std::vector<MemoryGroup> memoryGroups(const std::string& text)
     return groups;
 }
 
-std::uint64_t memoryLeft(const MemoryReport& report)
+std::uint64_t memoryLeft(const MemoryReport& report, std::uint64_t promised)
 {
     std::uint64_t left = kilobytesOf(report.machine, "MemAvailable:", unlimitedMemory);
     for (const GroupReport& group : report.groups) {
         left = std::min(left, leftInGroup(group));
     }
+    // The process's own limits count what is allocated, written or not.
+    left = left == unlimitedMemory ? left : leftOf(left, promised);
     if (report.addressSpace != unlimitedMemory) {
         left =
             std::min(left, leftOf(report.addressSpace, kilobytesOf(report.process, "VmSize:", 0)));
@@ -152,7 +157,7 @@ std::uint64_t memoryLeft(const MemoryReport& report)
     return left;
 }
 
-std::uint64_t availableMemory()
+std::uint64_t availableMemory(std::uint64_t promised)
 {
     MemoryReport report;
     report.machine = contentOf("/proc/meminfo");
@@ -162,5 +167,33 @@ std::uint64_t availableMemory()
     }
     report.addressSpace = resourceLimit(RLIMIT_AS);
     report.data = resourceLimit(RLIMIT_DATA);
-    return memoryLeft(report);
+    return memoryLeft(report, promised);
+}
+
+std::uint64_t UnwrittenMemory::total()
+{
+    return unwrittenTotal.load();
+}
+
+bool UnwrittenMemory::tryAdd(std::uint64_t bytes, std::uint64_t seenTotal)
+{
+    if (!unwrittenTotal.compare_exchange_strong(seenTotal, seenTotal + bytes)) {
+        return false;
+    }
+    m_bytes += bytes;
+    return true;
+}
+
+void UnwrittenMemory::takeFrom(UnwrittenMemory& other, std::uint64_t bytes)
+{
+    other.m_bytes -= bytes;
+    m_bytes += bytes;
+}
+
+void UnwrittenMemory::reduceTo(std::uint64_t bytes)
+{
+    if (m_bytes > bytes) {
+        unwrittenTotal.fetch_sub(m_bytes - bytes);
+        m_bytes = bytes;
+    }
 }

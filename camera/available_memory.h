@@ -4,12 +4,38 @@
 #include <string>
 #include <vector>
 
-/// How much memory something may grow into, in bytes.
-using MemoryLimit = std::uint64_t (*)();
+/// How much memory something may grow into, in bytes, beside what is promised.
+using MemoryLimit = std::uint64_t (*)(std::uint64_t promised);
 
 /// How much memory this process may still use: what the machine has left, what its control groups
 /// leave it, and what its own limits do. Caches that the kernel would give up count as free.
-std::uint64_t availableMemory();
+/// @param promised what has been allocated and not been written: the kernel takes it from the
+/// machine and the groups only then.
+std::uint64_t availableMemory(std::uint64_t promised);
+
+/// Memory that was allocated and has not been written: the kernel still counts it as available.
+/// Objects are not thread-safe; their sum is.
+class UnwrittenMemory
+{
+public:
+    UnwrittenMemory() = default;
+    ~UnwrittenMemory() { reduceTo(0); }
+    UnwrittenMemory(const UnwrittenMemory&) = delete;
+    UnwrittenMemory& operator=(const UnwrittenMemory&) = delete;
+
+    /// That of the whole process.
+    static std::uint64_t total();
+
+    /// Adds to it as long as the process's total is what the caller has seen.
+    bool tryAdd(std::uint64_t bytes, std::uint64_t seenTotal);
+    /// Moves bytes, of which the other has as many.
+    void takeFrom(UnwrittenMemory& other, std::uint64_t bytes);
+    /// Leaves no more than so much.
+    void reduceTo(std::uint64_t bytes);
+
+private:
+    std::uint64_t m_bytes = 0;
+};
 
 // What stands behind it, without a look at this machine.
 
@@ -42,5 +68,5 @@ struct MemoryReport {
     std::uint64_t data = unlimitedMemory;         ///< RLIMIT_DATA
 };
 
-/// What these texts leave a process. What they do not tell does not limit.
-std::uint64_t memoryLeft(const MemoryReport& report);
+/// What these texts leave a process. What they do not tell does not limit. @see availableMemory
+std::uint64_t memoryLeft(const MemoryReport& report, std::uint64_t promised = 0);

@@ -163,6 +163,7 @@ void CZRNCamera::cacheFrame(const uvc_frame& frame)
         std::memcpy(ticket.slot.buffer + size, &trailer, sizeof(trailer));
         record.heldFrame = ticket.frame;
         record.geometry = ticket.geometry;
+        record.unwritten.reduceTo(record.size - size - frameTrailerSize);
         shared(m_writeIndex).store((index + 1) % shared(m_cacheFrameCount).load());
     }
     const qint32 received = shared(m_receivedFrameCount).load();

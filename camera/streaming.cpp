@@ -143,8 +143,11 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
 
     const std::size_t slotSize = frameSize + frameTrailerSize;
     const auto missing = static_cast<quint64>(std::max(count - m_frameBuffers.size(), 0));
-    if (missing > 0) {
-        const quint64 available = m_availableMemory();
+    UnwrittenMemory unwritten;
+    for (bool isPromised = missing == 0; !isPromised;) {
+        // Another camera's slots may still be there in name only.
+        const quint64 promised = UnwrittenMemory::total();
+        const quint64 available = m_availableMemory(promised);
         const quint64 usable = available - available / memoryShareOfHost;
         if (count > mostSlots || missing > usable / (slotSize + slotOverhead)) {
             qCCritical(m_category)
@@ -152,6 +155,7 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
                 << ", size:" << frameSize << ", available:" << available;
             return false;
         }
+        isPromised = unwritten.tryAdd(missing * slotSize, promised);
     }
 
     // Either all the missing slots are added or none, so that a count that memory cannot serve does
@@ -164,6 +168,7 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
             buffers.push_back(std::make_unique_for_overwrite<unsigned char[]>(slotSize));
             locks.push_back(std::make_unique<QMutex>());
             records.push_back(std::make_unique<SlotRecord>(slotSize));
+            records.back()->unwritten.takeFrom(unwritten, slotSize);
         }
 
         const QMutexLocker queue(&m_frameMutex);

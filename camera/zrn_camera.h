@@ -246,10 +246,11 @@ private:
         {
         }
 
-        const std::size_t size;  ///< bytes of the buffer, trailer included
-        quint64 queuedFrame = 0; ///< which its entry in the queue stands for; under m_frameMutex
-        quint64 heldFrame = 0;   ///< whose bytes are in it, 0 for none; under the slot's mutex
-        FrameGeometry geometry;  ///< of that frame; under the slot's mutex
+        const std::size_t size;    ///< bytes of the buffer, trailer included
+        quint64 queuedFrame = 0;   ///< which its entry in the queue stands for; under m_frameMutex
+        quint64 heldFrame = 0;     ///< whose bytes are in it, 0 for none; under the slot's mutex
+        FrameGeometry geometry;    ///< of that frame; under the slot's mutex
+        UnwrittenMemory unwritten; ///< of the buffer; likewise
     };
 
     /// A slot of the ring, as taken under m_frameMutex.

@@ -87,8 +87,19 @@ TEST(MemoryLeft, IsWhatTheProcessAllowsItself)
     EXPECT_EQ(memoryLeft({machine, process, {}, 200 * kilo}), 0U);
 }
 
+TEST(MemoryLeft, IsLessWhatIsPromised)
+{
+    EXPECT_EQ(memoryLeft({machine, process, {}}, 1000 * kilo), 7999000 * kilo);
+    EXPECT_EQ(memoryLeft({machine, process, {}}, unlimitedMemory), 0U);
+    EXPECT_EQ(memoryLeft({"", "", {{"100\n", "20\n", ""}}}, 30), 50U);
+    EXPECT_EQ(memoryLeft({"", "", {}}, 30), unlimitedMemory);
+    // The process's size has grown with the promise.
+    EXPECT_EQ(memoryLeft({machine, process, {}, 1000 * kilo}, 500 * kilo), 700 * kilo);
+}
+
 TEST(AvailableMemory, IsKnownHere)
 {
-    EXPECT_GT(availableMemory(), 0U);
-    EXPECT_LT(availableMemory(), unlimitedMemory);
+    EXPECT_GT(availableMemory(0), 0U);
+    EXPECT_LT(availableMemory(0), unlimitedMemory);
+    EXPECT_EQ(availableMemory(unlimitedMemory - 1), 0U);
 }

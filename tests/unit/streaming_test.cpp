@@ -475,17 +475,19 @@ TEST_F(Streaming, ARingLeavesASixteenthOfTheMemory)
     connectSmall();
     camera.m_cacheFrameCount = 15;
     // A slot of 64 bytes with its trailer and 256 bytes for what belongs to it.
-    camera.m_availableMemory = [] { return std::uint64_t{16 * (64 + 8 + 256) - 16}; };
+    camera.m_availableMemory = [](std::uint64_t) {
+        return std::uint64_t{16 * (64 + 8 + 256) - 16};
+    };
     EXPECT_EQ(code(camera.startStream(0)), 1052U);
     EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
-    camera.m_availableMemory = [] { return std::uint64_t{16 * (64 + 8 + 256)}; };
+    camera.m_availableMemory = [](std::uint64_t) { return std::uint64_t{16 * (64 + 8 + 256)}; };
     EXPECT_EQ(code(camera.startStream(0)), 0U);
 }
 
 TEST_F(Streaming, ARingThatMemoryCannotServeIsRefusedBeforeItIsTouched)
 {
     connectSmall();
-    camera.m_availableMemory = [] { return std::uint64_t{1'000'000'000}; };
+    camera.m_availableMemory = [](std::uint64_t) { return std::uint64_t{1'000'000'000}; };
     for (const int count : {4'000'000, std::numeric_limits<int>::max()}) {
         camera.m_cacheFrameCount = count;
         EXPECT_EQ(code(camera.startStream(0)), 1052U);
@@ -501,11 +503,59 @@ TEST_F(Streaming, ARingThatMemoryCannotServeIsRefusedBeforeItIsTouched)
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     // What is there needs no more.
     camera.stopStream(0);
-    camera.m_availableMemory = [] { return std::uint64_t{0}; };
+    camera.m_availableMemory = [](std::uint64_t) { return std::uint64_t{0}; };
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     camera.stopStream(0);
     camera.m_cacheFrameCount = 17;
     EXPECT_EQ(code(camera.startStream(0)), 1052U);
+}
+
+/// A machine with room for 16 slots and a little more, to which they are free until they are
+/// written.
+std::uint64_t roomForSlots(std::uint64_t promised)
+{
+    constexpr std::uint64_t slot = 2 * width * height + 8 + 256;
+    constexpr std::uint64_t room = 18 * slot;
+    return room - std::min(room, promised);
+}
+
+TEST_F(Streaming, SlotsThatNoFrameHasFilledYetTakeUpMemory)
+{
+    Camera& device = connectSmall();
+    camera.m_availableMemory = roomForSlots;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    camera.stopStream(0);
+    camera.m_cacheFrameCount = 32;
+    EXPECT_EQ(code(camera.startStream(0)), 1052U);
+    EXPECT_EQ(camera.m_frameBuffers.size(), 16);
+
+    // Filled, they are no longer available to the kernel either.
+    camera.m_cacheFrameCount = 16;
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    for (int i = 0; i < 16; ++i) {
+        deliver(device);
+    }
+    camera.stopStream(0);
+    camera.m_cacheFrameCount = 32;
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
+}
+
+TEST_F(Streaming, TheSlotsOfOneCameraAreNotThereForAnother)
+{
+    bus.addCamera(1, 2, width, height);
+    bus.addCamera(2, 2, width, height);
+    enumerate();
+    const auto started = [](CameraProbe& probe, int index) {
+        probe.m_availableMemory = roomForSlots;
+        EXPECT_EQ(code(probe.connectDeviceByIndex(index)), 0U);
+        return code(probe.startStream(0));
+    };
+    {
+        CameraProbe first;
+        EXPECT_EQ(started(first, 0), 0U);
+        EXPECT_EQ(started(camera, 1), 1052U);
+    }
+    EXPECT_EQ(code(camera.startStream(0)), 0U);
 }
 
 TEST_F(Streaming, TheHugestRingIsRefusedOnThisMachineToo)
@@ -536,6 +586,42 @@ TEST_F(Streaming, ResizingTheCacheWaitsForNoFrame)
     EXPECT_EQ(camera.m_cacheFrameCount, 20);
     EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
     EXPECT_THAT(log.lines(), ElementsAre(LogLine{QtDebugMsg, "default", " flag: false"}));
+}
+
+TEST_F(Streaming, OfTwoThreadsThatResizeTheCacheNeitherWaitsForAFrame)
+{
+    class Meeting : public CameraProbe
+    {
+    public:
+        ErrorCode discardFrames(signed char selector) override
+        {
+            if (discards.fetch_add(1) == 0) {
+                while (!otherHasResized) {
+                    std::this_thread::yield();
+                }
+                return CZRNCamera::discardFrames(selector);
+            }
+            return ErrorCode::Success;
+        }
+        std::atomic<int> discards = 0;
+        std::atomic<bool> otherHasResized = false;
+    };
+    Meeting meeting;
+    connect(meeting, 2, width, height);
+    meeting.m_grabTimeout = 20000;
+    const auto start = std::chrono::steady_clock::now();
+    std::thread first([&] {
+        int count = 20;
+        EXPECT_TRUE(meeting.cacheFrameCountIO(false, count));
+    });
+    while (meeting.discards == 0) {
+        std::this_thread::yield();
+    }
+    int count = 21;
+    EXPECT_TRUE(meeting.cacheFrameCountIO(false, count));
+    meeting.otherHasResized = true;
+    first.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 TEST_F(Streaming, TheCacheSizeIsReadAndWrittenWhileStopped)
@@ -585,42 +671,6 @@ TEST_F(Streaming, TheCacheSizeStaysWhereTheStreamWasStartedDuringTheWait)
 {
     class RestartingCamera : public CameraProbe
     {
-TEST_F(Streaming, OfTwoThreadsThatResizeTheCacheNeitherWaitsForAFrame)
-{
-    class Meeting : public CameraProbe
-    {
-    public:
-        ErrorCode discardFrames(signed char selector) override
-        {
-            if (discards.fetch_add(1) == 0) {
-                while (!otherHasResized) {
-                    std::this_thread::yield();
-                }
-                return CZRNCamera::discardFrames(selector);
-            }
-            return ErrorCode::Success;
-        }
-        std::atomic<int> discards = 0;
-        std::atomic<bool> otherHasResized = false;
-    };
-    Meeting meeting;
-    connect(meeting, 2, width, height);
-    meeting.m_grabTimeout = 20000;
-    const auto start = std::chrono::steady_clock::now();
-    std::thread first([&] {
-        int count = 20;
-        EXPECT_TRUE(meeting.cacheFrameCountIO(false, count));
-    });
-    while (meeting.discards == 0) {
-        std::this_thread::yield();
-    }
-    int count = 21;
-    EXPECT_TRUE(meeting.cacheFrameCountIO(false, count));
-    meeting.otherHasResized = true;
-    first.join();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-}
-
     public:
         ErrorCode discardFrames(signed char selector) override { return startStream(selector); }
     };
