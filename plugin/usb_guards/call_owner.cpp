@@ -14,14 +14,6 @@ namespace usbguards
 namespace
 {
 
-bool note(bool isDrivers)
-{
-    if (!isDrivers) {
-        Visit::noteStranger();
-    }
-    return isDrivers;
-}
-
 // One test at a time.
 std::mutex testMutex;
 std::atomic<pthread_t> testingThread;
@@ -52,27 +44,27 @@ UsbFunction called(const char* name)
 bool isDriverCalling()
 {
     const Visit visit;
-    return note(OwnedObjects::instance().isDriverCalling());
+    return OwnedObjects::instance().isDriverCalling();
 }
 
 bool isDrivers(libusb_context* context)
 {
     const Visit visit;
-    return note(OwnedObjects::instance().owns(context));
+    return OwnedObjects::instance().owns(context);
 }
 
 bool isDrivers(libusb_device_handle* handle)
 {
     const Visit visit;
-    return note(OwnedObjects::instance().find(handle) != nullptr);
+    return OwnedObjects::instance().find(handle) != nullptr;
 }
 
 bool isDrivers(libusb_transfer* transfer)
 {
     // libusb takes the handle out of a transfer that is in flight when the handle is closed.
     const Visit visit;
-    return note(OwnedObjects::instance().find(transfer->dev_handle) != nullptr ||
-                StreamTransfers::instance().knows(transfer));
+    return OwnedObjects::instance().find(transfer->dev_handle) != nullptr ||
+           StreamTransfers::instance().knows(transfer);
 }
 
 void forget(libusb_context* context)

@@ -1,5 +1,7 @@
 #include "visits.h"
 
+#include "other_threads.h"
+
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -10,7 +12,6 @@ namespace
 {
 
 std::atomic<int> visitors = 0;
-std::atomic<bool> hadStrangers = false;
 
 } // namespace
 
@@ -24,23 +25,15 @@ Visit::~Visit()
     visitors.fetch_sub(1);
 }
 
-void Visit::noteStranger()
-{
-    if (!hadStrangers.load(std::memory_order_relaxed)) {
-        hadStrangers.store(true);
-    }
-}
-
 void Visit::waitForEnd()
 {
     // A visit leaves out the few instructions before and behind it.
-    constexpr std::chrono::milliseconds entryAndExit(20);
+    constexpr std::chrono::seconds entryOrExit(1);
+    waitUntilOthersHaveMoved(entryOrExit);
     while (visitors.load() > 0) {
         std::this_thread::yield();
     }
-    if (hadStrangers.load()) {
-        std::this_thread::sleep_for(entryAndExit);
-    }
+    waitUntilOthersHaveMoved(entryOrExit);
 }
 
 } // namespace usbguards

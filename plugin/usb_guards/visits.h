@@ -14,11 +14,9 @@ public:
     Visit(const Visit&) = delete;
     Visit& operator=(const Visit&) = delete;
 
-    /// Notes that the caller is not the driver.
-    static void noteStranger();
-
     /// Waits until nobody is in a guard any more who came from a linkage table that no longer
-    /// refers to it.
+    /// refers to it. A thread that the system keeps from running meanwhile is waited for two
+    /// seconds at most.
     static void waitForEnd();
 };
 
