@@ -101,6 +101,15 @@ TEST(ZrncamVirtual, TheDoctorFindsAUsableCamera)
         << result.output.constData();
 }
 
+TEST(ZrncamDoctor, AsksTheDriverForItsGuardsWithoutACamera)
+{
+    ToolRun run({"doctor", "--json"});
+    const ToolResult result =
+        run.set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH)).start().finish();
+    EXPECT_TRUE(result.output.contains("the driver guards this process"))
+        << result.output.constData();
+}
+
 /// What the doctor says of the memory of transfers; empty if it says nothing.
 QString transferMemoryOf(const ToolResult& result)
 {

@@ -81,6 +81,15 @@ std::optional<Finding> tryCamera(const QString& path, zrn::Bus& bus, zrn::BusCam
     return judgeOpening(camera, !serial.isEmpty());
 }
 
+/// What the driver says when it is to open a camera at a place where there can be none.
+QString guardsWithoutCamera(const QString& path)
+{
+    zrnhost::DriverPlugin plugin(path);
+    plugin.factory().setProperty(IFactory::devicesProperty, QStringList{QStringLiteral("000/000")});
+    plugin.factory().enumDevice();
+    return guardsOf(plugin.factory());
+}
+
 /// Loads the driver and lets it open cameras: the proof of all the rest. Cameras that other
 /// programs use are left alone where the driver can choose.
 DriverTrial tryDriver(const QString& path, const std::vector<zrn::BusCamera>& cameras)
@@ -103,6 +112,9 @@ DriverTrial tryDriver(const QString& path, const std::vector<zrn::BusCamera>& ca
             if (opening) {
                 trial.openings.push_back(*opening);
             }
+        }
+        if (trial.guards.isEmpty()) {
+            trial.guards = guardsWithoutCamera(path);
         }
     } catch (const zrnhost::PluginError& error) {
         trial.openings = {{QStringLiteral("plugin"), Verdict::Problem,
