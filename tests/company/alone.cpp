@@ -21,9 +21,7 @@ void print(void*, const char* step, const char* outcome, double milliseconds)
 int main()
 {
     for (std::string name; std::getline(std::cin, name);) {
-        if (name == captureCase) {
-            useUvc(ordinal, print, nullptr);
-        } else {
+        if (!useUvc(name.c_str(), ordinal, print, nullptr)) {
             useUsb(name.c_str(), ordinal, print, nullptr);
         }
         std::puts(".");

@@ -167,7 +167,7 @@ std::string nameOf(const testing::TestParamInfo<const char*>& info)
 }
 
 INSTANTIATE_TEST_SUITE_P(Usb, Company, testing::ValuesIn(usbCases), nameOf);
-INSTANTIATE_TEST_SUITE_P(Uvc, Company, testing::Values(captureCase), nameOf);
+INSTANTIATE_TEST_SUITE_P(Uvc, Company, testing::ValuesIn(uvcCases), nameOf);
 
 /// What is left when the driver is unloaded, after its cameras have streamed.
 class CompanyAfterUnloading : public testing::TestWithParam<const char*>

@@ -37,13 +37,13 @@ void loadOtherUser()
 
 Transcript runHere(const std::string& name)
 {
-    if (name == captureCase) {
-        const auto use = find<decltype(useUvc)>("useUvc");
-        return collect([&](TellStep tell, void* context) { use(ordinal, tell, context); });
-    }
-    const auto use = &useUsb ? &useUsb : find<decltype(useUsb)>("useUsb");
-    return collect(
-        [&](TellStep tell, void* context) { use(name.c_str(), ordinal, tell, context); });
+    const auto uvc = find<decltype(useUvc)>("useUvc");
+    const auto usb = &useUsb ? &useUsb : find<decltype(useUsb)>("useUsb");
+    return collect([&](TellStep tell, void* context) {
+        if (!uvc(name.c_str(), ordinal, tell, context)) {
+            usb(name.c_str(), ordinal, tell, context);
+        }
+    });
 }
 
 } // namespace company

@@ -12,12 +12,13 @@ using TellStep = void (*)(void* context, const char* step, const char* outcome,
 /// Goes through one of usbCases. @param ordinal which of the gadgets, from 1.
 void useUsb(const char* name, unsigned ordinal, TellStep tell, void* context);
 
-/// Streams from a capture device. @param ordinal which of them, from 1.
-void useUvc(unsigned ordinal, TellStep tell, void* context);
+/// Goes through one of uvcCases, each of which streams from a capture device.
+/// @param ordinal which of them, from 1.
+/// @return false when there is no such case.
+bool useUvc(const char* name, unsigned ordinal, TellStep tell, void* context);
 }
 
-/// The name of the case of the capture device.
-inline constexpr const char* captureCase = "capture_device";
+inline constexpr const char* uvcCases[]{"capture_device", "capture_unplugging"};
 
 inline constexpr const char* usbCases[]{
     "descriptors", "control",    "slow_control", "slower_control", "bulk",

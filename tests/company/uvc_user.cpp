@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <vector>
 
@@ -73,7 +74,64 @@ private:
     std::vector<std::string> m_frames;
 };
 
-void drive(const Teller& tell, uvc_device_handle_t* handle, Script& script)
+std::string gain(uvc_device_handle_t* handle)
+{
+    std::uint16_t value = 0;
+    const int code = uvc_get_gain(handle, &value, UVC_GET_CUR);
+    return std::to_string(code) + ", " + std::to_string(value);
+}
+
+/// A capture device in a context of its own.
+class Device
+{
+public:
+    Device(const Teller& tell, unsigned ordinal)
+    {
+        uvc_init(&m_context, nullptr);
+        tell("find", [&] {
+            return std::to_string(uvc_find_device(m_context, &m_device, vendorId,
+                                                  static_cast<int>(ordinal), nullptr));
+        });
+        if (m_device) {
+            tell("open", [&] { return std::to_string(uvc_open(m_device, &m_handle)); });
+        }
+    }
+    ~Device()
+    {
+        if (m_device) {
+            uvc_unref_device(m_device);
+        }
+        if (m_context) {
+            uvc_exit(m_context);
+        }
+    }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+    [[nodiscard]] uvc_device_handle_t* handle() const { return m_handle; }
+
+    void close(const Teller& tell)
+    {
+        tell("close", [&] {
+            uvc_close(m_handle);
+            m_handle = nullptr;
+            return std::string();
+        });
+    }
+    /// For a device that has left: closing it would end the process.
+    void abandon()
+    {
+        m_device = nullptr;
+        m_context = nullptr;
+    }
+
+private:
+    uvc_context_t* m_context = nullptr;
+    uvc_device_t* m_device = nullptr;
+    uvc_device_handle_t* m_handle = nullptr;
+};
+
+uvc_stream_ctrl_t negotiate(const Teller& tell, uvc_device_handle_t* handle)
 {
     uvc_stream_ctrl_t parameters{};
     tell("negotiate", [&] {
@@ -82,59 +140,101 @@ void drive(const Teller& tell, uvc_device_handle_t* handle, Script& script)
         return std::to_string(code) + ", " + std::to_string(parameters.dwMaxVideoFrameSize) + ", " +
                std::to_string(parameters.dwMaxPayloadTransferSize);
     });
-    Frames frames;
-    for (int round = 0; round < 2; ++round) {
-        tell("start", [&] {
-            return std::to_string(
-                uvc_start_streaming(handle, &parameters, Frames::onFrame, &frames, 0));
-        });
-        script.tell("frame-number", {{"number", 100}});
-        for (int i = 0; i < 4; ++i) {
-            tell("frame", [&] {
-                script.tell("emit");
-                return frames.next();
-            });
-        }
-        tell("stop", [&] {
-            uvc_stop_streaming(handle);
-            return std::string();
+    return parameters;
+}
+
+/// Starts a stream and looks at its first frames.
+void stream(const Teller& tell, uvc_device_handle_t* handle, uvc_stream_ctrl_t& parameters,
+            Frames& frames, Script& script)
+{
+    tell("start", [&] {
+        return std::to_string(
+            uvc_start_streaming(handle, &parameters, Frames::onFrame, &frames, 0));
+    });
+    script.tell("frame-number", {{"number", 100}});
+    for (int i = 0; i < 4; ++i) {
+        tell("frame", [&] {
+            script.tell("emit");
+            return frames.next();
         });
     }
-    const auto gain = [&] {
-        std::uint16_t value = 0;
-        const int code = uvc_get_gain(handle, &value, UVC_GET_CUR);
-        return std::to_string(code) + ", " + std::to_string(value);
-    };
-    tell("gain", gain);
+}
+
+void stop(const Teller& tell, uvc_device_handle_t* handle)
+{
+    tell("stop", [&] {
+        uvc_stop_streaming(handle);
+        return std::string();
+    });
+}
+
+void captureDevice(const Teller& tell, unsigned ordinal)
+{
+    Script script(ordinal);
+    Device device(tell, ordinal);
+    uvc_device_handle_t* const handle = device.handle();
+    if (!handle) {
+        return;
+    }
+    uvc_stream_ctrl_t parameters = negotiate(tell, handle);
+    Frames frames;
+    for (int round = 0; round < 2; ++round) {
+        stream(tell, handle, parameters, frames, script);
+        stop(tell, handle);
+    }
+    tell("gain", [&] { return gain(handle); });
     script.tell("control-fault", {{"action", "delay"}, {"target", "gain"}, {"milliseconds", 2500}});
-    tell("gain after 2.5 s", gain);
+    tell("gain after 2.5 s", [&] { return gain(handle); });
+    device.close(tell);
+}
+
+/// The device leaves the bus while it streams, and comes back.
+void captureUnplugging(const Teller& tell, unsigned ordinal)
+{
+    static Frames framesBefore; // the stream is never stopped
+    Script script(ordinal);
+    Device device(tell, ordinal);
+    if (!device.handle()) {
+        return;
+    }
+    uvc_stream_ctrl_t parameters = negotiate(tell, device.handle());
+    stream(tell, device.handle(), parameters, framesBefore, script);
+    script.tell("unplug");
+    tell("gain afterwards", [&] { return gain(device.handle()); });
+    tell("negotiate afterwards", [&] {
+        return std::to_string(uvc_get_stream_ctrl_format_size(
+            device.handle(), &parameters, UVC_FRAME_FORMAT_ANY, width, height, 0));
+    });
+    {
+        const Device gone(tell, ordinal);
+    }
+    device.abandon();
+
+    script.tell("plug");
+    Device again(tell, ordinal);
+    if (!again.handle()) {
+        return;
+    }
+    Frames frames;
+    parameters = negotiate(tell, again.handle());
+    stream(tell, again.handle(), parameters, frames, script);
+    stop(tell, again.handle());
+    again.close(tell);
 }
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) void useUvc(unsigned ordinal, TellStep tellStep,
-                                                              void* context)
+extern "C" __attribute__((visibility("default"))) bool useUvc(const char* name, unsigned ordinal,
+                                                              TellStep tellStep, void* context)
 {
     const Teller tell(tellStep, context);
-    Script script(ordinal);
-    uvc_context_t* uvc = nullptr;
-    uvc_init(&uvc, nullptr);
-    uvc_device_t* device = nullptr;
-    uvc_device_handle_t* handle = nullptr;
-    tell("find", [&] {
-        return std::to_string(
-            uvc_find_device(uvc, &device, vendorId, static_cast<int>(ordinal), nullptr));
-    });
-    if (device) {
-        tell("open", [&] { return std::to_string(uvc_open(device, &handle)); });
-        if (handle) {
-            drive(tell, handle, script);
-            tell("close", [&] {
-                uvc_close(handle);
-                return std::string();
-            });
-        }
-        uvc_unref_device(device);
+    if (std::strcmp(name, uvcCases[0]) == 0) {
+        captureDevice(tell, ordinal);
+        return true;
     }
-    uvc_exit(uvc);
+    if (std::strcmp(name, uvcCases[1]) == 0) {
+        captureUnplugging(tell, ordinal);
+        return true;
+    }
+    return false;
 }
