@@ -19,7 +19,9 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <dlfcn.h>
+#include <malloc.h>
 #include <set>
 #include <vector>
 
@@ -278,10 +280,34 @@ TEST_F(PluginLibrary, CanBeLoadedAgainAfterItWasUnloaded)
     EXPECT_EQ(bus.outstanding(), fakeuvc::Outstanding{});
 }
 
+TEST_F(PluginLibrary, LeavesNoMoreAllocatedWithEachReload)
+{
+    constexpr int reloads = 50;
+    constexpr std::size_t tolerance = 64; // bytes for each, for Qt
+    const auto reload = [] {
+        QPluginLoader again(pluginPath);
+        again.setLoadHints({});
+        auto* root = qobject_cast<IFactory*>(again.instance());
+        ASSERT_NE(root, nullptr);
+        DeviceInterface* camera = root->createDevice();
+        root->deleteDevice(camera);
+        EXPECT_TRUE(again.unload());
+    };
+    for (int i = 0; i < reloads; ++i) {
+        reload();
+    }
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < reloads; ++i) {
+        reload();
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + reloads * tolerance);
+}
+
 // libuvc and libusb work on for a context that is never released.
 TEST_F(PluginLibrary, StaysLoadedWithAContextThatIsLeftBehind)
 {
     bus.fail({"uvc_get_device_list", UVC_ERROR_NO_MEM});
+    loader.setLoadHints({}); // or else Qt keeps it
     ASSERT_NE(factory(), nullptr);
     EXPECT_EQ(factory()->enumDevice(), 0);
     loader.unload();
