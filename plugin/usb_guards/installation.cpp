@@ -9,6 +9,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <new>
+#include <unistd.h>
 
 namespace usbguards
 {
@@ -71,6 +72,7 @@ void Installation::ensure()
 
 void Installation::install()
 {
+    m_process = getpid();
     m_state = State::Missing;
     const void* const uvcOpen = ownLink("uvc_open");
     m_libuvc = LoadedLibrary::around(uvcOpen);
@@ -215,6 +217,11 @@ bool Installation::isInEffect() const
 
 void Installation::remove()
 {
+    // Threads that held a lock or were in a guard when a child was forked go on in its parent
+    // alone.
+    if (m_process != getpid()) {
+        return;
+    }
     const std::lock_guard locker(m_mutex);
     if (m_state == State::Unused || !OwnedObjects::instance().isEmpty()) {
         return;

@@ -6,8 +6,10 @@
 
 #include <libuvc/libuvc.h>
 
+#include <atomic>
 #include <mutex>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace usbguards
@@ -33,7 +35,7 @@ public:
     void ensure();
 
     /// Takes the guards out, where no other library has put anything in front of them. Does nothing
-    /// while the driver has anything open.
+    /// while the driver has anything open, nor in a forked child.
     void remove();
 
     enum class State {
@@ -71,7 +73,8 @@ private:
     void* resolve(const char* function) const;
     bool isInEffect() const;
 
-    std::mutex m_mutex; ///< guards what follows
+    std::atomic<pid_t> m_process = 0; ///< that has put the guards in place
+    std::mutex m_mutex;               ///< guards what follows
     State m_state = State::Unused;
     std::string m_fault;
     LoadedLibrary m_libuvc;

@@ -7,12 +7,17 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <csignal>
 #include <dlfcn.h>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <sstream>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 using usbguards::LoadedLibrary;
 
@@ -244,6 +249,39 @@ TEST_P(Installation, RepairsWhatTheDynamicLinkerHasOverwritten)
     EXPECT_EQ(driver.status(), "in effect");
     expectGuarded(driver.handle);
     driver.close();
+}
+
+TEST_P(Installation, AForkedChildUnloadsWhateverTheParentsThreadsDo)
+{
+    constexpr int children = 100;
+    Guarded driver(guardsName());
+    driver.open();
+    driver.close();
+    std::atomic<bool> end = false;
+    std::thread looking([&] {
+        while (!end) {
+            driver.status();
+        }
+    });
+    for (int i = 0; i < children && !HasFailure(); ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            driver.library.reset();
+            _exit(0);
+        }
+        const auto late = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (waitpid(child, nullptr, WNOHANG) == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            if (std::chrono::steady_clock::now() > late) {
+                kill(child, SIGKILL);
+                waitpid(child, nullptr, 0);
+                ADD_FAILURE() << "child " << i << " does not end";
+                break;
+            }
+        }
+    }
+    end = true;
+    looking.join();
 }
 
 INSTANTIATE_TEST_SUITE_P(Linkage, Installation, testing::Values("lazy", "half", "now"),
