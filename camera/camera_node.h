@@ -1,11 +1,11 @@
 #pragma once
 
 #include <QMutex>
-#include <QReadWriteLock>
 #include <QString>
 #include <libuvc/libuvc.h>
 
 #include <atomic>
+#include <shared_mutex>
 #include <utility>
 
 /// One enumerated camera.
@@ -25,7 +25,7 @@ struct CameraNode {
     uvc_context_t* context = nullptr;      ///< of this node alone
     bool isOpen = false; ///< filled from an open device, and not disconnected since
 
-    QReadWriteLock accessLock;
+    std::shared_mutex accessLock;
     std::atomic<int> closings = 0; ///< threads that close it: there is no access any more
     QMutex streamMutex;
     std::atomic<int> references = 1; ///< the table's own, and one for each NodeReference

@@ -6,8 +6,9 @@
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
-#include <QReadLocker>
-#include <QWriteLocker>
+
+#include <mutex>
+#include <shared_mutex>
 
 namespace
 {
@@ -20,7 +21,7 @@ BusPlace placeOf(uvc_device_t* device)
 /// Nothing for a camera that is closed.
 std::optional<BusPlace> placeOf(CameraNode& node)
 {
-    const QReadLocker access(&node.accessLock);
+    const std::shared_lock access(node.accessLock);
     return node.device ? std::optional(placeOf(node.device)) : std::nullopt;
 }
 
@@ -39,10 +40,12 @@ bool isServed(uvc_device_t* device)
 
 int CZRNCamera::enumChosenDevices(const QList<BusPlace>& chosen, QVariantMap& serials)
 {
-    const QMutexLocker enumeration(&m_cameraEnumLock);
-    if (m_isExiting) {
+    const Operation operation;
+    if (!operation) {
         return 0;
     }
+    Operation::claimProcess();
+    const QMutexLocker enumeration(&m_cameraEnumLock);
     const std::optional<QList<BusPlace>> present = placesOnBus();
     if (present) {
         releaseNodes(takeNodesUnless([&](const BusPlace& place) {
@@ -57,21 +60,21 @@ int CZRNCamera::enumChosenDevices(const QList<BusPlace>& chosen, QVariantMap& se
 
     serials.clear();
     {
-        const QReadLocker table(&m_nodeTableLock);
+        const std::shared_lock table(m_nodeTableLock);
         for (CameraNode* node : std::as_const(m_cameraNodeMap)) {
             if (const std::optional<BusPlace> place = node ? placeOf(*node) : std::nullopt) {
                 serials[nameOf(*place)] = hostSerial(node->serial);
             }
         }
     }
-    const QWriteLocker table(&m_nodeTableLock);
+    const std::lock_guard table(m_nodeTableLock);
     m_enumCount = m_cameraNodeMap.size();
     return m_enumCount;
 }
 
 void CZRNCamera::logMalformedPlace(const QString& text)
 {
-    qCCritical(m_category) << " not a place on the bus:" << text;
+    logCritical() << " not a place on the bus:" << text;
 }
 
 std::optional<QList<BusPlace>> CZRNCamera::placesOnBus()
@@ -102,8 +105,8 @@ void CZRNCamera::openChosenDevice(const BusPlace& place)
         return;
     }
     // It would take the place of a camera that somebody may be using.
-    qCCritical(m_category) << " another open camera has this serial:" << opened.serial
-                           << ", not opened:" << nameOf(place);
+    logCritical() << " another open camera has this serial:" << opened.serial
+                  << ", not opened:" << nameOf(place);
     closeSpecifedDevice(&opened);
 }
 
@@ -137,7 +140,7 @@ QList<CameraNode*> CZRNCamera::takeNodesUnless(const std::function<bool(const Bu
     // Who holds the enumeration lock is alone in changing the table.
     QStringList leaving;
     {
-        const QReadLocker table(&m_nodeTableLock);
+        const std::shared_lock table(m_nodeTableLock);
         for (auto entry = m_cameraNodeMap.cbegin(); entry != m_cameraNodeMap.cend(); ++entry) {
             const std::optional<BusPlace> place =
                 entry.value() ? placeOf(*entry.value()) : std::nullopt;
@@ -147,7 +150,7 @@ QList<CameraNode*> CZRNCamera::takeNodesUnless(const std::function<bool(const Bu
         }
     }
     QList<CameraNode*> nodes;
-    const QWriteLocker table(&m_nodeTableLock);
+    const std::lock_guard table(m_nodeTableLock);
     for (const QString& serial : std::as_const(leaving)) {
         nodes.append(m_cameraNodeMap.take(serial));
     }
@@ -159,7 +162,7 @@ bool CZRNCamera::registerAlone(const CameraNode& opened)
 {
     CameraNode* closed = nullptr;
     {
-        const QWriteLocker table(&m_nodeTableLock);
+        const std::lock_guard table(m_nodeTableLock);
         CameraNode* const present = m_cameraNodeMap.value(opened.serial);
         if (present && placeOf(*present)) {
             return false;

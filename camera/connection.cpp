@@ -3,10 +3,9 @@
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
-#include <QReadLocker>
 #include <QWriteLocker>
 
-#include <cstdio>
+#include <shared_mutex>
 #include <utility>
 
 namespace
@@ -22,6 +21,10 @@ constexpr uint8_t manualExposureMode = 1;
 
 ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
 {
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NothingEnumerated;
+    }
     const QMutexLocker lifecycle(&m_lifecycleMutex);
     if (isConnected()) {
         return ErrorCode::AlreadyConnected;
@@ -29,7 +32,7 @@ ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
 
     NodeReference node;
     {
-        const QReadLocker table(&m_nodeTableLock);
+        const std::shared_lock table(m_nodeTableLock);
         if (m_enumCount < 1) {
             return ErrorCode::NothingEnumerated;
         }
@@ -44,11 +47,11 @@ ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
         node = NodeReference(found.value());
     }
     if (!node) {
-        qCInfo(m_category) << "CameraNode is nullptr";
+        logInfo() << "CameraNode is nullptr";
         return ErrorCode::NodeNotOpen;
     }
     if (!shared(node->isOpen).load()) {
-        qCInfo(m_category) << "CameraNode not openned";
+        logInfo() << "CameraNode not openned";
         return ErrorCode::NodeNotOpen;
     }
     return connectNode(std::move(node));
@@ -56,6 +59,10 @@ ErrorCode CZRNCamera::connectDeviceBySerial(const QString& serial)
 
 ErrorCode CZRNCamera::connectDeviceByIndex(int index)
 {
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NothingEnumerated;
+    }
     const QMutexLocker lifecycle(&m_lifecycleMutex);
     if (isConnected()) {
         return ErrorCode::AlreadyConnected;
@@ -63,11 +70,11 @@ ErrorCode CZRNCamera::connectDeviceByIndex(int index)
 
     NodeReference node;
     {
-        const QReadLocker table(&m_nodeTableLock);
+        const std::shared_lock table(m_nodeTableLock);
         if (m_enumCount < 1) {
             return ErrorCode::NothingEnumerated;
         }
-        std::printf("index:%d  camCount:%d \n", index, m_enumCount);
+        Operation::print(QString::asprintf("index:%d  camCount:%d \n", index, m_enumCount));
         if (index < 0 || index >= m_enumCount) {
             return ErrorCode::BadArgument;
         }
@@ -79,7 +86,7 @@ ErrorCode CZRNCamera::connectDeviceByIndex(int index)
     if (!shared(node->isOpen).load()) {
         return ErrorCode::NodeNotOpen;
     }
-    qCDebug(m_category) << "get handle:" << static_cast<void*>(DeviceAccess(node).handle());
+    logDebug() << "get handle:" << static_cast<void*>(DeviceAccess(node).handle());
     return connectNode(std::move(node));
 }
 
@@ -121,17 +128,18 @@ std::optional<QSize> CZRNCamera::readFrameSize(const DeviceAccess& device)
 
 void CZRNCamera::logFormat(const uvc_format_desc_t& format)
 {
-    qCInfo(m_category) << "bDescriptorSubtype:" << format.bDescriptorSubtype;
+    logInfo() << "bDescriptorSubtype:" << format.bDescriptorSubtype;
 }
 
 void CZRNCamera::logFrame(const uvc_frame_desc_t& frame)
 {
-    qCInfo(m_category) << "\tw:" << frame.wWidth << ",h:" << frame.wHeight
-                       << ",defaultFrameInterval:" << frame.dwDefaultFrameInterval;
+    logInfo() << "\tw:" << frame.wWidth << ",h:" << frame.wHeight
+              << ",defaultFrameInterval:" << frame.dwDefaultFrameInterval;
 }
 
 bool CZRNCamera::initializeCamera()
 {
+    const Operation operation;
     const FrameGeometry geometry = frameGeometry();
     return initializeCamera({geometry.width, geometry.height}, false);
 }
@@ -154,14 +162,14 @@ bool CZRNCamera::initializeCamera(QSize firstFrame, bool isNewCamera)
         const uvc_error_t result =
             DeviceAccess(node).call(uvc_get_contrast, &contrast, UVC_GET_CUR);
         if (result != UVC_SUCCESS) {
-            qCCritical(m_category) << "uvc_get_contrast failed ret:" << result;
+            logCritical() << "uvc_get_contrast failed ret:" << result;
             contrast = 0;
         }
         sensorType = reportedSensorType(contrast);
         publishGeometry(firstFrame, CameraSpace::PixelFormatType::Packed16, sensorType,
                         isNewCamera);
     }
-    qCDebug(m_category) << "m_sensorType: " << sensorType;
+    logDebug() << "m_sensorType: " << sensorType;
 
     // What cannot be read keeps its value. The limits are read aside because other threads check
     // against the fields.
@@ -170,7 +178,11 @@ bool CZRNCamera::initializeCamera(QSize firstFrame, bool isNewCamera)
     getExposureTimeRange(minExposure, maxExposure, 0);
     shared(m_minExposureTime).store(minExposure);
     shared(m_maxExposureTime).store(maxExposure);
-    qCDebug(m_category, "MinExposure:%u  maxExposure:%u\n", minExposure, maxExposure);
+    if (m_category.isDebugEnabled()) {
+        Operation::write(
+            {QtDebugMsg, m_category.categoryName(),
+             QString::asprintf("MinExposure:%u  maxExposure:%u\n", minExposure, maxExposure)});
+    }
 
     unsigned short minGain = shared(m_minGain).load();
     unsigned short maxGain = shared(m_maxGain).load();
@@ -188,6 +200,10 @@ bool CZRNCamera::initializeCamera(QSize firstFrame, bool isNewCamera)
 
 ErrorCode CZRNCamera::reconnectDevice()
 {
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NotConnected;
+    }
     const QMutexLocker lifecycle(&m_lifecycleMutex);
     if (m_serial.isEmpty()) {
         return ErrorCode::BadArgument;
@@ -209,8 +225,12 @@ ErrorCode CZRNCamera::reconnectDevice()
 
 ErrorCode CZRNCamera::disconnectDevice()
 {
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NotConnected;
+    }
     const QMutexLocker lifecycle(&m_lifecycleMutex);
-    qCDebug(m_category) << "start CZRNCamera::disconnectDevice function";
+    logDebug() << "start CZRNCamera::disconnectDevice function";
     if (!isConnected()) {
         return ErrorCode::NotConnected;
     }
@@ -231,12 +251,13 @@ ErrorCode CZRNCamera::disconnectDevice()
     if (!closed) {
         logAbandoned(*node.get());
     }
-    qCDebug(m_category) << "end CZRNCamera::disconnectDevice function :" << closedHandle;
+    logDebug() << "end CZRNCamera::disconnectDevice function :" << closedHandle;
     return ErrorCode::Success;
 }
 
 bool CZRNCamera::heartBeartQuery()
 {
+    const Operation operation;
     if (!isConnected()) {
         return false;
     }
@@ -246,6 +267,7 @@ bool CZRNCamera::heartBeartQuery()
 
 bool CZRNCamera::readSerial(QString& serial)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return false;

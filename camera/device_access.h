@@ -1,6 +1,7 @@
 #pragma once
 
 #include "camera_node.h"
+#include "operation.h"
 
 #include <libuvc/libuvc.h>
 
@@ -19,14 +20,14 @@ public:
         : m_node(std::move(node))
     {
         if (m_node && m_node->closings == 0) {
-            m_node->accessLock.lockForRead();
+            m_node->accessLock.lock_shared();
             m_isLocked = true;
         }
     }
     ~DeviceAccess()
     {
         if (m_isLocked) {
-            m_node->accessLock.unlock();
+            m_node->accessLock.unlock_shared();
         }
     }
     DeviceAccess(const DeviceAccess&) = delete;
@@ -48,10 +49,12 @@ public:
     uvc_error_t call(uvc_error_t (*function)(uvc_device_handle_t*, Parameters...),
                      Arguments&&... arguments) const
     {
-        if (!handle()) {
+        if (!handle() || !Operation::isAdmitted()) {
             return UVC_ERROR_NO_DEVICE;
         }
-        return function(handle(), std::forward<Arguments>(arguments)...);
+        const uvc_error_t result = function(handle(), std::forward<Arguments>(arguments)...);
+        Operation::parkWhereAbandoned();
+        return result;
     }
 
     /// The camera's video formats, or null.
@@ -74,7 +77,7 @@ public:
         : m_node(node)
     {
         ++m_node.closings;
-        m_node.accessLock.lockForWrite();
+        m_node.accessLock.lock();
     }
     ~NodeClosing()
     {

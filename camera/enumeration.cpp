@@ -6,10 +6,10 @@
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
-#include <QWriteLocker>
 
 #include <array>
 #include <memory>
+#include <mutex>
 
 bool CZRNCamera::initizlizeZRNCameraLibrary()
 {
@@ -41,12 +41,12 @@ bool CZRNCamera::listDevices(uvc_context_t*& context, uvc_device_t**& devices)
     uvc_error_t result = uvc_init(&context, nullptr);
     if (result != UVC_SUCCESS) {
         context = nullptr;
-        qCCritical(m_category) << "uvc_init failed error:" << result;
+        logCritical() << "uvc_init failed error:" << result;
         return false;
     }
     result = uvc_get_device_list(context, &devices);
     if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
+        logCritical() << "uvc_get_device_list failed error:" << result;
         return false;
     }
     return true;
@@ -54,6 +54,10 @@ bool CZRNCamera::listDevices(uvc_context_t*& context, uvc_device_t**& devices)
 
 bool CZRNCamera::openSpecifedDevice(int vendorId, int productId, int index, CameraNode& node)
 {
+    const Operation operation;
+    if (!operation) {
+        return false;
+    }
     uvc_context_t* context = nullptr;
     uvc_device_t** devices = nullptr;
     if (!listDevices(context, devices)) {
@@ -92,11 +96,10 @@ bool CZRNCamera::openListedDevice(uvc_device_t* device, int position, uvc_contex
     uvc_device_handle_t* handle = nullptr;
     const uvc_error_t result = uvc_open(device, &handle);
     if (result != UVC_SUCCESS) {
-        qCDebug(m_category) << " open device num:" << position << " failed, errCode :" << result;
+        logDebug() << " open device num:" << position << " failed, errCode :" << result;
         return false;
     }
-    qCDebug(m_category) << " open device num:" << position
-                        << ",handle:" << static_cast<void*>(handle);
+    logDebug() << " open device num:" << position << ",handle:" << static_cast<void*>(handle);
     node.serial = readSerial(handle);
     node.handle = handle;
     node.context = context;
@@ -107,6 +110,10 @@ bool CZRNCamera::openListedDevice(uvc_device_t* device, int position, uvc_contex
 
 void CZRNCamera::closeSpecifedDevice(CameraNode* node)
 {
+    const Operation operation;
+    if (!operation) {
+        return;
+    }
     bool closed = false;
     {
         const NodeClosing closing(*node);
@@ -139,7 +146,7 @@ bool CZRNCamera::closeNode(CameraNode& node)
 
 void CZRNCamera::logAbandoned(const CameraNode& node)
 {
-    qCCritical(m_category) << " camera is gone and cannot be closed, serial:" << node.serial;
+    logCritical() << " camera is gone and cannot be closed, serial:" << node.serial;
 }
 
 void CZRNCamera::reportMissingGuards()
@@ -148,23 +155,24 @@ void CZRNCamera::reportMissingGuards()
     const GuardStatus guards = guardStatus();
     if (!guards.areSafe && !isReported) {
         isReported = true;
-        qCCritical(m_category) << " libuvc's faults are not guarded against:"
-                               << guards.text.c_str();
+        logCritical() << " libuvc's faults are not guarded against:" << guards.text.c_str();
     }
 }
 
 int CZRNCamera::enumZRNCameraDevices()
 {
-    QMutexLocker enumeration(&m_cameraEnumLock);
-    if (m_isExiting) {
+    const Operation operation;
+    if (!operation) {
         return 0;
     }
+    Operation::claimProcess();
+    const QMutexLocker enumeration(&m_cameraEnumLock);
 
     uvc_context_t* scan = nullptr;
     uvc_error_t result = uvc_init(&scan, nullptr);
-    qCDebug(m_category) << "uvc_init ret:" << result;
+    logDebug() << "uvc_init ret:" << result;
     if (result != UVC_SUCCESS) {
-        const QWriteLocker table(&m_nodeTableLock);
+        const std::lock_guard table(m_nodeTableLock);
         m_enumCount = 0;
         return 0;
     }
@@ -177,8 +185,7 @@ int CZRNCamera::enumZRNCameraDevices()
     result = uvc_get_device_list(scan, &devices);
     if (result != UVC_SUCCESS) {
         keepLibraryLoaded(); // the scan context stays
-        enumeration.unlock();
-        qCCritical(m_category) << "uvc_get_device_list failed error:" << result;
+        logCritical() << "uvc_get_device_list failed error:" << result;
         return 0;
     }
 
@@ -200,13 +207,17 @@ int CZRNCamera::enumZRNCameraDevices()
     uvc_free_device_list(devices, unreferenceDevices);
     uvc_exit(scan);
 
-    const QWriteLocker table(&m_nodeTableLock);
+    const std::lock_guard table(m_nodeTableLock);
     m_enumCount = count;
     return count;
 }
 
 bool CZRNCamera::releaseZRNCameraLibrary()
 {
+    const Operation operation;
+    if (!operation) {
+        return true;
+    }
     QList<CameraNode*> nodes;
     {
         const QMutexLocker enumeration(&m_cameraEnumLock);
@@ -216,22 +227,9 @@ bool CZRNCamera::releaseZRNCameraLibrary()
     return true;
 }
 
-void CZRNCamera::releaseAtExit()
-{
-    {
-        const QMutexLocker enumeration(&m_cameraEnumLock);
-        m_isExiting = true;
-    }
-    releaseZRNCameraLibrary();
-    // Threads of the host may go on, but QtCore's means of logging do not.
-    for (const QtMsgType type : {QtDebugMsg, QtInfoMsg, QtWarningMsg, QtCriticalMsg}) {
-        m_category.setEnabled(type, false);
-    }
-}
-
 QList<CameraNode*> CZRNCamera::takeNodes()
 {
-    const QWriteLocker table(&m_nodeTableLock);
+    const std::lock_guard table(m_nodeTableLock);
     const QList<CameraNode*> nodes = m_cameraNodeMap.values();
     m_cameraNodeMap.clear();
     return nodes;
@@ -249,14 +247,14 @@ void CZRNCamera::releaseNodes(const QList<CameraNode*>& nodes)
 
 void CZRNCamera::registerNode(const CameraNode& opened)
 {
-    const QWriteLocker table(&m_nodeTableLock);
+    const std::lock_guard table(m_nodeTableLock);
     CameraNode*& node = m_cameraNodeMap[opened.serial];
     if (!node) {
         node = new CameraNode;
         node->serial = opened.serial;
     }
     // A second camera with the same serial takes the place of the first, which stays open.
-    const QWriteLocker access(&node->accessLock);
+    const std::lock_guard access(node->accessLock);
     if (node->handle) {
         keepLibraryLoaded();
     }

@@ -105,10 +105,25 @@ void CZRNCamera::refuseCallbacks()
     living.callbackEnded.wait(lock, [this] { return m_runningCallbacks == 0; });
 }
 
+void CZRNCamera::wakeAll()
+{
+    LivingCameras& living = LivingCameras::instance();
+    const std::lock_guard lock(living.mutex);
+    for (CZRNCamera* camera : living.cameras) {
+        const QMutexLocker queue(&camera->m_frameMutex);
+        ++camera->m_interruptions;
+        camera->m_frameReady.wakeAll();
+    }
+}
+
 void CZRNCamera::frameTriggered(uvc_frame* frame, void* ptr)
 {
+    const Operation operation(Operation::Origin::Stream);
+    if (!operation) {
+        return;
+    }
     if (!frame || !ptr) {
-        qCCritical(m_category) << " frame or ptr is null";
+        logCritical() << " frame or ptr is null";
         return;
     }
     if (const CallbackScope camera(static_cast<CZRNCamera*>(ptr)); camera) {
@@ -168,7 +183,7 @@ void CZRNCamera::cacheFrame(const uvc_frame& frame)
     }
     const qint32 received = shared(m_receivedFrameCount).load();
     if (received < loggedFrames) {
-        qCDebug(m_category) << "frameTriggered receive img to " << index << "(" << received << ")";
+        logDebug() << "frameTriggered receive img to " << index << "(" << received << ")";
         shared(m_receivedFrameCount).store(received + 1);
     }
     {
@@ -189,15 +204,14 @@ void CZRNCamera::logRefusal(const uvc_frame& frame, const FrameTicket& ticket)
 {
     const FrameGeometry& geometry = ticket.geometry;
     if (!isOfSize(frame, geometry.width, geometry.height)) {
-        qCCritical(m_category) << " the resolution is error,current frame w:" << frame.width
-                               << " h:" << frame.height << " preset  frame w:" << geometry.width
-                               << " h:" << geometry.height;
+        logCritical() << " the resolution is error,current frame w:" << frame.width
+                      << " h:" << frame.height << " preset  frame w:" << geometry.width
+                      << " h:" << geometry.height;
         return;
     }
     const auto expectedSize = static_cast<quint32>(geometry.frameSize());
     if (!isWhole(frame, expectedSize)) {
-        qCCritical(m_category) << " frame size is error " << expectedSize
-                               << ", size:" << frame.data_bytes;
+        logCritical() << " frame size is error " << expectedSize << ", size:" << frame.data_bytes;
         return;
     }
     reportSmallSlot(expectedSize, ticket.slot.record->size);
@@ -218,8 +232,8 @@ void CZRNCamera::reportSmallSlot(std::size_t frameSize, std::size_t slotSize)
     if (shared(m_smallSlotReported).exchange(true)) {
         return;
     }
-    qCCritical(m_category) << " frame does not fit the cache, frame size:" << frameSize
-                           << ", cache size:" << slotSize - frameTrailerSize;
+    logCritical() << " frame does not fit the cache, frame size:" << frameSize
+                  << ", cache size:" << slotSize - frameTrailerSize;
 }
 
 void CZRNCamera::measureFrameRate()

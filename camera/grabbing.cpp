@@ -6,12 +6,12 @@
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
-#include <QReadLocker>
 
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
+#include <shared_mutex>
 
 using CameraSpace::ImageBlock;
 
@@ -64,7 +64,11 @@ unsigned long CZRNCamera::grabTimeout()
 
 ErrorCode CZRNCamera::grabImage(QList<ImageBlock*>& images)
 {
-    const QReadLocker grab(&m_grabLock);
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NotStreaming;
+    }
+    const std::shared_lock grab(m_grabLock);
     if (!shared(m_isStreaming).load()) {
         return ErrorCode::NotStreaming;
     }
@@ -93,14 +97,14 @@ ErrorCode CZRNCamera::grabImage(QList<ImageBlock*>& images)
             return ErrorCode::SplitException;
         }
     }
-    qCCritical(m_category) << "try lock grab event failed";
+    logCritical() << "try lock grab event failed";
     return ErrorCode::GrabTimeout;
 }
 
 bool CZRNCamera::takeFrame(FrameTicket& ticket, const QDeadlineTimer& deadline)
 {
     const QMutexLocker queue(&m_frameMutex);
-    if (m_frameIndexQueue.isEmpty() && shared(m_isStreaming).load()) {
+    if (m_frameIndexQueue.isEmpty() && shared(m_isStreaming).load() && Operation::isAdmitted()) {
         m_frameReady.wait(&m_frameMutex, static_cast<unsigned long>(deadline.remainingTime()));
     }
     if (m_frameIndexQueue.isEmpty()) {
@@ -119,6 +123,7 @@ bool CZRNCamera::takeFrame(FrameTicket& ticket, const QDeadlineTimer& deadline)
 
 bool CZRNCamera::spliteImage(QList<ImageBlock*>& images, const unsigned char* frame)
 {
+    const Operation operation;
     return splitFrame(images, frame, frameGeometry());
 }
 

@@ -187,7 +187,8 @@ constexpr std::array<CZRNCamera::Properties::WriteRow, 13> CZRNCamera::Propertie
 
 ErrorCode CZRNCamera::getProperty(const QString& key, QMap<QString, QVariant>& values)
 {
-    qCDebug(m_category) << " getPproerty:" << key;
+    const Operation operation;
+    logDebug() << " getPproerty:" << key;
     if (!isConnected()) {
         return ErrorCode::NoCamera;
     }
@@ -205,6 +206,7 @@ ErrorCode CZRNCamera::getProperty(const QString& key, QMap<QString, QVariant>& v
 
 ErrorCode CZRNCamera::setProperty(const QString& key, const QMap<QString, QVariant>& values)
 {
+    const Operation operation;
     if (!isConnected()) {
         return ErrorCode::NoCamera;
     }

@@ -5,17 +5,15 @@
 #include "heap_retention.h"
 #include "zrn_camera.h"
 
-#include <QDebug>
 #include <QMutexLocker>
-#include <QReadLocker>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 #include <memory>
 #include <new>
+#include <shared_mutex>
 
 namespace
 {
@@ -51,9 +49,13 @@ constexpr auto uncompressedFormat = UVC_VS_FORMAT_UNCOMPRESSED;
 
 ErrorCode CZRNCamera::startStream(signed char /*selector*/)
 {
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NoCamera;
+    }
     const QMutexLocker lifecycle(&m_lifecycleMutex);
     if (shared(m_isStreaming).load() && !streamWasClosed()) {
-        qCInfo(m_category) << " the image stream is started";
+        logInfo() << " the image stream is started";
         return ErrorCode::Success;
     }
     const NodeReference node = currentNode();
@@ -88,12 +90,12 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
         device.call(uvc_get_stream_ctrl_format_size, m_streamCtrl, UVC_FRAME_FORMAT_UNCOMPRESSED,
                     geometry.width, geometry.height, anyFrameInterval);
     if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << " uvc_get_stream_ctrl_format_size faild ret:" << result;
+        logCritical() << " uvc_get_stream_ctrl_format_size faild ret:" << result;
         return ErrorCode::StreamStartFailed;
     }
     // What the camera announces may be larger than any frame that it sends.
     if (geometry.frameSize() > libraryFrameBuffer) {
-        qCCritical(m_category) << " frames are too large for libuvc, size:" << geometry.frameSize();
+        logCritical() << " frames are too large for libuvc, size:" << geometry.frameSize();
         return ErrorCode::StreamStartFailed;
     }
     // Later versions allocate what the camera announces, and do not look whether they got it.
@@ -102,7 +104,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
     result = device.call(uvc_start_streaming, m_streamCtrl, &CZRNCamera::frameTriggered, this,
                          noStreamFlags);
     if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << " uvc_start_streaming faild ret:" << result;
+        logCritical() << " uvc_start_streaming faild ret:" << result;
         return ErrorCode::StreamStartFailed;
     }
 
@@ -136,8 +138,8 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
 {
     const std::size_t frameSize = geometry.frameSize();
     if (frameSize > static_cast<std::size_t>(std::numeric_limits<qint32>::max())) {
-        qCCritical(m_category) << " frame is too large, w:" << geometry.width
-                               << " h:" << geometry.height << ", size:" << frameSize;
+        logCritical() << " frame is too large, w:" << geometry.width << " h:" << geometry.height
+                      << ", size:" << frameSize;
         return false;
     }
 
@@ -150,9 +152,8 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
         const quint64 available = m_availableMemory(promised);
         const quint64 usable = available - available / memoryShareOfHost;
         if (count > mostSlots || missing > usable / (slotSize + slotOverhead)) {
-            qCCritical(m_category)
-                << " the frame cache does not fit into the memory, frames:" << count
-                << ", size:" << frameSize << ", available:" << available;
+            logCritical() << " the frame cache does not fit into the memory, frames:" << count
+                          << ", size:" << frameSize << ", available:" << available;
             return false;
         }
         isPromised = unwritten.tryAdd(missing * slotSize, promised);
@@ -182,8 +183,8 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
             m_slotRecords.push_back(std::move(records[i]));
         }
     } catch (const std::bad_alloc&) {
-        qCCritical(m_category) << " no memory for the frame cache, frames:" << count
-                               << ", size:" << frameSize;
+        logCritical() << " no memory for the frame cache, frames:" << count
+                      << ", size:" << frameSize;
         return false;
     }
     return m_frameBuffers.size() >= count && m_bufferLocks.size() >= count;
@@ -196,9 +197,9 @@ void CZRNCamera::warnOfSmallSlots(const FrameGeometry& geometry, int count)
     for (int i = 0; i < count; ++i) {
         const SlotRecord* record = frameSlot(i).record;
         if (record && record->size < needed) {
-            qCCritical(m_category)
-                << " the cache was made for smaller frames, frame size:" << geometry.frameSize()
-                << ", cache size:" << record->size - frameTrailerSize;
+            logCritical() << " the cache was made for smaller frames, frame size:"
+                          << geometry.frameSize()
+                          << ", cache size:" << record->size - frameTrailerSize;
             return;
         }
     }
@@ -206,8 +207,12 @@ void CZRNCamera::warnOfSmallSlots(const FrameGeometry& geometry, int count)
 
 ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
 {
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NotStreaming;
+    }
     const QMutexLocker lifecycle(&m_lifecycleMutex);
-    qCDebug(m_category) << "start CZRNCamera::stopStream function";
+    logDebug() << "start CZRNCamera::stopStream function";
     if (!shared(m_isStreaming).load()) {
         markStopped();
         return ErrorCode::NotStreaming;
@@ -226,20 +231,24 @@ ErrorCode CZRNCamera::stopStream(signed char /*selector*/)
     markStopped();
     shared(m_fpsFrameCount).store(0);
     shared(m_frameRate).store(0.0);
-    qCDebug(m_category) << "end CZRNCamera::stopStream function success";
+    logDebug() << "end CZRNCamera::stopStream function success";
     return ErrorCode::Success;
 }
 
 ErrorCode CZRNCamera::discardFrames(signed char /*selector*/)
 {
-    const QReadLocker grab(&m_grabLock);
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::Success;
+    }
+    const std::shared_lock grab(m_grabLock);
     {
         QMutexLocker queue(&m_frameMutex);
         const quint32 interruptions = m_interruptions;
         quint32 arrived = m_arrivedFrameCount;
         bool woken = true;
         for (int wait = 0; woken && wait < discardedWaits; ++wait) {
-            if (m_isClosing || m_interruptions != interruptions) {
+            if (m_isClosing || m_interruptions != interruptions || !Operation::isAdmitted()) {
                 break;
             }
             if (m_arrivedFrameCount == arrived) {
@@ -249,7 +258,7 @@ ErrorCode CZRNCamera::discardFrames(signed char /*selector*/)
             woken = m_arrivedFrameCount != arrived;
             arrived = m_arrivedFrameCount;
             queue.unlock();
-            qDebug() << " flag:" << woken;
+            LogStream(QtDebugMsg, "default") << " flag:" << woken;
             queue.relock();
         }
         clearQueue();
@@ -261,6 +270,7 @@ ErrorCode CZRNCamera::discardFrames(signed char /*selector*/)
 
 bool CZRNCamera::cacheFrameCountIO(bool read, int& count)
 {
+    const Operation operation;
     if (count < 1 || shared(m_isStreaming).load() || !isConnected()) {
         return false;
     }
@@ -291,13 +301,14 @@ bool CZRNCamera::cacheFrameCountIO(bool read, int& count)
 
 bool CZRNCamera::readResolutionList(QMap<QString, QVariant>& map)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return false;
     }
     const uvc_format_desc_t* formats = device.formats();
     if (!formats) {
-        qCCritical(m_category) << "readResolutionList: get image format is failed";
+        logCritical() << "readResolutionList: get image format is failed";
         return false;
     }
 
@@ -325,17 +336,18 @@ bool CZRNCamera::readResolutionList(QMap<QString, QVariant>& map)
 
 bool CZRNCamera::resolutionIndexIO(bool read, int& index)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return false;
     }
     const uvc_format_desc_t* formats = device.formats();
     if (!formats) {
-        qCCritical(m_category) << "readResolutionList: get image format is failed";
+        logCritical() << "readResolutionList: get image format is failed";
         return false;
     }
     if (!read && !shared(m_isStreaming).load()) {
-        std::printf("camera not start stream\n");
+        Operation::print(QStringLiteral("camera not start stream\n"));
         return false;
     }
 
@@ -362,7 +374,7 @@ bool CZRNCamera::resolutionIndexIO(bool read, int& index)
     }
     if (!read) {
         // The camera streams the size that it was connected with.
-        std::printf("select camera resolution to %d failed\n", index);
+        Operation::print(QString::asprintf("select camera resolution to %d failed\n", index));
     }
     return found;
 }

@@ -24,6 +24,7 @@ void pace()
 ErrorCode CZRNCamera::getExposureTimeRange(unsigned int& minimum, unsigned int& maximum,
                                            signed char /*selector*/)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
@@ -34,7 +35,7 @@ ErrorCode CZRNCamera::getExposureTimeRange(unsigned int& minimum, unsigned int& 
     if (maximumResult == UVC_SUCCESS) {
         maximum = static_cast<quint32>(static_cast<qint32>(count));
     } else {
-        qCCritical(m_category) << " uvc_get_exposure_abs get max failed ret:" << maximumResult;
+        logCritical() << " uvc_get_exposure_abs get max failed ret:" << maximumResult;
     }
     pace();
     const uvc_error_t minimumResult = device.call(uvc_get_brightness, &count, UVC_GET_MIN);
@@ -53,6 +54,7 @@ ErrorCode CZRNCamera::getExposureTimeRange(unsigned int& minimum, unsigned int& 
 
 ErrorCode CZRNCamera::setExposureTime(unsigned int value, signed char /*selector*/)
 {
+    const Operation operation;
     if (value < shared(m_minExposureTime).load() || value > shared(m_maxExposureTime).load()) {
         return ErrorCode::BadArgument;
     }
@@ -70,7 +72,7 @@ ErrorCode CZRNCamera::setExposureTime(unsigned int value, signed char /*selector
         uvc_error_t result = device.call(uvc_set_brightness, count);
         if (result != UVC_SUCCESS) {
             if (log) {
-                qCCritical(m_category) << " uvc_set_exposure_abs failed ret:" << result;
+                logCritical() << " uvc_set_exposure_abs failed ret:" << result;
             }
             return ErrorCode::ExposureWriteFailed;
         }
@@ -81,7 +83,7 @@ ErrorCode CZRNCamera::setExposureTime(unsigned int value, signed char /*selector
             result = device.call(uvc_get_brightness, &current, UVC_GET_CUR);
             if (result != UVC_SUCCESS) {
                 if (log) {
-                    qCCritical(m_category) << " uvc_get_exposure_abs failed ret:" << result;
+                    logCritical() << " uvc_get_exposure_abs failed ret:" << result;
                 }
                 return ErrorCode::ExposureReadFailed;
             }
@@ -96,6 +98,7 @@ ErrorCode CZRNCamera::setExposureTime(unsigned int value, signed char /*selector
 
 ErrorCode CZRNCamera::getExposureTime(unsigned int& value, signed char /*selector*/)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
@@ -103,7 +106,7 @@ ErrorCode CZRNCamera::getExposureTime(unsigned int& value, signed char /*selecto
     int16_t count = 0;
     const uvc_error_t result = device.call(uvc_get_brightness, &count, UVC_GET_CUR);
     if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << " uvc_get_exposure_abs get_cur failed ret:" << result;
+        logCritical() << " uvc_get_exposure_abs get_cur failed ret:" << result;
         return ErrorCode::ExposureReadFailed;
     }
     value = exposureFromDevice(sensorTypeOf(shared(m_sensorType).load()).exposureStep, count);
@@ -113,6 +116,7 @@ ErrorCode CZRNCamera::getExposureTime(unsigned int& value, signed char /*selecto
 ErrorCode CZRNCamera::getGainRange(unsigned short& minimum, unsigned short& maximum,
                                    signed char /*selector*/)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
@@ -128,6 +132,7 @@ ErrorCode CZRNCamera::getGainRange(unsigned short& minimum, unsigned short& maxi
 
 ErrorCode CZRNCamera::setGain(unsigned short value, signed char /*selector*/)
 {
+    const Operation operation;
     if (value < shared(m_minGain).load() || value > shared(m_maxGain).load()) {
         return ErrorCode::BadArgument;
     }
@@ -154,7 +159,7 @@ ErrorCode CZRNCamera::setGain(unsigned short value, signed char /*selector*/)
         }
         if (result != UVC_SUCCESS) {
             if (firstAttempt) {
-                qCCritical(m_category) << " uvc_set_gain failed ret:" << result;
+                logCritical() << " uvc_set_gain failed ret:" << result;
             }
             return ErrorCode::GainWriteFailed;
         }
@@ -168,7 +173,7 @@ ErrorCode CZRNCamera::setGain(unsigned short value, signed char /*selector*/)
             result = device.call(uvc_get_gain, &current, UVC_GET_CUR);
             if (result != UVC_SUCCESS) {
                 if (firstAttempt) {
-                    qCCritical(m_category) << " uvc_get_gain get cur failed ret:" << result;
+                    logCritical() << " uvc_get_gain get cur failed ret:" << result;
                 }
                 return ErrorCode::GainReadFailed;
             }
@@ -183,6 +188,7 @@ ErrorCode CZRNCamera::setGain(unsigned short value, signed char /*selector*/)
 
 ErrorCode CZRNCamera::getGain(unsigned short& value, signed char /*selector*/)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return ErrorCode::NoCamera;
@@ -194,7 +200,7 @@ ErrorCode CZRNCamera::getGain(unsigned short& value, signed char /*selector*/)
         result = device.call(uvc_get_gain, &current, UVC_GET_CUR);
     }
     if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << " uvc_get_gain get cur failed ret:" << result;
+        logCritical() << " uvc_get_gain get cur failed ret:" << result;
         return ErrorCode::GainReadFailed;
     }
     value = current;
@@ -204,6 +210,7 @@ ErrorCode CZRNCamera::getGain(unsigned short& value, signed char /*selector*/)
 ErrorCode CZRNCamera::getMaxImageSize(unsigned int& width, unsigned int& height,
                                       signed char /*selector*/)
 {
+    const Operation operation;
     if (!isConnected()) {
         return ErrorCode::NoCamera;
     }
@@ -238,6 +245,7 @@ ErrorCode CZRNCamera::getAOIOffset(unsigned int& /*x*/, unsigned int& /*y*/,
 
 ErrorCode CZRNCamera::getPixelFormat(CameraSpace::PixelFormatType& format, signed char /*selector*/)
 {
+    const Operation operation;
     if (!isConnected()) {
         return ErrorCode::NoCamera;
     }

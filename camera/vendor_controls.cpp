@@ -49,21 +49,25 @@ bool controlIO(const DeviceAccess& device, bool read, int& value,
 
 bool CZRNCamera::hueIO(bool read, int& value)
 {
+    const Operation operation;
     return controlIO(accessDevice(), read, value, uvc_get_hue, uvc_set_hue);
 }
 
 bool CZRNCamera::sharpIO(bool read, int& value)
 {
+    const Operation operation;
     return controlIO(accessDevice(), read, value, uvc_get_sharpness, uvc_set_sharpness);
 }
 
 bool CZRNCamera::gammaIO(bool read, int& value)
 {
+    const Operation operation;
     return controlIO(accessDevice(), read, value, uvc_get_gamma, uvc_set_gamma);
 }
 
 bool CZRNCamera::colorRGBGainIO(bool read, long& packed)
 {
+    const Operation operation;
     const DeviceAccess device = accessDevice();
     if (!device) {
         return false;
@@ -99,6 +103,7 @@ bool CZRNCamera::colorRGBGainIO(bool read, long& packed)
 
 bool CZRNCamera::colorByteIO(int byte, bool read, int& value)
 {
+    const Operation operation;
     long packed = 0;
     if (!colorRGBGainIO(true, packed)) {
         return false;
@@ -136,6 +141,7 @@ bool CZRNCamera::colorBGainIO(bool read, int& value)
 
 bool CZRNCamera::resetCameraState()
 {
+    const Operation operation;
     if (!sensorTypeOf(shared(m_sensorType).load()).hasReset) {
         return false;
     }
@@ -146,12 +152,12 @@ bool CZRNCamera::resetCameraState()
     uint16_t contrast = 0;
     uvc_error_t result = device.call(uvc_get_contrast, &contrast, UVC_GET_CUR);
     if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << "uvc_get_contrast get cur failed, ret:" << result;
+        logCritical() << "uvc_get_contrast get cur failed, ret:" << result;
         return false;
     }
     result = device.call(uvc_set_contrast, contrast);
     if (result != UVC_SUCCESS) {
-        qCCritical(m_category) << "reset camera state failed, ret:" << result;
+        logCritical() << "reset camera state failed, ret:" << result;
         return false;
     }
     return true;
@@ -159,6 +165,7 @@ bool CZRNCamera::resetCameraState()
 
 ErrorCode CZRNCamera::executeCommand(const QString& command, QMap<QString, QVariant>& /*values*/)
 {
+    const Operation operation;
     if (!isConnected()) {
         return ErrorCode::NoCamera;
     }

@@ -4,22 +4,29 @@
 
 #include <QMutexLocker>
 #include <QReadLocker>
-#include <QWriteLocker>
+
+#include <mutex>
 
 QMutex CZRNCamera::m_cameraEnumLock;
 QMap<QString, CameraNode*> CZRNCamera::m_cameraNodeMap;
 qint32 CZRNCamera::m_enumCount = 0;
-QLoggingCategory CZRNCamera::m_category("ZRNCamera");
-QReadWriteLock CZRNCamera::m_nodeTableLock;
-bool CZRNCamera::m_isExiting = false;
+QLoggingCategory CZRNCamera::m_category(driverCategory);
+std::shared_mutex CZRNCamera::m_nodeTableLock;
 
 CZRNCamera::CZRNCamera()
 {
-    admitCallbacks();
+    const Operation operation;
+    if (operation) {
+        admitCallbacks();
+    }
 }
 
 CZRNCamera::~CZRNCamera()
 {
+    const Operation operation;
+    if (!operation) {
+        return; // what the object owns may be in use, by threads or by the parent process
+    }
     if (m_destructionNotice) {
         m_destructionNotice();
     }
@@ -33,7 +40,7 @@ CZRNCamera::~CZRNCamera()
     }
     {
         // Those that this and the stop have woken may still be on their way out.
-        const QWriteLocker grabs(&m_grabLock);
+        const std::lock_guard grabs(m_grabLock);
     }
     refuseCallbacks();
     m_currentNode = nullptr;
@@ -66,8 +73,16 @@ int CZRNCamera::types()
     return cameraDeviceType;
 }
 
+bool CZRNCamera::isStreaming()
+{
+    return shared(m_isStreaming).load();
+}
+
 NodeReference CZRNCamera::currentNode()
 {
+    if (!Operation::isAdmitted()) {
+        return {};
+    }
     const QReadLocker locker(&m_nodeLock);
     return NodeReference(m_currentNode);
 }

@@ -6,6 +6,7 @@
 #include "camera_node.h"
 #include "device_access.h"
 #include "frame_trailer.h"
+#include "operation.h"
 
 #include <QDeadlineTimer>
 #include <QList>
@@ -26,6 +27,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <shared_mutex>
 #include <utility>
 #include <vector>
 
@@ -108,6 +110,9 @@ public:
     ErrorCode stopStream(signed char selector) override;
     ErrorCode grabImage(QList<CameraSpace::ImageBlock*>& images) override;
 
+    /// Whether frames are accepted.
+    bool isStreaming();
+
     /// Stream callback of libuvc (frame_cache.cpp). @param ptr the camera.
     static void frameTriggered(uvc_frame* frame, void* ptr);
 
@@ -136,9 +141,8 @@ public:
     static void closeSpecifedDevice(CameraNode* node);
     /// Closes and deletes every node.
     static bool releaseZRNCameraLibrary();
-    /// The same when the process exits: threads that go on enumerating find nothing, and leave the
-    /// node table alone, which is about to be destroyed. Nothing is logged any more.
-    static void releaseAtExit();
+    /// Ends the waits of every camera object, for a process that exits.
+    static void wakeAll();
     /// The decimal serial key that an open camera carries. UVC: Backlight Compensation, of which
     /// GET_CUR, GET_MIN, GET_MAX and GET_DEF give 16 bits each, lowest first.
     static QString readSerial(uvc_device_handle_t* handle);
@@ -313,6 +317,9 @@ private:
                          bool isNewCamera);
     /// The size of a camera's first frame; nothing when it describes none.
     static std::optional<QSize> readFrameSize(const DeviceAccess& device);
+    static LogStream logDebug() { return {QtDebugMsg, m_category}; }
+    static LogStream logInfo() { return {QtInfoMsg, m_category}; }
+    static LogStream logCritical() { return {QtCriticalMsg, m_category}; }
     static void logFormat(const uvc_format_desc_t& format);
     static void logFrame(const uvc_frame_desc_t& frame);
 
@@ -362,7 +369,8 @@ private:
     quint64 m_geometryEpoch = 0;      ///< counts emptied queues of publishGeometry; likewise
     uvc_device_handle_t* m_streamHandle = nullptr; ///< that streams; under m_lifecycleMutex
     QRecursiveMutex m_lifecycleMutex; ///< serialises connecting, starting, stopping, disconnecting
-    QReadWriteLock m_grabLock; ///< held for reading by grabs and discards; destruction waits for it
+    std::shared_mutex
+        m_grabLock; ///< held for reading by grabs and discards; destruction waits for it
     quint32 m_arrivedFrameCount = 0; ///< frames ever queued, modulo 2^32; under m_frameMutex
     bool m_isClosing = false;        ///< nobody may begin to wait; under m_frameMutex
     int m_resizingThreads = 0;       ///< while there are any, discards do not wait; likewise
@@ -370,6 +378,5 @@ private:
     int m_runningCallbacks = 0;      ///< under the lock of the living cameras
     std::function<void()> m_destructionNotice;
 
-    static QReadWriteLock m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount
-    static bool m_isExiting;               ///< under m_cameraEnumLock
+    static std::shared_mutex m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount
 };

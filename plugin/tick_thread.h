@@ -8,7 +8,8 @@ namespace CustomThreads
 /// A thread that emits a signal once per period until it is destroyed.
 ///
 /// The first tick comes at once when the thread starts. Destroying it while it runs waits for the
-/// end of its current sleep, up to one period.
+/// end of its current sleep, up to one period. In a child that was forked while it ran there is no
+/// thread to wait for.
 ///
 /// Thread safety: any thread may call any operation but the destructor. The signal is emitted by
 /// the thread itself, so receivers in other threads get it through their event loops.
@@ -37,6 +38,12 @@ protected:
     bool m_running = true;
     bool m_held = false;
     quint32 m_period = 1000; ///< milliseconds
+
+private:
+    /// Gives up a thread that only the parent process has.
+    void abandonThread();
+
+    qint64 m_process = 0; ///< in which the thread was started last
 };
 
 } // namespace CustomThreads

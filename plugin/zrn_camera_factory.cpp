@@ -1,15 +1,21 @@
 #include "zrn_camera_factory.h"
 
-#include "atomic_field.h"
+#include "abandonment.h"
 #include "guard_status.h"
+#include "operation.h"
 
 #include <QMutex>
 #include <QMutexLocker>
+#include <QPointer>
 #include <QReadLocker>
 #include <QReadWriteLock>
+#include <QSharedPointer>
 #include <QWriteLocker>
 
 #include <algorithm>
+#include <atomic>
+#include <memory>
+#include <utility>
 
 namespace
 {
@@ -29,6 +35,24 @@ QList<BusPlace> placesOf(const QStringList& devices)
     return places;
 }
 
+/// What a process that exits hands out in the place of cameras; never deleted.
+std::atomic<CZRNCamera*> absentCamera = nullptr;
+
+CZRNCamera* makeAbsentCamera()
+{
+    CZRNCamera* none = nullptr;
+    if (!absentCamera) {
+        auto camera = std::make_unique<CZRNCamera>();
+        if (absentCamera.compare_exchange_strong(none, camera.get())) {
+            static_cast<void>(camera.release());
+        }
+    }
+    return absentCamera;
+}
+
+/// Factories that a process leaves behind when it exits.
+QList<CZRNCameraFactory*>* factoriesLeftBehind = nullptr;
+
 /// Knows every live factory, and brings those that are left to rest when the process exits.
 class FactoryRegistry
 {
@@ -36,10 +60,13 @@ public:
     FactoryRegistry() { makeWhatLogsAndLocksUse(); }
     ~FactoryRegistry()
     {
-        for (CZRNCameraFactory* factory : m_factories) {
-            factory->disconnectAtExit();
+        if (Operation::isForkedChild()) {
+            keepFactories();
+        } else if (m_factories.isEmpty()) {
+            Operation::endWriting();
+        } else {
+            leave();
         }
-        CZRNCamera::releaseAtExit();
     }
 
     void add(CZRNCameraFactory* factory)
@@ -65,8 +92,46 @@ private:
         lock.tryLockForRead(1);
     }
 
+    void leave()
+    {
+        keepLibraryLoaded();
+        makeAbsentCamera();
+        Operation::beginLeaving();
+        CZRNCamera::wakeAll();
+        if (Operation::awaitOthers()) {
+            QList<CZRNCamera*> cameras;
+            for (CZRNCameraFactory* factory : std::as_const(m_factories)) {
+                cameras += factory->cameras();
+            }
+            std::stable_partition(cameras.begin(), cameras.end(),
+                                  [](CZRNCamera* camera) { return camera->isStreaming(); });
+            for (CZRNCamera* camera : std::as_const(cameras)) {
+                camera->disconnectDevice();
+            }
+            CZRNCamera::releaseZRNCameraLibrary();
+        }
+        Operation::endLeaving();
+        keepFactories();
+    }
+
+    /// Threads of the host go on calling the factories, but Qt deletes a plugin's root object when
+    /// the process exits. It does so through a guarded pointer, which takes the object for deleted
+    /// from now on.
+    void keepFactories()
+    {
+        keepGuards();
+        factoriesLeftBehind = new QList<CZRNCameraFactory*>;
+        for (CZRNCameraFactory* factory : std::as_const(m_factories)) {
+            if (factory) {
+                factoriesLeftBehind->append(factory);
+                auto* const guard = QtSharedPointer::ExternalRefCountData::getAndRef(factory);
+                guard->strongref.storeRelaxed(0);
+            }
+        }
+    }
+
     QMutex m_mutex;
-    QList<CZRNCameraFactory*> m_factories;
+    QList<QPointer<CZRNCameraFactory>> m_factories; ///< a forked child may delete one unheard
 };
 
 /// Made by the first factory, after the static objects of the camera class, and so destroyed before
@@ -82,7 +147,9 @@ FactoryRegistry& factoryRegistry()
 CZRNCameraFactory::CZRNCameraFactory(QObject* parent)
     : IFactory(parent)
 {
-    factoryRegistry().add(this);
+    if (Operation::isAdmitted()) {
+        factoryRegistry().add(this);
+    }
     // Both exist from the start: what is set later changes their values alone.
     setProperty(IFactory::deviceSerialsProperty, QVariantMap());
     setProperty(IFactory::guardsProperty, QString());
@@ -91,30 +158,25 @@ CZRNCameraFactory::CZRNCameraFactory(QObject* parent)
 
 CZRNCameraFactory::~CZRNCameraFactory()
 {
-    if (!m_exited) {
-        factoryRegistry().remove(this);
+    const Operation operation;
+    if (!operation) {
+        return;
     }
+    factoryRegistry().remove(this);
     // One by one, because a camera may be the parent of another.
     while (const std::optional<CZRNCamera*> camera = takeFirst()) {
         if (*camera) {
-            if (!m_exited) {
-                (*camera)->stopStream(0);
-            }
+            (*camera)->stopStream(0);
             delete *camera;
         }
     }
-    if (!m_exited) {
-        CZRNCamera::releaseZRNCameraLibrary();
-    }
+    CZRNCamera::releaseZRNCameraLibrary();
 }
 
-void CZRNCameraFactory::disconnectAtExit()
+QList<CZRNCamera*> CZRNCameraFactory::cameras()
 {
-    const QWriteLocker locker(&m_listLock);
-    for (CZRNCamera* camera : std::as_const(m_cameraList)) {
-        camera->disconnectDevice();
-    }
-    shared(m_exited).store(true);
+    const QReadLocker locker(&m_listLock);
+    return m_cameraList;
 }
 
 QString CZRNCameraFactory::name()
@@ -129,7 +191,8 @@ QVersionNumber CZRNCameraFactory::version()
 
 int CZRNCameraFactory::enumDevice()
 {
-    if (shared(m_exited).load()) {
+    const Operation operation;
+    if (!operation) {
         return 0;
     }
     const QStringList devices = property(IFactory::devicesProperty).toStringList();
@@ -180,6 +243,10 @@ bool CZRNCameraFactory::forget(const CZRNCamera* camera)
 
 DeviceInterface* CZRNCameraFactory::createDevice()
 {
+    const Operation operation;
+    if (!operation) {
+        return makeAbsentCamera();
+    }
     auto* camera = new CZRNCamera;
     camera->setDestructionNotice([this, camera] { forget(camera); });
     const QWriteLocker locker(&m_listLock);
@@ -192,6 +259,10 @@ ErrorCode CZRNCameraFactory::deleteDevice(DeviceInterface*& device)
 {
     if (!device) {
         return ErrorCode::NoCamera;
+    }
+    const Operation operation;
+    if (!operation) {
+        return ErrorCode::NothingEnumerated;
     }
     CZRNCamera* camera = nullptr;
     {

@@ -37,10 +37,8 @@ public:
     /// factory; both leave @p device as it is.
     Q_INVOKABLE ErrorCode deleteDevice(DeviceInterface*& device) override;
 
-    /// Disconnects every camera, for a process that exits with the factory alive: Qt deletes the
-    /// root object only after the library's static objects are gone. The camera objects stay until
-    /// they are deleted.
-    void disconnectAtExit();
+    /// The cameras that this factory created and has not deleted.
+    QList<CZRNCamera*> cameras();
 
 protected:
     QList<CZRNCamera*> m_cameraList;
@@ -56,5 +54,4 @@ private:
     void publishGuardStatus();
 
     QString m_publishedGuardStatus; ///< under m_listLock
-    bool m_exited = false;          ///< the library's static objects must not be touched any more
 };

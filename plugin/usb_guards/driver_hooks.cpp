@@ -38,6 +38,11 @@ bool mustAbandon(uvc_device_handle_t* handle)
     return true;
 }
 
+void keepGuards()
+{
+    Installation::instance().keep();
+}
+
 void keepLibraryLoaded()
 {
     usbguards::stayLoaded();

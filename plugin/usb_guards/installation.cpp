@@ -219,7 +219,7 @@ void Installation::remove()
 {
     // Threads that held a lock or were in a guard when a child was forked go on in its parent
     // alone.
-    if (m_process != getpid()) {
+    if (m_isKept || m_process != getpid()) {
         return;
     }
     const std::lock_guard locker(m_mutex);

@@ -38,6 +38,10 @@ public:
     /// while the driver has anything open, nor in a forked child.
     void remove();
 
+    /// Has remove() do nothing any more, for a process that exits with threads in libuvc or that was
+    /// forked. Takes no lock.
+    void keep() { m_isKept = true; }
+
     enum class State {
         Unused,   ///< the driver has not used libuvc yet
         Needless, ///< libuvc calls no libusb
@@ -73,6 +77,7 @@ private:
     void* resolve(const char* function) const;
     bool isInEffect() const;
 
+    std::atomic<bool> m_isKept = false;
     std::atomic<pid_t> m_process = 0; ///< that has put the guards in place
     std::mutex m_mutex;               ///< guards what follows
     State m_state = State::Unused;

@@ -7,6 +7,8 @@ DriverTest::DriverTest()
     : bus(fakeuvc::Bus::instance())
 {
     bus.reset();
+    // Before the lines of what comes next.
+    bus.setAfterDelivery(Operation::awaitStreamLines);
 }
 
 void DriverTest::TearDown()

@@ -18,6 +18,23 @@ constexpr unsigned code(ErrorCode result)
     return static_cast<unsigned>(result);
 }
 
+/// Lines about frames come from a thread of the driver; a test sees them with the frame.
+class DriverLogCapture : public LogCapture
+{
+public:
+    template <typename... Level>
+    [[nodiscard]] std::vector<LogLine> lines(Level... level) const
+    {
+        Operation::awaitStreamLines();
+        return LogCapture::lines(level...);
+    }
+    void clear()
+    {
+        Operation::awaitStreamLines();
+        LogCapture::clear();
+    }
+};
+
 /// The base of every test of the driver: an empty bus, captured log, and at the end a driver that
 /// has closed everything and used libuvc rightly.
 class DriverTest : public testing::Test
@@ -44,7 +61,7 @@ protected:
                                               unsigned char first = 0);
 
     fakeuvc::Bus& bus;
-    LogCapture log;
+    DriverLogCapture log;
     fakeuvc::Outstanding expectedLeaks; ///< what libuvc objects the driver may keep
 
 private:

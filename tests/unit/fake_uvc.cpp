@@ -102,6 +102,7 @@ struct Bus::State {
     std::vector<std::string> steps;
     std::vector<std::string> misuses;
     std::function<void(const Call&)> hook;
+    std::function<void()> afterDelivery;
     std::string guardFault;
     int keptLibraryCount = 0;
 
@@ -297,6 +298,12 @@ void Bus::setHook(std::function<void(const Call&)> hook)
     m_state->hook = std::move(hook);
 }
 
+void Bus::setAfterDelivery(std::function<void()> action)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state->afterDelivery = std::move(action);
+}
+
 Outstanding Bus::outstanding() const
 {
     const std::lock_guard lock(m_mutex);
@@ -344,7 +351,8 @@ bool Bus::deliver(const Camera& camera, int width, int height, std::vector<unsig
         return false;
     }
     const Stream stream = *handle->stream;
-    const std::lock_guard callbackLock(handle->callbackMutex);
+    const std::function<void()> afterDelivery = m_state->afterDelivery;
+    std::unique_lock callbackLock(handle->callbackMutex);
     lock.unlock();
 
     uvc_frame_t frame{};
@@ -353,6 +361,10 @@ bool Bus::deliver(const Camera& camera, int width, int height, std::vector<unsig
     frame.width = static_cast<std::uint32_t>(width);
     frame.height = static_cast<std::uint32_t>(height);
     stream.callback(&frame, stream.userPointer);
+    callbackLock.unlock();
+    if (afterDelivery) {
+        afterDelivery();
+    }
     return true;
 }
 

@@ -154,6 +154,9 @@ public:
     /// Runs @p hook at the beginning of each call, without any lock of the stand-in held.
     void setHook(std::function<void(const Call&)> hook);
 
+    /// Runs @p action after each delivered frame.
+    void setAfterDelivery(std::function<void()> action);
+
     /// Says that guards are missing, and why; empty takes it back.
     void setGuardFault(const std::string& fault);
     /// How often the driver asked for its library to stay loaded.

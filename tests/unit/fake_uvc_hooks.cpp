@@ -17,6 +17,8 @@ bool mustAbandon(uvc_device_handle_t*)
     return false;
 }
 
+void keepGuards() {}
+
 void keepLibraryLoaded()
 {
     Bus::instance().noteKeptLibrary();

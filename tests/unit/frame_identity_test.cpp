@@ -420,33 +420,16 @@ TEST_F(FrameIdentity, AnAbandonedStreamsFrameIsDroppedWhereItsCameraIsGone)
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-namespace
-{
-
-std::atomic<bool> callbackHeld = false;
-std::atomic<bool> callbackReleased = false;
-
-void holdCallback(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
-{
-    if (text.contains(QLatin1String("frameTriggered"))) {
-        callbackHeld = true;
-        while (!callbackReleased) {
-            std::this_thread::yield();
-        }
-    }
-}
-
-} // namespace
-
 TEST_F(FrameIdentity, DestroyingACameraWaitsForAnAbandonedStreamsCallback)
 {
     auto probe = std::make_unique<CameraProbe>();
     connect(*probe, 2, width, height);
     ASSERT_EQ(code(probe->startStream(0)), 0U);
     std::vector<unsigned char> data(std::size_t{2} * width * height, 1);
-    const QtMessageHandler previous = qInstallMessageHandler(holdCallback);
+    QMutex& slot = *probe->m_bufferLocks.first();
+    slot.lock(); // holds the callback
     // Not through the bus, which waits for its callbacks as libuvc does.
-    std::thread callback([&data, target = static_cast<CZRNCamera*>(probe.get())] {
+    WatchedThread callback([&data, target = static_cast<CZRNCamera*>(probe.get())] {
         uvc_frame_t frame{};
         frame.data = data.data();
         frame.data_bytes = data.size();
@@ -454,13 +437,10 @@ TEST_F(FrameIdentity, DestroyingACameraWaitsForAnAbandonedStreamsCallback)
         frame.height = height;
         CZRNCamera::frameTriggered(&frame, target);
     });
-    while (!callbackHeld) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(callback.waitsForOthers());
     WatchedThread destroyer([&] { probe.reset(); });
     EXPECT_TRUE(destroyer.waitsForOthers());
-    callbackReleased = true;
+    slot.unlock();
     callback.join();
     destroyer.join();
-    qInstallMessageHandler(previous);
 }

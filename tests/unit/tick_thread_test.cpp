@@ -14,7 +14,9 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <sys/wait.h>
 #include <type_traits>
+#include <unistd.h>
 
 using CustomThreads::TickTokThread;
 using namespace std::chrono_literals;
@@ -95,6 +97,24 @@ private:
 };
 
 } // namespace
+
+TEST_F(TickThread, AForkedChildDoesNotWaitForItsParentsThread)
+{
+    countTicks();
+    thread.setTickTokPeriod(1);
+    thread.start();
+    ASSERT_TRUE(waitForTicks(1));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(10);
+        m_thread.reset();
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+}
 
 TEST_F(TickThread, StartsWithItsDefaults)
 {
