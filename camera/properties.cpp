@@ -188,6 +188,9 @@ constexpr std::array<CZRNCamera::Properties::WriteRow, 13> CZRNCamera::Propertie
 ErrorCode CZRNCamera::getProperty(const QString& key, QMap<QString, QVariant>& values)
 {
     const Operation operation;
+    if (!operation) {
+        return ErrorCode::NoCamera;
+    }
     logDebug() << " getPproerty:" << key;
     if (!isConnected()) {
         return ErrorCode::NoCamera;

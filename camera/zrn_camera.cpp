@@ -24,10 +24,10 @@ CZRNCamera::CZRNCamera()
 CZRNCamera::~CZRNCamera()
 {
     const Operation operation;
-    if (!operation) {
-        return; // what the object owns may be in use, by threads or by the parent process
+    if (Operation::isForkedChild()) {
+        return; // its locks may be held by threads that only the parent process has
     }
-    if (m_destructionNotice) {
+    if (operation && m_destructionNotice) {
         m_destructionNotice();
     }
     if (isConnected()) {

@@ -38,8 +38,8 @@ public:
     /// while the driver has anything open, nor in a forked child.
     void remove();
 
-    /// Has remove() do nothing any more, for a process that exits with threads in libuvc or that was
-    /// forked. Takes no lock.
+    /// Has remove() do nothing any more, for a process that exits with threads in libuvc or that
+    /// was forked. Takes no lock.
     void keep() { m_isKept = true; }
 
     enum class State {

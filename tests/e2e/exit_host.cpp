@@ -1,12 +1,17 @@
 // Careless hosts: they enumerate, connect, stream, and leave without cleaning up.
-// e2e_exit_host [HOW]: return (the default), grabbing, controlling, enumerating, thread or quick.
+// e2e_exit_host [HOW]: return (the default), grabbing, controlling, enumerating, creating, handler,
+// fork, thread or quick.
 
 #include "built_driver.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace
 {
@@ -30,6 +35,42 @@ void keepDoing(Action action)
         std::fprintf(stderr, "%s\n", qPrintable(text));
     });
 #endif
+
+/// As a host does that makes a new object for each of its looks at the camera.
+void useNewObject(IFactory& factory)
+{
+    BaseDeviceSpace::DeviceInterface* device = factory.createDevice();
+    if (device->connectDeviceByIndex(0) == ErrorCode::Success) {
+        unsigned short gain = 0;
+        dynamic_cast<CameraSpace::CameraInterface&>(*device).getGain(gain, 0);
+    } else {
+        factory.enumDevice();
+    }
+    factory.deleteDevice(device);
+}
+
+std::atomic<bool> mayExit = false;
+
+void exitInHandler(QtMsgType /*type*/, const QMessageLogContext& /*context*/,
+                   const QString& /*text*/)
+{
+    if (mayExit.exchange(false)) {
+        std::exit(0);
+    }
+}
+
+/// @return whether a child that uses the camera and exits does both in time, and is refused.
+bool isChildRefused(zrnhost::Camera& camera)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        unsigned short gain = 0;
+        std::exit(camera->getGain(gain, 0) == ErrorCode::NoCamera ? 0 : 1);
+    }
+    int status = 0;
+    return waitpid(child, &status, 0) == child && status == 0;
+}
 
 } // namespace
 
@@ -55,6 +96,19 @@ int main(int argc, char** argv)
     } else if (how == "enumerating") {
         keepDoing([] { plugin.factory().enumDevice(); });
         return 0;
+    } else if (how == "creating") {
+        keepDoing([] { useNewObject(plugin.factory()); });
+        keepDoing([] { useNewObject(plugin.factory()); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return 0;
+    } else if (how == "handler") {
+        qInstallMessageHandler(exitInHandler);
+        mayExit = true;
+        keepDoing([] { camera->stopStream(0); });
+        pause();
+    } else if (how == "fork") {
+        keepDoing([] { camera->setGain(20, 0); });
+        return isChildRefused(camera) ? 0 : 6;
     }
     if (grabFrom(camera).result != ErrorCode::Success) {
         return 5;

@@ -181,8 +181,8 @@ TEST_F(MessageHandler, FindsNoLockHeldFromAnotherThread)
         std::future<void> isDone = done.get_future();
         std::thread caller([&, done = std::move(done)]() mutable {
             isHandling = true;
-            for (CZRNCamera* camera : {&used, &other}) {
-                callEverything(*camera);
+            for (CZRNCamera* each : {&used, &other}) {
+                callEverything(*each);
             }
             factory->enumDevice();
             DeviceInterface* device = factory->createDevice();
