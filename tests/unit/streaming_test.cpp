@@ -352,11 +352,10 @@ TEST_F(Streaming, DiscardingEndsWithTheStream)
     camera.m_grabTimeout = 60000;
     ASSERT_EQ(code(camera.startStream(0)), 0U);
     clearLogs();
-    std::thread discarder([this] { camera.discardFrames(0); });
-    const LogLine arrived = {QtDebugMsg, "default", " flag: true"};
-    while (testing::Value(log.lines(), testing::Not(Contains(arrived)))) {
-        deliver(device);
-    }
+    WatchedThread discarder([this] { camera.discardFrames(0); });
+    EXPECT_TRUE(discarder.waitsForOthers());
+    deliver(device);
+    EXPECT_TRUE(discarder.waitsForOthers());
     // Hangs for the length of the grab timeout if the stop is taken for a frame.
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(code(camera.stopStream(0)), 0U);
