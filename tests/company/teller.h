@@ -29,7 +29,15 @@ public:
         const std::string outcome = step();
         const std::chrono::duration<double, std::milli> taken =
             std::chrono::steady_clock::now() - start;
-        m_tell(m_context, name.c_str(), outcome.c_str(), taken.count());
+        m_tell(m_context, name.c_str(), outcome.c_str(), m_isTimed ? taken.count() : 0);
+    }
+
+    /// For steps whose times are told elsewhere.
+    [[nodiscard]] Teller withoutTimes() const
+    {
+        Teller other = *this;
+        other.m_isTimed = false;
+        return other;
     }
 
     /// The same for a step whose time is not the user's.
@@ -42,6 +50,7 @@ public:
 private:
     TellStep m_tell;
     void* m_context;
+    bool m_isTimed = true;
 };
 
 /// Length, first bytes and hash of what was transferred.

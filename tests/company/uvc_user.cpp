@@ -211,15 +211,16 @@ void captureUnplugging(const Teller& tell, unsigned ordinal)
     device.abandon();
 
     script.tell("plug");
-    Device again(tell, ordinal);
+    const Teller returned = tell.withoutTimes();
+    Device again(returned, ordinal);
     if (!again.handle()) {
         return;
     }
     Frames frames;
-    parameters = negotiate(tell, again.handle());
-    stream(tell, again.handle(), parameters, frames, script);
-    stop(tell, again.handle());
-    again.close(tell);
+    parameters = negotiate(returned, again.handle());
+    stream(returned, again.handle(), parameters, frames, script);
+    stop(returned, again.handle());
+    again.close(returned);
 }
 
 } // namespace
