@@ -10,6 +10,7 @@
 #include <QReadLocker>
 #include <QReadWriteLock>
 #include <QSharedPointer>
+#include <QThread>
 #include <QWriteLocker>
 
 #include <algorithm>
@@ -196,30 +197,39 @@ int CZRNCameraFactory::enumDevice()
         return 0;
     }
     const QStringList devices = property(IFactory::devicesProperty).toStringList();
-    int count = 0;
-    if (devices.isEmpty()) {
-        count = CZRNCamera::enumZRNCameraDevices();
-    } else {
-        QVariantMap serials;
-        count = CZRNCamera::enumChosenDevices(placesOf(devices), serials);
-        setProperty(IFactory::deviceSerialsProperty, serials);
-    }
-    publishGuardStatus();
+    Findings findings;
+    const int count = devices.isEmpty() ? CZRNCamera::enumZRNCameraDevices()
+                                        : CZRNCamera::enumChosenDevices(placesOf(devices),
+                                                                        findings.deviceSerials);
+    findings.guards = QString::fromStdString(guardStatus().text);
+    publish(findings);
     return count;
 }
 
-void CZRNCameraFactory::publishGuardStatus()
+void CZRNCameraFactory::publish(const Findings& findings)
 {
-    const QString text = QString::fromStdString(guardStatus().text);
+    bool isNew = false;
     {
-        const QWriteLocker locker(&m_listLock);
-        if (text == m_publishedGuardStatus) {
-            return;
-        }
-        m_publishedGuardStatus = text;
+        const QMutexLocker locker(&m_findingsMutex);
+        isNew = !(m_findings == findings);
+        m_findings = findings;
     }
-    // A property belongs to the factory's own thread.
-    QMetaObject::invokeMethod(this, [this, text] { setProperty(IFactory::guardsProperty, text); });
+    // A property belongs to the factory's own thread, which may not have seen to an earlier one.
+    if (!isNew && thread() != QThread::currentThread()) {
+        return;
+    }
+    QMetaObject::invokeMethod(this, [this] { setFindings(); });
+}
+
+void CZRNCameraFactory::setFindings()
+{
+    Findings newest;
+    {
+        const QMutexLocker locker(&m_findingsMutex);
+        newest = m_findings;
+    }
+    setProperty(IFactory::guardsProperty, newest.guards);
+    setProperty(IFactory::deviceSerialsProperty, newest.deviceSerials);
 }
 
 std::optional<CZRNCamera*> CZRNCameraFactory::takeFirst()

@@ -4,7 +4,9 @@
 #include "zrn_camera.h"
 
 #include <QList>
+#include <QMutex>
 #include <QReadWriteLock>
+#include <QVariantMap>
 #include <QVersionNumber>
 
 #include <optional>
@@ -14,7 +16,7 @@
 /// Ownership: owns the cameras that it creates and, through CZRNCamera's static hooks, the node
 /// table. A camera that a host gives to a parent of its own, and that dies with it, tells its
 /// factory. Locking: `m_listLock` guards the list and its count, and is not held while a camera is
-/// deleted. Enumeration has a lock of its own.
+/// deleted. Enumeration has a lock of its own, and does not wait for `m_listLock`.
 class CZRNCameraFactory : public IFactory
 {
     Q_OBJECT
@@ -50,8 +52,17 @@ private:
     std::optional<CZRNCamera*> takeFirst();
     /// Takes a camera out of the list. @return whether it was there.
     bool forget(const CZRNCamera* camera);
-    /// Sets the dynamic property "guards": how this process is protected from libuvc's faults.
-    void publishGuardStatus();
+    /// What the dynamic properties tell that enumerating sets.
+    struct Findings {
+        QString guards; ///< how this process is protected from libuvc's faults
+        QVariantMap deviceSerials;
 
-    QString m_publishedGuardStatus; ///< under m_listLock
+        bool operator==(const Findings&) const = default;
+    };
+    /// Sets them, at once on the factory's own thread and through its event loop on another one.
+    void publish(const Findings& findings);
+    void setFindings();
+
+    QMutex m_findingsMutex;
+    Findings m_findings; ///< of the last enumeration; under m_findingsMutex
 };

@@ -6,6 +6,8 @@
 #include <QCoreApplication>
 #include <QMetaMethod>
 
+#include <chrono>
+#include <future>
 #include <thread>
 
 using testing::ElementsAre;
@@ -89,6 +91,43 @@ TEST_F(Factory, AnEnumerationElsewhereLeavesThePropertyToTheFactorysThread)
     EXPECT_EQ(factory.property("guards"), QVariant(QString()));
     QCoreApplication::sendPostedEvents(&factory);
     EXPECT_EQ(factory.property("guards"), QVariant("not needed"));
+}
+
+TEST_F(Factory, AnEnumerationElsewhereIsToldWithTheNewestFindings)
+{
+    int argumentCount = 0;
+    const QCoreApplication application(argumentCount, nullptr);
+    bus.addCamera(1);
+    factory.setProperty("devices", QStringList{"001/001"});
+    factory.enumDevice();
+    EXPECT_EQ(factory.property("deviceSerials").toMap().size(), 1);
+    factory.setProperty("devices", QStringList());
+    std::thread([this] { factory.enumDevice(); }).join();
+    expectedLeaks.descriptors += 1;
+    EXPECT_EQ(factory.property("deviceSerials").toMap().size(), 1);
+
+    // What the other thread has left to be told is older than this.
+    factory.setProperty("devices", QStringList{"001/001"});
+    factory.enumDevice();
+    QCoreApplication::sendPostedEvents(&factory);
+    EXPECT_EQ(factory.property("deviceSerials").toMap().size(), 1);
+
+    factory.setProperty("devices", QStringList());
+    std::thread([this] { factory.enumDevice(); }).join();
+    expectedLeaks.descriptors += 1;
+    QCoreApplication::sendPostedEvents(&factory);
+    EXPECT_THAT(factory.property("deviceSerials").toMap(), IsEmpty());
+}
+
+TEST_F(Factory, AnEnumerationDoesNotWaitForTheListOfCameras)
+{
+    using namespace std::chrono_literals;
+    factory.m_listLock.lockForWrite();
+    std::future<int> count =
+        std::async(std::launch::async, [this] { return factory.enumDevice(); });
+    EXPECT_EQ(count.wait_for(10s), std::future_status::ready);
+    factory.m_listLock.unlock();
+    EXPECT_EQ(count.get(), 0);
 }
 
 TEST_F(Factory, MakesUnconnectedCamerasWithoutDevices)
