@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 
 #include <cstdint>
@@ -11,6 +12,12 @@ struct BusPlace {
     std::uint8_t address = 0;
 
     bool operator==(const BusPlace&) const = default;
+};
+
+/// What a host wants of the devices that it names.
+struct DeviceChoice {
+    QList<BusPlace> opened; ///< closed first where they are open
+    QList<BusPlace> closed;
 };
 
 /// Reads a place as folders and files under /dev/bus/usb are named: "001/002". Nothing for any

@@ -5,10 +5,13 @@
 #include "served_devices.h"
 #include "zrn_camera.h"
 
+#include <QFile>
 #include <QMutexLocker>
 
 #include <mutex>
 #include <shared_mutex>
+
+#include <unistd.h>
 
 namespace
 {
@@ -38,7 +41,7 @@ bool isServed(uvc_device_t* device)
 
 } // namespace
 
-int CZRNCamera::enumChosenDevices(const QList<BusPlace>& chosen, QVariantMap& serials)
+int CZRNCamera::enumChosenDevices(const DeviceChoice& choice, QVariantMap& serials)
 {
     const Operation operation;
     if (!operation) {
@@ -47,11 +50,16 @@ int CZRNCamera::enumChosenDevices(const QList<BusPlace>& chosen, QVariantMap& se
     Operation::claimProcess();
     const QMutexLocker enumeration(&m_cameraEnumLock);
     const std::optional<QList<BusPlace>> present = placesOnBus();
+    releaseNodes(takeNodesUnless([&](const BusPlace& place) {
+        if (choice.closed.contains(place)) {
+            return false;
+        }
+        // A list that was made without enough file descriptors lacks devices.
+        return !present || (!choice.opened.contains(place) &&
+                            (present->contains(place) || isKnownToKernel(place)));
+    }));
     if (present) {
-        releaseNodes(takeNodesUnless([&](const BusPlace& place) {
-            return present->contains(place) && !chosen.contains(place);
-        }));
-        for (const BusPlace& place : chosen) {
+        for (const BusPlace& place : choice.opened) {
             if (present->contains(place)) {
                 openChosenDevice(place);
             }
@@ -96,6 +104,17 @@ std::optional<QList<BusPlace>> CZRNCamera::placesOnBus()
     uvc_free_device_list(devices, unreferenceDevices);
     uvc_exit(scan);
     return places;
+}
+
+bool CZRNCamera::isKnownToKernel(const BusPlace& place)
+{
+    constexpr int usbDeviceMajor = 189;
+    constexpr int devicesPerBus = 128;
+    const QString entry = QStringLiteral("%1/%2:%3")
+                              .arg(QLatin1String(m_kernelDeviceFolder))
+                              .arg(usbDeviceMajor)
+                              .arg((place.bus - 1) * devicesPerBus + place.address - 1);
+    return ::access(QFile::encodeName(entry).constData(), F_OK) == 0;
 }
 
 void CZRNCamera::openChosenDevice(const BusPlace& place)

@@ -11,6 +11,7 @@ QMutex CZRNCamera::m_cameraEnumLock;
 QMap<QString, CameraNode*> CZRNCamera::m_cameraNodeMap;
 qint32 CZRNCamera::m_enumCount = 0;
 QLoggingCategory CZRNCamera::m_category(driverCategory);
+const char* CZRNCamera::m_kernelDeviceFolder = "/sys/dev/char";
 std::shared_mutex CZRNCamera::m_nodeTableLock;
 
 CZRNCamera::CZRNCamera()

@@ -128,11 +128,11 @@ public:
     /// Closes every known camera, then finds, opens and registers those on the bus.
     /// @return how many were opened.
     static int enumZRNCameraDevices();
-    /// Closes and opens the cameras at the chosen places alone, and forgets those that are closed
-    /// or have left the bus; all others stay as they are, streams included. @param serials set to
-    /// the serials of the cameras that are open then, as hosts see them, by place. @return how many
-    /// nodes the table holds then.
-    static int enumChosenDevices(const QList<BusPlace>& chosen, QVariantMap& serials);
+    /// Closes and opens the chosen cameras alone, and forgets those that are closed or have left
+    /// the bus; all others stay as they are, streams included. @param serials set to the serials of
+    /// the cameras that are open then, as hosts see them, by place. @return how many nodes the
+    /// table holds then.
+    static int enumChosenDevices(const DeviceChoice& choice, QVariantMap& serials);
     /// Says that what a host has chosen is no place on a bus.
     static void logMalformedPlace(const QString& text);
     /// Opens the index-th device on the bus with these ids and fills @p node.
@@ -216,6 +216,7 @@ protected:
     static QMap<QString, CameraNode*> m_cameraNodeMap; ///< by serial key
     static qint32 m_enumCount; ///< devices that the last successful enumeration opened
     static QLoggingCategory m_category;
+    static const char* m_kernelDeviceFolder; ///< has an entry for each character device
 
 private:
     /// Size, packing and sensor type of the frames that the camera sends. They belong together:
@@ -299,6 +300,8 @@ private:
 
     // For enumChosenDevices().
     static std::optional<QList<BusPlace>> placesOnBus();
+    /// Whether the kernel has a device there. Takes no file descriptor, of which there may be none.
+    static bool isKnownToKernel(const BusPlace& place);
     static void openChosenDevice(const BusPlace& place);
     static bool openDeviceAt(const BusPlace& place, CameraNode& node);
     /// Takes the nodes out of the table that are closed or whose place is not to be kept.

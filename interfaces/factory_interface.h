@@ -15,13 +15,14 @@
 /// Chosen devices, an optional ability. A factory has it whose property `deviceSerials` is valid. A
 /// host that sets the property `devices` to a QStringList of places on the bus, as folders and
 /// files under /dev/bus/usb are named ("001/002"), makes enumDevice() close and open the devices at
-/// these places alone. Devices that have left the bus, or were closed, are forgotten; every other
-/// one stays open, connected and streaming. enumDevice() then returns how many are open in all, of
+/// these places alone; with a minus in front ("-001/002") one is closed and not opened. Devices
+/// that have left the bus, or were closed, are forgotten; every other one stays open, connected and
+/// streaming. enumDevice() then returns how many are open in all, of
 /// which connecting by index counts, and `deviceSerials` holds the serial of each, under its place,
 /// in a QVariantMap. A device that cannot be opened is left out, as are malformed places and a
 /// device with the serial of one that stays open. An empty `devices`, as at first, means every
-/// device. Dynamic properties of a QObject belong to one thread at a time: a host that sets this
-/// one serialises setting, enumerating and reading.
+/// device. Dynamic properties of a QObject belong to the thread that it lives in: there a host sets
+/// this one, enumerates chosen devices and reads their serials.
 ///
 /// Guards, an optional ability. A driver that guards its process against faults of the libraries
 /// that it stands on says after an enumeration in the property `guards`, a QString, that they are

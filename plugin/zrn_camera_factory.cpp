@@ -21,19 +21,21 @@
 namespace
 {
 
-/// The places that a host has chosen, each once. What is none is left out, and said.
-QList<BusPlace> placesOf(const QStringList& devices)
+/// What a host has chosen, each place once. What is none is left out, and said.
+DeviceChoice choiceOf(const QStringList& devices)
 {
-    QList<BusPlace> places;
+    DeviceChoice choice;
     for (const QString& device : devices) {
-        const std::optional<BusPlace> place = busPlaceOf(device);
+        const bool isClosed = device.startsWith(QLatin1Char('-'));
+        const std::optional<BusPlace> place = busPlaceOf(isClosed ? device.mid(1) : device);
+        QList<BusPlace>& places = isClosed ? choice.closed : choice.opened;
         if (!place) {
             CZRNCamera::logMalformedPlace(device);
         } else if (!places.contains(*place)) {
             places.append(*place);
         }
     }
-    return places;
+    return choice;
 }
 
 /// What a process that exits hands out in the place of cameras; never deleted.
@@ -199,7 +201,7 @@ int CZRNCameraFactory::enumDevice()
     const QStringList devices = property(IFactory::devicesProperty).toStringList();
     Findings findings;
     const int count = devices.isEmpty() ? CZRNCamera::enumZRNCameraDevices()
-                                        : CZRNCamera::enumChosenDevices(placesOf(devices),
+                                        : CZRNCamera::enumChosenDevices(choiceOf(devices),
                                                                         findings.deviceSerials);
     findings.guards = QString::fromStdString(guardStatus().text);
     publish(findings);

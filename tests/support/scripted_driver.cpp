@@ -46,6 +46,8 @@ public:
         if (!device) {
             return ErrorCode::BadArgument;
         }
+        ++device->connectCount;
+        std::this_thread::sleep_for(std::chrono::milliseconds(device->connectMilliseconds));
         const ErrorCode answer = device->connectAnswer;
         if (answer == ErrorCode::Success) {
             m_generation = device->generation;
@@ -409,6 +411,7 @@ void ScriptedDevice::replug()
         sharpness = 50;
         hue = 20;
         saturation = 60;
+        readSerial.clear();
     }
     ++generation;
     ++address;
@@ -475,15 +478,22 @@ void ScriptedFactory::openChosen(const QStringList& places)
     m_enumerated.clear();
     QVariantMap serials;
     for (const std::shared_ptr<ScriptedDevice>& device : m_devices) {
+        if (places.contains('-' + device->place())) {
+            ++device->generation;
+            device->isOpen = false;
+        }
         if (device->plugged && !device->heldElsewhere && places.contains(device->place())) {
             ++device->generation;
             ++device->openCount;
             device->isOpen = true;
+            const std::lock_guard lock(device->mutex);
+            device->readSerial = device->misreadings-- > 0 ? QStringLiteral("ZR0") : device->serial;
         }
         device->isOpen = device->isOpen && device->plugged;
         if (device->isOpen) {
             m_enumerated.push_back(device);
-            serials[device->place()] = device->serial;
+            const std::lock_guard lock(device->mutex);
+            serials[device->place()] = device->readSerial;
         }
     }
     setProperty(deviceSerialsProperty, serials);
@@ -534,7 +544,10 @@ zrnhost::BusReaders ScriptedFactory::readersOf(const Devices& devices)
             camera.port = device->serial.toStdString();
             camera.bus = device->bus;
             camera.address = device->address;
-            camera.serial = device->openCount > 0 ? device->serial.toStdString() : std::string();
+            {
+                const std::lock_guard lock(device->mutex);
+                camera.serial = device->readSerial.toStdString();
+            }
             camera.nodeExists = true;
             camera.accessible = true;
             if (device->heldElsewhere) {

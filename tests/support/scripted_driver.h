@@ -34,11 +34,14 @@ struct ScriptedDevice {
     std::atomic<ErrorCode> resetAnswer = ErrorCode::Success;
     std::atomic<ErrorCode> startAnswer = ErrorCode::Success;
     std::atomic<ErrorCode> grabAnswer = ErrorCode::Success;
-    std::atomic<int> frameMilliseconds = 10; ///< time between two frames
-    std::atomic<quint32> skipNext = 0;       ///< frame numbers to leave out before the next frame
-    std::atomic<quint32> skipFrom = 0;       ///< none below this one is left out
-    std::atomic<bool> heldElsewhere = false; ///< another program has it open
-    std::atomic<int> openCount = 0;          ///< how often it was opened
+    std::atomic<int> frameMilliseconds = 10;  ///< time between two frames
+    std::atomic<quint32> skipNext = 0;        ///< frame numbers to leave out before the next frame
+    std::atomic<quint32> skipFrom = 0;        ///< none below this one is left out
+    std::atomic<bool> heldElsewhere = false;  ///< another program has it open
+    std::atomic<int> openCount = 0;           ///< how often it was opened
+    std::atomic<int> connectCount = 0;        ///< how often it was connected
+    std::atomic<int> connectMilliseconds = 0; ///< what that takes
+    std::atomic<int> misreadings = 0;         ///< so many of the next openings give a wrong serial
     std::atomic<int> resets = 0;
 
     std::mutex mutex; // guards what follows
@@ -48,6 +51,7 @@ struct ScriptedDevice {
     int sharpness = 50;
     int hue = 20;
     int saturation = 60;
+    QString readSerial; ///< since it was plugged in
 
     std::atomic<quint32> frameNumber = 0;
     std::atomic<int> generation = 0; ///< differs after each opening, which closes what was open

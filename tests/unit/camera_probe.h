@@ -32,6 +32,7 @@ public:
     using CZRNCamera::m_imageHeight;
     using CZRNCamera::m_imageWidth;
     using CZRNCamera::m_isStreaming;
+    using CZRNCamera::m_kernelDeviceFolder;
     using CZRNCamera::m_maxExposureTime;
     using CZRNCamera::m_maxGain;
     using CZRNCamera::m_minExposureTime;

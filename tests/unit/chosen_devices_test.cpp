@@ -3,7 +3,11 @@
 #include "driver_test.h"
 #include "zrn_camera_factory.h"
 
+#include <QFile>
+#include <QTemporaryDir>
+
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 using fakeuvc::Outstanding;
@@ -99,6 +103,15 @@ TEST_F(ChosenDevices, AnEmptyListMeansEveryCamera)
     EXPECT_EQ(choose({}), 2);
     EXPECT_THAT(bus.callTexts(), ElementsAreArray(plainly));
     EXPECT_EQ(log.lines().size(), logged);
+    EXPECT_THAT(serials(), IsEmpty());
+    expectedLeaks.descriptors += 2;
+}
+
+TEST_F(ChosenDevices, APlainEnumerationLeavesNoSerialsOfTheLastChoice)
+{
+    ASSERT_EQ(choose({"001/002"}), 1);
+    ASSERT_EQ(serials().size(), 1);
+    EXPECT_EQ(choose({}), 2);
     EXPECT_THAT(serials(), IsEmpty());
     expectedLeaks.descriptors += 2;
 }
@@ -204,6 +217,59 @@ TEST_F(ChosenDevices, WhatHasLeftTheBusIsForgotten)
     EXPECT_EQ(choose({"001/002"}), 0);
     EXPECT_THAT(serials(), IsEmpty());
     EXPECT_EQ(code(camera.connectDeviceBySerial("ZR2")), 776U);
+}
+
+TEST_F(ChosenDevices, AMinusClosesAlone)
+{
+    ASSERT_EQ(choose({"001/001", "001/002"}), 2);
+    ASSERT_EQ(code(camera.connectDeviceBySerial("ZR1")), 0U);
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    clearLogs();
+    EXPECT_EQ(choose({"-001/002"}), 1);
+    EXPECT_EQ(bus.count("uvc_close"), 1);
+    EXPECT_THAT(opened(), IsEmpty());
+    EXPECT_EQ(serials(), (QVariantMap{{"001/001", "ZR1"}}));
+    EXPECT_TRUE(bus.stream(*first));
+    EXPECT_THAT(log.lines(QtCriticalMsg), IsEmpty());
+
+    EXPECT_EQ(choose({"-001/002", "001/002"}), 2);
+    EXPECT_EQ(choose({"-001/001", "-001/002", "-001/099"}), 0);
+    EXPECT_EQ(bus.outstanding(), Outstanding{});
+    EXPECT_EQ(choose({"--001/001", "-"}), 0);
+    EXPECT_EQ(log.lines(QtCriticalMsg).size(), 2U);
+}
+
+TEST_F(ChosenDevices, ClosingNeedsNoScan)
+{
+    ASSERT_EQ(choose({"001/001", "001/002"}), 2);
+    bus.fail({"uvc_init", UVC_ERROR_NO_MEM});
+    EXPECT_EQ(choose({"-001/001"}), 1);
+    EXPECT_EQ(bus.outstanding().handles, 1);
+    bus.clearFailures();
+}
+
+TEST_F(ChosenDevices, WhatTheKernelStillHasHasNotLeft)
+{
+    const QTemporaryDir folder;
+    const QByteArray path = folder.path().toLocal8Bit();
+    CameraProbe::m_kernelDeviceFolder = path.constData();
+    QFile entry(folder.filePath("189:0"));
+    ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
+
+    ASSERT_EQ(choose({"001/001", "001/002"}), 2);
+    ASSERT_EQ(code(camera.connectDeviceBySerial("ZR1")), 0U);
+    ASSERT_EQ(code(camera.startStream(0)), 0U);
+    // The list is short of both.
+    bus.unplug(*first);
+    bus.unplug(*second);
+    clearLogs();
+    EXPECT_EQ(choose({"001/009"}), 1);
+    EXPECT_EQ(serials(), (QVariantMap{{"001/001", "ZR1"}}));
+    EXPECT_EQ(bus.count("uvc_stop_streaming"), 0);
+
+    ASSERT_TRUE(entry.remove());
+    EXPECT_EQ(choose({"001/009"}), 0);
+    EXPECT_EQ(bus.count("uvc_stop_streaming"), 1);
 }
 
 TEST_F(ChosenDevices, ADisconnectedCameraIsForgottenUntilItIsChosen)
@@ -418,13 +484,13 @@ TEST_F(ChosenDevices, OneCameraIsLostAndFoundWhileAnotherStreams)
     constexpr int losses = 20;
     CameraProbe lost;
     for (int loss = 0; loss < losses; ++loss) {
-        ASSERT_EQ(code(lost.connectDeviceBySerial("ZR2")), 0U);
-        ASSERT_EQ(code(lost.startStream(0)), 0U);
+        EXPECT_EQ(code(lost.connectDeviceBySerial("ZR2")), 0U);
+        EXPECT_EQ(code(lost.startStream(0)), 0U);
         bus.replug(*second);
         awaitFrame();
         lost.disconnectDevice();
         awaitFrame();
-        ASSERT_EQ(choose({placeOf(*second)}), 2);
+        EXPECT_EQ(choose({placeOf(*second)}), 2);
     }
     isOver = true;
     wire.join();

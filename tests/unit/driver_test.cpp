@@ -9,6 +9,7 @@ DriverTest::DriverTest()
     bus.reset();
     // Before the lines of what comes next.
     bus.setAfterDelivery(Operation::awaitStreamLines);
+    CameraProbe::m_kernelDeviceFolder = "/nonexistent"; // as after every device has left
 }
 
 void DriverTest::TearDown()
