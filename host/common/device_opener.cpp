@@ -1,8 +1,7 @@
 #include "common/device_opener.h"
 
-#include "common/camera.h"
-
 #include <QStringList>
+#include <QThread>
 #include <QVariant>
 
 #include <algorithm>
@@ -11,6 +10,28 @@
 namespace zrnhost
 {
 
+namespace
+{
+
+/// Has the factory live in the calling thread, to which its properties belong meanwhile.
+class Visit
+{
+public:
+    explicit Visit(IFactory& factory)
+        : m_factory(factory)
+    {
+        m_factory.moveToThread(QThread::currentThread());
+    }
+    ~Visit() { m_factory.moveToThread(nullptr); }
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+
+private:
+    IFactory& m_factory;
+};
+
+} // namespace
+
 BusReaders busReaders()
 {
     const auto bus = std::make_shared<zrn::Bus>();
@@ -18,6 +39,22 @@ BusReaders busReaders()
             [bus](const zrn::BusCamera& camera, const std::string& serial) {
                 bus->remember(camera, serial);
             }};
+}
+
+DeviceOpener::DeviceOpener(IFactory& factory, BusReader readBus)
+    : m_factory(factory)
+    , m_readBus(std::move(readBus))
+{
+    if (canChoose()) {
+        m_factory.moveToThread(nullptr); // from where any thread can take it
+    }
+}
+
+DeviceOpener::~DeviceOpener()
+{
+    if (canChoose()) {
+        m_factory.moveToThread(QThread::currentThread());
+    }
 }
 
 bool DeviceOpener::canChoose() const
@@ -32,6 +69,7 @@ QString DeviceOpener::open(const zrn::BusCamera& camera)
     if (!isStillFree(camera)) {
         return {};
     }
+    const Visit visit(m_factory);
     m_factory.setProperty(IFactory::devicesProperty, QStringList{place});
     m_factory.enumDevice();
     return m_factory.property(IFactory::deviceSerialsProperty).toMap().value(place).toString();
@@ -39,9 +77,13 @@ QString DeviceOpener::open(const zrn::BusCamera& camera)
 
 void DeviceOpener::close(const QString& serial)
 {
-    // Disconnected when it goes.
-    Camera camera(m_factory);
-    camera->connectDeviceBySerial(serial);
+    const std::lock_guard lock(m_mutex);
+    const Visit visit(m_factory);
+    const QString place = m_factory.property(IFactory::deviceSerialsProperty).toMap().key(serial);
+    if (!place.isEmpty()) {
+        m_factory.setProperty(IFactory::devicesProperty, QStringList{'-' + place});
+        m_factory.enumDevice();
+    }
 }
 
 /// Other threads and programs may have been quicker than whoever saw the camera free.

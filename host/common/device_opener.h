@@ -30,16 +30,17 @@ BusReaders busReaders();
 /// Opens cameras through a driver's factory by their places on the bus, one at a time, and leaves
 /// all others alone: those of this process, and those of other programs.
 ///
-/// Thread safety: thread-safe, as long as nobody else enumerates with the factory.
+/// Thread safety: thread-safe, as long as nobody else enumerates with the factory. Made on the
+/// thread that the factory lives in, and the only one for its factory meanwhile: this object takes
+/// the factory to the thread that opens a camera, and leaves it on the one that ends this object.
 class DeviceOpener
 {
 public:
-    /// @param readBus may be called from any thread
-    DeviceOpener(IFactory& factory, BusReader readBus)
-        : m_factory(factory)
-        , m_readBus(std::move(readBus))
-    {
-    }
+    /// @param readBus may be called from any thread; tells who uses a camera in any way
+    DeviceOpener(IFactory& factory, BusReader readBus);
+    ~DeviceOpener();
+    DeviceOpener(const DeviceOpener&) = delete;
+    DeviceOpener& operator=(const DeviceOpener&) = delete;
 
     /// Whether the driver has this ability. Without it a host can only enumerate everything.
     [[nodiscard]] bool canChoose() const;
@@ -48,7 +49,7 @@ public:
     /// opened, as when another thread or program holds it.
     QString open(const zrn::BusCamera& camera);
 
-    /// Closes a camera that was opened and is not connected.
+    /// Closes a camera that was opened. Nothing is sent to it.
     void close(const QString& serial);
 
 private:
