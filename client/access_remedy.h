@@ -9,4 +9,7 @@ namespace zrn
 /// One sentence without a capital or a full stop.
 [[nodiscard]] std::string accessRemedy();
 
+/// What brings back a node that is missing, likewise.
+[[nodiscard]] std::string missingNodeRemedy();
+
 } // namespace zrn

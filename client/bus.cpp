@@ -26,13 +26,13 @@ struct Interfaces {
     bool areListed = false; ///< there are entries, so that a claim would show in them
     bool isClaimed = false; ///< through usbfs
     std::vector<std::string> kernelDrivers;
-    std::vector<std::string> videoNodes; ///< that the kernel's driver offers, as "/dev/video0"
+    std::vector<std::string> videoNodes;
 };
 
 /// A camera with what is needed to find out who uses it.
 struct SeenCamera {
     BusCamera camera;
-    Interfaces interfaces;
+    bool showsClaims = false; ///< its interfaces are listed
 };
 
 std::vector<std::string> namesIn(const std::string& folder)
@@ -79,8 +79,8 @@ Interfaces interfacesOf(const std::string& folder, const std::vector<std::string
     return interfaces;
 }
 
-/// Differs for every plugging in: number and birth of the camera's entry in sysfs, which another
-/// device with the same number does not share.
+/// Differs for every plugging in: the camera's number, and that of its entry in sysfs, which the
+/// kernel gives to no other entry.
 std::string stayOf(const std::string& root, const BusCamera& camera)
 {
     struct stat status {
@@ -89,8 +89,7 @@ std::string stayOf(const std::string& root, const BusCamera& camera)
     if (::stat(entry.c_str(), &status) != 0) {
         return {};
     }
-    return std::to_string(camera.address) + "-" + std::to_string(status.st_ino) + "-" +
-           std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
+    return std::to_string(camera.address) + "-" + std::to_string(status.st_ino);
 }
 
 /// "1-2.10" comes after "1-2.9".
@@ -131,11 +130,12 @@ std::vector<SeenCamera> look(const std::string& root, const SerialCache& cache)
         const std::string node = root + camera.node();
         camera.nodeExists = ::access(node.c_str(), F_OK) == 0;
         camera.accessible = ::access(node.c_str(), R_OK | W_OK) == 0;
-        Interfaces interfaces = interfacesOf(folder, names, name);
+        const Interfaces interfaces = interfacesOf(folder, names, name);
         camera.kernelDrivers = interfaces.kernelDrivers;
+        camera.videoNodes = interfaces.videoNodes;
         camera.use = interfaces.isClaimed ? Use::Held : Use::Free;
         camera.serial = cache.find(name, stayOf(root, camera));
-        seen.push_back({std::move(camera), std::move(interfaces)});
+        seen.push_back({std::move(camera), interfaces.areListed});
     }
     std::sort(seen.begin(), seen.end(), [](const SeenCamera& a, const SeenCamera& b) {
         return portNumbers(a.camera.port) < portNumbers(b.camera.port);
@@ -215,8 +215,7 @@ std::vector<BusCamera> Bus::camerasAndHolders() const
     std::vector<std::string> nodes;
     for (const SeenCamera& each : seen) {
         nodes.push_back(each.camera.node());
-        nodes.insert(nodes.end(), each.interfaces.videoNodes.begin(),
-                     each.interfaces.videoNodes.end());
+        nodes.insert(nodes.end(), each.camera.videoNodes.begin(), each.camera.videoNodes.end());
     }
     const std::vector<std::vector<Holder>> holders =
         nodes.empty() ? std::vector<std::vector<Holder>>() : findHolders(m_root, nodes);
@@ -229,9 +228,12 @@ std::vector<BusCamera> Bus::camerasAndHolders() const
         if (!camera.holders.empty() && camera.use == Use::Free) {
             // Looking at a device opens its node as well; only where no claim would show has an
             // open node to do for one.
-            camera.use = each.interfaces.areListed ? Use::Open : Use::Held;
+            camera.use = each.showsClaims ? Use::Open : Use::Held;
         }
-        for (std::size_t i = 0; i < each.interfaces.videoNodes.size(); ++i) {
+        if (camera.use == Use::Held && camera.holders.empty() && !isClaimed(camera)) {
+            camera.use = Use::Free; // its holder has left since the first look
+        }
+        for (std::size_t i = 0; i < camera.videoNodes.size(); ++i) {
             const std::vector<Holder>& viewers = holders[next++];
             if (!viewers.empty()) {
                 camera.use = Use::Held; // it would lose its camera to whoever opens that
@@ -241,6 +243,12 @@ std::vector<BusCamera> Bus::camerasAndHolders() const
         cameras.push_back(std::move(camera));
     }
     return cameras;
+}
+
+bool Bus::isClaimed(const BusCamera& camera) const
+{
+    const std::string folder = m_root + devicesFolder;
+    return interfacesOf(folder, namesIn(folder), camera.port).isClaimed;
 }
 
 void Bus::remember(const BusCamera& camera, const std::string& serial)

@@ -37,6 +37,7 @@ struct BusCamera {
     Use use = Use::Free;
     std::vector<Holder> holders;            ///< who uses it; empty where this user may not see them
     std::vector<std::string> kernelDrivers; ///< other than usbfs, of its interfaces
+    std::vector<std::string> videoNodes;    ///< that such a driver offers, as "/dev/video0"
     std::string serial;                     ///< with its prefix, as seen before; empty if not
     std::string descriptors; ///< device and configuration descriptors as the device sent them
     std::optional<std::int64_t> payloadBytes; ///< of its bulk transfers, where the camera was asked
@@ -65,7 +66,8 @@ public:
     explicit Bus(std::string root = {}, SerialCache cache = SerialCache(SerialCache::folder()));
 
     /// The cameras, in the order of their ports, without their holders: quick enough to be asked
-    /// several times a second. A camera that cannot be told to be claimed counts as free.
+    /// several times a second. One counts as free that cannot be told to be claimed, or that a
+    /// program uses through a video node; whoever wants to open a camera asks for the holders, too.
     [[nodiscard]] std::vector<BusCamera> cameras() const;
 
     /// The same with their holders, for which the open files of all processes are looked at.
@@ -75,6 +77,8 @@ public:
     void remember(const BusCamera& camera, const std::string& serial);
 
 private:
+    [[nodiscard]] bool isClaimed(const BusCamera& camera) const;
+
     const std::string m_root;
     SerialCache m_cache;
 };

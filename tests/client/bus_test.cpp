@@ -6,6 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using testing::ElementsAre;
@@ -135,6 +139,29 @@ TEST_F(BusTest, AClaimWithoutAVisibleProcessIsSomebodyElses)
     EXPECT_EQ(camera.holderText(), "a program that this user may not see");
 }
 
+TEST_F(BusTest, AClaimThatEndsWhileHoldersAreLookedForIsNone)
+{
+    system.plug("1-1", 7);
+    system.plug("1-2", 8);
+    system.bind("1-1", 0, "usbfs");
+    system.run(80, "slow", "/dev/bus/usb/001/008");
+    // The look at the holders waits for the name of this program.
+    const std::string name = system.root() + "/proc/80/comm";
+    system.remove("/proc/80/comm");
+    ASSERT_EQ(::mkfifo(name.c_str(), 0600), 0);
+    std::thread holder([&] {
+        std::ofstream comm(name);
+        system.remove("/sys/bus/usb/devices/1-1:1.0/driver");
+        comm << "slow\n";
+    });
+    const std::vector<zrn::BusCamera> cameras = bus().camerasAndHolders();
+    holder.join();
+    ASSERT_EQ(cameras.size(), 2U);
+    EXPECT_EQ(cameras[0].use, Use::Free);
+    EXPECT_EQ(cameras[0].holderText(), "");
+    EXPECT_THAT(cameras[1].holders, ElementsAre(Holder{80, "slow"}));
+}
+
 TEST_F(BusTest, WhatThisProcessHoldsIsNotHeldElsewhere)
 {
     system.plug("1-1", 7);
@@ -153,6 +180,7 @@ TEST_F(BusTest, TheKernelsDriverHoldsACameraOnceItIsWatched)
     system.write("/dev/video3", "");
     EXPECT_EQ(only().use, Use::Free);
     EXPECT_THAT(only().kernelDrivers, ElementsAre("uvcvideo"));
+    EXPECT_THAT(only().videoNodes, ElementsAre("/dev/video3"));
     system.run(31, "webcam", "/dev/video3");
     EXPECT_EQ(only().use, Use::Held);
     EXPECT_THAT(only().holders, ElementsAre(Holder{31, "webcam"}));
@@ -195,7 +223,17 @@ TEST_F(BusTest, ANumberThatComesRoundAgainIsAnotherCamera)
     system.plug("1-1", 7);
     zrn::Bus watched = bus();
     watched.remember(watched.cameras().front(), "ZR4711");
-    system.remove("/sys/bus/usb/devices/1-1");
+    // Kept elsewhere, the old entry does not give its number to the new one.
+    std::filesystem::rename(system.root() + "/sys/bus/usb/devices/1-1", system.root() + "/left");
     system.plug("1-1", 7);
     EXPECT_EQ(watched.cameras().front().serial, "");
+}
+
+TEST_F(BusTest, ASerialStaysKnownWhenTheKernelForgetsWhenItMadeTheEntry)
+{
+    system.plug("1-1", 7);
+    zrn::Bus watched = bus();
+    watched.remember(watched.cameras().front(), "ZR4711");
+    std::filesystem::last_write_time(system.root() + "/sys/bus/usb/devices/1-1/devnum", {});
+    EXPECT_EQ(watched.cameras().front().serial, "ZR4711");
 }
