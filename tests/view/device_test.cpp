@@ -350,6 +350,73 @@ private slots:
         QCOMPARE(second->openCount.load(), 0);
     }
 
+    void aCameraThatMissedARequestIsFoundAllTheSame()
+    {
+        auto lost = makeDevice("ZR1");
+        auto other = makeDevice("ZR2");
+        TestBench test({lost, other}, 1);
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        lost->unplug();
+        QVERIFY(test.waitForState(device, CameraState::Lost));
+        lost->misreadings = 1;
+        lost->replug();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        QCOMPARE(test.bench.devices().size(), std::size_t{1});
+        // The other one was looked at, and nothing was sent to it.
+        QVERIFY(other->openCount <= 2);
+        QCOMPARE(other->connectCount.load(), 0);
+        QVERIFY(!other->isOpen);
+    }
+
+    void aCameraThatCannotBeConnectedIsLeftToOthers()
+    {
+        auto scripted = makeDevice("ZR1");
+        scripted->connectAnswer = ErrorCode::NoFrameDescriptor;
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        QVERIFY(test.waitForState(*test.bench.devices().front(), CameraState::Unusable));
+        QVERIFY(!scripted->isOpen);
+    }
+
+    void aRefusedCameraIsNotTakenLater()
+    {
+        auto scripted = makeDevice("ZR1");
+        scripted->heldElsewhere = true;
+        TestBench test({scripted}, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(test.bench.others().size(), std::size_t{1}, patience);
+        test.bench.take(QStringLiteral("ZR1"));
+        QTest::qWait(5000); // longer than a request lasts
+        scripted->heldElsewhere = false;
+        QTest::qWait(2500);
+        QCOMPARE(scripted->openCount.load(), 0);
+        test.bench.take(QStringLiteral("ZR1"));
+        QVERIFY(test.waitForDevices(1));
+    }
+
+    void closingWhileACameraIsBeingOpenedKeepsTheDriverForIt()
+    {
+        auto scripted = makeDevice("ZR1");
+        scripted->connectMilliseconds = 500;
+        std::weak_ptr<IFactory> driver;
+        {
+            Bench bench(
+                [&] {
+                    const auto factory =
+                        std::make_shared<ScriptedFactory>(ScriptedFactory::Devices{scripted}, true);
+                    driver = factory;
+                    return factory;
+                },
+                ScriptedFactory::readersOf({scripted}));
+            bench.start();
+            QVERIFY(QTest::qWaitFor([&] { return scripted->connectCount > 0; }, patience));
+            QVERIFY(bench.shutDown());
+            QVERIFY(!driver.expired());
+        }
+        QVERIFY(driver.expired());
+    }
+
     void aCameraOfAnotherProgramIsShownAndTakenOnceItIsFree()
     {
         auto first = makeDevice("ZR1");

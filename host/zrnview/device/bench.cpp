@@ -10,6 +10,10 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr auto retryPeriod = 1s;
+/// How long a camera is waited for that another program has, which may only be looking at it.
+constexpr auto patience = 3s;
+/// How long what a camera gave for its serial is taken for granted, once it was asked again.
+constexpr auto trust = 60s;
 constexpr int shutDownMilliseconds = 5000;
 
 } // namespace
@@ -34,6 +38,7 @@ Bench::Bench(FactoryMaker makeFactory, zrnhost::BusReaders readers, QObject* par
     connect(m_host, &DriverHost::notOpened, this, [this](const QString& place) {
         m_opening.erase(place);
         m_refused.insert(place);
+        consider();
     });
     connect(m_host, &DriverHost::busChanged, this, [this](const BusView& bus) {
         m_bus = bus;
@@ -43,6 +48,7 @@ Bench::Bench(FactoryMaker makeFactory, zrnhost::BusReaders readers, QObject* par
     m_retryTimer.setInterval(retryPeriod);
     connect(&m_retryTimer, &QTimer::timeout, this, [this] {
         m_refused.clear(); // the camera may have been starting
+        forgetOldRequests();
         consider();
     });
 }
@@ -70,7 +76,7 @@ void Bench::lookAgain()
 
 void Bench::take(const QString& port)
 {
-    m_askedFor.insert(port);
+    m_askedFor[port] = Clock::now() + patience;
     m_refused.clear();
     consider();
 }
@@ -131,8 +137,35 @@ void Bench::consider()
 void Bench::open(const BusView::Entry& entry)
 {
     m_opening.insert(entry.place());
-    QMetaObject::invokeMethod(m_host,
-                              [host = m_host, camera = entry.camera] { host->open(camera); });
+    if (!entry.serial().isEmpty()) {
+        m_checks[entry.place()] = Clock::now();
+    }
+    std::set<QString> known;
+    std::set<QString> sought;
+    for (const CameraDevice* device : m_devices) {
+        known.insert(device->serial());
+        if (device->isSought()) {
+            sought.insert(device->serial());
+        }
+    }
+    const auto isWantedSerial = [known, sought, takesAny = isAskedFor(entry.port()),
+                                 takesNew = m_initialCameras > 0](const QString& serial) {
+        return takesAny || sought.count(serial) > 0 || (takesNew && known.count(serial) == 0);
+    };
+    QMetaObject::invokeMethod(m_host, [host = m_host, camera = entry.camera, isWantedSerial] {
+        host->open(camera, isWantedSerial);
+    });
+}
+
+bool Bench::isAskedFor(const QString& port) const
+{
+    return m_askedFor.count(port) > 0;
+}
+
+void Bench::forgetOldRequests()
+{
+    const auto now = Clock::now();
+    std::erase_if(m_askedFor, [now](const auto& request) { return now > request.second; });
 }
 
 bool Bench::isWanted(const BusView::Entry& entry) const
@@ -140,15 +173,35 @@ bool Bench::isWanted(const BusView::Entry& entry) const
     if (!entry.isFree() || deviceAt(entry.place()) || m_refused.count(entry.place()) > 0) {
         return false;
     }
-    if (m_askedFor.count(entry.port()) > 0) {
+    if (isAskedFor(entry.port())) {
         return true;
     }
     if (const CameraDevice* known = deviceWith(entry.serial())) {
         return known->isSought();
     }
-    const bool isAnySought = std::any_of(m_devices.begin(), m_devices.end(),
-                                         [](const auto* device) { return device->isSought(); });
-    return m_initialCameras > 0 || (entry.serial().isEmpty() && isAnySought);
+    return m_initialCameras > 0 || (isAnyMissing() && isDoubtful(entry));
+}
+
+/// Whether a camera is sought that nothing on the bus is known to be.
+bool Bench::isAnyMissing() const
+{
+    const auto isOnBus = [this](const CameraDevice* device) {
+        return std::any_of(
+            m_bus.entries.begin(), m_bus.entries.end(),
+            [device](const BusView::Entry& entry) { return entry.serial() == device->serial(); });
+    };
+    return std::any_of(m_devices.begin(), m_devices.end(), [&](const CameraDevice* device) {
+        return device->isSought() && !isOnBus(device);
+    });
+}
+
+/// Whether a camera may be another one than it seems: one that misses a request gives a wrong
+/// serial.
+bool Bench::isDoubtful(const BusView::Entry& entry) const
+{
+    const auto check = m_checks.find(entry.place());
+    return entry.serial().isEmpty() || check == m_checks.end() ||
+           Clock::now() - check->second > trust;
 }
 
 void Bench::takeOver(const QString& place, const ConnectedCameraPointer& connected)

@@ -3,7 +3,9 @@
 #include "zrnview/device/camera_device.h"
 #include "zrnview/device/driver_host.h"
 
+#include <chrono>
 #include <limits>
+#include <map>
 #include <set>
 
 namespace zrnview
@@ -31,7 +33,8 @@ public:
     void start();
     /// Looks at the bus at once, and tries anew what could not be opened.
     void lookAgain();
-    /// Takes the camera at a port, if it is free. deviceAdded() follows for a new one.
+    /// Takes the camera at a port, if it is free or becomes free in some seconds. deviceAdded()
+    /// follows for a new one.
     void take(const QString& port);
     /// Takes a known camera again that was given back.
     void take(CameraDevice& device);
@@ -58,11 +61,17 @@ signals:
     void deviceAdded(zrnview::CameraDevice* device, bool isAskedFor);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     void consider();
     void open(const BusView::Entry& entry);
+    bool isAskedFor(const QString& port) const;
+    void forgetOldRequests();
     void takeOver(const QString& place, const ConnectedCameraPointer& connected);
     void noteHealth(CameraDevice& device);
     bool isWanted(const BusView::Entry& entry) const;
+    bool isAnyMissing() const;
+    bool isDoubtful(const BusView::Entry& entry) const;
     CameraDevice* deviceAt(const QString& place) const;
     CameraDevice* deviceWith(const QString& serial) const;
     CameraDevice& addDevice(const QString& serial, bool isAskedFor);
@@ -75,9 +84,10 @@ private:
     std::vector<CameraDevice*> m_devices; // children of this object
     BusView m_bus;
     int m_initialCameras = std::numeric_limits<int>::max(); // still to be taken
-    std::set<QString> m_askedFor;                           // ports
-    std::set<QString> m_opening;                            // places
-    std::set<QString> m_refused;                            // places, until the next try
+    std::map<QString, Clock::time_point> m_askedFor;        // ports, until when
+    std::map<QString, Clock::time_point> m_checks; // places whose known serial was read again
+    std::set<QString> m_opening;                   // places
+    std::set<QString> m_refused;                   // places, until the next try
     QTimer m_retryTimer;
 };
 

@@ -14,11 +14,13 @@
 namespace zrnview
 {
 
-/// A camera that was opened, on its way to the thread that will use it.
+/// A camera that was opened, and the driver that it is of, on its way to the thread that will use
+/// it.
 struct ConnectedCamera {
     QString serial; ///< as the driver gives it
     QString port;
     ErrorCode code = ErrorCode::Success; ///< why it is not connected
+    std::shared_ptr<IFactory> factory;   ///< outlives its camera, also where nobody takes that over
     std::unique_ptr<zrnhost::Camera> camera;
 };
 using ConnectedCameraPointer = std::shared_ptr<ConnectedCamera>;

@@ -17,12 +17,14 @@ constexpr auto busPeriod = 250ms;
 /// A holder may give way to another one without a change in sysfs.
 constexpr qint64 holdersMilliseconds = 2000;
 
-ConnectedCameraPointer connectCamera(IFactory& factory, const QString& serial)
+ConnectedCameraPointer connectCamera(const std::shared_ptr<IFactory>& factory,
+                                     const QString& serial)
 {
     auto connected = std::make_shared<ConnectedCamera>();
     connected->serial = serial;
+    connected->factory = factory;
     try {
-        auto camera = std::make_unique<zrnhost::Camera>(factory);
+        auto camera = std::make_unique<zrnhost::Camera>(*factory);
         connected->code = (*camera)->connectDeviceBySerial(serial);
         if (connected->code == ErrorCode::Success) {
             connected->camera = std::move(camera);
@@ -42,10 +44,11 @@ BusView viewOf(const std::vector<zrn::BusCamera>& cameras)
     return bus;
 }
 
+/// Whether there is a camera of which only its holders tell who uses it, or whether it is used.
 bool isAnyHeld(const BusView& bus)
 {
     return std::any_of(bus.entries.begin(), bus.entries.end(), [](const BusView::Entry& entry) {
-        return entry.camera.use == zrn::Use::Held;
+        return entry.camera.use == zrn::Use::Held || !entry.camera.videoNodes.empty();
     });
 }
 
@@ -85,7 +88,7 @@ void DriverHost::load()
 {
     try {
         m_factory = m_makeFactory();
-        m_opener = std::make_unique<zrnhost::DeviceOpener>(*m_factory, m_readers.cameras);
+        m_opener = std::make_unique<zrnhost::DeviceOpener>(*m_factory, m_readers.camerasAndHolders);
         if (!m_opener->canChoose()) {
             throw std::runtime_error("The driver can only open all cameras at once. The viewer "
                                      "needs one that opens them one by one.");
@@ -99,7 +102,8 @@ void DriverHost::load()
     watchBus();
 }
 
-void DriverHost::open(const zrn::BusCamera& camera)
+void DriverHost::open(const zrn::BusCamera& camera,
+                      const std::function<bool(const QString&)>& isWanted)
 {
     const QString place = QString::fromStdString(camera.place());
     const QString serial = m_opener->open(camera);
@@ -108,8 +112,16 @@ void DriverHost::open(const zrn::BusCamera& camera)
         return;
     }
     m_readers.remember(camera, serial.toStdString());
-    const ConnectedCameraPointer connected = connectCamera(*m_factory, serial);
+    if (!isWanted(serial)) {
+        m_opener->close(serial);
+        emit notOpened(place);
+        return;
+    }
+    const ConnectedCameraPointer connected = connectCamera(m_factory, serial);
     connected->port = QString::fromStdString(camera.port);
+    if (!connected->camera) {
+        m_opener->close(serial); // for other programs
+    }
     emit opened(place, connected);
 }
 

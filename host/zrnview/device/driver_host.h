@@ -48,8 +48,9 @@ public:
 
 public slots:
     void load();
-    /// Opens and connects one camera; answers with opened().
-    void open(const zrn::BusCamera& camera);
+    /// Opens one camera, and connects it if its serial is wanted; answers with opened() or
+    /// notOpened().
+    void open(const zrn::BusCamera& camera, const std::function<bool(const QString&)>& isWanted);
     /// Disconnects a camera that nobody wants.
     void giveBack(const zrnview::ConnectedCameraPointer& connected);
     /// Looks at the bus at once, and tells it even if nothing has changed.
@@ -60,7 +61,7 @@ signals:
     void loadFailed(const QString& why);
     /// @param place that was to be opened
     void opened(const QString& place, const zrnview::ConnectedCameraPointer& connected);
-    /// The camera is in use, or refuses.
+    /// The camera is in use, refuses, or turned out not to be wanted.
     void notOpened(const QString& place);
     void busChanged(const zrnview::BusView& bus);
 
