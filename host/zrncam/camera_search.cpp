@@ -1,12 +1,12 @@
 #include "camera_search.h"
 
 #include "client/access_remedy.h"
+#include "client/random_pause.h"
 #include "progress.h"
 
 #include <algorithm>
 #include <chrono>
-#include <random>
-#include <thread>
+#include <iterator>
 
 namespace
 {
@@ -17,18 +17,12 @@ using namespace std::chrono_literals;
 constexpr auto patience = 3s;
 /// After this time the user is told what is being waited for.
 constexpr auto silence = 1s;
+/// How long what a camera gave for its serial is taken for granted, once it was asked again.
+constexpr auto trust = 60s;
 
 bool isUsable(const zrn::BusCamera& camera)
 {
     return camera.accessible && camera.use != zrn::Use::Held;
-}
-
-/// Long enough for two programs that meet at a camera to miss each other the next time.
-void pauseAtRandom()
-{
-    thread_local std::minstd_rand random{std::random_device{}()};
-    std::this_thread::sleep_for(
-        std::chrono::milliseconds(std::uniform_int_distribution<int>(20, 150)(random)));
 }
 
 } // namespace
@@ -52,7 +46,7 @@ auto CameraSearch::persist(const CameraChoice& choice, const Attempt& attempt)
             progress.note(
                 QStringLiteral("waiting: %1").arg(QString::fromUtf8(failureOf(choice).what())));
         }
-        pauseAtRandom();
+        zrn::pauseAtRandom();
     }
 }
 
@@ -81,7 +75,7 @@ std::vector<std::string> CameraSearch::freePorts()
 
 std::vector<zrn::BusCamera> CameraSearch::candidates(const CameraChoice& choice) const
 {
-    const std::vector<zrn::BusCamera> cameras = m_bus.cameras();
+    const std::vector<zrn::BusCamera> cameras = m_bus.camerasAndHolders();
     if (cameras.empty()) {
         throw noCameraOnBus();
     }
@@ -113,14 +107,20 @@ std::vector<zrn::BusCamera> CameraSearch::candidates(const CameraChoice& choice)
         return cameras;
     }
     const std::string serial = choice.serial.toStdString();
-    for (const bool isKnown : {true, false}) {
-        std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
-                     [&](const zrn::BusCamera& camera) {
-                         return isKnown ? camera.serial == serial : camera.serial.empty();
-                     });
-        if (!result.empty()) {
-            return result;
-        }
+    std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
+                 [&](const zrn::BusCamera& camera) { return camera.serial == serial; });
+    if (!result.empty()) {
+        return result;
+    }
+    std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
+                 [&](const zrn::BusCamera& camera) { return camera.serial.empty(); });
+    // A camera that does not answer one of the requests is taken for another one.
+    std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
+                 [&](const zrn::BusCamera& camera) {
+                     return !camera.serial.empty() && isUsable(camera) && isDoubtful(camera);
+                 });
+    if (!result.empty()) {
+        return result;
     }
     throw ToolError(ExitCode::NoCamera,
                     QStringLiteral("no camera has the serial %1").arg(choice.serial),
@@ -139,6 +139,10 @@ std::optional<QString> CameraSearch::open(const CameraChoice& choice,
             continue;
         }
         m_bus.remember(camera, serial.toStdString());
+        if (!camera.serial.empty()) {
+            const std::lock_guard lock(m_mutex);
+            m_checks[camera.place()] = std::chrono::steady_clock::now();
+        }
         if (choice.serial.isEmpty() || serial == choice.serial) {
             return serial;
         }
@@ -147,33 +151,39 @@ std::optional<QString> CameraSearch::open(const CameraChoice& choice,
     return std::nullopt;
 }
 
+bool CameraSearch::isDoubtful(const zrn::BusCamera& camera) const
+{
+    const std::lock_guard lock(m_mutex);
+    const auto check = m_checks.find(camera.place());
+    return check == m_checks.end() || std::chrono::steady_clock::now() - check->second > trust;
+}
+
 ToolError CameraSearch::failureOf(const CameraChoice& choice) const
 {
     try {
-        std::vector<zrn::BusCamera> cameras = candidates(choice);
-        const std::vector<zrn::BusCamera> seen = m_bus.camerasAndHolders();
-        for (zrn::BusCamera& camera : cameras) {
-            const auto found =
-                std::find_if(seen.begin(), seen.end(), [&camera](const zrn::BusCamera& other) {
-                    return other.place() == camera.place();
-                });
-            if (found != seen.end()) {
-                camera = *found;
-            }
-        }
+        const std::vector<zrn::BusCamera> cameras = candidates(choice);
         if (cameras.size() == 1 && (choice.serial.isEmpty() || !cameras.front().serial.empty())) {
             return refusalOf(cameras.front());
         }
         QStringList reasons;
+        QStringList remedies;
         for (const zrn::BusCamera& camera : cameras) {
-            reasons += QString::fromUtf8(refusalOf(camera).what());
+            const ToolError refusal = refusalOf(camera);
+            reasons += QString::fromUtf8(refusal.what());
+            remedies += refusal.hint();
         }
+        remedies.removeDuplicates();
+        const bool isAnyHeld =
+            std::any_of(cameras.begin(), cameras.end(),
+                        [](const zrn::BusCamera& camera) { return camera.use == zrn::Use::Held; });
         const QString message =
-            choice.serial.isEmpty()
-                ? QStringLiteral("none of the %1 cameras on the bus is free").arg(cameras.size())
-                : QStringLiteral("no camera that can be opened has the serial %1")
-                      .arg(choice.serial);
-        return {ExitCode::NoCamera, message, reasons.join(QStringLiteral("; "))};
+            !choice.serial.isEmpty()
+                ? QStringLiteral("no camera that can be opened has the serial %1")
+                      .arg(choice.serial)
+                : QStringLiteral("none of the %1 cameras on the bus %2")
+                      .arg(cameras.size())
+                      .arg(isAnyHeld ? QStringLiteral("is free") : QStringLiteral("can be opened"));
+        return {ExitCode::NoCamera, message, (reasons + remedies).join(QStringLiteral("; "))};
     } catch (const ToolError& error) {
         return error;
     }
@@ -196,8 +206,13 @@ QString nameOf(const zrn::BusCamera& camera)
 
 ToolError refusalOf(const zrn::BusCamera& camera)
 {
+    const QString node = QString::fromStdString(camera.node());
+    if (!camera.nodeExists) {
+        return {ExitCode::NoCamera,
+                QStringLiteral("%1 has no device node %2").arg(nameOf(camera), node),
+                QString::fromStdString(zrn::missingNodeRemedy())};
+    }
     if (!camera.accessible) {
-        const QString node = QString::fromStdString(camera.node());
         return {ExitCode::NoCamera,
                 QStringLiteral("this user may not open %1, %2").arg(nameOf(camera), node),
                 QString::fromStdString(zrn::accessRemedy())};

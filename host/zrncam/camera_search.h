@@ -6,6 +6,9 @@
 
 #include <QString>
 
+#include <chrono>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -18,7 +21,8 @@ struct CameraChoice {
 
 /// Finds the camera that the user wants among those on the bus, and opens it. No other camera is
 /// opened, except where a serial is asked for that no camera is known to have: then those whose
-/// serial is not known yet are opened in turn, and given back.
+/// serial is not known yet are opened in turn, and given back; after them the other free ones, once
+/// in a while, because a camera that misses a request gives a wrong serial.
 ///
 /// Thread safety: thread-safe.
 class CameraSearch
@@ -50,12 +54,17 @@ private:
     /// Repeats an attempt until it has a result or time is up. @throws ToolError
     template <typename Attempt>
     auto persist(const CameraChoice& choice, const Attempt& attempt);
+    /// Whether the serial that is known of a camera has not been confirmed lately.
+    bool isDoubtful(const zrn::BusCamera& camera) const;
     /// Why none of the candidates can be had.
     ToolError failureOf(const CameraChoice& choice) const;
 
     zrn::Bus& m_bus;
     zrnhost::DeviceOpener& m_opener;
     const bool m_quiet;
+    mutable std::mutex m_mutex; ///< guards m_checks
+    /// When a camera whose serial was known was asked for it again, by place.
+    std::map<std::string, std::chrono::steady_clock::time_point> m_checks;
 };
 
 /// That there is none.

@@ -32,6 +32,9 @@ ExitCode run(const Command& command, const GlobalOptions& options)
         return ExitCode::Output;
     }
     Report report(options.json, results);
+    if (options.areSeveral()) {
+        report.setList({}); // also when it does not come to the first of them
+    }
     Interrupt interrupt;
     Context context{options, report, interrupt};
     const ExitCode exitCode =

@@ -42,6 +42,9 @@ ExitCode Report::finish(ExitCode exitCode)
 {
     if (m_asJson) {
         m_json[QLatin1String("exitCode")] = static_cast<int>(exitCode);
+        if (m_list && m_list->isEmpty()) {
+            m_list->append(m_json);
+        }
         const QByteArray text = (m_list ? QJsonDocument(*m_list) : QJsonDocument(m_json)).toJson();
         std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), m_stream);
     }

@@ -30,7 +30,7 @@ public:
     void line(const QString& name, const QString& value);
     /// The document for a program. Not part of the text.
     QJsonObject& json() { return m_json; }
-    /// Makes the document an array of these in place of the object.
+    /// Makes the document an array of these in place of the object; of the object when it is empty.
     void setList(const QJsonArray& list) { m_list = list; }
 
     /// Notes an error, which joins the document as its entry "error", and tells it on standard

@@ -37,7 +37,7 @@ QJsonObject driverJson(zrnhost::DriverPlugin& plugin)
 Session::Session(const GlobalOptions& options)
     : m_options(options)
     , m_plugin(locatePlugin(options))
-    , m_opener(m_plugin.factory(), [this] { return m_bus.cameras(); })
+    , m_opener(m_plugin.factory(), [this] { return m_bus.camerasAndHolders(); })
     , m_search(m_bus, m_opener, options.quiet)
 {
 }
@@ -91,8 +91,11 @@ std::unique_ptr<zrnhost::Camera> Session::connect(const CameraChoice& choice)
     }
     const QString serial = m_search.find(choice);
     auto camera = std::make_unique<zrnhost::Camera>(factory());
-    zrnhost::check((*camera)->connectDeviceBySerial(serial),
-                   QStringLiteral("connecting to the camera with serial %1").arg(serial));
+    const ErrorCode result = (*camera)->connectDeviceBySerial(serial);
+    if (result != ErrorCode::Success) {
+        m_opener.close(serial); // for others
+    }
+    zrnhost::check(result, QStringLiteral("connecting to the camera with serial %1").arg(serial));
     return camera;
 }
 

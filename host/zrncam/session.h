@@ -20,7 +20,8 @@ QJsonObject driverJson(zrnhost::DriverPlugin& plugin);
 /// The loaded driver, and the cameras that the user chose. Other cameras are left alone, unless the
 /// driver can only enumerate all.
 ///
-/// Thread safety: thread-safe but for connect(), which is thread-bound.
+/// Thread safety: made, used and ended by one thread, but for connect() with a choice and
+/// reconnect(), which any thread may call once choices() has returned.
 class Session
 {
 public:

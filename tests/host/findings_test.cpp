@@ -86,9 +86,11 @@ TEST(Findings, AKernelDriverIsAWarning)
 {
     zrn::BusCamera camera = makeCamera();
     camera.kernelDrivers = {"uvcvideo"};
+    camera.videoNodes = {"/dev/video2", "/dev/video3"};
     const Finding finding = find(judgeBus({camera}), "kernel-driver");
     EXPECT_EQ(finding.verdict, Verdict::Warning);
     EXPECT_TRUE(finding.message.contains(QLatin1String("uvcvideo")));
+    EXPECT_TRUE(finding.remedy.contains(QLatin1String("'fuser -v /dev/video2 /dev/video3'")));
 }
 
 TEST(Findings, ACameraInUseNamesItsHolderAndNoOtherCamera)

@@ -52,6 +52,24 @@ TEST(ZrncamList, NoCameraIsItsOwnExitCode)
                      .isEmpty());
 }
 
+TEST(ZrncamOutput, SeveralCamerasMakeAnArrayAlsoWhenThereIsNone)
+{
+    for (const char* command : {"info", "stream"}) {
+        const ToolResult result =
+            ToolRun({"--all", "--json", command}).set("ZRN_FAKE_CAMERAS", "0").finish();
+        EXPECT_EQ(result.exitCode, 4);
+        const QJsonArray list = result.list();
+        ASSERT_EQ(list.size(), 1) << result.output.constData();
+        EXPECT_EQ(list[0][QLatin1String("exitCode")].toInt(), 4);
+        EXPECT_FALSE(
+            list[0][QLatin1String("error")][QLatin1String("message")].toString().isEmpty());
+    }
+    const ToolResult noPlugin =
+        ToolRun::of({"--all", "--json", "--plugin", "/nonexistent", "info"});
+    EXPECT_EQ(noPlugin.exitCode, 3);
+    EXPECT_EQ(noPlugin.list().size(), 1);
+}
+
 TEST(ZrncamOutput, DriverTextsStayOffStandardOutput)
 {
     const ToolResult quiet = ToolRun::of({"gain"});

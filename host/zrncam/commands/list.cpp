@@ -1,3 +1,4 @@
+#include "client/random_pause.h"
 #include "commands/capture.h"
 #include "common/driver_error.h"
 #include "session.h"
@@ -6,6 +7,8 @@
 #include <QJsonArray>
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 
 namespace
 {
@@ -76,19 +79,47 @@ QString lineOf(const zrn::BusCamera& camera, int index)
         .arg(useText(camera));
 }
 
+/// Opens a camera for its serial; nothing comes of it when another program was quicker.
+void readSerial(zrn::Bus& bus, const zrn::BusCamera& camera, const QString& plugin)
+{
+    // Unloading the driver closes the camera.
+    zrnhost::DriverPlugin driver(plugin);
+    zrnhost::DeviceOpener opener(driver.factory(), [&bus] { return bus.camerasAndHolders(); });
+    bus.remember(camera, opener.open(camera).toStdString());
+}
+
+/// Makes the serials known that are not yet. Whoever holds such a camera may only be looking at it
+/// for a moment.
+void readSerials(zrn::Bus& bus, const QString& plugin)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::seconds patience(1);
+    std::optional<Clock::time_point> end;
+    for (;;) {
+        for (const zrn::BusCamera& camera : bus.camerasAndHolders()) {
+            if (camera.serial.empty() && camera.accessible && camera.use != zrn::Use::Held) {
+                readSerial(bus, camera, plugin);
+            }
+        }
+        const std::vector<zrn::BusCamera> cameras = bus.cameras();
+        const bool isDone =
+            std::none_of(cameras.begin(), cameras.end(), [](const zrn::BusCamera& camera) {
+                return camera.serial.empty() && camera.accessible;
+            });
+        end = end.value_or(Clock::now() + patience);
+        if (isDone || Clock::now() > *end) {
+            return;
+        }
+        zrn::pauseAtRandom();
+    }
+}
+
 /// What the kernel shows, and of free cameras the serial: each is opened by itself for that, unless
 /// it has been before.
 ExitCode listBus(Context& context, const QString& plugin)
 {
     zrn::Bus bus;
-    for (const zrn::BusCamera& camera : bus.cameras()) {
-        if (camera.serial.empty() && camera.accessible && camera.use == zrn::Use::Free) {
-            // Unloading the driver closes the camera.
-            zrnhost::DriverPlugin driver(plugin);
-            zrnhost::DeviceOpener opener(driver.factory(), [&bus] { return bus.cameras(); });
-            bus.remember(camera, opener.open(camera).toStdString());
-        }
-    }
+    readSerials(bus, plugin);
     const std::vector<zrn::BusCamera> cameras = bus.camerasAndHolders();
     QJsonArray list;
     for (int index = 0; index < static_cast<int>(cameras.size()); ++index) {

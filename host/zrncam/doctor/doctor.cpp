@@ -1,3 +1,4 @@
+#include "client/random_pause.h"
 #include "common/device_opener.h"
 #include "common/plugin_locator.h"
 #include "doctor/findings.h"
@@ -9,6 +10,7 @@
 #include <QJsonArray>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -58,20 +60,26 @@ QString guardsOf(IFactory& factory)
 
 bool isInUseNow(const zrn::Bus& bus, const zrn::BusCamera& camera)
 {
-    const std::vector<zrn::BusCamera> cameras = bus.cameras();
+    const std::vector<zrn::BusCamera> cameras = bus.camerasAndHolders();
     return std::any_of(cameras.begin(), cameras.end(), [&camera](const zrn::BusCamera& now) {
         return now.place() == camera.place() && now.use == zrn::Use::Held;
     });
 }
 
-/// Opens a camera by itself. Unloading the driver closes it again.
-/// @return nothing when somebody took it meanwhile
+/// Opens a camera by itself. Unloading the driver closes it again. Who else has it may only be
+/// looking at it for a moment. @return nothing when somebody took it meanwhile
 std::optional<Finding> tryCamera(const QString& path, zrn::Bus& bus, zrn::BusCamera camera,
                                  QString& guards)
 {
     zrnhost::DriverPlugin plugin(path);
-    zrnhost::DeviceOpener opener(plugin.factory(), [&bus] { return bus.cameras(); });
-    const QString serial = opener.open(camera);
+    zrnhost::DeviceOpener opener(plugin.factory(), [&bus] { return bus.camerasAndHolders(); });
+    constexpr std::chrono::seconds patience(1);
+    const auto end = std::chrono::steady_clock::now() + patience;
+    QString serial = opener.open(camera);
+    while (serial.isEmpty() && std::chrono::steady_clock::now() < end) {
+        zrn::pauseAtRandom();
+        serial = opener.open(camera);
+    }
     guards = guardsOf(plugin.factory());
     if (serial.isEmpty() && isInUseNow(bus, camera)) {
         return std::nullopt;

@@ -36,8 +36,7 @@ Finding judgeAccess(const zrn::BusCamera& camera)
         return {subject, Verdict::Problem,
                 QStringLiteral("the camera at %1 has no device node %2")
                     .arg(portOf(camera), nodeOf(camera)),
-                QStringLiteral("in a container, pass /dev/bus/usb through; otherwise see whether "
-                               "udev runs")};
+                QString::fromStdString(zrn::missingNodeRemedy())};
     }
     if (!camera.accessible) {
         return {subject, Verdict::Problem,
@@ -47,6 +46,19 @@ Finding judgeAccess(const zrn::BusCamera& camera)
     }
     return {subject, Verdict::Good, QStringLiteral("this user may open %1").arg(nodeOf(camera)),
             QString()};
+}
+
+QString watchersRemedy(const zrn::BusCamera& camera)
+{
+    const QString advice = QStringLiteral("close programs that use the camera as a webcam");
+    if (camera.videoNodes.empty()) {
+        return advice;
+    }
+    QStringList nodes;
+    for (const std::string& node : camera.videoNodes) {
+        nodes += QString::fromStdString(node);
+    }
+    return QStringLiteral("%1 ('fuser -v %2' lists them)").arg(advice, nodes.join(' '));
 }
 
 Finding judgeKernelDrivers(const zrn::BusCamera& camera)
@@ -59,10 +71,9 @@ Finding judgeKernelDrivers(const zrn::BusCamera& camera)
     }
     return {subject, Verdict::Warning,
             QStringLiteral("the kernel driver %1 holds the camera at %2; it is detached while the "
-                           "camera is in use, unless a program has its /dev/video node open")
+                           "camera is in use")
                 .arg(kernelDriversOf(camera), portOf(camera)),
-            QStringLiteral("close programs that use the camera as a webcam ('fuser -v "
-                           "/dev/video*' lists them)")};
+            watchersRemedy(camera)};
 }
 
 Finding judgeUse(const zrn::BusCamera& camera)
