@@ -630,6 +630,7 @@ private slots:
         zrn::BusCamera camera;
         camera.port = "1-2";
         camera.kernelDrivers = {"uvcvideo"};
+        camera.videoNodes = {"/dev/video2"};
         const QString text =
             silenceFindings(health, "1-2", {camera}, std::nullopt).join(QLatin1Char('\n'));
         QVERIFY(text.contains(QStringLiteral("uvcvideo")));
