@@ -44,22 +44,18 @@ BusReaders busReaders()
 DeviceOpener::DeviceOpener(IFactory& factory, BusReader readBus)
     : m_factory(factory)
     , m_readBus(std::move(readBus))
+    , m_canChoose(factory.property(IFactory::deviceSerialsProperty).isValid())
 {
-    if (canChoose()) {
+    if (m_canChoose) {
         m_factory.moveToThread(nullptr); // from where any thread can take it
     }
 }
 
 DeviceOpener::~DeviceOpener()
 {
-    if (canChoose()) {
+    if (m_canChoose) {
         m_factory.moveToThread(QThread::currentThread());
     }
-}
-
-bool DeviceOpener::canChoose() const
-{
-    return m_factory.property(IFactory::deviceSerialsProperty).isValid();
 }
 
 QString DeviceOpener::open(const zrn::BusCamera& camera)

@@ -43,7 +43,7 @@ public:
     DeviceOpener& operator=(const DeviceOpener&) = delete;
 
     /// Whether the driver has this ability. Without it a host can only enumerate everything.
-    [[nodiscard]] bool canChoose() const;
+    [[nodiscard]] bool canChoose() const { return m_canChoose; }
 
     /// Opens a camera, for connecting by its serial. @return the serial; empty when it could not be
     /// opened, as when another thread or program holds it.
@@ -57,6 +57,7 @@ private:
 
     IFactory& m_factory;
     const BusReader m_readBus;
+    const bool m_canChoose;
     std::mutex m_mutex;
 };
 
