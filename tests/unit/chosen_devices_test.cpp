@@ -265,11 +265,13 @@ TEST_F(ChosenDevices, WhatTheKernelStillHasHasNotLeft)
     clearLogs();
     EXPECT_EQ(choose({"001/009"}), 1);
     EXPECT_EQ(serials(), (QVariantMap{{"001/001", "ZR1"}}));
-    EXPECT_EQ(bus.count("uvc_stop_streaming"), 0);
+    ASSERT_NE(node("1"), nullptr);
+    EXPECT_NE(node("1")->handle, nullptr);
+    EXPECT_EQ(bus.count("uvc_close"), 1);
 
     ASSERT_TRUE(entry.remove());
     EXPECT_EQ(choose({"001/009"}), 0);
-    EXPECT_EQ(bus.count("uvc_stop_streaming"), 1);
+    EXPECT_EQ(bus.count("uvc_close"), 2);
 }
 
 TEST_F(ChosenDevices, ADisconnectedCameraIsForgottenUntilItIsChosen)
