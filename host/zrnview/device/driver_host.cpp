@@ -102,8 +102,7 @@ void DriverHost::load()
     watchBus();
 }
 
-void DriverHost::open(const zrn::BusCamera& camera,
-                      const std::function<bool(const QString&)>& isWanted)
+void DriverHost::open(const zrn::BusCamera& camera, const SerialFilter& isWanted)
 {
     const QString place = QString::fromStdString(camera.place());
     const QString serial = m_opener->open(camera);

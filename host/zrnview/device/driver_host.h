@@ -16,6 +16,9 @@ namespace zrnview
 /// Makes the driver's factory. Throws std::exception, whose text is shown, when there is none.
 using FactoryMaker = std::function<std::shared_ptr<IFactory>()>;
 
+/// Whether the camera with a serial is wanted; called on the driver's thread.
+using SerialFilter = std::function<bool(const QString&)>;
+
 /// The cameras on the bus as the window sees them.
 struct BusView {
     struct Entry {
@@ -50,7 +53,7 @@ public slots:
     void load();
     /// Opens one camera, and connects it if its serial is wanted; answers with opened() or
     /// notOpened().
-    void open(const zrn::BusCamera& camera, const std::function<bool(const QString&)>& isWanted);
+    void open(const zrn::BusCamera& camera, const zrnview::SerialFilter& isWanted);
     /// Disconnects a camera that nobody wants.
     void giveBack(const zrnview::ConnectedCameraPointer& connected);
     /// Looks at the bus at once, and tells it even if nothing has changed.
