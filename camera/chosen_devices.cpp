@@ -10,7 +10,6 @@
 
 #include <mutex>
 #include <shared_mutex>
-
 #include <unistd.h>
 
 namespace
