@@ -315,6 +315,22 @@ void Operation::endLeaving()
     State& state = State::instance();
     state.isGone = true;
     state.hasLeaver = false;
+    bool isBusy = false;
+    {
+        const std::lock_guard lock(state.mutex);
+        state.isWriterToEnd = true;
+        state.changed.notify_all();
+        isBusy = state.isWriterBusy;
+    }
+    if (!state.writer.joinable()) {
+        return;
+    }
+    // A message handler of the host may never come back, or be what exits.
+    if (isBusy) {
+        state.writer.detach();
+    } else {
+        state.writer.join();
+    }
 }
 
 LogStream::~LogStream()

@@ -203,7 +203,7 @@ int CZRNCameraFactory::enumDevice()
     const int count = devices.isEmpty() ? CZRNCamera::enumZRNCameraDevices()
                                         : CZRNCamera::enumChosenDevices(choiceOf(devices),
                                                                         findings.deviceSerials);
-    findings.guards = QString::fromStdString(guardStatus().text);
+    findings.guards = guardStatus().text;
     publish(findings);
     return count;
 }
@@ -230,7 +230,7 @@ void CZRNCameraFactory::setFindings()
         const QMutexLocker locker(&m_findingsMutex);
         newest = m_findings;
     }
-    setProperty(IFactory::guardsProperty, newest.guards);
+    setProperty(IFactory::guardsProperty, QString::fromStdString(newest.guards));
     setProperty(IFactory::deviceSerialsProperty, newest.deviceSerials);
 }
 

@@ -10,6 +10,7 @@
 #include <QVersionNumber>
 
 #include <optional>
+#include <string>
 
 /// Root object of the plugin.
 ///
@@ -54,7 +55,7 @@ private:
     bool forget(const CZRNCamera* camera);
     /// What the dynamic properties tell that enumerating sets.
     struct Findings {
-        QString guards; ///< how this process is protected from libuvc's faults
+        std::string guards; ///< how this process is protected from libuvc's faults
         QVariantMap deviceSerials;
 
         bool operator==(const Findings&) const = default;

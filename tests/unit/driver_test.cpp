@@ -3,6 +3,20 @@
 #include <numeric>
 #include <sstream>
 
+namespace
+{
+
+/// The factories of a process end the driver's threads; these tests do without.
+class ThreadsEnd : public testing::Environment
+{
+public:
+    void TearDown() override { Operation::endWriting(); }
+};
+
+const auto* const threadsEnd = testing::AddGlobalTestEnvironment(new ThreadsEnd);
+
+} // namespace
+
 DriverTest::DriverTest()
     : bus(fakeuvc::Bus::instance())
 {

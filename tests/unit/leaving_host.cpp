@@ -22,6 +22,16 @@
 #include <thread>
 #include <unistd.h>
 
+#ifdef __SANITIZE_THREAD__
+/// exit() is not made for signal handlers, and hosts call it there all the same. The name is the
+/// sanitizer's.
+extern "C" __attribute__((visibility("default"))) const char*
+__tsan_default_options() // NOLINT(bugprone-reserved-identifier)
+{
+    return "report_signal_unsafe=0";
+}
+#endif
+
 using BaseDeviceSpace::DeviceInterface;
 using CameraSpace::CameraInterface;
 
