@@ -78,7 +78,7 @@ void makeCaptureDevices()
 /// is busy delays one or the other: the quickest of some rounds are compared.
 void expectSame(AloneProcess& alone, const std::string& name)
 {
-    constexpr int rounds = 6;
+    constexpr int rounds = 20;
     constexpr double tolerance = 50; // milliseconds
     Transcript bestAlone;
     Transcript bestHere;
