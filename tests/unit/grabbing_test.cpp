@@ -169,7 +169,8 @@ TEST_F(Grabbing, DestroyingTheCameraWaitsForAGrab)
     slotLock->lock();
     WatchedThread grabber([target = probe.get()] {
         Images images;
-        // Not by the table of virtual functions, which the destructor writes without asking for a lock.
+        // Not by the table of virtual functions, which the destructor writes without asking for a
+        // lock.
         target->CZRNCamera::grabImage(images);
     });
     EXPECT_TRUE(grabber.waitsForOthers());
