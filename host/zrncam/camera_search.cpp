@@ -15,6 +15,8 @@ using namespace std::chrono_literals;
 
 /// How long others may be in the way. A look at a camera takes them some tenths of a second.
 constexpr auto patience = 3s;
+/// How long those who look for cameras themselves are in the way, as a rule.
+constexpr auto othersLooks = 2s;
 /// After this time the user is told what is being waited for.
 constexpr auto silence = 1s;
 /// How long what a camera gave for its serial is taken for granted, once it was asked again.
@@ -57,7 +59,16 @@ QString CameraSearch::find(const CameraChoice& choice)
 
 std::optional<QString> CameraSearch::findNow(const CameraChoice& choice)
 {
-    return open(choice, candidates(choice));
+    {
+        const std::lock_guard lock(m_mutex);
+        m_begins.try_emplace(choice.serial, std::chrono::steady_clock::now());
+    }
+    const std::optional<QString> serial = open(choice, candidates(choice));
+    if (serial) {
+        const std::lock_guard lock(m_mutex);
+        m_begins.erase(choice.serial);
+    }
+    return serial;
 }
 
 std::vector<std::string> CameraSearch::freePorts()
@@ -114,11 +125,14 @@ std::vector<zrn::BusCamera> CameraSearch::candidates(const CameraChoice& choice)
     }
     std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
                  [&](const zrn::BusCamera& camera) { return camera.serial.empty(); });
-    // A camera that does not answer one of the requests is taken for another one.
-    std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
-                 [&](const zrn::BusCamera& camera) {
-                     return !camera.serial.empty() && isUsable(camera) && isDoubtful(camera);
-                 });
+    // A camera that does not answer one of the requests is taken for another one. While some are
+    // unknown that is less likely, and asking again would be in the way of others who look.
+    if (result.empty() || isLongSought(choice.serial)) {
+        std::copy_if(cameras.begin(), cameras.end(), std::back_inserter(result),
+                     [&](const zrn::BusCamera& camera) {
+                         return !camera.serial.empty() && isUsable(camera) && isDoubtful(camera);
+                     });
+    }
     if (!result.empty()) {
         return result;
     }
@@ -149,6 +163,14 @@ std::optional<QString> CameraSearch::open(const CameraChoice& choice,
         m_opener.close(serial);
     }
     return std::nullopt;
+}
+
+bool CameraSearch::isLongSought(const QString& serial) const
+{
+    const std::lock_guard lock(m_mutex);
+    const auto begin = m_begins.find(serial);
+    return begin != m_begins.end() &&
+           std::chrono::steady_clock::now() - begin->second > othersLooks;
 }
 
 bool CameraSearch::isDoubtful(const zrn::BusCamera& camera) const

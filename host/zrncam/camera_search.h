@@ -54,6 +54,8 @@ private:
     /// Repeats an attempt until it has a result or time is up. @throws ToolError
     template <typename Attempt>
     auto persist(const CameraChoice& choice, const Attempt& attempt);
+    /// Whether a serial has been looked for in vain for longer than others look for cameras.
+    bool isLongSought(const QString& serial) const;
     /// Whether the serial that is known of a camera has not been confirmed lately.
     bool isDoubtful(const zrn::BusCamera& camera) const;
     /// Why none of the candidates can be had.
@@ -62,7 +64,9 @@ private:
     zrn::Bus& m_bus;
     zrnhost::DeviceOpener& m_opener;
     const bool m_quiet;
-    mutable std::mutex m_mutex; ///< guards m_checks
+    mutable std::mutex m_mutex; ///< guards m_checks and m_begins
+    /// Since when serials have been looked for in vain.
+    std::map<QString, std::chrono::steady_clock::time_point> m_begins;
     /// When a camera whose serial was known was asked for it again, by place.
     std::map<std::string, std::chrono::steady_clock::time_point> m_checks;
 };
