@@ -4,6 +4,7 @@
 #include "umockdev/usbfs_camera.h"
 #include "umockdev/usbfs_gadget.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <future>
 #include <iomanip>
@@ -173,9 +174,11 @@ void UmockdevBus::wake(std::size_t index)
 void UmockdevBus::connectPort(std::size_t index, bool isAnnounced)
 {
     Port& port = m_ports[index];
-    port.address = m_nextAddress;
-    m_nextAddress = m_nextAddress % highestAddress + 1;
-    port.node = "/dev/bus/usb/" + threeDigits(busNumber) + "/" + threeDigits(port.address);
+    do {
+        port.address = m_nextAddress;
+        m_nextAddress = m_nextAddress % highestAddress + 1;
+        port.node = "/dev/bus/usb/" + threeDigits(busNumber) + "/" + threeDigits(port.address);
+    } while (isTaken(port));
     const std::string root = rootFolder();
     const std::string entries = root + "/sys/devices/" + nameOf(index) + "/" + nameOf(index) + ":" +
                                 std::to_string(topology::configuration) + ".";
@@ -200,6 +203,17 @@ void UmockdevBus::connectPort(std::size_t index, bool isAnnounced)
     if (isAnnounced) {
         umockdev_testbed_uevent(m_testbed.get(), port.syspath.c_str(), "add");
     }
+}
+
+/// Whether another device has the node of @p port, or has it still open.
+bool UmockdevBus::isTaken(const Port& port) const
+{
+    return std::any_of(m_ports.begin(), m_ports.end(),
+                       [&port](const Port& other) {
+                           return &other != &port && other.device && other.node == port.node;
+                       }) ||
+           std::any_of(m_departed.begin(), m_departed.end(),
+                       [&port](const Departed& departed) { return departed.node == port.node; });
 }
 
 void UmockdevBus::addSysfsDevice(std::size_t index, Port& port)

@@ -64,6 +64,7 @@ private:
     void addPort(std::size_t index, UsbDevice& model, MakeUsbfs makeUsbfs);
     void leave(std::size_t index, std::chrono::milliseconds absence);
     void connectPort(std::size_t index, bool isAnnounced);
+    bool isTaken(const Port& port) const;
     void addSysfsDevice(std::size_t index, Port& port);
     void addSysfsInterfaces(Port& port, const std::string& name);
     void removeSysfsDevice(Port& port);
