@@ -185,7 +185,7 @@ int main(int argc, char** argv)
     fakeuvc::Bus& bus = fakeuvc::Bus::instance();
     fakeuvc::Camera& first = bus.addCamera(1, 2, width, height);
     bus.addCamera(2, 2, width, height);
-    auto& loader = *new QPluginLoader(argv[1]);
+    static auto& loader = *new QPluginLoader(argv[1]); // outlives the process's end
     auto* const factory = qobject_cast<IFactory*>(loader.instance());
     if (!factory || factory->enumDevice() != 2) {
         return 2;

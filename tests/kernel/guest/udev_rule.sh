@@ -27,7 +27,7 @@ fi
 # What the packages install is what the doctor tells people to write.
 line=$(as_user "$zrncam" doctor --json |
     jq -r '.findings[] | select(.subject == "permission") | .remedy' |
-    sed -n 's/^ *\(SUBSYSTEM==.*\)/\1/p')
+    sed -n 's/.*\(SUBSYSTEM==.*"\) into .*/\1/p')
 grep -qxF "$line" "$packaged"
 mkdir -p "${rule%/*}"
 cp "$packaged" "$rule"
