@@ -211,7 +211,9 @@ bool ControlRelay::writeLine()
 {
     const int fd = m_line.get();
     return writeFrom(m_lineOutput, [fd](const std::uint8_t* data, std::size_t size) {
-        return write(fd, data, size);
+        // A socket that has lost its far end, as QEMU's when it ends, must not kill this process.
+        const ssize_t count = send(fd, data, size, MSG_NOSIGNAL);
+        return count < 0 && errno == ENOTSOCK ? write(fd, data, size) : count;
     });
 }
 

@@ -141,4 +141,18 @@ TEST_F(ControlRelayTest, EndsConnectionsThatNobodyServes)
     EXPECT_EQ("", readAll(client));
 }
 
+TEST(ControlRelayWithoutAFarEnd, EndsByItself)
+{
+    std::string name = std::filesystem::temp_directory_path() / "relay.XXXXXX";
+    const std::filesystem::path folder = mkdtemp(name.data());
+    std::array<int, 2> ends{};
+    socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data());
+    const FileDescriptor farEnd(ends[1]);
+    shutdown(farEnd.get(), SHUT_RD);
+    const FileDescriptor listener = listenOn(folder / "guest");
+    const FileDescriptor client = connectTo(folder / "guest");
+    ControlRelay::nearClients(FileDescriptor(ends[0]), listener.get()).run(-1);
+    std::filesystem::remove_all(folder);
+}
+
 } // namespace
