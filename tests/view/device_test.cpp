@@ -140,7 +140,6 @@ private slots:
         TestBench test({scripted});
         QVERIFY(test.waitForDevices(1));
         CameraDevice& device = *test.bench.devices().front();
-        device.startStream();
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
         const std::shared_ptr<const Display> display = nextDisplay(device.station());
