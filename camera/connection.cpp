@@ -237,6 +237,9 @@ ErrorCode CZRNCamera::disconnectDevice()
     stopStream(0);
 
     const NodeReference node = currentNode();
+    if (!node) {
+        return ErrorCode::NotConnected; // the process has begun to exit, and closes its cameras
+    }
     void* closedHandle = nullptr;
     bool closed = false;
     {

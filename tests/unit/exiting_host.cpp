@@ -9,6 +9,7 @@
 #include <QReadWriteLock>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,8 @@ constexpr int width = 8;
 constexpr int height = 4;
 
 std::atomic<bool> leftMain = false;
+std::atomic<bool> isExiting = false;
+std::atomic<bool> isStopping = false;
 
 /// A lock that is contended takes what QtCore keeps for all of them.
 void contendForLock()
@@ -38,6 +41,19 @@ void printLateCalls(const fakeuvc::Call& call)
     if (leftMain) {
         contendForLock();
         std::fprintf(stderr, "%s\n", call.text.c_str());
+    }
+}
+
+/// Makes the stop of a stream last until the driver has seen that the process exits.
+void stopForLong(const fakeuvc::Call& call)
+{
+    if (!leftMain && call.text.find("uvc_stop_streaming") == 0) {
+        isStopping = true;
+        isStopping.notify_all();
+        isExiting.wait(false);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    } else {
+        printLateCalls(call);
     }
 }
 
@@ -63,7 +79,8 @@ int fail(const char* what)
 int main(int argc, char** argv)
 {
     if (argc != 3) {
-        return fail("run without a plugin and one of: enumerated connected streaming exit");
+        return fail(
+            "run without a plugin and one of: enumerated connected streaming exit disconnecting");
     }
     const auto stateIs = [argv](const char* state) { return std::strcmp(argv[2], state) == 0; };
 
@@ -94,6 +111,15 @@ int main(int argc, char** argv)
         }
     }
 
+    if (stateIs("disconnecting")) {
+        std::atexit([] { // registered later than the driver, and so called before it ends
+            isExiting = true;
+            isExiting.notify_all();
+        });
+        bus.setHook(stopForLong);
+        std::thread([device] { device->disconnectDevice(); }).detach();
+        isStopping.wait(false);
+    }
     leftMain = true;
     if (stateIs("exit")) {
         // Frames keep coming while the process goes.

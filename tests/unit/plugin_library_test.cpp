@@ -362,5 +362,6 @@ TEST_P(ExitingHost, ExitsCleanly)
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryState, ExitingHost,
-                         testing::Values("enumerated", "connected", "streaming", "exit"),
+                         testing::Values("enumerated", "connected", "streaming", "exit",
+                                         "disconnecting"),
                          [](const auto& test) { return std::string(test.param); });
