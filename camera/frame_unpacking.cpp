@@ -218,7 +218,7 @@ void unpackBothEndsMirrored(const Unpacking& u)
                    {a, a + middle, b, b + middle});
 }
 
-// The sensor's own strip distance, whatever part of it is read out.
+// The same for every width.
 constexpr std::array<std::size_t, 4> strips = {0, 320, 640, 960};
 constexpr std::size_t stripsWidth = 1280;
 

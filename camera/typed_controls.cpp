@@ -13,7 +13,7 @@ namespace
 // A value that reads back differently is written once more.
 constexpr int writeAttempts = 2;
 
-/// Gives the camera's control pipe the pause that it needs before a write and before a read-back.
+/// The pause before a write and before a read-back.
 void pace()
 {
     sleepFor(std::chrono::milliseconds(32));

@@ -42,9 +42,9 @@ using CameraSpace::CameraInterface;
 /// protected fields and statics, with their names, types, defaults and order of declaration (what
 /// the driver itself needs comes after them); the spellings `initizlizeZRNCameraLibrary`,
 /// `openSpecifedDevice`, `closeSpecifedDevice`, `spliteImage`, `heartBeartQuery`, and those of the
-/// texts "FEAMERATE", " getPproerty:", "CameraNode not openned" and " ... faild ret:"; the
-/// properties that answer the other way round (`readResolutionList`) or always fail (writing
-/// `resolutionIndexIO`, `setTriggerMode`).
+/// texts "FEAMERATE", " getPproerty:", "CameraNode not openned" and " ... faild ret:"; what answers
+/// the other way round (`readResolutionList`) or fails whatever it does (writing
+/// `resolutionIndexIO`, `setTriggerMode`, `getTriggerMode`).
 ///
 /// Ownership: the factory owns cameras; a camera owns its frame ring; the node table owns the
 /// nodes.

@@ -15,7 +15,7 @@ namespace BaseDeviceSpace
 /// Errors: where no camera is connected, properties and commands answer NoCamera.
 ///
 /// Thread safety: connecting, reconnecting and disconnecting one device belong to one thread at a
-/// time; the other operations may be called from any thread.
+/// time; the other operations may be called from any thread. A driver may ask less.
 class DeviceInterface
 {
 public:

@@ -7,8 +7,8 @@
 namespace zrnsim
 {
 
-/// Cameras of sensor type 0 may start to read out a row some pixels early or late. They say so in
-/// the first row, in pixels 2 to 7 of each image; rows 0 and 1 are always in place.
+/// The rows of a camera of sensor type 0 may arrive shifted. By how much stands in the first row,
+/// in pixels 2 to 7 of each image; rows 0 and 1 are always in place.
 struct RowAlignment {
     /// Pixels by which a host has to move the rows from 2 on: to the left when positive.
     int shift = 0;

@@ -35,10 +35,11 @@ protected:
         camera.m_sensorType = sensorType;
         camera.m_imageWidth = width;
         camera.m_imageHeight = height;
-        camera.m_pixelFormat = sensorType == 5 ? CameraSpace::PixelFormatType::Mono8
-                                               : CameraSpace::PixelFormatType::Packed16;
+        const bool isSingle = sensorTypeOf(sensorType).layout == FrameLayout::Single;
+        camera.m_pixelFormat =
+            isSingle ? CameraSpace::PixelFormatType::Mono8 : CameraSpace::PixelFormatType::Packed16;
         Bytes frame = pixels;
-        frame.resize(static_cast<std::size_t>(width * height * (sensorType == 5 ? 1 : 2)));
+        frame.resize(static_cast<std::size_t>(width * height * (isSingle ? 1 : 2)));
         frame.insert(frame.end(), trailer.begin(), trailer.end());
         return camera.spliteImage(images, frame.data());
     }
