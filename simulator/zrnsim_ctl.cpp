@@ -1,6 +1,7 @@
 #include "control/control_client.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <exception>

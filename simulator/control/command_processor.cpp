@@ -2,6 +2,8 @@
 
 #include "control/json_views.h"
 
+#include <nlohmann/json.hpp>
+
 #include <charconv>
 #include <functional>
 #include <stdexcept>

@@ -2,7 +2,7 @@
 
 #include "model/bus.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 

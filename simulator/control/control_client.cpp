@@ -1,5 +1,7 @@
 #include "control/control_client.h"
 
+#include <nlohmann/json.hpp>
+
 #include <array>
 #include <cerrno>
 #include <cstdlib>

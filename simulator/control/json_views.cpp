@@ -1,5 +1,7 @@
 #include "control/json_views.h"
 
+#include <nlohmann/json.hpp>
+
 #include <array>
 
 namespace zrnsim

@@ -1,5 +1,7 @@
 #include "control/script.h"
 
+#include <nlohmann/json.hpp>
+
 #include <fstream>
 #include <glib.h>
 #include <iostream>
@@ -15,15 +17,15 @@ namespace
 
 struct PlannedStep {
     CommandProcessor* processor;
-    json request;
+    std::string request;
 };
 
 gboolean runStep(gpointer data)
 {
     const auto& step = *static_cast<PlannedStep*>(data);
-    const json answer = step.processor->execute(step.request);
+    const json answer = json::parse(step.processor->executeLine(step.request));
     if (!answer.at("ok").get<bool>()) {
-        std::cerr << "zrnsim: script: " << step.request.dump() << ": "
+        std::cerr << "zrnsim: script: " << step.request << ": "
                   << answer.at("error").get<std::string>() << '\n';
     }
     return G_SOURCE_REMOVE;
@@ -57,7 +59,7 @@ std::vector<ScriptStep> readScript(const std::string& path)
         }
         const double at = request["at"];
         request.erase("at");
-        steps.push_back({at, std::move(request)});
+        steps.push_back({at, request.dump()});
     }
     return steps;
 }

@@ -2,8 +2,6 @@
 
 #include "control/command_processor.h"
 
-#include <nlohmann/json.hpp>
-
 #include <string>
 #include <vector>
 
@@ -12,8 +10,8 @@ namespace zrnsim
 
 /// One line of a script: a command of the control socket and when it runs.
 struct ScriptStep {
-    double at = 0; ///< seconds after the start of the command
-    nlohmann::json request;
+    double at = 0;       ///< seconds after the start of the command
+    std::string request; ///< a line of the control socket
 };
 
 /// Reads a script: JSON objects, one a line, each with "at" beside its command. Empty lines and

@@ -12,6 +12,7 @@
 
 #include <QPluginLoader>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -67,9 +68,9 @@ void makeCaptureDevices()
 {
     for (std::size_t i = cameras; i < cameras + captureDevices; ++i) {
         VirtualCamera device(i);
-        const auto configuration = device.tell("descriptors").at("configuration");
+        const auto configuration = device.ask("descriptors").at("configuration");
         device.unplug();
-        device.tell("set-descriptors", {{"configuration", withoutCameraTerminal(configuration)}});
+        device.ask("set-descriptors", {{"configuration", withoutCameraTerminal(configuration)}});
         device.tell("plug");
     }
 }

@@ -1,9 +1,8 @@
-#include "control/control_client.h"
 #include "teller.h"
 #include "usb_user.h"
+#include "virtual_camera.h"
 
 #include <libuvc/libuvc.h>
-#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <condition_variable>
@@ -16,31 +15,10 @@ namespace
 
 using company::Teller;
 
-constexpr int vendorId = 0x1111; // the product id is the ordinal
-constexpr std::size_t camerasBefore = 2;
+constexpr int vendorId = 0x1111;         // the product id is the ordinal
+constexpr std::size_t camerasBefore = 2; // the driver's
 constexpr int width = 320;
 constexpr int height = 240;
-
-/// What the capture device does, told from outside.
-class Script
-{
-public:
-    explicit Script(unsigned ordinal)
-        : m_camera(camerasBefore + ordinal - 1)
-    {
-    }
-
-    void tell(const char* command, nlohmann::json fields = nlohmann::json::object())
-    {
-        fields["command"] = command;
-        fields["camera"] = m_camera;
-        m_client.call(fields);
-    }
-
-private:
-    std::size_t m_camera;
-    zrnsim::ControlClient m_client = zrnsim::ControlClient::fromEnvironment();
-};
 
 /// The frames that libuvc has handed over.
 class Frames
@@ -145,16 +123,16 @@ uvc_stream_ctrl_t negotiate(const Teller& tell, uvc_device_handle_t* handle)
 
 /// Starts a stream and looks at its first frames.
 void stream(const Teller& tell, uvc_device_handle_t* handle, uvc_stream_ctrl_t& parameters,
-            Frames& frames, Script& script)
+            Frames& frames, VirtualCamera& camera)
 {
     tell("start", [&] {
         return std::to_string(
             uvc_start_streaming(handle, &parameters, Frames::onFrame, &frames, 0));
     });
-    script.tell("frame-number", {{"number", 100}});
+    camera.tell("frame-number", {{"number", 100}});
     for (int i = 0; i < 4; ++i) {
         tell("frame", [&] {
-            script.tell("emit");
+            camera.tell("emit");
             return frames.next();
         });
     }
@@ -170,7 +148,7 @@ void stop(const Teller& tell, uvc_device_handle_t* handle)
 
 void captureDevice(const Teller& tell, unsigned ordinal)
 {
-    Script script(ordinal);
+    VirtualCamera camera(camerasBefore + ordinal - 1);
     Device device(tell, ordinal);
     uvc_device_handle_t* const handle = device.handle();
     if (!handle) {
@@ -179,11 +157,11 @@ void captureDevice(const Teller& tell, unsigned ordinal)
     uvc_stream_ctrl_t parameters = negotiate(tell, handle);
     Frames frames;
     for (int round = 0; round < 2; ++round) {
-        stream(tell, handle, parameters, frames, script);
+        stream(tell, handle, parameters, frames, camera);
         stop(tell, handle);
     }
     tell("gain", [&] { return gain(handle); });
-    script.tell("control-fault", {{"action", "delay"}, {"target", "gain"}, {"milliseconds", 2500}});
+    camera.tell("control-fault", {{"action", "delay"}, {"target", "gain"}, {"milliseconds", 2500}});
     tell("gain after 2.5 s", [&] { return gain(handle); });
     device.close(tell);
 }
@@ -192,14 +170,14 @@ void captureDevice(const Teller& tell, unsigned ordinal)
 void captureUnplugging(const Teller& tell, unsigned ordinal)
 {
     static Frames framesBefore; // the stream is never stopped
-    Script script(ordinal);
+    VirtualCamera camera(camerasBefore + ordinal - 1);
     Device device(tell, ordinal);
     if (!device.handle()) {
         return;
     }
     uvc_stream_ctrl_t parameters = negotiate(tell, device.handle());
-    stream(tell, device.handle(), parameters, framesBefore, script);
-    script.tell("unplug");
+    stream(tell, device.handle(), parameters, framesBefore, camera);
+    camera.tell("unplug");
     tell("gain afterwards", [&] { return gain(device.handle()); });
     tell("negotiate afterwards", [&] {
         return std::to_string(uvc_get_stream_ctrl_format_size(
@@ -210,7 +188,7 @@ void captureUnplugging(const Teller& tell, unsigned ordinal)
     }
     device.abandon();
 
-    script.tell("plug");
+    camera.tell("plug");
     const Teller returned = tell.withoutTimes();
     Device again(returned, ordinal);
     if (!again.handle()) {
@@ -218,7 +196,7 @@ void captureUnplugging(const Teller& tell, unsigned ordinal)
     }
     Frames frames;
     parameters = negotiate(returned, again.handle());
-    stream(returned, again.handle(), parameters, frames, script);
+    stream(returned, again.handle(), parameters, frames, camera);
     stop(returned, again.handle());
     again.close(returned);
 }

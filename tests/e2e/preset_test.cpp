@@ -6,6 +6,7 @@
 #include "virtual_camera.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 
@@ -85,10 +86,10 @@ TEST(Preset, IsTakenForItsSensorType)
     zrnhost::Camera host(plugin.factory());
     VirtualCamera camera;
     ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
-    const int reported = camera.tell("camera").at("camera").at("sensorType");
+    const int reported = camera.ask("camera").at("camera").at("sensorType");
     const zrnsim::SensorType& sensor = zrnsim::sensorTypeOf(zrnsim::receivedSensorType(reported));
 
-    const auto brightness = camera.tell("controls").at("controls").at("brightness");
+    const auto brightness = camera.ask("controls").at("controls").at("brightness");
     const auto exposureOf = [&](const char* limit) {
         return static_cast<unsigned>(brightness.at(limit).get<int>() * sensor.exposureStep);
     };

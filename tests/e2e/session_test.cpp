@@ -163,10 +163,8 @@ TEST_F(Session, ResetsTheCamera)
     zrnhost::Camera host(m_plugin->factory());
     ASSERT_EQ(host->connectDeviceBySerial(QString::fromStdString(camera.serial())),
               ErrorCode::Success);
-    const auto resets = [&camera] {
-        return camera.tell("counters").at("counters").at("resets").get<int>();
-    };
-    const int before = resets();
+    const auto resets = [&camera] { return camera.counter("resets"); };
+    const std::uint64_t before = resets();
     QMap<QString, QVariant> values;
     EXPECT_EQ(host->executeCommand(QStringLiteral("ClearState"), values), ErrorCode::Success);
     EXPECT_EQ(resets(), before + 1);
@@ -186,10 +184,10 @@ TEST_F(Session, AccountsForEveryFrame)
         trailers.insert(zrnhost::trailerOf(*grabbed.images.front()));
     }
     ASSERT_EQ(host->stopStream(0), ErrorCode::Success);
-    const nlohmann::json counters = VirtualCamera(index).tell("counters").at("counters");
+    VirtualCamera camera(index);
     EXPECT_EQ(trailers.size(), 20);
-    EXPECT_GE(counters.at("framesSent").get<int>(), 20);
-    EXPECT_EQ(counters.at("payloadsLost").get<int>(), 0);
+    EXPECT_GE(camera.counter("framesSent"), 20U);
+    EXPECT_EQ(camera.counter("payloadsLost"), 0U);
 }
 
 TEST_F(Session, ReloadsThePlugin)

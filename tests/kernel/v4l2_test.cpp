@@ -5,6 +5,7 @@
 #include "virtual_camera.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 
@@ -31,7 +32,7 @@ TEST(KernelDriver, DeliversWhatTheCameraSent)
     V4l2Device device = V4l2Device::firstCamera();
     VirtualCamera camera;
     zrnsim::FrameComposer composer;
-    const nlohmann::json description = camera.tell("camera").at("camera");
+    const nlohmann::json description = camera.ask("camera").at("camera");
 
     const std::vector<V4l2Device::Mode> modes = device.modes();
     ASSERT_EQ(description.at("sizes").size() * description.at("formats").size(), modes.size());

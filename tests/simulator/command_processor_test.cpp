@@ -3,6 +3,7 @@
 #include "control/script.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <fstream>
@@ -172,7 +173,7 @@ TEST_F(ScriptTest, ReadsTimedCommands)
                                         "{\"at\": 2, \"command\": \"plug\", \"camera\": 1}\n"));
     ASSERT_EQ(steps.size(), 2U);
     EXPECT_DOUBLE_EQ(steps[0].at, 0.5);
-    EXPECT_EQ(steps[0].request, (json{{"command", "unplug"}, {"camera", 1}}));
+    EXPECT_EQ(json::parse(steps[0].request), (json{{"command", "unplug"}, {"camera", 1}}));
     EXPECT_DOUBLE_EQ(steps[1].at, 2);
 }
 

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <libuvc/libuvc.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>

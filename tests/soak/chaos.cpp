@@ -2,6 +2,8 @@
 
 #include "virtual_camera.h"
 
+#include <nlohmann/json.hpp>
+
 #include <array>
 
 namespace soak
@@ -103,7 +105,7 @@ void causeFaults(const std::vector<std::unique_ptr<SoakCamera>>& cameras, Pauses
         } else if (fault.harm == Harm::Departure) {
             camera.noteStopping();
         }
-        device.tell(fault.command, fields);
+        device.ask(fault.command, fields);
         ++counts[fault.name];
         if (fault.remedy) {
             pauses.pause(milliseconds(pick(random, 50, 1500)));

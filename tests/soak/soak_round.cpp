@@ -1,5 +1,7 @@
 #include "soak_round.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <stdexcept>
 #include <thread>
@@ -133,7 +135,7 @@ void Soak::settle(const SoakCamera& camera)
     std::uint64_t& seen = m_framesSeen[camera.index()];
     std::vector<SentFrame> sent;
     // Over a connection of its own, with which the memory for this long answer goes.
-    const json answer = VirtualCamera(camera.index()).tell("frames", {{"since", seen}});
+    const json answer = VirtualCamera(camera.index()).ask("frames", {{"since", seen}});
     for (const json& record : answer.at("frames")) {
         sent.push_back(sentFrame(record));
     }

@@ -2,6 +2,8 @@
 
 #include "control/json_views.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
@@ -14,7 +16,21 @@ VirtualCamera::VirtualCamera(std::size_t index)
 {
 }
 
-json VirtualCamera::tell(const std::string& command, json fields)
+void VirtualCamera::tell(const std::string& command, const Fields& fields)
+{
+    json object = json::object();
+    for (const auto& [name, value] : fields) {
+        object[name] = std::visit([](const auto& plain) { return json(plain); }, value);
+    }
+    static_cast<void>(ask(command, std::move(object)));
+}
+
+json VirtualCamera::ask(const std::string& command)
+{
+    return ask(command, json::object());
+}
+
+json VirtualCamera::ask(const std::string& command, json fields)
 {
     fields["command"] = command;
     fields["camera"] = m_index;
@@ -40,18 +56,18 @@ void VirtualCamera::restore()
 
 bool VirtualCamera::isPlugged()
 {
-    return tell("camera").at("camera").at("plugged");
+    return ask("camera").at("camera").at("plugged");
 }
 
 std::string VirtualCamera::serial()
 {
-    const std::string number = tell("camera").at("camera").at("serial");
+    const std::string number = ask("camera").at("camera").at("serial");
     return "ZR" + number;
 }
 
 std::uint64_t VirtualCamera::counter(const std::string& name)
 {
-    return tell("counters").at("counters").at(name);
+    return ask("counters").at("counters").at(name);
 }
 
 bool VirtualCamera::waitForCounter(const std::string& name, std::uint64_t count)
@@ -77,7 +93,7 @@ std::vector<SentFrame> VirtualCamera::sentFrames(std::uint64_t since) const
 {
     std::vector<SentFrame> frames;
     // Over a connection of its own, with which the memory for a long answer goes.
-    const json answer = VirtualCamera(m_index).tell("frames", {{"since", since}});
+    const json answer = VirtualCamera(m_index).ask("frames", {{"since", since}});
     for (const json& frame : answer.at("frames")) {
         frames.push_back({zrnsim::parseFrameRequest(frame), frame.at("complete")});
     }

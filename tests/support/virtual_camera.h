@@ -3,9 +3,13 @@
 #include "control/control_client.h"
 #include "pictures/frame_composer.h"
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 /// A frame that a virtual camera says it sent.
@@ -19,11 +23,17 @@ struct SentFrame {
 class VirtualCamera
 {
 public:
+    /// What a command has besides its name.
+    using Value = std::variant<bool, std::int64_t, double, std::string, std::vector<std::uint8_t>>;
+    using Fields = std::vector<std::pair<std::string, Value>>;
+
     explicit VirtualCamera(std::size_t index = 0);
 
     /// Carries out a command of the control socket. @throws std::runtime_error when refused
-    nlohmann::json tell(const std::string& command,
-                        nlohmann::json fields = nlohmann::json::object());
+    void tell(const std::string& command, const Fields& fields = {});
+    /// The same for a command whose answer, or one of whose fields, is more than a value.
+    nlohmann::json ask(const std::string& command);
+    nlohmann::json ask(const std::string& command, nlohmann::json fields);
 
     void unplug();
     /// Plugs it in if it is unplugged, and ends every fault.

@@ -4,6 +4,8 @@
 #include "common/property_keys.h"
 #include "serious_lines.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdlib>
 #include <thread>
 #include <vector>
@@ -172,7 +174,7 @@ TEST_P(HostileDescriptorByte, IsSurvived)
 {
     expectLogOfWrongDescriptors();
     constexpr std::size_t headerSize = 9;
-    const Bytes sound = bus.tell("descriptors").at("configuration");
+    const Bytes sound = bus.ask("descriptors").at("configuration");
     const std::size_t step = stepFromEnvironment();
     ASSERT_GT(step, 0U);
     // Each value begins elsewhere.
@@ -194,7 +196,7 @@ TEST_F(HostileDevice, TruncatedDescriptors)
 {
     expectLogOfWrongDescriptors();
     constexpr std::size_t headerSize = 9;
-    const Bytes sound = bus.tell("descriptors").at("configuration");
+    const Bytes sound = bus.ask("descriptors").at("configuration");
     const std::size_t step = 2 * stepFromEnvironment() - 1;
     for (std::size_t size = headerSize; size < sound.size(); size += step) {
         SCOPED_TRACE("cut to " + std::to_string(size));

@@ -2,7 +2,7 @@
 // Runs under zrnsim or in a virtual machine with its cameras. Exits with 0 when the libraries lived
 // through it.
 #include "camera_ids.h"
-#include "control/control_client.h"
+#include "virtual_camera.h"
 
 #include <libuvc/libuvc.h>
 
@@ -16,11 +16,6 @@ namespace
 {
 
 constexpr std::chrono::milliseconds settling(300);
-
-void tell(const char* command)
-{
-    zrnsim::ControlClient::fromEnvironment().call({{"command", command}});
-}
 
 bool start(uvc_device_handle_t* handle)
 {
@@ -53,10 +48,10 @@ int main(int argc, char** argv)
     }
     std::this_thread::sleep_for(settling);
     if (moment == "paused") {
-        tell("freeze");
+        VirtualCamera().tell("freeze");
         std::this_thread::sleep_for(settling);
     }
-    std::thread cable([] { tell("unplug"); });
+    std::thread cable([] { VirtualCamera().tell("unplug"); });
     if (moment != "stopping") {
         cable.join();
         std::this_thread::sleep_for(settling);

@@ -3,6 +3,8 @@
 #include "live_window.h"
 #include "recording/recording_reader.h"
 
+#include <nlohmann/json.hpp>
+
 using namespace zrnview;
 
 namespace
@@ -10,7 +12,7 @@ namespace
 
 int controlOf(VirtualCamera& camera, const char* control)
 {
-    return camera.tell("controls").at("controls").at(control).at("cur").get<int>();
+    return camera.ask("controls").at("controls").at(control).at("cur").get<int>();
 }
 
 void expectSame(const zrnrecording::Frame& frame, const zrnsim::SentImages& sent)
