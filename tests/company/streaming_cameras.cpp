@@ -35,9 +35,14 @@ StreamingCameras::~StreamingCameras()
 
 bool StreamingCameras::allDeliver()
 {
+    constexpr std::chrono::minutes patience(1); // for a machine that is busy with other things
+    const auto end = std::chrono::steady_clock::now() + patience;
     for (const std::atomic<int>& frames : m_frames) {
         const int before = frames;
         while (frames == before && !m_hasFailed) {
+            if (std::chrono::steady_clock::now() > end) {
+                return false;
+            }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }

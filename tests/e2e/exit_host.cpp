@@ -36,6 +36,8 @@ void keepDoing(Action action)
     });
 #endif
 
+std::atomic<int> newObjects = 0; ///< that were used up
+
 /// As a host does that makes a new object for each of its looks at the camera.
 void useNewObject(IFactory& factory)
 {
@@ -47,6 +49,7 @@ void useNewObject(IFactory& factory)
         factory.enumDevice();
     }
     factory.deleteDevice(device);
+    ++newObjects;
 }
 
 std::atomic<bool> mayExit = false;
@@ -99,7 +102,10 @@ int main(int argc, char** argv)
     } else if (how == "creating") {
         keepDoing([] { useNewObject(plugin.factory()); });
         keepDoing([] { useNewObject(plugin.factory()); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        constexpr int someObjects = 4;
+        while (newObjects < someObjects) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         return 0;
     } else if (how == "handler") {
         qInstallMessageHandler(exitInHandler);

@@ -123,12 +123,8 @@ protected:
     void waitForFrames(const QString& serial, std::uint64_t count)
     {
         VirtualCamera& camera = cameraOf(serial);
-        const std::uint64_t wanted = camera.counter("framesSent") + count;
-        const auto end = Clock::now() + patience;
-        while (camera.counter("framesSent") < wanted) {
-            ASSERT_LT(Clock::now(), end) << "no frames of " << serial.toStdString();
-            std::this_thread::sleep_for(20ms);
-        }
+        ASSERT_TRUE(camera.waitForCounter("framesSent", camera.counter("framesSent") + count))
+            << "no frames of " << serial.toStdString();
     }
 
     std::uint64_t overruns(const QString& serial)

@@ -1,6 +1,9 @@
 #include "tool_run.h"
 
+#include <QDeadlineTimer>
+#include <QFileInfo>
 #include <QJsonDocument>
+#include <QThread>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -47,6 +50,17 @@ ToolRun& ToolRun::start()
     m_process.start();
     EXPECT_TRUE(m_process.waitForStarted());
     return *this;
+}
+
+void ToolRun::startUntilGrab(int number)
+{
+    const QString grabs = m_folder.filePath(QStringLiteral("grabs"));
+    set("ZRN_FAKE_GRABS", grabs).start();
+    const QDeadlineTimer end(longestRunMs);
+    while (QFileInfo(grabs).size() < number) {
+        ASSERT_FALSE(end.hasExpired()) << "no grab " << number;
+        QThread::msleep(1);
+    }
 }
 
 void ToolRun::interrupt()

@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QStringList>
+#include <QTemporaryDir>
 
 /// What a finished run of zrncam left behind.
 struct ToolResult {
@@ -28,12 +29,15 @@ public:
 
     ToolRun& set(const char* variable, const QString& value);
     ToolRun& start();
+    /// Starts it, and waits until one of its grabs waits for a frame, the first or a later one.
+    void startUntilGrab(int number);
     void interrupt();
     ToolResult finish();
 
     static ToolResult of(const QStringList& arguments) { return ToolRun(arguments).finish(); }
 
 private:
+    QTemporaryDir m_folder;
     QProcess m_process;
     QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
 };

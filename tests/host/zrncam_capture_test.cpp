@@ -5,7 +5,6 @@
 #include <QImageReader>
 #include <QJsonArray>
 #include <QTemporaryDir>
-#include <QThread>
 #include <gtest/gtest.h>
 
 TEST(ZrncamGrab, WritesBothImagesWithTheirMetadata)
@@ -107,8 +106,7 @@ TEST(ZrncamStream, ARefusedStartIsReported)
 TEST(ZrncamInterrupt, EndsTheStreamAndStillReports)
 {
     ToolRun run({"stream", "--seconds", "3600", "--json"});
-    run.start();
-    QThread::msleep(500);
+    run.startUntilGrab(2);
     run.interrupt();
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 130);
@@ -119,8 +117,7 @@ TEST(ZrncamInterrupt, EndsTheStreamAndStillReports)
 TEST(ZrncamInterrupt, WakesAGrabThatWaits)
 {
     ToolRun run({"grab", "-n", "1", "-o", "/tmp", "--wait", "3600000", "--json"});
-    run.set("ZRN_FAKE_FAULT", "silent").start();
-    QThread::msleep(500);
+    run.set("ZRN_FAKE_FAULT", "silent").startUntilGrab(1);
     run.interrupt();
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 130);

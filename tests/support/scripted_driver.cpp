@@ -268,6 +268,9 @@ public:
             return ErrorCode::NotStreaming;
         }
         const bool sends = isOpen() && !m_device->silent;
+        if (m_device->onGrab) {
+            m_device->onGrab();
+        }
         const auto wait = std::chrono::milliseconds(sends ? m_device->frameMilliseconds.load()
                                                           : m_timeout.load());
         m_stopped.wait_for(lock, wait, [this] { return !m_streaming; });

@@ -43,6 +43,7 @@ struct ScriptedDevice {
     std::atomic<int> connectMilliseconds = 0; ///< what that takes
     std::atomic<int> misreadings = 0;         ///< so many of the next openings give a wrong serial
     std::atomic<int> resets = 0;
+    std::function<void()> onGrab; ///< called when a grab begins to wait; set before streaming
 
     std::mutex mutex; // guards what follows
     unsigned int exposure = 1000;

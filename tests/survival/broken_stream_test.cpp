@@ -86,11 +86,9 @@ TEST_F(BrokenStream, HaltedEndpointEndsTheStreamQuietly)
 TEST_F(BrokenStream, SomeFailedTransfersAreSurvived)
 {
     survival::expectLog(cutFrame);
+    const std::uint64_t failed = bus.counter("transfersFailed");
     bus.tell("transfer-fault", {{"kind", "protocol"}, {"count", 20}});
-    std::this_thread::sleep_for(milliseconds(500));
-    while (bus.counter("transfersFailed") < 20) {
-        std::this_thread::sleep_for(milliseconds(20));
-    }
+    ASSERT_TRUE(bus.waitForCounter("transfersFailed", failed + 20));
     EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
     expectExactFrame();
 }
@@ -110,9 +108,7 @@ TEST_F(BrokenStream, OneFailedTransferCostsItsFrameOnly)
     for (const char* const kind : {"protocol", "overflow"}) {
         const std::uint64_t failed = bus.counter("transfersFailed");
         bus.tell("transfer-fault", {{"kind", kind}});
-        while (bus.counter("transfersFailed") == failed) {
-            std::this_thread::sleep_for(milliseconds(10));
-        }
+        ASSERT_TRUE(bus.waitForCounter("transfersFailed", failed + 1));
         EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
         expectExactFrame();
         EXPECT_TRUE(isOnline());
@@ -138,9 +134,7 @@ TEST_F(RefusedSubmissions, SomeAreSurvived)
     survival::expectLog(cutFrame);
     const std::uint64_t failed = bus.counter("transfersFailed");
     bus.tell("refuse-submissions", {{"count", 20}});
-    while (bus.counter("transfersFailed") < failed + 20) {
-        std::this_thread::sleep_for(milliseconds(10));
-    }
+    ASSERT_TRUE(bus.waitForCounter("transfersFailed", failed + 20));
     EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
     expectExactFrame();
     expectRestartRepairs();
@@ -179,12 +173,18 @@ TEST_F(MemoryLimit, TheStreamDoesWithFewerTransfers)
     expectRestartRepairs();
 }
 
-TEST_F(BrokenStream, LostPayloadsCostTheirFramesOnly)
+/// A frame must take several payloads for one of them to be lost.
+using LostPayloads = BrokenStream;
+
+TEST_F(LostPayloads, CostTheirFramesOnly)
 {
     survival::expectLog(cutFrame);
+    const std::uint64_t lost = bus.counter("payloadsLost");
     bus.tell("frame-fault", {{"count", 3}, {"lostPayloads", 1}});
+    ASSERT_TRUE(bus.waitForCounter("payloadsLost", lost + 3));
+    const std::uint64_t wrong = bus.counter("payloadsWithError");
     bus.tell("frame-fault", {{"count", 3}, {"errorPayloads", 1}});
-    std::this_thread::sleep_for(milliseconds(500));
+    ASSERT_TRUE(bus.waitForCounter("payloadsWithError", wrong + 3));
     EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
     expectExactFrame();
 }

@@ -7,7 +7,6 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
-#include <thread>
 #include <vector>
 
 namespace
@@ -134,9 +133,7 @@ TEST_F(HostileDevice, FramesOfTheWrongSize)
         SCOPED_TRACE(bytes);
         const std::uint64_t sent = bus.counter("framesSent");
         bus.tell("frame-fault", {{"count", 2}, {"bytes", bytes}});
-        while (bus.counter("framesSent") < sent + 4) {
-            std::this_thread::sleep_for(milliseconds(20));
-        }
+        ASSERT_TRUE(bus.waitForCounter("framesSent", sent + 4));
         EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
         expectExactFrame();
     }
@@ -149,9 +146,7 @@ TEST_F(HostileDevice, EndlessFrame)
     start();
     bus.tell("frame-fault", {{"count", 1}, {"bytes", 30'000'000}, {"withoutEndOfFrame", true}});
     const std::uint64_t sent = bus.counter("framesSent");
-    while (bus.counter("framesSent") < sent + 4) {
-        std::this_thread::sleep_for(milliseconds(20));
-    }
+    ASSERT_TRUE(bus.waitForCounter("framesSent", sent + 4));
     EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
     expectExactFrame();
 }

@@ -2,6 +2,7 @@
 
 #include "camera_rig.h"
 #include "serious_lines.h"
+#include "watched_thread.h"
 
 #include <future>
 #include <string>
@@ -102,11 +103,12 @@ TEST_F(Unplug, DuringControlTransfer)
     connect();
     bus.tell("control-fault",
              {{"action", "ignore"}, {"request", "get-cur"}, {"target", "gain"}, {"count", -1}});
+    const std::uint64_t ignored = bus.counter("controlFaults");
     auto gain = std::async(std::launch::async, [this] {
         unsigned short value = 0;
         return (*camera)->getGain(value, 0);
     });
-    std::this_thread::sleep_for(milliseconds(100));
+    ASSERT_TRUE(bus.waitForCounter("controlFaults", ignored + 1));
     bus.unplug();
     EXPECT_EQ(within(milliseconds(500), "control transfer", [&] { return gain.get(); }),
               ErrorCode::GainReadFailed);
@@ -122,12 +124,16 @@ TEST_F(Unplug, WhileGrabWaits)
     survival::expectLog("try lock grab event failed");
     while (grab() == ErrorCode::Success) {
     }
-    auto waiting = std::async(std::launch::async, [this] { return grab(); });
-    std::this_thread::sleep_for(milliseconds(100));
+    ErrorCode result = ErrorCode::Success;
+    WatchedThread waiting([&] { result = grab(); });
+    EXPECT_TRUE(waiting.waitsForOthers());
     bus.unplug();
     // The grab's own time-out is 1000 ms.
-    EXPECT_EQ(within(milliseconds(1100), "grab", [&] { return waiting.get(); }),
-              ErrorCode::GrabTimeout);
+    within(milliseconds(1100), "grab", [&] {
+        waiting.join();
+        return true;
+    });
+    EXPECT_EQ(result, ErrorCode::GrabTimeout);
     recover();
 }
 

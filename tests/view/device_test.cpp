@@ -16,17 +16,23 @@ namespace
 {
 
 constexpr int patience = 30000; // milliseconds, for a machine that is busy with other things
+/// For tests that wait whether something happens once more.
+constexpr BenchTimes shortTimes = {std::chrono::milliseconds(100), std::chrono::milliseconds(300)};
+/// Longer than a look at the bus and a new try take.
+constexpr int someTries = 700;
 
 /// A bench on scripted devices.
 class TestBench
 {
 public:
-    explicit TestBench(ScriptedFactory::Devices devices, int initialCameras = 100)
+    explicit TestBench(ScriptedFactory::Devices devices, int initialCameras = 100,
+                       const BenchTimes& times = {})
         : m_devices(std::move(devices))
         , bench([this] { return std::make_shared<ScriptedFactory>(m_devices, true); },
                 ScriptedFactory::readersOf(m_devices))
     {
         bench.setInitialCameras(initialCameras);
+        bench.setTimes(times);
         bench.start();
     }
 
@@ -213,7 +219,7 @@ private slots:
     {
         auto first = makeDevice("ZR1");
         auto second = makeDevice("ZR2");
-        TestBench test({first, second});
+        TestBench test({first, second}, 100, shortTimes);
         QVERIFY(test.waitForDevices(2));
         CameraDevice& lost = *test.bench.devices().front();
         CameraDevice& other = *test.bench.devices().back();
@@ -224,7 +230,7 @@ private slots:
         }
         first->unplug();
         QVERIFY(test.waitForState(lost, CameraState::Lost));
-        QTest::qWait(2500); // longer than any attempt to find the lost one waits
+        QTest::qWait(someTries);
         QCOMPARE(second->openCount.load(), 1);
         QCOMPARE(other.health().state, CameraState::Streaming);
     }
@@ -332,7 +338,7 @@ private slots:
         auto first = makeDevice("ZR1");
         auto second = makeDevice("ZR2");
         auto third = makeDevice("ZR3");
-        TestBench test({first, second, third}, 1);
+        TestBench test({first, second, third}, 1, shortTimes);
         QVERIFY(test.waitForDevices(1));
         CameraDevice& device = *test.bench.devices().front();
         QVERIFY(test.waitForState(device, CameraState::Idle));
@@ -344,7 +350,7 @@ private slots:
 
         test.bench.giveBack(device);
         QVERIFY(test.waitForState(device, CameraState::Absent));
-        QTest::qWait(1500); // longer than the period of new tries
+        QTest::qWait(someTries);
         QCOMPARE(device.health().state, CameraState::Absent);
         test.bench.take(device);
         QVERIFY(test.waitForState(device, CameraState::Idle));
@@ -385,12 +391,12 @@ private slots:
     {
         auto scripted = makeDevice("ZR1");
         scripted->heldElsewhere = true;
-        TestBench test({scripted}, 0);
+        TestBench test({scripted}, 0, shortTimes);
         QTRY_COMPARE_WITH_TIMEOUT(test.bench.others().size(), std::size_t{1}, patience);
         test.bench.take(QStringLiteral("ZR1"));
-        QTest::qWait(5000); // longer than a request lasts
+        QTest::qWait(static_cast<int>(shortTimes.patience.count()) + someTries);
         scripted->heldElsewhere = false;
-        QTest::qWait(2500);
+        QTest::qWait(someTries);
         QCOMPARE(scripted->openCount.load(), 0);
         test.bench.take(QStringLiteral("ZR1"));
         QVERIFY(test.waitForDevices(1));

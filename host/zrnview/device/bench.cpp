@@ -9,9 +9,6 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr auto retryPeriod = 1s;
-/// How long a camera is waited for that another program has, which may only be looking at it.
-constexpr auto patience = 3s;
 /// How long what a camera gave for its serial is taken for granted, once it was asked again.
 constexpr auto trust = 60s;
 constexpr int shutDownMilliseconds = 5000;
@@ -45,7 +42,6 @@ Bench::Bench(FactoryMaker makeFactory, zrnhost::BusReaders readers, QObject* par
         consider();
         emit busChanged();
     });
-    m_retryTimer.setInterval(retryPeriod);
     connect(&m_retryTimer, &QTimer::timeout, this, [this] {
         m_refused.clear(); // the camera may have been starting
         forgetOldRequests();
@@ -62,7 +58,7 @@ void Bench::start()
 {
     m_thread.setObjectName(QStringLiteral("driver"));
     m_thread.start();
-    m_retryTimer.start();
+    m_retryTimer.start(m_times.retry);
     QMetaObject::invokeMethod(m_host, &DriverHost::load);
 }
 
@@ -76,7 +72,7 @@ void Bench::lookAgain()
 
 void Bench::take(const QString& port)
 {
-    m_askedFor[port] = Clock::now() + patience;
+    m_askedFor[port] = Clock::now() + m_times.patience;
     m_refused.clear();
     consider();
 }

@@ -11,6 +11,13 @@
 namespace zrnview
 {
 
+/// How long a bench waits.
+struct BenchTimes {
+    std::chrono::milliseconds retry = std::chrono::seconds(1); ///< between two tries
+    /// For a camera that another program has, which may only be looking at it.
+    std::chrono::milliseconds patience = std::chrono::seconds(3);
+};
+
 /// The driver and the cameras of this program, as the window sees them: takes cameras when it is
 /// asked to, and takes lost ones again by itself when they come back.
 ///
@@ -30,6 +37,8 @@ public:
 
     /// How many cameras are taken by themselves, as they are found free; to be set before start().
     void setInitialCameras(int count) { m_initialCameras = count; }
+    /// To be set before start() as well.
+    void setTimes(const BenchTimes& times) { m_times = times; }
     void start();
     /// Looks at the bus at once, and tries anew what could not be opened.
     void lookAgain();
@@ -88,6 +97,7 @@ private:
     std::map<QString, Clock::time_point> m_checks; // places whose known serial was read again
     std::set<QString> m_opening;                   // places
     std::set<QString> m_refused;                   // places, until the next try
+    BenchTimes m_times;
     QTimer m_retryTimer;
 };
 

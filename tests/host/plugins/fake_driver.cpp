@@ -1,6 +1,7 @@
 #include "factory_interface.h"
 #include "scripted_driver.h"
 
+#include <QFile>
 #include <QStringList>
 
 #include <cstdio>
@@ -22,7 +23,7 @@ ScriptedFactory::Devices makeDevices()
 
 /// The scripted driver as a plugin. Each enumeration reads two variables of the environment:
 /// ZRN_FAKE_CAMERAS is the number of cameras, 0 to 3; ZRN_FAKE_FAULT names faults, separated by
-/// commas.
+/// commas. ZRN_FAKE_GRABS names a file that gets a byte when a grab begins to wait.
 class FakeDriver : public ScriptedFactory
 {
     Q_OBJECT
@@ -73,6 +74,14 @@ private:
         device.resetAnswer = answer("no-reset", ErrorCode::CommandFailed);
         device.startAnswer = answer("no-start", ErrorCode::StreamStartFailed);
         device.grabAnswer = answer("split-fails", ErrorCode::SplitFailed);
+        if (const QString grabs = qEnvironmentVariable("ZRN_FAKE_GRABS"); !grabs.isEmpty()) {
+            device.onGrab = [grabs] {
+                QFile file(grabs);
+                if (file.open(QFile::Append)) {
+                    file.write("g");
+                }
+            };
+        }
         device.silent = faults.contains(QLatin1String("silent"));
         device.skipFrom = 5;
         device.skipNext = faults.contains(QLatin1String("gap")) ? 3 : 0;
