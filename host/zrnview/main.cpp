@@ -1,6 +1,7 @@
 #include "common/driver_plugin.h"
 #include "common/plugin_locator.h"
 #include "common/virtual_run.h"
+#include "zrnview/device/bench.h"
 #include "zrnview/widgets/main_window.h"
 
 #include <CLI/App.hpp>

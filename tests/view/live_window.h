@@ -2,7 +2,12 @@
 
 #include "common/driver_plugin.h"
 #include "virtual_camera.h"
+#include "zrnview/device/bench.h"
+#include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/camera_panel.h"
+#include "zrnview/widgets/frame_panel.h"
 #include "zrnview/widgets/main_window.h"
+#include "zrnview/widgets/side_panel.h"
 
 #include <QTemporaryDir>
 #include <QtTest>

@@ -3,8 +3,15 @@
 
 #include "clipping.h"
 #include "live_window.h"
+#include "zrnview/widgets/controls_panel.h"
+#include "zrnview/widgets/image_view.h"
+#include "zrnview/widgets/notice_bar.h"
+#include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/playback_panel.h"
+#include "zrnview/widgets/running_plot.h"
 
 #include <QApplication>
+#include <QToolButton>
 
 #include <algorithm>
 #include <vector>

@@ -2,7 +2,11 @@
 
 #include "live_window.h"
 #include "recording/recording_reader.h"
+#include "zrnview/widgets/controls_panel.h"
+#include "zrnview/widgets/notice_bar.h"
+#include "zrnview/widgets/playback_panel.h"
 
+#include <QToolButton>
 #include <nlohmann/json.hpp>
 
 using namespace zrnview;

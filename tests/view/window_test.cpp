@@ -2,14 +2,33 @@
 #include "common/property_table.h"
 #include "recording/recording_reader.h"
 #include "scripted_driver.h"
+#include "zrnview/device/bench.h"
+#include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/camera_list.h"
+#include "zrnview/widgets/camera_panel.h"
+#include "zrnview/widgets/controls_panel.h"
+#include "zrnview/widgets/frame_panel.h"
+#include "zrnview/widgets/histogram_view.h"
+#include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/main_window.h"
+#include "zrnview/widgets/notice_bar.h"
+#include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/playback_panel.h"
+#include "zrnview/widgets/property_table.h"
+#include "zrnview/widgets/record_strip.h"
+#include "zrnview/widgets/running_plot.h"
+#include "zrnview/widgets/side_panel.h"
+#include "zrnview/widgets/stream_panel.h"
 
 #include <QApplication>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QRadioButton>
+#include <QSlider>
 #include <QTabBar>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QToolButton>
 #include <QWheelEvent>
 #include <QtTest>
 

@@ -1,8 +1,12 @@
 #include "zrnview/widgets/camera_list.h"
 
 #include "client/access_remedy.h"
+#include "zrnview/device/bench.h"
 #include "zrnview/widgets/theme.h"
 
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
 

@@ -1,13 +1,17 @@
 #pragma once
 
-#include "zrnview/device/bench.h"
+#include <QWidget>
 
-#include <QLabel>
-#include <QListWidget>
-#include <QPushButton>
+class QLabel;
+class QListWidget;
+class QListWidgetItem;
+class QPushButton;
 
 namespace zrnview
 {
+
+class Bench;
+class CameraDevice;
 
 /// All cameras on the bus, with their state; a tick takes a camera and shows it in the window.
 class CameraList : public QWidget

@@ -1,12 +1,20 @@
 #include "zrnview/widgets/camera_panel.h"
 
 #include "common/result_codes.h"
+#include "zrnview/device/camera_device.h"
 #include "zrnview/widgets/camera_list.h"
+#include "zrnview/widgets/elided_label.h"
 #include "zrnview/widgets/explanation.h"
+#include "zrnview/widgets/frame_panel.h"
+#include "zrnview/widgets/notice_bar.h"
+#include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/record_strip.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
+#include <QPushButton>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace zrnview

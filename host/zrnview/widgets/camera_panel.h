@@ -1,16 +1,21 @@
 #pragma once
 
-#include "zrnview/device/camera_device.h"
-#include "zrnview/widgets/elided_label.h"
-#include "zrnview/widgets/frame_panel.h"
-#include "zrnview/widgets/notice_bar.h"
-#include "zrnview/widgets/record_strip.h"
+#include <QFrame>
+#include <QStringList>
+#include <QTimer>
 
-#include <QPushButton>
-#include <QToolButton>
+class QLabel;
+class QPushButton;
+class QToolButton;
 
 namespace zrnview
 {
+
+class CameraDevice;
+class ElidedLabel;
+class FramePanel;
+class NoticeBar;
+class RecordStrip;
 
 /// One camera in the window: its state, what is wrong with it, its recording, its images.
 class CameraPanel : public QFrame

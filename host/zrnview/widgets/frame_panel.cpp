@@ -1,5 +1,10 @@
 #include "zrnview/widgets/frame_panel.h"
 
+#include "zrnview/device/frame_station.h"
+#include "zrnview/widgets/histogram_view.h"
+#include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/running_plot.h"
+
 #include <QHBoxLayout>
 #include <QVBoxLayout>
 

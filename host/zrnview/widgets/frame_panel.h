@@ -1,12 +1,21 @@
 #pragma once
 
-#include "zrnview/device/frame_station.h"
-#include "zrnview/widgets/histogram_view.h"
-#include "zrnview/widgets/pane_area.h"
-#include "zrnview/widgets/running_plot.h"
+#include "zrnview/model/frame.h"
+
+#include <QTimer>
+#include <QWidget>
+
+#include <memory>
+#include <vector>
 
 namespace zrnview
 {
+
+struct Display;
+class FrameStation;
+class HistogramView;
+class PaneArea;
+class RunningPlot;
 
 /// Everything that is seen of one source of frames: images, running plots, histograms. Asks the
 /// station for the newest frame at its own pace.

@@ -1,12 +1,21 @@
 #include "zrnview/widgets/main_window.h"
 
+#include "zrnview/device/bench.h"
+#include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/camera_list.h"
+#include "zrnview/widgets/camera_panel.h"
 #include "zrnview/widgets/explanation.h"
+#include "zrnview/widgets/frame_panel.h"
+#include "zrnview/widgets/playback_panel.h"
+#include "zrnview/widgets/record_strip.h"
+#include "zrnview/widgets/side_panel.h"
 
 #include <QCloseEvent>
 #include <QDir>
 #include <QDockWidget>
 #include <QFileDialog>
 #include <QGridLayout>
+#include <QLabel>
 #include <QMessageBox>
 #include <QStatusBar>
 
@@ -216,6 +225,11 @@ void MainWindow::closeRecording(PlaybackPanel& panel)
     panel.deleteLater();
     panel.hide();
     arrange();
+}
+
+EventLog& MainWindow::events()
+{
+    return m_side->events();
 }
 
 void MainWindow::activate(QWidget& panel)

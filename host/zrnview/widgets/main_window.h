@@ -1,20 +1,27 @@
 #pragma once
 
-#include "zrnview/device/bench.h"
-#include "zrnview/widgets/camera_list.h"
-#include "zrnview/widgets/camera_panel.h"
-#include "zrnview/widgets/playback_panel.h"
-#include "zrnview/widgets/side_panel.h"
+#include "zrnview/widgets/event_log.h"
 #include "zrnview/widgets/snapshot.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QMainWindow>
 
+#include <vector>
+
 class QDockWidget;
 class QGridLayout;
+class QLabel;
 
 namespace zrnview
 {
+
+class Bench;
+class CameraDevice;
+class CameraList;
+class CameraPanel;
+class FramePanel;
+class PlaybackPanel;
+class SidePanel;
 
 /// What the window does on its own after it was opened.
 struct WindowOptions {
@@ -39,7 +46,7 @@ public:
     CameraPanel* activePanel() const { return m_active; }
     CameraList& cameraList() { return *m_cameraList; }
     SidePanel& side() { return *m_side; }
-    EventLog& events() { return m_side->events(); }
+    EventLog& events();
 
     CameraPanel& showCamera(CameraDevice& device);
     void hideCamera(CameraDevice& device);

@@ -1,4 +1,10 @@
+#include "zrnview/device/bench.h"
+#include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/camera_panel.h"
+#include "zrnview/widgets/frame_panel.h"
 #include "zrnview/widgets/main_window.h"
+#include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/playback_panel.h"
 
 #include <QActionGroup>
 #include <QApplication>

@@ -1,9 +1,11 @@
 #include "zrnview/widgets/pane_area.h"
 
+#include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QActionGroup>
 #include <QEvent>
+#include <QLabel>
 #include <QMenu>
 #include <QPainter>
 #include <QToolBar>

@@ -1,17 +1,24 @@
 #pragma once
 
-#include "zrnview/widgets/image_view.h"
-
 #include <QAction>
 #include <QBoxLayout>
-#include <QLabel>
+#include <QPoint>
 #include <QTimer>
+#include <QWidget>
+
+#include <memory>
+#include <optional>
 
 class QActionGroup;
+class QLabel;
 class QToolBar;
 
 namespace zrnview
 {
+
+struct Display;
+struct Picture;
+class ImageView;
 
 enum class ViewMode { A, B, SideBySide, Difference, Blink };
 

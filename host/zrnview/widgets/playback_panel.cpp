@@ -1,11 +1,17 @@
 #include "zrnview/widgets/playback_panel.h"
 
+#include "zrnview/widgets/elided_label.h"
+#include "zrnview/widgets/frame_panel.h"
+#include "zrnview/widgets/notice_bar.h"
+#include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/record_strip.h"
 
 #include <QComboBox>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QSignalBlocker>
+#include <QSlider>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include <array>

@@ -1,18 +1,21 @@
 #pragma once
 
 #include "zrnview/device/player.h"
-#include "zrnview/widgets/elided_label.h"
-#include "zrnview/widgets/frame_panel.h"
-#include "zrnview/widgets/notice_bar.h"
 
-#include <QSlider>
+#include <QFrame>
+#include <QLabel>
 #include <QThread>
-#include <QToolButton>
 
 class QComboBox;
+class QSlider;
+class QToolButton;
 
 namespace zrnview
 {
+
+class ElidedLabel;
+class FramePanel;
+class NoticeBar;
 
 /// A recording in the window: its images, and the means to move in it.
 class PlaybackPanel : public QFrame

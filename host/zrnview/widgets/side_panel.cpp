@@ -1,5 +1,11 @@
 #include "zrnview/widgets/side_panel.h"
 
+#include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/controls_panel.h"
+#include "zrnview/widgets/event_log.h"
+#include "zrnview/widgets/property_table.h"
+#include "zrnview/widgets/stream_panel.h"
+
 #include <QEvent>
 #include <QScrollBar>
 

@@ -1,16 +1,17 @@
 #pragma once
 
-#include "zrnview/widgets/controls_panel.h"
-#include "zrnview/widgets/event_log.h"
-#include "zrnview/widgets/property_table.h"
-#include "zrnview/widgets/stream_panel.h"
-
 #include <QScrollArea>
 #include <QStackedWidget>
 #include <QTabWidget>
 
 namespace zrnview
 {
+
+class CameraDevice;
+class ControlsPanel;
+class EventLog;
+class PropertyTable;
+class StreamPanel;
 
 /// Scrolls up and down only: never narrower than what it holds.
 class ColumnScroll : public QScrollArea

@@ -2,6 +2,7 @@
 
 #include "common/image_blocks.h"
 #include "common/image_writer.h"
+#include "zrnview/model/picture.h"
 
 #include <QDateTime>
 #include <QJsonValue>

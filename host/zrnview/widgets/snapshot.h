@@ -1,12 +1,14 @@
 #pragma once
 
-#include "zrnview/device/camera_device.h"
-#include "zrnview/model/picture.h"
-
+#include <QJsonObject>
 #include <QObject>
+
+#include <memory>
 
 namespace zrnview
 {
+
+struct Display;
 
 /// Writes the images of a frame as PNG files, on another thread, with what is known about them in
 /// the files' texts.
