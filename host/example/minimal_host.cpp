@@ -9,6 +9,7 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QFile>
+#include <QFileInfo>
 #include <QPluginLoader>
 
 #include <memory>
@@ -88,7 +89,8 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    QPluginLoader loader(arguments.at(1));
+    // Qt looks for a name that is not absolute in its own folders alone.
+    QPluginLoader loader(QFileInfo(arguments.at(1)).absoluteFilePath());
     auto* factory = qobject_cast<IFactory*>(loader.instance());
     if (!factory) {
         qCritical() << "cannot load the plugin:" << loader.errorString();
