@@ -13,4 +13,4 @@ configure_file(cmake/udev_rule.h.in "${zrn_made}/udev_rule.h" @ONLY)
 configure_file(packaging/udev/zrncamera.rules.in "${zrn_made}/${ZRN_UDEV_RULE_FILE}" @ONLY)
 
 add_library(zrncamera_ids INTERFACE)
-target_include_directories(zrncamera_ids INTERFACE "${zrn_made}")
+target_include_directories(zrncamera_ids INTERFACE "$<BUILD_INTERFACE:${zrn_made}>")

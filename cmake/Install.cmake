@@ -26,17 +26,25 @@ install(DIRECTORY interfaces/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera
     FILES_MATCHING PATTERN "*.h")
 install(FILES plugin/tick_thread.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera"
     COMPONENT development)
+install(TARGETS zrnclient zrncamera_ids EXPORT zrncameraTargets
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development
+    INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera")
+get_target_property(zrn_client_headers zrnclient ZRN_HEADERS)
+install(FILES ${zrn_client_headers} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera/client"
+    COMPONENT development)
+install(FILES "${zrn_made}/camera_ids.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera" COMPONENT development)
 configure_package_config_file(packaging/zrncameraConfig.cmake.in zrncameraConfig.cmake
     INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera")
 write_basic_package_version_file(zrncameraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
     BASE_DIRECTORY "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" OUTPUT_VARIABLE zrn_prefix_from_pkgconfig)
 configure_file(packaging/zrncamera.pc.in zrncamera.pc @ONLY)
+configure_file(packaging/zrnclient.pc.in zrnclient.pc @ONLY)
 install(FILES
     "${CMAKE_CURRENT_BINARY_DIR}/zrncameraConfig.cmake"
     "${CMAKE_CURRENT_BINARY_DIR}/zrncameraConfigVersion.cmake"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera" COMPONENT development)
-install(FILES "${CMAKE_CURRENT_BINARY_DIR}/zrncamera.pc"
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/zrncamera.pc" "${CMAKE_CURRENT_BINARY_DIR}/zrnclient.pc"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
 
 zrn_install_tool(zrncam tools)

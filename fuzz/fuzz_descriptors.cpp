@@ -2,7 +2,7 @@
 // real libuvc and the driver, as far as a stream gets that no transfer is taken for.
 
 #include "camera_probe.h"
-#include "common/property_keys.h"
+#include "client/property_keys.h"
 #include "guard_status.h"
 #include "one_device_bus.h"
 
@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CameraProbe camera;
         camera.connectDeviceByIndex(0);
         QMap<QString, QVariant> values;
-        camera.getProperty(zrnhost::keys::resolutionList, values);
-        camera.getProperty(zrnhost::keys::resolutionIndex, values);
+        camera.getProperty(zrn::keys::resolutionList, values);
+        camera.getProperty(zrn::keys::resolutionIndex, values);
         camera.m_cacheFrameCount = 1;
         if (std::int64_t{camera.m_imageWidth} * camera.m_imageHeight <= largestFrame) {
             camera.startStream(0);

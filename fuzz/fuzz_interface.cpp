@@ -1,7 +1,7 @@
 // A host that calls everything in any order on two factories, while libuvc calls fail and cameras
 // come, go and send frames.
 
-#include "common/property_table.h"
+#include "client/property_table.h"
 #include "fake_uvc.h"
 #include "zrn_camera_factory.h"
 
@@ -45,7 +45,7 @@ constexpr std::array libraryCalls = {
 };
 
 constexpr std::array keys = [] {
-    using namespace zrnhost::keys;
+    using namespace zrn::keys;
     return std::array{capturePeriod,
                       resolutionList,
                       bGain,
@@ -66,7 +66,7 @@ constexpr std::array keys = [] {
                       maxGrabWaitTime,
                       clearState};
 }();
-static_assert(keys.size() == zrnhost::propertyTable.size() + 1);
+static_assert(keys.size() == zrn::propertyTable.size() + 1);
 
 template <typename Container>
 auto& consumeElement(FuzzedDataProvider& input, Container& container)
@@ -151,7 +151,7 @@ void callCamera(FuzzedDataProvider& input, DeviceInterface& device)
         device.setProperty(QString::fromLatin1(consumeElement(input, keys)), values);
         break;
     case 6:
-        device.executeCommand(QString(zrnhost::keys::clearState), values);
+        device.executeCommand(QString(zrn::keys::clearState), values);
         break;
     case 7:
         camera.getExposureTimeRange(first, second, 0);

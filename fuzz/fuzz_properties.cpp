@@ -2,7 +2,7 @@
 // answered.
 
 #include "camera_probe.h"
-#include "common/property_table.h"
+#include "client/property_table.h"
 #include "fake_uvc.h"
 #include "key_hash.h"
 
@@ -18,7 +18,7 @@ namespace
 
 // The corpus chooses by position.
 constexpr std::array knownKeys = [] {
-    using namespace zrnhost::keys;
+    using namespace zrn::keys;
     return std::array{capturePeriod,   resolutionList,  bGain,
                       enableCheckGain, frameRate,       enableCheckExposureTime,
                       serial,          cacheFrameCount, sharp,
@@ -27,7 +27,7 @@ constexpr std::array knownKeys = [] {
                       grGain,          gamma,           hue,
                       clearState};
 }();
-static_assert(knownKeys.size() == zrnhost::propertyTable.size() + 1);
+static_assert(knownKeys.size() == zrn::propertyTable.size() + 1);
 
 QString consumeKey(FuzzedDataProvider& input)
 {

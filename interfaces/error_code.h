@@ -1,11 +1,11 @@
 #pragma once
 
-#include <QtGlobal>
+#include <cstdint>
 
 /// Result of every operation of the host contract. Nothing is thrown across it.
 ///
 /// The numbers are binding between host and plugin, the enumerators are not.
-enum class ErrorCode : quint32 {
+enum class ErrorCode : std::uint32_t {
     Success = 0, ///< success
 
     NoCamera = 512,       ///< no camera is connected

@@ -7,10 +7,11 @@
 namespace zrnhost
 {
 
-QString writePng(const QString& path, const CameraSpace::ImageBlock& block, const ImageTexts& texts)
+QString writePng(const QString& path, const zrn::Image& source, std::uint32_t width,
+                 std::uint32_t height, const ImageTexts& texts)
 {
-    QImage image(reinterpret_cast<const uchar*>(block.data.constData()), block.width, block.height,
-                 block.width, QImage::Format_Grayscale8);
+    QImage image(source.bytes.data(), static_cast<int>(width), static_cast<int>(height),
+                 static_cast<int>(width), QImage::Format_Grayscale8);
     // Texts of the image, since the writer's own would not take keywords with a space.
     for (const auto& [keyword, text] : texts) {
         image.setText(keyword, text);
@@ -26,11 +27,14 @@ QString writePng(const QString& path, const CameraSpace::ImageBlock& block, cons
     return file.commit() ? QString() : QStringLiteral("%1: %2").arg(path, file.errorString());
 }
 
-QString writeRaw(const QString& path, const CameraSpace::ImageBlock& block)
+QString writeRaw(const QString& path, const zrn::Image& image)
 {
     QSaveFile file(path);
-    const bool written = file.open(QIODevice::WriteOnly) &&
-                         file.write(block.data) == block.data.size() && file.commit();
+    const auto bytes = static_cast<qint64>(image.bytes.size());
+    const bool written =
+        file.open(QIODevice::WriteOnly) &&
+        file.write(reinterpret_cast<const char*>(image.bytes.data()), bytes) == bytes &&
+        file.commit();
     return written ? QString() : QStringLiteral("%1: %2").arg(path, file.errorString());
 }
 

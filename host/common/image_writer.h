@@ -1,6 +1,6 @@
 #pragma once
 
-#include "camera_types.h"
+#include "client/frame.h"
 
 #include <QString>
 
@@ -13,16 +13,16 @@ namespace zrnhost
 /// Keyword and text, in the order in which they are written.
 using ImageTexts = std::vector<std::pair<QString, QString>>;
 
-/// Writes a well-formed block as an 8-bit greyscale PNG. Replaces a file of that name only once the
+/// Writes an image as an 8-bit greyscale PNG. Replaces a file of that name only once the
 /// picture is complete.
 ///
-/// @param texts stored as text chunks, readable by any PNG tool.
+/// @param width,height in pixels @param texts stored as text chunks, readable by any PNG tool.
 /// @return empty, or why it failed.
-QString writePng(const QString& path, const CameraSpace::ImageBlock& block,
-                 const ImageTexts& texts);
+QString writePng(const QString& path, const zrn::Image& image, std::uint32_t width,
+                 std::uint32_t height, const ImageTexts& texts);
 
-/// Writes the bytes of a block as the driver delivered them: width x height pixels, then the 8-byte
-/// trailer. @return empty, or why it failed.
-QString writeRaw(const QString& path, const CameraSpace::ImageBlock& block);
+/// Writes the bytes of an image as the driver delivered them: its pixels, then the 8-byte trailer.
+/// @return empty, or why it failed.
+QString writeRaw(const QString& path, const zrn::Image& image);
 
 } // namespace zrnhost

@@ -19,8 +19,8 @@ std::chrono::nanoseconds Durations::percentile(double percent) const
     return *position;
 }
 
-FrameStep StreamAccount::addFrame(quint64 trailer, Clock::time_point arrival,
-                                  std::chrono::nanoseconds wait)
+void StreamAccount::addFrame(const zrn::FrameStep& step, Clock::time_point arrival,
+                             std::chrono::nanoseconds wait)
 {
     if (m_grabs.count() == 0) {
         m_first = arrival;
@@ -28,12 +28,10 @@ FrameStep StreamAccount::addFrame(quint64 trailer, Clock::time_point arrival,
     m_last = arrival;
     m_grabs.add(wait);
 
-    const FrameStep step = m_numbers.follow(trailer);
     m_gaps += step.missing > 0 ? 1 : 0;
     m_missing += step.missing;
     m_repeated += step.repeated ? 1 : 0;
     m_restarts += step.restarted ? 1 : 0;
-    return step;
 }
 
 double StreamAccount::rate() const

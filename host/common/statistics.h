@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/frame_numbers.h"
+#include "client/frame_numbers.h"
 
 #include <chrono>
 #include <vector>
@@ -29,26 +29,29 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// Notes a frame that a grab delivered after waiting for @p wait.
-    FrameStep addFrame(quint64 trailer, Clock::time_point arrival, std::chrono::nanoseconds wait);
+    void addFrame(const zrn::FrameStep& step, Clock::time_point arrival,
+                  std::chrono::nanoseconds wait);
 
-    quint64 frames() const { return m_grabs.count(); }
-    quint64 gaps() const { return m_gaps; }         ///< places where frame numbers are missing
-    quint64 missing() const { return m_missing; }   ///< frame numbers missing in all
-    quint64 repeated() const { return m_repeated; } ///< frames with the number of the one before
-    quint64 restarts() const { return m_restarts; } ///< places where the numbers jumped back
+    std::uint64_t frames() const { return m_grabs.count(); }
+    std::uint64_t gaps() const { return m_gaps; }       ///< places where frame numbers are missing
+    std::uint64_t missing() const { return m_missing; } ///< frame numbers missing in all
+    std::uint64_t repeated() const
+    {
+        return m_repeated;
+    } ///< frames with the number of the one before
+    std::uint64_t restarts() const { return m_restarts; } ///< places where the numbers jumped back
     /// Frames per second between the first and the last frame; 0 with less than two.
     double rate() const;
     const Durations& grabs() const { return m_grabs; }
 
 private:
-    FrameNumbers m_numbers;
     Durations m_grabs;
     Clock::time_point m_first;
     Clock::time_point m_last;
-    quint64 m_gaps = 0;
-    quint64 m_missing = 0;
-    quint64 m_repeated = 0;
-    quint64 m_restarts = 0;
+    std::uint64_t m_gaps = 0;
+    std::uint64_t m_missing = 0;
+    std::uint64_t m_repeated = 0;
+    std::uint64_t m_restarts = 0;
 };
 
 } // namespace zrnhost

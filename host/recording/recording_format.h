@@ -3,6 +3,7 @@
 #include <QByteArray>
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
@@ -47,6 +48,8 @@ struct Frame {
     /// On any clock that does not jump; in a recording, since its first frame.
     qint64 arrivalNanoseconds = 0;
     std::vector<Image> images; ///< one or two
+    /// Of images whose data are not their own.
+    std::shared_ptr<const void> memory;
 };
 
 /// What the header of a frame says.

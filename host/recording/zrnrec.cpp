@@ -1,4 +1,4 @@
-#include "common/image_blocks.h"
+#include "checks/images.h"
 #include "common/image_writer.h"
 #include "recording/recording_reader.h"
 
@@ -82,11 +82,9 @@ void exportFrame(const Options& options, const QJsonObject& metadata, int positi
                  const Frame& frame)
 {
     for (const zrnrecording::Image& image : frame.images) {
-        CameraSpace::ImageBlock block;
-        block.width = frame.width;
-        block.height = frame.height;
-        block.bitsPerPixel = 8;
-        block.data = image.data;
+        const zrn::Image written{image.letter,
+                                 {reinterpret_cast<const std::uint8_t*>(image.data.constData()),
+                                  static_cast<std::size_t>(image.data.size())}};
         const QString path = QStringLiteral("%1/%2_%3_%4.%5")
                                  .arg(QString::fromLocal8Bit(options.folder.c_str()))
                                  .arg(position, 6, 10, QLatin1Char('0'))
@@ -95,9 +93,10 @@ void exportFrame(const Options& options, const QJsonObject& metadata, int positi
                                  .arg(options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
         const QString problem =
             options.raw
-                ? zrnhost::writeRaw(path, block)
+                ? zrnhost::writeRaw(path, written)
                 : zrnhost::writePng(
-                      path, block,
+                      path, written, static_cast<quint32>(frame.width),
+                      static_cast<quint32>(frame.height),
                       {{QStringLiteral("Serial"), metadata[QLatin1String("serial")].toString()},
                        {QStringLiteral("Image"), QString(QLatin1Char(image.letter))},
                        {QStringLiteral("Frame number"), QString::number(frame.number)},

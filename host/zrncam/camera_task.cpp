@@ -1,6 +1,5 @@
 #include "camera_task.h"
 
-#include "common/property_keys.h"
 #include "failures.h"
 
 #include <algorithm>
@@ -18,14 +17,14 @@ struct Outcome {
     QString lines;
 };
 
-QString nameOf(const CameraChoice& choice)
+QString nameOf(const zrn::CameraChoice& choice)
 {
-    return !choice.serial.isEmpty() ? choice.serial
-           : !choice.port.empty()   ? QString::fromStdString(choice.port)
-                                    : QString::number(choice.index);
+    return !choice.serial.empty() ? QString::fromStdString(choice.serial)
+           : !choice.port.empty() ? QString::fromStdString(choice.port)
+                                  : QString::number(choice.index);
 }
 
-Outcome runOn(Session& session, const CameraChoice& choice, Context& context,
+Outcome runOn(Session& session, const zrn::CameraChoice& choice, Context& context,
               const CameraTask& task)
 {
     Outcome outcome;
@@ -39,10 +38,8 @@ Outcome runOn(Session& session, const CameraChoice& choice, Context& context,
     }
     Report report(context.options.json, lines, outcome.name);
     Context own{context.options, report, context.interrupt, outcome.name};
-    outcome.exitCode = reportFailures(report, [&] {
-        const std::unique_ptr<zrnhost::Camera> camera = session.connect(choice);
-        return task.run(session, *camera, own);
-    });
+    outcome.exitCode =
+        reportFailures(report, [&] { return task.run(session.connect(choice), own); });
     outcome.json = report.json();
     outcome.json[QLatin1String("exitCode")] = static_cast<int>(outcome.exitCode);
     std::fclose(lines);
@@ -67,9 +64,9 @@ ExitCode runOnCameras(Context& context, const CameraTask& task)
 {
     Session session(context.options);
     if (!context.options.areSeveral()) {
-        return task.run(session, session.connect(), context);
+        return task.run(session.connect(), context);
     }
-    const std::vector<CameraChoice> choices = session.choices();
+    const std::vector<zrn::CameraChoice> choices = session.choices();
     std::vector<Outcome> outcomes(choices.size());
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < choices.size(); ++i) {

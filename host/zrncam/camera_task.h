@@ -9,7 +9,7 @@
 
 /// What a command does with a camera, and how it tells of several.
 struct CameraTask {
-    std::function<ExitCode(Session&, zrnhost::Camera&, Context&)> run;
+    std::function<ExitCode(const CameraPointer&, Context&)> run;
     /// Of several cameras: whether the lines of each are shown, before the rows of all.
     bool showsLines = false;
     /// The row of one of several cameras, from its document; "done" without it.

@@ -1,7 +1,7 @@
 #include "completion.h"
 
 #include "client/bus.h"
-#include "common/property_table.h"
+#include "client/property_table.h"
 #include "common/virtual_run.h"
 
 #include <QString>
@@ -83,7 +83,7 @@ ReadWords readWords(const CommandDescription& program, std::span<const std::stri
 Offers offerKeys(bool onlyWritable)
 {
     Offers offers;
-    for (const zrnhost::PropertyInfo& property : zrnhost::propertyTable) {
+    for (const zrn::PropertyInfo& property : zrn::propertyTable) {
         if (property.writable || !onlyWritable) {
             offers.push_back({property.key, property.tip});
         }
@@ -93,8 +93,8 @@ Offers offerKeys(bool onlyWritable)
 
 Offers offerValues(const std::string& key)
 {
-    const zrnhost::PropertyInfo* property = zrnhost::findProperty(key);
-    const bool isFlag = property && property->type == zrnhost::PropertyType::Bool;
+    const zrn::PropertyInfo* property = zrn::findProperty(key);
+    const bool isFlag = property && property->type == zrn::PropertyType::Bool;
     return isFlag ? Offers{{"true", ""}, {"false", ""}} : Offers{};
 }
 
@@ -155,7 +155,7 @@ Offers offerValues(const ReadWords& line, const ArgumentDescription& argument)
         return offerValues(line.positionals.front());
     }
     if (type == "COMMAND") {
-        return {{zrnhost::keys::clearState, "Reset the camera"}};
+        return {{zrn::keys::clearState, "Reset the camera"}};
     }
     return {};
 }

@@ -1,16 +1,17 @@
 #include "failures.h"
 
-#include "common/driver_error.h"
-#include "common/driver_plugin.h"
-#include "common/result_codes.h"
+#include "client/error.h"
 #include "tool_error.h"
 
 namespace
 {
 
-ExitCode exitCodeFor(ErrorCode code)
+ExitCode exitCodeFor(const zrn::Error& error)
 {
-    switch (code) {
+    if (error.kind() != zrn::Error::Kind::Refused) {
+        return error.kind() == zrn::Error::Kind::Plugin ? ExitCode::Plugin : ExitCode::NoCamera;
+    }
+    switch (error.code()) {
     case ErrorCode::SerialNotFound:
     case ErrorCode::IndexNotFound:
     case ErrorCode::NodeNotOpen:
@@ -33,15 +34,14 @@ ExitCode reportFailures(Report& report, const std::function<ExitCode()>& run)
 {
     try {
         return run();
-    } catch (const zrnhost::DriverError& error) {
-        const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(error.code());
-        return report.fail(
-            exitCodeFor(error.code()), QString::fromUtf8(error.what()), error.remedy(),
-            {{QStringLiteral("code"), static_cast<qint64>(error.code())},
-             {QStringLiteral("name"), QLatin1String(info ? info->name : "Unknown")}});
-    } catch (const zrnhost::PluginError& error) {
-        return report.fail(ExitCode::Plugin, QString::fromUtf8(error.what()),
-                           QStringLiteral("'zrncam doctor' says more about plugin and libraries"));
+    } catch (const zrn::Error& error) {
+        QJsonObject details;
+        if (error.kind() == zrn::Error::Kind::Refused) {
+            details = {{QStringLiteral("code"), static_cast<qint64>(error.code())},
+                       {QStringLiteral("name"), QString::fromStdString(error.name())}};
+        }
+        return report.fail(exitCodeFor(error), QString::fromUtf8(error.what()),
+                           QString::fromStdString(error.remedy()), details);
     } catch (const ToolError& error) {
         return report.fail(error.exitCode(), QString::fromUtf8(error.what()), error.hint());
     } catch (const std::exception& error) {

@@ -38,3 +38,20 @@ private:
     int m_end = -1;     // eventfd
     std::thread m_thread;
 };
+
+/// What a signal does, for as long as this object lives.
+class InterruptAction
+{
+public:
+    InterruptAction(Interrupt& interrupt, std::function<void()> action)
+        : m_interrupt(interrupt)
+    {
+        m_interrupt.onRequest(this, std::move(action));
+    }
+    ~InterruptAction() { m_interrupt.onRequest(this, {}); }
+    InterruptAction(const InterruptAction&) = delete;
+    InterruptAction& operator=(const InterruptAction&) = delete;
+
+private:
+    Interrupt& m_interrupt;
+};

@@ -1,5 +1,4 @@
-#include "common/driver_plugin.h"
-#include "common/plugin_locator.h"
+#include "client/error.h"
 #include "common/virtual_run.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/widgets/main_window.h"
@@ -58,19 +57,6 @@ zrnview::Theme themeOf(const std::string& name)
 }
 
 /// The driver's factory, which keeps the loaded plugin alive.
-std::shared_ptr<IFactory> makeFactory(const std::string& chosen)
-{
-    const auto candidates = zrnhost::pluginCandidates(QString::fromLocal8Bit(chosen.c_str()),
-                                                      QCoreApplication::applicationDirPath());
-    const zrnhost::PluginCandidate candidate = zrnhost::choosePlugin(candidates);
-    if (candidate.path.isEmpty()) {
-        throw std::runtime_error("The driver plugin was not found; name it with --plugin or in the "
-                                 "environment variable ZRNCAM_PLUGIN.");
-    }
-    auto plugin = std::make_shared<zrnhost::DriverPlugin>(candidate.path);
-    return {plugin, &plugin->factory()};
-}
-
 QString folderOf(const Options& options)
 {
     return options.folder.empty()
@@ -106,7 +92,7 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(QStringLiteral("zrnview"));
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
 
-    zrnview::Bench bench([&options] { return makeFactory(options.plugin); }, zrnhost::busReaders());
+    zrnview::Bench bench([&options] { return zrn::Driver::load(options.plugin); });
     zrnview::WindowOptions windowOptions;
     windowOptions.camerasToShow =
         options.cameras.value_or(std::max<int>(1, static_cast<int>(options.virtualModels.size())));

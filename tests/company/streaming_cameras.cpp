@@ -1,7 +1,7 @@
 #include "streaming_cameras.h"
 
-#include "common/image_blocks.h"
-#include "common/property_keys.h"
+#include "checks/images.h"
+#include "client/property_keys.h"
 
 namespace company
 {
@@ -11,12 +11,12 @@ StreamingCameras::StreamingCameras(IFactory& factory)
     constexpr int patientGrab = 20'000; // milliseconds
     const int found = factory.enumDevice();
     for (int i = 0; i < found; ++i) {
-        auto camera = std::make_unique<zrnhost::Camera>(factory);
+        auto camera = std::make_unique<zrn::CameraObject>(factory);
         if ((*camera)->connectDeviceByIndex(i) != ErrorCode::Success ||
             (*camera)->startStream(0) != ErrorCode::Success) {
             continue;
         }
-        camera->writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrab);
+        camera->writeProperty(zrn::keys::maxGrabWaitTime, patientGrab);
         m_cameras.push_back(std::move(camera));
     }
     for (const auto& camera : m_cameras) {
@@ -49,11 +49,11 @@ bool StreamingCameras::allDeliver()
     return !m_hasFailed;
 }
 
-void StreamingCameras::grabFrom(zrnhost::Camera& camera, std::atomic<int>& frames)
+void StreamingCameras::grabFrom(zrn::CameraObject& camera, std::atomic<int>& frames)
 {
     while (!m_ends) {
-        zrnhost::ImageBlocks images;
-        if (zrnhost::grab(*camera, images) == ErrorCode::Success) {
+        ContractSpace::Images images;
+        if (ContractSpace::grab(*camera, images) == ErrorCode::Success) {
             ++frames;
         } else {
             m_hasFailed = true;

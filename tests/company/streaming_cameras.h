@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/camera.h"
+#include "client/camera_object.h"
 #include "factory_interface.h"
 
 #include <atomic>
@@ -27,11 +27,11 @@ public:
     bool allDeliver();
 
 private:
-    void grabFrom(zrnhost::Camera& camera, std::atomic<int>& frames);
+    void grabFrom(zrn::CameraObject& camera, std::atomic<int>& frames);
 
     std::atomic<bool> m_ends = false;
     std::atomic<bool> m_hasFailed = false;
-    std::vector<std::unique_ptr<zrnhost::Camera>> m_cameras;
+    std::vector<std::unique_ptr<zrn::CameraObject>> m_cameras;
     std::deque<std::atomic<int>> m_frames;
     std::vector<std::thread> m_threads;
 };

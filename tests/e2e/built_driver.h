@@ -1,14 +1,15 @@
 #pragma once
 
-#include "common/camera.h"
-#include "common/driver_plugin.h"
-#include "common/image_blocks.h"
-#include "common/property_keys.h"
+#include "checks/images.h"
+#include "client/camera_object.h"
+#include "client/driver_plugin.h"
+#include "client/property_keys.h"
 
 #include <ostream>
+#include <string>
 
 /// The plugin that the build made.
-inline const QString builtPlugin = QStringLiteral(ZRN_PLUGIN_PATH);
+inline const std::string builtPlugin = ZRN_PLUGIN_PATH;
 
 /// Milliseconds, for grabs that must not fail because the machine is busy.
 inline constexpr int patientGrabMs = 20'000;
@@ -16,12 +17,12 @@ inline constexpr int patientGrabMs = 20'000;
 /// What one grab gave.
 struct Grab {
     ErrorCode result;
-    zrnhost::ImageBlocks images;
+    ContractSpace::Images images;
 };
-inline Grab grabFrom(zrnhost::Camera& camera)
+inline Grab grabFrom(zrn::CameraObject& camera)
 {
     Grab grab;
-    grab.result = zrnhost::grab(*camera, grab.images);
+    grab.result = ContractSpace::grab(*camera, grab.images);
     return grab;
 }
 

@@ -63,7 +63,7 @@ void exitInHandler(QtMsgType /*type*/, const QMessageLogContext& /*context*/,
 }
 
 /// @return whether a child that uses the camera and exits does both in time, and is refused.
-bool isChildRefused(zrnhost::Camera& camera)
+bool isChildRefused(zrn::CameraObject& camera)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -80,15 +80,15 @@ bool isChildRefused(zrnhost::Camera& camera)
 int main(int argc, char** argv)
 {
     const std::string how = argc > 1 ? argv[1] : "return";
-    static zrnhost::DriverPlugin& plugin = *new zrnhost::DriverPlugin(builtPlugin);
+    static zrn::DriverPlugin& plugin = *new zrn::DriverPlugin(builtPlugin);
     if (plugin.factory().enumDevice() < 1) {
         return 2;
     }
-    static zrnhost::Camera& camera = *new zrnhost::Camera(plugin.factory());
+    static zrn::CameraObject& camera = *new zrn::CameraObject(plugin.factory());
     if (camera->connectDeviceByIndex(0) != ErrorCode::Success) {
         return 3;
     }
-    camera.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
+    camera.writeProperty(zrn::keys::maxGrabWaitTime, patientGrabMs);
     if (camera->startStream(0) != ErrorCode::Success) {
         return 4;
     }

@@ -39,18 +39,18 @@ void expectImage(const CameraSpace::ImageBlock& image, const std::vector<std::ui
     EXPECT_EQ(image.bitsPerPixel, 8);
     ASSERT_EQ(static_cast<std::size_t>(image.data.size()), sent.size() + sizeof(trailer));
     EXPECT_EQ(firstDifference(image.data, sent), "none");
-    EXPECT_EQ(zrnhost::trailerOf(image), trailer);
+    EXPECT_EQ(ContractSpace::trailerOf(image), trailer);
 }
 
 TEST(Preset, DeliversWhatTheCameraSent)
 {
-    zrnhost::DriverPlugin plugin(builtPlugin);
+    zrn::DriverPlugin plugin(builtPlugin);
     ASSERT_EQ(plugin.factory().enumDevice(), 1);
-    zrnhost::Camera host(plugin.factory());
+    zrn::CameraObject host(plugin.factory());
     VirtualCamera camera;
     ASSERT_EQ(host->connectDeviceBySerial(QString::fromStdString(camera.serial())),
               ErrorCode::Success);
-    host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
+    host.writeProperty(zrn::keys::maxGrabWaitTime, patientGrabMs);
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
 
     std::vector<Grab> grabs;
@@ -81,9 +81,9 @@ TEST(Preset, DeliversWhatTheCameraSent)
 // By the virtual camera's table of sensor types: the driver has another one.
 TEST(Preset, IsTakenForItsSensorType)
 {
-    zrnhost::DriverPlugin plugin(builtPlugin);
+    zrn::DriverPlugin plugin(builtPlugin);
     ASSERT_EQ(plugin.factory().enumDevice(), 1);
-    zrnhost::Camera host(plugin.factory());
+    zrn::CameraObject host(plugin.factory());
     VirtualCamera camera;
     ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
     const int reported = camera.ask("camera").at("camera").at("sensorType");
@@ -99,7 +99,7 @@ TEST(Preset, IsTakenForItsSensorType)
     EXPECT_EQ(shortest, exposureOf("min"));
     EXPECT_EQ(longest, exposureOf("max"));
 
-    EXPECT_EQ(host.property(zrnhost::keys::sensorCount), QVariant(sensor.sensorCount));
+    EXPECT_EQ(host.property(zrn::keys::sensorCount), QVariant(sensor.sensorCount));
     QMap<QString, QVariant> values;
     EXPECT_EQ(host->executeCommand(QStringLiteral("ClearState"), values),
               sensor.hasReset ? ErrorCode::Success : ErrorCode::CommandFailed);

@@ -16,7 +16,7 @@
 namespace
 {
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 
 constexpr int cameras = 3;
 constexpr std::size_t resettableCamera = 0; // sensor type 2
@@ -26,11 +26,11 @@ class Session : public testing::Test
 protected:
     void SetUp() override { ASSERT_EQ(m_plugin->factory().enumDevice(), cameras); }
 
-    std::optional<zrnhost::DriverPlugin> m_plugin{builtPlugin};
+    std::optional<zrn::DriverPlugin> m_plugin{builtPlugin};
 };
 
 /// Grabs @p count frames and compares each with what its camera says it sent.
-void expectFrames(zrnhost::Camera& host, std::size_t cameraIndex, int count)
+void expectFrames(zrn::CameraObject& host, std::size_t cameraIndex, int count)
 {
     host.writeProperty(keys::maxGrabWaitTime, patientGrabMs);
     std::vector<Grab> grabs;
@@ -43,7 +43,7 @@ void expectFrames(zrnhost::Camera& host, std::size_t cameraIndex, int count)
     const std::vector<SentFrame> frames = VirtualCamera(cameraIndex).sentFrames();
     auto sent = frames.rbegin();
     for (auto grabbed = grabs.rbegin(); grabbed != grabs.rend(); ++grabbed) {
-        const quint64 trailer = zrnhost::trailerOf(*grabbed->images.front());
+        const quint64 trailer = ContractSpace::trailerOf(*grabbed->images.front());
         sent = std::find_if(sent, frames.rend(), [trailer](const SentFrame& frame) {
             return zrnsim::trailerOf(frame.request) == trailer;
         });
@@ -80,11 +80,11 @@ std::size_t indexOfSerial(const QString& serial)
 
 TEST_F(Session, StreamsFromThreeCamerasAtOnce)
 {
-    std::vector<std::unique_ptr<zrnhost::Camera>> hosts;
+    std::vector<std::unique_ptr<zrn::CameraObject>> hosts;
     hosts.reserve(cameras);
     QSet<QString> serials;
     for (int i = 0; i < cameras; ++i) {
-        hosts.push_back(std::make_unique<zrnhost::Camera>(m_plugin->factory()));
+        hosts.push_back(std::make_unique<zrn::CameraObject>(m_plugin->factory()));
         ASSERT_EQ((*hosts.back())->connectDeviceByIndex(i), ErrorCode::Success);
         serials.insert(hosts.back()->property(keys::serial).toString());
         ASSERT_EQ((*hosts.back())->startStream(0), ErrorCode::Success);
@@ -93,7 +93,7 @@ TEST_F(Session, StreamsFromThreeCamerasAtOnce)
 
     std::vector<std::thread> threads;
     threads.reserve(cameras);
-    for (const std::unique_ptr<zrnhost::Camera>& host : hosts) {
+    for (const std::unique_ptr<zrn::CameraObject>& host : hosts) {
         threads.emplace_back([&host] {
             expectFrames(*host, indexOfSerial(host->property(keys::serial).toString()), 12);
         });
@@ -101,7 +101,7 @@ TEST_F(Session, StreamsFromThreeCamerasAtOnce)
     for (std::thread& thread : threads) {
         thread.join();
     }
-    for (const std::unique_ptr<zrnhost::Camera>& host : hosts) {
+    for (const std::unique_ptr<zrn::CameraObject>& host : hosts) {
         EXPECT_EQ((*host)->stopStream(0), ErrorCode::Success);
         EXPECT_EQ((*host)->disconnectDevice(), ErrorCode::Success);
     }
@@ -109,7 +109,7 @@ TEST_F(Session, StreamsFromThreeCamerasAtOnce)
 
 TEST_F(Session, StartsAndStopsFiftyTimes)
 {
-    zrnhost::Camera host(m_plugin->factory());
+    zrn::CameraObject host(m_plugin->factory());
     ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
     host.writeProperty(keys::maxGrabWaitTime, patientGrabMs);
     for (int i = 0; i < 50; ++i) {
@@ -121,7 +121,7 @@ TEST_F(Session, StartsAndStopsFiftyTimes)
 
 TEST_F(Session, ReadsBackEveryControl)
 {
-    zrnhost::Camera host(m_plugin->factory());
+    zrn::CameraObject host(m_plugin->factory());
     ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
 
     unsigned int shortest = 0;
@@ -160,7 +160,7 @@ TEST_F(Session, ReadsBackEveryControl)
 TEST_F(Session, ResetsTheCamera)
 {
     VirtualCamera camera(resettableCamera);
-    zrnhost::Camera host(m_plugin->factory());
+    zrn::CameraObject host(m_plugin->factory());
     ASSERT_EQ(host->connectDeviceBySerial(QString::fromStdString(camera.serial())),
               ErrorCode::Success);
     const auto resets = [&camera] { return camera.counter("resets"); };
@@ -172,7 +172,7 @@ TEST_F(Session, ResetsTheCamera)
 
 TEST_F(Session, AccountsForEveryFrame)
 {
-    zrnhost::Camera host(m_plugin->factory());
+    zrn::CameraObject host(m_plugin->factory());
     ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
     const std::size_t index = indexOfSerial(host.property(keys::serial).toString());
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
@@ -181,7 +181,7 @@ TEST_F(Session, AccountsForEveryFrame)
     for (int i = 0; i < 20; ++i) {
         const Grab grabbed = grabFrom(host);
         ASSERT_EQ(grabbed.result, ErrorCode::Success);
-        trailers.insert(zrnhost::trailerOf(*grabbed.images.front()));
+        trailers.insert(ContractSpace::trailerOf(*grabbed.images.front()));
     }
     ASSERT_EQ(host->stopStream(0), ErrorCode::Success);
     VirtualCamera camera(index);
@@ -195,7 +195,7 @@ TEST_F(Session, ReloadsThePlugin)
     const QPointer<IFactory> factory = &m_plugin->factory();
     m_plugin.reset();
     EXPECT_TRUE(factory.isNull());
-    zrnhost::DriverPlugin again(builtPlugin);
+    zrn::DriverPlugin again(builtPlugin);
     EXPECT_EQ(again.factory().enumDevice(), cameras);
 }
 

@@ -2,7 +2,7 @@
 
 #include "built_driver.h"
 #include "client/bus.h"
-#include "common/device_opener.h"
+#include "client/driver.h"
 #include "common/statistics.h"
 #include "virtual_camera.h"
 
@@ -53,7 +53,8 @@ public:
             environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtimeFolder);
         }
         m_process.setProcessEnvironment(environment);
-        m_process.start(ZRNCAM_PATH, QStringList{"--plugin", builtPlugin, "--json"} + arguments);
+        m_process.start(ZRNCAM_PATH,
+                        QStringList{"--plugin", ZRN_PLUGIN_PATH, "--json"} + arguments);
         EXPECT_TRUE(m_process.waitForStarted());
     }
     ~Zrncam()
@@ -149,7 +150,6 @@ protected:
         EXPECT_LE(missing, overrun);
     }
 
-    /// The same of what zrncam reported.
     /// On an emulated machine a stream may stand still for longer than others look at it.
     void expectUndisturbed(const QJsonValue& report, std::uint64_t overrunsBefore)
     {
@@ -161,6 +161,8 @@ protected:
             << serial.toStdString();
         EXPECT_EQ(report[QLatin1String("splitFailures")].toInt(-1), 0) << serial.toStdString();
     }
+
+    /// The same as expectWholeStream() of what zrncam reported.
     void expectNothingMissing(const QJsonValue& report, std::uint64_t overrunsBefore)
     {
         const QString serial = report[QLatin1String("camera")][QLatin1String("serial")].toString();
@@ -407,11 +409,12 @@ public:
         EXPECT_EQ(m_camera->startStream(0), ErrorCode::Success);
         m_thread = std::thread([this] {
             while (!m_isOver) {
-                zrnhost::ImageBlocks images;
-                const bool isGrabbed = zrnhost::grab(*m_camera, images) == ErrorCode::Success;
+                ContractSpace::Images images;
+                const bool isGrabbed = ContractSpace::grab(*m_camera, images) == ErrorCode::Success;
                 m_end = Clock::now();
                 if (isGrabbed) {
-                    m_account.addFrame(zrnhost::trailerOf(*images.front()), m_end, {});
+                    const std::uint64_t trailer = ContractSpace::trailerOf(*images.front());
+                    m_account.addFrame(m_numbers.follow(trailer), m_end, {});
                 } else {
                     ++m_failures;
                 }
@@ -434,9 +437,10 @@ public:
     double seconds() const { return std::chrono::duration<double>(m_end - m_begin).count(); }
 
 private:
-    zrnhost::Camera m_camera;
+    zrn::CameraObject m_camera;
     const Clock::time_point m_begin = Clock::now();
-    Clock::time_point m_end; // used by the thread while it runs, as are the next two
+    Clock::time_point m_end; // used by the thread while it runs, as are the next three
+    zrn::FrameNumbers m_numbers;
     zrnhost::StreamAccount m_account;
     int m_failures = 0;
     std::atomic<bool> m_isOver = false;
@@ -449,29 +453,28 @@ TEST_F(SharedBus, LossesOfOneLeaveTheOthersOfTheProcessAlone)
 {
     const int losses = numberFrom("ZRN_LOSSES", 10);
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
-    zrnhost::DriverPlugin plugin(builtPlugin);
-    zrnhost::DeviceOpener opener(plugin.factory(), [this] { return bus.cameras(); });
+    const std::shared_ptr<zrn::Driver> driver = zrn::Driver::load(builtPlugin);
     const std::vector<zrn::BusCamera> cameras = bus.cameras();
     std::vector<std::unique_ptr<Streaming>> streams;
     std::vector<std::uint64_t> before;
     for (std::size_t i = 1; i < cameraCount; ++i) {
         before.push_back(overruns(serials[i]));
-        ASSERT_EQ(opener.open(cameras[i]), serials[i]);
-        streams.push_back(std::make_unique<Streaming>(plugin.factory(), serials[i]));
+        ASSERT_EQ(driver->open(cameras[i]), serials[i].toStdString());
+        streams.push_back(std::make_unique<Streaming>(driver->factory(), serials[i]));
     }
 
     VirtualCamera& lost = cameraOf(serials[0]);
     std::vector<double> milliseconds; // from the plugging in to the first frame
     auto pluggedIn = Clock::now();
     for (int loss = 0; loss <= losses && !HasFatalFailure(); ++loss) {
-        zrnhost::Camera camera(plugin.factory());
-        zrnhost::ImageBlocks images;
+        zrn::CameraObject camera(driver->factory());
+        ContractSpace::Images images;
         const auto tryToStream = [&] {
             const std::vector<zrn::BusCamera> now = bus.cameras();
             const auto found = std::find_if(now.begin(), now.end(), [&](const auto& candidate) {
                 return candidate.port == cameras[0].port;
             });
-            return found != now.end() && opener.open(*found) == serials[0] &&
+            return found != now.end() && driver->open(*found) == serials[0].toStdString() &&
                    camera->connectDeviceBySerial(serials[0]) == ErrorCode::Success &&
                    camera->startStream(0) == ErrorCode::Success;
         };
@@ -480,7 +483,7 @@ TEST_F(SharedBus, LossesOfOneLeaveTheOthersOfTheProcessAlone)
             ASSERT_LT(Clock::now() - pluggedIn, patience);
             std::this_thread::sleep_for(20ms);
         }
-        ASSERT_EQ(zrnhost::grab(*camera, images), ErrorCode::Success);
+        ASSERT_EQ(ContractSpace::grab(*camera, images), ErrorCode::Success);
         milliseconds.push_back(
             std::chrono::duration<double, std::milli>(Clock::now() - pluggedIn).count());
         if (loss < losses) {

@@ -1,4 +1,4 @@
-#include "common/property_table.h"
+#include "client/property_table.h"
 #include "tool_run.h"
 
 #include <QRegularExpression>
@@ -70,7 +70,7 @@ TEST(Completions, OfferTheKeysOfTheTable)
 {
     QStringList keys;
     QStringList writable;
-    for (const zrnhost::PropertyInfo& property : zrnhost::propertyTable) {
+    for (const zrn::PropertyInfo& property : zrn::propertyTable) {
         keys += QString::fromLatin1(property.key);
         writable += property.writable ? keys.mid(keys.size() - 1) : QStringList();
     }

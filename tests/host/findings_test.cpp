@@ -198,8 +198,8 @@ TEST(Findings, EnumerationMustOpenEveryCamera)
 
 TEST(Findings, EveryPluginFaultIsAProblemWithARemedy)
 {
-    using zrnhost::PluginFault;
-    zrnhost::PluginInspection inspection;
+    using zrn::PluginFault;
+    zrn::PluginInspection inspection;
     EXPECT_EQ(judgePlugin(inspection).verdict, Verdict::Good);
     for (const PluginFault fault :
          {PluginFault::NotFound, PluginFault::NotAPlugin, PluginFault::OtherQt,

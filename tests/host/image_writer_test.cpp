@@ -1,4 +1,4 @@
-#include "common/image_blocks.h"
+#include "checks/images.h"
 #include "common/image_writer.h"
 
 #include <QFile>
@@ -25,29 +25,27 @@ CameraSpace::ImageBlock makeBlock(int width, int height)
     return block;
 }
 
+zrn::Image imageOf(const CameraSpace::ImageBlock& block)
+{
+    return {'A',
+            {reinterpret_cast<const std::uint8_t*>(block.data.constData()),
+             static_cast<std::size_t>(block.data.size())}};
+}
+
 } // namespace
 
 TEST(ImageBlocksTest, WellFormedBlocksAgreeInSizeAndData)
 {
     CameraSpace::ImageBlock block = makeBlock(5, 3);
-    EXPECT_TRUE(isWellFormed(block));
-    EXPECT_EQ(trailerOf(block), 0xffffffff04030201U);
+    EXPECT_TRUE(ContractSpace::isWellFormed(block));
+    EXPECT_EQ(ContractSpace::trailerOf(block), 0xffffffff04030201U);
     block.data.chop(1);
-    EXPECT_FALSE(isWellFormed(block));
-    EXPECT_FALSE(isWellFormed(CameraSpace::ImageBlock{}));
+    EXPECT_FALSE(ContractSpace::isWellFormed(block));
+    EXPECT_FALSE(ContractSpace::isWellFormed(CameraSpace::ImageBlock{}));
     block = makeBlock(5, 3);
     block.width = 65536;
     block.height = 65536;
-    EXPECT_FALSE(isWellFormed(block));
-}
-
-TEST(ImageBlocksTest, LettersFollowPositionAndSensorCount)
-{
-    EXPECT_EQ(imageLetter(0, 2, 2), 'A');
-    EXPECT_EQ(imageLetter(1, 2, 2), 'B');
-    EXPECT_EQ(imageLetter(0, 1, 2), 'A');
-    EXPECT_EQ(imageLetter(0, 1, 1), 'B');
-    EXPECT_EQ(imageLetter(0, 2, 1), 'A');
+    EXPECT_FALSE(ContractSpace::isWellFormed(block));
 }
 
 TEST(ImageWriterTest, PngHoldsPixelsAndTexts)
@@ -57,7 +55,7 @@ TEST(ImageWriterTest, PngHoldsPixelsAndTexts)
         const QTemporaryDir folder;
         const QString path = folder.filePath(QStringLiteral("a.png"));
         const CameraSpace::ImageBlock block = makeBlock(width, 3);
-        ASSERT_EQ(writePng(path, block,
+        ASSERT_EQ(writePng(path, imageOf(block), static_cast<std::uint32_t>(width), 3,
                            {{QStringLiteral("Serial"), QStringLiteral("ZR1")},
                             {QStringLiteral("FrameNumber"), QStringLiteral("12")}}),
                   QString());
@@ -78,7 +76,7 @@ TEST(ImageWriterTest, RawHoldsPixelsAndTrailer)
     const QTemporaryDir folder;
     const QString path = folder.filePath(QStringLiteral("a.raw"));
     const CameraSpace::ImageBlock block = makeBlock(4, 2);
-    ASSERT_EQ(writeRaw(path, block), QString());
+    ASSERT_EQ(writeRaw(path, imageOf(block)), QString());
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_EQ(file.readAll(), block.data);
@@ -87,6 +85,7 @@ TEST(ImageWriterTest, RawHoldsPixelsAndTrailer)
 TEST(ImageWriterTest, FailureNamesTheFile)
 {
     const QString path = QStringLiteral("/nonexistent-folder/a.png");
-    EXPECT_TRUE(writePng(path, makeBlock(2, 2), {}).startsWith(path));
-    EXPECT_TRUE(writeRaw(path, makeBlock(2, 2)).startsWith(path));
+    const CameraSpace::ImageBlock block = makeBlock(2, 2);
+    EXPECT_TRUE(writePng(path, imageOf(block), 2, 2, {}).startsWith(path));
+    EXPECT_TRUE(writeRaw(path, imageOf(block)).startsWith(path));
 }

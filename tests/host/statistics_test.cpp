@@ -33,18 +33,20 @@ TEST(StreamAccountTest, RateIsIntervalsPerSpan)
     StreamAccount account;
     EXPECT_EQ(account.rate(), 0.0);
     const StreamAccount::Clock::time_point start{};
-    account.addFrame(0, start, 1ms);
+    zrn::FrameNumbers numbers;
+    account.addFrame(numbers.follow(0), start, 1ms);
     EXPECT_EQ(account.rate(), 0.0);
-    account.addFrame(1, start + 40ms, 1ms);
-    account.addFrame(2, start + 80ms, 1ms);
+    account.addFrame(numbers.follow(1), start + 40ms, 1ms);
+    account.addFrame(numbers.follow(2), start + 80ms, 1ms);
     EXPECT_DOUBLE_EQ(account.rate(), 25.0);
 }
 
 TEST(StreamAccountTest, SumsGapsRepetitionsAndRestarts)
 {
     StreamAccount account;
-    for (const quint64 number : {0x10000U, 0x10001U, 0x10005U, 0x10005U, 0x10008U, 2U, 3U}) {
-        account.addFrame(number, {}, 1ms);
+    zrn::FrameNumbers numbers;
+    for (const std::uint64_t number : {0x10000U, 0x10001U, 0x10005U, 0x10005U, 0x10008U, 2U, 3U}) {
+        account.addFrame(numbers.follow(number), {}, 1ms);
     }
     EXPECT_EQ(account.frames(), 7U);
     EXPECT_EQ(account.gaps(), 2U);

@@ -1,6 +1,6 @@
 #include "random_calls.h"
 
-#include "common/property_table.h"
+#include "client/property_table.h"
 
 #include <QtAlgorithms>
 
@@ -13,7 +13,7 @@ namespace hosts
 namespace
 {
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 using CameraSpace::CameraInterface;
 
 /// Long enough for a frame, and short enough for a test.
@@ -43,9 +43,8 @@ QString randomText(Random& random)
 
 QString randomKey(Random& random)
 {
-    return pick(random, 0, 9) == 0
-               ? randomText(random)
-               : QString::fromLatin1(pickFrom(random, zrnhost::propertyTable).key);
+    return pick(random, 0, 9) == 0 ? randomText(random)
+                                   : QString::fromLatin1(pickFrom(random, zrn::propertyTable).key);
 }
 
 QVariant randomValue(Random& random, const QString& key)

@@ -33,7 +33,7 @@ std::ptrdiff_t openDescriptors()
 template <typename Action>
 void onUnmappedPlugin(Action action)
 {
-    QPluginLoader loader(builtPlugin);
+    QPluginLoader loader(QString::fromStdString(builtPlugin));
     loader.setLoadHints({});
     auto* const factory = qobject_cast<IFactory*>(loader.instance());
     ASSERT_TRUE(factory) << loader.errorString().toStdString();
@@ -54,9 +54,9 @@ bool isMapped()
 void expectWorks(IFactory& factory)
 {
     ASSERT_EQ(factory.enumDevice(), cameraCount);
-    zrnhost::Camera host(factory);
+    zrn::CameraObject host(factory);
     ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
-    host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
+    host.writeProperty(zrn::keys::maxGrabWaitTime, patientGrabMs);
     ASSERT_EQ(host->startStream(0), ErrorCode::Success);
     EXPECT_EQ(grabFrom(host).result, ErrorCode::Success);
 }
@@ -64,10 +64,10 @@ void expectWorks(IFactory& factory)
 TEST(CarelessHost, CallsEverythingFromManyThreads)
 {
     constexpr int callsPerThread = 150;
-    zrnhost::DriverPlugin plugin(builtPlugin);
+    zrn::DriverPlugin plugin(builtPlugin);
     ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
-    zrnhost::Camera first(plugin.factory());
-    zrnhost::Camera second(plugin.factory());
+    zrn::CameraObject first(plugin.factory());
+    zrn::CameraObject second(plugin.factory());
     std::vector<std::thread> threads;
     for (unsigned seed = 0; seed < 6; ++seed) {
         threads.emplace_back([&camera = seed % 2 == 0 ? *first : *second, seed] {
@@ -87,16 +87,16 @@ TEST(CarelessHost, CallsEverythingFromManyThreads)
 
 TEST(CarelessHost, EnumeratesWhileItStreams)
 {
-    zrnhost::DriverPlugin plugin(builtPlugin);
+    zrn::DriverPlugin plugin(builtPlugin);
     ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
     std::atomic<bool> ends = false;
     std::vector<std::thread> threads;
     for (int i = 0; i < cameraCount; ++i) {
         threads.emplace_back([&, i] {
-            zrnhost::Camera host(plugin.factory());
+            zrn::CameraObject host(plugin.factory());
             while (!ends) {
                 host->connectDeviceByIndex(i);
-                host.writeProperty(zrnhost::keys::maxGrabWaitTime, 50);
+                host.writeProperty(zrn::keys::maxGrabWaitTime, 50);
                 host->startStream(0);
                 while (!ends && grabFrom(host).result == ErrorCode::Success) {
                 }
@@ -116,10 +116,10 @@ TEST(CarelessHost, EnumeratesWhileItStreams)
 
 TEST(CarelessHost, DeletesACameraThatStreams)
 {
-    zrnhost::DriverPlugin plugin(builtPlugin);
+    zrn::DriverPlugin plugin(builtPlugin);
     for (int i = 0; i < 10; ++i) {
         ASSERT_EQ(plugin.factory().enumDevice(), cameraCount);
-        zrnhost::Camera host(plugin.factory());
+        zrn::CameraObject host(plugin.factory());
         ASSERT_EQ(host->connectDeviceByIndex(i % cameraCount), ErrorCode::Success);
         ASSERT_EQ(host->startStream(0), ErrorCode::Success);
     }
@@ -130,7 +130,7 @@ TEST(CarelessHost, DeletesTheFactoryUnderStreamingCameras)
 {
     std::ptrdiff_t before = 0;
     for (int i = 0; i < 10; ++i) {
-        std::optional<zrnhost::DriverPlugin> plugin{builtPlugin};
+        std::optional<zrn::DriverPlugin> plugin{builtPlugin};
         const QPointer<IFactory> factory = &plugin->factory();
         ASSERT_EQ(factory->enumDevice(), cameraCount);
         for (int index = 0; index < cameraCount; ++index) {
@@ -150,7 +150,7 @@ TEST(CarelessHost, DeletesTheFactoryUnderStreamingCameras)
 
 TEST(CarelessHost, LoadsThePluginTwice)
 {
-    std::optional<zrnhost::DriverPlugin> plugin{builtPlugin};
+    std::optional<zrn::DriverPlugin> plugin{builtPlugin};
     QPluginLoader loader(QStringLiteral(ZRN_PLUGIN_COPY));
     auto* const other = qobject_cast<IFactory*>(loader.instance());
     ASSERT_TRUE(other) << loader.errorString().toStdString();
@@ -158,9 +158,9 @@ TEST(CarelessHost, LoadsThePluginTwice)
 
     {
         ASSERT_EQ(plugin->factory().enumDevice(), cameraCount);
-        zrnhost::Camera host(plugin->factory());
+        zrn::CameraObject host(plugin->factory());
         ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
-        host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
+        host.writeProperty(zrn::keys::maxGrabWaitTime, patientGrabMs);
         ASSERT_EQ(host->startStream(0), ErrorCode::Success);
         EXPECT_EQ(other->enumDevice(), 0); // the cameras are taken
         EXPECT_EQ(grabFrom(host).result, ErrorCode::Success);
@@ -195,9 +195,9 @@ TEST(TwinCameras, AreSurvivedByUnloadingThePlugin)
     constexpr std::chrono::milliseconds someRounds(2500);
     onUnmappedPlugin([](IFactory& factory) {
         ASSERT_EQ(factory.enumDevice(), cameraCount);
-        zrnhost::Camera host(factory);
+        zrn::CameraObject host(factory);
         ASSERT_EQ(host->connectDeviceBySerial(QStringLiteral("ZR5")), ErrorCode::Success);
-        host.writeProperty(zrnhost::keys::maxGrabWaitTime, patientGrabMs);
+        host.writeProperty(zrn::keys::maxGrabWaitTime, patientGrabMs);
         ASSERT_EQ(host->startStream(0), ErrorCode::Success);
         EXPECT_EQ(grabFrom(host).result, ErrorCode::Success);
     });

@@ -13,6 +13,8 @@ foreach(host minimal_host check_plugin)
     add_executable(\${host} "$SOURCE_DIR/host/example/\${host}.cpp")
     target_link_libraries(\${host} PRIVATE zrncamera::interfaces)
 endforeach()
+add_executable(grab_ten "$SOURCE_DIR/host/example/grab_ten.cpp")
+target_link_libraries(grab_ten PRIVATE zrncamera::client)
 END
 cmake -S "$folder" -B "$folder/build" -G Ninja -DCMAKE_PREFIX_PATH="$1" -DCMAKE_BUILD_TYPE=Release >"$folder/log"
 grep 'plugin: .*/libzrncamera.so$' "$folder/log"

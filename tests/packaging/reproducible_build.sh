@@ -5,7 +5,7 @@ export CCACHE_DISABLE=1
 for copy in one another-one; do
     rm -rf "reproducible/$copy"
     mkdir -p "reproducible/$copy"
-    (cd "$1" && tar -c CMakeLists.txt cmake interfaces camera plugin host/example packaging) |
+    (cd "$1" && tar -c CMakeLists.txt client cmake interfaces camera plugin host/example packaging) |
         tar -x -C "reproducible/$copy"
     cmake -S "reproducible/$copy" -B "reproducible/$copy/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
         -DBUILD_TESTING=OFF >/dev/null

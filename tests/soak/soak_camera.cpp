@@ -1,7 +1,7 @@
 #include "soak_camera.h"
 
-#include "common/image_blocks.h"
-#include "common/property_keys.h"
+#include "checks/images.h"
+#include "client/property_keys.h"
 #include "stream_tap.h"
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace soak
 namespace
 {
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 using std::chrono::milliseconds;
 
 constexpr int grabTimeoutMs = 200;
@@ -35,7 +35,7 @@ SoakCamera::SoakCamera(IFactory& factory, OperationLog& log, std::size_t index,
                        const std::string& serial)
     : m_log(log)
     , m_index(index)
-    , m_camera(std::make_unique<zrnhost::Camera>(factory))
+    , m_camera(std::make_unique<zrn::CameraObject>(factory))
 {
     m_log.time("connectDeviceBySerial",
                [&] { return (*m_camera)->connectDeviceBySerial(QString::fromStdString(serial)); });
@@ -107,15 +107,15 @@ bool SoakCamera::grabOnce(bool dropsOlder)
     if (!current) {
         return false;
     }
-    zrnhost::ImageBlocks images;
+    ContractSpace::Images images;
     const ErrorCode result =
-        m_log.time("grabImage", [&] { return zrnhost::grab(**m_camera, images); });
+        m_log.time("grabImage", [&] { return ContractSpace::grab(**m_camera, images); });
     if (result != ErrorCode::Success || images.empty()) {
         ++m_emptyGrabs;
         return false;
     }
     m_emptyGrabs = 0;
-    current->noteDelivery(zrnhost::trailerOf(*images.front()), dropsOlder);
+    current->noteDelivery(ContractSpace::trailerOf(*images.front()), dropsOlder);
     return true;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/camera.h"
+#include "client/camera_object.h"
 #include "operation_log.h"
 #include "pauses.h"
 #include "random.h"
@@ -58,7 +58,7 @@ private:
 
     OperationLog& m_log;
     std::size_t m_index;
-    std::unique_ptr<zrnhost::Camera> m_camera;
+    std::unique_ptr<zrn::CameraObject> m_camera;
     mutable std::mutex m_mutex; ///< guards m_sessions
     std::vector<Session> m_sessions;
     std::shared_mutex m_grabGate; ///< a grab belongs to one session

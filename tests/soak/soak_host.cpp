@@ -1,6 +1,6 @@
 // Runs cameras, faults and hosts at random for a while, under zrnsim, and accounts for every frame.
 
-#include "common/driver_plugin.h"
+#include "client/driver_plugin.h"
 #include "soak_round.h"
 
 #include <CLI/CLI.hpp>
@@ -56,7 +56,7 @@ int main(int argc, char** argv)
     std::cout << "seed " << seed << std::endl;
 
     try {
-        zrnhost::DriverPlugin driver(QStringLiteral(ZRN_PLUGIN));
+        zrn::DriverPlugin driver(ZRN_PLUGIN);
         soak::OperationLog log;
         soak::UsageTrend usage;
         soak::Soak soak(driver.factory(), log, usage, cameras, seed);

@@ -1,6 +1,6 @@
 #include "scripted_driver.h"
 
-#include "common/property_table.h"
+#include "client/property_table.h"
 
 #include <algorithm>
 #include <chrono>
@@ -11,7 +11,7 @@
 namespace
 {
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 using namespace std::chrono_literals;
 using CameraSpace::TriggerMode;
 using Clock = std::chrono::steady_clock;
@@ -73,7 +73,7 @@ public:
         if (!m_device) {
             return ErrorCode::NoCamera;
         }
-        if (!zrnhost::findProperty(key.toStdString())) {
+        if (!zrn::findProperty(key.toStdString())) {
             return ErrorCode::NotSupported;
         }
         const QVariant value = valueOf(key);
@@ -535,9 +535,9 @@ int ScriptedFactory::liveCameras()
     return static_cast<int>(m_cameras.size());
 }
 
-zrnhost::BusReaders ScriptedFactory::readersOf(const Devices& devices)
+zrn::BusReaders ScriptedFactory::readersOf(const Devices& devices)
 {
-    const zrnhost::BusReader read = [devices] {
+    const zrn::BusReader read = [devices] {
         std::vector<zrn::BusCamera> cameras;
         for (const std::shared_ptr<ScriptedDevice>& device : devices) {
             if (!device->plugged) {
@@ -564,4 +564,10 @@ zrnhost::BusReaders ScriptedFactory::readersOf(const Devices& devices)
         return cameras;
     };
     return {read, read, [](const zrn::BusCamera&, const std::string&) {}};
+}
+
+std::shared_ptr<zrn::Driver> ScriptedFactory::driverFor(const Devices& devices)
+{
+    return std::make_shared<zrn::Driver>(std::make_shared<ScriptedFactory>(devices, true),
+                                         readersOf(devices));
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "camera_interface.h"
-#include "common/device_opener.h"
+#include "client/driver.h"
 #include "factory_interface.h"
 
 #include <atomic>
@@ -92,7 +92,10 @@ public:
     Q_INVOKABLE int liveCameras();
 
     /// What the kernel would show of the devices.
-    static zrnhost::BusReaders readersOf(const Devices& devices);
+    static zrn::BusReaders readersOf(const Devices& devices);
+
+    /// A driver for them that can choose, on a bus that has nothing else.
+    static std::shared_ptr<zrn::Driver> driverFor(const Devices& devices);
 
 private:
     void openChosen(const QStringList& places);

@@ -1,8 +1,8 @@
 #include "camera_rig.h"
 
-#include "common/frame_numbers.h"
-#include "common/image_blocks.h"
-#include "common/property_keys.h"
+#include "checks/images.h"
+#include "client/frame_numbers.h"
+#include "client/property_keys.h"
 #include "hosts_libraries.h"
 #include "serious_lines.h"
 
@@ -16,14 +16,14 @@ namespace
 std::vector<std::uint8_t> pixelsOf(const CameraSpace::ImageBlock& block)
 {
     const auto* data = reinterpret_cast<const std::uint8_t*>(block.data.constData());
-    return {data, data + block.data.size() - zrnhost::trailerBytes};
+    return {data, data + block.data.size() - ContractSpace::trailerBytes};
 }
 
 } // namespace
 
-zrnhost::DriverPlugin& CameraRig::driver()
+zrn::DriverPlugin& CameraRig::driver()
 {
-    static zrnhost::DriverPlugin plugin(QStringLiteral(ZRN_PLUGIN));
+    static zrn::DriverPlugin plugin(ZRN_PLUGIN);
     return plugin;
 }
 
@@ -64,7 +64,7 @@ void CameraRig::enumerateUntilPresent()
 void CameraRig::connect()
 {
     camera.reset();
-    camera = std::make_unique<zrnhost::Camera>(driver().factory());
+    camera = std::make_unique<zrn::CameraObject>(driver().factory());
     ASSERT_EQ((*camera)->connectDeviceBySerial(QString::fromStdString(bus.serial())),
               ErrorCode::Success);
 }
@@ -76,17 +76,17 @@ void CameraRig::start()
 
 ErrorCode CameraRig::grab()
 {
-    zrnhost::ImageBlocks images;
-    return zrnhost::grab(**camera, images);
+    ContractSpace::Images images;
+    return ContractSpace::grab(**camera, images);
 }
 
 void CameraRig::expectExactFrame()
 {
-    zrnhost::ImageBlocks images;
-    ASSERT_EQ(zrnhost::grab(**camera, images), ErrorCode::Success);
-    const quint64 trailer = zrnhost::trailerOf(*images.front());
+    ContractSpace::Images images;
+    ASSERT_EQ(ContractSpace::grab(**camera, images), ErrorCode::Success);
+    const quint64 trailer = ContractSpace::trailerOf(*images.front());
     const auto frame = bus.sentFrame(static_cast<std::uint32_t>(trailer),
-                                     static_cast<unsigned>(zrnhost::knownFrameNumberBits(trailer)));
+                                     static_cast<unsigned>(zrn::knownFrameNumberBits(trailer)));
     ASSERT_TRUE(frame) << "the camera sent no frame with trailer " << std::hex << trailer;
 
     const zrnsim::SentImages sent = zrnsim::expectedImages(*frame);
@@ -99,7 +99,7 @@ void CameraRig::expectExactFrame()
 
 bool CameraRig::isOnline()
 {
-    return camera->property(zrnhost::keys::heartBeat).toMap().value(zrnhost::keys::online).toBool();
+    return camera->property(zrn::keys::heartBeat).toMap().value(zrn::keys::online).toBool();
 }
 
 } // namespace survival

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/camera.h"
-#include "common/driver_plugin.h"
+#include "client/camera_object.h"
+#include "client/driver_plugin.h"
 #include "virtual_camera.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +46,7 @@ protected:
     void TearDown() override;
 
     /// The driver, loaded once for all tests of the process.
-    static zrnhost::DriverPlugin& driver();
+    static zrn::DriverPlugin& driver();
 
     /// Enumerates until the camera is there again, as a host would after replugging.
     void enumerateUntilPresent();
@@ -60,7 +60,7 @@ protected:
     ErrorCode grab();
 
     VirtualCamera bus;
-    std::unique_ptr<zrnhost::Camera> camera;
+    std::unique_ptr<zrn::CameraObject> camera;
 };
 
 } // namespace survival

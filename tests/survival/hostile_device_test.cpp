@@ -1,7 +1,7 @@
 // Cameras that lie: in their descriptors, their control answers and their frames.
 
 #include "camera_rig.h"
-#include "common/property_keys.h"
+#include "client/property_keys.h"
 #include "serious_lines.h"
 
 #include <nlohmann/json.hpp>
@@ -40,10 +40,10 @@ protected:
     {
         const int found = survival::within(milliseconds(6000), "enumerate",
                                            [&] { return driver().factory().enumDevice(); });
-        camera = std::make_unique<zrnhost::Camera>(driver().factory());
+        camera = std::make_unique<zrn::CameraObject>(driver().factory());
         if (found > 0 && (*camera)->connectDeviceByIndex(0) == ErrorCode::Success &&
             (*camera)->startStream(0) == ErrorCode::Success) {
-            camera->writeProperty(zrnhost::keys::maxGrabWaitTime, 100);
+            camera->writeProperty(zrn::keys::maxGrabWaitTime, 100);
             survival::expectLog("try lock grab event failed"); // on a busy machine as well
             grab();
             (*camera)->stopStream(0);
@@ -117,8 +117,7 @@ TEST_F(HostileDevice, Serials)
         bus.tell("plug", {{"serial", serial}});
         enumerateUntilPresent();
         connect();
-        EXPECT_EQ(camera->property(zrnhost::keys::serial).toString(),
-                  QStringLiteral("ZR") + serial);
+        EXPECT_EQ(camera->property(zrn::keys::serial).toString(), QStringLiteral("ZR") + serial);
     }
 }
 

@@ -1,6 +1,6 @@
 // A process in which the driver cannot put its guards in place.
 
-#include "common/driver_plugin.h"
+#include "client/driver_plugin.h"
 #include "hosts_libraries.h"
 #include "serious_lines.h"
 
@@ -13,7 +13,7 @@ TEST(Unguarded, IsToldOnce)
 {
     const std::string missing = "ZRNCamera:  libuvc's faults are not guarded against: ";
     survival::expectLog(missing.c_str());
-    zrnhost::DriverPlugin driver(QStringLiteral(ZRN_PLUGIN));
+    zrn::DriverPlugin driver(ZRN_PLUGIN);
     EXPECT_EQ(driver.factory().enumDevice(), 1);
     const std::map<std::string, int> lines = survival::seriousLines();
     ASSERT_EQ(lines.size(), 1U);

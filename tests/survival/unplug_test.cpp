@@ -143,7 +143,7 @@ TEST_F(Unplug, BetweenEnumerationAndConnection)
     survival::expectLog(" uvc_get_exposure_abs get max failed ret: -");
     survival::expectLog(" uvc_(get_stream_ctrl_format_size|start_streaming) faild ret: -");
     bus.unplug();
-    camera = std::make_unique<zrnhost::Camera>(driver().factory());
+    camera = std::make_unique<zrn::CameraObject>(driver().factory());
     const QString serial = QString::fromStdString(bus.serial());
     // The camera was opened by the enumeration, and its descriptors are known.
     EXPECT_EQ(within(milliseconds(500), "connect",
@@ -239,7 +239,7 @@ TEST_P(UnplugDuring, Connection)
     survival::expectLog("uvc_get_contrast failed ret: -");
     survival::expectLog(" uvc_get_exposure_abs get max failed ret: -");
     std::thread cable = pullLater();
-    camera = std::make_unique<zrnhost::Camera>(driver().factory());
+    camera = std::make_unique<zrn::CameraObject>(driver().factory());
     const QString serial = QString::fromStdString(bus.serial());
     within(milliseconds(1500), "connect", [&] { return (*camera)->connectDeviceBySerial(serial); });
     cable.join();

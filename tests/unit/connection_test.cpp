@@ -1,6 +1,6 @@
 // Connecting a camera object to an enumerated camera, and what it reads on the way.
 
-#include "common/property_keys.h"
+#include "client/property_keys.h"
 #include "driver_test.h"
 #include "sensor_numbers.h"
 #include "stdout_capture.h"
@@ -595,7 +595,7 @@ TEST_F(Connection, DisconnectingLetsOthersWorkWhileAControlRequestRuns)
     // answer before the slow request ends.
     EXPECT_TRUE(disconnecter.waitsForOthers());
     QMap<QString, QVariant> values;
-    EXPECT_EQ(code(camera.getProperty(zrnhost::keys::maxGrabWaitTime, values)), 0U);
+    EXPECT_EQ(code(camera.getProperty(zrn::keys::maxGrabWaitTime, values)), 0U);
     int value = 0;
     EXPECT_FALSE(camera.gammaIO(true, value));
     EXPECT_FALSE(disconnected);

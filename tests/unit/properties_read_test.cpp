@@ -1,6 +1,6 @@
 // Reading properties by their keys.
 
-#include "common/property_table.h"
+#include "client/property_table.h"
 #include "driver_test.h"
 #include "sensor_numbers.h"
 
@@ -10,9 +10,9 @@ using fakeuvc::Camera;
 using fakeuvc::Control;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using zrnhost::PropertyInfo;
+using zrn::PropertyInfo;
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 
 using Values = QMap<QString, QVariant>;
 
@@ -71,7 +71,7 @@ void PrintTo(const ControlKey& control, std::ostream* stream)
 
 TEST_F(PropertiesRead, WithoutACameraEveryKeyAnswersSo)
 {
-    for (const PropertyInfo& property : zrnhost::propertyTable) {
+    for (const PropertyInfo& property : zrn::propertyTable) {
         EXPECT_EQ(refused(property.key), 512U) << property.key;
     }
     EXPECT_EQ(refused("unknown"), 512U);
@@ -97,7 +97,7 @@ TEST_F(PropertiesRead, EachReadIsLoggedFirst)
 TEST_F(PropertiesRead, EveryKeyOfTheHostsIsKnown)
 {
     connect(2, 8, 4);
-    for (const PropertyInfo& property : zrnhost::propertyTable) {
+    for (const PropertyInfo& property : zrn::propertyTable) {
         Values values;
         const unsigned result = code(camera.getProperty(property.key, values));
         // The sizes of a camera that has some are never listed.

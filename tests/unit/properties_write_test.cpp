@@ -1,6 +1,6 @@
 // Writing properties by their keys.
 
-#include "common/property_table.h"
+#include "client/property_table.h"
 #include "driver_test.h"
 #include "stdout_capture.h"
 
@@ -12,9 +12,9 @@ using fakeuvc::Camera;
 using fakeuvc::Control;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using zrnhost::PropertyInfo;
+using zrn::PropertyInfo;
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 
 using Values = QMap<QString, QVariant>;
 
@@ -97,7 +97,7 @@ void PrintTo(const ControlKey& control, std::ostream* stream)
 
 TEST_F(PropertiesWrite, WithoutACameraEveryWriteAnswersSo)
 {
-    for (const PropertyInfo& property : zrnhost::propertyTable) {
+    for (const PropertyInfo& property : zrn::propertyTable) {
         EXPECT_EQ(write(property.key, 1), 512U) << property.key;
         EXPECT_EQ(code(camera.setProperty(property.key, {})), 512U) << property.key;
     }
@@ -111,7 +111,7 @@ TEST_F(PropertiesWrite, AMissingValueIsFoundBeforeTheKey)
 {
     connectCamera();
     const Settings before = settings();
-    for (const PropertyInfo& property : zrnhost::propertyTable) {
+    for (const PropertyInfo& property : zrn::propertyTable) {
         EXPECT_EQ(code(camera.setProperty(property.key, {})), 780U) << property.key;
         EXPECT_EQ(code(camera.setProperty(property.key, {{"Value", 1}, {"values", 2}})), 780U)
             << property.key;
@@ -126,7 +126,7 @@ TEST_F(PropertiesWrite, UnknownAndReadOnlyKeysAreNotSupported)
 {
     connectCamera();
     const Settings before = settings();
-    for (const PropertyInfo& property : zrnhost::propertyTable) {
+    for (const PropertyInfo& property : zrn::propertyTable) {
         const unsigned refusal = property.writable ? 779U : 775U;
         EXPECT_EQ(write(property.key, "text"), refusal) << property.key;
         if (!property.writable) {

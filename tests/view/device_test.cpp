@@ -28,8 +28,7 @@ public:
     explicit TestBench(ScriptedFactory::Devices devices, int initialCameras = 100,
                        const BenchTimes& times = {})
         : m_devices(std::move(devices))
-        , bench([this] { return std::make_shared<ScriptedFactory>(m_devices, true); },
-                ScriptedFactory::readersOf(m_devices))
+        , bench([this] { return ScriptedFactory::driverFor(m_devices); })
     {
         bench.setInitialCameras(initialCameras);
         bench.setTimes(times);
@@ -103,8 +102,8 @@ private slots:
 
     void saysWhyTheDriverCannotBeLoaded()
     {
-        Bench bench([]() -> std::shared_ptr<IFactory> { throw std::runtime_error("no such file"); },
-                    ScriptedFactory::readersOf({}));
+        Bench bench(
+            []() -> std::shared_ptr<zrn::Driver> { throw std::runtime_error("no such file"); });
         bench.start();
         QTRY_COMPARE_WITH_TIMEOUT(bench.state(), Bench::State::Failed, patience);
         QCOMPARE(bench.description(), QStringLiteral("no such file"));
@@ -163,9 +162,9 @@ private slots:
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
         QTRY_VERIFY_WITH_TIMEOUT(device.health().counters.frames > 3, patience);
-        QCOMPARE(device.health().counters.missing, quint64{0});
+        QCOMPARE(device.health().counters.missing(), std::uint64_t{0});
         scripted->skipNext = 5;
-        QTRY_COMPARE_WITH_TIMEOUT(device.health().counters.missing, quint64{5}, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(device.health().counters.missing(), std::uint64_t{5}, patience);
     }
 
     void writesASettingAndReadsBackAllThatItTouches()
@@ -312,7 +311,7 @@ private slots:
         second->replug();
         QVERIFY(test.waitForState(*test.bench.devices()[1], CameraState::Streaming));
         QCOMPARE(first->openCount.load(), 1);
-        QCOMPARE(other.health().counters.missing, quint64{0});
+        QCOMPARE(other.health().counters.missing(), std::uint64_t{0});
         QCOMPARE(other.health().state, CameraState::Streaming);
     }
 
@@ -406,16 +405,13 @@ private slots:
     {
         auto scripted = makeDevice("ZR1");
         scripted->connectMilliseconds = 500;
-        std::weak_ptr<IFactory> driver;
+        std::weak_ptr<zrn::Driver> driver;
         {
-            Bench bench(
-                [&] {
-                    const auto factory =
-                        std::make_shared<ScriptedFactory>(ScriptedFactory::Devices{scripted}, true);
-                    driver = factory;
-                    return factory;
-                },
-                ScriptedFactory::readersOf({scripted}));
+            Bench bench([&] {
+                const auto made = ScriptedFactory::driverFor({scripted});
+                driver = made;
+                return made;
+            });
             bench.start();
             QVERIFY(QTest::qWaitFor([&] { return scripted->connectCount > 0; }, patience));
             QVERIFY(bench.shutDown());
@@ -461,7 +457,7 @@ private slots:
         QVERIFY(test.waitForState(*test.bench.devices()[1], CameraState::Streaming));
         QVERIFY(recording.isRecording());
         QCOMPARE(first->openCount.load(), 1);
-        QCOMPARE(recording.health().counters.missing, quint64{0});
+        QCOMPARE(recording.health().counters.missing(), std::uint64_t{0});
     }
 
     void recordsEveryFrameByteForByte()

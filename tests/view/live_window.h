@@ -1,6 +1,5 @@
 #pragma once
 
-#include "common/driver_plugin.h"
 #include "virtual_camera.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/device/camera_device.h"
@@ -22,13 +21,7 @@ class LiveWindow
 {
 public:
     explicit LiveWindow(int cameras)
-        : bench(
-              [] {
-                  auto plugin =
-                      std::make_shared<zrnhost::DriverPlugin>(QStringLiteral(ZRN_PLUGIN_PATH));
-                  return std::shared_ptr<IFactory>(plugin, &plugin->factory());
-              },
-              zrnhost::busReaders())
+        : bench([] { return zrn::Driver::load(ZRN_PLUGIN_PATH); })
         , window(bench, options(cameras))
     {
         window.resize(1600, 940);

@@ -249,13 +249,11 @@ private slots:
     void noCameraAtAll()
     {
         const Look look(Theme::Light);
-        Bench bench(
-            []() -> std::shared_ptr<IFactory> {
-                throw std::runtime_error(
-                    "The driver plugin was not found; name it with --plugin or in the "
-                    "environment variable ZRNCAM_PLUGIN.");
-            },
-            {[] { return std::vector<zrn::BusCamera>(); }, {}, {}});
+        Bench bench([]() -> std::shared_ptr<zrn::Driver> {
+            throw std::runtime_error(
+                "The driver plugin was not found; name it with --plugin or in the "
+                "environment variable ZRNCAM_PLUGIN.");
+        });
         MainWindow window(bench, WindowOptions());
         window.resize(1200, 700);
         window.show();

@@ -1,5 +1,5 @@
+#include "client/property_table.h"
 #include "clipping.h"
-#include "common/property_table.h"
 #include "recording/recording_reader.h"
 #include "scripted_driver.h"
 #include "zrnview/device/bench.h"
@@ -58,8 +58,7 @@ class TestWindow
 public:
     explicit TestWindow(Devices devices, bool start = true)
         : m_devices(std::move(devices))
-        , bench([this] { return std::make_shared<ScriptedFactory>(m_devices, true); },
-                ScriptedFactory::readersOf(m_devices))
+        , bench([this] { return ScriptedFactory::driverFor(m_devices); })
         , window(bench, options(start))
     {
         window.resize(1400, 900);
@@ -368,7 +367,7 @@ private slots:
         QVERIFY(!model.setData(cell("Sharp", PropertyModel::Value), QStringLiteral("much"),
                                Qt::EditRole));
         QVERIFY(!(cell("Serial", PropertyModel::Value).flags() & Qt::ItemIsEditable));
-        QCOMPARE(static_cast<std::size_t>(model.rowCount()), zrnhost::propertyTable.size());
+        QCOMPARE(static_cast<std::size_t>(model.rowCount()), zrn::propertyTable.size());
         QVERIFY(cell("CacheFrameCount", PropertyModel::Answer)
                     .data()
                     .toString()

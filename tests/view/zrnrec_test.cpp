@@ -1,6 +1,6 @@
 // The program that reads recordings, as somebody at a terminal runs it.
 
-#include "common/image_blocks.h"
+#include "checks/images.h"
 #include "recording/recording_file.h"
 
 #include <QDir>

@@ -1,11 +1,6 @@
 #include "commands/capture.h"
 
-#include "common/driver_error.h"
-#include "common/property_keys.h"
-
 #include <limits>
-
-using zrnhost::check;
 
 void addCaptureOptions(CLI::App& command, CaptureOptions& options)
 {
@@ -19,48 +14,34 @@ void addCaptureOptions(CLI::App& command, CaptureOptions& options)
             "Take the newest frame and drop older ones, instead of the oldest first");
 }
 
-void applyCaptureOptions(zrnhost::Camera& camera, const CaptureOptions& options)
+void applyCaptureOptions(zrn::Camera& camera, const CaptureOptions& options)
 {
     if (options.exposure) {
-        check(camera->setExposureTime(*options.exposure, 0),
-              QStringLiteral("setting the exposure time to %1").arg(*options.exposure));
+        camera.setExposure(std::chrono::microseconds(*options.exposure));
     }
     if (options.gain) {
-        check(camera->setGain(*options.gain, 0),
-              QStringLiteral("setting the gain to %1").arg(*options.gain));
+        camera.setGain(*options.gain);
     }
     if (options.waitMilliseconds) {
-        check(camera.writeProperty(zrnhost::keys::maxGrabWaitTime, *options.waitMilliseconds),
-              QStringLiteral("setting the longest wait to %1").arg(*options.waitMilliseconds));
+        camera.setProperty(zrn::keys::maxGrabWaitTime, *options.waitMilliseconds);
     }
-    // The answer is NotSupported although the driver keeps and obeys the mode.
-    camera->setTriggerMode(
-        options.newest ? CameraSpace::TriggerMode::Newest : CameraSpace::TriggerMode::Oldest, 0);
+    camera.setOrder(options.newest ? zrn::FrameOrder::Newest : zrn::FrameOrder::Oldest);
 }
 
-CameraIdentity identify(zrnhost::Camera& camera)
+QString textOf(const zrn::CameraFacts& camera)
 {
-    CameraIdentity identity;
-    identity.serial = camera.property(zrnhost::keys::serial).toString();
-    // A driver without this property leaves the default, two images in a frame.
-    QVariant sensorCount = identity.sensorCount;
-    camera.readProperty(zrnhost::keys::sensorCount, sensorCount);
-    identity.sensorCount = sensorCount.toInt();
-    check(camera->getMaxImageSize(identity.width, identity.height, 0),
-          QStringLiteral("reading the image size"));
-    return identity;
+    return QStringLiteral("%1, %2 x %3")
+        .arg(QString::fromStdString(camera.serial))
+        .arg(camera.width)
+        .arg(camera.height);
 }
 
-QString CameraIdentity::text() const
+QJsonObject jsonOf(const zrn::CameraFacts& camera)
 {
-    return QStringLiteral("%1, %2 x %3").arg(serial).arg(width).arg(height);
-}
-
-QJsonObject CameraIdentity::json() const
-{
-    return {{QStringLiteral("serial"), serial},
-            {QStringLiteral("serialNumber"), zrnhost::serialNumberOf(serial)},
-            {QStringLiteral("sensorCount"), sensorCount},
-            {QStringLiteral("width"), static_cast<qint64>(width)},
-            {QStringLiteral("height"), static_cast<qint64>(height)}};
+    return {{QStringLiteral("serial"), QString::fromStdString(camera.serial)},
+            {QStringLiteral("serialNumber"),
+             QString::fromStdString(zrn::serialNumberOf(camera.serial))},
+            {QStringLiteral("sensorCount"), camera.sensorCount},
+            {QStringLiteral("width"), qint64{camera.width}},
+            {QStringLiteral("height"), qint64{camera.height}}};
 }

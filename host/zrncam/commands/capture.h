@@ -1,7 +1,7 @@
 #pragma once
 
+#include "client/camera.h"
 #include "command.h"
-#include "common/camera.h"
 
 #include <QJsonObject>
 
@@ -17,19 +17,9 @@ struct CaptureOptions {
 
 void addCaptureOptions(CLI::App& command, CaptureOptions& options);
 
-/// Sets the camera up. @throws DriverError
-void applyCaptureOptions(zrnhost::Camera& camera, const CaptureOptions& options);
+/// Sets the camera up. @throws zrn::Error
+void applyCaptureOptions(zrn::Camera& camera, const CaptureOptions& options);
 
-/// What identifies a connected camera in results and image files.
-struct CameraIdentity {
-    QString serial; ///< as the driver gives it, with its prefix
-    int sensorCount = 2;
-    unsigned int width = 0;
-    unsigned int height = 0;
-
-    QString text() const;
-    QJsonObject json() const;
-};
-
-/// @throws DriverError
-CameraIdentity identify(zrnhost::Camera& camera);
+/// What identifies a camera in results: a line, and an entry of the document.
+QString textOf(const zrn::CameraFacts& camera);
+QJsonObject jsonOf(const zrn::CameraFacts& camera);

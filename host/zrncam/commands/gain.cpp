@@ -1,10 +1,7 @@
-#include "common/driver_error.h"
 #include "session.h"
 
 #include <memory>
 #include <optional>
-
-using zrnhost::check;
 
 namespace
 {
@@ -16,16 +13,14 @@ struct GainOptions {
 ExitCode runGain(Context& context, const GainOptions& options)
 {
     Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
+    const CameraPointer camera = session.connect();
     if (options.value) {
-        check(camera->setGain(*options.value, 0),
-              QStringLiteral("setting the gain to %1").arg(*options.value));
+        camera->setGain(*options.value);
     }
-    unsigned short current = 0;
-    check(camera->getGain(current, 0), QStringLiteral("reading the gain"));
-    unsigned short minimum = 0;
-    unsigned short maximum = 0;
-    check(camera->getGainRange(minimum, maximum, 0), QStringLiteral("reading the gain range"));
+    const qint64 current = camera->gain();
+    const auto range = camera->gainRange();
+    const qint64 minimum = range.minimum;
+    const qint64 maximum = range.maximum;
 
     context.report.line(QStringLiteral("%1 (%2 to %3)").arg(current).arg(minimum).arg(maximum));
     QJsonObject& json = context.report.json();

@@ -1,10 +1,8 @@
 #include "camera_task.h"
+#include "client/stream.h"
 #include "commands/capture.h"
-#include "common/driver_error.h"
-#include "common/image_blocks.h"
 #include "common/image_writer.h"
-#include "common/property_keys.h"
-#include "common/statistics.h"
+#include "interrupt.h"
 #include "progress.h"
 #include "tool_error.h"
 
@@ -19,7 +17,7 @@ namespace
 {
 
 /// Waits in a row without a frame after which the camera counts as silent.
-constexpr int silentGrabs = 3;
+constexpr quint64 silentGrabs = 3;
 
 struct GrabOptions {
     int frames = 1;
@@ -28,19 +26,14 @@ struct GrabOptions {
     CaptureOptions capture;
 };
 
-/// Settings of the camera that go into every image file.
-zrnhost::ImageTexts describeSettings(zrnhost::Camera& camera, const CameraIdentity& identity)
+/// What goes into every image file.
+zrnhost::ImageTexts describe(const zrn::CameraFacts& camera, const zrn::Frame& frame)
 {
-    unsigned int exposure = 0;
-    zrnhost::check(camera->getExposureTime(exposure, 0),
-                   QStringLiteral("reading the exposure time"));
-    unsigned short gain = 0;
-    zrnhost::check(camera->getGain(gain, 0), QStringLiteral("reading the gain"));
     return {{QStringLiteral("Software"), QStringLiteral("zrncam " ZRNCAM_VERSION)},
-            {QStringLiteral("Serial"), identity.serial},
-            {QStringLiteral("Sensors"), QString::number(identity.sensorCount)},
-            {QStringLiteral("Exposure"), QStringLiteral("%1 us").arg(exposure)},
-            {QStringLiteral("Gain"), QString::number(gain)}};
+            {QStringLiteral("Serial"), QString::fromStdString(camera.serial)},
+            {QStringLiteral("Sensors"), QString::number(camera.sensorCount)},
+            {QStringLiteral("Exposure"), QStringLiteral("%1 us").arg(frame.exposure.count())},
+            {QStringLiteral("Gain"), QString::number(frame.gain)}};
 }
 
 QString trailerText(quint64 trailer)
@@ -52,10 +45,9 @@ QString trailerText(quint64 trailer)
 class FrameFiles
 {
 public:
-    FrameFiles(const GrabOptions& options, CameraIdentity identity, zrnhost::ImageTexts settings)
+    FrameFiles(const GrabOptions& options, zrn::CameraFacts camera)
         : m_options(options)
-        , m_identity(std::move(identity))
-        , m_settings(std::move(settings))
+        , m_camera(std::move(camera))
         , m_folder(QDir(QString::fromLocal8Bit(options.folder.c_str())).absolutePath())
     {
         if (!m_folder.mkpath(QStringLiteral("."))) {
@@ -65,105 +57,108 @@ public:
     }
 
     /// @throws ToolError
-    void write(const zrnhost::ImageBlocks& images, Report& report)
+    void write(const zrn::Frame& frame, Report& report)
     {
-        const auto count = static_cast<int>(images.size());
-        for (int position = 0; position < count; ++position) {
-            const CameraSpace::ImageBlock& block = *images[static_cast<std::size_t>(position)];
-            if (!zrnhost::isWellFormed(block)) {
-                throw ToolError(ExitCode::Stream,
-                                QStringLiteral("the driver delivered an image of %1 x %2 with %3 "
-                                               "bytes")
-                                    .arg(block.width)
-                                    .arg(block.height)
-                                    .arg(block.data.size()));
-            }
-            if (position == 0) {
-                m_step = m_account.addFrame(zrnhost::trailerOf(block),
-                                            zrnhost::StreamAccount::Clock::now(), {});
-            }
-            writeImage(block, zrnhost::imageLetter(position, count, m_identity.sensorCount),
-                       report);
+        ++m_frames;
+        m_missing += frame.step.missing;
+        for (const zrn::Image& image : frame.images()) {
+            writeImage(frame, image, report);
         }
     }
 
-    quint64 frames() const { return m_account.frames(); }
-    const zrnhost::StreamAccount& account() const { return m_account; }
+    quint64 frames() const { return m_frames; }
+    quint64 missing() const { return m_missing; }
     const QJsonArray& images() const { return m_images; }
 
 private:
-    void writeImage(const CameraSpace::ImageBlock& block, char letter, Report& report)
+    void writeImage(const zrn::Frame& frame, const zrn::Image& image, Report& report)
     {
-        const quint64 trailer = zrnhost::trailerOf(block);
+        const QString letter(QLatin1Char(image.letter));
         const QString name =
             QStringLiteral("%1_%2_%3.%4")
-                .arg(m_identity.serial)
-                .arg(m_account.frames(), 4, 10, QLatin1Char('0'))
-                .arg(QLatin1Char(letter))
-                .arg(m_options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
+                .arg(QString::fromStdString(m_camera.serial))
+                .arg(m_frames, 4, 10, QLatin1Char('0'))
+                .arg(letter, m_options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
         const QString path = m_folder.filePath(name);
 
-        zrnhost::ImageTexts texts = m_settings;
-        texts.emplace_back(QStringLiteral("Image"), QString(QLatin1Char(letter)));
-        texts.emplace_back(QStringLiteral("FrameNumber"), QString::number(m_step.number));
-        texts.emplace_back(QStringLiteral("Trailer"), trailerText(trailer));
+        zrnhost::ImageTexts texts = describe(m_camera, frame);
+        texts.emplace_back(QStringLiteral("Image"), letter);
+        texts.emplace_back(QStringLiteral("FrameNumber"), QString::number(frame.step.number));
+        texts.emplace_back(QStringLiteral("Trailer"), trailerText(image.trailer()));
         texts.emplace_back(QStringLiteral("Creation Time"),
                            QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
         const QString failure =
-            m_options.raw ? zrnhost::writeRaw(path, block) : zrnhost::writePng(path, block, texts);
+            m_options.raw ? zrnhost::writeRaw(path, image)
+                          : zrnhost::writePng(path, image, frame.width, frame.height, texts);
         if (!failure.isEmpty()) {
             throw ToolError(ExitCode::Output, failure);
         }
         report.line(path);
         m_images.append(QJsonObject{{QStringLiteral("path"), path},
-                                    {QStringLiteral("image"), QString(QLatin1Char(letter))},
-                                    {QStringLiteral("width"), block.width},
-                                    {QStringLiteral("height"), block.height},
-                                    {QStringLiteral("frameNumber"), qint64{m_step.number}},
-                                    {QStringLiteral("trailer"), trailerText(trailer)}});
+                                    {QStringLiteral("image"), letter},
+                                    {QStringLiteral("width"), qint64{frame.width}},
+                                    {QStringLiteral("height"), qint64{frame.height}},
+                                    {QStringLiteral("frameNumber"), qint64{frame.step.number}},
+                                    {QStringLiteral("trailer"), trailerText(image.trailer())}});
     }
 
     const GrabOptions& m_options;
-    CameraIdentity m_identity;
-    zrnhost::ImageTexts m_settings;
+    const zrn::CameraFacts m_camera;
     QDir m_folder;
-    zrnhost::StreamAccount m_account;
-    zrnhost::FrameStep m_step;
+    quint64 m_frames = 0;
+    quint64 m_missing = 0;
     QJsonArray m_images;
 };
 
-ExitCode runGrab(zrnhost::Camera& camera, Context& context, const GrabOptions& options)
+/// @throws zrn::Error when no frame can be expected any more.
+void judgeSilence(const zrn::StreamCounters& counters, quint64 timeoutsBefore, quint64 frames)
 {
-    applyCaptureOptions(camera, options.capture);
-    const CameraIdentity identity = identify(camera);
+    const bool isPatient = counters.lastFailure == ErrorCode::Success ||
+                           (counters.lastFailure == ErrorCode::GrabTimeout &&
+                            counters.timeouts < timeoutsBefore + silentGrabs);
+    if (!isPatient) {
+        zrn::check(counters.lastFailure, "grabbing frame " + std::to_string(frames + 1));
+    }
+}
+
+ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOptions& options)
+{
+    constexpr std::chrono::milliseconds glance(100);
+    applyCaptureOptions(*camera, options.capture);
+    // The frames name what was read last, which must not be older than this run.
+    static_cast<void>(camera->exposure());
+    static_cast<void>(camera->gain());
     QJsonObject& json = context.report.json();
-    json[QLatin1String("camera")] = identity.json();
-    FrameFiles files(options, identity, describeSettings(camera, identity));
+    json[QLatin1String("camera")] = jsonOf(camera->facts());
+    FrameFiles files(options, camera->facts());
 
     {
-        const RunningStream stream(camera, context.interrupt);
+        zrn::StreamOptions streamOptions;
+        streamOptions.policy = zrn::QueuePolicy::Block;
+        zrn::Stream stream(camera, streamOptions);
+        const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
         Progress progress(context.options.quiet, context.name);
         const auto wanted = static_cast<quint64>(options.frames);
-        int silent = 0;
-        zrnhost::ImageBlocks images;
+        quint64 timeouts = 0; // before the last frame
         while (files.frames() < wanted) {
             progress.show(QStringLiteral("frame %1 of %2").arg(files.frames() + 1).arg(wanted));
-            const ErrorCode result = zrnhost::grab(*camera, images);
+            const std::optional<zrn::Frame> frame = stream.next(glance);
             if (context.interrupt.requested()) {
                 break;
             }
-            if (result == ErrorCode::GrabTimeout && ++silent < silentGrabs) {
-                continue;
+            const zrn::StreamCounters counters = stream.counters();
+            if (frame) {
+                timeouts = counters.timeouts;
+                files.write(*frame, context.report);
+                json[QLatin1String("images")] = files.images();
+            } else {
+                judgeSilence(counters, timeouts, files.frames());
             }
-            zrnhost::check(result, QStringLiteral("grabbing frame %1").arg(files.frames() + 1));
-            silent = 0;
-            files.write(images, context.report);
-            json[QLatin1String("images")] = files.images();
         }
     }
     json[QLatin1String("images")] = files.images();
     json[QLatin1String("frames")] = static_cast<qint64>(files.frames());
-    json[QLatin1String("missing")] = static_cast<qint64>(files.account().missing());
+    json[QLatin1String("missing")] = static_cast<qint64>(files.missing());
     return context.interrupt.requested() ? ExitCode::Interrupted : ExitCode::Success;
 }
 
@@ -206,7 +201,7 @@ Command addGrab(CLI::App& app)
     addCaptureOptions(command, options->capture);
     return {&command,
             [options](Context& context) {
-                return runOnCameras(context, {[&](Session&, zrnhost::Camera& camera, Context& own) {
+                return runOnCameras(context, {[&](const CameraPointer& camera, Context& own) {
                                                   return runGrab(camera, own, *options);
                                               },
                                               true, grabRow, grabSum});

@@ -1,79 +1,75 @@
 #include "camera_task.h"
+#include "client/result_codes.h"
 #include "commands/capture.h"
-#include "common/driver_error.h"
-#include "common/result_codes.h"
 
 namespace
 {
 
 /// Adds one fact, or the reason why it cannot be had: a camera that fails one request still tells
-/// the rest.
-void addFact(Report& report, const char* key, const QString& label, ErrorCode result,
-             const QString& text, const QJsonValue& value)
+/// the rest. @param read answers text and document
+template <typename Read>
+void addFact(Report& report, const char* key, const QString& label, const Read& read)
 {
-    if (result == ErrorCode::Success) {
-        report.line(label, text);
-        report.json()[QLatin1String(key)] = value;
-        return;
+    try {
+        const std::pair<QString, QJsonValue> fact = read();
+        report.line(label, fact.first);
+        report.json()[QLatin1String(key)] = fact.second;
+    } catch (const zrn::Error& error) {
+        const QString why = QString::fromStdString(zrn::describeResult(error.code()));
+        report.line(label, why);
+        report.json()[QLatin1String(key)] =
+            QJsonObject{{QStringLiteral("code"), static_cast<int>(error.code())},
+                        {QStringLiteral("error"), why}};
     }
-    report.line(label, zrnhost::describeResult(result));
-    report.json()[QLatin1String(key)] =
-        QJsonObject{{QStringLiteral("code"), static_cast<int>(result)},
-                    {QStringLiteral("error"), zrnhost::describeResult(result)}};
 }
 
-template <typename Number>
-void addRange(Report& report, const char* key, const QString& label, ErrorCode result,
-              Number minimum, Number maximum, const QString& unit)
+std::pair<QString, QJsonValue> rangeFact(qint64 minimum, qint64 maximum, const QString& unit)
 {
-    addFact(report, key, label, result,
-            QStringLiteral("%1 to %2%3").arg(minimum).arg(maximum).arg(unit),
-            QJsonObject{{QStringLiteral("minimum"), static_cast<qint64>(minimum)},
-                        {QStringLiteral("maximum"), static_cast<qint64>(maximum)}});
+    return {
+        QStringLiteral("%1 to %2%3").arg(minimum).arg(maximum).arg(unit),
+        QJsonObject{{QStringLiteral("minimum"), minimum}, {QStringLiteral("maximum"), maximum}}};
 }
 
-ExitCode runInfo(Session& session, zrnhost::Camera& camera, Context& context)
+ExitCode runInfo(const CameraPointer& camera, Context& context)
 {
+    using Fact = std::pair<QString, QJsonValue>;
     Report& report = context.report;
     const QString microseconds = QStringLiteral(" us");
 
-    const QJsonObject driver = session.driverJson();
+    const QJsonObject driver = driverJson(camera->driver());
     report.line(QStringLiteral("driver"), QStringLiteral("%1 %2, %3")
                                               .arg(driver[QLatin1String("name")].toString(),
                                                    driver[QLatin1String("version")].toString(),
                                                    driver[QLatin1String("path")].toString()));
     report.json()[QLatin1String("driver")] = driver;
 
-    const CameraIdentity identity = identify(camera);
-    report.line(QStringLiteral("serial"), identity.serial);
+    const zrn::CameraFacts facts = camera->facts();
+    report.line(QStringLiteral("serial"), QString::fromStdString(facts.serial));
     report.line(QStringLiteral("image size"),
-                QStringLiteral("%1 x %2").arg(identity.width).arg(identity.height));
-    report.line(QStringLiteral("sensors"), QString::number(identity.sensorCount));
-    report.json()[QLatin1String("camera")] = identity.json();
+                QStringLiteral("%1 x %2").arg(facts.width).arg(facts.height));
+    report.line(QStringLiteral("sensors"), QString::number(facts.sensorCount));
+    report.json()[QLatin1String("camera")] = jsonOf(facts);
+    report.line(QStringLiteral("pixel format"), QStringLiteral("%1, %2 bits for each position")
+                                                    .arg(facts.pixelFormat)
+                                                    .arg(facts.pixelFormat & 0xff));
+    report.json()[QLatin1String("pixelFormat")] = qint64{facts.pixelFormat};
 
-    CameraSpace::PixelFormatType format{};
-    const ErrorCode formatResult = camera->getPixelFormat(format, 0);
-    const auto formatCode = static_cast<quint32>(format);
-    addFact(report, "pixelFormat", QStringLiteral("pixel format"), formatResult,
-            QStringLiteral("%1, %2 bits for each position").arg(formatCode).arg(formatCode & 0xff),
-            static_cast<qint64>(formatCode));
-
-    unsigned int exposure = 0;
-    const ErrorCode exposureResult = camera->getExposureTime(exposure, 0);
-    addFact(report, "exposure", QStringLiteral("exposure"), exposureResult,
-            QString::number(exposure) + microseconds, static_cast<qint64>(exposure));
-    unsigned int shortest = 0;
-    unsigned int longest = 0;
-    const ErrorCode exposureRange = camera->getExposureTimeRange(shortest, longest, 0);
-    addRange(report, "exposureRange", QString(), exposureRange, shortest, longest, microseconds);
-
-    unsigned short gain = 0;
-    const ErrorCode gainResult = camera->getGain(gain, 0);
-    addFact(report, "gain", QStringLiteral("gain"), gainResult, QString::number(gain), gain);
-    unsigned short lowest = 0;
-    unsigned short highest = 0;
-    const ErrorCode gainRange = camera->getGainRange(lowest, highest, 0);
-    addRange(report, "gainRange", QString(), gainRange, lowest, highest, QString());
+    addFact(report, "exposure", QStringLiteral("exposure"), [&] {
+        const qint64 exposure = camera->exposure().count();
+        return Fact(QString::number(exposure) + microseconds, exposure);
+    });
+    addFact(report, "exposureRange", QString(), [&] {
+        const auto range = camera->exposureRange();
+        return rangeFact(range.minimum.count(), range.maximum.count(), microseconds);
+    });
+    addFact(report, "gain", QStringLiteral("gain"), [&] {
+        const qint64 gain = camera->gain();
+        return Fact(QString::number(gain), gain);
+    });
+    addFact(report, "gainRange", QString(), [&] {
+        const auto range = camera->gainRange();
+        return rangeFact(range.minimum, range.maximum, QString());
+    });
     return ExitCode::Success;
 }
 

@@ -1,8 +1,6 @@
 #include "client/random_pause.h"
 #include "commands/capture.h"
-#include "common/driver_error.h"
 #include "session.h"
-#include "tool_error.h"
 
 #include <QJsonArray>
 
@@ -59,9 +57,9 @@ QJsonObject jsonOf(const zrn::BusCamera& camera, int index)
                      {QStringLiteral("use"), QLatin1String(nameOf(camera.use))},
                      {QStringLiteral("holders"), holders}};
     if (!camera.serial.empty()) {
-        const QString serial = QString::fromStdString(camera.serial);
-        json[QLatin1String("serial")] = serial;
-        json[QLatin1String("serialNumber")] = zrnhost::serialNumberOf(serial);
+        json[QLatin1String("serial")] = QString::fromStdString(camera.serial);
+        json[QLatin1String("serialNumber")] =
+            QString::fromStdString(zrn::serialNumberOf(camera.serial));
     }
     return json;
 }
@@ -79,33 +77,27 @@ QString lineOf(const zrn::BusCamera& camera, int index)
         .arg(useText(camera));
 }
 
-/// Opens a camera for its serial; nothing comes of it when another program was quicker.
-void readSerial(zrn::Bus& bus, const zrn::BusCamera& camera, const QString& plugin)
-{
-    // Unloading the driver closes the camera.
-    zrnhost::DriverPlugin driver(plugin);
-    zrnhost::DeviceOpener opener(driver.factory(), [&bus] { return bus.camerasAndHolders(); });
-    bus.remember(camera, opener.open(camera).toStdString());
-}
-
 /// Makes the serials known that are not yet. Whoever holds such a camera may only be looking at it
 /// for a moment.
-void readSerials(zrn::Bus& bus, const QString& plugin)
+void readSerials(zrn::Driver& driver)
 {
     using Clock = std::chrono::steady_clock;
     constexpr std::chrono::seconds patience(1);
     std::optional<Clock::time_point> end;
     for (;;) {
-        for (const zrn::BusCamera& camera : bus.camerasAndHolders()) {
+        for (const zrn::BusCamera& camera : driver.bus().camerasAndHolders()) {
             if (camera.serial.empty() && camera.accessible && camera.use != zrn::Use::Held) {
-                readSerial(bus, camera, plugin);
+                // Nothing comes of it when another program was quicker.
+                const std::string serial = driver.open(camera);
+                if (!serial.empty()) {
+                    driver.close(serial);
+                }
             }
         }
-        const std::vector<zrn::BusCamera> cameras = bus.cameras();
-        const bool isDone =
-            std::none_of(cameras.begin(), cameras.end(), [](const zrn::BusCamera& camera) {
-                return camera.serial.empty() && camera.accessible;
-            });
+        const std::vector<zrn::BusCamera> cameras = driver.bus().cameras();
+        const bool isDone = std::ranges::none_of(cameras, [](const zrn::BusCamera& camera) {
+            return camera.serial.empty() && camera.accessible;
+        });
         end = end.value_or(Clock::now() + patience);
         if (isDone || Clock::now() > *end) {
             return;
@@ -116,10 +108,10 @@ void readSerials(zrn::Bus& bus, const QString& plugin)
 
 /// What the kernel shows, and of free cameras the serial: each is opened by itself for that, unless
 /// it has been before.
-ExitCode listBus(Context& context, const QString& plugin)
+ExitCode listBus(Context& context, zrn::Driver& driver)
 {
-    zrn::Bus bus;
-    readSerials(bus, plugin);
+    const zrn::BusReaders& bus = driver.bus();
+    readSerials(driver);
     const std::vector<zrn::BusCamera> cameras = bus.camerasAndHolders();
     QJsonArray list;
     for (int index = 0; index < static_cast<int>(cameras.size()); ++index) {
@@ -129,35 +121,32 @@ ExitCode listBus(Context& context, const QString& plugin)
     }
     context.report.json()[QLatin1String("cameras")] = list;
     if (cameras.empty()) {
-        throw noCameraOnBus();
+        throw zrn::noCameraOnBus();
     }
     for (const zrn::BusCamera& camera : cameras) {
         if (!camera.accessible) {
-            throw refusalOf(camera);
+            throw zrn::refusalOf(camera);
         }
     }
     return ExitCode::Success;
 }
 
 /// For drivers that can only enumerate all.
-ExitCode listEnumerated(Context& context, zrnhost::DriverPlugin& plugin)
+ExitCode listEnumerated(Context& context, const std::shared_ptr<zrn::Driver>& driver)
 {
-    const int count = plugin.factory().enumDevice();
+    const int count = driver->openAllOnce();
     QJsonArray cameras;
     ExitCode exitCode = ExitCode::Success;
     for (int index = 0; index < count; ++index) {
         QJsonObject entry{{QStringLiteral("index"), index}};
         try {
-            zrnhost::Camera camera(plugin.factory());
-            zrnhost::check(camera->connectDeviceByIndex(index),
-                           QStringLiteral("connecting to camera %1").arg(index));
-            const CameraIdentity identity = identify(camera);
-            const QJsonObject fields = identity.json();
+            const zrn::CameraFacts facts = zrn::Camera::open(driver, {{}, {}, index})->facts();
+            const QJsonObject fields = ::jsonOf(facts);
             for (auto field = fields.begin(); field != fields.end(); ++field) {
                 entry[field.key()] = field.value();
             }
-            context.report.line(QStringLiteral("%1  %2").arg(index).arg(identity.text()));
-        } catch (const zrnhost::DriverError& error) {
+            context.report.line(QStringLiteral("%1  %2").arg(index).arg(textOf(facts)));
+        } catch (const zrn::Error& error) {
             // One broken camera must not hide the others.
             entry[QLatin1String("error")] = QString::fromUtf8(error.what());
             entry[QLatin1String("code")] = static_cast<int>(error.code());
@@ -169,22 +158,16 @@ ExitCode listEnumerated(Context& context, zrnhost::DriverPlugin& plugin)
     }
     context.report.json()[QLatin1String("cameras")] = cameras;
     if (count < 1) {
-        throw noCameraOnBus();
+        throw zrn::noCameraOnBus();
     }
     return exitCode;
 }
 
 ExitCode runList(Context& context)
 {
-    const QString path = locatePlugin(context.options);
-    {
-        zrnhost::DriverPlugin plugin(path);
-        context.report.json()[QLatin1String("driver")] = driverJson(plugin);
-        if (!zrnhost::DeviceOpener(plugin.factory(), {}).canChoose()) {
-            return listEnumerated(context, plugin);
-        }
-    }
-    return listBus(context, path);
+    const std::shared_ptr<zrn::Driver> driver = loadDriver(context.options);
+    context.report.json()[QLatin1String("driver")] = driverJson(*driver);
+    return driver->canChoose() ? listBus(context, *driver) : listEnumerated(context, driver);
 }
 
 } // namespace

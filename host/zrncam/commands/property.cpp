@@ -1,6 +1,4 @@
-#include "common/driver_error.h"
-#include "common/property_values.h"
-#include "common/result_codes.h"
+#include "common/value_json.h"
 #include "session.h"
 #include "tool_error.h"
 
@@ -8,8 +6,7 @@
 
 #include <memory>
 
-using zrnhost::check;
-using zrnhost::PropertyInfo;
+using zrn::PropertyInfo;
 
 namespace
 {
@@ -19,33 +16,30 @@ struct PropertyOptions {
     std::string value;
 };
 
-QString fromShell(const std::string& text)
-{
-    return QString::fromLocal8Bit(text.c_str());
-}
-
 /// The value in the type that the key wants. An unknown key is left to the driver to refuse.
-QVariant typedValue(const QString& key, const QString& text)
+zrn::Value typedValue(const std::string& key, const std::string& text)
 {
-    const PropertyInfo* property = zrnhost::findProperty(key.toStdString());
+    const PropertyInfo* property = zrn::findProperty(key);
     if (!property || !property->writable) {
         return text;
     }
-    const std::optional<QVariant> value = zrnhost::parseValue(*property, text);
+    const std::optional<zrn::Value> value = zrn::parseValue(*property, text);
     if (!value) {
         throw ToolError(ExitCode::Usage, QStringLiteral("%1 takes %2 %3, not \"%4\"")
-                                             .arg(key, QLatin1String(typeName(property->type)),
-                                                  zrnhost::rangeText(*property), text)
+                                             .arg(QString::fromStdString(key),
+                                                  QLatin1String(zrn::typeName(property->type)),
+                                                  QString::fromStdString(zrn::rangeText(*property)),
+                                                  QString::fromLocal8Bit(text.c_str()))
                                              .simplified());
     }
     return *value;
 }
 
-void reportValue(Report& report, const QString& key, const QVariant& value)
+void reportValue(Report& report, const std::string& key, const zrn::Value& value)
 {
-    const PropertyInfo* property = zrnhost::findProperty(key.toStdString());
-    report.line(zrnhost::toText(value));
-    report.json()[QLatin1String("key")] = key;
+    const PropertyInfo* property = zrn::findProperty(key);
+    report.line(QString::fromStdString(zrn::toText(value)));
+    report.json()[QLatin1String("key")] = QString::fromStdString(key);
     report.json()[QLatin1String("value")] = zrnhost::toJson(value);
     if (property && *property->unit) {
         report.json()[QLatin1String("unit")] = QLatin1String(property->unit);
@@ -54,23 +48,18 @@ void reportValue(Report& report, const QString& key, const QVariant& value)
 
 ExitCode runGet(Context& context, const PropertyOptions& options)
 {
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
-    const QString key = fromShell(options.key);
-    reportValue(context.report, key, camera.property(key));
+    const CameraPointer camera = Session(context.options).connect();
+    reportValue(context.report, options.key, camera->property(options.key));
     return ExitCode::Success;
 }
 
 ExitCode runSet(Context& context, const PropertyOptions& options)
 {
-    const QString key = fromShell(options.key);
-    const QVariant value = typedValue(key, fromShell(options.value));
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
-    check(camera.writeProperty(key, value),
-          QStringLiteral("setting %1 to %2").arg(key, zrnhost::toText(value)));
+    const zrn::Value value = typedValue(options.key, options.value);
+    const CameraPointer camera = Session(context.options).connect();
+    camera->setProperty(options.key, value);
     // What the camera holds now may differ from what it was sent.
-    reportValue(context.report, key, camera.property(key));
+    reportValue(context.report, options.key, camera->property(options.key));
     return ExitCode::Success;
 }
 
@@ -79,7 +68,7 @@ QJsonObject describe(const PropertyInfo& property)
     QJsonObject json{
         {QStringLiteral("key"), QLatin1String(property.key)},
         {QStringLiteral("label"), QLatin1String(property.label)},
-        {QStringLiteral("type"), QLatin1String(zrnhost::typeName(property.type))},
+        {QStringLiteral("type"), QLatin1String(zrn::typeName(property.type))},
         {QStringLiteral("access"),
          property.writable ? QStringLiteral("read-write") : QStringLiteral("read-only")},
         {QStringLiteral("unit"), QLatin1String(property.unit)},
@@ -87,8 +76,8 @@ QJsonObject describe(const PropertyInfo& property)
         {QStringLiteral("carrier"), QLatin1String(property.carrier)},
     };
     if (property.minimum != property.maximum) {
-        json[QLatin1String("minimum")] = property.minimum;
-        json[QLatin1String("maximum")] = property.maximum;
+        json[QLatin1String("minimum")] = qint64{property.minimum};
+        json[QLatin1String("maximum")] = qint64{property.maximum};
     }
     return json;
 }
@@ -108,30 +97,28 @@ QString row(const QString& key, const QString& value, const QString& type, const
 
 ExitCode runProperties(Context& context)
 {
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
+    const CameraPointer camera = Session(context.options).connect();
     context.report.line(row(QStringLiteral("key"), QStringLiteral("value"), QStringLiteral("type"),
                             QStringLiteral("access"), QStringLiteral("range"),
                             QStringLiteral("unit")));
     QJsonArray list;
-    for (const PropertyInfo& property : zrnhost::propertyTable) {
+    for (const PropertyInfo& property : zrn::Camera::properties()) {
         QJsonObject json = describe(property);
-        QVariant value;
-        const QString key = QString::fromLatin1(property.key);
-        const ErrorCode result = camera.readProperty(key, value);
-        QString text = zrnhost::toText(value);
-        if (result == ErrorCode::Success) {
+        QString text;
+        try {
+            const zrn::Value value = camera->property(property.key);
+            text = QString::fromStdString(zrn::toText(value));
             json[QLatin1String("value")] = zrnhost::toJson(value);
-        } else {
-            const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(result);
+        } catch (const zrn::Error& error) {
             text = QStringLiteral("(%1 %2)")
-                       .arg(static_cast<quint32>(result))
-                       .arg(QLatin1String(info ? info->name : "Unknown"));
-            json[QLatin1String("code")] = static_cast<qint64>(result);
+                       .arg(static_cast<quint32>(error.code()))
+                       .arg(QString::fromStdString(error.name()));
+            json[QLatin1String("code")] = static_cast<qint64>(error.code());
         }
-        context.report.line(row(key, text, QLatin1String(zrnhost::typeName(property.type)),
-                                property.writable ? QStringLiteral("rw") : QStringLiteral("r"),
-                                zrnhost::rangeText(property), QLatin1String(property.unit)));
+        context.report.line(
+            row(QLatin1String(property.key), text, QLatin1String(zrn::typeName(property.type)),
+                property.writable ? QStringLiteral("rw") : QStringLiteral("r"),
+                QString::fromStdString(zrn::rangeText(property)), QLatin1String(property.unit)));
         list.append(json);
     }
     context.report.json()[QLatin1String("properties")] = list;
@@ -140,12 +127,9 @@ ExitCode runProperties(Context& context)
 
 ExitCode runDriverCommand(Context& context, const PropertyOptions& options)
 {
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
-    const QString command = fromShell(options.key);
-    check(camera.run(command), QStringLiteral("running the command %1").arg(command));
+    Session(context.options).connect()->run(options.key);
     context.report.line(QStringLiteral("done"));
-    context.report.json()[QLatin1String("command")] = command;
+    context.report.json()[QLatin1String("command")] = QString::fromStdString(options.key);
     return ExitCode::Success;
 }
 

@@ -1,10 +1,9 @@
+#include "client/stream.h"
+
 #include "camera_task.h"
 #include "commands/capture.h"
-#include "commands/stream_keeper.h"
-#include "common/driver_error.h"
-#include "common/image_blocks.h"
-#include "common/property_keys.h"
 #include "common/statistics.h"
+#include "interrupt.h"
 #include "progress.h"
 #include "tool_error.h"
 
@@ -29,64 +28,61 @@ struct StreamOptions {
 /// What a run of the stream showed.
 struct StreamResult {
     StreamAccount account;
-    quint64 timeouts = 0;
-    quint64 splitFailures = 0;
+    zrn::StreamCounters counters;
     double seconds = 0.0;
-    QVariant reportedRate; ///< frames per second as the driver measured; invalid if it did not say
-    std::vector<Outage> outages; ///< with --keep-alive
+    std::optional<double> reportedRate; ///< frames per second as the driver measured, if it said
+    std::vector<zrn::Outage> outages;   ///< with --keep-alive
 
     [[nodiscard]] bool isMissingExact() const
     {
-        return std::all_of(outages.begin(), outages.end(),
-                           [](const Outage& outage) { return outage.isMissingExact; });
+        return std::ranges::all_of(outages, &zrn::Outage::isMissingExact);
     }
 };
 
-bool isSplitFailure(ErrorCode result)
+void tell(Progress& progress, const zrn::StreamEvent& event)
 {
-    return result == ErrorCode::SplitFailed || result == ErrorCode::SplitException;
+    using Kind = zrn::StreamEvent::Kind;
+    if (event.kind == Kind::Lost) {
+        progress.note(QStringLiteral("no frames since %1 s: camera %2")
+                          .arg(event.outage.begin, 0, 'f', 2)
+                          .arg(QLatin1String(zrn::nameOf(event.outage.cause))));
+    } else if (event.kind == Kind::Refused) {
+        progress.note(QString::fromStdString(event.reason));
+    } else {
+        progress.note(QStringLiteral("outage %1").arg(QString::fromStdString(event.outage.text())));
+    }
 }
 
-/// @return what a frame told, if one came.
-std::optional<zrnhost::FrameStep> grabOnce(zrnhost::Camera& camera, const Interrupt& interrupt,
-                                           bool isKeptAlive, StreamResult& result)
+bool isFatal(ErrorCode failure)
 {
-    zrnhost::ImageBlocks images;
-    const auto before = StreamAccount::Clock::now();
-    const ErrorCode code = zrnhost::grab(*camera, images);
-    const auto after = StreamAccount::Clock::now();
-    if (code == ErrorCode::Success && !images.empty() && zrnhost::isWellFormed(*images.front())) {
-        return result.account.addFrame(zrnhost::trailerOf(*images.front()), after, after - before);
-    }
-    if (code == ErrorCode::Success || isSplitFailure(code)) {
-        ++result.splitFailures;
-    } else if (interrupt.requested()) {
-        return std::nullopt; // the stop woke the grab
-    } else if (code == ErrorCode::GrabTimeout) {
-        ++result.timeouts;
-    } else if (!isKeptAlive) {
-        zrnhost::check(code, QStringLiteral("grabbing a frame"));
-    }
-    return std::nullopt;
+    return failure != ErrorCode::Success && failure != ErrorCode::GrabTimeout &&
+           failure != ErrorCode::SplitFailed && failure != ErrorCode::SplitException;
 }
 
-StreamResult streamFor(Session& session, zrnhost::Camera& camera, Context& context,
-                       const StreamOptions& options)
+StreamResult streamFor(const CameraPointer& camera, Context& context, const StreamOptions& options)
 {
+    constexpr std::chrono::milliseconds progressPeriod(100);
     StreamResult result;
     Progress progress(context.options.quiet, context.name);
-    StreamKeeper keeper(session, camera, options.capture, context.interrupt, progress);
-    keeper.start();
+    zrn::StreamOptions streamOptions;
+    streamOptions.policy = zrn::QueuePolicy::Block;
+    streamOptions.keepAlive = options.keepAlive;
+    zrn::Stream stream(camera, std::move(streamOptions));
+    const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
     const auto start = StreamAccount::Clock::now();
     const auto elapsed = [start] {
         return std::chrono::duration<double>(StreamAccount::Clock::now() - start).count();
     };
     while (elapsed() < options.seconds && !context.interrupt.requested()) {
-        const auto step = grabOnce(camera, context.interrupt, options.keepAlive, result);
-        if (step) {
-            keeper.noteFrame(elapsed(), *step);
-        } else if (options.keepAlive && !context.interrupt.requested()) {
-            keeper.repair();
+        const std::optional<zrn::Frame> frame = stream.next(progressPeriod);
+        if (frame) {
+            result.account.addFrame(frame->step, frame->arrival, frame->wait);
+        } else if (const ErrorCode failure = stream.counters().lastFailure;
+                   !options.keepAlive && isFatal(failure) && !context.interrupt.requested()) {
+            zrn::check(failure, "grabbing a frame");
+        }
+        while (const std::optional<zrn::StreamEvent> event = stream.nextEvent()) {
+            tell(progress, *event);
         }
         progress.show(QStringLiteral("%1 s of %2 s, %3 frames, %4 missing")
                           .arg(elapsed(), 0, 'f', 1)
@@ -95,11 +91,26 @@ StreamResult streamFor(Session& session, zrnhost::Camera& camera, Context& conte
                           .arg(result.account.missing()));
     }
     result.seconds = elapsed();
-    // The driver forgets its rate when the stream stops.
-    camera.readProperty(zrnhost::keys::frameRate, result.reportedRate);
-    keeper.finish(result.seconds);
-    result.outages = keeper.outages();
+    try { // the driver forgets its rate when the stream stops
+        result.reportedRate = zrn::numberOf(camera->property(zrn::keys::frameRate));
+    } catch (const zrn::Error&) {
+        result.reportedRate.reset();
+    }
+    stream.stop();
+    result.counters = stream.counters();
+    result.outages = stream.outages();
     return result;
+}
+
+QJsonObject jsonOf(const zrn::Outage& outage)
+{
+    return {{QStringLiteral("begin"), outage.begin},
+            {QStringLiteral("seconds"), outage.seconds},
+            {QStringLiteral("cause"), QLatin1String(zrn::nameOf(outage.cause))},
+            {QStringLiteral("repair"), QLatin1String(zrn::nameOf(outage.repair))},
+            {QStringLiteral("missing"), static_cast<qint64>(outage.missing)},
+            {QStringLiteral("missingIsExact"), outage.isMissingExact},
+            {QStringLiteral("renumbered"), outage.isRenumbered}};
 }
 
 void report(Report& report, const StreamResult& result)
@@ -108,17 +119,16 @@ void report(Report& report, const StreamResult& result)
     const auto milliseconds = [&account](double percent) {
         return Milliseconds(account.grabs().percentile(percent)).count();
     };
-    const QString reported = result.reportedRate.isValid()
-                                 ? QString::number(result.reportedRate.toDouble(), 'f', 2)
-                                 : QStringLiteral("none");
+    const QString reported = result.reportedRate ? QString::number(*result.reportedRate, 'f', 2)
+                                                 : QStringLiteral("none");
     report.line(QStringLiteral("duration"), QStringLiteral("%1 s").arg(result.seconds, 0, 'f', 2));
     report.line(QStringLiteral("frames"), QString::number(account.frames()));
     report.line(QStringLiteral("rate"),
                 QStringLiteral("%1 frames/s measured, %2 reported by the driver")
                     .arg(account.rate(), 0, 'f', 2)
                     .arg(reported));
-    report.line(QStringLiteral("time-outs"), QString::number(result.timeouts));
-    report.line(QStringLiteral("split failures"), QString::number(result.splitFailures));
+    report.line(QStringLiteral("time-outs"), QString::number(result.counters.timeouts));
+    report.line(QStringLiteral("split failures"), QString::number(result.counters.unusable));
     report.line(QStringLiteral("gaps"),
                 QStringLiteral("%1, %2%3 frames missing")
                     .arg(account.gaps())
@@ -130,18 +140,19 @@ void report(Report& report, const StreamResult& result)
                                                     .arg(milliseconds(99), 0, 'f', 2)
                                                     .arg(milliseconds(100), 0, 'f', 2));
     QJsonArray outages;
-    for (const Outage& outage : result.outages) {
-        report.line(QStringLiteral("outage"), outage.text());
-        outages.append(outage.json());
+    for (const zrn::Outage& outage : result.outages) {
+        report.line(QStringLiteral("outage"), QString::fromStdString(outage.text()));
+        outages.append(jsonOf(outage));
     }
 
     QJsonObject& json = report.json();
     json[QLatin1String("seconds")] = result.seconds;
     json[QLatin1String("frames")] = static_cast<qint64>(account.frames());
     json[QLatin1String("measuredRate")] = account.rate();
-    json[QLatin1String("reportedRate")] = QJsonValue::fromVariant(result.reportedRate);
-    json[QLatin1String("timeouts")] = static_cast<qint64>(result.timeouts);
-    json[QLatin1String("splitFailures")] = static_cast<qint64>(result.splitFailures);
+    json[QLatin1String("reportedRate")] =
+        result.reportedRate ? QJsonValue(*result.reportedRate) : QJsonValue();
+    json[QLatin1String("timeouts")] = static_cast<qint64>(result.counters.timeouts);
+    json[QLatin1String("splitFailures")] = static_cast<qint64>(result.counters.unusable);
     json[QLatin1String("gaps")] = static_cast<qint64>(account.gaps());
     json[QLatin1String("missing")] = static_cast<qint64>(account.missing());
     json[QLatin1String("missingIsExact")] = result.isMissingExact();
@@ -153,15 +164,14 @@ void report(Report& report, const StreamResult& result)
                                                        {QStringLiteral("max"), milliseconds(100)}};
 }
 
-ExitCode runStream(Session& session, zrnhost::Camera& camera, Context& context,
-                   const StreamOptions& options)
+ExitCode runStream(const CameraPointer& camera, Context& context, const StreamOptions& options)
 {
-    applyCaptureOptions(camera, options.capture);
-    const CameraIdentity identity = identify(camera);
-    context.report.line(QStringLiteral("camera"), identity.text());
-    context.report.json()[QLatin1String("camera")] = identity.json();
+    applyCaptureOptions(*camera, options.capture);
+    const zrn::CameraFacts facts = camera->facts();
+    context.report.line(QStringLiteral("camera"), textOf(facts));
+    context.report.json()[QLatin1String("camera")] = ::jsonOf(facts);
 
-    const StreamResult result = streamFor(session, camera, context, options);
+    const StreamResult result = streamFor(camera, context, options);
     report(context.report, result);
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;
@@ -171,7 +181,7 @@ ExitCode runStream(Session& session, zrnhost::Camera& camera, Context& context,
             ExitCode::Stream, QStringLiteral("the camera delivered no frame"),
             QStringLiteral("check the cable; 'zrncam doctor' looks for the usual causes"));
     }
-    if (!result.outages.empty() && result.outages.back().repair == Outage::Repair::None) {
+    if (!result.outages.empty() && result.outages.back().repair == zrn::Outage::Repair::None) {
         throw ToolError(ExitCode::Stream, QStringLiteral("the stream was lost and did not return"),
                         QStringLiteral("check the cable"));
     }
@@ -219,11 +229,10 @@ Command addStream(CLI::App& app)
     addCaptureOptions(command, options->capture);
     return {&command,
             [options](Context& context) {
-                return runOnCameras(context,
-                                    {[&](Session& session, zrnhost::Camera& camera, Context& own) {
-                                         return runStream(session, camera, own, *options);
-                                     },
-                                     false, streamRow, streamSum});
+                return runOnCameras(context, {[&](const CameraPointer& camera, Context& own) {
+                                                  return runStream(camera, own, *options);
+                                              },
+                                              false, streamRow, streamSum});
             },
             true};
 }

@@ -1,11 +1,10 @@
+#include "client/driver.h"
+#include "client/error.h"
 #include "client/random_pause.h"
-#include "common/device_opener.h"
-#include "common/plugin_locator.h"
 #include "doctor/findings.h"
 #include "doctor/payload_probe.h"
 #include "session.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QJsonArray>
 
@@ -32,17 +31,15 @@ std::optional<int> transferMemoryLimit(const QString& root)
     return ok ? std::optional(limit) : std::nullopt;
 }
 
-zrnhost::PluginInspection inspectChosenPlugin(const GlobalOptions& options)
+zrn::PluginInspection inspectChosenPlugin(const GlobalOptions& options)
 {
-    const auto candidates = zrnhost::pluginCandidates(
-        QString::fromLocal8Bit(options.plugin.c_str()), QCoreApplication::applicationDirPath());
-    const zrnhost::PluginCandidate chosen = zrnhost::choosePlugin(candidates);
-    if (!chosen.path.isEmpty()) {
-        return zrnhost::inspectPlugin(chosen.path);
+    const zrn::PluginCandidate chosen = zrn::choosePlugin(zrn::pluginCandidates(options.plugin));
+    if (!chosen.path.empty()) {
+        return zrn::inspectPlugin(chosen.path);
     }
-    zrnhost::PluginInspection nothing;
-    nothing.fault = zrnhost::PluginFault::NotFound;
-    nothing.message = QStringLiteral("the driver plugin was not found");
+    zrn::PluginInspection nothing;
+    nothing.fault = zrn::PluginFault::NotFound;
+    nothing.message = "the driver plugin was not found";
     return nothing;
 }
 
@@ -53,83 +50,57 @@ struct DriverTrial {
         guards; ///< what it says of its guards, which it sets up when it first looks for cameras
 };
 
-QString guardsOf(IFactory& factory)
+bool isInUseNow(const zrn::Driver& driver, const zrn::BusCamera& camera)
 {
-    return factory.property(IFactory::guardsProperty).toString();
-}
-
-bool isInUseNow(const zrn::Bus& bus, const zrn::BusCamera& camera)
-{
-    const std::vector<zrn::BusCamera> cameras = bus.camerasAndHolders();
+    const std::vector<zrn::BusCamera> cameras = driver.bus().camerasAndHolders();
     return std::any_of(cameras.begin(), cameras.end(), [&camera](const zrn::BusCamera& now) {
         return now.place() == camera.place() && now.use == zrn::Use::Held;
     });
 }
 
-/// Opens a camera by itself. Unloading the driver closes it again. Who else has it may only be
-/// looking at it for a moment. @return nothing when somebody took it meanwhile
-std::optional<Finding> tryCamera(const QString& path, zrn::Bus& bus, zrn::BusCamera camera,
-                                 QString& guards)
+/// Opens a camera by itself, and closes it again. Who else has it may only be looking at it for a
+/// moment. @return nothing when somebody took it meanwhile
+std::optional<Finding> tryCamera(zrn::Driver& driver, zrn::BusCamera camera)
 {
-    zrnhost::DriverPlugin plugin(path);
-    zrnhost::DeviceOpener opener(plugin.factory(), [&bus] { return bus.camerasAndHolders(); });
     constexpr std::chrono::seconds patience(1);
     const auto end = std::chrono::steady_clock::now() + patience;
-    QString serial = opener.open(camera);
-    while (serial.isEmpty() && std::chrono::steady_clock::now() < end) {
+    camera.serial = driver.open(camera);
+    while (camera.serial.empty() && std::chrono::steady_clock::now() < end) {
         zrn::pauseAtRandom();
-        serial = opener.open(camera);
+        camera.serial = driver.open(camera);
     }
-    guards = guardsOf(plugin.factory());
-    if (serial.isEmpty() && isInUseNow(bus, camera)) {
+    if (camera.serial.empty() && isInUseNow(driver, camera)) {
         return std::nullopt;
     }
-    bus.remember(camera, serial.toStdString());
-    camera.serial = serial.toStdString();
-    return judgeOpening(camera, !serial.isEmpty());
-}
-
-/// What the driver says when it is to open a camera at a place where there can be none.
-QString guardsWithoutCamera(const QString& path)
-{
-    zrnhost::DriverPlugin plugin(path);
-    plugin.factory().setProperty(IFactory::devicesProperty, QStringList{QStringLiteral("000/000")});
-    plugin.factory().enumDevice();
-    return guardsOf(plugin.factory());
+    if (!camera.serial.empty()) {
+        driver.close(camera.serial);
+    }
+    return judgeOpening(camera, !camera.serial.empty());
 }
 
 /// Loads the driver and lets it open cameras: the proof of all the rest. Cameras that other
 /// programs use are left alone where the driver can choose.
-DriverTrial tryDriver(const QString& path, const std::vector<zrn::BusCamera>& cameras)
+DriverTrial tryDriver(const std::string& path, const std::vector<zrn::BusCamera>& cameras)
 {
     DriverTrial trial;
     try {
-        {
-            zrnhost::DriverPlugin plugin(path);
-            if (!zrnhost::DeviceOpener(plugin.factory(), {}).canChoose()) {
-                trial.openings = {judgeEnumeration(plugin.factory().enumDevice(), cameras.size())};
-                trial.guards = guardsOf(plugin.factory());
-                return trial;
+        const std::shared_ptr<zrn::Driver> driver = zrn::Driver::load(path);
+        if (!driver->canChoose()) {
+            trial.openings = {judgeEnumeration(driver->openAll(), cameras.size())};
+        } else {
+            for (const zrn::BusCamera& camera : cameras) {
+                const std::optional<Finding> opening =
+                    camera.use == zrn::Use::Held ? std::nullopt : tryCamera(*driver, camera);
+                if (opening) {
+                    trial.openings.push_back(*opening);
+                }
             }
         }
-        zrn::Bus bus;
-        for (const zrn::BusCamera& camera : cameras) {
-            const std::optional<Finding> opening = camera.use == zrn::Use::Held
-                                                       ? std::nullopt
-                                                       : tryCamera(path, bus, camera, trial.guards);
-            if (opening) {
-                trial.openings.push_back(*opening);
-            }
-        }
-        if (trial.guards.isEmpty()) {
-            trial.guards = guardsWithoutCamera(path);
-        }
-    } catch (const zrnhost::PluginError& error) {
+        trial.guards = QString::fromStdString(driver->guards());
+    } catch (const zrn::Error& error) {
         trial.openings = {{QStringLiteral("plugin"), Verdict::Problem,
                            QString::fromUtf8(error.what()),
-                           QStringLiteral("install the libraries that it misses ('ldd %1' lists "
-                                          "them)")
-                               .arg(path)}};
+                           QString::fromStdString(error.remedy())}};
     }
     return trial;
 }
@@ -147,8 +118,8 @@ std::vector<Finding> examine(const GlobalOptions& options, const QString& root)
     if (!cameras.empty()) {
         findings.push_back(judgeTransferMemory(cameras, transferMemoryLimit(root)));
     }
-    const zrnhost::PluginInspection inspection = inspectChosenPlugin(options);
-    const bool isUsable = inspection.fault == zrnhost::PluginFault::None;
+    const zrn::PluginInspection inspection = inspectChosenPlugin(options);
+    const bool isUsable = inspection.fault == zrn::PluginFault::None;
     std::optional<DriverTrial> trial;
     if (isUsable && isThisSystem) {
         trial = tryDriver(inspection.path, cameras);

@@ -3,6 +3,8 @@
 #include "client/access_remedy.h"
 #include "common/usb_transfers.h"
 
+#include <QStringList>
+
 #include <algorithm>
 
 namespace
@@ -267,25 +269,18 @@ std::vector<Finding> judgeLibraries(const LibraryVersions& versions, Guards guar
     return findings;
 }
 
-Finding judgePlugin(const zrnhost::PluginInspection& inspection)
+Finding judgePlugin(const zrn::PluginInspection& inspection)
 {
     const QString subject = QStringLiteral("plugin");
-    switch (inspection.fault) {
-    case zrnhost::PluginFault::None:
-        return {subject, Verdict::Good,
-                QStringLiteral("%1, built for Qt %2; this program runs with Qt %3")
-                    .arg(inspection.path, inspection.qtVersion, QString::fromLatin1(qVersion())),
-                QString()};
-    case zrnhost::PluginFault::NotFound:
-        return {subject, Verdict::Problem, inspection.message,
-                QStringLiteral("name the file with --plugin or ZRNCAM_PLUGIN")};
-    case zrnhost::PluginFault::OtherQt:
-        return {subject, Verdict::Problem, inspection.message,
-                QStringLiteral("build the plugin with the Qt that this program uses")};
-    default:
-        return {subject, Verdict::Problem, inspection.message,
-                QStringLiteral("choose libzrncamera.so with --plugin or ZRNCAM_PLUGIN")};
+    if (inspection.fault != zrn::PluginFault::None) {
+        return {subject, Verdict::Problem, QString::fromStdString(inspection.message),
+                QString::fromStdString(inspection.remedy())};
     }
+    return {subject, Verdict::Good,
+            QStringLiteral("%1, built for Qt %2; this program runs with Qt %3")
+                .arg(QString::fromStdString(inspection.path),
+                     QString::fromStdString(inspection.qtVersion), QString::fromLatin1(qVersion())),
+            QString()};
 }
 
 Finding judgeEnumeration(int opened, std::size_t onBus)

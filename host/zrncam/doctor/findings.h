@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client/bus.h"
-#include "common/driver_plugin.h"
+#include "client/plugin_file.h"
 #include "doctor/libraries.h"
 
 #include <QString>
@@ -55,7 +55,7 @@ Finding judgeGuards(const QString& answer);
 std::vector<Finding> judgeLibraries(const LibraryVersions& versions, Guards guards);
 
 /// Whether the plugin is there and made for this program.
-Finding judgePlugin(const zrnhost::PluginInspection& inspection);
+Finding judgePlugin(const zrn::PluginInspection& inspection);
 
 /// Whether the driver opened every camera that is on the bus, where it can only open all.
 Finding judgeEnumeration(int opened, std::size_t onBus);

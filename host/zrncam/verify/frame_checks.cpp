@@ -1,12 +1,12 @@
 #include "checks/images.h"
-#include "common/property_keys.h"
-#include "common/property_values.h"
+#include "client/property_keys.h"
+#include "client/variants.h"
 #include "common/statistics.h"
 #include "verify/driver_checks.h"
 
 #include <QThread>
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 using CameraSpace::TriggerMode;
 
 namespace
@@ -16,14 +16,15 @@ constexpr int framesInOrder = 8;
 /// Longer than the second that the driver measures its rate over.
 constexpr unsigned long rateMeasuringMs = 1300;
 
-void checkFrameNumbers(zrnhost::Camera& camera, ContractSpace::Account& account)
+void checkFrameNumbers(zrn::CameraObject& camera, ContractSpace::Account& account)
 {
+    zrn::FrameNumbers numbers;
     zrnhost::StreamAccount frames;
     for (int frame = 1; frame <= framesInOrder; ++frame) {
         ContractSpace::Images images;
         if (account.expectCode(QStringLiteral("grab frame %1").arg(frame),
                                ContractSpace::grab(*camera, images))) {
-            frames.addFrame(ContractSpace::trailerOf(*images.front()), {}, {});
+            frames.addFrame(numbers.follow(ContractSpace::trailerOf(*images.front())), {}, {});
         }
     }
     account.expect(QStringLiteral("frame numbers ascend"),
@@ -31,7 +32,7 @@ void checkFrameNumbers(zrnhost::Camera& camera, ContractSpace::Account& account)
                    QStringLiteral("%1 missing").arg(frames.missing()));
 }
 
-void checkWhileStreaming(zrnhost::Camera& camera, ContractSpace::Account& account)
+void checkWhileStreaming(zrn::CameraObject& camera, ContractSpace::Account& account)
 {
     QVariant value;
     account.expectCode(QStringLiteral("refuse the cache size while streaming"),
@@ -45,12 +46,12 @@ void checkWhileStreaming(zrnhost::Camera& camera, ContractSpace::Account& accoun
     account.expectCode(QStringLiteral("read status"), camera.readProperty(keys::heartBeat, value));
     account.expect(QStringLiteral("status is online"),
                    value.toMap().value(QString::fromLatin1(keys::online)).toBool(),
-                   zrnhost::toText(value));
+                   QString::fromStdString(zrn::toText(zrn::fromVariant(value))));
 }
 
 } // namespace
 
-void checkFrames(zrnhost::Camera& camera, ContractSpace::Account& account)
+void checkFrames(zrn::CameraObject& camera, ContractSpace::Account& account)
 {
     account.setGroup(QStringLiteral("frames"));
     TriggerMode original{};

@@ -1,6 +1,6 @@
 #include "verify/junit.h"
 
-#include "common/result_codes.h"
+#include "client/result_codes.h"
 #include "verify/row_text.h"
 
 #include <QStringList>
@@ -30,7 +30,7 @@ QByteArray junitReport(const ContractSpace::Account& account, const QString& ser
         if (row.status != CheckStatus::Passed) {
             QStringList message;
             if (row.code) {
-                message += zrnhost::describeResult(*row.code);
+                message += QString::fromStdString(zrn::describeResult(*row.code));
             }
             message += rowDetail(row);
             message.removeAll(QString());

@@ -1,13 +1,13 @@
 #include "checks/device_properties.h"
-#include "common/property_keys.h"
-#include "common/property_values.h"
+#include "client/property_keys.h"
+#include "client/variants.h"
 #include "verify/driver_checks.h"
 
 #include <QRegularExpression>
 
-namespace keys = zrnhost::keys;
-using zrnhost::PropertyInfo;
-using zrnhost::PropertyType;
+namespace keys = zrn::keys;
+using zrn::PropertyInfo;
+using zrn::PropertyType;
 
 namespace
 {
@@ -29,7 +29,7 @@ std::vector<QVariant> valuesToTry(const PropertyInfo& property, const QVariant& 
     return {0, 1, 85, 170, 255};
 }
 
-void checkWriting(zrnhost::Camera& camera, ContractSpace::Account& account,
+void checkWriting(zrn::CameraObject& camera, ContractSpace::Account& account,
                   const PropertyInfo& property, const QVariant& original)
 {
     const QString key = QString::fromLatin1(property.key);
@@ -53,7 +53,7 @@ void checkWriting(zrnhost::Camera& camera, ContractSpace::Account& account,
     account.expectCode(QStringLiteral("restore %1").arg(key), camera.writeProperty(key, original));
 }
 
-void checkProperty(zrnhost::Camera& camera, ContractSpace::Account& account,
+void checkProperty(zrn::CameraObject& camera, ContractSpace::Account& account,
                    const PropertyInfo& property)
 {
     const QString key = QString::fromLatin1(property.key);
@@ -65,7 +65,8 @@ void checkProperty(zrnhost::Camera& camera, ContractSpace::Account& account,
     const bool isRead = canFail ? account.expectSupport(reading, result, ErrorCode::PropertyFailed)
                                 : account.expectCode(reading, result);
     if (isRead) {
-        account.expect(QStringLiteral("type of %1").arg(key), zrnhost::hasTypeOf(property, value),
+        account.expect(QStringLiteral("type of %1").arg(key),
+                       zrn::hasTypeOf(property, zrn::fromVariant(value)),
                        QLatin1String(value.typeName()));
     }
     if (!property.writable) {
@@ -85,7 +86,7 @@ void checkProperty(zrnhost::Camera& camera, ContractSpace::Account& account,
 
 } // namespace
 
-void checkSerial(zrnhost::Camera& camera, ContractSpace::Account& account)
+void checkSerial(zrn::CameraObject& camera, ContractSpace::Account& account)
 {
     account.setGroup(QStringLiteral("identity"));
     const QString serial = camera.property(keys::serial).toString();
@@ -93,17 +94,17 @@ void checkSerial(zrnhost::Camera& camera, ContractSpace::Account& account)
     account.expect(QStringLiteral("form of the serial"), form.match(serial).hasMatch(), serial);
 }
 
-void checkProperties(zrnhost::Camera& camera, ContractSpace::Account& account)
+void checkProperties(zrn::CameraObject& camera, ContractSpace::Account& account)
 {
     account.setGroup(QStringLiteral("properties"));
     // Dropping cached frames waits once for as long as a grab would.
     const ContractSpace::GrabTimeout wait(*camera, grabTimeoutMs);
-    for (const PropertyInfo& property : zrnhost::propertyTable) {
+    for (const PropertyInfo& property : zrn::propertyTable) {
         checkProperty(camera, account, property);
     }
 }
 
-void checkReset(zrnhost::Camera& camera, ContractSpace::Account& account)
+void checkReset(zrn::CameraObject& camera, ContractSpace::Account& account)
 {
     account.setGroup(QStringLiteral("commands"));
     account.expectSupport(QString::fromLatin1(keys::clearState), camera.run(keys::clearState),

@@ -1,5 +1,7 @@
 #include "checks/contract_checks.h"
-#include "common/property_keys.h"
+#include "client/camera_object.h"
+#include "client/property_keys.h"
+#include "interrupt.h"
 #include "progress.h"
 #include "session.h"
 #include "tool_error.h"
@@ -60,7 +62,7 @@ void writeJunit(const QString& path, const Account& account, const QString& seri
 }
 
 /// Runs the groups until the user has had enough.
-void runChecks(Session& session, zrnhost::Camera& camera, const Interrupt& interrupt, bool quiet,
+void runChecks(IFactory& factory, zrn::CameraObject& camera, const Interrupt& interrupt, bool quiet,
                Account& account)
 {
     const std::function<void()> groups[] = {
@@ -73,7 +75,7 @@ void runChecks(Session& session, zrnhost::Camera& camera, const Interrupt& inter
         [&] { checkProperties(camera, account); },
         [&] { ContractSpace::checkStream(*camera, account); },
         [&] { checkFrames(camera, account); },
-        [&] { ContractSpace::checkConnection(session.factory(), *camera, account); },
+        [&] { ContractSpace::checkConnection(factory, *camera, account); },
         // Last, since the reset leaves the camera with settings of its own.
         [&] { checkReset(camera, account); },
     };
@@ -89,11 +91,11 @@ void runChecks(Session& session, zrnhost::Camera& camera, const Interrupt& inter
 
 ExitCode runVerify(Context& context, const VerifyOptions& options)
 {
-    Session session(context.options);
-    zrnhost::Camera& camera = session.connect();
-    const QString serial = camera.property(zrnhost::keys::serial).toString();
+    const CameraPointer camera = Session(context.options).connect();
+    const QString serial = QString::fromStdString(camera->facts().serial);
     Account account;
-    runChecks(session, camera, context.interrupt, context.options.quiet, account);
+    runChecks(camera->driver().factory(), camera->object(), context.interrupt,
+              context.options.quiet, account);
 
     Report& report = context.report;
     QJsonArray rows;

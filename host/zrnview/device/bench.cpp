@@ -15,9 +15,9 @@ constexpr int shutDownMilliseconds = 5000;
 
 } // namespace
 
-Bench::Bench(FactoryMaker makeFactory, zrnhost::BusReaders readers, QObject* parent)
+Bench::Bench(DriverMaker makeDriver, QObject* parent)
     : QObject(parent)
-    , m_host(new DriverHost(std::move(makeFactory), std::move(readers)))
+    , m_host(new DriverHost(std::move(makeDriver)))
     , m_retryTimer(this)
 {
     registerReportTypes();

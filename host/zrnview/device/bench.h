@@ -32,7 +32,7 @@ class Bench : public QObject
 public:
     enum class State { Loading, Failed, Ready };
 
-    Bench(FactoryMaker makeFactory, zrnhost::BusReaders readers, QObject* parent = nullptr);
+    explicit Bench(DriverMaker makeDriver, QObject* parent = nullptr);
     ~Bench() override;
 
     /// How many cameras are taken by themselves, as they are found free; to be set before start().

@@ -146,7 +146,7 @@ void CameraDevice::discardFrames()
     QMetaObject::invokeMethod(m_worker, &CameraWorker::discardFrames);
 }
 
-void CameraDevice::writeProperty(const QByteArray& key, const QVariant& value)
+void CameraDevice::writeProperty(const QByteArray& key, const zrn::Value& value)
 {
     QMetaObject::invokeMethod(m_worker,
                               [this, key, value] { m_worker->writeProperty(key, value); });

@@ -55,7 +55,7 @@ public:
     void set(Setting setting, qint64 value);
     void resetCamera();
     void discardFrames();
-    void writeProperty(const QByteArray& key, const QVariant& value);
+    void writeProperty(const QByteArray& key, const zrn::Value& value);
     void watchProperties(bool wanted);
     void startRecording(const QString& path);
     void stopRecording();

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "camera_types.h"
+#include "client/stream.h"
 #include "error_code.h"
-#include "zrnview/device/grab_loop.h"
 #include "zrnview/model/settings.h"
 
 #include <QMetaType>
-#include <QVariant>
 
 #include <memory>
 #include <vector>
@@ -14,14 +14,12 @@
 namespace zrnview
 {
 
-/// A camera that was opened, and the driver that it is of, on its way to the thread that will use
-/// it.
+/// A camera that was opened, on its way to the thread that will use it.
 struct ConnectedCamera {
     QString serial; ///< as the driver gives it
     QString port;
     ErrorCode code = ErrorCode::Success; ///< why it is not connected
-    std::shared_ptr<IFactory> factory;   ///< outlives its camera, also where nobody takes that over
-    std::unique_ptr<zrnhost::Camera> camera;
+    std::shared_ptr<zrn::Camera> camera;
 };
 using ConnectedCameraPointer = std::shared_ptr<ConnectedCamera>;
 
@@ -54,7 +52,7 @@ using SettingReadings = std::vector<SettingReading>;
 struct PropertyReading {
     const char* key;
     ErrorCode code = ErrorCode::Success;
-    QVariant value;
+    zrn::Value value;
 };
 using PropertyReadings = std::vector<PropertyReading>;
 
@@ -74,7 +72,7 @@ struct CameraHealth {
     bool answersControls = true; ///< whether the last liveness probes were answered
     double driverRate = 0;       ///< frames per second, as the driver measures
     double silentSeconds = 0;    ///< time without a frame, where state is Silent
-    GrabCounters counters;
+    zrn::StreamCounters counters;
     ErrorCode code = ErrorCode::Success; ///< why the state is Unusable, or why no frame came
 };
 

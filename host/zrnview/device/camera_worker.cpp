@@ -1,6 +1,5 @@
 #include "zrnview/device/camera_worker.h"
 
-#include "common/property_keys.h"
 #include "zrnview/device/setting_access.h"
 #include "zrnview/device/silence_findings.h"
 
@@ -20,11 +19,35 @@ constexpr double patienceSeconds = 1.5;
 /// of a camera which was just unplugged and whose last frames came after the probe before.
 constexpr int deafProbes = 2;
 
+double secondsSinceStart(Clock::time_point time)
+{
+    static const Clock::time_point start = Clock::now();
+    return std::chrono::duration<double>(time - start).count();
+}
+
+/// The same frame for screen and recordings; its images stay where they are.
+std::shared_ptr<zrnrecording::Frame> recordable(const zrn::Frame& frame)
+{
+    auto result = std::make_shared<zrnrecording::Frame>();
+    result->width = static_cast<qint32>(frame.width);
+    result->height = static_cast<qint32>(frame.height);
+    result->number = frame.step.number;
+    result->missing = frame.step.missing;
+    result->arrivalNanoseconds = std::chrono::nanoseconds(frame.arrival.time_since_epoch()).count();
+    result->memory = frame.memory;
+    for (const zrn::Image& image : frame.images()) {
+        result->images.push_back(
+            {image.letter,
+             QByteArray::fromRawData(reinterpret_cast<const char*>(image.bytes.data()),
+                                     static_cast<int>(image.bytes.size()))});
+    }
+    return result;
+}
+
 } // namespace
 
 CameraWorker::CameraWorker(FrameStation& station)
     : m_station(station)
-    , m_loop(m_station)
     , m_watchTimer(this)
     , m_propertyTimer(this)
 {
@@ -65,11 +88,9 @@ void CameraWorker::adopt(const ConnectedCameraPointer& connected)
         emit healthChanged(m_health);
         return;
     }
-    m_facts = readFacts(*m_camera, connected->serial);
+    m_facts = readFacts(*m_camera);
     emit adopted(m_facts);
-    const SettingReadings readings = readAllSettings(*m_camera);
-    m_exposureSeconds = static_cast<double>(readings.front().value) * 1e-6;
-    emit settingsRead(readings);
+    emit settingsRead(readAllSettings(*m_camera));
     m_watchTimer.start();
     watch();
 }
@@ -88,31 +109,31 @@ void CameraWorker::release()
 
 void CameraWorker::startStream()
 {
-    if (!m_camera || m_isStreaming) {
+    if (!m_camera || m_stream) {
         return;
     }
-    const ErrorCode code = (*m_camera)->startStream(0);
-    emit answered(tr("starting the stream"), code);
-    if (code != ErrorCode::Success) {
+    try {
+        zrn::StreamOptions options;
+        options.onFrame = [this](const zrn::Frame& frame) { accept(frame); };
+        m_stream = std::make_unique<zrn::Stream>(m_camera, std::move(options));
+    } catch (const zrn::Error& error) {
+        emit answered(tr("starting the stream"), error.code());
         return;
     }
-    m_isStreaming = true;
+    emit answered(tr("starting the stream"), ErrorCode::Success);
     m_framesAtLastWatch = 0;
-    m_loop.start(*m_camera, m_facts.sensorCount);
     emit settingsRead({readSetting(*m_camera, Setting::CacheFrames)});
     watch();
 }
 
 void CameraWorker::stopStream()
 {
-    if (!m_isStreaming) {
+    if (!m_stream) {
         return;
     }
     endRecording();
-    const ErrorCode code = (*m_camera)->stopStream(0);
-    m_loop.stop();
-    m_isStreaming = false;
-    emit answered(tr("stopping the stream"), code);
+    m_stream.reset();
+    emit answered(tr("stopping the stream"), ErrorCode::Success);
     emit settingsRead({readSetting(*m_camera, Setting::CacheFrames)});
     watch();
 }
@@ -122,27 +143,26 @@ void CameraWorker::resetCamera()
     if (!m_camera) {
         return;
     }
-    QMap<QString, QVariant> nothing;
-    const ErrorCode code =
-        (*m_camera)->executeCommand(QString::fromLatin1(zrnhost::keys::clearState), nothing);
-    emit answered(tr("resetting the camera"), code);
+    emit answered(tr("resetting the camera"), resetState(*m_camera));
     emit settingsRead(readAllSettings(*m_camera));
 }
 
 void CameraWorker::discardFrames()
 {
     if (m_camera) {
-        emit answered(tr("discarding cached frames"), (*m_camera)->discardFrames(0));
+        emit answered(tr("discarding cached frames"), discardCached(*m_camera));
     }
 }
 
-void CameraWorker::writeProperty(const QByteArray& key, const QVariant& value)
+void CameraWorker::writeProperty(const QByteArray& key, const zrn::Value& value)
 {
     if (!m_camera) {
         return;
     }
-    const ErrorCode code = m_camera->writeProperty(key.constData(), value);
-    emit answered(tr("writing %1 to %2").arg(value.toString(), QString::fromLatin1(key)), code);
+    const ErrorCode code = zrnview::writeProperty(*m_camera, key.constData(), value);
+    emit answered(tr("writing %1 to %2")
+                      .arg(QString::fromStdString(zrn::toText(value)), QString::fromLatin1(key)),
+                  code);
     emit settingsRead(readAllSettings(*m_camera));
     emit propertiesRead(readAllProperties(*m_camera));
 }
@@ -161,7 +181,7 @@ void CameraWorker::watchProperties(bool wanted)
 
 void CameraWorker::startRecording(const QString& path, const QJsonObject& metadata)
 {
-    if (!m_isStreaming) {
+    if (!m_stream) {
         emit recordingRefused(tr("start the stream first"));
         return;
     }
@@ -176,7 +196,7 @@ void CameraWorker::startRecording(const QString& path, const QJsonObject& metada
     m_orderBeforeRecording = readSetting(*m_camera, Setting::TriggerOrder).value;
     emit settingsRead(writeAndReadBack(*m_camera, Setting::TriggerOrder,
                                        static_cast<qint64>(TriggerMode::Oldest)));
-    m_loop.setRecorder(m_recorder);
+    setSink(m_recorder);
     emit recordingStarted(m_recorder);
 }
 
@@ -190,7 +210,7 @@ void CameraWorker::endRecording()
     if (!m_recorder) {
         return;
     }
-    m_loop.setRecorder(nullptr);
+    setSink(nullptr);
     m_recorder->stop();
     m_recorder.reset();
     emit settingsRead(writeAndReadBack(*m_camera, Setting::TriggerOrder, m_orderBeforeRecording));
@@ -213,11 +233,7 @@ void CameraWorker::write(Setting setting, qint64 value)
     if (!m_camera) {
         return;
     }
-    const SettingReadings readings = writeAndReadBack(*m_camera, setting, value);
-    if (setting == Setting::Exposure && readings.front().readCode == ErrorCode::Success) {
-        m_exposureSeconds = static_cast<double>(readings.front().value) * 1e-6;
-    }
-    emit settingsRead(readings);
+    emit settingsRead(writeAndReadBack(*m_camera, setting, value));
 }
 
 void CameraWorker::watch()
@@ -227,7 +243,9 @@ void CameraWorker::watch()
     }
     const bool answers = probe();
     m_unansweredProbes = answers ? 0 : m_unansweredProbes + 1;
-    m_health.counters = m_loop.counters();
+    if (m_stream) {
+        m_health.counters = m_stream->counters();
+    }
     const CameraState before = m_health.state;
     m_health.state = stateNow(answers);
     m_health.answersControls =
@@ -250,26 +268,47 @@ void CameraWorker::watch()
 
 bool CameraWorker::probe()
 {
-    QVariant status;
-    const ErrorCode code = m_camera->readProperty(zrnhost::keys::heartBeat, status);
-    const QVariantMap record = status.toMap();
-    m_health.driverRate = record.value(QLatin1String(zrnhost::keys::statusFrameRate)).toDouble();
-    return code == ErrorCode::Success &&
-           record.value(QLatin1String(zrnhost::keys::online)).toBool();
+    const zrn::CameraStatus status = m_camera->status();
+    m_health.driverRate = status.frameRate;
+    return status.isOnline;
+}
+
+void CameraWorker::accept(const zrn::Frame& frame)
+{
+    const auto shared = recordable(frame);
+    LiveFrame live;
+    live.frame = shared;
+    live.seconds = secondsSinceStart(frame.arrival);
+    live.handedOver = frame.arrival;
+    live.waitMilliseconds = std::chrono::duration<double, std::milli>(frame.wait).count();
+    m_station.deliver(std::move(live));
+    std::unique_lock lock(m_sinkMutex);
+    const std::shared_ptr<zrnrecording::Recorder> recorder = m_sink;
+    lock.unlock();
+    if (recorder) {
+        recorder->add(shared);
+    }
+}
+
+void CameraWorker::setSink(std::shared_ptr<zrnrecording::Recorder> recorder)
+{
+    const std::lock_guard lock(m_sinkMutex);
+    m_sink = std::move(recorder);
 }
 
 CameraState CameraWorker::stateNow(bool answers) const
 {
     // A camera whose frames still arrive is there, even if a control request went wrong.
-    const GrabCounters& counters = m_health.counters;
-    const bool framesArrive = m_isStreaming && counters.frames > m_framesAtLastWatch;
+    const zrn::StreamCounters& counters = m_health.counters;
+    const bool framesArrive = m_stream && counters.frames > m_framesAtLastWatch;
     if (!answers && !framesArrive) {
         return CameraState::Lost;
     }
-    if (!m_isStreaming) {
+    if (!m_stream) {
         return CameraState::Idle;
     }
-    const double patience = std::max(patienceSeconds, 2 * m_exposureSeconds);
+    const std::chrono::duration<double> exposure = m_camera->knownExposure();
+    const double patience = std::max(patienceSeconds, 2 * exposure.count());
     const std::chrono::duration<double> quiet = Clock::now() - counters.lastFrame;
     return quiet.count() > patience ? CameraState::Silent : CameraState::Streaming;
 }

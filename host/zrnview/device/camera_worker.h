@@ -1,6 +1,8 @@
 #pragma once
 
+#include "recording/recorder.h"
 #include "zrnview/device/camera_reports.h"
+#include "zrnview/device/frame_station.h"
 
 #include <QJsonObject>
 #include <QObject>
@@ -39,7 +41,7 @@ public slots:
     /// Resets the camera's state.
     void resetCamera();
     void discardFrames();
-    void writeProperty(const QByteArray& key, const QVariant& value);
+    void writeProperty(const QByteArray& key, const zrn::Value& value);
     /// Whether propertiesRead() comes once a second.
     void watchProperties(bool wanted);
     /// Creates a recording and sends all further frames to it.
@@ -65,21 +67,25 @@ private:
     bool probe();
     CameraState stateNow(bool answers) const;
     void endRecording();
+    /// Takes a frame, on the stream's thread.
+    void accept(const zrn::Frame& frame);
+    void setSink(std::shared_ptr<zrnrecording::Recorder> recorder);
 
     FrameStation& m_station;
-    GrabLoop m_loop;
-    std::unique_ptr<zrnhost::Camera> m_camera;
+    std::shared_ptr<zrn::Camera> m_camera;
+    std::unique_ptr<zrn::Stream> m_stream; // while it runs
     QString m_port;
     CameraFacts m_facts;
     CameraHealth m_health;
-    double m_exposureSeconds = 0;
     quint64 m_framesAtLastWatch = 0;
     int m_unansweredProbes = 0; // in a row
-    bool m_isStreaming = false;
     std::shared_ptr<zrnrecording::Recorder> m_recorder;
     qint64 m_orderBeforeRecording = 0;
     QTimer m_watchTimer;
     QTimer m_propertyTimer;
+
+    std::mutex m_sinkMutex;
+    std::shared_ptr<zrnrecording::Recorder> m_sink; // takes the frames beside the station
 
     std::mutex m_requestsMutex;
     std::map<Setting, qint64> m_requests;

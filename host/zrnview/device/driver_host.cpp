@@ -1,7 +1,7 @@
 #include "zrnview/device/driver_host.h"
 
-#include "common/driver_error.h"
-#include "common/property_keys.h"
+#include "client/error.h"
+#include "client/property_keys.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -17,19 +17,15 @@ constexpr auto busPeriod = 250ms;
 /// A holder may give way to another one without a change in sysfs.
 constexpr qint64 holdersMilliseconds = 2000;
 
-ConnectedCameraPointer connectCamera(const std::shared_ptr<IFactory>& factory,
-                                     const QString& serial)
+ConnectedCameraPointer connectCamera(const std::shared_ptr<zrn::Driver>& driver,
+                                     const zrn::BusCamera& camera)
 {
     auto connected = std::make_shared<ConnectedCamera>();
-    connected->serial = serial;
-    connected->factory = factory;
+    connected->serial = QString::fromStdString(camera.serial);
+    connected->port = QString::fromStdString(camera.port);
     try {
-        auto camera = std::make_unique<zrnhost::Camera>(*factory);
-        connected->code = (*camera)->connectDeviceBySerial(serial);
-        if (connected->code == ErrorCode::Success) {
-            connected->camera = std::move(camera);
-        }
-    } catch (const zrnhost::DriverError& error) {
+        connected->camera = zrn::Camera::connect(driver, camera);
+    } catch (const zrn::Error& error) {
         connected->code = error.code();
     }
     return connected;
@@ -73,9 +69,8 @@ QStringList BusView::blocked() const
     return nodes;
 }
 
-DriverHost::DriverHost(FactoryMaker makeFactory, zrnhost::BusReaders readers)
-    : m_makeFactory(std::move(makeFactory))
-    , m_readers(std::move(readers))
+DriverHost::DriverHost(DriverMaker makeDriver)
+    : m_makeDriver(std::move(makeDriver))
     , m_timer(this)
 {
     qRegisterMetaType<BusView>();
@@ -87,9 +82,8 @@ DriverHost::DriverHost(FactoryMaker makeFactory, zrnhost::BusReaders readers)
 void DriverHost::load()
 {
     try {
-        m_factory = m_makeFactory();
-        m_opener = std::make_unique<zrnhost::DeviceOpener>(*m_factory, m_readers.camerasAndHolders);
-        if (!m_opener->canChoose()) {
+        m_driver = m_makeDriver();
+        if (!m_driver->canChoose()) {
             throw std::runtime_error("The driver can only open all cameras at once. The viewer "
                                      "needs one that opens them one by one.");
         }
@@ -97,31 +91,27 @@ void DriverHost::load()
         emit loadFailed(QString::fromUtf8(error.what()));
         return;
     }
-    emit loaded(tr("Driver %1 %2").arg(m_factory->name(), m_factory->version().toString()));
+    emit loaded(tr("Driver %1 %2")
+                    .arg(QString::fromStdString(m_driver->name()),
+                         QString::fromStdString(m_driver->version())));
     m_timer.start();
     watchBus();
 }
 
-void DriverHost::open(const zrn::BusCamera& camera, const SerialFilter& isWanted)
+void DriverHost::open(zrn::BusCamera camera, const SerialFilter& isWanted)
 {
     const QString place = QString::fromStdString(camera.place());
-    const QString serial = m_opener->open(camera);
-    if (serial.isEmpty()) {
+    camera.serial = m_driver->open(camera);
+    if (camera.serial.empty()) {
         emit notOpened(place);
         return;
     }
-    m_readers.remember(camera, serial.toStdString());
-    if (!isWanted(serial)) {
-        m_opener->close(serial);
+    if (!isWanted(QString::fromStdString(camera.serial))) {
+        m_driver->close(camera.serial);
         emit notOpened(place);
         return;
     }
-    const ConnectedCameraPointer connected = connectCamera(m_factory, serial);
-    connected->port = QString::fromStdString(camera.port);
-    if (!connected->camera) {
-        m_opener->close(serial); // for other programs
-    }
-    emit opened(place, connected);
+    emit opened(place, connectCamera(m_driver, camera));
 }
 
 void DriverHost::giveBack(const ConnectedCameraPointer& connected)
@@ -138,13 +128,16 @@ void DriverHost::lookAgain()
 
 void DriverHost::watchBus()
 {
-    BusView glance = viewOf(m_readers.cameras());
+    if (!m_driver) {
+        return;
+    }
+    BusView glance = viewOf(m_driver->bus().cameras());
     const bool isHolderOld = isAnyHeld(glance) && m_holdersSeen.isValid() &&
                              m_holdersSeen.hasExpired(holdersMilliseconds);
     if (m_glance && glance == *m_glance && !isHolderOld) {
         return;
     }
-    BusView bus = isAnyHeld(glance) ? viewOf(m_readers.camerasAndHolders()) : glance;
+    BusView bus = isAnyHeld(glance) ? viewOf(m_driver->bus().camerasAndHolders()) : glance;
     m_holdersSeen.start();
     m_glance = std::move(glance);
     if (!m_bus || !(bus == *m_bus)) {

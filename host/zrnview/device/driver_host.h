@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/device_opener.h"
+#include "client/driver.h"
 #include "zrnview/device/camera_reports.h"
 
 #include <QElapsedTimer>
@@ -13,8 +13,8 @@
 namespace zrnview
 {
 
-/// Makes the driver's factory. Throws std::exception, whose text is shown, when there is none.
-using FactoryMaker = std::function<std::shared_ptr<IFactory>()>;
+/// Gives the driver. Throws std::exception, whose text is shown, when there is none.
+using DriverMaker = std::function<std::shared_ptr<zrn::Driver>()>;
 
 /// Whether the camera with a serial is wanted; called on the driver's thread.
 using SerialFilter = std::function<bool(const QString&)>;
@@ -47,13 +47,13 @@ class DriverHost : public QObject
     Q_OBJECT
 
 public:
-    DriverHost(FactoryMaker makeFactory, zrnhost::BusReaders readers);
+    explicit DriverHost(DriverMaker makeDriver);
 
 public slots:
     void load();
     /// Opens one camera, and connects it if its serial is wanted; answers with opened() or
     /// notOpened().
-    void open(const zrn::BusCamera& camera, const zrnview::SerialFilter& isWanted);
+    void open(zrn::BusCamera camera, const zrnview::SerialFilter& isWanted);
     /// Disconnects a camera that nobody wants.
     void giveBack(const zrnview::ConnectedCameraPointer& connected);
     /// Looks at the bus at once, and tells it even if nothing has changed.
@@ -71,12 +71,10 @@ signals:
 private:
     void watchBus();
 
-    FactoryMaker m_makeFactory;
-    zrnhost::BusReaders m_readers;
-    std::shared_ptr<IFactory> m_factory;
-    std::unique_ptr<zrnhost::DeviceOpener> m_opener;
-    std::optional<BusView> m_glance; // the bus without its holders, as it last was
-    std::optional<BusView> m_bus;    // as it was last told
+    DriverMaker m_makeDriver;
+    std::shared_ptr<zrn::Driver> m_driver; // once it is loaded
+    std::optional<BusView> m_glance;       // the bus without its holders, as it last was
+    std::optional<BusView> m_bus;          // as it was last told
     QElapsedTimer m_holdersSeen;
     QTimer m_timer;
 };

@@ -1,74 +1,77 @@
 #include "zrnview/device/setting_access.h"
 
-#include "common/property_keys.h"
-#include "common/property_table.h"
-
 namespace zrnview
 {
 namespace
 {
 
-namespace keys = zrnhost::keys;
 using CameraSpace::TriggerMode;
 
-/// The driver keeps the frame order to itself, so that cameras without a trigger have one too.
-ErrorCode acceptUnsupported(ErrorCode code)
+/// The answer that an operation of the library threw, if it threw one.
+template <typename Operation>
+ErrorCode codeOf(const Operation& operation)
 {
-    return code == ErrorCode::NotSupported ? ErrorCode::Success : code;
+    try {
+        operation();
+        return ErrorCode::Success;
+    } catch (const zrn::Error& error) {
+        return error.code();
+    }
 }
 
-} // namespace
-
-ErrorCode writeSetting(zrnhost::Camera& camera, Setting setting, qint64 value)
+void write(zrn::Camera& camera, Setting setting, qint64 value)
 {
     switch (setting) {
     case Setting::Exposure:
-        return camera->setExposureTime(static_cast<unsigned int>(value), 0);
+        camera.setExposure(std::chrono::microseconds(value));
+        return;
     case Setting::Gain:
-        return camera->setGain(static_cast<unsigned short>(value), 0);
+        camera.setGain(static_cast<std::uint32_t>(value));
+        return;
     case Setting::TriggerOrder:
-        return acceptUnsupported(camera->setTriggerMode(static_cast<TriggerMode>(value), 0));
+        camera.setOrder(static_cast<TriggerMode>(value) == TriggerMode::Newest
+                            ? zrn::FrameOrder::Newest
+                            : zrn::FrameOrder::Oldest);
+        return;
     default:
         break;
     }
     const SettingInfo& info = infoOf(setting);
-    return camera.writeProperty(info.key, info.isFlag ? QVariant(value != 0)
-                                                      : QVariant(static_cast<int>(value)));
+    camera.setProperty(info.key,
+                       info.isFlag ? zrn::Value(value != 0) : zrn::Value(static_cast<int>(value)));
 }
 
-SettingReading readSetting(zrnhost::Camera& camera, Setting setting)
+qint64 read(zrn::Camera& camera, Setting setting)
+{
+    switch (setting) {
+    case Setting::Exposure:
+        return camera.exposure().count();
+    case Setting::Gain:
+        return camera.gain();
+    case Setting::TriggerOrder:
+        return static_cast<qint64>(camera.order() == zrn::FrameOrder::Newest ? TriggerMode::Newest
+                                                                             : TriggerMode::Oldest);
+    default:
+        return static_cast<qint64>(zrn::numberOf(camera.property(infoOf(setting).key)));
+    }
+}
+
+} // namespace
+
+ErrorCode writeSetting(zrn::Camera& camera, Setting setting, qint64 value)
+{
+    return codeOf([&] { write(camera, setting, value); });
+}
+
+SettingReading readSetting(zrn::Camera& camera, Setting setting)
 {
     SettingReading reading;
     reading.setting = setting;
-    switch (setting) {
-    case Setting::Exposure: {
-        unsigned int value = 0;
-        reading.readCode = camera->getExposureTime(value, 0);
-        reading.value = value;
-        return reading;
-    }
-    case Setting::Gain: {
-        unsigned short value = 0;
-        reading.readCode = camera->getGain(value, 0);
-        reading.value = value;
-        return reading;
-    }
-    case Setting::TriggerOrder: {
-        auto value = TriggerMode::Oldest;
-        reading.readCode = acceptUnsupported(camera->getTriggerMode(value, 0));
-        reading.value = static_cast<qint64>(value);
-        return reading;
-    }
-    default:
-        break;
-    }
-    QVariant value;
-    reading.readCode = camera.readProperty(infoOf(setting).key, value);
-    reading.value = value.toLongLong();
+    reading.readCode = codeOf([&] { reading.value = read(camera, setting); });
     return reading;
 }
 
-SettingReadings writeAndReadBack(zrnhost::Camera& camera, Setting setting, qint64 value)
+SettingReadings writeAndReadBack(zrn::Camera& camera, Setting setting, qint64 value)
 {
     const ErrorCode writeCode = writeSetting(camera, setting, value);
     SettingReadings readings{readSetting(camera, setting)};
@@ -84,7 +87,7 @@ SettingReadings writeAndReadBack(zrnhost::Camera& camera, Setting setting, qint6
     return readings;
 }
 
-SettingReadings readAllSettings(zrnhost::Camera& camera)
+SettingReadings readAllSettings(zrn::Camera& camera)
 {
     SettingReadings readings;
     for (const SettingInfo& info : settings()) {
@@ -93,30 +96,51 @@ SettingReadings readAllSettings(zrnhost::Camera& camera)
     return readings;
 }
 
-PropertyReadings readAllProperties(zrnhost::Camera& camera)
+PropertyReadings readAllProperties(zrn::Camera& camera)
 {
     PropertyReadings readings;
-    for (const zrnhost::PropertyInfo& info : zrnhost::propertyTable) {
-        PropertyReading reading{info.key, ErrorCode::Success, QVariant()};
-        reading.code = camera.readProperty(info.key, reading.value);
+    for (const zrn::PropertyInfo& info : zrn::Camera::properties()) {
+        PropertyReading reading{info.key, ErrorCode::Success, {}};
+        reading.code = codeOf([&] { reading.value = camera.property(info.key); });
         readings.push_back(reading);
     }
     return readings;
 }
 
-CameraFacts readFacts(zrnhost::Camera& camera, const QString& serial)
+ErrorCode writeProperty(zrn::Camera& camera, const char* key, const zrn::Value& value)
 {
+    return codeOf([&] { camera.setProperty(key, value); });
+}
+
+ErrorCode resetState(zrn::Camera& camera)
+{
+    return codeOf([&] { camera.run(zrn::keys::clearState); });
+}
+
+ErrorCode discardCached(zrn::Camera& camera)
+{
+    return codeOf([&] { camera.discardFrames(); });
+}
+
+CameraFacts readFacts(zrn::Camera& camera)
+{
+    const zrn::CameraFacts known = camera.facts();
     CameraFacts facts;
-    facts.serial = serial;
-    camera->getMaxImageSize(facts.width, facts.height, 0);
-    camera->getPixelFormat(facts.pixelFormat, 0);
-    QVariant sensors;
-    if (camera.readProperty(keys::sensorCount, sensors) == ErrorCode::Success) {
-        facts.sensorCount = sensors.toInt();
-    }
-    facts.exposureRangeCode =
-        camera->getExposureTimeRange(facts.exposureMinimum, facts.exposureMaximum, 0);
-    camera->getGainRange(facts.gainMinimum, facts.gainMaximum, 0);
+    facts.serial = QString::fromStdString(known.serial);
+    facts.width = known.width;
+    facts.height = known.height;
+    facts.pixelFormat = static_cast<CameraSpace::PixelFormatType>(known.pixelFormat);
+    facts.sensorCount = known.sensorCount;
+    facts.exposureRangeCode = codeOf([&] {
+        const auto range = camera.exposureRange();
+        facts.exposureMinimum = static_cast<unsigned int>(range.minimum.count());
+        facts.exposureMaximum = static_cast<unsigned int>(range.maximum.count());
+    });
+    codeOf([&] {
+        const auto range = camera.gainRange();
+        facts.gainMinimum = static_cast<unsigned short>(range.minimum);
+        facts.gainMaximum = static_cast<unsigned short>(range.maximum);
+    });
     return facts;
 }
 

@@ -5,23 +5,31 @@
 namespace zrnview
 {
 
-/// Writes one setting through the method or property that carries it. A driver may store the frame
-/// order and answer NotSupported all the same, which counts as success here.
-ErrorCode writeSetting(zrnhost::Camera& camera, Setting setting, qint64 value);
+/// Writes one setting through the method or property that carries it.
+ErrorCode writeSetting(zrn::Camera& camera, Setting setting, qint64 value);
 
 /// Reads one setting.
-SettingReading readSetting(zrnhost::Camera& camera, Setting setting);
+SettingReading readSetting(zrn::Camera& camera, Setting setting);
 
 /// Writes, then reads it and every setting that the write touches. @return the written one first
-SettingReadings writeAndReadBack(zrnhost::Camera& camera, Setting setting, qint64 value);
+SettingReadings writeAndReadBack(zrn::Camera& camera, Setting setting, qint64 value);
 
 /// Reads every setting, in the order of the enumeration.
-SettingReadings readAllSettings(zrnhost::Camera& camera);
+SettingReadings readAllSettings(zrn::Camera& camera);
 
 /// Reads every property that the driver answers, in the order of the table.
-PropertyReadings readAllProperties(zrnhost::Camera& camera);
+PropertyReadings readAllProperties(zrn::Camera& camera);
 
-/// Reads what does not change. @param serial as the driver gives it
-CameraFacts readFacts(zrnhost::Camera& camera, const QString& serial);
+/// Writes one property.
+ErrorCode writeProperty(zrn::Camera& camera, const char* key, const zrn::Value& value);
+
+/// Resets the camera's state.
+ErrorCode resetState(zrn::Camera& camera);
+
+/// Drops the frames that the driver keeps.
+ErrorCode discardCached(zrn::Camera& camera);
+
+/// Reads what does not change.
+CameraFacts readFacts(zrn::Camera& camera);
 
 } // namespace zrnview

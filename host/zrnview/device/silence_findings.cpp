@@ -1,6 +1,6 @@
 #include "zrnview/device/silence_findings.h"
 
-#include "common/result_codes.h"
+#include "client/result_codes.h"
 #include "doctor/findings.h"
 
 #include <QFile>
@@ -31,7 +31,7 @@ QStringList silenceFindings(const CameraHealth& health, const QString& port,
     QStringList texts;
     if (health.counters.unusable > 0) {
         texts += QStringLiteral("Frames arrive, but none is usable: %1.")
-                     .arg(zrnhost::describeResult(health.counters.lastFailure));
+                     .arg(QString::fromStdString(zrn::describeResult(health.counters.lastFailure)));
     }
     texts +=
         health.answersControls

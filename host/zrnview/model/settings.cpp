@@ -1,6 +1,6 @@
 #include "zrnview/model/settings.h"
 
-#include "common/property_table.h"
+#include "client/property_table.h"
 
 #include <QStringList>
 
@@ -14,7 +14,7 @@ namespace zrnview
 namespace
 {
 
-namespace keys = zrnhost::keys;
+namespace keys = zrn::keys;
 
 constexpr qint64 wordMaximum = 65535;
 
@@ -26,8 +26,8 @@ constexpr qint64 usualTimeout = 5000;
 /// A setting that travels as a property.
 constexpr SettingInfo carried(Setting setting, const char* key, qint64 usualMaximum)
 {
-    const zrnhost::PropertyInfo& property = *zrnhost::findProperty(key);
-    const bool isFlag = property.type == zrnhost::PropertyType::Bool;
+    const zrn::PropertyInfo& property = *zrn::findProperty(key);
+    const bool isFlag = property.type == zrn::PropertyType::Bool;
     return {setting,      property.label,   property.unit,
             property.key, property.minimum, isFlag ? 1 : property.maximum,
             usualMaximum, isFlag,           property.carrier,

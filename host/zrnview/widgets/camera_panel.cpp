@@ -1,6 +1,6 @@
 #include "zrnview/widgets/camera_panel.h"
 
-#include "common/result_codes.h"
+#include "client/result_codes.h"
 #include "zrnview/device/camera_device.h"
 #include "zrnview/widgets/camera_list.h"
 #include "zrnview/widgets/elided_label.h"
@@ -182,7 +182,7 @@ void CameraPanel::updateNotice()
     case CameraState::Unusable:
         m_notice->show(NoticeBar::Tone::Fault,
                        tr("This camera was found, but cannot be used: %1.")
-                           .arg(zrnhost::describeResult(health.code)),
+                           .arg(QString::fromStdString(zrn::describeResult(health.code))),
                        remedyFor(health.code));
         return;
     case CameraState::Silent:

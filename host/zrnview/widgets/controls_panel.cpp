@@ -1,6 +1,6 @@
 #include "zrnview/widgets/controls_panel.h"
 
-#include "common/result_codes.h"
+#include "client/result_codes.h"
 
 #include <QGridLayout>
 #include <QGroupBox>
@@ -108,12 +108,12 @@ void ControlsPanel::updateRanges()
         m_rows.at(Setting::Gain)->setRange(facts.gainMinimum, facts.gainMaximum);
     }
     const QLocale locale;
-    const QString exposure = rangeKnown
-                                 ? tr("Exposure %1 to %2 µs")
-                                       .arg(locale.toString(facts.exposureMinimum),
-                                            locale.toString(facts.exposureMaximum))
-                                 : tr("Exposure range unknown: %1")
-                                       .arg(zrnhost::describeResult(facts.exposureRangeCode));
+    const QString exposure =
+        rangeKnown ? tr("Exposure %1 to %2 µs")
+                         .arg(locale.toString(facts.exposureMinimum),
+                              locale.toString(facts.exposureMaximum))
+                   : tr("Exposure range unknown: %1")
+                         .arg(QString::fromStdString(zrn::describeResult(facts.exposureRangeCode)));
     m_ranges->setText(tr("%1, gain %2 to %3, as the camera reports")
                           .arg(exposure)
                           .arg(facts.gainMinimum)

@@ -1,13 +1,13 @@
 #include "zrnview/widgets/explanation.h"
 
-#include "common/result_codes.h"
+#include "client/result_codes.h"
 
 namespace zrnview
 {
 
 QString remedyFor(ErrorCode code)
 {
-    const zrnhost::ResultCodeInfo* info = zrnhost::findResultCode(code);
+    const zrn::ResultCodeInfo* info = zrn::findResultCode(code);
     QString remedy = info ? QString::fromLatin1(info->remedy) : QString();
     if (!remedy.isEmpty()) {
         remedy[0] = remedy.at(0).toUpper();
@@ -18,7 +18,8 @@ QString remedyFor(ErrorCode code)
 
 QString explained(const QString& what, ErrorCode code)
 {
-    return QStringLiteral("%1: %2. %3").arg(what, zrnhost::describeResult(code), remedyFor(code));
+    return QStringLiteral("%1: %2. %3")
+        .arg(what, QString::fromStdString(zrn::describeResult(code)), remedyFor(code));
 }
 
 } // namespace zrnview

@@ -1,7 +1,7 @@
 #include "zrnview/widgets/property_table.h"
 
-#include "common/property_values.h"
-#include "common/result_codes.h"
+#include "client/result_codes.h"
+#include "client/value.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QApplication>
@@ -18,43 +18,50 @@ namespace
 constexpr int answerCharacters = 9;
 constexpr int shownDecimals = 2;
 
-/// A value as it reads best; the tool tip holds it in full.
-QString briefly(const QVariant& value)
+QString textOf(const zrn::Value& value)
 {
-    if (value.userType() == QMetaType::Double || value.userType() == QMetaType::Float) {
-        return QLocale().toString(value.toDouble(), 'f', shownDecimals);
+    return QString::fromStdString(zrn::toText(value));
+}
+
+/// A value as it reads best; the tool tip holds it in full.
+QString briefly(const zrn::Value& value)
+{
+    if (const auto* number = std::get_if<double>(&value)) {
+        return QLocale().toString(*number, 'f', shownDecimals);
     }
-    if (value.userType() != QMetaType::QVariantMap) {
-        return zrnhost::toText(value);
+    const auto* fields = std::get_if<std::vector<zrn::Field>>(&value);
+    if (!fields) {
+        return textOf(value);
     }
     QStringList parts;
-    const QVariantMap entries = value.toMap();
-    for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
-        parts += QStringLiteral("%1 %2").arg(entry.key(), briefly(entry.value()));
+    for (const zrn::Field& field : *fields) {
+        parts +=
+            QStringLiteral("%1 %2").arg(QString::fromStdString(field.name), briefly(field.value));
     }
     return parts.join(QStringLiteral(", "));
 }
 
 bool isWritable(const PropertyReading& reading)
 {
-    const zrnhost::PropertyInfo* info = zrnhost::findProperty(reading.key);
+    const zrn::PropertyInfo* info = zrn::findProperty(reading.key);
     return info && info->writable;
 }
 
 QString tipFor(const PropertyReading& reading)
 {
-    const zrnhost::PropertyInfo* info = zrnhost::findProperty(reading.key);
+    const zrn::PropertyInfo* info = zrn::findProperty(reading.key);
     QString tip = info ? QString::fromLatin1(info->tip) : QString();
     if (info && *info->carrier) {
         tip += PropertyModel::tr("\nUVC control: %1").arg(QString::fromUtf8(info->carrier));
     }
-    if (info && !zrnhost::rangeText(*info).isEmpty()) {
-        tip += PropertyModel::tr("\nRange: %1").arg(zrnhost::rangeText(*info));
+    const QString range = info ? QString::fromStdString(zrn::rangeText(*info)) : QString();
+    if (!range.isEmpty()) {
+        tip += PropertyModel::tr("\nRange: %1").arg(range);
     }
     if (reading.code == ErrorCode::Success) {
-        tip += QLatin1Char('\n') + zrnhost::toText(reading.value);
+        tip += QLatin1Char('\n') + textOf(reading.value);
     } else {
-        tip += QLatin1Char('\n') + zrnhost::describeResult(reading.code);
+        tip += QLatin1Char('\n') + QString::fromStdString(zrn::describeResult(reading.code));
     }
     return tip;
 }
@@ -104,7 +111,7 @@ QVariant PropertyModel::data(const QModelIndex& index, int role) const
         }
         return readable ? tr("ok") : QString::number(static_cast<unsigned int>(reading.code));
     case Qt::EditRole:
-        return readable ? zrnhost::toText(reading.value) : QString();
+        return readable ? textOf(reading.value) : QString();
     case Qt::ToolTipRole:
         return tipFor(reading);
     case Qt::ForegroundRole:
@@ -141,9 +148,9 @@ bool PropertyModel::setData(const QModelIndex& index, const QVariant& value, int
         return false;
     }
     const PropertyReading& reading = m_readings[static_cast<std::size_t>(index.row())];
-    const zrnhost::PropertyInfo* info = zrnhost::findProperty(reading.key);
-    const std::optional<QVariant> typed =
-        info ? zrnhost::parseValue(*info, value.toString()) : std::nullopt;
+    const zrn::PropertyInfo* info = zrn::findProperty(reading.key);
+    const std::optional<zrn::Value> typed =
+        info ? zrn::parseValue(*info, value.toString().toStdString()) : std::nullopt;
     if (!typed) {
         return false;
     }
@@ -174,7 +181,7 @@ PropertyTable::PropertyTable(CameraDevice& device, QWidget* parent)
     setAccessibleName(tr("Properties"));
     connect(&m_device, &CameraDevice::propertiesRead, m_model, &PropertyModel::show);
     connect(m_model, &PropertyModel::edited, this,
-            [this](const QByteArray& key, const QVariant& v) { m_device.writeProperty(key, v); });
+            [this](const QByteArray& key, const zrn::Value& v) { m_device.writeProperty(key, v); });
 }
 
 PropertyTable::~PropertyTable()

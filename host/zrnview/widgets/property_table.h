@@ -32,7 +32,7 @@ public:
     bool setData(const QModelIndex& index, const QVariant& value, int role) override;
 
 signals:
-    void edited(const QByteArray& key, const QVariant& value);
+    void edited(const QByteArray& key, const zrn::Value& value);
 
 private:
     PropertyReadings m_readings;

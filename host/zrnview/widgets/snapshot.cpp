@@ -1,6 +1,6 @@
 #include "zrnview/widgets/snapshot.h"
 
-#include "common/image_blocks.h"
+#include "checks/images.h"
 #include "common/image_writer.h"
 #include "zrnview/model/picture.h"
 
@@ -25,14 +25,12 @@ zrnhost::ImageTexts textsOf(const QJsonObject& metadata)
     return texts;
 }
 
-CameraSpace::ImageBlock blockOf(const zrnrecording::Frame& frame, const Image& image)
+/// As the files of images want it.
+zrn::Image imageOf(const Image& image)
 {
-    CameraSpace::ImageBlock block;
-    block.width = frame.width;
-    block.height = frame.height;
-    block.bitsPerPixel = 8;
-    block.data = image.data;
-    return block;
+    return {image.letter,
+            {reinterpret_cast<const std::uint8_t*>(image.data.constData()),
+             static_cast<std::size_t>(image.data.size())}};
 }
 
 } // namespace
@@ -55,20 +53,22 @@ void Snapshots::take(std::shared_ptr<const Display> display, const QString& fold
         const zrnrecording::Frame& frame = *display->source.frame;
         QStringList paths;
         for (const Image& image : frame.images) {
-            const CameraSpace::ImageBlock block = blockOf(frame, image);
+            const zrn::Image written = imageOf(image);
             zrnhost::ImageTexts texts = textsOf(metadata);
             texts.emplace_back(QStringLiteral("Image"), QString(QLatin1Char(image.letter)));
             texts.emplace_back(QStringLiteral("Frame number"), QString::number(frame.number));
             texts.emplace_back(
                 QStringLiteral("Trailer"),
-                QStringLiteral("0x%1").arg(zrnhost::trailerOf(block), 16, 16, QLatin1Char('0')));
+                QStringLiteral("0x%1").arg(written.trailer(), 16, 16, QLatin1Char('0')));
             texts.emplace_back(QStringLiteral("Creation Time"),
                                QDateTime::currentDateTime().toString(Qt::ISODateWithMs));
             const QString path = QStringLiteral("%1/%2_%3_%4.png")
                                      .arg(folder, name)
                                      .arg(frame.number)
                                      .arg(QLatin1Char(image.letter));
-            const QString problem = zrnhost::writePng(path, block, texts);
+            const QString problem =
+                zrnhost::writePng(path, written, static_cast<quint32>(frame.width),
+                                  static_cast<quint32>(frame.height), texts);
             if (!problem.isEmpty()) {
                 emit failed(problem);
                 return;

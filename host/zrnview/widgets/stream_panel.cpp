@@ -178,12 +178,12 @@ void StreamPanel::updateHealth()
     m_newest->setEnabled(free);
     m_cache->setEnabled(connected && !m_device.isStreaming());
 
-    const GrabCounters& counters = m_device.health().counters;
+    const zrn::StreamCounters& counters = m_device.health().counters;
     m_account->setText(
         tr("%1 frames, %2 missing, %3 repeated\n%4 grabs without a frame, %5 unusable\n"
            "driver measures %6 frames/s")
             .arg(counters.frames)
-            .arg(counters.missing)
+            .arg(counters.missing())
             .arg(counters.repeated)
             .arg(counters.timeouts)
             .arg(counters.unusable)

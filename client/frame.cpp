@@ -1,0 +1,33 @@
+#include "client/frame.h"
+
+#include <cstring>
+
+namespace zrn
+{
+
+std::uint64_t Image::trailer() const
+{
+    std::uint64_t trailer = 0;
+    std::memcpy(&trailer, bytes.data() + bytes.size() - trailerBytes, trailerBytes);
+    return trailer;
+}
+
+const Image* Frame::image(char letter) const
+{
+    for (const Image& candidate : images()) {
+        if (candidate.letter == letter) {
+            return &candidate;
+        }
+    }
+    return nullptr;
+}
+
+char imageLetter(int position, int count, int sensorCount)
+{
+    if (count == 1) {
+        return sensorCount == 1 ? 'B' : 'A';
+    }
+    return position == 0 ? 'A' : 'B';
+}
+
+} // namespace zrn

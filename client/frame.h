@@ -1,0 +1,66 @@
+#pragma once
+
+#include "client/frame_numbers.h"
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+namespace zrn
+{
+
+/// One image of a frame.
+struct Image {
+    char letter = 'A'; ///< 'A' or 'B'
+    /// As the driver delivered it: the pixels, rows from top to bottom without padding, then the
+    /// trailer.
+    std::span<const std::uint8_t> bytes;
+
+    static constexpr std::size_t trailerBytes = 8;
+
+    /// One byte for each pixel.
+    [[nodiscard]] std::span<const std::uint8_t> pixels() const
+    {
+        return bytes.first(bytes.size() - trailerBytes);
+    }
+    /// Bytes 2 to 5 of the camera's frame, each sign-extended.
+    [[nodiscard]] std::uint64_t trailer() const;
+};
+
+/// One frame of a camera: one or two images, taken at once. Its copies share the memory of the
+/// images, which lives as long as the last of them, whatever becomes of stream, camera and driver.
+///
+/// Thread safety: reentrant; it is not changed once it is handed out.
+struct Frame {
+    static constexpr std::size_t mostImages = 2;
+
+    std::uint32_t width = 0;  ///< pixels in a row of each image
+    std::uint32_t height = 0; ///< rows of each image
+    std::array<Image, mostImages> stored;
+    std::size_t imageCount = 0; ///< how many are stored
+    FrameStep step;             ///< its number, and what lies between it and the frame before
+    /// When it was there, on CLOCK_MONOTONIC.
+    std::chrono::steady_clock::time_point arrival;
+    std::chrono::nanoseconds wait{};      ///< from asking the driver for it to its arrival
+    std::chrono::microseconds exposure{}; ///< that was set when it arrived
+    std::uint32_t gain = 0;               ///< that was set when it arrived
+    std::shared_ptr<const void> memory;   ///< of the images
+
+    [[nodiscard]] std::span<const Image> images() const
+    {
+        return std::span(stored).first(imageCount);
+    }
+    /// The image with this letter; null when the frame has none.
+    [[nodiscard]] const Image* image(char letter) const;
+};
+
+/// Letter of the image at @p position of a grab that gave @p count images: 'A' or 'B'. A single
+/// image is A, except for a camera that reports one sensor: its frames hold B alone.
+///
+/// @param sensorCount value of the SensorCount property
+char imageLetter(int position, int count, int sensorCount);
+
+} // namespace zrn

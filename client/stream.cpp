@@ -1,0 +1,524 @@
+#include "client/stream.h"
+
+#include "checks/images.h"
+#include "client/camera_object.h"
+#include "client/stream_pace.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <thread>
+
+namespace zrn
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// Pause after a grab that failed at once, so that a broken stream does not keep a core busy.
+constexpr auto pauseAfterFailure = 20ms;
+/// Between two looks for a camera.
+constexpr auto searchPause = 200ms;
+/// A camera that answers and still sends nothing may have lost its mind: it is opened anew then.
+constexpr int enoughRestarts = 2;
+constexpr std::size_t mostEvents = 256;
+
+bool isSplitFailure(ErrorCode code)
+{
+    return code == ErrorCode::SplitFailed || code == ErrorCode::SplitException;
+}
+
+/// The images of one grab; without any unless all are well formed and of one size.
+Frame frameOf(ContractSpace::Images& blocks, int sensorCount)
+{
+    Frame frame;
+    const bool isUsable = !blocks.empty() && blocks.size() <= Frame::mostImages &&
+                          std::ranges::all_of(blocks, [&blocks](const auto& block) {
+                              return ContractSpace::isWellFormed(*block) &&
+                                     block->width == blocks.front()->width &&
+                                     block->height == blocks.front()->height;
+                          });
+    if (!isUsable) {
+        return frame;
+    }
+    frame.width = static_cast<std::uint32_t>(blocks.front()->width);
+    frame.height = static_cast<std::uint32_t>(blocks.front()->height);
+    frame.imageCount = blocks.size();
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        const QByteArray& data = blocks[i]->data;
+        frame.stored[i] = {
+            imageLetter(static_cast<int>(i), static_cast<int>(blocks.size()), sensorCount),
+            {reinterpret_cast<const std::uint8_t*>(data.constData()),
+             static_cast<std::size_t>(data.size())}};
+    }
+    frame.memory = std::make_shared<const ContractSpace::Images>(std::move(blocks));
+    return frame;
+}
+
+} // namespace
+
+/// What the stream and its thread share; the last of them to go deletes it.
+class Stream::Core
+{
+public:
+    Core(std::shared_ptr<Camera> camera, StreamOptions options)
+        : m_camera(std::move(camera))
+        , m_options(std::move(options))
+    {
+        if (m_camera->m_hasStream.exchange(true)) {
+            throw Error("starting a second stream of a camera", ErrorCode::StreamStartFailed);
+        }
+        try {
+            start();
+        } catch (...) {
+            m_camera->m_hasStream = false;
+            throw;
+        }
+    }
+    ~Core() { m_camera->m_hasStream = false; }
+    Core(const Core&) = delete;
+    Core& operator=(const Core&) = delete;
+
+    void launch(const std::shared_ptr<Core>& self)
+    {
+        const std::lock_guard lock(m_joinMutex);
+        m_thread = std::thread([self] {
+            ownThread = self.get();
+            self->run();
+        });
+    }
+
+    void stop()
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_isStopping = true;
+        }
+        m_changed.notify_all();
+        {
+            const std::lock_guard lock(m_runMutex);
+            object()->stopStream(0);
+        }
+        if (ownThread == this) {
+            return; // the thread ends when the callback returns
+        }
+        const std::lock_guard lock(m_joinMutex);
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+
+    /// Stops, and from a callback leaves the thread to itself.
+    void close()
+    {
+        stop();
+        const std::lock_guard lock(m_joinMutex);
+        if (m_thread.joinable()) {
+            m_thread.detach();
+        }
+    }
+
+    std::optional<Frame> next(std::chrono::milliseconds longest)
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait_for(lock, longest, [this] { return !m_queue.empty() || m_isStopping; });
+        if (m_queue.empty()) {
+            return std::nullopt;
+        }
+        std::optional<Frame> frame(std::move(m_queue.front()));
+        m_queue.pop_front();
+        m_changed.notify_all();
+        return frame;
+    }
+
+    std::optional<StreamEvent> nextEvent()
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_events.empty()) {
+            return std::nullopt;
+        }
+        std::optional<StreamEvent> event(std::move(m_events.front()));
+        m_events.pop_front();
+        return event;
+    }
+
+    bool isStopping() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_isStopping;
+    }
+    StreamCounters counters() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_counters;
+    }
+    std::vector<Outage> outages() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_outages;
+    }
+    const std::shared_ptr<Camera>& camera() const { return m_camera; }
+
+private:
+    CameraObject& object() const { return m_camera->object(); }
+    double secondsUntil(Clock::time_point time) const
+    {
+        return std::chrono::duration<double>(time - m_start).count();
+    }
+
+    void start();
+    bool startAgain();
+    void stopForRepair();
+    void run();
+    void accept(Frame frame, std::uint64_t trailer, Clock::time_point asked);
+    void placeLoss(const FrameStep& step, Clock::time_point asked);
+    void deliver(Frame frame);
+    void noteFailure(ErrorCode code);
+    bool isOutage(ErrorCode code) const;
+    void repair();
+    bool reconnect();
+    void beginOutage(bool isOnline);
+    void endOutage();
+    void emitEvent(StreamEvent::Kind kind, const std::string& reason = {});
+    void pause(std::chrono::milliseconds time);
+
+    const std::shared_ptr<Camera> m_camera;
+    const StreamOptions m_options;
+    Clock::time_point m_start;
+
+    // Used by the thread only.
+    FrameNumbers m_numbers;
+    StreamPace m_pace; // between frames, without the outages
+    std::optional<Outage> m_outage;
+    std::string m_refusal; // as last told in this outage
+    int m_vainRestarts = 0;
+    std::optional<double> m_lastFrame; // seconds
+    Clock::time_point m_lastReturn;    // of the grab that brought it
+    double m_ringFrames = 0;
+    int m_sensorCount = 2;
+    std::chrono::milliseconds m_grabTimeout{};
+
+    std::mutex m_runMutex; // starting and stopping in the driver; taken before m_mutex
+    std::mutex m_joinMutex;
+    mutable std::mutex m_mutex; // guards what follows
+    std::condition_variable m_changed;
+    bool m_isStopping = false;
+    std::deque<Frame> m_queue;
+    StreamCounters m_counters;
+    std::vector<Outage> m_outages;
+    std::deque<StreamEvent> m_events;
+
+    std::thread m_thread;                      // guarded by m_joinMutex
+    static thread_local const Core* ownThread; // the stream whose thread this is
+};
+
+thread_local const Stream::Core* Stream::Core::ownThread = nullptr;
+
+/// @throws Error
+void Stream::Core::start()
+{
+    // The driver tells the size of its ring while the stream is stopped.
+    const auto read = [this](const char* key, double otherwise) {
+        QVariant value = otherwise;
+        object().readProperty(QLatin1String(key), value);
+        return value.toDouble();
+    };
+    m_ringFrames = read(keys::cacheFrameCount, 16);
+    m_grabTimeout =
+        std::chrono::milliseconds(static_cast<std::int64_t>(read(keys::maxGrabWaitTime, 1000)));
+    m_sensorCount = m_camera->facts().sensorCount;
+    check(object()->startStream(0), "starting the stream");
+    m_start = Clock::now();
+    m_lastReturn = m_start;
+    m_counters.lastFrame = m_start;
+}
+
+bool Stream::Core::startAgain()
+{
+    ErrorCode code = ErrorCode::NotStreaming;
+    {
+        const std::lock_guard lock(m_runMutex);
+        if (isStopping()) {
+            return false;
+        }
+        code = object()->startStream(0);
+    }
+    if (code != ErrorCode::Success) {
+        emitEvent(StreamEvent::Kind::Refused, Error("starting the stream", code).what());
+    }
+    return code == ErrorCode::Success;
+}
+
+void Stream::Core::stopForRepair()
+{
+    const std::lock_guard lock(m_runMutex);
+    object()->stopStream(0);
+}
+
+void Stream::Core::run()
+{
+    ContractSpace::Images blocks;
+    while (!isStopping()) {
+        const Clock::time_point asked = Clock::now();
+        ErrorCode code = ContractSpace::grab(*object(), blocks);
+        if (code == ErrorCode::Success) {
+            const std::uint64_t trailer =
+                !blocks.empty() && ContractSpace::isWellFormed(*blocks.front())
+                    ? ContractSpace::trailerOf(*blocks.front())
+                    : 0;
+            try {
+                Frame frame = frameOf(blocks, m_sensorCount);
+                if (frame.imageCount > 0) {
+                    accept(std::move(frame), trailer, asked);
+                    continue;
+                }
+                code = ErrorCode::SplitFailed;
+            } catch (const std::bad_alloc&) {
+                code = ErrorCode::SplitException;
+            }
+        }
+        if (isStopping()) {
+            break; // the stop woke the grab
+        }
+        noteFailure(code);
+        if (m_options.keepAlive && isOutage(code)) {
+            repair();
+        } else if (Clock::now() - asked < pauseAfterFailure) {
+            pause(pauseAfterFailure);
+        }
+    }
+    if (m_outage) {
+        m_outage->repair = Outage::Repair::None;
+        m_outage->seconds = secondsUntil(Clock::now()) - m_outage->begin;
+        endOutage();
+    }
+}
+
+void Stream::Core::accept(Frame frame, std::uint64_t trailer, Clock::time_point asked)
+{
+    const Clock::time_point now = Clock::now();
+    frame.step = m_numbers.follow(trailer);
+    frame.arrival = now;
+    frame.wait = now - asked;
+    frame.exposure = m_camera->knownExposure();
+    frame.gain = m_camera->knownGain();
+
+    const double second = secondsUntil(now);
+    const bool wasOut = m_outage.has_value();
+    placeLoss(frame.step, asked);
+    if (!wasOut && m_lastFrame) {
+        m_pace.noteFrame(second - *m_lastFrame, frame.step);
+    }
+    m_lastReturn = now;
+    m_lastFrame = second;
+    if (wasOut) {
+        m_outage->missing = frame.step.missing;
+        m_outage->isRenumbered = frame.step.restarted;
+        m_outage->isMissingExact =
+            !frame.step.restarted && m_pace.isCountable(second - m_outage->begin);
+        const bool isRestarted = m_outage->repair == Outage::Repair::Restarted;
+        m_outage->seconds = second - m_outage->begin;
+        emitEvent(isRestarted ? StreamEvent::Kind::Restarted : StreamEvent::Kind::Back);
+        endOutage();
+    }
+    deliver(std::move(frame));
+}
+
+/// Counts a frame and what is missing before it.
+void Stream::Core::placeLoss(const FrameStep& step, Clock::time_point asked)
+{
+    // The ring overflows when it is not read from for longer than it holds frames for.
+    const std::chrono::duration<double> away = asked - m_lastReturn;
+    const double period = m_pace.period();
+    auto order = CameraSpace::TriggerMode::Oldest;
+    object()->getTriggerMode(order, 0);
+    const double room = order == CameraSpace::TriggerMode::Newest ? 1.0 : m_ringFrames;
+    const bool isRing = !m_outage && period > 0.0 && away.count() >= period * room;
+    const std::lock_guard lock(m_mutex);
+    ++m_counters.frames;
+    (isRing ? m_counters.lost.ring : m_counters.lost.camera) += step.missing;
+    m_counters.gaps += step.missing > 0 ? 1U : 0U;
+    m_counters.repeated += step.repeated ? 1U : 0U;
+    m_counters.renumberings += step.restarted ? 1U : 0U;
+    m_counters.lastFailure = ErrorCode::Success;
+    m_counters.lastFrame = Clock::now();
+}
+
+void Stream::Core::deliver(Frame frame)
+{
+    if (m_options.onFrame) {
+        m_options.onFrame(frame);
+        return;
+    }
+    const std::size_t capacity =
+        m_options.policy == QueuePolicy::Newest ? 1 : std::max<std::size_t>(1, m_options.capacity);
+    {
+        std::unique_lock lock(m_mutex);
+        if (m_options.policy == QueuePolicy::Block) {
+            m_changed.wait(lock, [&] { return m_queue.size() < capacity || m_isStopping; });
+        }
+        if (m_queue.size() >= capacity) {
+            if (m_options.policy == QueuePolicy::Block) {
+                ++m_counters.lost.queue; // it came too late for the end
+                return;
+            }
+            m_queue.pop_front();
+            ++m_counters.lost.queue;
+        }
+        m_queue.push_back(std::move(frame));
+    }
+    m_changed.notify_all();
+}
+
+void Stream::Core::noteFailure(ErrorCode code)
+{
+    const std::lock_guard lock(m_mutex);
+    m_counters.timeouts += code == ErrorCode::GrabTimeout ? 1U : 0U;
+    m_counters.unusable += isSplitFailure(code) ? 1U : 0U;
+    m_counters.lastFailure = code;
+}
+
+/// Whether a failed grab means more than one frame that is damaged or late.
+bool Stream::Core::isOutage(ErrorCode code) const
+{
+    if (code != ErrorCode::GrabTimeout && !isSplitFailure(code)) {
+        return true;
+    }
+    const auto silence = Clock::now() - counters().lastFrame;
+    return silence >= m_grabTimeout && silence >= 2 * m_camera->knownExposure();
+}
+
+/// Takes the next step towards a frame.
+void Stream::Core::repair()
+{
+    const bool isOnline = m_camera->status().isOnline;
+    if (!m_outage) {
+        beginOutage(isOnline);
+    } else if (!isOnline) {
+        m_outage->cause = Outage::Cause::Gone;
+    }
+    if (isOnline && m_vainRestarts < enoughRestarts) {
+        ++m_vainRestarts;
+        stopForRepair();
+        try {
+            m_camera->restoreSettings();
+        } catch (const Error&) {
+            return; // the next repair goes further
+        }
+        if (startAgain()) {
+            m_outage->repair = Outage::Repair::Restarted;
+        }
+    } else if (reconnect()) {
+        m_vainRestarts = 0;
+        m_outage->repair = Outage::Repair::Reconnected;
+    } else {
+        pause(searchPause);
+    }
+}
+
+bool Stream::Core::reconnect()
+{
+    stopForRepair();
+    try {
+        m_camera->reopen();
+    } catch (const Error& error) {
+        const bool isAway = error.name() == "NoCameraOnBus" || error.name() == "NoSuchSerial";
+        if (!isAway) {
+            emitEvent(StreamEvent::Kind::Refused, error.what());
+        }
+        return false;
+    }
+    return startAgain();
+}
+
+void Stream::Core::beginOutage(bool isOnline)
+{
+    m_outage = Outage{};
+    m_outage->begin = m_lastFrame.value_or(0.0);
+    m_outage->cause = isOnline ? Outage::Cause::Silent : Outage::Cause::Gone;
+    m_vainRestarts = 0;
+    m_refusal.clear();
+    emitEvent(StreamEvent::Kind::Lost);
+}
+
+void Stream::Core::endOutage()
+{
+    const std::lock_guard lock(m_mutex);
+    m_outages.push_back(*m_outage);
+    m_outage.reset();
+}
+
+void Stream::Core::emitEvent(StreamEvent::Kind kind, const std::string& reason)
+{
+    const bool isOld = kind == StreamEvent::Kind::Refused && reason == m_refusal;
+    m_refusal = reason;
+    if (isOld) {
+        return;
+    }
+    StreamEvent event{kind, m_outage.value_or(Outage{}), reason};
+    if (m_options.onEvent) {
+        m_options.onEvent(event);
+        return;
+    }
+    const std::lock_guard lock(m_mutex);
+    if (m_events.size() >= mostEvents) {
+        m_events.pop_front();
+    }
+    m_events.push_back(std::move(event));
+}
+
+void Stream::Core::pause(std::chrono::milliseconds time)
+{
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, time, [this] { return m_isStopping; });
+}
+
+Stream::Stream(std::shared_ptr<Camera> camera, StreamOptions options)
+    : m_core(std::make_shared<Core>(std::move(camera), std::move(options)))
+{
+    m_core->launch(m_core);
+}
+
+Stream::~Stream()
+{
+    m_core->close();
+}
+
+std::optional<Frame> Stream::next(std::chrono::milliseconds longest)
+{
+    return m_core->next(longest);
+}
+
+std::optional<StreamEvent> Stream::nextEvent()
+{
+    return m_core->nextEvent();
+}
+
+void Stream::stop()
+{
+    m_core->stop();
+}
+
+bool Stream::isStopped() const
+{
+    return m_core->isStopping();
+}
+
+StreamCounters Stream::counters() const
+{
+    return m_core->counters();
+}
+
+std::vector<Outage> Stream::outages() const
+{
+    return m_core->outages();
+}
+
+const std::shared_ptr<Camera>& Stream::camera() const
+{
+    return m_core->camera();
+}
+
+} // namespace zrn
