@@ -7,6 +7,8 @@
 #include <QThread>
 
 #include <algorithm>
+#include <condition_variable>
+#include <filesystem>
 #include <optional>
 
 namespace zrn
@@ -36,6 +38,53 @@ private:
     IFactory& m_factory;
 };
 
+/// A file that a driver was loaded from.
+struct DriverFile {
+    std::weak_ptr<Driver> driver;
+    bool isInUse = false; ///< from before it is loaded until after it was unloaded
+};
+
+/// Those of this process. Qt has each loaded once: whoever came while one is being unloaded would
+/// get the factory that is about to be deleted.
+struct DriverFiles {
+    std::mutex mutex; // guards byPath; not held while a file is loaded or unloaded
+    std::condition_variable changed;
+    std::map<std::string, DriverFile> byPath;
+};
+
+struct Release {
+    std::shared_ptr<DriverFiles> files; // a driver may go when the process ends
+
+    void operator()(DriverFile* file) const
+    {
+        {
+            const std::lock_guard lock(files->mutex);
+            file->isInUse = false;
+        }
+        files->changed.notify_all();
+    }
+};
+using FileInUse = std::unique_ptr<DriverFile, Release>;
+
+struct Library {
+    Library(FileInUse fileInUse, const std::string& path)
+        : file(std::move(fileInUse))
+        , plugin(path)
+    {
+    }
+
+    FileInUse file; // until the plugin is unloaded
+    DriverPlugin plugin;
+};
+
+/// One file has one path, whichever links lead to it.
+std::string canonical(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::path result = std::filesystem::canonical(path, error);
+    return error ? path : result.string();
+}
+
 } // namespace
 
 BusReaders busReaders()
@@ -49,19 +98,31 @@ BusReaders busReaders()
 
 std::shared_ptr<Driver> Driver::load(const std::string& file)
 {
-    static std::mutex mutex;
-    static std::map<std::string, std::weak_ptr<Driver>> loaded;
+    static const auto files = std::make_shared<DriverFiles>();
 
     const std::string path = findPlugin(file);
-    const std::lock_guard lock(mutex);
-    std::shared_ptr<Driver> driver = loaded[path].lock();
-    if (!driver) {
-        const auto plugin = std::make_shared<DriverPlugin>(path);
-        driver = std::make_shared<Driver>(std::shared_ptr<IFactory>(plugin, &plugin->factory()),
-                                          busReaders());
-        driver->m_file = path;
-        loaded[path] = driver;
+    std::unique_lock lock(files->mutex);
+    DriverFile& entry = files->byPath[canonical(path)];
+    std::shared_ptr<Driver> driver;
+    files->changed.wait(lock, [&] {
+        driver = entry.driver.lock();
+        return driver || !entry.isInUse;
+    });
+    if (driver) {
+        return driver;
     }
+    entry.isInUse = true;
+    lock.unlock();
+
+    FileInUse fileInUse(&entry, Release{files});
+    const auto library = std::make_shared<Library>(std::move(fileInUse), path);
+    driver = std::make_shared<Driver>(
+        std::shared_ptr<IFactory>(library, &library->plugin.factory()), busReaders());
+    driver->m_file = path;
+    lock.lock();
+    entry.driver = driver;
+    lock.unlock();
+    files->changed.notify_all();
     return driver;
 }
 

@@ -30,8 +30,9 @@ struct BusReaders {
 BusReaders busReaders();
 
 /// The driver. A process has each plugin file loaded once, however often load() is called, until
-/// the last owner lets go; cameras are owners. Cameras are opened one at a time by their places on
-/// the bus, and all others are left alone: those of this process, and those of other programs.
+/// the last owner lets go; cameras and frames are owners. Cameras are opened one at a time by their
+/// places on the bus, and all others are left alone: those of this process, and those of other
+/// programs.
 ///
 /// Thread safety: thread-safe, as long as nobody else enumerates with the factory. Where the driver
 /// can choose, its factory is taken to the thread that opens a camera, and left on the one that
@@ -39,7 +40,8 @@ BusReaders busReaders();
 class Driver
 {
 public:
-    /// Loads the driver, or gives the one that is loaded. @param file as findPlugin() takes it
+    /// Loads the driver, or gives the one that is loaded; waits for one that is being unloaded.
+    /// @param file as findPlugin() takes it
     /// @throws Error
     static std::shared_ptr<Driver> load(const std::string& file = {});
 

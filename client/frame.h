@@ -31,7 +31,8 @@ struct Image {
 };
 
 /// One frame of a camera: one or two images, taken at once. Its copies share the memory of the
-/// images, which lives as long as the last of them, whatever becomes of stream, camera and driver.
+/// images, which lives as long as the last of them, whatever becomes of stream and camera. They
+/// keep the driver loaded, which made that memory.
 ///
 /// Thread safety: reentrant; it is not changed once it is handed out.
 struct Frame {

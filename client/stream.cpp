@@ -30,8 +30,14 @@ bool isSplitFailure(ErrorCode code)
     return code == ErrorCode::SplitFailed || code == ErrorCode::SplitException;
 }
 
+/// The memory of a frame. What gives it back is in the driver.
+struct FrameMemory {
+    std::shared_ptr<Driver> driver;
+    ContractSpace::Images blocks;
+};
+
 /// The images of one grab; without any unless all are well formed and of one size.
-Frame frameOf(ContractSpace::Images& blocks, int sensorCount)
+Frame frameOf(const std::shared_ptr<Driver>& driver, ContractSpace::Images& blocks, int sensorCount)
 {
     Frame frame;
     const bool isUsable = !blocks.empty() && blocks.size() <= Frame::mostImages &&
@@ -53,7 +59,7 @@ Frame frameOf(ContractSpace::Images& blocks, int sensorCount)
             {reinterpret_cast<const std::uint8_t*>(data.constData()),
              static_cast<std::size_t>(data.size())}};
     }
-    frame.memory = std::make_shared<const ContractSpace::Images>(std::move(blocks));
+    frame.memory = std::make_shared<const FrameMemory>(FrameMemory{driver, std::move(blocks)});
     return frame;
 }
 
@@ -269,7 +275,7 @@ void Stream::Core::run()
                     ? ContractSpace::trailerOf(*blocks.front())
                     : 0;
             try {
-                Frame frame = frameOf(blocks, m_sensorCount);
+                Frame frame = frameOf(m_camera->m_driver, blocks, m_sensorCount);
                 if (frame.imageCount > 0) {
                     accept(std::move(frame), trailer, asked);
                     continue;

@@ -1,10 +1,13 @@
-// Opening chosen cameras through a factory: on which thread its properties are used.
+// Loading a driver, and opening chosen cameras: on which thread the factory is used.
 
 #include "client/driver.h"
+#include "client/error.h"
 #include "factory_interface.h"
 
 #include <QDynamicPropertyChangeEvent>
+#include <QFile>
 #include <QStringList>
+#include <QTemporaryDir>
 #include <QThread>
 #include <QVariantMap>
 #include <gtest/gtest.h>
@@ -13,6 +16,8 @@
 
 namespace
 {
+
+constexpr const char* fakeDriver = TEST_PLUGIN_DIR "/libfake_driver.so";
 
 zrn::BusCamera cameraAt(unsigned address)
 {
@@ -102,4 +107,39 @@ TEST(DriverTest, AFactoryThatCannotChooseStaysWhereItIs)
     const zrn::Driver driver(factory, busOfOne());
     EXPECT_FALSE(driver.canChoose());
     EXPECT_EQ(factory->thread(), QThread::currentThread());
+}
+
+TEST(DriverTest, AFileIsLoadedOnceWhateverItIsCalled)
+{
+    const QTemporaryDir folder;
+    const QString link = folder.filePath("driver.so");
+    ASSERT_TRUE(QFile::link(fakeDriver, link));
+    const auto driver = zrn::Driver::load(fakeDriver);
+    EXPECT_EQ(zrn::Driver::load(fakeDriver), driver);
+    EXPECT_EQ(zrn::Driver::load(link.toStdString()), driver);
+}
+
+TEST(DriverTest, AFileThatCannotBeLoadedIsTriedAgain)
+{
+    const std::string noPlugin = TEST_PLUGIN_DIR "/libnot_a_plugin.so";
+    EXPECT_THROW(zrn::Driver::load(noPlugin), zrn::Error);
+    EXPECT_THROW(zrn::Driver::load(noPlugin), zrn::Error);
+}
+
+TEST(DriverTest, IsLoadedByOneThreadWhileTheLastOwnerLetsGoOnAnother)
+{
+    const auto comeAndGo = [] {
+        for (int i = 0; i < 200; ++i) {
+            const auto driver = zrn::Driver::load(fakeDriver);
+            EXPECT_EQ(driver->name(), "FakeDriver");
+            EXPECT_EQ(driver->openAll(), 3);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back(comeAndGo);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 }

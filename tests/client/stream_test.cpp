@@ -107,17 +107,21 @@ TEST_F(StreamTest, TheImageOfASingleSensorIsB)
     EXPECT_NE(frame->image('B'), nullptr);
 }
 
-TEST_F(StreamTest, FramesOutliveStreamCameraAndDriver)
+TEST_F(StreamTest, FramesOutliveStreamAndCameraAndKeepTheDriver)
 {
     std::optional<Frame> frame;
     {
         Stream stream(camera);
         frame = stream.next(patience);
     }
+    const std::weak_ptr<Driver> weakDriver = driver;
     camera.reset();
     driver.reset();
     ASSERT_TRUE(frame);
     EXPECT_EQ(bytesOf(frame->images()[0]), scriptedImage(*device, frame->step.number, 'A'));
+    EXPECT_FALSE(weakDriver.expired());
+    frame.reset();
+    EXPECT_TRUE(weakDriver.expired());
 }
 
 TEST_F(StreamTest, CountsWhatIsMissing)
