@@ -226,8 +226,9 @@ std::string serialFromUser(const std::string& text)
 
 Error noCameraOnBus()
 {
-    return {Kind::NoCamera, "NoCameraOnBus", "no camera found",
-            std::string("no device ") + cameraIds + " is on the bus; check cable and supply"};
+    std::string remedy = "no device ";
+    remedy.append(cameraIds).append(" is on the bus; check cable and supply");
+    return {Kind::NoCamera, "NoCameraOnBus", "no camera found", remedy};
 }
 
 std::string nameOf(const BusCamera& camera)
