@@ -100,8 +100,8 @@ std::shared_ptr<Driver> Driver::load(const std::string& file)
 {
     static const auto files = std::make_shared<DriverFiles>();
 
-    const std::string path = findPlugin(file);
     std::unique_lock lock(files->mutex);
+    const std::string path = findPlugin(file);
     DriverFile& entry = files->byPath[canonical(path)];
     std::shared_ptr<Driver> driver;
     files->changed.wait(lock, [&] {
