@@ -13,9 +13,10 @@ class Error : public std::runtime_error
 {
 public:
     enum class Kind {
-        Plugin,   ///< the driver was not found or cannot be used
-        NoCamera, ///< no camera, or not the one that was asked for, or it cannot be opened
-        Refused,  ///< the driver or the camera answered with a code
+        Plugin,    ///< the driver was not found or cannot be used
+        NoCamera,  ///< no camera, or not the one that was asked for, or it cannot be opened
+        Refused,   ///< the driver or the camera answered with a code
+        Recording, ///< a recording cannot be written or read
     };
 
     /// @param name one word, stable, for scripts @param remedy may be empty

@@ -1,6 +1,7 @@
 // Recordings of any content: the reader answers or refuses, and never reads beyond the file.
 
-#include "recording/recording_reader.h"
+#include "client/error.h"
+#include "client/recording.h"
 
 #include <cstdlib>
 #include <fuzzer/FuzzedDataProvider.h>
@@ -11,7 +12,8 @@
 namespace
 {
 
-using namespace zrnrecording;
+using namespace zrn;
+using namespace zrn::recording;
 
 /// A file in memory, which ends with its scope.
 class MemoryFile
@@ -33,7 +35,7 @@ public:
     }
     void append(const Block& block) const { append(block.data(), block.size()); }
     /// Makes the file longer without a byte of content.
-    void extend(quint64 bytes) const
+    void extend(std::uint64_t bytes) const
     {
         const off_t end = lseek(m_file, 0, SEEK_END) + static_cast<off_t>(bytes);
         if (ftruncate(m_file, end) != 0) {
@@ -41,7 +43,7 @@ public:
         }
         lseek(m_file, 0, SEEK_END);
     }
-    QString path() const { return QStringLiteral("/proc/self/fd/%1").arg(m_file); }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(m_file); }
 
 private:
     int m_file;
@@ -50,33 +52,34 @@ private:
 /// Parts whose checksums hold, with any numbers inside, and parts of anything.
 void compose(FuzzedDataProvider& input, const MemoryFile& file)
 {
-    const auto metadataBytes = input.ConsumeBool() ? input.ConsumeIntegralInRange<quint32>(0, 128)
-                                                   : input.ConsumeIntegral<quint32>();
+    const auto metadataBytes = input.ConsumeBool()
+                                   ? input.ConsumeIntegralInRange<std::uint32_t>(0, 128)
+                                   : input.ConsumeIntegral<std::uint32_t>();
     file.append(encodeFileHeader(metadataBytes));
-    quint64 left = quint64{64} * 1024 * 1024; // for what has no content
+    std::uint64_t left = std::uint64_t{64} * 1024 * 1024; // for what has no content
     while (input.remaining_bytes() > 0) {
         switch (input.ConsumeIntegralInRange(0, 4)) {
         case 0: {
             FrameHeader header;
             header.position = input.ConsumeIntegral<std::uint8_t>();
-            header.arrivalNanoseconds = input.ConsumeIntegral<qint64>();
+            header.arrivalNanoseconds = input.ConsumeIntegral<std::int64_t>();
             const bool isSmall = input.ConsumeBool();
-            header.width =
-                isSmall ? input.ConsumeIntegralInRange(1, 16) : input.ConsumeIntegral<qint32>();
-            header.height =
-                isSmall ? input.ConsumeIntegralInRange(1, 16) : input.ConsumeIntegral<qint32>();
+            header.width = isSmall ? input.ConsumeIntegralInRange(1U, 16U)
+                                   : input.ConsumeIntegral<std::uint32_t>();
+            header.height = isSmall ? input.ConsumeIntegralInRange(1U, 16U)
+                                    : input.ConsumeIntegral<std::uint32_t>();
             header.letters = {'A', input.ConsumeBool() ? 'B' : '\0'};
-            header.payloadCrc = input.ConsumeIntegral<quint32>();
+            header.payloadCrc = input.ConsumeIntegral<std::uint32_t>();
             file.append(encodeFrameHeader(header));
             break;
         }
         case 1:
-            file.append(
-                encodeTail({input.ConsumeIntegral<quint64>(), input.ConsumeIntegral<quint64>(),
-                            input.ConsumeIntegral<quint32>()}));
+            file.append(encodeTail({input.ConsumeIntegral<std::uint64_t>(),
+                                    input.ConsumeIntegral<std::uint64_t>(),
+                                    input.ConsumeIntegral<std::uint32_t>()}));
             break;
         case 2: {
-            const auto bytes = input.ConsumeIntegralInRange<quint64>(0, left);
+            const auto bytes = input.ConsumeIntegralInRange<std::uint64_t>(0, left);
             left -= bytes;
             file.extend(bytes);
             break;
@@ -103,16 +106,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         file.append(bytes.data(), bytes.size());
     }
     try {
-        const RecordingReader reader(file.path());
-        static_cast<void>(reader.durationNanoseconds());
+        const Recording reader(file.path());
+        static_cast<void>(reader.duration());
         for (int position = 0; position < reader.frameCount(); ++position) {
             try {
                 static_cast<void>(reader.frame(position));
-            } catch (const RecordingError&) {
+            } catch (const Error&) {
                 continue;
             }
         }
-    } catch (const RecordingError&) {
+    } catch (const Error&) {
         return 0;
     }
     return 0;

@@ -1,7 +1,3 @@
-find_package(ZLIB QUIET)
-zrn_need(ZLIB_FOUND zlib1g-dev)
-find_package(Threads QUIET)
-zrn_need(Threads_FOUND g++)
 if(TARGET zrnhost)
     set(ZRN_HOST_ON TRUE)
 endif()

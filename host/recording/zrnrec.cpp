@@ -1,12 +1,13 @@
-#include "checks/images.h"
+#include "client/error.h"
+#include "client/recording.h"
 #include "common/image_writer.h"
-#include "recording/recording_reader.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <QDir>
 #include <QJsonDocument>
+#include <QJsonObject>
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,9 +17,9 @@
 namespace
 {
 
-using zrnrecording::Frame;
-using zrnrecording::RecordingError;
-using zrnrecording::RecordingReader;
+using zrn::Error;
+using zrn::Frame;
+using zrn::Recording;
 
 constexpr int exitUsage = 2;
 
@@ -35,24 +36,29 @@ void printLine(const QString& line)
     std::fputs(qUtf8Printable(line + QLatin1Char('\n')), stdout);
 }
 
+QJsonObject metadataOf(const Recording& recording)
+{
+    return QJsonDocument::fromJson(QByteArray::fromStdString(recording.metadata())).object();
+}
+
 int showInfo(const Options& options)
 {
-    const RecordingReader reader(QString::fromLocal8Bit(options.path.c_str()));
+    const Recording recording(options.path);
     quint64 missing = 0;
-    for (int position = 1; position < reader.frameCount(); ++position) {
-        missing += reader.header(position).missing;
+    for (int position = 1; position < recording.frameCount(); ++position) {
+        missing += recording.header(position).missing;
     }
     printLine(QString::fromUtf8(
                   QJsonDocument(
                       QJsonObject{
-                          {QStringLiteral("frames"), reader.frameCount()},
+                          {QStringLiteral("frames"), recording.frameCount()},
                           {QStringLiteral("missing"), static_cast<qint64>(missing)},
                           {QStringLiteral("seconds"),
-                           static_cast<double>(reader.durationNanoseconds()) * 1e-9},
-                          {QStringLiteral("bytes"), static_cast<qint64>(reader.bytes())},
-                          {QStringLiteral("complete"), reader.isComplete()},
-                          {QStringLiteral("lostBytes"), static_cast<qint64>(reader.lostBytes())},
-                          {QStringLiteral("metadata"), reader.metadata()},
+                           std::chrono::duration<double>(recording.duration()).count()},
+                          {QStringLiteral("bytes"), static_cast<qint64>(recording.bytes())},
+                          {QStringLiteral("complete"), recording.isComplete()},
+                          {QStringLiteral("lostBytes"), static_cast<qint64>(recording.lostBytes())},
+                          {QStringLiteral("metadata"), metadataOf(recording)},
                       })
                       .toJson())
                   .trimmed());
@@ -61,64 +67,62 @@ int showInfo(const Options& options)
 
 int verify(const Options& options)
 {
-    const RecordingReader reader(QString::fromLocal8Bit(options.path.c_str()));
+    const Recording recording(options.path);
     int damaged = 0;
-    for (int position = 0; position < reader.frameCount(); ++position) {
+    for (int position = 0; position < recording.frameCount(); ++position) {
         try {
-            reader.frame(position);
-        } catch (const RecordingError& error) {
+            static_cast<void>(recording.frame(position));
+        } catch (const Error& error) {
             std::fprintf(stderr, "%s\n", error.what());
             ++damaged;
         }
     }
-    printLine(QStringLiteral("%1 frames, %2 damaged%3")
-                  .arg(reader.frameCount())
-                  .arg(damaged)
-                  .arg(reader.isComplete() ? QString() : QStringLiteral(", cut off at the end")));
-    return damaged == 0 && reader.isComplete() ? EXIT_SUCCESS : EXIT_FAILURE;
+    printLine(
+        QStringLiteral("%1 frames, %2 damaged%3")
+            .arg(recording.frameCount())
+            .arg(damaged)
+            .arg(recording.isComplete() ? QString() : QStringLiteral(", cut off at the end")));
+    return damaged == 0 && recording.isComplete() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 void exportFrame(const Options& options, const QJsonObject& metadata, int position,
                  const Frame& frame)
 {
-    for (const zrnrecording::Image& image : frame.images) {
-        const zrn::Image written{image.letter,
-                                 {reinterpret_cast<const std::uint8_t*>(image.data.constData()),
-                                  static_cast<std::size_t>(image.data.size())}};
+    for (const zrn::Image& image : frame.images()) {
         const QString path = QStringLiteral("%1/%2_%3_%4.%5")
                                  .arg(QString::fromLocal8Bit(options.folder.c_str()))
                                  .arg(position, 6, 10, QLatin1Char('0'))
-                                 .arg(frame.number)
+                                 .arg(frame.step.number)
                                  .arg(QLatin1Char(image.letter))
                                  .arg(options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
         const QString problem =
             options.raw
-                ? zrnhost::writeRaw(path, written)
+                ? zrnhost::writeRaw(path, image)
                 : zrnhost::writePng(
-                      path, written, static_cast<quint32>(frame.width),
-                      static_cast<quint32>(frame.height),
+                      path, image, frame.width, frame.height,
                       {{QStringLiteral("Serial"), metadata[QLatin1String("serial")].toString()},
                        {QStringLiteral("Image"), QString(QLatin1Char(image.letter))},
-                       {QStringLiteral("Frame number"), QString::number(frame.number)},
+                       {QStringLiteral("Frame number"), QString::number(frame.step.number)},
                        {QStringLiteral("Arrival"),
-                        QStringLiteral("%1 ns").arg(frame.arrivalNanoseconds)}});
+                        QStringLiteral("%1 ns").arg(
+                            std::chrono::nanoseconds(frame.arrival.time_since_epoch()).count())}});
         if (!problem.isEmpty()) {
-            throw RecordingError(problem);
+            throw Error(Error::Kind::Recording, "NotWritable", problem.toStdString());
         }
     }
 }
 
 int exportFrames(const Options& options)
 {
-    const RecordingReader reader(QString::fromLocal8Bit(options.path.c_str()));
+    const Recording recording(options.path);
     if (!QDir().mkpath(QString::fromLocal8Bit(options.folder.c_str()))) {
-        throw RecordingError(QStringLiteral("the folder %1 cannot be made")
-                                 .arg(QString::fromLocal8Bit(options.folder.c_str())));
+        throw Error(Error::Kind::Recording, "NotWritable",
+                    "the folder " + options.folder + " cannot be made");
     }
-    const int available = std::max(reader.frameCount() - options.first, 0);
+    const int available = std::max(recording.frameCount() - options.first, 0);
     const int count = options.count < 0 ? available : std::min(options.count, available);
     for (int position = options.first; position < options.first + count; ++position) {
-        exportFrame(options, reader.metadata(), position, reader.frame(position));
+        exportFrame(options, metadataOf(recording), position, recording.frame(position));
     }
     printLine(QStringLiteral("%1 frames exported").arg(count));
     return EXIT_SUCCESS;
@@ -156,7 +160,7 @@ int main(int argc, char** argv)
         return info->parsed()    ? showInfo(options)
                : check->parsed() ? verify(options)
                                  : exportFrames(options);
-    } catch (const RecordingError& error) {
+    } catch (const Error& error) {
         std::fprintf(stderr, "zrnrec: %s\n", error.what());
         return EXIT_FAILURE;
     } catch (const std::bad_alloc&) {

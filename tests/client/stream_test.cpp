@@ -59,12 +59,6 @@ protected:
         camera->setProperty(keys::maxGrabWaitTime, milliseconds);
     }
 
-    static QByteArray bytesOf(const Image& image)
-    {
-        return {reinterpret_cast<const char*>(image.bytes.data()),
-                static_cast<int>(image.bytes.size())};
-    }
-
     const std::shared_ptr<ScriptedDevice> device =
         std::make_shared<ScriptedDevice>(QStringLiteral("ZR1"));
     std::shared_ptr<Driver> driver = ScriptedFactory::driverFor({device});

@@ -422,6 +422,12 @@ void ScriptedDevice::replug()
     plugged = true;
 }
 
+QByteArray bytesOf(const zrn::Image& image)
+{
+    return {reinterpret_cast<const char*>(image.bytes.data()),
+            static_cast<int>(image.bytes.size())};
+}
+
 QByteArray scriptedImage(const ScriptedDevice& device, quint32 number, char letter)
 {
     const int pixels = device.width * device.height;

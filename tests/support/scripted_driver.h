@@ -2,6 +2,7 @@
 
 #include "camera_interface.h"
 #include "client/driver.h"
+#include "client/frame.h"
 #include "factory_interface.h"
 
 #include <atomic>
@@ -70,6 +71,9 @@ struct ScriptedDevice {
 
 /// The bytes of one image, pixels and trailer, as the camera delivers them.
 QByteArray scriptedImage(const ScriptedDevice& device, quint32 number, char letter);
+
+/// The bytes of a frame's image, to be compared with those.
+QByteArray bytesOf(const zrn::Image& image);
 
 /// A driver for scripted devices.
 class ScriptedFactory : public IFactory

@@ -1,9 +1,12 @@
-#include "recording/recording_reader.h"
+#include "client/recording.h"
+#include "client/recording_file.h"
+#include "made_up_frames.h"
 #include "scripted_driver.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/device/player.h"
 #include "zrnview/device/silence_findings.h"
 
+#include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -77,6 +80,18 @@ int valueOf(const CameraDevice& device, Setting setting)
                                                               : -1;
 }
 
+/// A frame with images as the device sends them. @param letters of the images
+Frame scriptedFrame(const ScriptedDevice& device, quint32 number, const char* letters)
+{
+    std::vector<MadeUpImage> images;
+    for (const char* letter = letters; *letter; ++letter) {
+        const QByteArray bytes = scriptedImage(device, number, *letter);
+        images.push_back({*letter, {bytes.begin(), bytes.end()}});
+    }
+    return frameOf(static_cast<std::uint32_t>(device.width),
+                   static_cast<std::uint32_t>(device.height), std::move(images));
+}
+
 } // namespace
 
 class DeviceTest : public QObject
@@ -130,10 +145,10 @@ private slots:
         device.startStream();
         const std::shared_ptr<const Display> display = nextDisplay(device.station());
         QVERIFY(display);
-        const zrnrecording::Frame& frame = *display->source.frame;
-        QCOMPARE(static_cast<int>(frame.images.size()), 2);
-        QCOMPARE(frame.images[0].data, scriptedImage(*scripted, frame.number, 'A'));
-        QCOMPARE(frame.images[1].data, scriptedImage(*scripted, frame.number, 'B'));
+        const Frame& frame = display->source.frame;
+        QCOMPARE(frame.imageCount, std::size_t{2});
+        QCOMPARE(bytesOf(frame.images()[0]), scriptedImage(*scripted, frame.step.number, 'A'));
+        QCOMPARE(bytesOf(frame.images()[1]), scriptedImage(*scripted, frame.step.number, 'B'));
         device.stopStream();
         QVERIFY(test.waitForState(device, CameraState::Idle));
     }
@@ -481,15 +496,18 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!device.isRecording(), patience);
         QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::TriggerOrder), 0, patience);
 
-        const zrnrecording::RecordingReader reader(path);
+        const zrn::Recording reader(path.toStdString());
         QVERIFY(reader.isComplete());
-        QCOMPARE(reader.metadata()[QLatin1String("serial")].toString(), QStringLiteral("ZR1"));
-        const quint32 first = reader.frame(0).number;
+        QCOMPARE(QJsonDocument::fromJson(
+                     QByteArray::fromStdString(reader.metadata()))[QLatin1String("serial")]
+                     .toString(),
+                 QStringLiteral("ZR1"));
+        const quint32 first = reader.frame(0).step.number;
         for (int i = 0; i < reader.frameCount(); ++i) {
-            const zrnrecording::Frame frame = reader.frame(i);
-            QCOMPARE(frame.number, first + static_cast<quint32>(i));
-            QCOMPARE(frame.images[0].data, scriptedImage(*scripted, frame.number, 'A'));
-            QCOMPARE(frame.images[1].data, scriptedImage(*scripted, frame.number, 'B'));
+            const Frame frame = reader.frame(i);
+            QCOMPARE(frame.step.number, first + static_cast<quint32>(i));
+            QCOMPARE(bytesOf(frame.images()[0]), scriptedImage(*scripted, frame.step.number, 'A'));
+            QCOMPARE(bytesOf(frame.images()[1]), scriptedImage(*scripted, frame.step.number, 'B'));
         }
     }
 
@@ -509,7 +527,7 @@ private slots:
                                  patience);
         scripted->unplug();
         QTRY_VERIFY_WITH_TIMEOUT(!device.isRecording(), patience);
-        QVERIFY(zrnrecording::RecordingReader(path).isComplete());
+        QVERIFY(zrn::Recording(path.toStdString()).isComplete());
     }
 
     void aRecordingWithoutAStreamIsRefused()
@@ -550,15 +568,11 @@ private slots:
         const auto scripted = makeDevice("ZR1");
         constexpr int frames = 20;
         {
-            zrnrecording::RecordingFile file(path, {});
+            zrn::RecordingFile file(path.toStdString(), {});
             for (quint32 number = 0; number < frames; ++number) {
-                zrnrecording::Frame frame;
-                frame.width = scripted->width;
-                frame.height = scripted->height;
-                frame.number = number;
-                frame.arrivalNanoseconds = qint64{number} * 10'000'000;
-                frame.images = {{'A', scriptedImage(*scripted, number, 'A')},
-                                {'B', scriptedImage(*scripted, number, 'B')}};
+                Frame frame = scriptedFrame(*scripted, number, "AB");
+                frame.step.number = number;
+                frame.arrival += number * std::chrono::milliseconds(10);
                 file.append(frame);
             }
             file.close();
@@ -583,8 +597,8 @@ private slots:
             do {
                 display = nextDisplay(station);
                 QVERIFY(display);
-            } while (display->source.frame->number != static_cast<quint32>(position));
-            QCOMPARE(display->source.frame->images[1].data,
+            } while (display->source.frame.step.number != static_cast<quint32>(position));
+            QCOMPARE(bytesOf(display->source.frame.images()[1]),
                      scriptedImage(*scripted, static_cast<quint32>(position), 'B'));
         }
         QSignalSpy verified(&player, &Player::verified);
@@ -599,13 +613,9 @@ private slots:
         const auto scripted = makeDevice("ZR1");
         quint64 middle = 0;
         {
-            zrnrecording::RecordingFile file(path, {});
+            zrn::RecordingFile file(path.toStdString(), {});
             for (quint32 number = 0; number < 3; ++number) {
-                zrnrecording::Frame frame;
-                frame.width = scripted->width;
-                frame.height = scripted->height;
-                frame.images = {{'A', scriptedImage(*scripted, number, 'A')}};
-                file.append(frame);
+                file.append(scriptedFrame(*scripted, number, "A"));
                 middle = number == 1 ? file.bytes() - 1000 : middle;
             }
             file.close();

@@ -223,7 +223,8 @@ private slots:
         capture(live.window, "recording");
         panel.recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(!panel.device().isRecording(), patience);
-        PlaybackPanel& playback = live.window.openRecording(panel.device().recorder()->path());
+        PlaybackPanel& playback =
+            live.window.openRecording(QFile::decodeName(panel.device().recorder()->path().c_str()));
         QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
         playback.togglePlaying();
         QVERIFY(waitForPlots({&playback.frames()}, plotSeconds() / 2));

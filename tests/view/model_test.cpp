@@ -1,3 +1,4 @@
+#include "made_up_frames.h"
 #include "zrnview/model/histogram.h"
 #include "zrnview/model/newest.h"
 #include "zrnview/model/picture.h"
@@ -108,14 +109,8 @@ TEST(Pyramid, ChoosesTheSmallestLevelThatIsLargeEnough)
 
 TEST(Picture, OfAFrameHasWhatTheFrameHas)
 {
-    auto frame = std::make_shared<zrnrecording::Frame>();
-    frame->width = 2;
-    frame->height = 1;
-    frame->images = {{'B', QByteArray("\x01\xff"
-                                      "TRAILER!",
-                                      10)}};
     LiveFrame live;
-    live.frame = frame;
+    live.frame = frameOf(2, 1, {{'B', {1, 255, 'T', 'R', 'A', 'I', 'L', 'E', 'R', '!'}}});
     const Display display = prepare(live, 4);
     EXPECT_FALSE(display.a);
     EXPECT_FALSE(display.difference);
@@ -127,14 +122,11 @@ TEST(Picture, OfAFrameHasWhatTheFrameHas)
 
 TEST(Picture, KeepsTheFrameAliveAndCopiesNothing)
 {
-    auto frame = std::make_shared<zrnrecording::Frame>();
-    frame->width = 4;
-    frame->height = 2;
-    frame->images = {{'A', QByteArray(16, 'x')}};
-    const std::weak_ptr<zrnrecording::Frame> watch = frame;
-    const auto* bytes = reinterpret_cast<const uchar*>(frame->images[0].data.constData());
-    QImage image = imageOf(frame, frame->images[0]);
-    frame.reset();
+    Frame frame = frameOf(4, 2, {{'A', std::vector<std::uint8_t>(16, 'x')}});
+    const std::weak_ptr<const void> watch = frame.memory;
+    const uchar* bytes = frame.images()[0].bytes.data();
+    QImage image = imageOf(frame, frame.images()[0]);
+    frame = Frame();
     EXPECT_FALSE(watch.expired());
     EXPECT_EQ(image.constBits(), bytes);
     image = QImage();

@@ -1,7 +1,7 @@
 // The viewer with the built plugin, on the real libraries, against two virtual cameras.
 
+#include "client/recording.h"
 #include "live_window.h"
-#include "recording/recording_reader.h"
 #include "zrnview/widgets/controls_panel.h"
 #include "zrnview/widgets/notice_bar.h"
 #include "zrnview/widgets/playback_panel.h"
@@ -19,7 +19,7 @@ int controlOf(VirtualCamera& camera, const char* control)
     return camera.ask("controls").at("controls").at(control).at("cur").get<int>();
 }
 
-void expectSame(const zrnrecording::Frame& frame, const zrnsim::SentImages& sent)
+void expectSame(const Frame& frame, const zrnsim::SentImages& sent)
 {
     std::size_t next = 0;
     for (const auto& [has, letter, bytes] :
@@ -27,13 +27,11 @@ void expectSame(const zrnrecording::Frame& frame, const zrnsim::SentImages& sent
         if (!has) {
             continue;
         }
-        const zrnrecording::Image& image = frame.images.at(next++);
+        const Image& image = frame.images()[next++];
         QCOMPARE(image.letter, letter);
-        QCOMPARE(image.data.left(static_cast<int>(bytes->size())),
-                 QByteArray(reinterpret_cast<const char*>(bytes->data()),
-                            static_cast<int>(bytes->size())));
+        QVERIFY(std::ranges::equal(image.bytes.first(bytes->size()), *bytes));
     }
-    QCOMPARE(frame.images.size(), next);
+    QCOMPARE(frame.imageCount, next);
 }
 
 } // namespace
@@ -96,22 +94,23 @@ private slots:
         for (const SentFrame& frame : camera.sentFrames()) {
             sent[frame.request.frameNumber] = frame.request;
         }
-        const zrnrecording::RecordingReader reader(panel.device().recorder()->path());
+        const zrn::Recording reader(panel.device().recorder()->path());
         QVERIFY(reader.isComplete());
         for (int position = 0; position < reader.frameCount(); ++position) {
-            const zrnrecording::Frame frame = reader.frame(position);
-            QVERIFY(sent.count(frame.number));
-            expectSame(frame, zrnsim::expectedImages(sent[frame.number]));
+            const Frame frame = reader.frame(position);
+            QVERIFY(sent.count(frame.step.number));
+            expectSame(frame, zrnsim::expectedImages(sent[frame.step.number]));
         }
 
-        PlaybackPanel& playback = live.window.openRecording(panel.device().recorder()->path());
+        PlaybackPanel& playback =
+            live.window.openRecording(QFile::decodeName(panel.device().recorder()->path().c_str()));
         QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
         for (const int position : {7, 19}) {
             playback.slider().setValue(position);
-            const quint32 number = reader.frame(position).number;
-            QTRY_COMPARE_WITH_TIMEOUT(playback.frames().display()->source.frame->number, number,
+            const quint32 number = reader.frame(position).step.number;
+            QTRY_COMPARE_WITH_TIMEOUT(playback.frames().display()->source.frame.step.number, number,
                                       patience);
-            expectSame(*playback.frames().display()->source.frame,
+            expectSame(playback.frames().display()->source.frame,
                        zrnsim::expectedImages(sent[number]));
         }
     }

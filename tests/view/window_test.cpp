@@ -1,6 +1,6 @@
 #include "client/property_table.h"
+#include "client/recording.h"
 #include "clipping.h"
-#include "recording/recording_reader.h"
 #include "scripted_driver.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/device/camera_device.h"
@@ -508,8 +508,8 @@ private slots:
         QMouseEvent move(QEvent::MouseMove, at, Qt::NoButton, Qt::NoButton, Qt::NoModifier);
         QApplication::sendEvent(&view, &move);
         QCOMPARE(hovered, 1);
-        const zrnrecording::Frame& frame = *test.panel().frames().display()->source.frame;
-        const auto a = static_cast<uchar>(frame.images[0].data.at(20 * frame.width + 10));
+        const Frame& frame = test.panel().frames().display()->source.frame;
+        const auto a = frame.images()[0].bytes[20 * frame.width + 10];
         const auto labels = test.panel().frames().panes().findChildren<QLabel*>();
         QVERIFY(std::any_of(labels.begin(), labels.end(), [a](const QLabel* label) {
             return label->text().contains(QStringLiteral("x&nbsp;<b>10</b>")) &&
@@ -648,20 +648,21 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(
             test.panel().recordStrip().text().contains(QStringLiteral("Recorded")), patience);
 
-        PlaybackPanel& playback = test.window.openRecording(device.recorder()->path());
+        const QString path = QFile::decodeName(device.recorder()->path().c_str());
+        PlaybackPanel& playback = test.window.openRecording(path);
         QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
         QTRY_COMPARE_WITH_TIMEOUT(playback.info().metadata[QLatin1String("serial")].toString(),
                                   QStringLiteral("ZR1"), patience);
         playback.slider().setValue(10);
         QTRY_COMPARE_WITH_TIMEOUT(playback.positionText(),
                                   QStringLiteral("11 of %1").arg(playback.info().frames), patience);
-        const zrnrecording::RecordingReader reader(device.recorder()->path());
-        const quint32 wanted = reader.frame(10).number;
-        QTRY_COMPARE_WITH_TIMEOUT(playback.frames().display()->source.frame->number, wanted,
+        const zrn::Recording reader(device.recorder()->path());
+        const quint32 wanted = reader.frame(10).step.number;
+        QTRY_COMPARE_WITH_TIMEOUT(playback.frames().display()->source.frame.step.number, wanted,
                                   patience);
-        const zrnrecording::Frame& shown = *playback.frames().display()->source.frame;
-        QCOMPARE(shown.images[0].data, scriptedImage(*devices[0], wanted, 'A'));
-        QCOMPARE(shown.images[1].data, scriptedImage(*devices[0], wanted, 'B'));
+        const Frame& shown = playback.frames().display()->source.frame;
+        QCOMPARE(bytesOf(shown.images()[0]), scriptedImage(*devices[0], wanted, 'A'));
+        QCOMPARE(bytesOf(shown.images()[1]), scriptedImage(*devices[0], wanted, 'B'));
 
         playback.playButton().click();
         QTRY_COMPARE_WITH_TIMEOUT(playback.slider().value(), playback.info().frames - 1, patience);

@@ -1,7 +1,8 @@
 // The program that reads recordings, as somebody at a terminal runs it.
 
-#include "checks/images.h"
-#include "recording/recording_file.h"
+#include "client/recording_file.h"
+#include "client/recording_format.h"
+#include "made_up_frames.h"
 
 #include <QDir>
 #include <QImage>
@@ -11,8 +12,9 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-namespace zrnrecording
-{
+using namespace zrn;
+using namespace zrn::recording;
+
 namespace
 {
 
@@ -24,7 +26,7 @@ QByteArray imageOf(quint32 number, char letter)
 {
     QByteArray data(width * height, letter);
     data[0] = static_cast<char>(number);
-    return data + QByteArray(imageTrailerBytes, '\0');
+    return data + QByteArray(static_cast<int>(Image::trailerBytes), '\0');
 }
 
 struct Outcome {
@@ -47,15 +49,15 @@ class ZrnrecTest : public testing::Test
 protected:
     ZrnrecTest()
     {
-        RecordingFile file(path, {{QStringLiteral("serial"), QStringLiteral("ZR1")}});
+        RecordingFile file(path.toStdString(), R"({"serial":"ZR1"})");
         for (const quint32 number : {7U, 8U, 11U}) {
-            Frame frame;
-            frame.width = width;
-            frame.height = height;
-            frame.number = number;
-            frame.missing = number == 11 ? 2 : 0;
-            frame.arrivalNanoseconds = qint64{number} * 100'000'000;
-            frame.images = {{'A', imageOf(number, 'A')}, {'B', imageOf(number, 'B')}};
+            const QByteArray a = imageOf(number, 'A');
+            const QByteArray b = imageOf(number, 'B');
+            Frame frame =
+                frameOf(width, height, {{'A', {a.begin(), a.end()}}, {'B', {b.begin(), b.end()}}});
+            frame.step.number = number;
+            frame.step.missing = number == 11 ? 2 : 0;
+            frame.arrival += number * std::chrono::milliseconds(100);
             file.append(frame);
         }
         file.close();
@@ -77,7 +79,7 @@ protected:
 };
 
 /// A recording of one frame without a byte of content, whose size only its header tells.
-void writeHollowRecording(const QString& path, qint32 frameWidth, qint32 frameHeight,
+void writeHollowRecording(const QString& path, quint32 frameWidth, quint32 frameHeight,
                           quint32 metadataBytes = 0)
 {
     QFile file(path);
@@ -88,9 +90,9 @@ void writeHollowRecording(const QString& path, qint32 frameWidth, qint32 frameHe
     header.letters = {'A', 'B'};
     const Block fileHeader = encodeFileHeader(metadataBytes);
     const Block frameHeader = encodeFrameHeader(header);
-    file.write(reinterpret_cast<const char*>(fileHeader.data()), blockSize);
+    file.write(reinterpret_cast<const char*>(fileHeader.data()), static_cast<qint64>(blockSize));
     file.seek(static_cast<qint64>(blockSize + padded(metadataBytes)));
-    file.write(reinterpret_cast<const char*>(frameHeader.data()), blockSize);
+    file.write(reinterpret_cast<const char*>(frameHeader.data()), static_cast<qint64>(blockSize));
     // No disk has to hold it.
     ASSERT_TRUE(file.resize(file.pos() + static_cast<qint64>(padded(header.payloadBytes()))));
 }
@@ -99,7 +101,7 @@ TEST_F(ZrnrecTest, RefusesSizesThatNoImageHas)
 {
     const QString hollow = folder.filePath(QStringLiteral("hollow.zrnrec"));
     const QString output = folder.filePath(QStringLiteral("images"));
-    for (const qint32 edge : {65535, 32768}) {
+    for (const quint32 edge : {65535U, 32768U}) {
         writeHollowRecording(hollow, edge, edge);
         const Outcome verified = zrnrec({QStringLiteral("verify"), hollow});
         EXPECT_EQ(verified.exitCode, EXIT_FAILURE);
@@ -179,4 +181,3 @@ TEST_F(ZrnrecTest, SaysWhatItCannotRead)
 }
 
 } // namespace
-} // namespace zrnrecording

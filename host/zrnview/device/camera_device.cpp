@@ -44,7 +44,7 @@ CameraDevice::CameraDevice(const QString& serial, QObject* parent)
     connect(m_worker, &CameraWorker::recordingRefused, this, &CameraDevice::recordingRefused);
     connect(m_worker, &CameraWorker::silenceExplained, this, &CameraDevice::silenceExplained);
     connect(m_worker, &CameraWorker::recordingStarted, this,
-            [this](const std::shared_ptr<zrnrecording::Recorder>& recorder) {
+            [this](const std::shared_ptr<zrn::Recorder>& recorder) {
                 m_recorder = recorder;
                 emit recordingChanged();
             });

@@ -27,7 +27,7 @@ public:
     /// Last reading of a setting; null before the first.
     const SettingReading* reading(Setting setting) const;
     /// The running recording, or the last one until the next; null before the first.
-    const std::shared_ptr<zrnrecording::Recorder>& recorder() const { return m_recorder; }
+    const std::shared_ptr<zrn::Recorder>& recorder() const { return m_recorder; }
     bool isRecording() const;
     /// Whether the camera answers and can be asked for something.
     bool isConnected() const;
@@ -88,7 +88,7 @@ private:
     CameraHealth m_health;
     std::map<Setting, SettingReading> m_readings;
     std::map<Setting, qint64> m_chosen; // by the operator, accepted by the camera
-    std::shared_ptr<zrnrecording::Recorder> m_recorder;
+    std::shared_ptr<zrn::Recorder> m_recorder;
     QElapsedTimer m_lastSign;
     QString m_place;
     bool m_isReleasing = false;

@@ -3,6 +3,9 @@
 #include "zrnview/device/setting_access.h"
 #include "zrnview/device/silence_findings.h"
 
+#include <QFile>
+#include <QJsonDocument>
+
 namespace zrnview
 {
 namespace
@@ -25,25 +28,6 @@ double secondsSinceStart(Clock::time_point time)
     return std::chrono::duration<double>(time - start).count();
 }
 
-/// The same frame for screen and recordings; its images stay where they are.
-std::shared_ptr<zrnrecording::Frame> recordable(const zrn::Frame& frame)
-{
-    auto result = std::make_shared<zrnrecording::Frame>();
-    result->width = static_cast<qint32>(frame.width);
-    result->height = static_cast<qint32>(frame.height);
-    result->number = frame.step.number;
-    result->missing = frame.step.missing;
-    result->arrivalNanoseconds = std::chrono::nanoseconds(frame.arrival.time_since_epoch()).count();
-    result->memory = frame.memory;
-    for (const zrn::Image& image : frame.images()) {
-        result->images.push_back(
-            {image.letter,
-             QByteArray::fromRawData(reinterpret_cast<const char*>(image.bytes.data()),
-                                     static_cast<int>(image.bytes.size()))});
-    }
-    return result;
-}
-
 } // namespace
 
 CameraWorker::CameraWorker(FrameStation& station)
@@ -51,7 +35,7 @@ CameraWorker::CameraWorker(FrameStation& station)
     , m_watchTimer(this)
     , m_propertyTimer(this)
 {
-    qRegisterMetaType<std::shared_ptr<zrnrecording::Recorder>>();
+    qRegisterMetaType<std::shared_ptr<zrn::Recorder>>();
     m_watchTimer.setInterval(watchPeriod);
     m_propertyTimer.setInterval(propertyPeriod);
     connect(&m_watchTimer, &QTimer::timeout, this, &CameraWorker::watch);
@@ -187,8 +171,10 @@ void CameraWorker::startRecording(const QString& path, const QJsonObject& metada
     }
     endRecording();
     try {
-        m_recorder = std::make_shared<zrnrecording::Recorder>(path, metadata);
-    } catch (const zrnrecording::RecordingError& error) {
+        m_recorder = std::make_shared<zrn::Recorder>(
+            QFile::encodeName(path).toStdString(),
+            QJsonDocument(metadata).toJson(QJsonDocument::Compact).toStdString());
+    } catch (const zrn::Error& error) {
         emit recordingRefused(QString::fromUtf8(error.what()));
         return;
     }
@@ -275,22 +261,21 @@ bool CameraWorker::probe()
 
 void CameraWorker::accept(const zrn::Frame& frame)
 {
-    const auto shared = recordable(frame);
     LiveFrame live;
-    live.frame = shared;
+    live.frame = frame;
     live.seconds = secondsSinceStart(frame.arrival);
     live.handedOver = frame.arrival;
     live.waitMilliseconds = std::chrono::duration<double, std::milli>(frame.wait).count();
     m_station.deliver(std::move(live));
     std::unique_lock lock(m_sinkMutex);
-    const std::shared_ptr<zrnrecording::Recorder> recorder = m_sink;
+    const std::shared_ptr<zrn::Recorder> recorder = m_sink;
     lock.unlock();
     if (recorder) {
-        recorder->add(shared);
+        recorder->add(frame);
     }
 }
 
-void CameraWorker::setSink(std::shared_ptr<zrnrecording::Recorder> recorder)
+void CameraWorker::setSink(std::shared_ptr<zrn::Recorder> recorder)
 {
     const std::lock_guard lock(m_sinkMutex);
     m_sink = std::move(recorder);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "recording/recorder.h"
+#include "client/recorder.h"
 #include "zrnview/device/camera_reports.h"
 #include "zrnview/device/frame_station.h"
 
@@ -56,7 +56,7 @@ signals:
     void propertiesRead(const zrnview::PropertyReadings& readings);
     /// @param operation what was tried, for the user
     void answered(const QString& operation, ErrorCode code);
-    void recordingStarted(const std::shared_ptr<zrnrecording::Recorder>& recorder);
+    void recordingStarted(const std::shared_ptr<zrn::Recorder>& recorder);
     void recordingRefused(const QString& why);
     /// Why no frame may be arriving; sent when a stream has become silent.
     void silenceExplained(const QStringList& findings);
@@ -69,7 +69,7 @@ private:
     void endRecording();
     /// Takes a frame, on the stream's thread.
     void accept(const zrn::Frame& frame);
-    void setSink(std::shared_ptr<zrnrecording::Recorder> recorder);
+    void setSink(std::shared_ptr<zrn::Recorder> recorder);
 
     FrameStation& m_station;
     std::shared_ptr<zrn::Camera> m_camera;
@@ -79,13 +79,13 @@ private:
     CameraHealth m_health;
     quint64 m_framesAtLastWatch = 0;
     int m_unansweredProbes = 0; // in a row
-    std::shared_ptr<zrnrecording::Recorder> m_recorder;
+    std::shared_ptr<zrn::Recorder> m_recorder;
     qint64 m_orderBeforeRecording = 0;
     QTimer m_watchTimer;
     QTimer m_propertyTimer;
 
     std::mutex m_sinkMutex;
-    std::shared_ptr<zrnrecording::Recorder> m_sink; // takes the frames beside the station
+    std::shared_ptr<zrn::Recorder> m_sink; // takes the frames beside the station
 
     std::mutex m_requestsMutex;
     std::map<Setting, qint64> m_requests;
@@ -93,4 +93,4 @@ private:
 
 } // namespace zrnview
 
-Q_DECLARE_METATYPE(std::shared_ptr<zrnrecording::Recorder>)
+Q_DECLARE_METATYPE(std::shared_ptr<zrn::Recorder>)

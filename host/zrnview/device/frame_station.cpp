@@ -29,8 +29,8 @@ void FrameStation::deliver(LiveFrame frame)
 {
     FrameSample sample;
     sample.seconds = frame.seconds;
-    sample.number = frame.frame->number;
-    sample.missing = frame.frame->missing;
+    sample.number = frame.frame.step.number;
+    sample.missing = frame.frame.step.missing;
     sample.rate = m_rate.arrived(frame.seconds);
     sample.waitMilliseconds = frame.waitMilliseconds;
     {

@@ -1,5 +1,9 @@
 #include "zrnview/device/player.h"
 
+#include "client/error.h"
+
+#include <QFile>
+#include <QJsonDocument>
 #include <QVector>
 
 #include <algorithm>
@@ -10,6 +14,11 @@ namespace
 {
 
 constexpr int verifyingStep = 16; ///< frames between two reports
+
+double secondsOf(std::chrono::nanoseconds time)
+{
+    return std::chrono::duration<double>(time).count();
+}
 
 } // namespace
 
@@ -28,28 +37,29 @@ void Player::open(const QString& path)
 {
     pause();
     try {
-        m_reader = std::make_unique<zrnrecording::RecordingReader>(path);
+        m_recording = std::make_unique<zrn::Recording>(QFile::encodeName(path).toStdString());
         RecordingInfo info;
         info.path = path;
-        info.metadata = m_reader->metadata();
-        info.frames = m_reader->frameCount();
-        info.seconds = static_cast<double>(m_reader->durationNanoseconds()) * 1e-9;
-        info.bytes = m_reader->bytes();
-        info.complete = m_reader->isComplete();
-        info.lostBytes = m_reader->lostBytes();
+        info.metadata =
+            QJsonDocument::fromJson(QByteArray::fromStdString(m_recording->metadata())).object();
+        info.frames = m_recording->frameCount();
+        info.seconds = secondsOf(m_recording->duration());
+        info.bytes = m_recording->bytes();
+        info.complete = m_recording->isComplete();
+        info.lostBytes = m_recording->lostBytes();
         emit opened(info);
         seek(0);
-    } catch (const zrnrecording::RecordingError& error) {
+    } catch (const zrn::Error& error) {
         emit failed(QString::fromUtf8(error.what()));
     }
 }
 
 void Player::play()
 {
-    if (!m_reader || m_reader->frameCount() == 0) {
+    if (!m_recording || m_recording->frameCount() == 0) {
         return;
     }
-    if (m_position + 1 >= m_reader->frameCount()) {
+    if (m_position + 1 >= m_recording->frameCount()) {
         show(0);
     }
     m_anchorTime = Clock::now();
@@ -66,10 +76,10 @@ void Player::pause()
 
 void Player::seek(int position)
 {
-    if (!m_reader || m_reader->frameCount() == 0) {
+    if (!m_recording || m_recording->frameCount() == 0) {
         return;
     }
-    show(std::clamp(position, 0, m_reader->frameCount() - 1));
+    show(std::clamp(position, 0, m_recording->frameCount() - 1));
     if (m_playing) {
         play();
     }
@@ -85,15 +95,15 @@ void Player::setSpeed(double factor)
 
 void Player::verify()
 {
-    if (!m_reader) {
+    if (!m_recording) {
         return;
     }
     pause();
     QVector<int> damaged;
-    for (int position = 0; position < m_reader->frameCount(); ++position) {
+    for (int position = 0; position < m_recording->frameCount(); ++position) {
         try {
-            m_reader->frame(position);
-        } catch (const zrnrecording::RecordingError&) {
+            static_cast<void>(m_recording->frame(position));
+        } catch (const zrn::Error&) {
             damaged.append(position);
         }
         if (position % verifyingStep == 0) {
@@ -109,13 +119,13 @@ void Player::show(int position)
     emit positionChanged(position);
     try {
         LiveFrame live;
-        auto frame = std::make_shared<zrnrecording::Frame>(m_reader->frame(position));
-        m_shownNanoseconds = frame->arrivalNanoseconds;
-        live.seconds = static_cast<double>(frame->arrivalNanoseconds) * 1e-9;
-        live.frame = std::move(frame);
+        live.frame = m_recording->frame(position);
+        const std::chrono::nanoseconds arrival = live.frame.arrival.time_since_epoch();
+        m_shownNanoseconds = arrival.count();
+        live.seconds = secondsOf(arrival);
         live.handedOver = Clock::now();
         m_station.deliver(std::move(live));
-    } catch (const zrnrecording::RecordingError& error) {
+    } catch (const zrn::Error& error) {
         emit failed(QString::fromUtf8(error.what()));
     }
 }
@@ -128,15 +138,15 @@ void Player::advance()
 
 void Player::scheduleNext()
 {
-    if (m_position + 1 >= m_reader->frameCount()) {
+    if (m_position + 1 >= m_recording->frameCount()) {
         setPlaying(false);
         return;
     }
     // A frame whose header is damaged is due at once, and reported when it is shown.
     qint64 recorded = 0;
     try {
-        recorded = m_reader->header(m_position + 1).arrivalNanoseconds - m_anchorNanoseconds;
-    } catch (const zrnrecording::RecordingError&) {
+        recorded = m_recording->header(m_position + 1).arrivalNanoseconds - m_anchorNanoseconds;
+    } catch (const zrn::Error&) {
         recorded = m_shownNanoseconds - m_anchorNanoseconds;
     }
     const auto due =

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "recording/recording_reader.h"
+#include "client/recording.h"
 #include "zrnview/device/frame_station.h"
 
+#include <QJsonObject>
 #include <QObject>
 #include <QTimer>
 
@@ -56,7 +57,7 @@ private:
     void setPlaying(bool playing);
 
     FrameStation& m_station;
-    std::unique_ptr<zrnrecording::RecordingReader> m_reader;
+    std::unique_ptr<zrn::Recording> m_recording;
     QTimer m_timer;
     int m_position = -1;
     bool m_playing = false;

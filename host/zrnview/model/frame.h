@@ -1,19 +1,21 @@
 #pragma once
 
-#include "recording/recording_format.h"
+#include "client/frame.h"
+
+#include <QtGlobal>
 
 #include <chrono>
-#include <memory>
 
 namespace zrnview
 {
 
 using Clock = std::chrono::steady_clock;
-using Image = zrnrecording::Image;
+using zrn::Frame;
+using zrn::Image;
 
 /// One frame on its way from a camera or a recording to the screen.
 struct LiveFrame {
-    std::shared_ptr<const zrnrecording::Frame> frame;
+    Frame frame;
     double seconds = 0;           ///< when it arrived, on the source's clock
     Clock::time_point handedOver; ///< when it entered this program
     double waitMilliseconds = 0;  ///< how long the grab waited for it and unpacked it

@@ -8,25 +8,21 @@ namespace zrnview
 namespace
 {
 
-using FramePointer = std::shared_ptr<const zrnrecording::Frame>;
+using Memory = std::shared_ptr<const void>;
 
-void releaseFrame(void* holder)
+void release(void* memory)
 {
-    delete static_cast<FramePointer*>(holder);
+    delete static_cast<Memory*>(memory);
 }
 
 } // namespace
 
-std::span<const unsigned char> pixelsOf(const zrnrecording::Frame& frame, const Image& image)
+QImage imageOf(const Frame& frame, const Image& image)
 {
-    return {reinterpret_cast<const unsigned char*>(image.data.constData()),
-            static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(frame.height)};
-}
-
-QImage imageOf(const FramePointer& frame, const Image& image)
-{
-    return {pixelsOf(*frame, image).data(), frame->width, frame->height,          frame->width,
-            QImage::Format_Grayscale8,      releaseFrame, new FramePointer(frame)};
+    const auto width = static_cast<int>(frame.width);
+    const auto height = static_cast<int>(frame.height);
+    return {image.pixels().data(),   width, height, width, QImage::Format_Grayscale8, release,
+            new Memory(frame.memory)};
 }
 
 QImage absoluteDifference(const QImage& a, const QImage& b, int amplification)
@@ -48,10 +44,9 @@ Display prepare(const LiveFrame& frame, int amplification)
 {
     Display display;
     display.source = frame;
-    for (const Image& image : frame.frame->images) {
+    for (const Image& image : frame.frame.images()) {
         std::optional<Picture>& picture = image.letter == 'A' ? display.a : display.b;
-        picture = {Pyramid(imageOf(frame.frame, image)),
-                   histogramOf(pixelsOf(*frame.frame, image))};
+        picture = {Pyramid(imageOf(frame.frame, image)), histogramOf(image.pixels())};
     }
     if (amplification > 0 && display.a && display.b) {
         const QImage difference =

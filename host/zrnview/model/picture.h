@@ -26,11 +26,8 @@ struct Display {
     const Picture* any() const { return a ? &*a : b ? &*b : nullptr; }
 };
 
-/// The pixels of a recordable frame's image, without the trailer.
-std::span<const unsigned char> pixelsOf(const zrnrecording::Frame& frame, const Image& image);
-
 /// An image of the frame as Qt draws it; shares the frame's bytes and keeps them alive.
-QImage imageOf(const std::shared_ptr<const zrnrecording::Frame>& frame, const Image& image);
+QImage imageOf(const Frame& frame, const Image& image);
 
 /// |a - b| of every pixel, multiplied by @p amplification, at most 255. The images have one size.
 QImage absoluteDifference(const QImage& a, const QImage& b, int amplification);

@@ -2,6 +2,7 @@
 
 #include "zrnview/widgets/theme.h"
 
+#include <QFile>
 #include <QHBoxLayout>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -15,6 +16,11 @@ using namespace std::chrono_literals;
 
 constexpr auto updatePeriod = 250ms;
 constexpr int percentages = 100;
+
+QString fileOf(const CameraDevice& device)
+{
+    return QFile::decodeName(device.recorder()->path().c_str());
+}
 
 } // namespace
 
@@ -65,8 +71,7 @@ RecordStrip::RecordStrip(CameraDevice& device, QWidget* parent)
     hide();
 
     connect(m_close, &QPushButton::clicked, this, &QWidget::hide);
-    connect(m_open, &QPushButton::clicked, this,
-            [this] { emit openRequested(m_device.recorder()->path()); });
+    connect(m_open, &QPushButton::clicked, this, [this] { emit openRequested(fileOf(m_device)); });
     connect(&m_device, &CameraDevice::recordingChanged, this, [this] {
         show();
         m_timer.start();
@@ -90,7 +95,7 @@ void RecordStrip::showRefusal(const QString& why)
 
 void RecordStrip::refresh()
 {
-    const zrnrecording::RecordingProgress progress = m_device.recorder()->progress();
+    const zrn::RecordingProgress progress = m_device.recorder()->progress();
     m_queue->setVisible(!progress.finished);
     m_file->setVisible(progress.finished);
     m_open->setVisible(progress.finished && progress.frames > 0);
@@ -103,7 +108,7 @@ void RecordStrip::refresh()
     }
 }
 
-void RecordStrip::showRunning(const zrnrecording::RecordingProgress& progress)
+void RecordStrip::showRunning(const zrn::RecordingProgress& progress)
 {
     const Colours colours = coloursFor(palette());
     const double left = progress.bytesPerSecond > 0
@@ -118,18 +123,19 @@ void RecordStrip::showRunning(const zrnrecording::RecordingProgress& progress)
             .arg(byteText(static_cast<double>(progress.bytes)), byteText(progress.bytesPerSecond),
                  byteText(static_cast<double>(progress.freeBytes)), durationText(left)));
     m_queue->setValue(static_cast<int>(progress.queuedBytes * percentages /
-                                       std::max<quint64>(progress.queueLimit, 1)));
+                                       std::max<std::uint64_t>(progress.queueLimit, 1)));
 }
 
-void RecordStrip::showFinished(const zrnrecording::RecordingProgress& progress)
+void RecordStrip::showFinished(const zrn::RecordingProgress& progress)
 {
     const Colours colours = coloursFor(palette());
-    m_file->setText(m_device.recorder()->path());
+    m_file->setText(fileOf(m_device));
     const QString outcome =
-        progress.error.isEmpty()
+        progress.error.empty()
             ? tr("<b>Recorded</b>")
             : tr("<font color='%1'><b>The recording ended early: %2.</b></font> Kept:")
-                  .arg(colours.fault.name(), progress.error.toHtmlEscaped());
+                  .arg(colours.fault.name(),
+                       QString::fromStdString(progress.error).toHtmlEscaped());
     m_text->setText(
         tr("%1 %2 frames, %3 missing, %4 in %5")
             .arg(outcome)

@@ -30,8 +30,8 @@ signals:
 
 private:
     void refresh();
-    void showRunning(const zrnrecording::RecordingProgress& progress);
-    void showFinished(const zrnrecording::RecordingProgress& progress);
+    void showRunning(const zrn::RecordingProgress& progress);
+    void showFinished(const zrn::RecordingProgress& progress);
 
     CameraDevice& m_device;
     QLabel* m_text;

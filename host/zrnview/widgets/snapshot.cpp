@@ -1,6 +1,5 @@
 #include "zrnview/widgets/snapshot.h"
 
-#include "checks/images.h"
 #include "common/image_writer.h"
 #include "zrnview/model/picture.h"
 
@@ -25,14 +24,6 @@ zrnhost::ImageTexts textsOf(const QJsonObject& metadata)
     return texts;
 }
 
-/// As the files of images want it.
-zrn::Image imageOf(const Image& image)
-{
-    return {image.letter,
-            {reinterpret_cast<const std::uint8_t*>(image.data.constData()),
-             static_cast<std::size_t>(image.data.size())}};
-}
-
 } // namespace
 
 QString datedName(const QString& name)
@@ -50,25 +41,23 @@ void Snapshots::take(std::shared_ptr<const Display> display, const QString& fold
                      const QString& name, const QJsonObject& metadata)
 {
     QThreadPool::globalInstance()->start([this, display, folder, name, metadata] {
-        const zrnrecording::Frame& frame = *display->source.frame;
+        const Frame& frame = display->source.frame;
         QStringList paths;
-        for (const Image& image : frame.images) {
-            const zrn::Image written = imageOf(image);
+        for (const Image& image : frame.images()) {
             zrnhost::ImageTexts texts = textsOf(metadata);
             texts.emplace_back(QStringLiteral("Image"), QString(QLatin1Char(image.letter)));
-            texts.emplace_back(QStringLiteral("Frame number"), QString::number(frame.number));
+            texts.emplace_back(QStringLiteral("Frame number"), QString::number(frame.step.number));
             texts.emplace_back(
                 QStringLiteral("Trailer"),
-                QStringLiteral("0x%1").arg(written.trailer(), 16, 16, QLatin1Char('0')));
+                QStringLiteral("0x%1").arg(image.trailer(), 16, 16, QLatin1Char('0')));
             texts.emplace_back(QStringLiteral("Creation Time"),
                                QDateTime::currentDateTime().toString(Qt::ISODateWithMs));
             const QString path = QStringLiteral("%1/%2_%3_%4.png")
                                      .arg(folder, name)
-                                     .arg(frame.number)
+                                     .arg(frame.step.number)
                                      .arg(QLatin1Char(image.letter));
             const QString problem =
-                zrnhost::writePng(path, written, static_cast<quint32>(frame.width),
-                                  static_cast<quint32>(frame.height), texts);
+                zrnhost::writePng(path, image, frame.width, frame.height, texts);
             if (!problem.isEmpty()) {
                 emit failed(problem);
                 return;

@@ -1,28 +1,38 @@
-#include "recording/recorder.h"
+#include "client/recorder.h"
 
-#include <QFileInfo>
-
+#include <exception>
+#include <filesystem>
 #include <sys/statvfs.h>
 
-namespace zrnrecording
+namespace zrn
 {
 namespace
 {
 
-qint64 freeBytesAt(const QString& path)
+std::int64_t freeBytesAt(const std::string& path)
 {
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::absolute(path, error).parent_path();
     struct statvfs disk {
     };
-    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
-    if (::statvfs(folder.constData(), &disk) != 0) {
+    if (error || ::statvfs(folder.c_str(), &disk) != 0) {
         return 0;
     }
-    return static_cast<qint64>(disk.f_bavail * disk.f_frsize);
+    return static_cast<std::int64_t>(disk.f_bavail * disk.f_frsize);
+}
+
+std::uint64_t sizeOf(const Frame& frame)
+{
+    std::uint64_t size = 0;
+    for (const Image& image : frame.images()) {
+        size += image.bytes.size();
+    }
+    return size;
 }
 
 } // namespace
 
-Recorder::Recorder(const QString& path, const QJsonObject& metadata, Limits limits)
+Recorder::Recorder(const std::string& path, std::string_view metadata, Limits limits)
     : m_path(path)
     , m_limits(limits)
     , m_file(path, metadata)
@@ -38,19 +48,19 @@ Recorder::~Recorder()
     finish();
 }
 
-bool Recorder::add(std::shared_ptr<const Frame> frame)
+bool Recorder::add(Frame frame)
 {
-    if (!isRecordable(*frame)) {
+    if (!isRecordable(frame)) {
         return false;
     }
-    const quint64 size = sizeOf(*frame);
+    const std::uint64_t size = sizeOf(frame);
     std::unique_lock lock(m_mutex);
     // A frame larger than the whole queue must still get through.
     m_changed.wait(lock, [this, size] {
-        return m_stopping || m_queue.empty() ||
+        return m_isStopping || m_queue.empty() ||
                m_progress.queuedBytes + size <= m_limits.queueBytes;
     });
-    if (m_stopping) {
+    if (m_isStopping) {
         return false;
     }
     m_progress.queuedBytes += size;
@@ -62,7 +72,7 @@ bool Recorder::add(std::shared_ptr<const Frame> frame)
 void Recorder::stop()
 {
     const std::lock_guard lock(m_mutex);
-    m_stopping = true;
+    m_isStopping = true;
     m_changed.notify_all();
 }
 
@@ -89,48 +99,49 @@ RecordingProgress Recorder::progress() const
 void Recorder::run()
 {
     try {
-        while (const std::shared_ptr<const Frame> frame = next()) {
-            const qint64 available = freeBytesAt(m_path);
-            if (available - static_cast<qint64>(sizeOf(*frame)) < m_limits.reservedBytes) {
+        while (const std::optional<Frame> frame = next()) {
+            const std::int64_t available = freeBytesAt(m_path);
+            if (available - static_cast<std::int64_t>(sizeOf(*frame)) < m_limits.reservedBytes) {
                 m_file.close();
-                end(QStringLiteral("the disk is full"));
+                end("the disk is full");
                 return;
             }
             m_file.append(*frame);
             written(*frame);
         }
         m_file.close();
-        end(QString());
-    } catch (const RecordingError& error) {
-        end(QString::fromUtf8(error.what()));
+        end({});
+    } catch (const std::exception& error) {
+        end(error.what());
     }
 }
 
-std::shared_ptr<const Frame> Recorder::next()
+/// The frame to write, which stays in the queue until it is written.
+std::optional<Frame> Recorder::next()
 {
     std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
-    return m_queue.empty() ? nullptr : m_queue.front();
+    m_changed.wait(lock, [this] { return m_isStopping || !m_queue.empty(); });
+    return m_queue.empty() ? std::nullopt : std::optional(m_queue.front());
 }
 
 void Recorder::written(const Frame& frame)
 {
-    const qint64 freeBytes = freeBytesAt(m_path);
+    const std::int64_t freeBytes = freeBytesAt(m_path);
     const std::lock_guard lock(m_mutex);
     m_queue.pop_front();
     m_progress.queuedBytes -= sizeOf(frame);
     m_progress.frames = m_file.frameCount();
     // Numbers that were skipped before the first frame are not the recording's loss.
-    m_progress.missing += m_progress.frames > 1 ? frame.missing : 0;
+    m_progress.missing += m_progress.frames > 1 ? frame.step.missing : 0;
     m_progress.bytes = m_file.bytes();
     m_progress.freeBytes = freeBytes;
     m_changed.notify_all();
 }
 
-void Recorder::end(const QString& error)
+void Recorder::end(const std::string& error)
 {
     const std::lock_guard lock(m_mutex);
-    m_stopping = true;
+    m_isStopping = true;
     m_end = Clock::now();
     m_queue.clear();
     m_progress.queuedBytes = 0;
@@ -140,13 +151,4 @@ void Recorder::end(const QString& error)
     m_changed.notify_all();
 }
 
-quint64 Recorder::sizeOf(const Frame& frame)
-{
-    quint64 size = 0;
-    for (const Image& image : frame.images) {
-        size += static_cast<quint64>(image.data.size());
-    }
-    return size;
-}
-
-} // namespace zrnrecording
+} // namespace zrn

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "client/recording_format.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zrn
+{
+
+/// A recording that is read, any frame in any order. Never reads beyond the file, whatever its
+/// bytes say; a file that is made shorter meanwhile ends the program.
+///
+/// Thread safety: reentrant; const functions from any thread.
+class Recording
+{
+public:
+    /// Opens and finds the frames. @throws Error when the file is no recording.
+    explicit Recording(const std::string& path);
+
+    /// What the writer noted: an object as JSON text.
+    [[nodiscard]] const std::string& metadata() const { return m_metadata; }
+    [[nodiscard]] int frameCount() const { return static_cast<int>(m_offsets.size()); }
+    [[nodiscard]] std::uint64_t bytes() const;
+
+    /// Whether the writer closed the recording. If not, the frames up to the cut are there.
+    [[nodiscard]] bool isComplete() const { return m_isComplete; }
+    /// Bytes behind the last whole frame of a recording that is not complete.
+    [[nodiscard]] std::uint64_t lostBytes() const { return m_lostBytes; }
+
+    /// What is known about a frame without reading its images. @throws Error
+    [[nodiscard]] recording::FrameHeader header(int position) const;
+    /// A frame with its images, checked. Its arrival is the time since that of the first frame.
+    /// @throws Error when it was damaged.
+    [[nodiscard]] Frame frame(int position) const;
+
+    /// From the first frame to the last readable one; 0 with less than two frames.
+    [[nodiscard]] std::chrono::nanoseconds duration() const;
+
+private:
+    class Mapping;
+
+    [[nodiscard]] recording::Block blockAt(std::uint64_t offset) const;
+    bool readIndex(std::uint64_t firstFrame);
+    void findFrames(std::uint64_t firstFrame);
+    /// The header at @p offset if the whole frame is in the file.
+    [[nodiscard]] std::optional<recording::FrameHeader> frameAt(std::uint64_t offset) const;
+    [[noreturn]] void refuse(const char* name, const std::string& why) const;
+
+    const std::string m_path;
+    std::shared_ptr<const Mapping> m_file;
+    std::string m_metadata;
+    std::vector<std::uint64_t> m_offsets;
+    bool m_isComplete = false;
+    std::uint64_t m_lostBytes = 0;
+};
+
+} // namespace zrn
