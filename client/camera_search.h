@@ -16,9 +16,9 @@ namespace zrn
 
 /// Which camera is wanted; with no field set, the first that is free.
 struct CameraChoice {
-    std::string serial; ///< as the driver gives it, as "ZR4711"
-    std::string port;   ///< as "1-2.3"; beside a serial, where it was last
-    int index = -1;     ///< among the cameras on the bus; -1: not given
+    std::string serial{}; ///< as the driver gives it, as "ZR4711"
+    std::string port{};   ///< as "1-2.3"; beside a serial, where it was last
+    int index = -1;       ///< among the cameras on the bus; -1: not given
 };
 
 /// How long to try, and whom to tell.
@@ -26,7 +26,7 @@ struct SearchPatience {
     /// How long other programs may be in the way, who may only be looking for cameras themselves.
     std::chrono::milliseconds longest{3000};
     /// Called once, on the caller's thread, when it takes a second: why the camera cannot be had.
-    std::function<void(const Error&)> onWaiting;
+    std::function<void(const Error&)> onWaiting{};
 };
 
 /// Finds the camera that is wanted among those on the bus, and opens it. No other camera is

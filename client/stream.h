@@ -69,9 +69,9 @@ struct StreamOptions {
     bool keepAlive = false;
     /// Takes the frames in place of the queue. Runs on the stream's thread, which grabs nothing
     /// meanwhile. May stop and destroy the stream; must not throw.
-    std::function<void(const Frame&)> onFrame;
+    std::function<void(const Frame&)> onFrame{};
     /// Takes the events in place of nextEvent(), on the stream's thread likewise.
-    std::function<void(const StreamEvent&)> onEvent;
+    std::function<void(const StreamEvent&)> onEvent{};
 };
 
 /// A running stream: started by the constructor, ended by stop() or the destructor. A thread of its
