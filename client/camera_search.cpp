@@ -119,7 +119,7 @@ std::vector<BusCamera> CameraSearch::candidates(const CameraChoice& choice) cons
         std::ranges::copy_if(cameras, std::back_inserter(result),
                              [](const BusCamera& camera) { return camera.serial.empty(); });
     }
-    std::ranges::stable_partition(result, isAtPort);
+    std::stable_partition(result.begin(), result.end(), isAtPort);
     // A camera that does not answer one of the requests is taken for another one. While some are
     // unknown that is less likely, and asking again would be in the way of others who look.
     if (!isKnown && (result.empty() || isLongSought(choice.serial))) {

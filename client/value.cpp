@@ -15,6 +15,8 @@ template <typename... Alternatives>
 struct Overload : Alternatives... {
     using Alternatives::operator()...;
 };
+template <typename... Alternatives>
+Overload(Alternatives...) -> Overload<Alternatives...>; // which clang 14 does not find by itself
 
 std::optional<Value> parseFlag(std::string_view text)
 {
