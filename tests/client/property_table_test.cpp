@@ -75,3 +75,25 @@ TEST(PropertyTable, DocumentHasTheTable)
     const QString difference = differenceInDocument(QStringLiteral("properties.md"), head, rows);
     EXPECT_TRUE(difference.isEmpty()) << difference.toStdString();
 }
+
+TEST(PropertyTable, DocumentHasTheSharedCarriers)
+{
+    const auto code = [](const char* word) {
+        return QStringLiteral("`%1`").arg(QLatin1String(word));
+    };
+    QList<QStringList> rows;
+    for (const char* gain : {keys::rGain, keys::grGain, keys::gbGain, keys::bGain}) {
+        const std::string_view carrier = findProperty(gain)->carrier;
+        QString direct = QStringLiteral("-");
+        for (const PropertyInfo& property : propertyTable) {
+            if (property.carrier == carrier && property.key != std::string_view(gain)) {
+                direct = code(property.key);
+            }
+        }
+        rows += {QString::fromLatin1(findProperty(gain)->carrier), direct, code(gain)};
+    }
+    const QStringList head{QStringLiteral("UVC control"), QStringLiteral("direct setting"),
+                           QStringLiteral("colour gain")};
+    const QString difference = differenceInDocument(QStringLiteral("properties.md"), head, rows);
+    EXPECT_TRUE(difference.isEmpty()) << difference.toStdString();
+}
