@@ -1,4 +1,5 @@
 #include "checks/contract_checks.h"
+#include "client/property_table.h"
 
 #include <QPluginLoader>
 #include <gmock/gmock.h>
@@ -53,6 +54,17 @@ TEST_F(ContractChecks, NameEachPromiseThatADriverBreaks)
                                      "connection: refuse to connect before another enumeration",
                                      "connection: refuse an empty serial"));
     EXPECT_GT(account.count(CheckStatus::Passed), 80);
+}
+
+TEST(ContractChecksKeys, AreThoseOfTheClientLibrary)
+{
+    // The checks come with the interfaces, which know no library.
+    EXPECT_EQ(ContractSpace::serialKey, QLatin1String(zrn::keys::serial));
+    EXPECT_EQ(ContractSpace::grabTimeoutKey, QLatin1String(zrn::keys::maxGrabWaitTime));
+    EXPECT_EQ(ContractSpace::valueEntry, QLatin1String(zrn::keys::value));
+    for (const zrn::PropertyInfo& property : zrn::propertyTable) {
+        EXPECT_NE(ContractSpace::unknownKey, QLatin1String(property.key));
+    }
 }
 
 TEST_F(ContractChecks, LeaveNoCameraBehind)
