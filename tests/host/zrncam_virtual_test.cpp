@@ -1,11 +1,17 @@
 #include "tool_run.h"
+#include "virtual_camera.h"
 
+#include <QDeadlineTimer>
+#include <QDirIterator>
 #include <QFile>
 #include <QImageReader>
 #include <QJsonArray>
 #include <QTemporaryDir>
 #include <QThread>
 #include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <system_error>
 
 // The tool on the built driver and on virtual cameras, the stock USB libraries in between.
 
@@ -15,6 +21,24 @@ namespace
 ToolResult runVirtually(const QStringList& arguments)
 {
     return ToolRun(arguments).set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH)).finish();
+}
+
+/// The camera of a run that has this folder for its temporary files.
+VirtualCamera cameraOfRunIn(const QString& folder)
+{
+    const QDeadlineTimer end(60000);
+    while (!end.hasExpired()) {
+        QDirIterator sockets(folder, {QStringLiteral("control")}, QDir::System,
+                             QDirIterator::Subdirectories);
+        if (sockets.hasNext()) {
+            try {
+                return VirtualCamera(sockets.next().toStdString());
+            } catch (const std::system_error&) { // nobody listens yet
+            }
+        }
+        QThread::msleep(1);
+    }
+    throw std::runtime_error("no control socket in " + folder.toStdString());
 }
 
 } // namespace
@@ -135,8 +159,9 @@ TEST(ZrncamVirtual, TheDoctorAsksTheCameraForItsPayloadSize)
 TEST(ZrncamVirtual, CtrlCEndsTheStreamInOrder)
 {
     ToolRun run({"--virtual=type1,sizes=320x240", "stream", "--seconds", "3600", "--json"});
-    run.set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH)).start();
-    QThread::sleep(3);
+    const QTemporaryDir folder;
+    run.set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH)).set("TMPDIR", folder.path()).start();
+    EXPECT_TRUE(cameraOfRunIn(folder.path()).waitForCounter("framesSent", 10));
     run.interrupt();
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 130) << result.errors.constData();

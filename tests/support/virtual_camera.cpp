@@ -13,6 +13,13 @@ using nlohmann::json;
 
 VirtualCamera::VirtualCamera(std::size_t index)
     : m_index(index)
+    , m_client(zrnsim::ControlClient::fromEnvironment())
+{
+}
+
+VirtualCamera::VirtualCamera(const std::string& controlSocket)
+    : m_index(0)
+    , m_client(controlSocket)
 {
 }
 

@@ -28,6 +28,8 @@ public:
     using Fields = std::vector<std::pair<std::string, Value>>;
 
     explicit VirtualCamera(std::size_t index = 0);
+    /// The first camera of another process, whose control socket this is.
+    explicit VirtualCamera(const std::string& controlSocket);
 
     /// Carries out a command of the control socket. @throws std::runtime_error when refused
     void tell(const std::string& command, const Fields& fields = {});
@@ -57,5 +59,5 @@ public:
 
 private:
     std::size_t m_index;
-    zrnsim::ControlClient m_client = zrnsim::ControlClient::fromEnvironment();
+    zrnsim::ControlClient m_client;
 };

@@ -461,7 +461,11 @@ private slots:
         QVERIFY(test.waitForImage());
         ImageView& left = test.panel().frames().panes().view(0);
         ImageView& right = test.panel().frames().panes().view(1);
-        QTest::qWait(100); // the first image changes the layout
+        // The pixel's values are shown from now on, beside which the views are smaller.
+        QMouseEvent hover(QEvent::MouseMove, left.rect().center(), Qt::NoButton, Qt::NoButton,
+                          Qt::NoModifier);
+        QApplication::sendEvent(&left, &hover);
+        QCoreApplication::sendPostedEvents();
         const QPointF at = left.rect().center();
         const QPointF pointedAt = left.transform().toImage(at * left.devicePixelRatioF());
         const double fitted = left.transform().scale();
@@ -500,7 +504,6 @@ private slots:
         QVERIFY(test.waitForImage());
         test.panel().device().stopStream();
         QVERIFY(test.waitForState(CameraState::Idle));
-        QTest::qWait(100);
         ImageView& view = test.panel().frames().panes().view(0);
         int hovered = 0;
         connect(&view, &ImageView::hovered, this, [&hovered] { ++hovered; });
