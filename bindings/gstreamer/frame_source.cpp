@@ -74,6 +74,7 @@ void FrameSource::prepare()
     m_groupId = gst_util_group_id_next();
     m_pushed = 0;
     m_isEnding = false;
+    m_mayRest = true;
 }
 
 void FrameSource::play()
@@ -105,6 +106,11 @@ void FrameSource::pause()
 
 void FrameSource::unprepare()
 {
+    {
+        const std::lock_guard lock(m_restMutex);
+        m_mayRest = false;
+        gst_task_stop(m_task);
+    }
     gst_task_join(m_task);
     const std::lock_guard lock(m_settingsMutex);
     m_newest.reset();
@@ -404,7 +410,7 @@ std::uint64_t FrameSource::missingBefore(const zrn::Frame& frame)
 
 void FrameSource::finish(GstFlowReturn flow)
 {
-    gst_task_pause(m_task);
+    rest();
     if (flow == GST_FLOW_FLUSHING) {
         return;
     }
@@ -416,6 +422,15 @@ void FrameSource::finish(GstFlowReturn flow)
         GST_ELEMENT_FLOW_ERROR(m_element, flow);
     }
     sendEnd();
+}
+
+/// Has the task stand still, unless it is being stopped.
+void FrameSource::rest()
+{
+    const std::lock_guard lock(m_restMutex);
+    if (m_mayRest) {
+        gst_task_pause(m_task);
+    }
 }
 
 void FrameSource::sendEnd()

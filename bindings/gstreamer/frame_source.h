@@ -20,11 +20,12 @@ namespace zrngst
 /// The camera behind an element, and the task that pushes its frames to both pads.
 ///
 /// The camera is opened in READY and streams in PLAYING. One thread serves both pads, so that the
-/// two images of a frame leave one after the other with the same time.
+/// two images of a frame leave one after the other with the same time; as behind a tee, a branch
+/// that may block begins with a queue.
 ///
 /// Locks, in this order: that of the task, which is held while a frame is pushed; that of the
-/// stream, which is held while one is waited for; that of the settings. None is held where the
-/// element posts messages or errors but that of the task.
+/// stream, which is held while one is waited for; that of the settings. Messages are posted and
+/// events sent under none but that of the task. The lock over resting is taken alone.
 ///
 /// Thread safety: thread-safe, as long as one thread changes states.
 class FrameSource
@@ -91,6 +92,7 @@ private:
     void negotiate(Side& side);
     std::uint64_t missingBefore(const zrn::Frame& frame);
     void finish(GstFlowReturn flow);
+    void rest();
     void sendEnd();
     [[nodiscard]] GstClockTime runningTime(std::chrono::steady_clock::time_point moment) const;
     [[nodiscard]] std::shared_ptr<zrn::Camera> camera() const;
@@ -112,6 +114,9 @@ private:
 
     std::atomic<bool> m_isEnding = false;
     std::atomic<bool> m_isPlaying = false;
+
+    std::mutex m_restMutex; // guards m_mayRest, and stopping the task
+    bool m_mayRest = false;
 
     std::mutex m_streamMutex; // guards m_stream
     std::unique_ptr<zrn::Stream> m_stream;

@@ -382,7 +382,8 @@ void zrn_src_class_init(ZrnSrcClass* type)
     gst_element_class_set_static_metadata(
         element, "ZRN camera source", "Source/Video/Device",
         "Both images of each frame of a USB camera 0483:5750, with the same time on both pads. "
-        "Either pad may stay unlinked. Goes on when a camera that left is back",
+        "Either pad may stay unlinked; where both are linked, each branch begins with a queue. "
+        "Goes on when a camera that left is back",
         "ZRN camera developers");
     gst_type_mark_as_plugin_api(queuePolicyType(), GstPluginAPIFlags{});
     gst_type_mark_as_plugin_api(bayerType(), GstPluginAPIFlags{});

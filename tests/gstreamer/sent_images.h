@@ -1,0 +1,9 @@
+#pragma once
+
+#include "virtual_camera.h"
+
+#include <gst/gst.h>
+
+/// Whether an image is byte for byte the one that the camera has sent under this frame number.
+/// Says what differs otherwise. @param letter 'A' or 'B'
+bool isSentImage(VirtualCamera& camera, std::uint64_t number, char letter, GstSample* sample);
