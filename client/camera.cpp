@@ -204,6 +204,12 @@ void Camera::discardFrames()
     check((*m_object)->discardFrames(0), "dropping cached frames");
 }
 
+void Camera::close()
+{
+    const std::lock_guard opening(m_openingMutex);
+    (*m_object)->disconnectDevice();
+}
+
 void Camera::reopen()
 {
     const std::lock_guard opening(m_openingMutex);

@@ -100,6 +100,9 @@ public:
     }
     [[nodiscard]] std::uint32_t knownGain() const { return m_gain.load(); }
 
+    /// Gives the camera back, for others, until reopen(). A stream that is kept alive would take it
+    /// again.
+    void close();
     /// Closes the camera and opens it anew, wherever on the bus it is now, by serial and port, and
     /// sets again what was set. Its stream has to be started again. One try. @throws Error
     void reopen();

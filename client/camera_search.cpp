@@ -27,6 +27,12 @@ bool isUsable(const BusCamera& camera)
     return camera.accessible && camera.use != Use::Held;
 }
 
+Error noSuchSerial(const CameraChoice& choice)
+{
+    return {Kind::NoCamera, "NoSuchSerial", "no camera has the serial " + choice.serial,
+            "'zrncam list' shows the serials"};
+}
+
 /// Repeats an attempt until it has a result or time is up. @param failure why it has none
 template <typename Attempt, typename Failure>
 auto persist(const SearchPatience& patience, const Attempt& attempt, const Failure& failure)
@@ -130,8 +136,7 @@ std::vector<BusCamera> CameraSearch::candidates(const CameraChoice& choice) cons
     if (!result.empty()) {
         return result;
     }
-    throw Error(Kind::NoCamera, "NoSuchSerial", "no camera has the serial " + choice.serial,
-                "'zrncam list' shows the serials");
+    throw noSuchSerial(choice);
 }
 
 std::optional<BusCamera> CameraSearch::open(const CameraChoice& choice)
@@ -178,7 +183,15 @@ bool CameraSearch::isLongSought(const std::string& serial) const
 Error CameraSearch::failureOf(const CameraChoice& choice) const
 {
     try {
-        const std::vector<BusCamera> cameras = candidates(choice);
+        std::vector<BusCamera> cameras = candidates(choice);
+        // Nothing is wrong with those that were only opened lest they be the one.
+        std::erase_if(cameras, [&choice](const BusCamera& camera) {
+            return !choice.serial.empty() && !camera.serial.empty() &&
+                   camera.serial != choice.serial;
+        });
+        if (cameras.empty()) {
+            return noSuchSerial(choice);
+        }
         const BusCamera& first = cameras.front();
         const bool isLikely =
             choice.serial.empty() || !first.serial.empty() || first.port == choice.port;
@@ -229,6 +242,11 @@ Error noCameraOnBus()
     std::string remedy = "no device ";
     remedy.append(cameraIds).append(" is on the bus; check cable and supply");
     return {Kind::NoCamera, "NoCameraOnBus", "no camera found", remedy};
+}
+
+bool isAbsence(const Error& error)
+{
+    return error.name() == "NoCameraOnBus" || error.name() == "NoSuchSerial";
 }
 
 std::string nameOf(const BusCamera& camera)

@@ -80,6 +80,9 @@ std::string serialFromUser(const std::string& text);
 /// That there is none.
 Error noCameraOnBus();
 
+/// Whether an error of a search says that the camera is not on the bus, not why it cannot be had.
+bool isAbsence(const Error& error);
+
 /// "the camera ZR4711 at port 1-2".
 std::string nameOf(const BusCamera& camera);
 

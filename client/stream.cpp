@@ -158,7 +158,11 @@ public:
     StreamCounters counters() const
     {
         const std::lock_guard lock(m_mutex);
-        return m_counters;
+        StreamCounters counters = m_counters;
+        const auto quiet = Clock::now() - counters.lastFrame;
+        const bool isSilent = quiet >= m_options.patience && quiet >= 2 * m_camera->knownExposure();
+        counters.silence = isSilent ? quiet : Clock::duration::zero();
+        return counters;
     }
     std::vector<Outage> outages() const
     {
@@ -186,6 +190,7 @@ private:
     void repair();
     bool reconnect();
     void beginOutage(bool isOnline);
+    void setCause(Outage::Cause cause);
     void endOutage();
     void emitEvent(StreamEvent::Kind kind, const std::string& reason = {});
     void pause(std::chrono::milliseconds time);
@@ -204,7 +209,6 @@ private:
     Clock::time_point m_lastReturn;    // of the grab that brought it
     double m_ringFrames = 0;
     int m_sensorCount = 2;
-    std::chrono::milliseconds m_grabTimeout{};
 
     std::mutex m_runMutex; // starting and stopping in the driver; taken before m_mutex
     std::mutex m_joinMutex;
@@ -226,14 +230,9 @@ thread_local const Stream::Core* Stream::Core::ownThread = nullptr;
 void Stream::Core::start()
 {
     // The driver tells the size of its ring while the stream is stopped.
-    const auto read = [this](const char* key, double otherwise) {
-        QVariant value = otherwise;
-        object().readProperty(QLatin1String(key), value);
-        return value.toDouble();
-    };
-    m_ringFrames = read(keys::cacheFrameCount, 16);
-    m_grabTimeout =
-        std::chrono::milliseconds(static_cast<std::int64_t>(read(keys::maxGrabWaitTime, 1000)));
+    QVariant ringFrames = 16;
+    object().readProperty(QLatin1String(keys::cacheFrameCount), ringFrames);
+    m_ringFrames = ringFrames.toDouble();
     m_sensorCount = m_camera->facts().sensorCount;
     check(object()->startStream(0), "starting the stream");
     m_start = Clock::now();
@@ -349,6 +348,7 @@ void Stream::Core::placeLoss(const FrameStep& step, Clock::time_point asked)
     m_counters.repeated += step.repeated ? 1U : 0U;
     m_counters.renumberings += step.restarted ? 1U : 0U;
     m_counters.lastFailure = ErrorCode::Success;
+    m_counters.outage.reset();
     m_counters.lastFrame = Clock::now();
 }
 
@@ -389,11 +389,8 @@ void Stream::Core::noteFailure(ErrorCode code)
 /// Whether a failed grab means more than one frame that is damaged or late.
 bool Stream::Core::isOutage(ErrorCode code) const
 {
-    if (code != ErrorCode::GrabTimeout && !isSplitFailure(code)) {
-        return true;
-    }
-    const auto silence = Clock::now() - counters().lastFrame;
-    return silence >= m_grabTimeout && silence >= 2 * m_camera->knownExposure();
+    const bool isLateOrDamaged = code == ErrorCode::GrabTimeout || isSplitFailure(code);
+    return !isLateOrDamaged || counters().silence > 0s;
 }
 
 /// Takes the next step towards a frame.
@@ -403,7 +400,7 @@ void Stream::Core::repair()
     if (!m_outage) {
         beginOutage(isOnline);
     } else if (!isOnline) {
-        m_outage->cause = Outage::Cause::Gone;
+        setCause(Outage::Cause::Gone);
     }
     if (isOnline && m_vainRestarts < enoughRestarts) {
         ++m_vainRestarts;
@@ -430,8 +427,7 @@ bool Stream::Core::reconnect()
     try {
         m_camera->reopen();
     } catch (const Error& error) {
-        const bool isAway = error.name() == "NoCameraOnBus" || error.name() == "NoSuchSerial";
-        if (!isAway) {
+        if (!isAbsence(error)) {
             emitEvent(StreamEvent::Kind::Refused, error.what());
         }
         return false;
@@ -443,10 +439,17 @@ void Stream::Core::beginOutage(bool isOnline)
 {
     m_outage = Outage{};
     m_outage->begin = m_lastFrame.value_or(0.0);
-    m_outage->cause = isOnline ? Outage::Cause::Silent : Outage::Cause::Gone;
+    setCause(isOnline ? Outage::Cause::Silent : Outage::Cause::Gone);
     m_vainRestarts = 0;
     m_refusal.clear();
     emitEvent(StreamEvent::Kind::Lost);
+}
+
+void Stream::Core::setCause(Outage::Cause cause)
+{
+    m_outage->cause = cause;
+    const std::lock_guard lock(m_mutex);
+    m_counters.outage = cause;
 }
 
 void Stream::Core::endOutage()

@@ -44,6 +44,10 @@ struct StreamCounters {
     ErrorCode lastFailure = ErrorCode::Success; ///< of a grab since the last frame
     /// When the last frame came, or when the stream was started.
     std::chrono::steady_clock::time_point lastFrame;
+    /// Time since then, once it is longer than the stream's patience and twice the exposure.
+    std::chrono::nanoseconds silence{};
+    /// Why no frames come, as long as a stream that is kept alive has none.
+    std::optional<Outage::Cause> outage;
 
     /// Frame numbers skipped.
     [[nodiscard]] std::uint64_t missing() const { return lost.camera + lost.ring; }
@@ -67,6 +71,8 @@ struct StreamOptions {
     std::size_t capacity = 16; ///< frames that the queue holds with All and Block, at least 1
     /// Restart the stream, or open its camera anew, when no frame comes.
     bool keepAlive = false;
+    /// Without a frame for this long, or twice the exposure if that is longer, it is silent.
+    std::chrono::milliseconds patience{1000};
     /// Takes the frames in place of the queue. Runs on the stream's thread, which grabs nothing
     /// meanwhile. May stop and destroy the stream; must not throw.
     std::function<void(const Frame&)> onFrame{};
@@ -78,10 +84,10 @@ struct StreamOptions {
 /// own grabs every frame that the driver hands out, and no other grabs from this camera.
 ///
 /// An outage begins when a grab finds nothing for as long as the driver waits (the property
-/// MaxGrabWaitTime), twice the exposure being allowed for. A stream that is kept alive then asks
-/// the camera whether it is there: one that answers gets its stream restarted, twice; one that does
-/// not, or stays silent, is opened anew, by serial and port, over and over. What was set on the
-/// camera is set again.
+/// MaxGrabWaitTime), and the stream is silent. One that is kept alive then asks the camera whether
+/// it is there: one that answers gets its stream restarted, twice; one that does not, or stays
+/// silent, is opened anew, by serial and port, over and over. What was set on the camera is set
+/// again.
 ///
 /// Destroying is safe in every state, also while it repairs and from its own callbacks: it waits
 /// for the call to the driver that runs, and for a callback that runs on the stream's thread,

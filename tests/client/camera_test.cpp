@@ -129,6 +129,33 @@ TEST_F(CameraTest, SettingsSurviveAReturn)
     EXPECT_EQ(first->sharpness, 400);
 }
 
+TEST_F(CameraTest, IsForOthersWhileItIsClosed)
+{
+    const auto camera = open();
+    camera->setExposure(2500us);
+    camera->close();
+    EXPECT_FALSE(first->isOpen);
+    EXPECT_FALSE(camera->status().isOnline);
+    first->heldElsewhere = true;
+    try {
+        camera->reopen();
+        FAIL() << "another program has it";
+    } catch (const Error& error) {
+        EXPECT_FALSE(isAbsence(error)) << error.what();
+    }
+    first->unplug();
+    try {
+        camera->reopen();
+        FAIL() << "it is not on the bus";
+    } catch (const Error& error) {
+        EXPECT_TRUE(isAbsence(error)) << error.what();
+    }
+    first->heldElsewhere = false;
+    first->replug();
+    camera->reopen();
+    EXPECT_EQ(camera->exposure(), 2500us);
+}
+
 TEST_F(CameraTest, AResetForgetsWhatWasSet)
 {
     const auto camera = open();

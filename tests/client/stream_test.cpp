@@ -50,6 +50,7 @@ protected:
     {
         StreamOptions options;
         options.keepAlive = true;
+        options.patience = 10ms;
         return options;
     }
 
@@ -352,8 +353,9 @@ TEST_F(StreamTest, SaysWhoHasTakenTheCamera)
 
 TEST_F(StreamTest, ADamagedFrameIsNoOutage)
 {
-    setGrabTimeout(60000);
-    Stream stream(camera, keptAlive());
+    StreamOptions options = keptAlive();
+    options.patience = 60s;
+    Stream stream(camera, std::move(options));
     ASSERT_TRUE(stream.next(patience));
     device->grabAnswer = ErrorCode::SplitFailed;
     ASSERT_TRUE(waitFor([&] { return stream.counters().unusable > 0; }));
@@ -373,6 +375,30 @@ TEST_F(StreamTest, ALongExposureIsNoOutage)
     ASSERT_TRUE(waitFor([&] { return stream.counters().timeouts >= 5; }));
     EXPECT_FALSE(stream.nextEvent());
     EXPECT_EQ(nextEvent(stream).kind, StreamEvent::Kind::Lost);
+}
+
+TEST_F(StreamTest, ASilenceIsAnOutageOnceItOutlastsThePatience)
+{
+    setGrabTimeout(20);
+    StreamOptions options = keptAlive();
+    options.patience = 500ms;
+    Stream stream(camera, std::move(options));
+    ASSERT_TRUE(stream.next(patience));
+    EXPECT_EQ(stream.counters().silence, 0ns);
+    device->silent = true;
+    ASSERT_TRUE(waitFor([&] { return stream.counters().timeouts >= 5; }));
+    EXPECT_FALSE(stream.nextEvent());
+    EXPECT_FALSE(stream.counters().outage);
+    EXPECT_EQ(nextEvent(stream).kind, StreamEvent::Kind::Lost);
+    EXPECT_EQ(stream.counters().outage, Outage::Cause::Silent);
+    EXPECT_GE(stream.counters().silence, 500ms);
+    device->unplug();
+    ASSERT_TRUE(waitFor([&] { return stream.counters().outage == Outage::Cause::Gone; }));
+    device->silent = false;
+    device->replug();
+    EXPECT_EQ(nextEvent(stream).kind, StreamEvent::Kind::Back);
+    EXPECT_FALSE(stream.counters().outage);
+    EXPECT_EQ(stream.counters().silence, 0ns);
 }
 
 TEST_F(StreamTest, AnUnfinishedOutageIsInTheAccount)

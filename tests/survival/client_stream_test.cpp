@@ -92,6 +92,7 @@ zrn::StreamOptions keptAlive()
     zrn::StreamOptions options;
     options.policy = QueuePolicy::Newest;
     options.keepAlive = true;
+    options.patience = 50ms;
     return options;
 }
 

@@ -67,6 +67,9 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
     zrn::StreamOptions streamOptions;
     streamOptions.policy = zrn::QueuePolicy::Block;
     streamOptions.keepAlive = options.keepAlive;
+    if (options.capture.waitMilliseconds) {
+        streamOptions.patience = std::chrono::milliseconds(*options.capture.waitMilliseconds);
+    }
     zrn::Stream stream(camera, std::move(streamOptions));
     const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
     const auto start = StreamAccount::Clock::now();

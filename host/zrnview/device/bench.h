@@ -18,8 +18,8 @@ struct BenchTimes {
     std::chrono::milliseconds patience = std::chrono::seconds(3);
 };
 
-/// The driver and the cameras of this program, as the window sees them: takes cameras when it is
-/// asked to, and takes lost ones again by itself when they come back.
+/// The driver and the cameras of this program, as the window sees them: takes new cameras when it
+/// is asked to. Those that are known find their cameras again by themselves.
 ///
 /// Each camera is opened and closed by itself. What this program does not use stays closed, for
 /// other programs; what those use is left to them.
@@ -45,11 +45,6 @@ public:
     /// Takes the camera at a port, if it is free or becomes free in some seconds. deviceAdded()
     /// follows for a new one.
     void take(const QString& port);
-    /// Takes a known camera again that was given back.
-    void take(CameraDevice& device);
-    /// Closes a camera, for other programs. It stays known.
-    void giveBack(CameraDevice& device);
-
     State state() const { return m_state; }
     /// Name and version of the driver, or why it could not be loaded.
     const QString& description() const { return m_description; }
@@ -76,27 +71,22 @@ private:
     void open(const BusView::Entry& entry);
     bool isAskedFor(const QString& port) const;
     void forgetOldRequests();
-    void takeOver(const QString& place, const ConnectedCameraPointer& connected);
-    void noteHealth(CameraDevice& device);
+    void noteOpened(const zrn::BusCamera& camera);
     bool isWanted(const BusView::Entry& entry) const;
-    bool isAnyMissing() const;
-    bool isDoubtful(const BusView::Entry& entry) const;
-    CameraDevice* deviceAt(const QString& place) const;
     CameraDevice* deviceWith(const QString& serial) const;
-    CameraDevice& addDevice(const QString& serial, bool isAskedFor);
     void setState(State state);
 
     QThread m_thread;
     DriverHost* m_host; // lives in m_thread, deleted when it ends
     State m_state = State::Loading;
+    std::shared_ptr<zrn::Driver> m_driver; // once it is loaded
     QString m_description;
     std::vector<CameraDevice*> m_devices; // children of this object
     BusView m_bus;
     int m_initialCameras = std::numeric_limits<int>::max(); // still to be taken
     std::map<QString, Clock::time_point> m_askedFor;        // ports, until when
-    std::map<QString, Clock::time_point> m_checks; // places whose known serial was read again
-    std::set<QString> m_opening;                   // places
-    std::set<QString> m_refused;                   // places, until the next try
+    bool m_isOpening = false;
+    std::set<QString> m_refused; // places, until the next try
     BenchTimes m_times;
     QTimer m_retryTimer;
 };

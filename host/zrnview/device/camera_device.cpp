@@ -2,8 +2,6 @@
 
 #include <QDateTime>
 
-#include <array>
-
 namespace zrnview
 {
 namespace
@@ -11,34 +9,20 @@ namespace
 
 constexpr qint64 stuckMilliseconds = 4000;
 
-/// The order in which chosen settings are written again: colour gains rewrite all carriers with
-/// bytes, so that the settings that share a carrier with them, and may be wider, come later.
-constexpr std::array restoreOrder = {
-    Setting::TriggerOrder, Setting::CacheFrames, Setting::GrabTimeout, Setting::ExposureCheck,
-    Setting::GainCheck,    Setting::RGain,       Setting::GrGain,      Setting::GbGain,
-    Setting::BGain,        Setting::Gamma,       Setting::Sharpness,   Setting::Hue,
-    Setting::Exposure,     Setting::Gain,
-};
-
 } // namespace
 
-CameraDevice::CameraDevice(const QString& serial, QObject* parent)
+CameraDevice::CameraDevice(const std::shared_ptr<zrn::Driver>& driver, const zrn::BusCamera& camera,
+                           QObject* parent)
     : QObject(parent)
-    , m_serial(serial)
+    , m_serial(QString::fromStdString(camera.serial))
     , m_worker(new CameraWorker(m_station))
 {
-    m_thread.setObjectName(serial);
+    m_thread.setObjectName(m_serial);
     m_worker->moveToThread(&m_thread);
     connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater);
-    connect(m_worker, &CameraWorker::adopted, this, &CameraDevice::noteFacts);
+    connect(m_worker, &CameraWorker::connected, this, &CameraDevice::noteFacts);
     connect(m_worker, &CameraWorker::healthChanged, this, &CameraDevice::noteHealth);
     connect(m_worker, &CameraWorker::settingsRead, this, &CameraDevice::noteReadings);
-    connect(m_worker, &CameraWorker::released, this, [this] {
-        m_expectsSigns = false;
-        m_isReleasing = false;
-        m_place.clear();
-        emit released();
-    });
     connect(m_worker, &CameraWorker::propertiesRead, this, &CameraDevice::propertiesRead);
     connect(m_worker, &CameraWorker::answered, this, &CameraDevice::answered);
     connect(m_worker, &CameraWorker::recordingRefused, this, &CameraDevice::recordingRefused);
@@ -50,6 +34,8 @@ CameraDevice::CameraDevice(const QString& serial, QObject* parent)
             });
     m_lastSign.start();
     m_thread.start();
+    QMetaObject::invokeMethod(m_worker,
+                              [this, driver, camera] { m_worker->connectTo(driver, camera); });
 }
 
 CameraDevice::~CameraDevice()
@@ -100,33 +86,26 @@ QJsonObject CameraDevice::metadata() const
             {QStringLiteral("settings"), values}};
 }
 
-void CameraDevice::adopt(const ConnectedCameraPointer& connected, const QString& place)
+void CameraDevice::take()
 {
-    m_place = place;
-    CameraHealth connecting;
-    connecting.state = CameraState::Connecting;
-    noteHealth(connecting);
-    QMetaObject::invokeMethod(m_worker, [this, connected] { m_worker->adopt(connected); });
+    if (m_health.state == CameraState::Absent) {
+        noteHealth(CameraHealth());
+    }
+    QMetaObject::invokeMethod(m_worker, &CameraWorker::take);
 }
 
-void CameraDevice::release()
+void CameraDevice::giveBack()
 {
-    if (m_isReleasing) {
-        return;
-    }
-    m_isReleasing = true;
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::release);
+    QMetaObject::invokeMethod(m_worker, &CameraWorker::giveBack);
 }
 
 void CameraDevice::startStream()
 {
-    m_wantsStream = true;
     QMetaObject::invokeMethod(m_worker, &CameraWorker::startStream);
 }
 
 void CameraDevice::stopStream()
 {
-    m_wantsStream = false;
     QMetaObject::invokeMethod(m_worker, &CameraWorker::stopStream);
 }
 
@@ -137,7 +116,6 @@ void CameraDevice::set(Setting setting, qint64 value)
 
 void CameraDevice::resetCamera()
 {
-    m_chosen.clear();
     QMetaObject::invokeMethod(m_worker, &CameraWorker::resetCamera);
 }
 
@@ -182,20 +160,13 @@ void CameraDevice::noteFacts(const CameraFacts& facts)
     m_facts = facts;
     m_expectsSigns = true;
     emit factsChanged();
-    restoreSettings();
-    if (m_wantsStream) {
-        startStream();
-    }
 }
 
 void CameraDevice::noteHealth(const CameraHealth& health)
 {
     m_lastSign.start();
-    const bool isClosedAfterLoss =
-        m_isWanted && m_health.state == CameraState::Lost && health.state == CameraState::Absent;
-    if (!isClosedAfterLoss) {
-        m_health = health;
-    }
+    m_expectsSigns = m_expectsSigns && health.state != CameraState::Absent;
+    m_health = health;
     emit healthChanged();
 }
 
@@ -204,26 +175,8 @@ void CameraDevice::noteReadings(const SettingReadings& readings)
     m_lastSign.start();
     for (const SettingReading& reading : readings) {
         m_readings[reading.setting] = reading;
-        if (reading.written && reading.writeCode == ErrorCode::Success) {
-            m_chosen[reading.setting] = reading.wanted;
-            for (const Setting overwritten : effectsOf(reading.setting).changed) {
-                m_chosen.erase(overwritten);
-            }
-        }
     }
     emit settingsRead(readings);
-}
-
-void CameraDevice::restoreSettings()
-{
-    QMetaObject::invokeMethod(m_worker, [this, chosen = m_chosen] {
-        for (const Setting setting : restoreOrder) {
-            const auto found = chosen.find(setting);
-            if (found != chosen.end()) {
-                m_worker->write(setting, found->second);
-            }
-        }
-    });
 }
 
 } // namespace zrnview

@@ -9,7 +9,7 @@ namespace zrnview
 {
 
 /// One camera as the window sees it: asks without waiting, and knows the last answers. Stays while
-/// its camera is unplugged, and takes it over again when it is found.
+/// its camera is unplugged or given back.
 ///
 /// Thread safety: thread-bound to the GUI thread; device calls are made by threads of its own.
 class CameraDevice : public QObject
@@ -17,7 +17,9 @@ class CameraDevice : public QObject
     Q_OBJECT
 
 public:
-    explicit CameraDevice(const QString& serial, QObject* parent = nullptr);
+    /// @param camera that was opened, and is to be connected
+    CameraDevice(const std::shared_ptr<zrn::Driver>& driver, const zrn::BusCamera& camera,
+                 QObject* parent = nullptr);
     ~CameraDevice() override;
 
     const QString& serial() const { return m_serial; }
@@ -32,24 +34,17 @@ public:
     /// Whether the camera answers and can be asked for something.
     bool isConnected() const;
     bool isStreaming() const;
-    /// Where on the bus the camera is open, as "001/002"; empty while it is not.
-    const QString& place() const { return m_place; }
-    /// Whether the user wants to have the camera.
-    void setWanted(bool isWanted) { m_isWanted = isWanted; }
-    /// Whether it is wanted and not there.
-    bool isSought() const { return m_isWanted && m_place.isEmpty(); }
-    /// Whether the stream is to run again after the camera was found again.
-    bool wantsStream() const { return m_wantsStream; }
+    /// Whether the camera is neither here nor on its way.
+    bool isAway() const { return !isConnected() && m_health.state != CameraState::Connecting; }
     /// Whether the camera's thread has been waiting for a device call for unusually long.
     bool isStuck() const;
     /// What a file made from this camera should tell about it.
     QJsonObject metadata() const;
 
-    /// Takes the camera over. @param place where it is on the bus
-    void adopt(const ConnectedCameraPointer& connected, const QString& place);
-    /// Closes the camera; released() follows. One that was lost is shown as lost until it is taken
-    /// over again.
-    void release();
+    /// Takes the camera again that was given back.
+    void take();
+    /// Stops and closes the camera, for other programs.
+    void giveBack();
     void startStream();
     void stopStream();
     void set(Setting setting, qint64 value);
@@ -64,7 +59,6 @@ public:
     bool shutDown(int milliseconds);
 
 signals:
-    void released();
     void factsChanged();
     void healthChanged();
     void settingsRead(const zrnview::SettingReadings& readings);
@@ -78,7 +72,6 @@ private:
     void noteFacts(const CameraFacts& facts);
     void noteHealth(const CameraHealth& health);
     void noteReadings(const SettingReadings& readings);
-    void restoreSettings();
 
     const QString m_serial;
     FrameStation m_station;
@@ -87,14 +80,9 @@ private:
     CameraFacts m_facts;
     CameraHealth m_health;
     std::map<Setting, SettingReading> m_readings;
-    std::map<Setting, qint64> m_chosen; // by the operator, accepted by the camera
     std::shared_ptr<zrn::Recorder> m_recorder;
     QElapsedTimer m_lastSign;
-    QString m_place;
-    bool m_isReleasing = false;
-    bool m_isWanted = false;
     bool m_expectsSigns = false; // the camera's thread reports several times a second
-    bool m_wantsStream = false;
 };
 
 } // namespace zrnview

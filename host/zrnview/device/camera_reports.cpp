@@ -5,7 +5,6 @@ namespace zrnview
 
 void registerReportTypes()
 {
-    qRegisterMetaType<ConnectedCameraPointer>();
     qRegisterMetaType<CameraFacts>();
     qRegisterMetaType<SettingReadings>();
     qRegisterMetaType<PropertyReadings>();

@@ -16,8 +16,6 @@ using CameraSpace::TriggerMode;
 
 constexpr auto watchPeriod = 250ms;
 constexpr auto propertyPeriod = 1s;
-/// Without a frame for this long, or twice the exposure if that is longer, a stream is silent.
-constexpr double patienceSeconds = 1.5;
 /// Unanswered probes in a row, while frames arrive, that make a camera deaf. The first may be that
 /// of a camera which was just unplugged and whose last frames came after the probe before.
 constexpr int deafProbes = 2;
@@ -40,7 +38,7 @@ CameraWorker::CameraWorker(FrameStation& station)
     m_propertyTimer.setInterval(propertyPeriod);
     connect(&m_watchTimer, &QTimer::timeout, this, &CameraWorker::watch);
     connect(&m_propertyTimer, &QTimer::timeout, this, [this] {
-        if (m_camera) {
+        if (isConnected()) {
             emit propertiesRead(readAllProperties(*m_camera));
         }
     });
@@ -48,7 +46,12 @@ CameraWorker::CameraWorker(FrameStation& station)
 
 CameraWorker::~CameraWorker()
 {
-    release();
+    giveBack();
+}
+
+bool CameraWorker::isConnected() const
+{
+    return m_watchTimer.isActive() && m_health.state != CameraState::Lost;
 }
 
 void CameraWorker::request(Setting setting, qint64 value)
@@ -61,62 +64,131 @@ void CameraWorker::request(Setting setting, qint64 value)
     }
 }
 
-void CameraWorker::adopt(const ConnectedCameraPointer& connected)
+void CameraWorker::connectTo(const std::shared_ptr<zrn::Driver>& driver,
+                             const zrn::BusCamera& camera)
 {
-    m_camera = std::move(connected->camera);
-    m_port = connected->port;
+    m_driver = driver;
+    m_choice = {camera.serial, camera.port, -1};
+    open([&] { m_camera = zrn::Camera::connect(driver, camera); });
+}
+
+void CameraWorker::take()
+{
+    if (!m_watchTimer.isActive()) {
+        find();
+    }
+}
+
+void CameraWorker::giveBack()
+{
+    m_watchTimer.stop();
+    stopStream();
+    if (m_camera) {
+        m_camera->close();
+    }
     m_health = CameraHealth();
-    m_health.code = connected->code;
-    if (!m_camera) {
-        m_health.state = CameraState::Unusable;
+    m_health.state = CameraState::Absent;
+    emit healthChanged(m_health);
+}
+
+/// Looks for the camera, once.
+void CameraWorker::find()
+{
+    open([this] {
+        if (m_camera) {
+            m_camera->reopen();
+        } else {
+            m_camera = zrn::Camera::open(m_driver, m_choice, {0ms, {}});
+        }
+    });
+}
+
+/// Tells how it went to get the camera; from then on it is watched, or looked for.
+void CameraWorker::open(const std::function<void()>& operation)
+{
+    std::optional<zrn::Error> failure;
+    try {
+        operation();
+    } catch (const zrn::Error& error) {
+        failure = error;
+    }
+    if (m_camera) {
+        m_watchTimer.start();
+    }
+    m_health = CameraHealth();
+    if (failure) {
+        m_health.state = m_camera ? CameraState::Lost : CameraState::Unusable;
+        m_health.code = failure->code();
+        m_health.refusal =
+            zrn::isAbsence(*failure) ? QString() : QString::fromUtf8(failure->what());
         emit healthChanged(m_health);
         return;
     }
-    m_facts = readFacts(*m_camera);
-    emit adopted(m_facts);
-    emit settingsRead(readAllSettings(*m_camera));
-    m_watchTimer.start();
+    welcome();
+    if (m_wantsStream) {
+        startStream();
+    }
     watch();
 }
 
-void CameraWorker::release()
+/// Tells what a camera is that is there, or there again.
+void CameraWorker::welcome()
 {
-    m_watchTimer.stop();
-    if (m_camera) {
-        stopStream();
-        m_camera.reset();
+    emit connected(readFacts(*m_camera));
+    emit settingsRead(readAllSettings(*m_camera));
+}
+
+void CameraWorker::note(const zrn::StreamEvent& event)
+{
+    using Kind = zrn::StreamEvent::Kind;
+    m_health.refusal = QString::fromStdString(event.reason);
+    if (event.kind == Kind::Back && m_stream) {
+        welcome();
+        watch();
+    } else if (event.kind == Kind::Restarted) {
+        emit answered(tr("restarting the silent stream"), ErrorCode::Success);
     }
-    m_health = CameraHealth();
-    emit healthChanged(m_health);
-    emit released();
+}
+
+/// Does what is done at once, and tells how it went.
+void CameraWorker::carryOut(const QString& name, const std::function<void()>& operation)
+{
+    if (isConnected()) {
+        emit answered(name, codeOf(operation));
+    }
 }
 
 void CameraWorker::startStream()
 {
-    if (!m_camera || m_stream) {
+    m_wantsStream = true;
+    if (m_stream || !m_camera || m_health.state == CameraState::Lost ||
+        m_health.state == CameraState::Absent) {
         return;
     }
-    try {
+    m_health.counters = {};
+    const ErrorCode code = codeOf([this] {
         zrn::StreamOptions options;
+        options.keepAlive = true;
         options.onFrame = [this](const zrn::Frame& frame) { accept(frame); };
+        options.onEvent = [this](const zrn::StreamEvent& event) {
+            QMetaObject::invokeMethod(this, [this, event] { note(event); });
+        };
         m_stream = std::make_unique<zrn::Stream>(m_camera, std::move(options));
-    } catch (const zrn::Error& error) {
-        emit answered(tr("starting the stream"), error.code());
-        return;
-    }
-    emit answered(tr("starting the stream"), ErrorCode::Success);
-    m_framesAtLastWatch = 0;
+    });
+    emit answered(tr("starting the stream"), code);
     emit settingsRead({readSetting(*m_camera, Setting::CacheFrames)});
     watch();
 }
 
 void CameraWorker::stopStream()
 {
+    m_wantsStream = false;
     if (!m_stream) {
         return;
     }
-    endRecording();
+    stopRecording();
     m_stream.reset();
+    m_health.counters.outage.reset();
     emit answered(tr("stopping the stream"), ErrorCode::Success);
     emit settingsRead({readSetting(*m_camera, Setting::CacheFrames)});
     watch();
@@ -124,31 +196,26 @@ void CameraWorker::stopStream()
 
 void CameraWorker::resetCamera()
 {
-    if (!m_camera) {
-        return;
+    carryOut(tr("resetting the camera"), [this] { m_camera->run(zrn::keys::clearState); });
+    if (isConnected()) {
+        emit settingsRead(readAllSettings(*m_camera));
     }
-    emit answered(tr("resetting the camera"), resetState(*m_camera));
-    emit settingsRead(readAllSettings(*m_camera));
 }
 
 void CameraWorker::discardFrames()
 {
-    if (m_camera) {
-        emit answered(tr("discarding cached frames"), discardCached(*m_camera));
-    }
+    carryOut(tr("discarding cached frames"), [this] { m_camera->discardFrames(); });
 }
 
 void CameraWorker::writeProperty(const QByteArray& key, const zrn::Value& value)
 {
-    if (!m_camera) {
-        return;
+    carryOut(tr("writing %1 to %2")
+                 .arg(QString::fromStdString(zrn::toText(value)), QString::fromLatin1(key)),
+             [&] { m_camera->setProperty(key.constData(), value); });
+    if (isConnected()) {
+        emit settingsRead(readAllSettings(*m_camera));
+        emit propertiesRead(readAllProperties(*m_camera));
     }
-    const ErrorCode code = zrnview::writeProperty(*m_camera, key.constData(), value);
-    emit answered(tr("writing %1 to %2")
-                      .arg(QString::fromStdString(zrn::toText(value)), QString::fromLatin1(key)),
-                  code);
-    emit settingsRead(readAllSettings(*m_camera));
-    emit propertiesRead(readAllProperties(*m_camera));
 }
 
 void CameraWorker::watchProperties(bool wanted)
@@ -158,7 +225,7 @@ void CameraWorker::watchProperties(bool wanted)
         return;
     }
     m_propertyTimer.start();
-    if (m_camera) {
+    if (isConnected()) {
         emit propertiesRead(readAllProperties(*m_camera));
     }
 }
@@ -169,7 +236,7 @@ void CameraWorker::startRecording(const QString& path, const QJsonObject& metada
         emit recordingRefused(tr("start the stream first"));
         return;
     }
-    endRecording();
+    stopRecording();
     try {
         m_recorder = std::make_shared<zrn::Recorder>(
             QFile::encodeName(path).toStdString(),
@@ -188,11 +255,6 @@ void CameraWorker::startRecording(const QString& path, const QJsonObject& metada
 
 void CameraWorker::stopRecording()
 {
-    endRecording();
-}
-
-void CameraWorker::endRecording()
-{
     if (!m_recorder) {
         return;
     }
@@ -210,53 +272,42 @@ void CameraWorker::carryOutRequests()
         requests.swap(m_requests);
     }
     for (const auto& [setting, value] : requests) {
-        write(setting, value);
+        if (isConnected()) {
+            emit settingsRead(writeAndReadBack(*m_camera, setting, value));
+        }
     }
-}
-
-void CameraWorker::write(Setting setting, qint64 value)
-{
-    if (!m_camera) {
-        return;
-    }
-    emit settingsRead(writeAndReadBack(*m_camera, setting, value));
 }
 
 void CameraWorker::watch()
 {
-    if (!m_camera) {
+    if (!m_watchTimer.isActive()) {
+        return; // given back
+    }
+    if (m_health.state == CameraState::Lost && !m_stream) {
+        find();
         return;
     }
-    const bool answers = probe();
-    m_unansweredProbes = answers ? 0 : m_unansweredProbes + 1;
+    const zrn::CameraStatus status = m_camera->status();
+    m_unansweredProbes = status.isOnline ? 0 : m_unansweredProbes + 1;
+    const CameraState before = m_health.state;
+    const quint64 framesBefore = m_health.counters.frames;
     if (m_stream) {
         m_health.counters = m_stream->counters();
     }
-    const CameraState before = m_health.state;
-    m_health.state = stateNow(answers);
+    m_health.driverRate = status.frameRate;
+    m_health.state = stateNow(status.isOnline, framesBefore);
     m_health.answersControls =
         m_health.state != CameraState::Lost && m_unansweredProbes < deafProbes;
     m_health.code = m_health.counters.lastFailure;
-    m_framesAtLastWatch = m_health.counters.frames;
-    const std::chrono::duration<double> quiet = Clock::now() - m_health.counters.lastFrame;
-    m_health.silentSeconds = m_health.state == CameraState::Silent ? quiet.count() : 0;
-    if (m_health.state == CameraState::Lost) {
-        endRecording();
-    } else if (m_recorder && m_recorder->progress().finished) {
-        endRecording();
+    if (m_health.state == CameraState::Lost || (m_recorder && m_recorder->progress().finished)) {
+        stopRecording();
     }
     if (m_health.state == CameraState::Silent && before != CameraState::Silent) {
-        emit silenceExplained(silenceFindings(m_health, m_port, zrn::Bus().camerasAndHolders(),
+        emit silenceExplained(silenceFindings(m_health, QString::fromStdString(m_camera->port()),
+                                              m_driver->bus().camerasAndHolders(),
                                               usbfsMegabytes(QString())));
     }
     emit healthChanged(m_health);
-}
-
-bool CameraWorker::probe()
-{
-    const zrn::CameraStatus status = m_camera->status();
-    m_health.driverRate = status.frameRate;
-    return status.isOnline;
 }
 
 void CameraWorker::accept(const zrn::Frame& frame)
@@ -281,21 +332,20 @@ void CameraWorker::setSink(std::shared_ptr<zrn::Recorder> recorder)
     m_sink = std::move(recorder);
 }
 
-CameraState CameraWorker::stateNow(bool answers) const
+CameraState CameraWorker::stateNow(bool answers, quint64 framesBefore) const
 {
-    // A camera whose frames still arrive is there, even if a control request went wrong.
     const zrn::StreamCounters& counters = m_health.counters;
-    const bool framesArrive = m_stream && counters.frames > m_framesAtLastWatch;
-    if (!answers && !framesArrive) {
+    if (counters.outage) {
+        return *counters.outage == zrn::Outage::Cause::Gone ? CameraState::Lost
+                                                            : CameraState::Silent;
+    }
+    // A camera whose frames still arrive is there, even if a control request went wrong.
+    if (!answers && !(m_stream && counters.frames > framesBefore)) {
         return CameraState::Lost;
     }
-    if (!m_stream) {
-        return CameraState::Idle;
-    }
-    const std::chrono::duration<double> exposure = m_camera->knownExposure();
-    const double patience = std::max(patienceSeconds, 2 * exposure.count());
-    const std::chrono::duration<double> quiet = Clock::now() - counters.lastFrame;
-    return quiet.count() > patience ? CameraState::Silent : CameraState::Streaming;
+    return !m_stream                ? CameraState::Idle
+           : counters.silence > 0ns ? CameraState::Silent
+                                    : CameraState::Streaming;
 }
 
 } // namespace zrnview

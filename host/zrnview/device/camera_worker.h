@@ -14,7 +14,8 @@
 namespace zrnview
 {
 
-/// Makes every call to one camera, on the thread that this object lives in.
+/// Makes every call to one camera, on the thread that this object lives in, and finds the camera
+/// again when it is lost: a running stream does that by itself, otherwise it is done here.
 ///
 /// Thread safety: the slots run on the object's thread; request() may be called from any.
 class CameraWorker : public QObject
@@ -30,12 +31,12 @@ public:
     void request(Setting setting, qint64 value);
 
 public slots:
-    /// Takes over a camera that was opened.
-    void adopt(const zrnview::ConnectedCameraPointer& connected);
-    /// Stops and disconnects; answers with released().
-    void release();
-    /// Writes a setting now.
-    void write(zrnview::Setting setting, qint64 value);
+    /// Connects a camera that was opened.
+    void connectTo(const std::shared_ptr<zrn::Driver>& driver, const zrn::BusCamera& camera);
+    /// Takes the camera again that was given back, or could not be connected.
+    void take();
+    /// Stops and gives the camera back.
+    void giveBack();
     void startStream();
     void stopStream();
     /// Resets the camera's state.
@@ -49,8 +50,7 @@ public slots:
     void stopRecording();
 
 signals:
-    void adopted(const zrnview::CameraFacts& facts);
-    void released();
+    void connected(const zrnview::CameraFacts& facts);
     void healthChanged(const zrnview::CameraHealth& health);
     void settingsRead(const zrnview::SettingReadings& readings);
     void propertiesRead(const zrnview::PropertyReadings& readings);
@@ -62,26 +62,31 @@ signals:
     void silenceExplained(const QStringList& findings);
 
 private:
+    /// Whether there is a camera that can be asked for something.
+    bool isConnected() const;
+    void carryOut(const QString& name, const std::function<void()>& operation);
+    void open(const std::function<void()>& operation);
+    void find();
+    void welcome();
     void watch();
+    void note(const zrn::StreamEvent& event);
     void carryOutRequests();
-    bool probe();
-    CameraState stateNow(bool answers) const;
-    void endRecording();
+    CameraState stateNow(bool answers, quint64 framesBefore) const;
     /// Takes a frame, on the stream's thread.
     void accept(const zrn::Frame& frame);
     void setSink(std::shared_ptr<zrn::Recorder> recorder);
 
     FrameStation& m_station;
-    std::shared_ptr<zrn::Camera> m_camera;
+    std::shared_ptr<zrn::Driver> m_driver;
+    zrn::CameraChoice m_choice;
+    std::shared_ptr<zrn::Camera> m_camera; // once it was connected
     std::unique_ptr<zrn::Stream> m_stream; // while it runs
-    QString m_port;
-    CameraFacts m_facts;
+    bool m_wantsStream = false;            // also while there is no camera
     CameraHealth m_health;
-    quint64 m_framesAtLastWatch = 0;
     int m_unansweredProbes = 0; // in a row
     std::shared_ptr<zrn::Recorder> m_recorder;
     qint64 m_orderBeforeRecording = 0;
-    QTimer m_watchTimer;
+    QTimer m_watchTimer; // runs while the camera is taken
     QTimer m_propertyTimer;
 
     std::mutex m_sinkMutex;

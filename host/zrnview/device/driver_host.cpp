@@ -1,8 +1,5 @@
 #include "zrnview/device/driver_host.h"
 
-#include "client/error.h"
-#include "client/property_keys.h"
-
 #include <algorithm>
 #include <stdexcept>
 
@@ -16,20 +13,6 @@ using namespace std::chrono_literals;
 constexpr auto busPeriod = 250ms;
 /// A holder may give way to another one without a change in sysfs.
 constexpr qint64 holdersMilliseconds = 2000;
-
-ConnectedCameraPointer connectCamera(const std::shared_ptr<zrn::Driver>& driver,
-                                     const zrn::BusCamera& camera)
-{
-    auto connected = std::make_shared<ConnectedCamera>();
-    connected->serial = QString::fromStdString(camera.serial);
-    connected->port = QString::fromStdString(camera.port);
-    try {
-        connected->camera = zrn::Camera::connect(driver, camera);
-    } catch (const zrn::Error& error) {
-        connected->code = error.code();
-    }
-    return connected;
-}
 
 BusView viewOf(const std::vector<zrn::BusCamera>& cameras)
 {
@@ -75,6 +58,7 @@ DriverHost::DriverHost(DriverMaker makeDriver)
 {
     qRegisterMetaType<BusView>();
     qRegisterMetaType<zrn::BusCamera>();
+    qRegisterMetaType<std::shared_ptr<zrn::Driver>>();
     m_timer.setInterval(busPeriod);
     connect(&m_timer, &QTimer::timeout, this, &DriverHost::watchBus);
 }
@@ -91,32 +75,18 @@ void DriverHost::load()
         emit loadFailed(QString::fromUtf8(error.what()));
         return;
     }
-    emit loaded(tr("Driver %1 %2")
-                    .arg(QString::fromStdString(m_driver->name()),
-                         QString::fromStdString(m_driver->version())));
+    emit loaded(m_driver);
     m_timer.start();
     watchBus();
 }
 
-void DriverHost::open(zrn::BusCamera camera, const SerialFilter& isWanted)
+void DriverHost::open(zrn::BusCamera camera, const std::set<std::string>& known)
 {
-    const QString place = QString::fromStdString(camera.place());
     camera.serial = m_driver->open(camera);
-    if (camera.serial.empty()) {
-        emit notOpened(place);
-        return;
-    }
-    if (!isWanted(QString::fromStdString(camera.serial))) {
+    if (known.count(camera.serial) > 0) {
         m_driver->close(camera.serial);
-        emit notOpened(place);
-        return;
     }
-    emit opened(place, connectCamera(m_driver, camera));
-}
-
-void DriverHost::giveBack(const ConnectedCameraPointer& connected)
-{
-    connected->camera.reset();
+    emit opened(camera);
 }
 
 void DriverHost::lookAgain()

@@ -1,23 +1,22 @@
 #pragma once
 
 #include "client/driver.h"
-#include "zrnview/device/camera_reports.h"
 
 #include <QElapsedTimer>
+#include <QMetaType>
 #include <QObject>
+#include <QStringList>
 #include <QTimer>
 
 #include <functional>
 #include <optional>
+#include <set>
 
 namespace zrnview
 {
 
 /// Gives the driver. Throws std::exception, whose text is shown, when there is none.
 using DriverMaker = std::function<std::shared_ptr<zrn::Driver>()>;
-
-/// Whether the camera with a serial is wanted; called on the driver's thread.
-using SerialFilter = std::function<bool(const QString&)>;
 
 /// The cameras on the bus as the window sees them.
 struct BusView {
@@ -51,21 +50,17 @@ public:
 
 public slots:
     void load();
-    /// Opens one camera, and connects it if its serial is wanted; answers with opened() or
-    /// notOpened().
-    void open(zrn::BusCamera camera, const zrnview::SerialFilter& isWanted);
-    /// Disconnects a camera that nobody wants.
-    void giveBack(const zrnview::ConnectedCameraPointer& connected);
+    /// Opens one camera, to be connected by its serial unless that is among those known; answers
+    /// with opened().
+    void open(zrn::BusCamera camera, const std::set<std::string>& known);
     /// Looks at the bus at once, and tells it even if nothing has changed.
     void lookAgain();
 
 signals:
-    void loaded(const QString& description);
+    void loaded(const std::shared_ptr<zrn::Driver>& driver);
     void loadFailed(const QString& why);
-    /// @param place that was to be opened
-    void opened(const QString& place, const zrnview::ConnectedCameraPointer& connected);
-    /// The camera is in use, refuses, or turned out not to be wanted.
-    void notOpened(const QString& place);
+    /// @param camera with its serial; without one if it is in use or refuses
+    void opened(const zrn::BusCamera& camera);
     void busChanged(const zrnview::BusView& bus);
 
 private:
@@ -83,3 +78,4 @@ private:
 
 Q_DECLARE_METATYPE(zrnview::BusView)
 Q_DECLARE_METATYPE(zrn::BusCamera)
+Q_DECLARE_METATYPE(std::shared_ptr<zrn::Driver>)

@@ -7,18 +7,6 @@ namespace
 
 using CameraSpace::TriggerMode;
 
-/// The answer that an operation of the library threw, if it threw one.
-template <typename Operation>
-ErrorCode codeOf(const Operation& operation)
-{
-    try {
-        operation();
-        return ErrorCode::Success;
-    } catch (const zrn::Error& error) {
-        return error.code();
-    }
-}
-
 void write(zrn::Camera& camera, Setting setting, qint64 value)
 {
     switch (setting) {
@@ -58,11 +46,6 @@ qint64 read(zrn::Camera& camera, Setting setting)
 
 } // namespace
 
-ErrorCode writeSetting(zrn::Camera& camera, Setting setting, qint64 value)
-{
-    return codeOf([&] { write(camera, setting, value); });
-}
-
 SettingReading readSetting(zrn::Camera& camera, Setting setting)
 {
     SettingReading reading;
@@ -73,7 +56,7 @@ SettingReading readSetting(zrn::Camera& camera, Setting setting)
 
 SettingReadings writeAndReadBack(zrn::Camera& camera, Setting setting, qint64 value)
 {
-    const ErrorCode writeCode = writeSetting(camera, setting, value);
+    const ErrorCode writeCode = codeOf([&] { write(camera, setting, value); });
     SettingReadings readings{readSetting(camera, setting)};
     readings.front().written = true;
     readings.front().wanted = value;
@@ -107,40 +90,11 @@ PropertyReadings readAllProperties(zrn::Camera& camera)
     return readings;
 }
 
-ErrorCode writeProperty(zrn::Camera& camera, const char* key, const zrn::Value& value)
-{
-    return codeOf([&] { camera.setProperty(key, value); });
-}
-
-ErrorCode resetState(zrn::Camera& camera)
-{
-    return codeOf([&] { camera.run(zrn::keys::clearState); });
-}
-
-ErrorCode discardCached(zrn::Camera& camera)
-{
-    return codeOf([&] { camera.discardFrames(); });
-}
-
 CameraFacts readFacts(zrn::Camera& camera)
 {
-    const zrn::CameraFacts known = camera.facts();
-    CameraFacts facts;
-    facts.serial = QString::fromStdString(known.serial);
-    facts.width = known.width;
-    facts.height = known.height;
-    facts.pixelFormat = static_cast<CameraSpace::PixelFormatType>(known.pixelFormat);
-    facts.sensorCount = known.sensorCount;
-    facts.exposureRangeCode = codeOf([&] {
-        const auto range = camera.exposureRange();
-        facts.exposureMinimum = static_cast<unsigned int>(range.minimum.count());
-        facts.exposureMaximum = static_cast<unsigned int>(range.maximum.count());
-    });
-    codeOf([&] {
-        const auto range = camera.gainRange();
-        facts.gainMinimum = static_cast<unsigned short>(range.minimum);
-        facts.gainMaximum = static_cast<unsigned short>(range.maximum);
-    });
+    CameraFacts facts{camera.facts(), {}, ErrorCode::Success, {}};
+    facts.exposureRangeCode = codeOf([&] { facts.exposure = camera.exposureRange(); });
+    codeOf([&] { facts.gain = camera.gainRange(); });
     return facts;
 }
 

@@ -5,8 +5,17 @@
 namespace zrnview
 {
 
-/// Writes one setting through the method or property that carries it.
-ErrorCode writeSetting(zrn::Camera& camera, Setting setting, qint64 value);
+/// The answer that an operation of the library threw, if it threw one.
+template <typename Operation>
+ErrorCode codeOf(const Operation& operation)
+{
+    try {
+        operation();
+        return ErrorCode::Success;
+    } catch (const zrn::Error& error) {
+        return error.code();
+    }
+}
 
 /// Reads one setting.
 SettingReading readSetting(zrn::Camera& camera, Setting setting);
@@ -19,15 +28,6 @@ SettingReadings readAllSettings(zrn::Camera& camera);
 
 /// Reads every property that the driver answers, in the order of the table.
 PropertyReadings readAllProperties(zrn::Camera& camera);
-
-/// Writes one property.
-ErrorCode writeProperty(zrn::Camera& camera, const char* key, const zrn::Value& value);
-
-/// Resets the camera's state.
-ErrorCode resetState(zrn::Camera& camera);
-
-/// Drops the frames that the driver keeps.
-ErrorCode discardCached(zrn::Camera& camera);
 
 /// Reads what does not change.
 CameraFacts readFacts(zrn::Camera& camera);

@@ -172,7 +172,7 @@ void CameraList::updateEntry(const CameraDevice& device)
 QString CameraList::useText(const CameraDevice& device) const
 {
     for (const BusView::Entry& entry : m_bench.bus().entries) {
-        if (device.place().isEmpty() && entry.serial() == device.serial() && !entry.isFree()) {
+        if (device.isAway() && entry.serial() == device.serial() && !entry.isFree()) {
             return tr("in use by %1").arg(QString::fromStdString(entry.camera.holderText()));
         }
     }

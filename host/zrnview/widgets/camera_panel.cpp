@@ -175,9 +175,14 @@ void CameraPanel::updateNotice()
     }
     switch (health.state) {
     case CameraState::Lost:
-        m_notice->show(NoticeBar::Tone::Fault, tr("This camera does not answer any more."),
-                       tr("It was probably unplugged, or lost its supply. Plug it in again: it is "
-                          "found by its serial and goes on with its settings."));
+        m_notice->show(
+            NoticeBar::Tone::Fault,
+            health.refusal.isEmpty() ? tr("This camera does not answer any more.")
+                                     : tr("This camera cannot be had: %1.").arg(health.refusal),
+            health.refusal.isEmpty()
+                ? tr("It was probably unplugged, or lost its supply. Plug it in again: it is "
+                     "found by its serial and goes on with its settings.")
+                : tr("It is tried again, and goes on with its settings."));
         return;
     case CameraState::Unusable:
         m_notice->show(NoticeBar::Tone::Fault,
@@ -188,7 +193,8 @@ void CameraPanel::updateNotice()
     case CameraState::Silent:
         m_notice->show(
             NoticeBar::Tone::Attention,
-            tr("No frame for %1 s, although the stream runs.").arg(health.silentSeconds, 0, 'f', 0),
+            tr("No frame for %1 s, although the stream runs.")
+                .arg(std::chrono::duration<double>(health.counters.silence).count(), 0, 'f', 0),
             m_findings.join(QLatin1Char('\n')));
         return;
     default:

@@ -99,25 +99,25 @@ void ControlsPanel::askForReset()
 void ControlsPanel::updateRanges()
 {
     const CameraFacts& facts = m_device.facts();
-    const bool rangeKnown = facts.exposureMaximum > facts.exposureMinimum &&
-                            facts.exposureRangeCode == ErrorCode::Success;
+    const qint64 shortest = facts.exposure.minimum.count();
+    const qint64 longest = facts.exposure.maximum.count();
+    const bool rangeKnown = longest > shortest && facts.exposureRangeCode == ErrorCode::Success;
     if (rangeKnown) {
-        m_rows.at(Setting::Exposure)->setRange(facts.exposureMinimum, facts.exposureMaximum);
+        m_rows.at(Setting::Exposure)->setRange(shortest, longest);
     }
-    if (facts.gainMaximum >= facts.gainMinimum && facts.gainMaximum > 0) {
-        m_rows.at(Setting::Gain)->setRange(facts.gainMinimum, facts.gainMaximum);
+    if (facts.gain.maximum >= facts.gain.minimum && facts.gain.maximum > 0) {
+        m_rows.at(Setting::Gain)->setRange(facts.gain.minimum, facts.gain.maximum);
     }
     const QLocale locale;
     const QString exposure =
-        rangeKnown ? tr("Exposure %1 to %2 µs")
-                         .arg(locale.toString(facts.exposureMinimum),
-                              locale.toString(facts.exposureMaximum))
-                   : tr("Exposure range unknown: %1")
-                         .arg(QString::fromStdString(zrn::describeResult(facts.exposureRangeCode)));
+        rangeKnown
+            ? tr("Exposure %1 to %2 µs").arg(locale.toString(shortest), locale.toString(longest))
+            : tr("Exposure range unknown: %1")
+                  .arg(QString::fromStdString(zrn::describeResult(facts.exposureRangeCode)));
     m_ranges->setText(tr("%1, gain %2 to %3, as the camera reports")
                           .arg(exposure)
-                          .arg(facts.gainMinimum)
-                          .arg(facts.gainMaximum));
+                          .arg(facts.gain.minimum)
+                          .arg(facts.gain.maximum));
 }
 
 void ControlsPanel::updateEnabled()

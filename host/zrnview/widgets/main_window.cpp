@@ -67,7 +67,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
                     hideCamera(*device);
                     return;
                 }
-                m_bench.take(*device);
+                device->take();
                 showCamera(*device);
             });
     connect(m_cameraList, &CameraList::chosen, this, [this](CameraDevice* device) {
@@ -184,7 +184,7 @@ void MainWindow::hideCamera(CameraDevice& device)
         return;
     }
     device.stopStream();
-    m_bench.giveBack(device);
+    device.giveBack();
     CameraPanel* panel = *found;
     m_panels.erase(found);
     m_cameraList->setShown(device, false);
