@@ -371,6 +371,50 @@ private slots:
         QCOMPARE(second->openCount.load(), 0);
     }
 
+    void aCameraThatWasGivenBackIsTakenAgainWithItsSettings()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted}, 1, shortTimes);
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.set(Setting::Gain, 33);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::Gain), 33, patience);
+        device.giveBack();
+        QVERIFY(test.waitForState(device, CameraState::Absent));
+        QVERIFY(!scripted->isOpen);
+        scripted->replug(); // forgets
+        device.startStream();
+        QTest::qWait(someTries);
+        QCOMPARE(device.health().state, CameraState::Absent);
+        device.take();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        const std::lock_guard lock(scripted->mutex);
+        QCOMPARE(static_cast<int>(scripted->gain), 33);
+    }
+
+    void saysWhoHasALostCamera()
+    {
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        const auto hasRefusal = [&device] {
+            return device.health().refusal.contains(QStringLiteral("in use by other (pid 4711)"));
+        };
+        for (const CameraState state : {CameraState::Idle, CameraState::Streaming}) {
+            QVERIFY(test.waitForState(device, state));
+            scripted->heldElsewhere = true;
+            scripted->replug();
+            QVERIFY(test.waitForState(device, CameraState::Lost));
+            QTRY_VERIFY_WITH_TIMEOUT(hasRefusal(), patience);
+            device.startStream();
+            scripted->heldElsewhere = false;
+        }
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        QVERIFY(device.health().refusal.isEmpty());
+    }
+
     void aCameraThatMissedARequestIsFoundAllTheSame()
     {
         auto lost = makeDevice("ZR1");
@@ -397,8 +441,12 @@ private slots:
         scripted->connectAnswer = ErrorCode::NoFrameDescriptor;
         TestBench test({scripted});
         QVERIFY(test.waitForDevices(1));
-        QVERIFY(test.waitForState(*test.bench.devices().front(), CameraState::Unusable));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Unusable));
         QVERIFY(!scripted->isOpen);
+        scripted->connectAnswer = ErrorCode::Success;
+        device.take();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
     }
 
     void aRefusedCameraIsNotTakenLater()
