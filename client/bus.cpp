@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -254,6 +255,16 @@ bool Bus::isClaimed(const BusCamera& camera) const
 void Bus::remember(const BusCamera& camera, const std::string& serial)
 {
     m_cache.store(camera.port, stayOf(m_root, camera), serial);
+}
+
+BusReaders busReaders(const std::string& root)
+{
+    const auto bus = std::make_shared<Bus>(root);
+    return {[bus] { return bus->cameras(); }, [bus] { return bus->camerasAndHolders(); },
+            [bus](const BusCamera& camera, const std::string& serial) {
+                bus->remember(camera, serial);
+            },
+            root.empty() && ::access("/run/udev/control", F_OK) == 0};
 }
 
 } // namespace zrn

@@ -4,6 +4,7 @@
 #include "client/serial_cache.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -53,6 +54,8 @@ struct BusCamera {
     /// "zrnview (pid 4711)", several with commas between; who else it may be where nobody is seen.
     /// Empty for a camera that nobody uses.
     [[nodiscard]] std::string holderText() const;
+
+    bool operator==(const BusCamera&) const = default;
 };
 
 /// The cameras on the USB buses of this machine. Looking opens none of them and sends nothing.
@@ -82,5 +85,20 @@ private:
     const std::string m_root;
     SerialCache m_cache;
 };
+
+/// Reads which cameras are on the bus.
+using BusReader = std::function<std::vector<BusCamera>()>;
+
+/// What a host reads of a bus, from any thread.
+struct BusReaders {
+    BusReader cameras;           ///< quickly
+    BusReader camerasAndHolders; ///< and who uses them, which takes longer
+    /// Notes the serial of a camera, which the readers then know.
+    std::function<void(const BusCamera&, const std::string&)> remember;
+    bool isAnnounced = false; ///< udev tells when something happens on it
+};
+
+/// The readers of this machine's bus. @param root as Bus takes it
+BusReaders busReaders(const std::string& root = {});
 
 } // namespace zrn

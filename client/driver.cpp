@@ -87,15 +87,6 @@ std::string canonical(const std::string& path)
 
 } // namespace
 
-BusReaders busReaders()
-{
-    const auto bus = std::make_shared<Bus>();
-    return {[bus] { return bus->cameras(); }, [bus] { return bus->camerasAndHolders(); },
-            [bus](const BusCamera& camera, const std::string& serial) {
-                bus->remember(camera, serial);
-            }};
-}
-
 std::shared_ptr<Driver> Driver::load(const std::string& file)
 {
     static const auto files = std::make_shared<DriverFiles>();

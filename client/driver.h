@@ -3,7 +3,6 @@
 #include "client/bus.h"
 
 #include <chrono>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,20 +13,6 @@ class IFactory;
 
 namespace zrn
 {
-
-/// Reads which cameras are on the bus.
-using BusReader = std::function<std::vector<BusCamera>()>;
-
-/// What a host reads of the bus, from any thread.
-struct BusReaders {
-    BusReader cameras;           ///< quickly
-    BusReader camerasAndHolders; ///< and who uses them, which takes longer
-    /// Notes the serial of a camera, which the readers then know.
-    std::function<void(const BusCamera&, const std::string&)> remember;
-};
-
-/// The readers of this machine's bus.
-BusReaders busReaders();
 
 /// The driver. A process has each plugin file loaded once, however often load() is called, until
 /// the last owner lets go; cameras and frames are owners. Cameras are opened one at a time by their
