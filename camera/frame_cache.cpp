@@ -6,11 +6,14 @@
 #include <QMutexLocker>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <optional>
+#include <utility>
 
 namespace
 {
@@ -23,6 +26,11 @@ int elapsedSince(const QTime& start)
 {
     const int elapsed = start.msecsTo(frameClock());
     return elapsed < 0 ? elapsed + millisecondsPerDay : elapsed;
+}
+
+qint64 nanoseconds(std::chrono::steady_clock::time_point time)
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
 }
 
 bool isOfSize(const uvc_frame& frame, int width, int height)
@@ -136,11 +144,16 @@ void CZRNCamera::cacheFrame(const uvc_frame& frame)
     if (!shared(m_isStreaming).load()) {
         return;
     }
+    const qint64 now = nanoseconds(steadyTime());
     FrameTicket ticket;
+    CameraSpace::FrameTimes times;
+    quint64 overtaken = 0;
     const qint32 index = shared(m_writeIndex).load();
     quint64 epoch = 0;
     {
         const QMutexLocker queue(&m_frameMutex);
+        times = noteHandOver(frame, now);
+        overtaken = m_overtakenFrames;
         epoch = m_geometryEpoch;
         ticket.geometry = lockedGeometry();
         if (isOfSize(frame, ticket.geometry.width, ticket.geometry.height)) {
@@ -178,6 +191,7 @@ void CZRNCamera::cacheFrame(const uvc_frame& frame)
         std::memcpy(ticket.slot.buffer + size, &trailer, sizeof(trailer));
         record.heldFrame = ticket.frame;
         record.geometry = ticket.geometry;
+        record.times = times;
         record.unwritten.reduceTo(record.size - size - frameTrailerSize);
         shared(m_writeIndex).store((index + 1) % shared(m_cacheFrameCount).load());
     }
@@ -192,12 +206,59 @@ void CZRNCamera::cacheFrame(const uvc_frame& frame)
         if (m_geometryEpoch == epoch) {
             withdraw(index);
             ticket.slot.record->queuedFrame = ticket.frame;
+            ticket.slot.record->queuedOvertaken = overtaken;
             m_frameIndexQueue.enqueue(index);
             ++m_arrivedFrameCount;
             m_frameReady.wakeOne();
         }
     }
     measureFrameRate();
+}
+
+CameraSpace::FrameTimes CZRNCamera::noteHandOver(const uvc_frame& frame, qint64 now)
+{
+    using Source = CameraSpace::FrameTimeSource;
+    CameraSpace::FrameTimes times;
+    times.sequence = frame.sequence;
+    times.handOver = now;
+    times.clockFrequency = m_clockFrequency;
+    const quint32 lastSequence = std::exchange(m_lastSequence, frame.sequence);
+    const auto found = m_streamTimes ? m_streamTimes->find(frame.sequence) : std::nullopt;
+    if (!found || found->times.bytes != frame.data_bytes) {
+        times.firstPayload = now;
+        times.lastPayload = now;
+        times.payloadSource = Source::Callback;
+        if (m_streamTimes && m_streamTimes->isUsed()) {
+            // The next frame that is found tells what was lost up to then.
+            if (m_wholeFrames && m_streamTimes->isWhole(frame.data_bytes)) {
+                ++*m_wholeFrames;
+            }
+        } else if (lastSequence != 0 && frame.sequence > lastSequence) {
+            m_overtakenFrames += frame.sequence - lastSequence - 1;
+        }
+        return times;
+    }
+    const PayloadTimes& payloads = found->times;
+    times.firstPayload = payloads.first;
+    times.lastPayload = payloads.last;
+    times.payloadSource = Source::Payload;
+    if (payloads.presentationTime) {
+        times.hasPresentationTime = 1;
+        times.presentationTime = *payloads.presentationTime;
+    }
+    if (payloads.sourceClock) {
+        times.hasSourceClock = 1;
+        times.sourceClock = payloads.sourceClock->time;
+        times.busFrame = payloads.sourceClock->busFrame;
+    }
+    // Nobody waits for what arrived before the first frame that is accepted.
+    const quint64 own = m_streamTimes->isWhole(frame.data_bytes) ? 1 : 0;
+    const quint64 expected = m_wholeFrames.value_or(found->wholeFrames) + own;
+    if (found->wholeFrames > expected) {
+        m_overtakenFrames += found->wholeFrames - expected;
+    }
+    m_wholeFrames = found->wholeFrames;
+    return times;
 }
 
 void CZRNCamera::logRefusal(const uvc_frame& frame, const FrameTicket& ticket)

@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <shared_mutex>
+#include <utility>
 
 using CameraSpace::ImageBlock;
 
@@ -64,6 +65,16 @@ unsigned long CZRNCamera::grabTimeout()
 
 ErrorCode CZRNCamera::grabImage(QList<ImageBlock*>& images)
 {
+    return grabFrame(images, nullptr);
+}
+
+ErrorCode CZRNCamera::grabTimed(QList<ImageBlock*>& images, CameraSpace::FrameTimes& times)
+{
+    return grabFrame(images, &times);
+}
+
+ErrorCode CZRNCamera::grabFrame(QList<ImageBlock*>& images, CameraSpace::FrameTimes* times)
+{
     const Operation operation;
     if (!operation) {
         return ErrorCode::NotStreaming;
@@ -76,13 +87,20 @@ ErrorCode CZRNCamera::grabImage(QList<ImageBlock*>& images)
     const QDeadlineTimer deadline(static_cast<qint64>(grabTimeout()));
     FrameTicket ticket;
     while (takeFrame(ticket, deadline)) {
-        const auto& [slot, frame, geometry] = ticket;
+        const FrameSlot& slot = ticket.slot;
+        const FrameGeometry& geometry = ticket.geometry;
         if (!slot.buffer) {
             return ErrorCode::SplitFailed;
         }
         const QMutexLocker slotLocker(slot.lock);
-        if (slot.record->heldFrame != frame || frame == 0) {
+        if (slot.record->heldFrame != ticket.frame || ticket.frame == 0) {
+            ticket.losses.ring += ticket.frame == 0 ? 0U : 1U;
             continue; // overwritten since it was taken, or never filled
+        }
+        if (times) {
+            *times = slot.record->times;
+            times->ringLosses = ticket.losses.ring;
+            times->libraryLosses = ticket.losses.library;
         }
         if (!slot.record->geometry.hasSizeOf(geometry)) {
             return ErrorCode::SplitFailed;
@@ -108,6 +126,8 @@ bool CZRNCamera::takeFrame(FrameTicket& ticket, const QDeadlineTimer& deadline)
         m_frameReady.wait(&m_frameMutex, static_cast<unsigned long>(deadline.remainingTime()));
     }
     if (m_frameIndexQueue.isEmpty()) {
+        m_untoldLosses.ring += ticket.losses.ring;
+        m_untoldLosses.library += ticket.losses.library;
         return false;
     }
     int index = m_frameIndexQueue.dequeue();
@@ -118,6 +138,16 @@ bool CZRNCamera::takeFrame(FrameTicket& ticket, const QDeadlineTimer& deadline)
     ticket.slot = frameSlot(index);
     ticket.frame = ticket.slot.record ? ticket.slot.record->queuedFrame : 0;
     ticket.geometry = lockedGeometry();
+
+    const auto [ringLosses, libraryLosses] = std::exchange(m_untoldLosses, {});
+    ticket.losses.ring += ringLosses;
+    ticket.losses.library += libraryLosses;
+    if (ticket.frame > m_lastGrabbed) {
+        ticket.losses.ring += ticket.frame - m_lastGrabbed - 1;
+        m_lastGrabbed = ticket.frame;
+        const quint64 overtaken = ticket.slot.record->queuedOvertaken;
+        ticket.losses.library += overtaken - std::exchange(m_lastOvertaken, overtaken);
+    }
     return true;
 }
 

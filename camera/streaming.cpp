@@ -3,6 +3,7 @@
 #include "frame_clock.h"
 #include "frame_trailer.h"
 #include "heap_retention.h"
+#include "payload_watch.h"
 #include "zrn_camera.h"
 
 #include <QMutexLocker>
@@ -14,6 +15,7 @@
 #include <memory>
 #include <new>
 #include <shared_mutex>
+#include <utility>
 
 namespace
 {
@@ -101,6 +103,7 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
     // Later versions allocate what the camera announces, and do not look whether they got it.
     m_streamCtrl->dwMaxVideoFrameSize =
         std::min(m_streamCtrl->dwMaxVideoFrameSize, std::uint32_t{libraryFrameBuffer});
+    expectStream(device, geometry.frameSize());
     result = device.call(uvc_start_streaming, m_streamCtrl, &CZRNCamera::frameTriggered, this,
                          noStreamFlags);
     if (result != UVC_SUCCESS) {
@@ -112,6 +115,26 @@ ErrorCode CZRNCamera::startStream(signed char /*selector*/)
     shared(m_fpsTimer).store(frameClock());
     shared(m_isStreaming).store(true);
     return ErrorCode::Success;
+}
+
+void CZRNCamera::expectStream(const DeviceAccess& device, std::size_t frameSize)
+{
+    std::shared_ptr<StreamTimes> times;
+    try {
+        times = std::make_shared<StreamTimes>(frameSize);
+    } catch (const std::bad_alloc&) {
+        // The hand-over stands in for the payloads.
+    }
+    {
+        const QMutexLocker queue(&m_frameMutex);
+        m_streamTimes = times;
+        m_clockFrequency = m_streamCtrl->dwClockFrequency;
+        m_lastSequence = 0;
+        m_wholeFrames.reset();
+    }
+    if (times && device.handle()) {
+        watchPayloads(device.handle(), std::move(times));
+    }
 }
 
 bool CZRNCamera::streamWasClosed()

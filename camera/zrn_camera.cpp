@@ -108,6 +108,10 @@ void CZRNCamera::publishGeometry(QSize size, CameraSpace::PixelFormatType format
         format != shared(m_pixelFormat).load() || sensorType != shared(m_sensorType).load()) {
         clearQueue();
         ++m_geometryEpoch;
+        // They are nobody's loss.
+        m_lastGrabbed = m_lastFrame;
+        m_lastOvertaken = m_overtakenFrames;
+        m_untoldLosses = {};
     }
     shared(m_imageWidth).store(size.width());
     shared(m_imageHeight).store(size.height());

@@ -5,8 +5,10 @@
 #include "camera_interface.h"
 #include "camera_node.h"
 #include "device_access.h"
+#include "frame_times_interface.h"
 #include "frame_trailer.h"
 #include "operation.h"
+#include "stream_times.h"
 
 #include <QDeadlineTimer>
 #include <QList>
@@ -109,6 +111,9 @@ public:
     ErrorCode startStream(signed char selector) override;
     ErrorCode stopStream(signed char selector) override;
     ErrorCode grabImage(QList<CameraSpace::ImageBlock*>& images) override;
+
+    /// The same with the times of the frame. @see CameraSpace::FrameTimesInterface
+    ErrorCode grabTimed(QList<CameraSpace::ImageBlock*>& images, CameraSpace::FrameTimes& times);
 
     /// Whether frames are accepted.
     bool isStreaming();
@@ -251,11 +256,13 @@ private:
         {
         }
 
-        const std::size_t size;    ///< bytes of the buffer, trailer included
-        quint64 queuedFrame = 0;   ///< which its entry in the queue stands for; under m_frameMutex
-        quint64 heldFrame = 0;     ///< whose bytes are in it, 0 for none; under the slot's mutex
-        FrameGeometry geometry;    ///< of that frame; under the slot's mutex
-        UnwrittenMemory unwritten; ///< of the buffer; likewise
+        const std::size_t size;  ///< bytes of the buffer, trailer included
+        quint64 queuedFrame = 0; ///< which its entry in the queue stands for; under m_frameMutex
+        quint64 queuedOvertaken = 0; ///< m_overtakenFrames of then; under m_frameMutex
+        quint64 heldFrame = 0;       ///< whose bytes are in it, 0 for none; under the slot's mutex
+        FrameGeometry geometry;      ///< of that frame; under the slot's mutex
+        CameraSpace::FrameTimes times; ///< of that frame, without losses; likewise
+        UnwrittenMemory unwritten;     ///< of the buffer; likewise
     };
 
     /// A slot of the ring, as taken under m_frameMutex.
@@ -265,11 +272,18 @@ private:
         SlotRecord* record = nullptr;
     };
 
+    /// Frames that were lost since the last grab.
+    struct FrameLosses {
+        quint64 ring = 0;
+        quint64 library = 0;
+    };
+
     /// A frame that is to be grabbed or stored.
     struct FrameTicket {
         FrameSlot slot;
         quint64 frame = 0;
         FrameGeometry geometry; ///< the camera's when the ticket was drawn
+        FrameLosses losses;     ///< before a frame that is to be grabbed
     };
 
     [[nodiscard]] FrameGeometry frameGeometry();
@@ -333,6 +347,9 @@ private:
     /// Ends that, and waits for callbacks that have begun.
     void refuseCallbacks();
     void cacheFrame(const uvc_frame& frame);
+    /// The times of a frame that libuvc hands over, without losses; those in libuvc are counted. To
+    /// be called for each frame of a stream, under m_frameMutex.
+    CameraSpace::FrameTimes noteHandOver(const uvc_frame& frame, qint64 now);
     void logRefusal(const uvc_frame& frame, const FrameTicket& ticket);
     /// Takes all entries of a slot out of the queue. To be called under m_frameMutex.
     void withdraw(int index) { m_frameIndexQueue.removeAll(index); }
@@ -342,8 +359,13 @@ private:
     {
         m_frameIndexQueue.erase(m_frameIndexQueue.begin(), m_frameIndexQueue.end());
     }
-    /// Waits for a frame and takes it out of the queue. @return whether there is one.
+    /// Takes a frame and unpacks it. @param times set where there is a frame; null: not wanted
+    ErrorCode grabFrame(QList<CameraSpace::ImageBlock*>& images, CameraSpace::FrameTimes* times);
+    /// Waits for a frame and takes it out of the queue; adds what was lost before it to the
+    /// ticket's losses. @return whether there is one.
     bool takeFrame(FrameTicket& ticket, const QDeadlineTimer& deadline);
+    /// Has the payloads of the next stream watched, where memory allows.
+    void expectStream(const DeviceAccess& device, std::size_t frameSize);
     /// Whether another object or an enumeration has closed the camera under a stream.
     bool streamWasClosed();
     /// There is no stream any more: whoever waits for its frames wakes.
@@ -379,6 +401,17 @@ private:
     int m_resizingThreads = 0;       ///< while there are any, discards do not wait; likewise
     quint32 m_interruptions = 0;     ///< of waits, modulo 2^32; likewise
     int m_runningCallbacks = 0;      ///< under the lock of the living cameras
+
+    // The times of frames and the places of losses; all under m_frameMutex.
+    std::shared_ptr<StreamTimes> m_streamTimes; ///< of the stream started last
+    quint32 m_clockFrequency = 0;               ///< of the camera's clock in Hz
+    quint32 m_lastSequence = 0;                 ///< of libuvc, in this stream
+    /// Whole frames of this stream up to the last hand-over, those that libuvc dropped included.
+    std::optional<quint64> m_wholeFrames;
+    quint64 m_overtakenFrames = 0; ///< frames that libuvc dropped, in all streams
+    quint64 m_lastGrabbed = 0;     ///< number of the frame that a grab took last
+    quint64 m_lastOvertaken = 0;   ///< m_overtakenFrames when that was stored
+    FrameLosses m_untoldLosses;    ///< noticed by a grab that found no frame
     std::function<void()> m_destructionNotice;
 
     static std::shared_mutex m_nodeTableLock; ///< guards m_cameraNodeMap and m_enumCount

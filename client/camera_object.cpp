@@ -10,6 +10,8 @@ CameraObject::CameraObject(IFactory& factory)
     : m_factory(factory)
     , m_device(factory.createDevice())
     , m_camera(dynamic_cast<CameraSpace::CameraInterface*>(m_device))
+    , m_frameTimes(
+          qobject_cast<CameraSpace::FrameTimesInterface*>(dynamic_cast<QObject*>(m_device)))
 {
     if (!m_camera) {
         m_factory.deleteDevice(m_device);

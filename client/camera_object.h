@@ -2,6 +2,7 @@
 
 #include "camera_interface.h"
 #include "factory_interface.h"
+#include "frame_times_interface.h"
 
 #include <QVariant>
 
@@ -25,6 +26,9 @@ public:
     CameraSpace::CameraInterface& operator*() { return *m_camera; }
     CameraSpace::CameraInterface* operator->() { return m_camera; }
 
+    /// The times of its frames; null where the driver has none.
+    [[nodiscard]] CameraSpace::FrameTimesInterface* frameTimes() const { return m_frameTimes; }
+
     /// Reads a property. @p value is untouched unless the result is success.
     ErrorCode readProperty(const QString& key, QVariant& value);
     /// Writes a property. The driver judges the variant by its type.
@@ -38,6 +42,7 @@ private:
     IFactory& m_factory;
     BaseDeviceSpace::DeviceInterface* m_device;
     CameraSpace::CameraInterface* m_camera;
+    CameraSpace::FrameTimesInterface* m_frameTimes;
 };
 
 } // namespace zrn

@@ -3,6 +3,7 @@
 #include "abandonment.h"
 #include "guard_status.h"
 #include "operation.h"
+#include "timed_camera.h"
 
 #include <QMutex>
 #include <QMutexLocker>
@@ -45,7 +46,7 @@ CZRNCamera* makeAbsentCamera()
 {
     CZRNCamera* none = nullptr;
     if (!absentCamera) {
-        auto camera = std::make_unique<CZRNCamera>();
+        auto camera = std::make_unique<TimedCamera>();
         if (absentCamera.compare_exchange_strong(none, camera.get())) {
             static_cast<void>(camera.release());
         }
@@ -259,7 +260,7 @@ DeviceInterface* CZRNCameraFactory::createDevice()
     if (!operation) {
         return makeAbsentCamera();
     }
-    auto* camera = new CZRNCamera;
+    auto* camera = new TimedCamera;
     camera->setDestructionNotice([this, camera] { forget(camera); });
     const QWriteLocker locker(&m_listLock);
     m_cameraList.append(camera);

@@ -4,6 +4,10 @@
 #include "driver_calls.h"
 #include "guard_status.h"
 #include "installation.h"
+#include "owned_objects.h"
+#include "payload_watch.h"
+
+#include <utility>
 
 using usbguards::Installation;
 
@@ -46,4 +50,17 @@ void keepGuards()
 void keepLibraryLoaded()
 {
     usbguards::stayLoaded();
+}
+
+void watchPayloads(uvc_device_handle_t* handle, std::shared_ptr<StreamTimes> times)
+{
+    Installation& installation = Installation::instance();
+    const auto usbHandleOf = installation.usbHandleGetter();
+    if (!usbHandleOf || installation.libuvcEndsFullFrames()) {
+        return;
+    }
+    if (const auto record = usbguards::OwnedObjects::instance().find(usbHandleOf(handle))) {
+        const std::lock_guard locker(record->mutex);
+        record->watch = std::move(times);
+    }
 }

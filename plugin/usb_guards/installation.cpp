@@ -83,6 +83,7 @@ void Installation::install()
     }
     m_usbHandleGetter = reinterpret_cast<decltype(m_usbHandleGetter)>(
         dlsym(m_libuvcReference.get(), "uvc_get_libusb_handle"));
+    m_endsFullFrames = dlsym(m_libuvcReference.get(), "uvc_wrap") != nullptr;
 
     if (m_libuvc.links(usbPrefix).empty()) {
         const bool hasItsOwn = m_libuvc.contains(dlsym(m_libuvcReference.get(), "libusb_init"));
@@ -179,6 +180,12 @@ decltype(&uvc_get_libusb_handle) Installation::usbHandleGetter()
 {
     const std::lock_guard locker(m_mutex);
     return m_usbHandleGetter;
+}
+
+bool Installation::libuvcEndsFullFrames()
+{
+    const std::lock_guard locker(m_mutex);
+    return m_endsFullFrames;
 }
 
 Installation::Status Installation::status()

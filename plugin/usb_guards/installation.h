@@ -59,6 +59,10 @@ public:
     /// needs; null if there is none.
     decltype(&uvc_get_libusb_handle) usbHandleGetter();
 
+    /// Whether libuvc also ends a frame when its buffer is full, and clips what is too long, as
+    /// from 0.0.7 on; that version brought uvc_wrap().
+    bool libuvcEndsFullFrames();
+
 private:
     struct Entry {
         void** slot;
@@ -87,6 +91,7 @@ private:
     std::vector<Entry> m_entries;
     std::vector<LibraryReference> m_originals; ///< the libraries of the original functions
     decltype(&uvc_get_libusb_handle) m_usbHandleGetter = nullptr;
+    bool m_endsFullFrames = false;
 };
 
 } // namespace usbguards

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "patience.h"
+#include "stream_times.h"
 
 #include <libusb.h>
 
@@ -18,7 +19,8 @@ namespace usbguards
 struct OwnedHandle {
     std::mutex mutex; ///< guards what follows
     Patience patience;
-    bool isSpoilt = false; ///< closing it would abort the process
+    bool isSpoilt = false;              ///< closing it would abort the process
+    std::shared_ptr<StreamTimes> watch; ///< for the stream that starts next
 };
 
 /// Tells the driver's use of libusb from that of others in the process: the contexts and device

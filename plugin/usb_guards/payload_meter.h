@@ -1,8 +1,8 @@
 #pragma once
 
+#include "payload_header.h"
+
 #include <cstddef>
-#include <cstdint>
-#include <span>
 
 namespace usbguards
 {
@@ -22,10 +22,9 @@ public:
 
     /// Takes note of the next payload.
     ///
-    /// @param payload what the camera sent, UVC payload header included.
     /// @param capacity bytes that may be read from the start of the payload.
     /// @return false when libuvc must not see the payload.
-    bool accept(std::span<const std::uint8_t> payload, std::size_t capacity);
+    bool accept(const PayloadHeader& header, std::size_t capacity);
 
 private:
     std::size_t m_collected = 0; ///< bytes of the current frame

@@ -1,9 +1,13 @@
 #include "stream_transfers.h"
 
 #include "original_usb.h"
+#include "owned_objects.h"
 
+#include <chrono>
 #include <cstddef>
 #include <new>
+#include <span>
+#include <utility>
 
 namespace usbguards
 {
@@ -15,26 +19,21 @@ std::span<const std::uint8_t> bytes(const unsigned char* data, int size)
     return {data, size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
-/// Withholds the payloads that libuvc must not see, by making them empty.
-void screenPayloads(libusb_transfer& transfer, PayloadMeter& meter)
+std::int64_t monotonicTime()
 {
-    if (transfer.type == LIBUSB_TRANSFER_TYPE_BULK) {
-        if (!meter.accept(bytes(transfer.buffer, transfer.actual_length),
-                          static_cast<std::size_t>(transfer.length))) {
-            transfer.actual_length = 0;
-        }
-        return;
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
+/// Where the frames of the stream that starts on this handle are to be noted.
+std::shared_ptr<StreamTimes> takeWatch(libusb_device_handle* handle)
+{
+    const std::shared_ptr<OwnedHandle> record = OwnedObjects::instance().find(handle);
+    if (!record) {
+        return nullptr;
     }
-    // libuvc gives all packets of a transfer the same length.
-    const unsigned char* data = transfer.buffer;
-    for (int i = 0; i < transfer.num_iso_packets; ++i) {
-        libusb_iso_packet_descriptor& packet = transfer.iso_packet_desc[i];
-        if (packet.status == LIBUSB_TRANSFER_COMPLETED &&
-            !meter.accept(bytes(data, static_cast<int>(packet.actual_length)), packet.length)) {
-            packet.actual_length = 0;
-        }
-        data += packet.length;
-    }
+    const std::lock_guard locker(record->mutex);
+    return std::exchange(record->watch, nullptr);
 }
 
 /// How a transfer ends that could not be submitted again.
@@ -51,6 +50,43 @@ libusb_transfer_status endStatus(int error)
 }
 
 } // namespace
+
+bool StreamTransfers::Flow::accept(std::span<const std::uint8_t> payload, std::size_t capacity,
+                                   std::int64_t now)
+{
+    const PayloadHeader header = PayloadHeader::of(payload);
+    if (!meter.accept(header, capacity)) {
+        return false;
+    }
+    if (times) {
+        for (const FrameBoundaries::EndedFrame& frame : boundaries.follow(header, payload, now)) {
+            times->note(frame.sequence, frame.times);
+        }
+    }
+    return true;
+}
+
+void StreamTransfers::Flow::screen(libusb_transfer& transfer)
+{
+    const std::int64_t now = monotonicTime();
+    if (transfer.type == LIBUSB_TRANSFER_TYPE_BULK) {
+        if (!accept(bytes(transfer.buffer, transfer.actual_length),
+                    static_cast<std::size_t>(transfer.length), now)) {
+            transfer.actual_length = 0;
+        }
+        return;
+    }
+    // libuvc gives all packets of a transfer the same length.
+    const unsigned char* data = transfer.buffer;
+    for (int i = 0; i < transfer.num_iso_packets; ++i) {
+        libusb_iso_packet_descriptor& packet = transfer.iso_packet_desc[i];
+        if (packet.status == LIBUSB_TRANSFER_COMPLETED &&
+            !accept(bytes(data, static_cast<int>(packet.actual_length)), packet.length, now)) {
+            packet.actual_length = 0;
+        }
+        data += packet.length;
+    }
+}
 
 StreamTransfers& StreamTransfers::instance()
 {
@@ -120,7 +156,7 @@ void StreamTransfers::forget(libusb_transfer* transfer)
 {
     const std::lock_guard locker(m_mutex);
     if (m_records.erase(transfer) > 0) {
-        std::erase_if(m_meters, [](const auto& meter) { return meter.second.expired(); });
+        std::erase_if(m_flows, [](const auto& flow) { return flow.second.expired(); });
     }
 }
 
@@ -131,7 +167,8 @@ void StreamTransfers::onCompletion(libusb_transfer* transfer)
         return;
     }
     if (transfer->status == LIBUSB_TRANSFER_COMPLETED) {
-        screenPayloads(*transfer, *record->meter);
+        // Before libuvc knows of the frames that end here.
+        record->flow->screen(*transfer);
     }
     record->callback(transfer);
 }
@@ -145,16 +182,24 @@ std::shared_ptr<StreamTransfers::Record> StreamTransfers::find(libusb_transfer* 
 
 std::shared_ptr<StreamTransfers::Record> StreamTransfers::findOrAdd(libusb_transfer* transfer)
 {
+    std::shared_ptr<Record> known = find(transfer);
+    return known ? known : add(transfer, takeWatch(transfer->dev_handle));
+}
+
+std::shared_ptr<StreamTransfers::Record> StreamTransfers::add(libusb_transfer* transfer,
+                                                              std::shared_ptr<StreamTimes> times)
+{
     const std::lock_guard locker(m_mutex);
     std::shared_ptr<Record>& record = m_records[transfer];
     if (!record) {
         record = std::make_shared<Record>();
         record->callback = transfer->callback;
-        std::weak_ptr<PayloadMeter>& known = m_meters[transfer->user_data];
-        record->meter = known.lock();
-        if (!record->meter) {
-            record->meter = std::make_shared<PayloadMeter>();
-            known = record->meter;
+        std::weak_ptr<Flow>& known = m_flows[transfer->user_data];
+        record->flow = known.lock();
+        if (!record->flow) {
+            record->flow = std::make_shared<Flow>();
+            record->flow->times = std::move(times);
+            known = record->flow;
         }
         transfer->callback = onCompletion;
     }

@@ -1,12 +1,16 @@
 #pragma once
 
+#include "frame_boundaries.h"
 #include "payload_meter.h"
+#include "stream_times.h"
 
 #include <libusb.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 
 namespace usbguards
 {
@@ -18,6 +22,9 @@ namespace usbguards
 /// libuvc frees a transfer when its callback reports the end, and waits for that when a stream
 /// stops. It overlooks a resubmission that fails, takes a transfer that was never submitted for
 /// one in flight, and frees one that is still in flight when cancelling it meets an absent device.
+///
+/// It also reads the payloads before libuvc does: withholds those that libuvc could not take, and
+/// notes when the frames of a watched stream came.
 ///
 /// Thread-safe. No lock is held while a callback of libuvc runs.
 class StreamTransfers
@@ -43,9 +50,21 @@ public:
     void forget(libusb_transfer* transfer);
 
 private:
+    /// The payloads of one stream. Those of its transfers come one after another: libusb reports
+    /// one transfer of a context at a time.
+    struct Flow {
+        PayloadMeter meter;
+        FrameBoundaries boundaries;
+        std::shared_ptr<StreamTimes> times; ///< null: not watched
+
+        /// Withholds the payloads that libuvc must not see, by making them empty.
+        void screen(libusb_transfer& transfer);
+        bool accept(std::span<const std::uint8_t> payload, std::size_t capacity, std::int64_t now);
+    };
+
     struct Record {
         libusb_transfer_cb_fn callback = nullptr; ///< libuvc's own
-        std::shared_ptr<PayloadMeter> meter;      ///< of the stream
+        std::shared_ptr<Flow> flow;               ///< of the stream
 
         std::mutex mutex; ///< held across submitting and cancelling; guards what follows
         bool wasSubmitted = false;
@@ -56,13 +75,15 @@ private:
 
     std::shared_ptr<Record> find(libusb_transfer* transfer);
     std::shared_ptr<Record> findOrAdd(libusb_transfer* transfer);
+    /// @param times for the frames of a stream that begins with this transfer
+    std::shared_ptr<Record> add(libusb_transfer* transfer, std::shared_ptr<StreamTimes> times);
 
     StreamTransfers() = default;
     ~StreamTransfers() = default;
 
     std::mutex m_mutex; ///< guards the maps, which hold no memory while they are empty
     std::map<libusb_transfer*, std::shared_ptr<Record>> m_records;
-    std::map<void*, std::weak_ptr<PayloadMeter>> m_meters; ///< by libuvc's stream
+    std::map<void*, std::weak_ptr<Flow>> m_flows; ///< by libuvc's stream
 };
 
 } // namespace usbguards

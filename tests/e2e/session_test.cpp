@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <iterator>
 #include <optional>
 #include <thread>
 
@@ -188,6 +190,58 @@ TEST_F(Session, AccountsForEveryFrame)
     EXPECT_EQ(trailers.size(), 20);
     EXPECT_GE(camera.counter("framesSent"), 20U);
     EXPECT_EQ(camera.counter("payloadsLost"), 0U);
+}
+
+TEST_F(Session, FramesHaveTheTimesOfTheirOwnPayloads)
+{
+    zrn::CameraObject host(m_plugin->factory());
+    ASSERT_EQ(host->connectDeviceByIndex(0), ErrorCode::Success);
+    const std::size_t index = indexOfSerial(host.property(keys::serial).toString());
+    ASSERT_NE(host.frameTimes(), nullptr);
+    ASSERT_EQ(host->startStream(0), ErrorCode::Success);
+    host.writeProperty(keys::maxGrabWaitTime, patientGrabMs);
+    struct Timed {
+        quint64 trailer;
+        CameraSpace::FrameTimes times;
+    };
+    std::vector<Timed> grabs;
+    for (int i = 0; i < 30; ++i) {
+        QList<CameraSpace::ImageBlock*> images;
+        Timed grab{};
+        ASSERT_EQ(host.frameTimes()->grabTimedImage(images, grab.times), ErrorCode::Success);
+        grab.trailer = ContractSpace::trailerOf(*images.front());
+        qDeleteAll(images);
+        grabs.push_back(grab);
+    }
+    ASSERT_EQ(host->stopStream(0), ErrorCode::Success);
+
+    // The camera stamps each payload when it begins to send it, so the stamp of a frame's first one
+    // lies between the beginnings of that frame and of the next, and no other frame's does.
+    const std::vector<SentFrame> sent = VirtualCamera(index).sentFrames();
+    auto from = sent.rbegin();
+    for (auto grabbed = grabs.rbegin(); grabbed != grabs.rend(); ++grabbed, ++from) {
+        from = std::find_if(from, sent.rend(), [&grabbed](const SentFrame& frame) {
+            return zrnsim::trailerOf(frame.request) == grabbed->trailer;
+        });
+        ASSERT_TRUE(from != sent.rend());
+        const CameraSpace::FrameTimes& times = grabbed->times;
+        EXPECT_EQ(times.payloadSource, CameraSpace::FrameTimeSource::Payload);
+        EXPECT_LE(from->time * 1e9, static_cast<double>(times.firstPayload));
+        EXPECT_LT(times.firstPayload, times.lastPayload);
+        EXPECT_LE(times.lastPayload, times.handOver);
+        ASSERT_EQ(times.hasSourceClock, 1U);
+        ASSERT_GT(times.clockFrequency, 0U);
+        const double clock = 4294967296.0 / times.clockFrequency; // seconds until it wraps
+        const auto sinceBegin = [&times, clock](double begin) {
+            return std::remainder(double(times.sourceClock) / times.clockFrequency - begin, clock);
+        };
+        constexpr double rounding = 1e-6;
+        EXPECT_GE(sinceBegin(from->time), -rounding);
+        if (from != sent.rbegin()) {
+            EXPECT_LE(sinceBegin(std::prev(from)->time), rounding);
+        }
+        ASSERT_EQ(times.hasPresentationTime, 1U);
+    }
 }
 
 TEST_F(Session, ReloadsThePlugin)

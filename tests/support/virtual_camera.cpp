@@ -102,7 +102,8 @@ std::vector<SentFrame> VirtualCamera::sentFrames(std::uint64_t since) const
     // Over a connection of its own, with which the memory for a long answer goes.
     const json answer = VirtualCamera(m_index).ask("frames", {{"since", since}});
     for (const json& frame : answer.at("frames")) {
-        frames.push_back({zrnsim::parseFrameRequest(frame), frame.at("complete")});
+        frames.push_back(
+            {zrnsim::parseFrameRequest(frame), frame.at("complete"), frame.at("time")});
     }
     return frames;
 }

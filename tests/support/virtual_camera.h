@@ -16,6 +16,7 @@
 struct SentFrame {
     zrnsim::FrameRequest request;
     bool complete; ///< every payload of it has left the camera
+    double time;   ///< seconds of CLOCK_MONOTONIC when the camera began to send it
 };
 
 /// One of the virtual cameras that this process runs on: its cable and its insides, through the

@@ -3,6 +3,8 @@
 
 #include "camera_interface.h"
 #include "factory_interface.h"
+#include "frame_times_interface.h"
+#include "timed_camera.h"
 #include "zrn_camera.h"
 
 #include <gtest/gtest.h>
@@ -206,6 +208,48 @@ TEST(BinaryContract, TypesHaveTheirSizes)
     EXPECT_EQ(block.width, 0);
     EXPECT_EQ(block.height, 0);
     EXPECT_EQ(block.bitsPerPixel, 0);
+}
+
+TEST(BinaryContract, RecordOfTheFrameTimes)
+{
+    using CameraSpace::FrameTimes;
+    using Interface = CameraSpace::FrameTimesInterface;
+    EXPECT_STREQ(qobject_interface_iid<Interface*>(), "zrncamera.FrameTimesInterface/1");
+    expectConsecutive({slotOf(&Interface::grabTimedImage)}, 0);
+    static_assert(std::is_same_v<decltype(&Interface::grabTimedImage),
+                                 ErrorCode (Interface::*)(QList<ImageBlock*>&, FrameTimes&)>);
+    static_assert(!std::has_virtual_destructor_v<Interface>);
+    static_assert(std::is_standard_layout_v<FrameTimes> &&
+                  std::is_trivially_copyable_v<FrameTimes>);
+    static_assert(offsetof(FrameTimes, firstPayload) == 0);
+    static_assert(offsetof(FrameTimes, lastPayload) == 8);
+    static_assert(offsetof(FrameTimes, handOver) == 16);
+    static_assert(offsetof(FrameTimes, payloadSource) == 24);
+    static_assert(offsetof(FrameTimes, sequence) == 28);
+    static_assert(offsetof(FrameTimes, hasPresentationTime) == 32);
+    static_assert(offsetof(FrameTimes, presentationTime) == 36);
+    static_assert(offsetof(FrameTimes, hasSourceClock) == 40);
+    static_assert(offsetof(FrameTimes, sourceClock) == 44);
+    static_assert(offsetof(FrameTimes, busFrame) == 48);
+    static_assert(offsetof(FrameTimes, clockFrequency) == 52);
+    static_assert(offsetof(FrameTimes, ringLosses) == 56);
+    static_assert(offsetof(FrameTimes, libraryLosses) == 64);
+    static_assert(sizeof(FrameTimes) == 72);
+}
+
+TEST(BinaryContract, FrameTimesAreReachedByTheirNameAlone)
+{
+    TimedCamera camera;
+    using Interface = CameraSpace::FrameTimesInterface;
+    EXPECT_EQ(qobject_cast<Interface*>(static_cast<QObject*>(&camera)),
+              static_cast<Interface*>(&camera));
+    EXPECT_EQ(camera.qt_metacast("CZRNCamera"), static_cast<CZRNCamera*>(&camera));
+    EXPECT_EQ(camera.qt_metacast("CameraInterface"),
+              static_cast<CameraSpace::CameraInterface*>(&camera));
+    EXPECT_EQ(camera.qt_metacast("FrameTimesInterface"), nullptr);
+    EXPECT_EQ(camera.qt_metacast(nullptr), nullptr);
+    EXPECT_STREQ(camera.metaObject()->className(), "CZRNCamera");
+    static_assert(!std::is_base_of_v<Interface, CZRNCamera>, "its tables and record stay");
 }
 
 TEST(BinaryContract, ResultsHaveTheirNumbers)

@@ -105,6 +105,7 @@ struct Bus::State {
     std::function<void()> afterDelivery;
     std::string guardFault;
     int keptLibraryCount = 0;
+    std::shared_ptr<StreamTimes> watch;
 
     // Deques keep the addresses of their elements.
     std::deque<uvc_context> contexts;
@@ -292,6 +293,18 @@ int Bus::keptLibraryCount() const
     return m_state->keptLibraryCount;
 }
 
+void Bus::setWatch(std::shared_ptr<StreamTimes> times)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state->watch = std::move(times);
+}
+
+std::shared_ptr<StreamTimes> Bus::watch() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_state->watch;
+}
+
 void Bus::setHook(std::function<void(const Call&)> hook)
 {
     const std::lock_guard lock(m_mutex);
@@ -340,7 +353,8 @@ std::optional<Stream> Bus::stream(const Camera& camera) const
     return std::nullopt;
 }
 
-bool Bus::deliver(const Camera& camera, int width, int height, std::vector<unsigned char>& data)
+bool Bus::deliver(const Camera& camera, int width, int height, std::vector<unsigned char>& data,
+                  std::uint32_t sequence)
 {
     std::unique_lock lock(m_mutex);
     const auto handle = std::find_if(
@@ -360,6 +374,7 @@ bool Bus::deliver(const Camera& camera, int width, int height, std::vector<unsig
     frame.data_bytes = data.size();
     frame.width = static_cast<std::uint32_t>(width);
     frame.height = static_cast<std::uint32_t>(height);
+    frame.sequence = sequence;
     stream.callback(&frame, stream.userPointer);
     callbackLock.unlock();
     if (afterDelivery) {

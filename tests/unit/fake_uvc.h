@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+class StreamTimes;
+
 /// A scripted stand-in for libuvc. It defines the functions that the driver may call and no others,
 /// so a driver that calls another one does not link.
 ///
@@ -170,7 +172,10 @@ public:
     [[nodiscard]] std::optional<Stream> stream(const Camera& camera) const;
     /// Gives a frame to the stream that runs on a camera, on the calling thread; as with libuvc,
     /// stopping waits for it. @return false when there is no stream.
-    bool deliver(const Camera& camera, int width, int height, std::vector<unsigned char>& data);
+    bool deliver(const Camera& camera, int width, int height, std::vector<unsigned char>& data,
+                 std::uint32_t sequence = 0);
+    /// Where the driver wants the frames of the stream started last to be noted.
+    [[nodiscard]] std::shared_ptr<StreamTimes> watch() const;
 
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
@@ -178,6 +183,7 @@ public:
     // For what the camera class asks about its libuvc.
     [[nodiscard]] std::string guardFault() const;
     void noteKeptLibrary();
+    void setWatch(std::shared_ptr<StreamTimes> times);
 
     // For the functions of libuvc.
     uvc_error_t begin(const std::string& function, const std::string& arguments,

@@ -3,6 +3,9 @@
 #include "abandonment.h"
 #include "fake_uvc.h"
 #include "guard_status.h"
+#include "payload_watch.h"
+
+#include <utility>
 
 using fakeuvc::Bus;
 
@@ -22,4 +25,9 @@ void keepGuards() {}
 void keepLibraryLoaded()
 {
     Bus::instance().noteKeptLibrary();
+}
+
+void watchPayloads(uvc_device_handle_t*, std::shared_ptr<StreamTimes> times)
+{
+    Bus::instance().setWatch(std::move(times));
 }

@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -71,6 +74,98 @@ protected:
     std::unique_ptr<libusb_transfer> memory = std::make_unique<libusb_transfer>();
     libusb_transfer& transfer = *memory;
 };
+
+/// Has the frames noted of the stream that starts next on the handle.
+std::shared_ptr<StreamTimes> watch(libusb_device_handle* handle)
+{
+    auto times = std::make_shared<StreamTimes>(3);
+    OwnedObjects::instance().find(handle)->watch = times;
+    return times;
+}
+
+TEST_F(UsbGuards, TheFramesOfAWatchedStreamAreNotedBeforeLibuvcKnowsOfThem)
+{
+    const std::shared_ptr<StreamTimes> times = watch(handle);
+    static std::optional<StreamTimes::Found> found;
+    static StreamTimes* noted;
+    noted = times.get();
+    transfer.callback = [](libusb_transfer*) { found = noted->find(1); };
+    const std::vector<unsigned char> sent = {2, 0x03, 1, 2, 3};
+    std::copy(sent.begin(), sent.end(), buffer);
+    transfer.actual_length = static_cast<int>(sent.size());
+    guardSubmitTransfer(&transfer);
+    const auto before = std::chrono::steady_clock::now().time_since_epoch();
+    complete(LIBUSB_TRANSFER_COMPLETED);
+    const auto after = std::chrono::steady_clock::now().time_since_epoch();
+
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->times.bytes, 3U);
+    EXPECT_EQ(found->wholeFrames, 1U);
+    EXPECT_LE(std::chrono::nanoseconds(before).count(), found->times.first);
+    EXPECT_GE(std::chrono::nanoseconds(after).count(), found->times.last);
+}
+
+TEST_F(UsbGuards, WhatIsNoPayloadIsNotNoted)
+{
+    const std::shared_ptr<StreamTimes> times = watch(handle);
+    buffer[0] = 2;
+    buffer[1] = 0x03;
+    transfer.actual_length = 5;
+    guardSubmitTransfer(&transfer);
+    for (const libusb_transfer_status status :
+         {LIBUSB_TRANSFER_ERROR, LIBUSB_TRANSFER_TIMED_OUT, LIBUSB_TRANSFER_OVERFLOW}) {
+        complete(status);
+    }
+    EXPECT_FALSE(times->isUsed());
+}
+
+TEST_F(UsbGuards, AWatchIsForOneStream)
+{
+    const std::shared_ptr<StreamTimes> times = watch(handle);
+    guardSubmitTransfer(&transfer);
+    guardFreeTransfer(&transfer);
+    EXPECT_EQ(times.use_count(), 1) << "the stream is over";
+    transfer.callback = onTransfer; // a transfer of the next stream, at the same address
+    buffer[0] = 2;
+    buffer[1] = 0x03;
+    transfer.actual_length = 5;
+    guardSubmitTransfer(&transfer);
+    complete(LIBUSB_TRANSFER_COMPLETED);
+    EXPECT_FALSE(times->isUsed());
+}
+
+TEST_F(UsbGuards, IsochronousPacketsAreNotedOneByOne)
+{
+    const std::shared_ptr<StreamTimes> times = watch(handle);
+    constexpr int packets = 3;
+    struct FreeMemory {
+        void operator()(void* memory) const { std::free(memory); }
+    };
+    const std::unique_ptr<libusb_transfer, FreeMemory> owner(static_cast<libusb_transfer*>(
+        std::calloc(1, sizeof(libusb_transfer) + packets * sizeof(libusb_iso_packet_descriptor))));
+    libusb_transfer& stream = *owner;
+    std::vector<unsigned char> data = {2, 0x03, 1, 0, 2, 0x02, 9, 0, 2, 0x03, 1, 1};
+    stream.dev_handle = handle;
+    stream.type = LIBUSB_TRANSFER_TYPE_ISOCHRONOUS;
+    stream.callback = onTransfer;
+    stream.buffer = data.data();
+    stream.length = static_cast<int>(data.size());
+    stream.num_iso_packets = packets;
+    for (int i = 0; i < packets; ++i) {
+        stream.iso_packet_desc[i].length = 4;
+        stream.iso_packet_desc[i].actual_length = i == 2 ? 4 : 3;
+    }
+    stream.iso_packet_desc[1].status = LIBUSB_TRANSFER_ERROR;
+    guardSubmitTransfer(&stream);
+    stream.status = LIBUSB_TRANSFER_COMPLETED;
+    stream.callback(&stream);
+    ASSERT_TRUE(times->find(1));
+    EXPECT_EQ(times->find(1)->times.bytes, 1U);
+    ASSERT_TRUE(times->find(2)) << "the failed packet is no payload to libuvc";
+    EXPECT_EQ(times->find(2)->times.bytes, 2U);
+    EXPECT_FALSE(times->find(3));
+    guardFreeTransfer(&stream);
+}
 
 TEST_F(UsbGuards, ATransferPassesThrough)
 {

@@ -7,6 +7,7 @@
 namespace
 {
 
+using usbguards::PayloadHeader;
 using usbguards::PayloadMeter;
 using Payload = std::vector<std::uint8_t>;
 
@@ -28,7 +29,7 @@ Payload payload(std::size_t data, std::uint8_t info)
 
 bool accept(PayloadMeter& meter, const Payload& sent)
 {
-    return meter.accept(sent, sent.size());
+    return meter.accept(PayloadHeader::of(sent), sent.size());
 }
 
 TEST(PayloadMeter, AFrameMayFillTheBufferAndNoMore)
@@ -94,8 +95,8 @@ TEST(PayloadMeter, AnnouncedHeaderFieldsMustLieWithinTheMemory)
 {
     PayloadMeter meter;
     const Payload sent = payload(4, bothClocks);
-    EXPECT_FALSE(meter.accept(sent, 11));
-    EXPECT_TRUE(meter.accept(sent, 12));
+    EXPECT_FALSE(meter.accept(PayloadHeader::of(sent), 11));
+    EXPECT_TRUE(meter.accept(PayloadHeader::of(sent), 12));
 }
 
 } // namespace

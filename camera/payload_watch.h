@@ -1,0 +1,13 @@
+#pragma once
+
+#include "stream_times.h"
+
+#include <libuvc/libuvc.h>
+
+#include <memory>
+
+// Who sees the payloads of streams. Defined by the library that the camera class becomes a part of.
+
+/// Has the frames of the stream that starts next on this handle noted, where their payloads are
+/// seen and libuvc's numbers for them are known. Thread-safe.
+void watchPayloads(uvc_device_handle_t* handle, std::shared_ptr<StreamTimes> times);
