@@ -43,9 +43,9 @@ GstStaticPadTemplate padTemplate(const char* name)
     return {
         name, GST_PAD_SRC, GST_PAD_ALWAYS,
         GST_STATIC_CAPS("video/x-raw, format = GRAY8, width = [ 1, max ], height = [ 1, max ], "
-                        "framerate = [ 0, max ]; "
+                        "framerate = [ 0/1, 2147483647/1 ]; "
                         "video/x-bayer, format = { bggr, gbrg, grbg, rggb }, width = [ 1, max ], "
-                        "height = [ 1, max ], framerate = [ 0, max ]")};
+                        "height = [ 1, max ], framerate = [ 0/1, 2147483647/1 ]")};
 }
 
 GType queuePolicyType()
