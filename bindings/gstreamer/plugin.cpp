@@ -1,3 +1,4 @@
+#include "device_provider.h"
 #include "zrn_src.h"
 
 #define PACKAGE "zrncamera"
@@ -7,7 +8,9 @@ namespace
 
 gboolean registerFeatures(GstPlugin* plugin)
 {
-    return gst_element_register(plugin, "zrnsrc", GST_RANK_NONE, zrn_src_get_type());
+    return gst_element_register(plugin, "zrnsrc", GST_RANK_NONE, zrn_src_get_type()) &&
+           gst_device_provider_register(plugin, "zrndeviceprovider", GST_RANK_PRIMARY,
+                                        zrn_device_provider_get_type());
 }
 
 } // namespace
