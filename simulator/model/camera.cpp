@@ -233,6 +233,7 @@ std::optional<PayloadPiece> Camera::nextPiece(std::size_t maxLength)
         m_sentFrames.append(
             {0, Clock::now(), frame->request, frame->bytes.size(), frame->fault, false});
         m_slicer.load(frame);
+        m_producer.startClock();
     }
     auto piece = m_slicer.next(maxLength);
     if (!piece) {

@@ -46,7 +46,20 @@ void FrameProducer::start(std::optional<Clock::duration> period)
         m_runs = true;
         m_emits = 0;
         m_period = period;
-        m_due = Clock::now();
+        m_isFirst = period.has_value();
+        m_due.reset();
+    }
+    m_changed.notify_all();
+}
+
+void FrameProducer::startClock()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!m_period || m_isFirst || m_due) {
+            return;
+        }
+        m_due = Clock::now() + *m_period;
     }
     m_changed.notify_all();
 }
@@ -77,12 +90,17 @@ void FrameProducer::run()
         const bool isEmitted = m_emits > 0;
         if (isEmitted) {
             --m_emits;
+        } else if (m_isFirst) {
+            m_isFirst = false;
         } else {
             // A sensor that fell behind by more than a frame does not catch up.
-            m_due = std::max(m_due + *m_period, Clock::now() - *m_period);
+            m_due = std::max(*m_due + *m_period, Clock::now() - *m_period);
         }
         lock.unlock();
-        produce(isEmitted);
+        const bool isTaken = produce(isEmitted);
+        if (!isTaken) {
+            startClock(); // there is no frame whose fetching would
+        }
         lock.lock();
     }
 }
@@ -93,35 +111,40 @@ bool FrameProducer::waitForFrame(std::unique_lock<std::mutex>& lock)
     if (m_runs && m_emits > 0) {
         return true;
     }
-    if (!m_runs || !m_period) {
+    if (m_runs && m_isFirst) {
+        return true;
+    }
+    if (!m_runs || !m_due) {
         m_changed.wait(lock);
         return false;
     }
-    if (Clock::now() >= m_due) {
+    const Clock::time_point due = *m_due;
+    if (Clock::now() >= due) {
         return true;
     }
-    const Clock::time_point due = m_due;
     m_changed.wait_until(lock, due);
     return false;
 }
 
-void FrameProducer::produce(bool isEmitted)
+/// Whether there was a frame to deliver.
+bool FrameProducer::produce(bool isEmitted)
 {
     const std::shared_ptr<Frame> frame = m_pool.take();
     if (!m_hooks.begin(*frame, isEmitted)) {
-        return;
+        return false;
     }
     try {
         m_render(frame->request, frame->bytes);
         resizeFrame(*frame);
     } catch (const std::bad_alloc&) {
         m_hooks.fail();
-        return;
+        return false;
     } catch (const std::length_error&) {
         m_hooks.fail();
-        return;
+        return false;
     }
     m_hooks.deliver(frame);
+    return true;
 }
 
 } // namespace zrnsim

@@ -32,8 +32,11 @@ public:
     FrameProducer(const FrameProducer&) = delete;
     FrameProducer& operator=(const FrameProducer&) = delete;
 
-    /// Frames every `period`, the first at once; without a period frames come on emit() only.
+    /// Frames every `period`; without one they come on emit() only. The first is rendered at once,
+    /// and the clock starts when startClock() says that somebody takes it: what a host does before
+    /// it can receive, and the first painting of a scene, cost no frame.
     void start(std::optional<Clock::duration> period);
+    void startClock();
     void stop();
 
     /// Asks for one frame at once, in addition to the periodic ones.
@@ -42,7 +45,7 @@ public:
 private:
     void run();
     bool waitForFrame(std::unique_lock<std::mutex>& lock);
-    void produce(bool isEmitted);
+    bool produce(bool isEmitted);
 
     const RenderFrame m_render;
     const Hooks m_hooks;
@@ -54,7 +57,8 @@ private:
     bool m_runs = false;
     unsigned m_emits = 0;
     std::optional<Clock::duration> m_period;
-    Clock::time_point m_due;
+    bool m_isFirst = false;                 ///< the next periodic frame is the stream's first
+    std::optional<Clock::time_point> m_due; ///< of the next frame; none before the clock starts
 
     std::thread m_thread; // the last member: the thread uses all others
 };
