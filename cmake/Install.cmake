@@ -34,10 +34,14 @@ install(FILES ${zrn_client_headers} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrn
     COMPONENT development)
 install(FILES "${zrn_made}/camera_ids.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/zrncamera" COMPONENT development)
 configure_package_config_file(packaging/zrncameraConfig.cmake.in zrncameraConfig.cmake
-    INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera")
+    INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera" PATH_VARS ZRN_PLUGIN_DIR)
 write_basic_package_version_file(zrncameraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
     BASE_DIRECTORY "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" OUTPUT_VARIABLE zrn_prefix_from_pkgconfig)
+set(zrn_pkgconfig_plugin_file "${zrn_plugin_file}")
+if(NOT IS_ABSOLUTE "${ZRN_PLUGIN_DIR}")
+    string(CONCAT zrn_pkgconfig_plugin_file [[${prefix}]] "/${ZRN_PLUGIN_DIR}/libzrncamera.so")
+endif()
 configure_file(packaging/zrncamera.pc.in zrncamera.pc @ONLY)
 configure_file(packaging/zrnclient.pc.in zrnclient.pc @ONLY)
 install(FILES

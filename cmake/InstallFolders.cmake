@@ -1,15 +1,33 @@
-# Folders that an installation uses. Hosts look for the plugin in a folder of its own below Qt's.
+# Folders that an installation uses. Below its prefix, the plugin lies where Qt has its plugins below Qt's own; hosts
+# look for it in a folder of its own there.
 
 include(GNUInstallDirs)
 
 # Cross builds name the folder: Qt's qmake of the target cannot be asked there.
 if(NOT DEFINED ZRN_PLUGIN_DIR)
     get_target_property(zrn_qmake Qt5::qmake IMPORTED_LOCATION)
-    execute_process(COMMAND "${zrn_qmake}" -query QT_INSTALL_PLUGINS
-        OUTPUT_VARIABLE zrn_qt_plugins OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    foreach(folder IN ITEMS PREFIX PLUGINS)
+        execute_process(COMMAND "${zrn_qmake}" -query QT_INSTALL_${folder}
+            OUTPUT_VARIABLE zrn_qt_${folder} OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+    cmake_path(IS_PREFIX zrn_qt_PREFIX "${zrn_qt_PLUGINS}" zrn_is_below_prefix)
+    if(zrn_is_below_prefix)
+        cmake_path(RELATIVE_PATH zrn_qt_PLUGINS BASE_DIRECTORY "${zrn_qt_PREFIX}")
+    else()
+        set(zrn_qt_PLUGINS "${CMAKE_INSTALL_LIBDIR}/qt5/plugins")
+    endif()
 endif()
-set(ZRN_PLUGIN_DIR "${zrn_qt_plugins}/zrncamera" CACHE PATH "Folder that the plugin is installed to")
-cmake_path(APPEND zrn_plugin_file "${ZRN_PLUGIN_DIR}" "libzrncamera.so")
+set(ZRN_PLUGIN_DIR "${zrn_qt_PLUGINS}/zrncamera" CACHE STRING
+    "Folder that the plugin is installed to, absolute or below the prefix")
+cmake_path(ABSOLUTE_PATH ZRN_PLUGIN_DIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" OUTPUT_VARIABLE zrn_full_plugin_dir)
+cmake_path(APPEND zrn_full_plugin_dir "libzrncamera.so" OUTPUT_VARIABLE zrn_plugin_file)
+# How programs that are installed beside it get there, wherever the prefix is at last.
+if(IS_ABSOLUTE "${ZRN_PLUGIN_DIR}")
+    set(zrn_plugin_from_programs "${zrn_plugin_file}")
+else()
+    cmake_path(RELATIVE_PATH zrn_plugin_file BASE_DIRECTORY "${CMAKE_INSTALL_FULL_BINDIR}"
+        OUTPUT_VARIABLE zrn_plugin_from_programs)
+endif()
 
 option(ZRN_INSTALL_UDEV_RULE "Install the rule that lets the user at the machine open the cameras" OFF)
 # Rules of the local administrator belong to /etc; below /usr stand those of packages.

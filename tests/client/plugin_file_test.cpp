@@ -52,10 +52,11 @@ TEST_F(PluginFile, TheInstallationBeatsOtherFolders)
     for (const PluginCandidate& candidate : pluginCandidates("", folder / "bin")) {
         origins.push_back(candidate.origin);
     }
-    ASSERT_GT(origins.size(), 2U);
+    ASSERT_GT(origins.size(), 3U);
     EXPECT_EQ(origins[0], "build tree");
     EXPECT_EQ(origins[1], "installation");
-    EXPECT_EQ(origins[2], "Qt plugin folder");
+    EXPECT_EQ(origins[2], "configured installation");
+    EXPECT_EQ(origins[3], "Qt plugin folder");
 }
 
 TEST_F(PluginFile, ANamedFileIsTakenEvenIfItIsMissing)
