@@ -125,7 +125,7 @@ int runCommand(const Arguments& arguments, int signals, zrnsim::CameraList& came
     zrnsim::CommandProcessor processor(cameras, bus);
     const zrnsim::ControlServer server(processor, controlSocket);
     const auto script = arguments.script.empty() ? std::vector<zrnsim::ScriptStep>()
-                                                 : zrnsim::readScript(arguments.script);
+                                                 : zrnsim::readScript(arguments.script, processor);
     environment.push_back(std::string(zrnsim::controlVariable) + "=" + controlSocket);
 
     Session session;

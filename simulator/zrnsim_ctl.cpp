@@ -19,12 +19,16 @@ constexpr int exitUsage = 2;
 void addField(nlohmann::json& request, const std::string& field)
 {
     const std::size_t equals = field.find('=');
-    if (equals == std::string::npos) {
+    if (equals == std::string::npos || equals == 0) {
         throw std::runtime_error("'" + field + "' is not of the form KEY=VALUE");
+    }
+    const std::string key = field.substr(0, equals);
+    if (request.contains(key)) {
+        throw std::runtime_error("'" + key + "' is given twice");
     }
     const std::string text = field.substr(equals + 1);
     const auto value = nlohmann::json::parse(text, nullptr, false);
-    request[field.substr(0, equals)] = value.is_discarded() ? nlohmann::json(text) : value;
+    request[key] = value.is_discarded() ? nlohmann::json(text) : value;
 }
 
 } // namespace
@@ -54,6 +58,9 @@ int main(int argc, char** argv)
         const nlohmann::json answer = zrnsim::ControlClient(socketPath).call(request);
         std::cout << answer.dump(2) << '\n';
         return answer.value("ok", false) ? EXIT_SUCCESS : exitRefused;
+    } catch (const nlohmann::json::type_error&) { // thrown by writing the request
+        std::cerr << "zrnsim-ctl: the command is not in UTF-8\n";
+        return exitUsage;
     } catch (const std::exception& error) {
         std::cerr << "zrnsim-ctl: " << error.what() << '\n';
         return exitUsage;

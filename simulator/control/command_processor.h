@@ -19,6 +19,9 @@ public:
     {
     }
 
+    /// \throws CommandError for a request that no camera could ever carry out
+    void check(const nlohmann::json& request) const;
+
     /// Answers one request object: {"ok": true, ...} or {"ok": false, "error": "..."}.
     nlohmann::json execute(const nlohmann::json& request);
 

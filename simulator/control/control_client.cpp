@@ -24,7 +24,8 @@ ControlClient::ControlClient(const std::string& socketPath)
     std::strncpy(address.sun_path, socketPath.c_str(), sizeof address.sun_path - 1);
     if (m_socket < 0 ||
         connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        const std::system_error error(errno, std::generic_category(), socketPath);
+        const std::system_error error(errno, std::generic_category(),
+                                      "cannot connect to the control socket " + socketPath);
         close(m_socket);
         throw error;
     }
@@ -73,8 +74,11 @@ nlohmann::json ControlClient::call(const nlohmann::json& request)
         m_received.append(block.data(), static_cast<std::size_t>(count));
         end = m_received.find('\n', known);
     }
-    nlohmann::json answer = nlohmann::json::parse(m_received.substr(0, end));
+    nlohmann::json answer = nlohmann::json::parse(m_received.substr(0, end), nullptr, false);
     m_received.erase(0, end + 1);
+    if (!answer.is_object()) {
+        throw std::runtime_error("what answers on the control socket is not zrnsim");
+    }
     return answer;
 }
 

@@ -1,11 +1,12 @@
 #include "control/script.h"
 
+#include "control/command_fields.h"
+
 #include <nlohmann/json.hpp>
 
 #include <fstream>
 #include <glib.h>
 #include <iostream>
-#include <stdexcept>
 
 namespace zrnsim
 {
@@ -38,12 +39,10 @@ void deleteStep(gpointer data)
 
 } // namespace
 
-std::vector<ScriptStep> readScript(const std::string& path)
+std::vector<ScriptStep> readScript(const std::string& path, const CommandProcessor& processor)
 {
+    constexpr double latest = 1'000'000; // seconds, eleven days
     std::ifstream file(path);
-    if (!file) {
-        throw std::runtime_error("cannot read the script " + path);
-    }
     std::vector<ScriptStep> steps;
     int number = 0;
     for (std::string line; std::getline(file, line);) {
@@ -51,15 +50,27 @@ std::vector<ScriptStep> readScript(const std::string& path)
         if (line.empty() || line.front() == '#') {
             continue;
         }
+        const auto refuse = [&](const std::string& reason) {
+            throw ConfigError(path + ":" + std::to_string(number) + ": " + reason);
+        };
         json request = json::parse(line, nullptr, false);
-        if (!request.is_object() || !request.contains("command") || !request.contains("at") ||
-            !request["at"].is_number() || request["at"].get<double>() < 0) {
-            throw std::runtime_error(path + ":" + std::to_string(number) +
-                                     ": not a JSON object with \"at\" and \"command\"");
+        if (!request.is_object() || !request.contains("at")) {
+            refuse("not a JSON object with \"at\" and \"command\"");
         }
-        const double at = request["at"];
+        const json at = request["at"];
+        if (!at.is_number() || at < 0 || at > latest) {
+            refuse("at: " + at.dump() + " is not a number of seconds from 0 to 1000000");
+        }
         request.erase("at");
+        try {
+            processor.check(request);
+        } catch (const CommandError& error) {
+            refuse(error.what());
+        }
         steps.push_back({at, request.dump()});
+    }
+    if (!file.eof() || file.bad()) {
+        throw ConfigError("cannot read the script " + path);
     }
     return steps;
 }

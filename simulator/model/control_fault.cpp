@@ -42,6 +42,8 @@ constexpr std::array streamControls{
     Named{uvc::vsStreamErrorCode, "stream-error-code"},
 };
 
+constexpr const char* requestErrorCode = "request-error-code";
+
 template <std::size_t Count>
 std::string find(const std::array<Named, Count>& names, std::uint8_t number)
 {
@@ -62,7 +64,7 @@ std::string classTarget(const SetupPacket& setup)
         return std::string(traits->name);
     }
     if (setup.indexHigh() == 0 && setup.valueHigh() == uvc::vcRequestErrorCode) {
-        return "request-error-code";
+        return requestErrorCode;
     }
     return "entity " + std::to_string(setup.indexHigh()) + " selector " +
            std::to_string(setup.valueHigh());
@@ -76,6 +78,34 @@ RequestName nameOf(const SetupPacket& setup)
         return {find(classRequests, setup.request), classTarget(setup)};
     }
     return {find(standardRequests, setup.request), find(recipients, setup.recipient())};
+}
+
+std::vector<std::string_view> requestNames()
+{
+    std::vector<std::string_view> names;
+    for (const auto& [number, name] : classRequests) {
+        names.emplace_back(name);
+    }
+    for (const auto& [number, name] : standardRequests) {
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+std::vector<std::string_view> targetNames()
+{
+    std::vector<std::string_view> names;
+    for (const ControlTraits& traits : controlTable) {
+        names.push_back(traits.name);
+    }
+    for (const auto& [number, name] : streamControls) {
+        names.emplace_back(name);
+    }
+    for (const auto& [number, name] : recipients) {
+        names.emplace_back(name);
+    }
+    names.emplace_back(requestErrorCode);
+    return names;
 }
 
 bool ControlFault::matches(const SetupPacket& setup, const RequestName& name) const

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace zrnsim
 {
@@ -26,6 +28,10 @@ struct RequestName {
 
 /// Names a request.
 RequestName nameOf(const SetupPacket& setup);
+
+/// The words that nameOf() gives what it knows; it numbers the others.
+std::vector<std::string_view> requestNames();
+std::vector<std::string_view> targetNames();
 
 /// Makes matching control requests misbehave.
 struct ControlFault {

@@ -2,6 +2,7 @@
 #include "control/json_views.h"
 #include "control/script.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -98,6 +99,101 @@ TEST_F(CommandProcessorTest, RefusesWhatItDoesNotUnderstand)
     }
 }
 
+TEST_F(CommandProcessorTest, RefusesUnknownFieldsAndValuesOfAWrongType)
+{
+    struct Case {
+        json request;
+        const char* error;
+    };
+    const Case cases[]{
+        {{{"command", "emit"}, {"cuont", 5}}, "there is no field \"cuont\"; there are camera, "},
+        {{{"command", "emit"}, {"count", "many"}},
+         "count: \"many\" is not a whole number from 0 to "},
+        {{{"command", "emit"}, {"count", 1.5}}, "count: 1.5 is not a whole number"},
+        {{{"command", "emit"}, {"count", -1}}, "count: -1 is not a whole number"},
+        {{{"command", "unplug"}, {"announced", "no"}}, "announced: \"no\" is not true or false"},
+        {{{"command", "unplug"}, {"camera", 7}}, "there is no camera 7"},
+        {{{"command", "trace"}, {"since", nullptr}}, "since: null is not a whole number"},
+        {{{"command", "frame-number"}}, "number is missing"},
+        {{{"command", "frame-number"}, {"number", 4'294'967'296}}, "number: 4294967296 is not"},
+        {{{"command", "set-control"}, {"control", "zoom"}},
+         "control: \"zoom\" is not known; there are "},
+        {{{"command", "control-fault"}, {"action", "stall"}, {"target", "gian"}},
+         "target: \"gian\" is"},
+        {{{"command", "control-fault"}, {"action", "stall"}, {"request", 5}},
+         "request: 5 is not a text"},
+        {{{"command", "set-descriptors"}, {"configuration", {1, 256}}},
+         "configuration: [1,256] is"},
+        {{{"command", "plug"}, {"serial", 1e30}}, "serial: 1e+30 is not a number of 64 bits"},
+        {{{"command", "cameras"}, {"camera", 0}}, "there is no field \"camera\"; there is none"},
+        {{{"command", "dance"}}, "there is no command \"dance\"; there are cameras, camera, "},
+        {{{"command", 5}}, "there is no command 5"},
+        {json::object(), "command is missing"},
+    };
+    for (const Case& c : cases) {
+        const json answer = run(c.request);
+        EXPECT_FALSE(answer.at("ok")) << c.request;
+        EXPECT_THAT(answer.at("error").get<std::string>(), testing::StartsWith(c.error));
+    }
+}
+
+TEST_F(CommandProcessorTest, NoValueOfNoFieldGetsPastTheChecks)
+{
+    const json values[]{nullptr,
+                        true,
+                        -1,
+                        0,
+                        300,
+                        1e300,
+                        18446744073709551615U,
+                        "",
+                        "gain",
+                        json::array({1, -1}),
+                        json::object()};
+    const char* const fields[]{"camera",       "serial",        "since",
+                               "control",      "cur",           "count",
+                               "number",       "configuration", "announced",
+                               "action",       "request",       "target",
+                               "milliseconds", "length",        "value",
+                               "sizeDelta",    "bytes",         "kind",
+                               "lostPayloads", "errorPayloads", "withoutEndOfFrame"};
+    for (const char* const command : {"cameras",
+                                      "camera",
+                                      "counters",
+                                      "controls",
+                                      "trace",
+                                      "frames",
+                                      "set-control",
+                                      "emit",
+                                      "frame-number",
+                                      "descriptors",
+                                      "set-descriptors",
+                                      "unplug",
+                                      "plug",
+                                      "control-fault",
+                                      "frame-fault",
+                                      "transfer-fault",
+                                      "refuse-submissions",
+                                      "halt",
+                                      "freeze",
+                                      "thaw",
+                                      "clear-faults"}) {
+        for (const char* const field : fields) {
+            for (const json& value : values) {
+                json request{{"command", command}, {"control", "gain"}, {"action", "stall"}};
+                request["kind"] = "overflow";
+                request[field] = value;
+                for (const bool hasOthers : {true, false}) {
+                    if (!hasOthers) {
+                        request = {{"command", command}, {field, value}};
+                    }
+                    EXPECT_NO_THROW(EXPECT_TRUE(run(request).at("ok").is_boolean())) << request;
+                }
+            }
+        }
+    }
+}
+
 TEST_F(CommandProcessorTest, AnswersLinesThatAreNoJson)
 {
     for (const char* const line : {"", "{", "[1]", "3", "\xff\xfe"}) {
@@ -155,7 +251,7 @@ TEST_F(CommandProcessorTest, FrameListCanBeRenderedAgain)
     EXPECT_EQ(request.controls, frame.request.controls);
 }
 
-class ScriptTest : public testing::Test
+class ScriptTest : public CommandProcessorTest
 {
 protected:
     std::string write(const std::string& text)
@@ -170,7 +266,8 @@ TEST_F(ScriptTest, ReadsTimedCommands)
 {
     const auto steps = readScript(write("# a comment\n\n"
                                         "{\"at\": 0.5, \"command\": \"unplug\", \"camera\": 1}\n"
-                                        "{\"at\": 2, \"command\": \"plug\", \"camera\": 1}\n"));
+                                        "{\"at\": 2, \"command\": \"plug\", \"camera\": 1}\n"),
+                                  processor);
     ASSERT_EQ(steps.size(), 2U);
     EXPECT_DOUBLE_EQ(steps[0].at, 0.5);
     EXPECT_EQ(json::parse(steps[0].request), (json{{"command", "unplug"}, {"camera", 1}}));
@@ -181,15 +278,20 @@ TEST_F(ScriptTest, NamesTheLineThatIsWrong)
 {
     for (const char* const line :
          {"{", "[]", "{\"at\": 1}", "{\"command\": \"halt\"}",
-          "{\"at\": -1, \"command\": \"halt\"}", "{\"at\": \"1\", \"command\": \"halt\"}"}) {
+          "{\"at\": -1, \"command\": \"halt\"}", "{\"at\": \"1\", \"command\": \"halt\"}",
+          "{\"at\": 1e12, \"command\": \"halt\"}", "{\"at\": 1, \"command\": \"hault\"}",
+          "{\"at\": 1, \"command\": \"halt\", \"count\": 2}",
+          "{\"at\": 1, \"command\": \"emit\", \"count\": \"two\"}",
+          "{\"at\": 1, \"command\": \"unplug\", \"camera\": 2}"}) {
         try {
-            readScript(write(std::string("# first\n") + line + "\n"));
+            readScript(write(std::string("# first\n") + line + "\n"), processor);
             ADD_FAILURE() << line;
-        } catch (const std::runtime_error& error) {
+        } catch (const ConfigError& error) {
             EXPECT_NE(std::string(error.what()).find(":2:"), std::string::npos) << error.what();
         }
     }
-    EXPECT_THROW(readScript("/nonexistent/script"), std::runtime_error);
+    EXPECT_THROW(readScript("/nonexistent/script", processor), ConfigError);
+    EXPECT_THROW(readScript("/", processor), ConfigError);
 }
 
 } // namespace
