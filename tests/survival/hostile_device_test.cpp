@@ -72,7 +72,7 @@ TEST_F(HostileDevice, ControlAnswersOfTheWrongLength)
 {
     survival::expectLog(failedConnection);
     for (const char* const target :
-         {"gain", "brightness", "contrast", "backlight-compensation", "gamma", "hue"}) {
+         {"gain", "brightness", "contrast", "backlight", "gamma", "hue"}) {
         for (const int length : {0, 1, 3}) {
             SCOPED_TRACE(std::string(target) + " " + std::to_string(length));
             bus.tell("control-fault",
@@ -101,7 +101,7 @@ TEST_F(HostileDevice, StalledRequests)
 {
     survival::expectLog(failedConnection);
     survival::expectLog(failedStart);
-    for (const char* const target : {"probe", "commit", "contrast", "backlight-compensation"}) {
+    for (const char* const target : {"probe", "commit", "contrast", "backlight"}) {
         SCOPED_TRACE(target);
         bus.tell("control-fault", {{"action", "stall"}, {"target", target}, {"count", -1}});
         driveThrough();
