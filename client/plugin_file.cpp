@@ -46,9 +46,9 @@ std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
                               fromEnvironment.toStdString(), true});
     }
     candidates.push_back({"build tree", executableFolder + "/../lib/" + fileName, false});
-    candidates.push_back(
-        {"installation", std::filesystem::path(executableFolder) / ZRN_PLUGIN_FROM_PROGRAMS,
-         false});
+    candidates.push_back({"installation",
+                          std::filesystem::path(executableFolder) / ZRN_PLUGIN_FROM_PROGRAMS,
+                          false});
     candidates.push_back({"configured installation", ZRN_INSTALLED_PLUGIN, false});
 
     QStringList folders{QLibraryInfo::location(QLibraryInfo::PluginsPath)};

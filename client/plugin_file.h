@@ -21,8 +21,8 @@ struct PluginCandidate {
 };
 
 /// Places to look for the plugin, in the order of preference: the user's choice, the environment,
-/// the build tree or the installation that @p executableFolder lies in, the folder that this library
-/// was configured to be installed with, the folders where Qt keeps its plugins.
+/// the build tree or the installation that @p executableFolder lies in, the folder that this
+/// library was configured to be installed with, the folders where Qt keeps its plugins.
 ///
 /// @param chosen path given by the user, or empty. Thread safety: reentrant, as all of this header.
 std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
