@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# What the scripts say to who asks or waits: each explains itself without installing or building anything, and none
+# that works is silent.
+set -euo pipefail
+
+stubs=$(mktemp -d)
+trap 'rm -rf "$stubs"' EXIT
+for command in cmake ninja apt-get dpkg-query sudo; do
+    printf '#!/bin/sh\necho "%s" >>"%s/called"\nexit 1\n' "$command" "$stubs" >"$stubs/$command"
+    chmod +x "$stubs/$command"
+done
+
+failed=0
+complain() {
+    echo "$1" >&2
+    failed=1
+}
+for script in "$SOURCE_DIR"/scripts/*; do
+    { [ -f "$script" ] && [ -x "$script" ]; } || continue
+    said=$(PATH=$stubs:$PATH "$script" --help </dev/null 2>&1) || complain "${script##*/} --help: status $?"
+    grep -q "${script##*/}" <<<"$said" || complain "${script##*/} --help does not name its command: $said"
+done
+[ ! -e "$stubs/called" ] || complain "--help calls $(sort -u "$stubs/called" | tr '\n' ' ')"
+
+# shellcheck source=scripts/lib/show.sh
+. "$SOURCE_DIR/scripts/lib/show.sh"
+said=$(with_progress "Building" sh -c 'echo "[3/7] one of them"; sleep 5' 2>&1)
+grep -q '^Building: 3 of 7, [0-9]* s$' <<<"$said" || complain "no progress: $said"
+said=$(with_progress "Installing" sh -c 'echo "pmstatus:cmake:45.2:Unpacking cmake"; exit 3' 2>&1) && complain "a failure is lost"
+grep -q 'Installing: failed with status 3' <<<"$said" || complain "no failure: $said"
+grep -q 'Unpacking cmake' <<<"$said" || complain "a command that fails has said nothing: $said"
+said=$( (echo first; sleep 5; echo last) | keep_telling "testing")
+tr '\n' ' ' <<<"$said" | grep -qE '^first (\.\.\. testing, [0-9]+ s )+last $' || complain "not told: $said"
+exit "$failed"
