@@ -49,6 +49,8 @@ struct BusCamera {
     [[nodiscard]] std::string node() const;
     /// "480 Mbit/s", "5 Gbit/s", or empty.
     [[nodiscard]] std::string speed() const;
+    /// Whether it can be opened.
+    [[nodiscard]] bool isFree() const { return accessible && use != Use::Held; }
     /// Whether a program other than this one holds it.
     [[nodiscard]] bool isHeldElsewhere() const;
     /// "zrnview (pid 4711)", several with commas between; who else it may be where nobody is seen.

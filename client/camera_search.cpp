@@ -22,11 +22,6 @@ constexpr auto silence = 1s;
 constexpr const char* serialPrefix = "ZR";
 constexpr const char* seeList = "'zrncam list' shows the cameras on the bus";
 
-bool isUsable(const BusCamera& camera)
-{
-    return camera.accessible && camera.use != Use::Held;
-}
-
 Error noSuchSerial(const CameraChoice& choice)
 {
     return {Kind::NoCamera, "NoSuchSerial", "no camera has the serial " + choice.serial,
@@ -79,7 +74,7 @@ std::vector<std::string> CameraSearch::freePorts(const SearchPatience& patience)
         [this]() -> std::optional<std::vector<std::string>> {
             std::vector<std::string> ports;
             for (const BusCamera& camera : candidates({})) {
-                if (isUsable(camera)) {
+                if (camera.isFree()) {
                     ports.push_back(camera.port);
                 }
             }
@@ -130,7 +125,7 @@ std::vector<BusCamera> CameraSearch::candidates(const CameraChoice& choice) cons
     // unknown that is less likely, and asking again would be in the way of others who look.
     if (!isKnown && (result.empty() || isLongSought(choice.serial))) {
         std::ranges::copy_if(cameras, std::back_inserter(result), [this](const BusCamera& camera) {
-            return !camera.serial.empty() && isUsable(camera) && m_driver.isDoubtful(camera);
+            return !camera.serial.empty() && camera.isFree() && m_driver.isDoubtful(camera);
         });
     }
     if (!result.empty()) {
@@ -143,7 +138,7 @@ std::optional<BusCamera> CameraSearch::open(const CameraChoice& choice)
 {
     noteSought(choice.serial);
     for (BusCamera& camera : candidates(choice)) {
-        if (!isUsable(camera)) {
+        if (!camera.isFree()) {
             continue;
         }
         const std::string serial = m_driver.open(camera);

@@ -143,6 +143,22 @@ Frame Recording::frame(int position) const
     return frame;
 }
 
+std::map<int, std::string> Recording::damage(const std::function<void(int)>& onProgress) const
+{
+    std::map<int, std::string> damaged;
+    for (int position = 0; position < frameCount(); ++position) {
+        if (onProgress) {
+            onProgress(position);
+        }
+        try {
+            static_cast<void>(frame(position));
+        } catch (const Error& error) {
+            damaged[position] = error.what();
+        }
+    }
+    return damaged;
+}
+
 std::chrono::nanoseconds Recording::duration() const
 {
     for (auto last = m_offsets.rbegin(); last != m_offsets.rend(); ++last) {

@@ -3,6 +3,8 @@
 #include "client/recording_format.h"
 
 #include <chrono>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +37,11 @@ public:
     /// A frame with its images, checked. Its arrival is the time since that of the first frame.
     /// @throws Error when it was damaged.
     [[nodiscard]] Frame frame(int position) const;
+
+    /// Reads every frame. @param onProgress called before each, with its position
+    /// @return positions of those that were damaged, and what is wrong with them
+    [[nodiscard]] std::map<int, std::string>
+    damage(const std::function<void(int)>& onProgress = {}) const;
 
     /// From the first frame to the last readable one; 0 with less than two frames.
     [[nodiscard]] std::chrono::nanoseconds duration() const;

@@ -68,21 +68,16 @@ int showInfo(const Options& options)
 int verify(const Options& options)
 {
     const Recording recording(options.path);
-    int damaged = 0;
-    for (int position = 0; position < recording.frameCount(); ++position) {
-        try {
-            static_cast<void>(recording.frame(position));
-        } catch (const Error& error) {
-            std::fprintf(stderr, "%s\n", error.what());
-            ++damaged;
-        }
+    const std::map<int, std::string> damaged = recording.damage();
+    for (const auto& [position, why] : damaged) {
+        std::fprintf(stderr, "%s\n", why.c_str());
     }
     printLine(
         QStringLiteral("%1 frames, %2 damaged%3")
             .arg(recording.frameCount())
-            .arg(damaged)
+            .arg(damaged.size())
             .arg(recording.isComplete() ? QString() : QStringLiteral(", cut off at the end")));
-    return damaged == 0 && recording.isComplete() ? EXIT_SUCCESS : EXIT_FAILURE;
+    return damaged.empty() && recording.isComplete() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 void exportFrame(const Options& options, const QJsonObject& metadata, int position,

@@ -56,7 +56,6 @@ zrnview::Theme themeOf(const std::string& name)
                             : zrnview::Theme::System;
 }
 
-/// The driver's factory, which keeps the loaded plugin alive.
 QString folderOf(const Options& options)
 {
     return options.folder.empty()

@@ -491,9 +491,9 @@ private slots:
         TestBench test({first, second}, 2);
         QVERIFY(test.waitForDevices(1));
         QTRY_COMPARE_WITH_TIMEOUT(test.bench.others().size(), std::size_t{1}, patience);
-        const BusView::Entry other = test.bench.others().front();
+        const zrn::BusCamera other = test.bench.others().front();
         QVERIFY(!other.isFree());
-        QCOMPARE(other.camera.holderText(), std::string("other (pid 4711)"));
+        QCOMPARE(other.holderText(), std::string("other (pid 4711)"));
         QCOMPARE(second->openCount.load(), 0);
         second->heldElsewhere = false;
         QVERIFY(test.waitForDevices(2));

@@ -31,11 +31,12 @@ Bench::Bench(DriverMaker makeDriver, QObject* parent)
         setState(State::Failed);
     });
     connect(m_host, &DriverHost::opened, this, &Bench::noteOpened);
-    connect(m_host, &DriverHost::busChanged, this, [this](const BusView& bus) {
-        m_bus = bus;
-        consider();
-        emit busChanged();
-    });
+    connect(m_host, &DriverHost::busChanged, this,
+            [this](const std::vector<zrn::BusCamera>& cameras) {
+                m_bus = cameras;
+                consider();
+                emit busChanged();
+            });
     connect(&m_retryTimer, &QTimer::timeout, this, [this] {
         m_refused.clear(); // the camera may have been starting
         forgetOldRequests();
@@ -66,16 +67,17 @@ void Bench::lookAgain()
 
 void Bench::take(const QString& port)
 {
-    m_askedFor[port] = Clock::now() + m_times.patience;
+    m_askedFor[port.toStdString()] = Clock::now() + m_times.patience;
     m_refused.clear();
     consider();
 }
 
-std::vector<BusView::Entry> Bench::others() const
+std::vector<zrn::BusCamera> Bench::others() const
 {
-    std::vector<BusView::Entry> others;
-    std::copy_if(m_bus.entries.begin(), m_bus.entries.end(), std::back_inserter(others),
-                 [this](const BusView::Entry& entry) { return !deviceWith(entry.serial()); });
+    std::vector<zrn::BusCamera> others;
+    std::ranges::copy_if(
+        m_bus, std::back_inserter(others),
+        [this](const std::string& serial) { return !deviceWith(serial); }, &zrn::BusCamera::serial);
     return others;
 }
 
@@ -101,59 +103,47 @@ void Bench::consider()
     if (m_state != State::Ready) {
         return;
     }
-    for (const BusView::Entry& entry : m_bus.entries) {
+    for (const zrn::BusCamera& camera : m_bus) {
         // One after the other: whom one turns out to be may settle whether the next is wanted.
-        if (!m_isOpening && isWanted(entry)) {
-            open(entry);
+        if (!m_isOpening && isWanted(camera)) {
+            open(camera);
         }
     }
 }
 
-void Bench::open(const BusView::Entry& entry)
+bool Bench::isWanted(const zrn::BusCamera& camera) const
+{
+    return camera.isFree() && m_refused.count(camera.place()) == 0 &&
+           (m_askedFor.count(camera.port) > 0 ||
+            (m_initialCameras > 0 && !deviceWith(camera.serial)));
+}
+
+void Bench::open(const zrn::BusCamera& camera)
 {
     m_isOpening = true;
     std::set<std::string> known;
     for (const CameraDevice* device : m_devices) {
         known.insert(device->serial().toStdString());
     }
-    QMetaObject::invokeMethod(
-        m_host, [host = m_host, camera = entry.camera, known] { host->open(camera, known); });
-}
-
-bool Bench::isAskedFor(const QString& port) const
-{
-    return m_askedFor.count(port) > 0;
-}
-
-void Bench::forgetOldRequests()
-{
-    const auto now = Clock::now();
-    std::erase_if(m_askedFor, [now](const auto& request) { return now > request.second; });
-}
-
-bool Bench::isWanted(const BusView::Entry& entry) const
-{
-    return entry.isFree() && m_refused.count(entry.place()) == 0 &&
-           (isAskedFor(entry.port()) || (m_initialCameras > 0 && !deviceWith(entry.serial())));
+    QMetaObject::invokeMethod(m_host,
+                              [host = m_host, camera, known] { host->open(camera, known); });
 }
 
 void Bench::noteOpened(const zrn::BusCamera& camera)
 {
     m_isOpening = false;
-    CameraDevice* known = deviceWith(QString::fromStdString(camera.serial));
+    CameraDevice* known = deviceWith(camera.serial);
     if (camera.serial.empty() || known) {
-        m_refused.insert(QString::fromStdString(camera.place()));
+        m_refused.insert(camera.place());
     }
-    const bool isAskedFor =
-        !camera.serial.empty() && m_askedFor.erase(QString::fromStdString(camera.port)) > 0;
+    const bool isAskedFor = !camera.serial.empty() && m_askedFor.erase(camera.port) > 0;
     if (known && isAskedFor) {
         known->take();
     } else if (!known && !camera.serial.empty()) {
         m_initialCameras -= isAskedFor ? 0 : 1;
-        for (BusView::Entry& entry : m_bus.entries) {
-            if (entry.camera.place() == camera.place()) {
-                entry.camera.serial = camera.serial;
-            }
+        const auto onBus = std::ranges::find(m_bus, camera.place(), &zrn::BusCamera::place);
+        if (onBus != m_bus.end()) {
+            onBus->serial = camera.serial; // before the next look
         }
         auto* device = new CameraDevice(m_driver, camera, this);
         m_devices.push_back(device);
@@ -163,11 +153,16 @@ void Bench::noteOpened(const zrn::BusCamera& camera)
     emit busChanged();
 }
 
-CameraDevice* Bench::deviceWith(const QString& serial) const
+void Bench::forgetOldRequests()
+{
+    const auto now = Clock::now();
+    std::erase_if(m_askedFor, [now](const auto& request) { return now > request.second; });
+}
+
+CameraDevice* Bench::deviceWith(const std::string& serial) const
 {
     const auto found =
-        std::find_if(m_devices.begin(), m_devices.end(),
-                     [&serial](const CameraDevice* device) { return device->serial() == serial; });
+        std::ranges::find(m_devices, QString::fromStdString(serial), &CameraDevice::serial);
     return found == m_devices.end() ? nullptr : *found;
 }
 

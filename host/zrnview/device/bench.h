@@ -45,13 +45,14 @@ public:
     /// Takes the camera at a port, if it is free or becomes free in some seconds. deviceAdded()
     /// follows for a new one.
     void take(const QString& port);
+
     State state() const { return m_state; }
     /// Name and version of the driver, or why it could not be loaded.
     const QString& description() const { return m_description; }
     const std::vector<CameraDevice*>& devices() const { return m_devices; }
-    const BusView& bus() const { return m_bus; }
+    const std::vector<zrn::BusCamera>& bus() const { return m_bus; }
     /// The cameras on the bus that this program does not have open.
-    std::vector<BusView::Entry> others() const;
+    std::vector<zrn::BusCamera> others() const;
     bool isRecording() const;
 
     /// Ends all threads. @return false when a device call hangs, so that the process can only be
@@ -68,12 +69,11 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void consider();
-    void open(const BusView::Entry& entry);
-    bool isAskedFor(const QString& port) const;
+    void open(const zrn::BusCamera& camera);
     void forgetOldRequests();
     void noteOpened(const zrn::BusCamera& camera);
-    bool isWanted(const BusView::Entry& entry) const;
-    CameraDevice* deviceWith(const QString& serial) const;
+    bool isWanted(const zrn::BusCamera& camera) const;
+    CameraDevice* deviceWith(const std::string& serial) const;
     void setState(State state);
 
     QThread m_thread;
@@ -82,11 +82,11 @@ private:
     std::shared_ptr<zrn::Driver> m_driver; // once it is loaded
     QString m_description;
     std::vector<CameraDevice*> m_devices; // children of this object
-    BusView m_bus;
+    std::vector<zrn::BusCamera> m_bus;
     int m_initialCameras = std::numeric_limits<int>::max(); // still to be taken
-    std::map<QString, Clock::time_point> m_askedFor;        // ports, until when
+    std::map<std::string, Clock::time_point> m_askedFor;    // ports, until when
     bool m_isOpening = false;
-    std::set<QString> m_refused; // places, until the next try
+    std::set<std::string> m_refused; // places, until the next try
     BenchTimes m_times;
     QTimer m_retryTimer;
 };

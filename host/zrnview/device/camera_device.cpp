@@ -34,8 +34,7 @@ CameraDevice::CameraDevice(const std::shared_ptr<zrn::Driver>& driver, const zrn
             });
     m_lastSign.start();
     m_thread.start();
-    QMetaObject::invokeMethod(m_worker,
-                              [this, driver, camera] { m_worker->connectTo(driver, camera); });
+    ask(&CameraWorker::connectTo, driver, camera);
 }
 
 CameraDevice::~CameraDevice()
@@ -91,59 +90,7 @@ void CameraDevice::take()
     if (m_health.state == CameraState::Absent) {
         noteHealth(CameraHealth());
     }
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::take);
-}
-
-void CameraDevice::giveBack()
-{
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::giveBack);
-}
-
-void CameraDevice::startStream()
-{
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::startStream);
-}
-
-void CameraDevice::stopStream()
-{
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::stopStream);
-}
-
-void CameraDevice::set(Setting setting, qint64 value)
-{
-    m_worker->request(setting, value);
-}
-
-void CameraDevice::resetCamera()
-{
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::resetCamera);
-}
-
-void CameraDevice::discardFrames()
-{
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::discardFrames);
-}
-
-void CameraDevice::writeProperty(const QByteArray& key, const zrn::Value& value)
-{
-    QMetaObject::invokeMethod(m_worker,
-                              [this, key, value] { m_worker->writeProperty(key, value); });
-}
-
-void CameraDevice::watchProperties(bool wanted)
-{
-    QMetaObject::invokeMethod(m_worker, [this, wanted] { m_worker->watchProperties(wanted); });
-}
-
-void CameraDevice::startRecording(const QString& path)
-{
-    QMetaObject::invokeMethod(
-        m_worker, [this, path, facts = metadata()] { m_worker->startRecording(path, facts); });
-}
-
-void CameraDevice::stopRecording()
-{
-    QMetaObject::invokeMethod(m_worker, &CameraWorker::stopRecording);
+    ask(&CameraWorker::take);
 }
 
 bool CameraDevice::shutDown(int milliseconds)

@@ -44,16 +44,22 @@ public:
     /// Takes the camera again that was given back.
     void take();
     /// Stops and closes the camera, for other programs.
-    void giveBack();
-    void startStream();
-    void stopStream();
-    void set(Setting setting, qint64 value);
-    void resetCamera();
-    void discardFrames();
-    void writeProperty(const QByteArray& key, const zrn::Value& value);
-    void watchProperties(bool wanted);
-    void startRecording(const QString& path);
-    void stopRecording();
+    void giveBack() { ask(&CameraWorker::giveBack); }
+    void startStream() { ask(&CameraWorker::startStream); }
+    void stopStream() { ask(&CameraWorker::stopStream); }
+    void set(Setting setting, qint64 value) { m_worker->request(setting, value); }
+    void resetCamera() { ask(&CameraWorker::resetCamera); }
+    void discardFrames() { ask(&CameraWorker::discardFrames); }
+    void writeProperty(const QByteArray& key, const zrn::Value& value)
+    {
+        ask(&CameraWorker::writeProperty, key, value);
+    }
+    void watchProperties(bool wanted) { ask(&CameraWorker::watchProperties, wanted); }
+    void startRecording(const QString& path)
+    {
+        ask(&CameraWorker::startRecording, path, metadata());
+    }
+    void stopRecording() { ask(&CameraWorker::stopRecording); }
 
     /// Ends the camera's thread. @return whether it ended in time; if not, a device call hangs.
     bool shutDown(int milliseconds);
@@ -69,6 +75,14 @@ signals:
     void silenceExplained(const QStringList& findings);
 
 private:
+    /// Calls the worker on its thread, without waiting.
+    template <typename Operation, typename... Arguments>
+    void ask(Operation operation, const Arguments&... arguments)
+    {
+        QMetaObject::invokeMethod(m_worker, [worker = m_worker, operation, arguments...] {
+            (worker->*operation)(arguments...);
+        });
+    }
     void noteFacts(const CameraFacts& facts);
     void noteHealth(const CameraHealth& health);
     void noteReadings(const SettingReadings& readings);

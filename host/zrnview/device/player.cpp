@@ -99,16 +99,14 @@ void Player::verify()
         return;
     }
     pause();
-    QVector<int> damaged;
-    for (int position = 0; position < m_recording->frameCount(); ++position) {
-        try {
-            static_cast<void>(m_recording->frame(position));
-        } catch (const zrn::Error&) {
-            damaged.append(position);
-        }
+    const auto damage = m_recording->damage([this](int position) {
         if (position % verifyingStep == 0) {
             emit verifying(position);
         }
+    });
+    QVector<int> damaged;
+    for (const auto& [position, why] : damage) {
+        damaged.append(position);
     }
     emit verified(damaged);
 }

@@ -20,17 +20,34 @@ namespace
 constexpr int serialRole = Qt::UserRole;
 constexpr int portRole = Qt::UserRole + 1; ///< of a camera that this program does not have
 
-QString textOf(const BusView::Entry& entry)
+QString useOf(const zrn::BusCamera& camera)
 {
-    const QString name = entry.serial().isEmpty()
-                             ? CameraList::tr("camera at %1").arg(entry.port())
-                             : CameraList::tr("%1 at %2").arg(entry.serial(), entry.port());
-    const QString use =
-        !entry.camera.accessible ? CameraList::tr("no permission")
-        : entry.isFree()
-            ? CameraList::tr("free")
-            : CameraList::tr("in use by %1").arg(QString::fromStdString(entry.camera.holderText()));
-    return QStringLiteral("%1   %2").arg(name, use);
+    return !camera.accessible ? CameraList::tr("no permission")
+           : camera.isFree()
+               ? CameraList::tr("free")
+               : CameraList::tr("in use by %1").arg(QString::fromStdString(camera.holderText()));
+}
+
+QString textOf(const zrn::BusCamera& camera)
+{
+    const QString port = QString::fromStdString(camera.port);
+    const QString name =
+        camera.serial.empty()
+            ? CameraList::tr("camera at %1").arg(port)
+            : CameraList::tr("%1 at %2").arg(QString::fromStdString(camera.serial), port);
+    return QStringLiteral("%1   %2").arg(name, useOf(camera));
+}
+
+/// Device nodes of the cameras that this user may not open.
+QString blockedNodes(const Bench& bench)
+{
+    QStringList nodes;
+    for (const zrn::BusCamera& camera : bench.bus()) {
+        if (!camera.accessible) {
+            nodes += QString::fromStdString(camera.node());
+        }
+    }
+    return nodes.join(QStringLiteral(", "));
 }
 
 QColor stateColour(const CameraDevice& device, const Colours& colours)
@@ -81,22 +98,21 @@ QString adviceOf(const Bench& bench)
     case Bench::State::Ready:
         break;
     }
-    if (!bench.bus().blocked().isEmpty()) {
+    const QString blocked = blockedNodes(bench);
+    if (!blocked.isEmpty()) {
         return CameraList::tr("This user may not open %1: %2.")
-            .arg(bench.bus().blocked().join(QStringLiteral(", ")),
-                 QString::fromStdString(zrn::accessRemedy()));
+            .arg(blocked, QString::fromStdString(zrn::accessRemedy()));
     }
     if (!bench.devices().empty()) {
         return {};
     }
-    const std::vector<BusView::Entry> others = bench.others();
+    const std::vector<zrn::BusCamera> others = bench.others();
     if (others.empty()) {
         return CameraList::tr(
             "No camera found. Check its cable and supply: it appears here as soon "
             "as it is on the bus.");
     }
-    return std::any_of(others.begin(), others.end(),
-                       [](const BusView::Entry& entry) { return entry.isFree(); })
+    return std::ranges::any_of(others, &zrn::BusCamera::isFree)
                ? CameraList::tr("Tick a camera to use it.")
                : CameraList::tr(
                      "Other programs use every camera on the bus. Each can be ticked here "
@@ -171,12 +187,10 @@ void CameraList::updateEntry(const CameraDevice& device)
 
 QString CameraList::useText(const CameraDevice& device) const
 {
-    for (const BusView::Entry& entry : m_bench.bus().entries) {
-        if (device.isAway() && entry.serial() == device.serial() && !entry.isFree()) {
-            return tr("in use by %1").arg(QString::fromStdString(entry.camera.holderText()));
-        }
-    }
-    return stateText(device);
+    const auto onBus =
+        std::ranges::find(m_bench.bus(), device.serial().toStdString(), &zrn::BusCamera::serial);
+    return device.isAway() && onBus != m_bench.bus().end() && !onBus->isFree() ? useOf(*onBus)
+                                                                               : stateText(device);
 }
 
 void CameraList::updateOthers()
@@ -188,9 +202,9 @@ void CameraList::updateOthers()
                 delete m_list->takeItem(row);
             }
         }
-        for (const BusView::Entry& other : m_bench.others()) {
+        for (const zrn::BusCamera& other : m_bench.others()) {
             auto* entry = new QListWidgetItem(textOf(other), m_list);
-            entry->setData(portRole, other.port());
+            entry->setData(portRole, QString::fromStdString(other.port));
             entry->setFlags(other.isFree() ? entry->flags() | Qt::ItemIsUserCheckable
                                            : Qt::ItemIsEnabled);
             if (other.isFree()) {

@@ -12,39 +12,31 @@ namespace zrnview
 namespace
 {
 
-QPalette lightPalette()
-{
-    QPalette palette(QColor(0xe9, 0xeb, 0xee), QColor(0xf3, 0xf4, 0xf6));
-    palette.setColor(QPalette::WindowText, QColor(0x1b, 0x1e, 0x23));
-    palette.setColor(QPalette::Text, QColor(0x1b, 0x1e, 0x23));
-    palette.setColor(QPalette::ButtonText, QColor(0x1b, 0x1e, 0x23));
-    palette.setColor(QPalette::Base, Qt::white);
-    palette.setColor(QPalette::AlternateBase, QColor(0xf2, 0xf4, 0xf7));
-    palette.setColor(QPalette::ToolTipBase, QColor(0xff, 0xff, 0xf0));
-    palette.setColor(QPalette::ToolTipText, QColor(0x1b, 0x1e, 0x23));
-    palette.setColor(QPalette::Highlight, QColor(0x1f, 0x6f, 0xc4));
-    palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::Link, QColor(0x1f, 0x6f, 0xc4));
-    return palette;
-}
+/// What a palette consists of.
+struct Shades {
+    QRgb button, window, text, disabledText, base, alternateBase, toolTip, highlight, link;
+};
 
-QPalette darkPalette()
+constexpr Shades lightShades{0xe9ebee, 0xf3f4f6, 0x1b1e23, 0x8a9099, 0xffffff,
+                             0xf2f4f7, 0xfffff0, 0x1f6fc4, 0x1f6fc4};
+constexpr Shades darkShades{0x383c43, 0x25282d, 0xe4e7eb, 0x7c828b, 0x1a1c20,
+                            0x202328, 0x383c43, 0x3d8fe0, 0x6cb4f5};
+
+QPalette paletteOf(const Shades& shades)
 {
-    QPalette palette(QColor(0x38, 0x3c, 0x43), QColor(0x25, 0x28, 0x2d));
-    palette.setColor(QPalette::WindowText, QColor(0xe4, 0xe7, 0xeb));
-    palette.setColor(QPalette::Text, QColor(0xe4, 0xe7, 0xeb));
-    palette.setColor(QPalette::ButtonText, QColor(0xe4, 0xe7, 0xeb));
-    palette.setColor(QPalette::BrightText, Qt::white);
-    palette.setColor(QPalette::Base, QColor(0x1a, 0x1c, 0x20));
-    palette.setColor(QPalette::AlternateBase, QColor(0x20, 0x23, 0x28));
-    palette.setColor(QPalette::ToolTipBase, QColor(0x38, 0x3c, 0x43));
-    palette.setColor(QPalette::ToolTipText, QColor(0xe4, 0xe7, 0xeb));
-    palette.setColor(QPalette::Highlight, QColor(0x3d, 0x8f, 0xe0));
-    palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::Link, QColor(0x6c, 0xb4, 0xf5));
+    QPalette palette(shades.button, shades.window);
     for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
-        palette.setColor(QPalette::Disabled, role, QColor(0x7c, 0x82, 0x8b));
+        palette.setColor(role, shades.text);
+        palette.setColor(QPalette::Disabled, role, shades.disabledText);
     }
+    palette.setColor(QPalette::ToolTipText, shades.text);
+    palette.setColor(QPalette::BrightText, Qt::white);
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Base, shades.base);
+    palette.setColor(QPalette::AlternateBase, shades.alternateBase);
+    palette.setColor(QPalette::ToolTipBase, shades.toolTip);
+    palette.setColor(QPalette::Highlight, shades.highlight);
+    palette.setColor(QPalette::Link, shades.link);
     return palette;
 }
 
@@ -84,8 +76,8 @@ void applyTheme(Theme theme)
 {
     static const QPalette systemPalette = QApplication::palette();
     QApplication::setStyle(new ViewStyle);
-    QApplication::setPalette(theme == Theme::Light  ? lightPalette()
-                             : theme == Theme::Dark ? darkPalette()
+    QApplication::setPalette(theme == Theme::Light  ? paletteOf(lightShades)
+                             : theme == Theme::Dark ? paletteOf(darkShades)
                                                     : systemPalette);
 }
 
