@@ -98,22 +98,33 @@ RecordingProgress Recorder::progress() const
 
 void Recorder::run()
 {
+    std::string error;
     try {
-        while (const std::optional<Frame> frame = next()) {
-            const std::int64_t available = freeBytesAt(m_path);
-            if (available - static_cast<std::int64_t>(sizeOf(*frame)) < m_limits.reservedBytes) {
-                m_file.close();
-                end("the disk is full");
-                return;
-            }
-            m_file.append(*frame);
-            written(*frame);
-        }
-        m_file.close();
-        end({});
-    } catch (const std::exception& error) {
-        end(error.what());
+        error = writeFrames();
+    } catch (const std::exception& exception) {
+        error = exception.what();
     }
+    if (!error.empty() && m_file.frameCount() == 0) {
+        std::error_code ignored;
+        std::filesystem::remove(m_path, ignored); // it has never begun
+    }
+    end(error);
+}
+
+/// @return why it ended before it was stopped; empty if it did not @throws Error
+std::string Recorder::writeFrames()
+{
+    while (const std::optional<Frame> frame = next()) {
+        const std::int64_t available = freeBytesAt(m_path);
+        if (available - static_cast<std::int64_t>(sizeOf(*frame)) < m_limits.reservedBytes) {
+            m_file.close();
+            return "the disk is full";
+        }
+        m_file.append(*frame);
+        written(*frame);
+    }
+    m_file.close();
+    return {};
 }
 
 /// The frame to write, which stays in the queue until it is written.

@@ -66,6 +66,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    std::string writeFrames();
     std::optional<Frame> next();
     void written(const Frame& frame);
     void end(const std::string& error);

@@ -56,6 +56,7 @@ RecordingFile::RecordingFile(const std::string& path, std::string_view metadata)
         write(text);
     } catch (...) {
         ::close(m_file);
+        ::unlink(path.c_str()); // it holds nothing
         throw;
     }
 }
@@ -121,7 +122,7 @@ void RecordingFile::write(std::span<const std::uint8_t> bytes)
             continue;
         }
         if (written <= 0) {
-            refuse(lastError());
+            refuse(written < 0 ? lastError() : "nothing more can be written to it");
         }
         left = left.subspan(static_cast<std::size_t>(written));
     }

@@ -1,11 +1,20 @@
 #include "common/image_writer.h"
 
+#include "common/file_writer.h"
+
+#include <QBuffer>
 #include <QImage>
 #include <QImageWriter>
-#include <QSaveFile>
 
 namespace zrnhost
 {
+namespace
+{
+
+/// A quarter larger files than at zlib's own level, in a third of the time.
+constexpr int quickQuality = 89;
+
+} // namespace
 
 QString writePng(const QString& path, const zrn::Image& source, std::uint32_t width,
                  std::uint32_t height, const ImageTexts& texts)
@@ -16,26 +25,22 @@ QString writePng(const QString& path, const zrn::Image& source, std::uint32_t wi
     for (const auto& [keyword, text] : texts) {
         image.setText(keyword, text);
     }
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        return QStringLiteral("%1: %2").arg(path, file.errorString());
-    }
-    QImageWriter writer(&file, QByteArrayLiteral("png"));
+    // In memory first, because the writer forgets why a disk refused.
+    QBuffer encoded;
+    encoded.open(QIODevice::WriteOnly);
+    QImageWriter writer(&encoded, QByteArrayLiteral("png"));
+    writer.setQuality(quickQuality);
     if (!writer.write(image)) {
         return QStringLiteral("%1: %2").arg(path, writer.errorString());
     }
-    return file.commit() ? QString() : QStringLiteral("%1: %2").arg(path, file.errorString());
+    return writeFile(path, encoded.data());
 }
 
 QString writeRaw(const QString& path, const zrn::Image& image)
 {
-    QSaveFile file(path);
-    const auto bytes = static_cast<qint64>(image.bytes.size());
-    const bool written =
-        file.open(QIODevice::WriteOnly) &&
-        file.write(reinterpret_cast<const char*>(image.bytes.data()), bytes) == bytes &&
-        file.commit();
-    return written ? QString() : QStringLiteral("%1: %2").arg(path, file.errorString());
+    return writeFile(path,
+                     QByteArray::fromRawData(reinterpret_cast<const char*>(image.bytes.data()),
+                                             static_cast<int>(image.bytes.size())));
 }
 
 } // namespace zrnhost

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -26,6 +27,33 @@ QString findSimulator()
     return QFileInfo(beside).isExecutable()
                ? beside
                : QStandardPaths::findExecutable(QStringLiteral("zrnsim"));
+}
+
+/// Starts the cameras for a moment: once they run for good, nobody here can tell what went wrong.
+/// @param words the command line up to the command @throws VirtualRunError
+void tryCameras(const std::vector<std::string>& words)
+{
+    constexpr int wrongModel = 2; // exit code of zrnsim
+    QStringList arguments;
+    for (const std::string& word : words) {
+        arguments += QString::fromLocal8Bit(word.c_str());
+    }
+    const QString program = arguments.takeFirst();
+    QProcess trial;
+    trial.start(program, arguments + QStringList{QStringLiteral("true")});
+    const bool hasEnded = trial.waitForFinished();
+    if (hasEnded && trial.exitStatus() == QProcess::NormalExit && trial.exitCode() == 0) {
+        return;
+    }
+    const bool isWrongModel = trial.exitCode() == wrongModel;
+    QString reason = QString::fromLocal8Bit(trial.readAllStandardError()).trimmed();
+    reason.remove(QRegularExpression(QStringLiteral("^zrnsim: ")));
+    throw VirtualRunError(reason.isEmpty() ? trial.errorString() : reason,
+                          isWrongModel
+                              ? QStringLiteral("'zrnsim --list-models' shows the models, 'zrnsim "
+                                               "--help' what can be set with them")
+                              : QString(),
+                          isWrongModel);
 }
 
 } // namespace
@@ -61,6 +89,7 @@ void runOnVirtualCameras(const std::vector<std::string>& models,
         words.insert(words.end(), {"--camera", model.empty() ? defaultModel : model});
     }
     words.emplace_back("--");
+    tryCameras(words);
     words.push_back(QCoreApplication::applicationFilePath().toLocal8Bit().toStdString());
     words.insert(words.end(), arguments.begin() + 1, arguments.end());
 

@@ -9,8 +9,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -128,6 +130,7 @@ int exportFrames(const Options& options)
 int main(int argc, char** argv)
 {
     CLI::App app("Reads recordings of ZRN USB cameras.", "zrnrec");
+    app.set_version_flag("--version", "zrnrec " ZRN_VERSION);
     app.require_subcommand(1);
     Options options;
     const auto addCommand = [&app, &options](const char* name, const char* description) {
@@ -152,9 +155,15 @@ int main(int argc, char** argv)
         return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
     }
     try {
-        return info->parsed()    ? showInfo(options)
-               : check->parsed() ? verify(options)
-                                 : exportFrames(options);
+        const int exitCode = info->parsed()    ? showInfo(options)
+                             : check->parsed() ? verify(options)
+                                               : exportFrames(options);
+        if (std::fflush(stdout) != 0) {
+            std::fprintf(stderr, "zrnrec: the result cannot be written: %s\n",
+                         std::strerror(errno));
+            return EXIT_FAILURE;
+        }
+        return exitCode;
     } catch (const Error& error) {
         std::fprintf(stderr, "zrnrec: %s\n", error.what());
         return EXIT_FAILURE;

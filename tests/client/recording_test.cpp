@@ -5,15 +5,14 @@
 #include "client/error.h"
 #include "client/recorder.h"
 #include "client/recording.h"
+#include "file_size_limit.h"
 #include "made_up_frames.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <limits>
-#include <sys/resource.h>
 
 using namespace zrn;
 using namespace std::chrono_literals;
@@ -261,20 +260,14 @@ TEST_F(RecordingTest, EndsBeforeTheDiskIsFullAndSaysSo)
     recorder.add(madeUpFrame(0));
     recorder.finish();
     EXPECT_EQ(recorder.progress().error, "the disk is full");
-    EXPECT_TRUE(Recording(path).isComplete());
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path))) << "without a frame it is none";
 }
 
 TEST_F(RecordingTest, AFailingWriteEndsTheRecordingAndKeepsWhatWasWritten)
 {
-    // A limit on file sizes stands in for a disk that fails; its signal is to be an error instead.
-    struct rlimit before {
-    };
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-    ::signal(SIGXFSZ, SIG_IGN);
-    const struct rlimit small = {20000, before.rlim_max};
     const std::string path = pathOf("failing.zrnrec");
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
     {
+        const FileSizeLimit limit(20000);
         Recorder recorder(path, {});
         std::uint32_t number = 0;
         while (recorder.add(madeUpFrame(number))) {
@@ -283,7 +276,6 @@ TEST_F(RecordingTest, AFailingWriteEndsTheRecordingAndKeepsWhatWasWritten)
         recorder.finish();
         EXPECT_FALSE(recorder.progress().error.empty());
     }
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
     const Recording reader(path);
     EXPECT_FALSE(reader.isComplete());
     EXPECT_GT(reader.frameCount(), 10);
@@ -291,6 +283,19 @@ TEST_F(RecordingTest, AFailingWriteEndsTheRecordingAndKeepsWhatWasWritten)
     for (int i = 0; i < reader.frameCount(); ++i) {
         expectSame(reader.frame(i), madeUpFrame(static_cast<std::uint32_t>(i)));
     }
+}
+
+TEST_F(RecordingTest, WhatCannotBeginLeavesNoFile)
+{
+    const FileSizeLimit limit(10);
+    const std::string path = pathOf("begun.zrnrec");
+    try {
+        const RecordingFile file(path, metadata);
+        FAIL();
+    } catch (const Error& error) {
+        EXPECT_EQ(std::string(error.what()), path + ": File too large");
+    }
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path)));
 }
 
 TEST_F(RecordingTest, AFolderThatDoesNotExistIsNamed)

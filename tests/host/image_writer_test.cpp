@@ -1,5 +1,6 @@
 #include "checks/images.h"
 #include "common/image_writer.h"
+#include "file_size_limit.h"
 
 #include <QFile>
 #include <QImage>
@@ -88,4 +89,15 @@ TEST(ImageWriterTest, FailureNamesTheFile)
     const CameraSpace::ImageBlock block = makeBlock(2, 2);
     EXPECT_TRUE(writePng(path, imageOf(block), 2, 2, {}).startsWith(path));
     EXPECT_TRUE(writeRaw(path, imageOf(block)).startsWith(path));
+}
+
+TEST(ImageWriterTest, AFullDiskIsNamed)
+{
+    const QTemporaryDir folder;
+    const FileSizeLimit limit(100);
+    const CameraSpace::ImageBlock block = makeBlock(500, 200);
+    const QString path = folder.filePath(QStringLiteral("a"));
+    EXPECT_EQ(writePng(path, imageOf(block), 500, 200, {}), path + ": File too large");
+    EXPECT_EQ(writeRaw(path, imageOf(block)), path + ": File too large");
+    EXPECT_FALSE(QFile::exists(path));
 }

@@ -35,9 +35,10 @@ struct Outcome {
     QByteArray errors;
 };
 
-Outcome zrnrec(const QStringList& arguments)
+Outcome zrnrec(const QStringList& arguments, const QString& outputFile = {})
 {
     QProcess process;
+    process.setStandardOutputFile(outputFile);
     process.start(QStringLiteral(ZRNREC_PATH), arguments);
     EXPECT_TRUE(process.waitForFinished(patience));
     return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
@@ -181,3 +182,17 @@ TEST_F(ZrnrecTest, SaysWhatItCannotRead)
 }
 
 } // namespace
+
+TEST_F(ZrnrecTest, AResultThatCannotBeWrittenIsAFailure)
+{
+    const Outcome outcome = zrnrec({"info", path}, QStringLiteral("/dev/full"));
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.errors, "zrnrec: the result cannot be written: No space left on device\n");
+}
+
+TEST(ZrnrecVersionTest, IsTold)
+{
+    const Outcome outcome = zrnrec({"--version"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_TRUE(outcome.output.startsWith("zrnrec ")) << outcome.output.constData();
+}

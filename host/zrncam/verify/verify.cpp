@@ -1,6 +1,7 @@
 #include "checks/contract_checks.h"
 #include "client/camera_object.h"
 #include "client/property_keys.h"
+#include "common/file_writer.h"
 #include "interrupt.h"
 #include "progress.h"
 #include "session.h"
@@ -10,7 +11,6 @@
 #include "verify/row_text.h"
 
 #include <QJsonArray>
-#include <QSaveFile>
 
 #include <functional>
 #include <memory>
@@ -53,11 +53,9 @@ QJsonObject rowJson(const CheckRow& row)
 
 void writeJunit(const QString& path, const Account& account, const QString& serial)
 {
-    QSaveFile file(path);
-    const QByteArray document = junitReport(account, serial);
-    if (!file.open(QIODevice::WriteOnly) || file.write(document) != document.size() ||
-        !file.commit()) {
-        throw ToolError(ExitCode::Output, QStringLiteral("%1: %2").arg(path, file.errorString()));
+    const QString failure = zrnhost::writeFile(path, junitReport(account, serial));
+    if (!failure.isEmpty()) {
+        throw ToolError(ExitCode::Output, failure);
     }
 }
 
@@ -130,7 +128,8 @@ ExitCode runVerify(Context& context, const VerifyOptions& options)
 Command addVerify(CLI::App& app)
 {
     CLI::App& command =
-        addSubcommand(app, "verify", "Check that a camera and its driver keep the host contract");
+        addSubcommand(app, "verify", "Check that a camera and its driver keep the host contract",
+                      "verify --serial ZR4711 --junit report.xml");
     const auto options = std::make_shared<VerifyOptions>();
     addArgument(command, "--junit", options->junitFile, "Write the result as a JUnit report, too",
                 {.valueName = "FILE"});
