@@ -282,7 +282,8 @@ void Camera::connectEnumerated()
         throw Error(Kind::NoCamera, "NoSuchIndex",
                     "there is no camera " + std::to_string(index) +
                         "; cameras found: " + std::to_string(count),
-                    "indices begin with 0; 'zrncam list' shows the cameras");
+                    "indices go from 0 to " + std::to_string(count - 1) +
+                        "; 'zrncam list' shows the cameras");
     }
     check((*m_object)->connectDeviceByIndex(index),
           "connecting to camera " + std::to_string(index));

@@ -40,7 +40,12 @@ auto persist(const SearchPatience& patience, const Attempt& attempt, const Failu
         }
         const auto waited = std::chrono::steady_clock::now() - begin;
         if (waited > patience.longest) {
-            throw failure();
+            // Whoever lets go now would make the reason untrue, so that it is found out first.
+            const Error reason = failure();
+            if (auto result = attempt()) {
+                return *result;
+            }
+            throw reason;
         }
         if (waited > silence && !isTold && patience.onWaiting) {
             isTold = true;
@@ -95,7 +100,8 @@ std::vector<BusCamera> CameraSearch::candidates(const CameraChoice& choice) cons
             throw Error(Kind::NoCamera, "NoSuchIndex",
                         "there is no camera " + std::to_string(choice.index) +
                             "; cameras on the bus: " + std::to_string(cameras.size()),
-                        std::string("indices begin with 0; ") + seeList);
+                        "indices go from 0 to " + std::to_string(cameras.size() - 1) + "; " +
+                            seeList);
         }
         return {cameras[index]};
     }

@@ -211,3 +211,21 @@ TEST_F(CameraSearchTest, SeveralThatMayNotBeOpenedComeWithTheRemedyOnce)
               "the camera at port 1-2 has no device node /dev/bus/usb/001/002; "
               "in a container, pass /dev/bus/usb through; otherwise see whether udev runs");
 }
+
+TEST(CameraSearchEndTest, WhoeverLetsGoAtTheLastMomentIsNotTakenForAFault)
+{
+    MadeUpSystem system;
+    system.plug("1-1", 1);
+    const auto factory = std::make_shared<ListedFactory>();
+    factory->devices["001/001"].readings = {"ZR1"};
+    const zrn::Bus bus(system.root(), zrn::SerialCache({}));
+    int looks = 0;
+    const auto heldAtFirst = [&] {
+        std::vector<zrn::BusCamera> cameras = bus.camerasAndHolders();
+        cameras.front().use = looks++ == 0 ? zrn::Use::Held : zrn::Use::Free;
+        return cameras;
+    };
+    zrn::Driver driver(factory, {heldAtFirst, heldAtFirst, [](const auto&, const auto&) {}});
+    EXPECT_EQ(zrn::CameraSearch(driver).find(any, {std::chrono::milliseconds(-1), {}}).serial,
+              "ZR1");
+}
