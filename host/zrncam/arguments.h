@@ -11,15 +11,21 @@ namespace CLI
 class App;
 }
 
+/// What a number counts; times may come with another unit, "2ms" for 2000 microseconds.
+enum class Unit { None, Microseconds, Milliseconds, Seconds };
+
 /// How an option or an argument is shown and checked.
 struct ArgumentRules {
     std::string valueName = {}; ///< in the help text; the name of its type if empty
     bool isRequired = false;
     bool showsDefault = false;
+    Unit unit = Unit::None;
     std::variant<std::monostate, std::pair<int, int>, std::pair<double, double>> range = {};
 };
 
-CLI::App& addSubcommand(CLI::App& app, const char* name, const char* description);
+/// @param example of its use: words that follow the program's name
+CLI::App& addSubcommand(CLI::App& app, const char* name, const char* description,
+                        const char* example);
 
 /// @param names  the spellings of an option, "-n,--frames", or the name of an argument
 /// @param value  int, double, std::string, or an optional int, unsigned int or unsigned short

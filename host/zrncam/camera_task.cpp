@@ -52,10 +52,22 @@ QString rowOf(const Outcome& outcome, const CameraTask& task)
 {
     const QString name = outcome.name.leftJustified(24);
     const QJsonValue error = outcome.json[QLatin1String("error")];
-    const QString brought = error.isObject() ? error[QLatin1String("message")].toString()
-                            : task.row       ? task.row(outcome.json)
-                                             : QStringLiteral("done");
-    return name + brought;
+    if (error.isObject()) {
+        return name + error[QLatin1String("message")].toString();
+    }
+    const QString serial =
+        outcome.json[QLatin1String("camera")][QLatin1String("serial")].toString();
+    return name + (serial == outcome.name ? QString() : serial + QStringLiteral(": ")) +
+           (task.row ? task.row(outcome.json) : QStringLiteral("done"));
+}
+
+QString sumOf(const std::vector<QJsonObject>& done, const CameraTask& task)
+{
+    const QString more = task.sum ? task.sum(done) : QString();
+    return QStringLiteral("sum").leftJustified(24) +
+           (done.size() == 1 ? QStringLiteral("1 camera")
+                             : QStringLiteral("%1 cameras").arg(done.size())) +
+           (more.isEmpty() ? more : QStringLiteral(", ") + more);
 }
 
 } // namespace
@@ -92,7 +104,7 @@ ExitCode runOnCameras(Context& context, const CameraTask& task)
     for (const Outcome& outcome : outcomes) {
         context.report.line(rowOf(outcome, task));
     }
-    context.report.line(QStringLiteral("sum").leftJustified(24) + task.sum(done));
+    context.report.line(sumOf(done, task));
     context.report.setList(list);
     return exitCode;
 }

@@ -12,9 +12,10 @@ struct CameraTask {
     std::function<ExitCode(const CameraPointer&, Context&)> run;
     /// Of several cameras: whether the lines of each are shown, before the rows of all.
     bool showsLines = false;
-    /// The row of one of several cameras, from its document; "done" without it.
+    /// The row of one of several cameras, from its document, without its name; "done" without it.
     std::function<QString(const QJsonObject&)> row;
-    /// The last row, from the documents of the cameras that did not fail.
+    /// What the last row has besides their number, from the documents of the cameras that did not
+    /// fail; may be empty.
     std::function<QString(const std::vector<QJsonObject>&)> sum;
 };
 

@@ -32,8 +32,8 @@ public:
     CommandLine();
     ~CommandLine();
 
-    /// @return how the program ends, if it does with this: help, version or a mistake, which it has
-    /// printed
+    /// @return how the program ends, if it does with this: help or version, which it has printed
+    /// @throws ToolError on a mistake
     std::optional<int> parse(int argc, char** argv);
 
     [[nodiscard]] const GlobalOptions& options() const { return m_options; }

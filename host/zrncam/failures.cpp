@@ -28,6 +28,23 @@ ExitCode exitCodeFor(const zrn::Error& error)
     }
 }
 
+/// What a user of this tool can do, where the library's advice is for a program.
+QString hintOn(const zrn::Error& error)
+{
+    switch (error.code()) {
+    case ErrorCode::GrabTimeout:
+        return QStringLiteral("raise --wait above the exposure time; check the cable; 'zrncam "
+                              "stream --keep-alive' restarts or reconnects the camera");
+    case ErrorCode::NodeNotOpen:
+        return QStringLiteral("it was unplugged, or another program took it; try again");
+    case ErrorCode::SplitException:
+    case ErrorCode::SplitFailed:
+        return QStringLiteral("memory may be short: end other programs, then try again");
+    default:
+        return QString::fromStdString(error.remedy());
+    }
+}
+
 } // namespace
 
 ExitCode reportFailures(Report& report, const std::function<ExitCode()>& run)
@@ -40,8 +57,8 @@ ExitCode reportFailures(Report& report, const std::function<ExitCode()>& run)
             details = {{QStringLiteral("code"), static_cast<qint64>(error.code())},
                        {QStringLiteral("name"), QString::fromStdString(error.name())}};
         }
-        return report.fail(exitCodeFor(error), QString::fromUtf8(error.what()),
-                           QString::fromStdString(error.remedy()), details);
+        return report.fail(exitCodeFor(error), QString::fromUtf8(error.what()), hintOn(error),
+                           details);
     } catch (const ToolError& error) {
         return report.fail(error.exitCode(), QString::fromUtf8(error.what()), error.hint());
     } catch (const std::exception& error) {

@@ -2,12 +2,23 @@
 
 #include "exit_codes.h"
 
+#include <chrono>
 #include <csignal>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <system_error>
 #include <unistd.h>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+/// Signals so close to each other are one request.
+constexpr std::chrono::seconds sameRequest(1);
+
+} // namespace
 
 Interrupt::Interrupt()
 {
@@ -48,6 +59,7 @@ void Interrupt::onRequest(const void* owner, std::function<void()> action)
 void Interrupt::watch()
 {
     std::thread actionThread;
+    Clock::time_point first;
     for (;;) {
         pollfd sources[] = {{m_signals, POLLIN, 0}, {m_end, POLLIN, 0}};
         if (::poll(sources, 2, -1) < 0) {
@@ -60,9 +72,14 @@ void Interrupt::watch()
         if (::read(m_signals, &info, sizeof info) != sizeof info) {
             continue;
         }
+        const Clock::time_point now = Clock::now();
         if (m_requested.exchange(true)) {
+            if (now - first < sameRequest) {
+                continue;
+            }
             ::_exit(static_cast<int>(ExitCode::Interrupted));
         }
+        first = now;
         // On a thread of its own, so that a second signal is noticed while the action runs.
         actionThread = std::thread([this] {
             const std::lock_guard lock(m_actionMutex);

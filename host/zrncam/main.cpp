@@ -1,22 +1,23 @@
 #include "command_line.h"
+#include "common/library_noise.h"
 #include "common/virtual_run.h"
 #include "completion.h"
 #include "failures.h"
 #include "interrupt.h"
+#include "tool_error.h"
 
 #include <QCoreApplication>
-#include <QLoggingCategory>
 
+#include <algorithm>
 #include <string_view>
 
 namespace
 {
 
-/// Only what went wrong is worth a line, unless the user asks for more.
 void setUpLogging(bool verbose)
 {
     if (!verbose) {
-        QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
+        zrnhost::silenceLibraries();
     }
     if (!qEnvironmentVariableIsSet("QT_MESSAGE_PATTERN")) {
         qSetMessagePattern(QStringLiteral("%{category}: %{message}"));
@@ -42,15 +43,44 @@ ExitCode run(const Command& command, const GlobalOptions& options)
     return std::fclose(results) == 0 ? exitCode : ExitCode::Output;
 }
 
-ExitCode runVirtually(const GlobalOptions& options, const std::vector<std::string>& arguments)
+/// @throws ToolError
+[[noreturn]] void runVirtually(const GlobalOptions& options,
+                               const std::vector<std::string>& arguments)
 {
     try {
         zrnhost::runOnVirtualCameras(options.virtualModels, arguments);
     } catch (const zrnhost::VirtualRunError& error) {
-        Report report(options.json, stdout);
-        return report.finish(
-            report.fail(ExitCode::VirtualCamera, QString::fromUtf8(error.what()), error.hint()));
+        throw ToolError(error.isWrongModel() ? ExitCode::Usage : ExitCode::VirtualCamera,
+                        QString::fromUtf8(error.what()), error.hint());
     }
+}
+
+/// Reads the command line, and gets ready what it asks for. @return how the program ends, if it has
+/// done with that @throws ToolError
+std::optional<int> prepare(CommandLine& commandLine, int argc, char** argv)
+{
+    if (const std::optional<int> exitCode = commandLine.parse(argc, argv)) {
+        return exitCode;
+    }
+    const GlobalOptions& options = commandLine.options();
+    if (options.areSeveral() && !commandLine.command().takesSeveral) {
+        throw ToolError(ExitCode::Usage,
+                        QStringLiteral("%1 works on one camera at a time")
+                            .arg(QString::fromStdString(commandLine.commandName())),
+                        QStringLiteral("choose it by --serial, --port or --index"));
+    }
+    if (!options.virtualModels.empty() && !zrnhost::onVirtualCameras()) {
+        runVirtually(options, {argv, argv + argc});
+    }
+    return std::nullopt;
+}
+
+/// Tells of a command that cannot be begun, as of one that fails.
+int refuse(const ToolError& error, bool asJson)
+{
+    Report report(asJson, stdout);
+    return static_cast<int>(report.finish(
+        report.fail(error.exitCode(), QString::fromUtf8(error.what()), error.hint())));
 }
 
 int complete(const CommandDescription& program, const std::vector<std::string>& words)
@@ -70,19 +100,15 @@ int main(int argc, char** argv)
     if (argc > 1 && std::string_view(argv[1]) == completionCommand) {
         return complete(commandLine.description(), {argv + 2, argv + argc});
     }
-    if (const std::optional<int> exitCode = commandLine.parse(argc, argv)) {
-        return *exitCode;
+    try {
+        if (const std::optional<int> exitCode = prepare(commandLine, argc, argv)) {
+            return *exitCode;
+        }
+    } catch (const ToolError& error) {
+        const auto isJson = [](std::string_view word) { return word == "--json"; };
+        return refuse(error, std::any_of(argv, argv + argc, isJson));
     }
     const GlobalOptions& options = commandLine.options();
-    const Command& command = commandLine.command();
-    if (options.areSeveral() && !command.takesSeveral) {
-        std::fprintf(stderr, "zrncam: %s works on one camera at a time\n",
-                     commandLine.commandName().c_str());
-        return static_cast<int>(ExitCode::Usage);
-    }
-    if (!options.virtualModels.empty() && !zrnhost::onVirtualCameras()) {
-        return static_cast<int>(runVirtually(options, {argv, argv + argc}));
-    }
     setUpLogging(options.verbose);
-    return static_cast<int>(run(command, options));
+    return static_cast<int>(run(commandLine.command(), options));
 }

@@ -2,6 +2,8 @@
 
 #include <QJsonDocument>
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -29,7 +31,7 @@ Report::Report(bool asJson, std::FILE* stream, QString name)
 void Report::line(const QString& text)
 {
     if (!m_asJson) {
-        std::fprintf(m_stream, "%s\n", text.toLocal8Bit().constData());
+        write(text.toLocal8Bit() + '\n');
     }
 }
 
@@ -45,12 +47,25 @@ ExitCode Report::finish(ExitCode exitCode)
         if (m_list && m_list->isEmpty()) {
             m_list->append(m_json);
         }
-        const QByteArray text = (m_list ? QJsonDocument(*m_list) : QJsonDocument(m_json)).toJson();
-        std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), m_stream);
+        write((m_list ? QJsonDocument(*m_list) : QJsonDocument(m_json)).toJson());
     }
     // Buffered output meets a full disk or a closed pipe only here.
-    const bool written = std::fflush(m_stream) == 0 && std::ferror(m_stream) == 0;
-    return written ? exitCode : ExitCode::Output;
+    if (std::fflush(m_stream) != 0 && m_error == 0) {
+        m_error = errno;
+    }
+    if (m_error != 0) {
+        std::fprintf(stderr, "zrncam: the result cannot be written: %s\n", std::strerror(m_error));
+        return ExitCode::Output;
+    }
+    return exitCode;
+}
+
+void Report::write(const QByteArray& text)
+{
+    const auto size = static_cast<std::size_t>(text.size());
+    if (std::fwrite(text.constData(), 1, size, m_stream) != size && m_error == 0) {
+        m_error = errno;
+    }
 }
 
 ExitCode Report::fail(ExitCode exitCode, const QString& message, const QString& hint,

@@ -38,13 +38,16 @@ public:
     ExitCode fail(ExitCode exitCode, const QString& message, const QString& hint,
                   QJsonObject error = {});
     /// Ends the report. @return @p exitCode, or ExitCode::Output when the result could not be
-    /// written.
+    /// written, which is told on standard error.
     ExitCode finish(ExitCode exitCode);
 
 private:
+    void write(const QByteArray& text);
+
     bool m_asJson;
     std::FILE* m_stream;
     const QString m_name;
     QJsonObject m_json;
     std::optional<QJsonArray> m_list;
+    int m_error = 0; ///< of the first write that failed
 };

@@ -59,10 +59,11 @@ TEST(Completions, OfferEveryOption)
     const QStringList global = inHelp({}, optionPattern);
     EXPECT_EQ(offersFor({"-"}), global);
     for (const QString& command : offersFor({""})) {
-        const QStringList own = inHelp({command}, optionPattern);
-        const QStringList offers = offersFor({command, "--"});
-        EXPECT_EQ(offers.mid(0, own.size()), own) << command.toStdString();
-        EXPECT_EQ(offers.size(), own.size() + global.size() - 1) << command.toStdString();
+        QStringList shown = inHelp({command}, optionPattern) + QStringList{"--version"};
+        QStringList offers = offersFor({command, "--"});
+        shown.sort();
+        offers.sort();
+        EXPECT_EQ(offers, shown) << command.toStdString();
     }
 }
 

@@ -30,6 +30,11 @@ QString ToolResult::errorName() const
     return json()[QLatin1String("error")].toObject()[QLatin1String("name")].toString();
 }
 
+QString ToolResult::errorMessage() const
+{
+    return json()[QLatin1String("error")].toObject()[QLatin1String("message")].toString();
+}
+
 ToolRun::ToolRun(const QStringList& arguments)
 {
     m_environment.insert(QStringLiteral("ZRNCAM_PLUGIN"),
@@ -63,9 +68,27 @@ void ToolRun::startUntilGrab(int number)
     }
 }
 
-void ToolRun::interrupt()
+void ToolRun::send(int signal)
 {
-    ::kill(static_cast<pid_t>(m_process.processId()), SIGINT);
+    ::kill(static_cast<pid_t>(m_process.processId()), signal);
+}
+
+void ToolRun::waitForError(const char* text)
+{
+    m_process.setReadChannel(QProcess::StandardError);
+    while (!m_errors.contains(text)) {
+        ASSERT_TRUE(m_process.waitForReadyRead(longestRunMs)) << m_errors.constData();
+        m_errors += m_process.readAllStandardError();
+    }
+}
+
+ToolRun& ToolRun::limitFiles(int kibibytes)
+{
+    const QString limited = QStringLiteral("trap '' XFSZ; ulimit -f %1; exec \"$0\" \"$@\"");
+    m_process.setArguments(QStringList{"-c", limited.arg(kibibytes), m_process.program()} +
+                           m_process.arguments());
+    m_process.setProgram(QStringLiteral("bash"));
+    return *this;
 }
 
 ToolResult ToolRun::finish()
@@ -76,5 +99,5 @@ ToolResult ToolRun::finish()
     EXPECT_TRUE(m_process.waitForFinished(longestRunMs));
     EXPECT_EQ(m_process.exitStatus(), QProcess::NormalExit);
     return {m_process.exitCode(), m_process.readAllStandardOutput(),
-            m_process.readAllStandardError()};
+            m_errors + m_process.readAllStandardError()};
 }

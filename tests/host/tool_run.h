@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <csignal>
+
 /// What a finished run of zrncam left behind.
 struct ToolResult {
     int exitCode = -1;
@@ -19,6 +21,8 @@ struct ToolResult {
     QJsonArray list() const;
     /// Name of the result code in the document's error; empty without one.
     QString errorName() const;
+    /// Its message, likewise.
+    QString errorMessage() const;
 };
 
 /// A run of zrncam with the fake driver.
@@ -31,7 +35,13 @@ public:
     ToolRun& start();
     /// Starts it, and waits until one of its grabs waits for a frame, the first or a later one.
     void startUntilGrab(int number);
-    void interrupt();
+    void interrupt() { send(SIGINT); }
+    void send(int signal);
+    /// Waits until it has written a text to standard error.
+    void waitForError(const char* text);
+    bool isRunning() { return !m_process.waitForFinished(0); }
+    /// Lets it write no larger files: a disk that is full, as far as it can tell.
+    ToolRun& limitFiles(int kibibytes);
     ToolResult finish();
 
     static ToolResult of(const QStringList& arguments) { return ToolRun(arguments).finish(); }
@@ -39,5 +49,6 @@ public:
 private:
     QTemporaryDir m_folder;
     QProcess m_process;
+    QByteArray m_errors; ///< as far as they were waited for
     QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
 };

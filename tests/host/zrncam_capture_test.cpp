@@ -5,6 +5,7 @@
 #include <QImageReader>
 #include <QJsonArray>
 #include <QTemporaryDir>
+#include <QThread>
 #include <gtest/gtest.h>
 
 TEST(ZrncamGrab, WritesBothImagesWithTheirMetadata)
@@ -45,6 +46,29 @@ TEST(ZrncamGrab, RawFilesHoldTheBlockAsDelivered)
     EXPECT_EQ(file.size(), 64 * 48 + 8);
 }
 
+TEST(ZrncamGrab, TellsWhatWasMissing)
+{
+    const QTemporaryDir folder;
+    const ToolResult result =
+        ToolRun({"grab", "-n", "8", "-o", folder.path()}).set("ZRN_FAKE_FAULT", "gap").finish();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(result.output.endsWith("\n8 frames, 3 missing\n")) << result.output.constData();
+    EXPECT_EQ(result.output.count("_A.png\n"), 8) << result.output.constData();
+}
+
+TEST(ZrncamGrab, AFullDiskIsNamedAndWhatWasWrittenIsListed)
+{
+    for (const QStringList& format : {QStringList{}, QStringList{"--raw"}}) {
+        const QTemporaryDir folder;
+        ToolRun run(QStringList{"grab", "-o", folder.path(), "--json"} + format);
+        const ToolResult result = run.limitFiles(0).finish();
+        EXPECT_EQ(result.exitCode, 7);
+        EXPECT_TRUE(result.errors.contains("File too large")) << result.errors.constData();
+        EXPECT_EQ(result.json()[QLatin1String("images")].toArray().size(),
+                  QDir(folder.path()).entryList(QDir::Files).size());
+    }
+}
+
 TEST(ZrncamGrab, AnUnwritableFolderIsItsOwnExitCode)
 {
     EXPECT_EQ(ToolRun::of({"grab", "-o", "/proc/images"}).exitCode, 7);
@@ -58,6 +82,8 @@ TEST(ZrncamGrab, ASilentCameraEndsTheGrab)
                                   .finish();
     EXPECT_EQ(result.exitCode, 6);
     EXPECT_EQ(result.errorName(), QStringLiteral("GrabTimeout"));
+    EXPECT_TRUE(result.errors.contains("--wait")) << result.errors.constData();
+    EXPECT_FALSE(result.errors.contains("MaxGrabWaitTime")) << result.errors.constData();
     EXPECT_TRUE(QDir(folder.path()).entryList(QDir::Files).isEmpty());
 }
 
@@ -95,6 +121,16 @@ TEST(ZrncamStream, CountsTimeoutsAndSplitFailures)
     EXPECT_GT(split.json()[QLatin1String("splitFailures")].toInt(), 1);
 }
 
+TEST(ZrncamStream, FramesThatEndEarlyAreAFailure)
+{
+    const ToolResult result =
+        ToolRun({"stream", "--seconds", "1.5", "--json"}).set("ZRN_FAKE_FAULT", "dies").finish();
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_EQ(result.json()[QLatin1String("frames")].toInt(), 6);
+    EXPECT_TRUE(result.errors.contains("the frames ended early")) << result.errors.constData();
+    EXPECT_TRUE(result.errors.contains("--keep-alive")) << result.errors.constData();
+}
+
 TEST(ZrncamStream, ARefusedStartIsReported)
 {
     const ToolResult result =
@@ -112,6 +148,33 @@ TEST(ZrncamInterrupt, EndsTheStreamAndStillReports)
     EXPECT_EQ(result.exitCode, 130);
     EXPECT_GT(result.json()[QLatin1String("frames")].toInt(), 0);
     EXPECT_EQ(result.json()[QLatin1String("timeouts")].toInt(-1), 0);
+}
+
+TEST(ZrncamInterrupt, TwoSignalsAtOnceAreOneRequest)
+{
+    ToolRun run({"stream", "--seconds", "3600", "--json"});
+    run.startUntilGrab(2);
+    run.send(SIGTERM);
+    QThread::msleep(1);
+    run.send(SIGTERM);
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 130);
+    EXPECT_GT(result.json()[QLatin1String("frames")].toInt(), 0) << result.output.constData();
+}
+
+TEST(ZrncamInterrupt, ALaterSignalEndsWhatHangs)
+{
+    ToolRun run({"info", "--verbose", "--json"});
+    run.set("ZRN_FAKE_FAULT", "hangs").start().waitForError("cameras found");
+    run.interrupt();
+    QThread::msleep(100);
+    run.interrupt();
+    QThread::msleep(1100);
+    EXPECT_TRUE(run.isRunning());
+    run.interrupt();
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 130);
+    EXPECT_EQ(result.output, "");
 }
 
 TEST(ZrncamInterrupt, WakesAGrabThatWaits)

@@ -1,6 +1,7 @@
 #include "tool_run.h"
 
 #include <QJsonArray>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 TEST(ZrncamList, ShowsEveryCamera)
@@ -91,6 +92,8 @@ TEST(ZrncamOutput, AFullDiskIsReported)
     process.start(QStringLiteral(ZRNCAM_PATH), {"gain"});
     ASSERT_TRUE(process.waitForFinished());
     EXPECT_EQ(process.exitCode(), 7);
+    EXPECT_EQ(process.readAllStandardError(),
+              "zrncam: the result cannot be written: No space left on device\n");
 }
 
 TEST(ZrncamUsage, WrongCommandLinesExitWithTwo)
@@ -106,6 +109,64 @@ TEST(ZrncamUsage, WrongCommandLinesExitWithTwo)
     }
     EXPECT_EQ(ToolRun::of({"--help"}).exitCode, 0);
     EXPECT_EQ(ToolRun::of({"--version"}).exitCode, 0);
+}
+
+TEST(ZrncamUsage, MistakesMakeADocumentToo)
+{
+    for (const QStringList& arguments :
+         {QStringList{}, QStringList{"nonsense"}, QStringList{"gain", "--nonsense"},
+          QStringList{"gain", "x"}, QStringList{"set", "Gamma"}, QStringList{"gain", "--all"},
+          QStringList{"doctor", "--root", "/nonexistent"},
+          QStringList{"info", "--serial", "1", "--index", "0"}}) {
+        const ToolResult result = ToolRun::of(arguments + QStringList{"--json"});
+        EXPECT_EQ(result.exitCode, 2) << arguments.join(' ').toStdString();
+        const QJsonObject json = result.json();
+        EXPECT_EQ(json[QLatin1String("exitCode")].toInt(-1), 2);
+        EXPECT_FALSE(result.errorMessage().isEmpty()) << result.output.constData();
+    }
+}
+
+TEST(ZrncamUsage, TheNearestWordIsNamed)
+{
+    const auto errorsOf = [](const QStringList& arguments) {
+        return ToolRun::of(arguments).errors;
+    };
+    EXPECT_EQ(errorsOf({"strem", "--seconds", "3"}),
+              "zrncam: there is no command \"strem\"\n"
+              "        did you mean stream? 'zrncam --help' shows what there is\n");
+    EXPECT_EQ(errorsOf({"stream", "--second=3"}),
+              "zrncam: there is no option --second\n"
+              "        did you mean --seconds? 'zrncam stream --help' shows what there is\n");
+    EXPECT_EQ(errorsOf({"pictures"}), "zrncam: there is no command \"pictures\"\n"
+                                      "        'zrncam --help' shows what there is\n");
+    EXPECT_EQ(errorsOf({"gain", "5", "6"}), "zrncam: gain takes no \"6\"\n"
+                                            "        'zrncam gain --help' shows what there is\n");
+}
+
+TEST(ZrncamUsage, NumbersAreJudgedInWords)
+{
+    const auto mistakeIn = [](const QStringList& arguments) {
+        const QByteArray errors = ToolRun::of(arguments).errors;
+        return errors.left(errors.indexOf('\n'));
+    };
+    EXPECT_EQ(mistakeIn({"gain", "x"}), "zrncam: gain: VALUE: \"x\" is not a whole number");
+    EXPECT_EQ(mistakeIn({"gain", "70000"}),
+              "zrncam: gain: VALUE: 70000 is not in the range of 0 to 65535");
+    EXPECT_EQ(mistakeIn({"exposure", "1.5us"}),
+              "zrncam: exposure: VALUE: 1.5us is not a whole number of us");
+    EXPECT_EQ(mistakeIn({"exposure", "2ft"}), "zrncam: exposure: VALUE: \"2ft\" is not a whole "
+                                              "number of us, nor one with us, ms, s or min");
+}
+
+TEST(ZrncamUsage, EveryCommandsHelpShowsTheCommonOptionsAndAnExample)
+{
+    for (const char* command : {"list", "info", "exposure", "gain", "grab", "stream", "get", "set",
+                                "properties", "command", "doctor", "verify"}) {
+        const QByteArray help = ToolRun::of({command, "--help"}).output;
+        EXPECT_TRUE(help.contains("\n  --json ")) << help.constData();
+        EXPECT_TRUE(help.contains("\n  --serial SERIAL")) << help.constData();
+        EXPECT_TRUE(help.contains(QByteArray("\n  zrncam ") + command)) << help.constData();
+    }
 }
 
 TEST(ZrncamSeveral, EachHasAnObjectInTheArray)
@@ -132,9 +193,25 @@ TEST(ZrncamSeveral, OneThatFailsDoesNotEndTheOthers)
     const ToolResult text = ToolRun::of(arguments);
     const QList<QByteArray> lines = text.output.trimmed().split('\n');
     EXPECT_TRUE(lines.last().startsWith("sum")) << text.output.constData();
-    EXPECT_TRUE(lines.last().endsWith("2 cameras")) << text.output.constData();
+    EXPECT_TRUE(lines.last().endsWith(" 2 cameras")) << text.output.constData();
     EXPECT_TRUE(lines[lines.size() - 3].startsWith("ZR77 ")) << text.output.constData();
     EXPECT_TRUE(text.errors.contains("zrncam: ZR77: ")) << text.errors.constData();
+}
+
+TEST(ZrncamSeveral, EachRowNamesItsCameraOnce)
+{
+    const auto linesOf = [](const QStringList& arguments) {
+        return ToolRun::of(arguments).output.trimmed().split('\n');
+    };
+    const QList<QByteArray> one = linesOf({"info", "--serial", "1001", "--serial", "77"});
+    EXPECT_EQ(one[one.size() - 3], "ZR1001                  done");
+    EXPECT_EQ(one.last(), "sum                     1 camera");
+
+    const QTemporaryDir folder;
+    const QList<QByteArray> all = linesOf({"grab", "--all", "-o", folder.path()});
+    EXPECT_EQ(all[all.size() - 2],
+              "2                       ZR18446744073709551615: 1 frames, 0 missing");
+    EXPECT_EQ(all.last(), "sum                     3 cameras, 3 frames, 0 missing");
 }
 
 TEST(ZrncamSeveral, TheSameSerialTwiceIsOneCamera)
@@ -151,6 +228,7 @@ TEST(ZrncamChoice, AnIndexPastTheEndIsNoCamera)
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_EQ(result.json()[QLatin1String("error")].toObject()[QLatin1String("message")].toString(),
               "there is no camera 3; cameras found: 3");
+    EXPECT_TRUE(result.errors.contains("indices go from 0 to 2")) << result.errors.constData();
 }
 
 TEST(ZrncamPlugin, AnUnusablePluginIsNamed)
@@ -199,9 +277,21 @@ TEST(ZrncamInfo, OneUnreadableFactLeavesTheOthers)
 TEST(ZrncamControls, SetShowsWhatTheCameraHolds)
 {
     EXPECT_EQ(ToolRun::of({"exposure", "2500"}).output, "2500 us (100 to 500000)\n");
+    EXPECT_EQ(ToolRun::of({"exposure", "2.5ms"}).output, "2500 us (100 to 500000)\n");
+    EXPECT_EQ(ToolRun::of({"exposure", "0.1s"}).output, "100000 us (100 to 500000)\n");
     const ToolResult gain = ToolRun::of({"gain", "33", "--json"});
     EXPECT_EQ(gain.json()[QLatin1String("gain")].toInt(), 33);
     EXPECT_EQ(gain.json()[QLatin1String("maximum")].toInt(), 64);
+}
+
+TEST(ZrncamControls, RoundingIsTold)
+{
+    EXPECT_EQ(ToolRun::of({"exposure", "2345us"}).output,
+              "2300 us (100 to 500000)\n"
+              "the camera has made 2300 us of 2345 us: it counts in steps\n");
+    const QJsonObject json = ToolRun::of({"exposure", "2345", "--json"}).json();
+    EXPECT_EQ(json[QLatin1String("requested")].toInt(), 2345);
+    EXPECT_EQ(json[QLatin1String("exposure")].toInt(), 2300);
 }
 
 TEST(ZrncamControls, RefusalsShowCodeMeaningAndRemedy)

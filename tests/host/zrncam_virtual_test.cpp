@@ -66,7 +66,51 @@ TEST(ZrncamVirtual, WithoutAModelThereIsOneCamera)
 
 TEST(ZrncamVirtual, AnUnknownModelFails)
 {
-    EXPECT_NE(runVirtually({"--virtual=nonsense", "list"}).exitCode, 0);
+    const ToolResult result = runVirtually({"--virtual=nonsense", "list", "--json"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.errorMessage().contains(QLatin1String("no camera model 'nonsense'")))
+        << result.output.constData();
+}
+
+TEST(ZrncamVirtual, CamerasThatCannotStartMakeADocumentToo)
+{
+    const ToolResult result =
+        ToolRun({"--virtual", "list", "--json"}).set("TMPDIR", "/nonexistent").finish();
+    EXPECT_EQ(result.exitCode, 9);
+    EXPECT_FALSE(result.errorMessage().isEmpty()) << result.output.constData();
+}
+
+TEST(ZrncamVirtual, AnIndexPastTheEndIsNoCamera)
+{
+    const ToolResult result = runVirtually({"--virtual", "--virtual", "gain", "--index", "3"});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.errors,
+              "zrncam: there is no camera 3; cameras on the bus: 2\n"
+              "        indices go from 0 to 1; 'zrncam list' shows the cameras on the bus\n");
+}
+
+TEST(ZrncamVirtual, NobodyReadsTheLibrariesNotesWhoDidNotAsk)
+{
+    const QStringList stream{
+        "--virtual=type2,sizes=320x240,rate=0", "stream", "--seconds", "0.5", "--wait", "50"};
+    const ToolResult quiet = runVirtually(stream);
+    EXPECT_EQ(quiet.exitCode, 6);
+    EXPECT_EQ(quiet.errors,
+              "zrncam: the camera delivered no frame\n"
+              "        check the cable; 'zrncam doctor' looks for the usual causes\n");
+    const ToolResult verbose = runVirtually(stream + QStringList{"-v"});
+    EXPECT_TRUE(verbose.errors.contains("attempt to claim")) << verbose.errors.constData();
+    EXPECT_TRUE(verbose.errors.contains("try lock grab event failed"))
+        << verbose.errors.constData();
+}
+
+TEST(ZrncamVirtual, ASlowStreamHasNotEndedEarly)
+{
+    // Half a frame a second, and 1.5 s without one at the end.
+    const ToolResult result = runVirtually(
+        {"--virtual=type2,sizes=320x240,rate=0.5", "stream", "--seconds", "5.6", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    EXPECT_GT(result.json()[QLatin1String("timeouts")].toInt(), 0);
 }
 
 TEST(ZrncamVirtual, GrabsBothImages)
@@ -166,6 +210,7 @@ TEST(ZrncamVirtual, CtrlCEndsTheStreamInOrder)
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 130) << result.errors.constData();
     EXPECT_GT(result.json()[QLatin1String("frames")].toInt(), 0);
+    EXPECT_GT(result.json()[QLatin1String("reportedRate")].toDouble(), 0.0);
 }
 
 class VerifyVirtual : public testing::TestWithParam<const char*>

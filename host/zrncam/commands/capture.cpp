@@ -5,11 +5,15 @@
 void addCaptureOptions(CLI::App& command, CaptureOptions& options)
 {
     addArgument(command, "--exposure", options.exposure,
-                "Set the exposure time first, microseconds", {.valueName = "US"});
+                "Set the exposure time first: microseconds, or with a unit, as in 2ms",
+                {.valueName = "TIME", .unit = Unit::Microseconds});
     addArgument(command, "--gain", options.gain, "Set the gain first", {.valueName = "GAIN"});
     addArgument(command, "--wait", options.waitMilliseconds,
-                "Longest wait for one frame, milliseconds (the driver's default is 1000)",
-                {.valueName = "MS", .range = std::pair(1, std::numeric_limits<int>::max())});
+                "Longest wait for one frame: milliseconds, or with a unit, as in 5s (the driver's "
+                "default is 1000)",
+                {.valueName = "TIME",
+                 .unit = Unit::Milliseconds,
+                 .range = std::pair(1, std::numeric_limits<int>::max())});
     addFlag(command, "--newest", options.newest,
             "Take the newest frame and drop older ones, instead of the oldest first");
 }

@@ -34,7 +34,7 @@ ExitCode runGain(Context& context, const GainOptions& options)
 
 Command addGain(CLI::App& app)
 {
-    CLI::App& command = addSubcommand(app, "gain", "Show or set the gain");
+    CLI::App& command = addSubcommand(app, "gain", "Show or set the gain", "gain 40");
     const auto options = std::make_shared<GainOptions>();
     addArgument(command, "VALUE", options->value, "New gain");
     return {&command, [options](Context& context) { return runGain(context, *options); }};

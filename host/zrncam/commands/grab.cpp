@@ -2,6 +2,7 @@
 #include "client/stream.h"
 #include "commands/capture.h"
 #include "common/image_writer.h"
+#include "common/writer_pool.h"
 #include "interrupt.h"
 #include "progress.h"
 #include "tool_error.h"
@@ -10,6 +11,10 @@
 #include <QDir>
 #include <QJsonArray>
 
+#include <algorithm>
+#include <atomic>
+#include <deque>
+#include <exception>
 #include <limits>
 #include <memory>
 
@@ -41,7 +46,7 @@ QString trailerText(quint64 trailer)
     return QStringLiteral("0x%1").arg(trailer, 16, 16, QLatin1Char('0'));
 }
 
-/// Writes grabbed frames into a folder and keeps the account of them.
+/// Writes grabbed frames into a folder, on threads of their own, and keeps the account of them.
 class FrameFiles
 {
 public:
@@ -56,22 +61,56 @@ public:
         }
     }
 
-    /// @throws ToolError
-    void write(const zrn::Frame& frame, Report& report)
+    /// Waits while too many frames wait to be written. @return false when writing has failed
+    bool add(const zrn::Frame& frame)
     {
         ++m_frames;
         m_missing += frame.step.missing;
-        for (const zrn::Image& image : frame.images()) {
-            writeImage(frame, image, report);
+        return std::ranges::all_of(frame.images(),
+                                   [&](const zrn::Image& image) { return addImage(frame, image); });
+    }
+
+    /// Waits until all is written. @return empty, or why that failed
+    QString finish(Progress& progress)
+    {
+        constexpr std::chrono::milliseconds glance(100);
+        while (!m_pool.waitForAll(glance)) {
+            progress.show(QStringLiteral("%1 images are still to be written").arg(m_pool.left()));
+        }
+        return m_pool.failure();
+    }
+
+    /// Lines of the files that are written, up to one that is not yet.
+    void tell(Report& report)
+    {
+        while (m_told < m_files.size() && m_files[m_told].isWritten) {
+            report.line(m_files[m_told].path);
+            ++m_told;
         }
     }
 
     quint64 frames() const { return m_frames; }
     quint64 missing() const { return m_missing; }
-    const QJsonArray& images() const { return m_images; }
+    /// After finish().
+    QJsonArray images() const
+    {
+        QJsonArray images;
+        for (const ImageFile& file : m_files) {
+            if (file.isWritten) {
+                images.append(file.json);
+            }
+        }
+        return images;
+    }
 
 private:
-    void writeImage(const zrn::Frame& frame, const zrn::Image& image, Report& report)
+    struct ImageFile {
+        QString path;
+        QJsonObject json;
+        std::atomic<bool> isWritten = false;
+    };
+
+    bool addImage(const zrn::Frame& frame, const zrn::Image& image)
     {
         const QString letter(QLatin1Char(image.letter));
         const QString name =
@@ -79,27 +118,27 @@ private:
                 .arg(QString::fromStdString(m_camera.serial))
                 .arg(m_frames, 4, 10, QLatin1Char('0'))
                 .arg(letter, m_options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
-        const QString path = m_folder.filePath(name);
-
+        ImageFile& file = m_files.emplace_back();
+        file.path = m_folder.filePath(name);
+        file.json = {{QStringLiteral("path"), file.path},
+                     {QStringLiteral("image"), letter},
+                     {QStringLiteral("width"), qint64{frame.width}},
+                     {QStringLiteral("height"), qint64{frame.height}},
+                     {QStringLiteral("frameNumber"), qint64{frame.step.number}},
+                     {QStringLiteral("trailer"), trailerText(image.trailer())}};
         zrnhost::ImageTexts texts = describe(m_camera, frame);
         texts.emplace_back(QStringLiteral("Image"), letter);
         texts.emplace_back(QStringLiteral("FrameNumber"), QString::number(frame.step.number));
         texts.emplace_back(QStringLiteral("Trailer"), trailerText(image.trailer()));
         texts.emplace_back(QStringLiteral("Creation Time"),
                            QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
-        const QString failure =
-            m_options.raw ? zrnhost::writeRaw(path, image)
-                          : zrnhost::writePng(path, image, frame.width, frame.height, texts);
-        if (!failure.isEmpty()) {
-            throw ToolError(ExitCode::Output, failure);
-        }
-        report.line(path);
-        m_images.append(QJsonObject{{QStringLiteral("path"), path},
-                                    {QStringLiteral("image"), letter},
-                                    {QStringLiteral("width"), qint64{frame.width}},
-                                    {QStringLiteral("height"), qint64{frame.height}},
-                                    {QStringLiteral("frameNumber"), qint64{frame.step.number}},
-                                    {QStringLiteral("trailer"), trailerText(image.trailer())}});
+        return m_pool.add(image.bytes.size(), [this, frame, image, texts, &file] {
+            const QString failure = m_options.raw ? zrnhost::writeRaw(file.path, image)
+                                                  : zrnhost::writePng(file.path, image, frame.width,
+                                                                      frame.height, texts);
+            file.isWritten = failure.isEmpty();
+            return failure;
+        });
     }
 
     const GrabOptions& m_options;
@@ -107,7 +146,9 @@ private:
     QDir m_folder;
     quint64 m_frames = 0;
     quint64 m_missing = 0;
-    QJsonArray m_images;
+    std::deque<ImageFile> m_files; ///< which jobs of the pool point at
+    std::size_t m_told = 0;
+    zrnhost::WriterPool m_pool;
 };
 
 /// @throws zrn::Error when no frame can be expected any more.
@@ -121,51 +162,71 @@ void judgeSilence(const zrn::StreamCounters& counters, quint64 timeoutsBefore, q
     }
 }
 
-ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOptions& options)
+/// Hands frames over until there are enough, or the user or the disk has. @throws zrn::Error
+void grabFrames(const CameraPointer& camera, Context& context, quint64 wanted, Progress& progress,
+                FrameFiles& files)
 {
     constexpr std::chrono::milliseconds glance(100);
+    zrn::StreamOptions streamOptions;
+    streamOptions.policy = zrn::QueuePolicy::Block;
+    zrn::Stream stream(camera, streamOptions);
+    const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
+    quint64 timeouts = 0; // before the last frame
+    while (files.frames() < wanted) {
+        progress.show(QStringLiteral("frame %1 of %2").arg(files.frames() + 1).arg(wanted));
+        const std::optional<zrn::Frame> frame = stream.next(glance);
+        if (context.interrupt.requested()) {
+            return;
+        }
+        const zrn::StreamCounters counters = stream.counters();
+        if (!frame) {
+            judgeSilence(counters, timeouts, files.frames());
+            continue;
+        }
+        timeouts = counters.timeouts;
+        if (!files.add(*frame)) {
+            return;
+        }
+        files.tell(context.report);
+    }
+}
+
+ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOptions& options)
+{
     applyCaptureOptions(*camera, options.capture);
     // The frames name what was read last, which must not be older than this run.
     static_cast<void>(camera->exposure());
     static_cast<void>(camera->gain());
     QJsonObject& json = context.report.json();
     json[QLatin1String("camera")] = jsonOf(camera->facts());
+    Progress progress(context.options.quiet, context.name);
     FrameFiles files(options, camera->facts());
 
-    {
-        zrn::StreamOptions streamOptions;
-        streamOptions.policy = zrn::QueuePolicy::Block;
-        zrn::Stream stream(camera, streamOptions);
-        const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
-        Progress progress(context.options.quiet, context.name);
-        const auto wanted = static_cast<quint64>(options.frames);
-        quint64 timeouts = 0; // before the last frame
-        while (files.frames() < wanted) {
-            progress.show(QStringLiteral("frame %1 of %2").arg(files.frames() + 1).arg(wanted));
-            const std::optional<zrn::Frame> frame = stream.next(glance);
-            if (context.interrupt.requested()) {
-                break;
-            }
-            const zrn::StreamCounters counters = stream.counters();
-            if (frame) {
-                timeouts = counters.timeouts;
-                files.write(*frame, context.report);
-                json[QLatin1String("images")] = files.images();
-            } else {
-                judgeSilence(counters, timeouts, files.frames());
-            }
-        }
+    std::exception_ptr failure; // what came before it is written all the same
+    try {
+        grabFrames(camera, context, static_cast<quint64>(options.frames), progress, files);
+    } catch (const zrn::Error&) {
+        failure = std::current_exception();
     }
+    const QString notWritten = files.finish(progress);
+    files.tell(context.report);
+    context.report.line(
+        QStringLiteral("%1 frames, %2 missing").arg(files.frames()).arg(files.missing()));
     json[QLatin1String("images")] = files.images();
     json[QLatin1String("frames")] = static_cast<qint64>(files.frames());
     json[QLatin1String("missing")] = static_cast<qint64>(files.missing());
+    if (!notWritten.isEmpty()) {
+        throw ToolError(ExitCode::Output, notWritten);
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
     return context.interrupt.requested() ? ExitCode::Interrupted : ExitCode::Success;
 }
 
 QString grabRow(const QJsonObject& camera)
 {
-    return QStringLiteral("%1: %2 frames, %3 missing")
-        .arg(camera[QLatin1String("camera")][QLatin1String("serial")].toString())
+    return QStringLiteral("%1 frames, %2 missing")
         .arg(camera[QLatin1String("frames")].toInt())
         .arg(camera[QLatin1String("missing")].toInt());
 }
@@ -178,17 +239,15 @@ QString grabSum(const std::vector<QJsonObject>& cameras)
         frames += camera[QLatin1String("frames")].toInt();
         missing += camera[QLatin1String("missing")].toInt();
     }
-    return QStringLiteral("%1 cameras, %2 frames, %3 missing")
-        .arg(cameras.size())
-        .arg(frames)
-        .arg(missing);
+    return QStringLiteral("%1 frames, %2 missing").arg(frames).arg(missing);
 }
 
 } // namespace
 
 Command addGrab(CLI::App& app)
 {
-    CLI::App& command = addSubcommand(app, "grab", "Grab frames and write their images");
+    CLI::App& command = addSubcommand(app, "grab", "Grab frames and write their images",
+                                      "grab -n 5 -o pictures --exposure 2ms");
     const auto options = std::make_shared<GrabOptions>();
     addArgument(command, "-n,--frames", options->frames, "How many frames",
                 {.valueName = "N",

@@ -77,12 +77,10 @@ ExitCode runInfo(const CameraPointer& camera, Context& context)
 
 Command addInfo(CLI::App& app)
 {
-    return {&addSubcommand(app, "info", "Show what a camera is and how it is set"),
+    return {&addSubcommand(app, "info", "Show what a camera is and how it is set",
+                           "info --serial ZR4711"),
             [](Context& context) {
-                return runOnCameras(context,
-                                    {runInfo, true, {}, [](const auto& cameras) {
-                                         return QStringLiteral("%1 cameras").arg(cameras.size());
-                                     }});
+                return runOnCameras(context, {runInfo, true, {}, {}});
             },
             true};
 }

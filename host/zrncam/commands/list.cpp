@@ -175,6 +175,7 @@ ExitCode runList(Context& context)
 Command addList(CLI::App& app)
 {
     return {&addSubcommand(app, "list",
-                           "List the cameras on the bus: port, device node, serial, speed, use"),
+                           "List the cameras on the bus: port, device node, serial, speed, use",
+                           "list --json"),
             runList};
 }

@@ -137,7 +137,7 @@ ExitCode runDriverCommand(Context& context, const PropertyOptions& options)
 
 Command addGet(CLI::App& app)
 {
-    CLI::App& command = addSubcommand(app, "get", "Read a property");
+    CLI::App& command = addSubcommand(app, "get", "Read a property", "get Serial");
     const auto options = std::make_shared<PropertyOptions>();
     addArgument(command, "KEY", options->key, "Property key", {.isRequired = true});
     return {&command, [options](Context& context) { return runGet(context, *options); }};
@@ -145,8 +145,8 @@ Command addGet(CLI::App& app)
 
 Command addSet(CLI::App& app)
 {
-    CLI::App& command =
-        addSubcommand(app, "set", "Write a property and show what the camera holds");
+    CLI::App& command = addSubcommand(app, "set", "Write a property and show what the camera holds",
+                                      "set Gamma 200");
     const auto options = std::make_shared<PropertyOptions>();
     addArgument(command, "KEY", options->key, "Property key", {.isRequired = true});
     addArgument(command, "VALUE", options->value, "New value: a number, or true or false",
@@ -156,13 +156,15 @@ Command addSet(CLI::App& app)
 
 Command addProperties(CLI::App& app)
 {
-    return {&addSubcommand(app, "properties", "Show every property with value, type and range"),
+    return {&addSubcommand(app, "properties", "Show every property with value, type and range",
+                           "properties --json"),
             runProperties};
 }
 
 Command addDriverCommand(CLI::App& app)
 {
-    CLI::App& command = addSubcommand(app, "command", "Run a command of the camera: ClearState");
+    CLI::App& command = addSubcommand(app, "command", "Run a command of the camera: ClearState",
+                                      "command ClearState");
     const auto options = std::make_shared<PropertyOptions>();
     addArgument(command, "COMMAND", options->key, "Command key", {.isRequired = true});
     return {&command, [options](Context& context) { return runDriverCommand(context, *options); }};

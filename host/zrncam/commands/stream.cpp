@@ -32,6 +32,8 @@ struct StreamResult {
     double seconds = 0.0;
     std::optional<double> reportedRate; ///< frames per second as the driver measured, if it said
     std::vector<zrn::Outage> outages;   ///< with --keep-alive
+    ErrorCode failure = ErrorCode::Success; ///< that ended the stream
+    double silence = 0.0;                   ///< seconds without a frame at the end
 
     [[nodiscard]] bool isMissingExact() const
     {
@@ -53,6 +55,17 @@ void tell(Progress& progress, const zrn::StreamEvent& event)
     }
 }
 
+/// Whether the frames ended before the stream did. A pause at the end may be twice as long as the
+/// frames are apart, or as the exposure; a busy machine needs a second.
+bool endedEarly(const StreamResult& result, std::chrono::microseconds exposure)
+{
+    constexpr double busyMachine = 1.0;
+    constexpr double slowestRate = 0.5; // of a camera that has sent one frame
+    const double rate = result.account.rate() > 0 ? result.account.rate() : slowestRate;
+    const double longest = 2 * std::max(1 / rate, std::chrono::duration<double>(exposure).count());
+    return result.silence > std::max(busyMachine, longest);
+}
+
 bool isFatal(ErrorCode failure)
 {
     return failure != ErrorCode::Success && failure != ErrorCode::GrabTimeout &&
@@ -71,7 +84,6 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
         streamOptions.patience = std::chrono::milliseconds(*options.capture.waitMilliseconds);
     }
     zrn::Stream stream(camera, std::move(streamOptions));
-    const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
     const auto start = StreamAccount::Clock::now();
     const auto elapsed = [start] {
         return std::chrono::duration<double>(StreamAccount::Clock::now() - start).count();
@@ -82,7 +94,8 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
             result.account.addFrame(frame->step, frame->arrival, frame->wait);
         } else if (const ErrorCode failure = stream.counters().lastFailure;
                    !options.keepAlive && isFatal(failure) && !context.interrupt.requested()) {
-            zrn::check(failure, "grabbing a frame");
+            result.failure = failure;
+            break;
         }
         while (const std::optional<zrn::StreamEvent> event = stream.nextEvent()) {
             tell(progress, *event);
@@ -94,6 +107,9 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
                           .arg(result.account.missing()));
     }
     result.seconds = elapsed();
+    result.silence =
+        std::chrono::duration<double>(StreamAccount::Clock::now() - stream.counters().lastFrame)
+            .count();
     try { // the driver forgets its rate when the stream stops
         result.reportedRate = zrn::numberOf(camera->property(zrn::keys::frameRate));
     } catch (const zrn::Error&) {
@@ -179,6 +195,7 @@ ExitCode runStream(const CameraPointer& camera, Context& context, const StreamOp
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;
     }
+    zrn::check(result.failure, "grabbing a frame");
     if (result.account.frames() == 0) {
         throw ToolError(
             ExitCode::Stream, QStringLiteral("the camera delivered no frame"),
@@ -188,13 +205,21 @@ ExitCode runStream(const CameraPointer& camera, Context& context, const StreamOp
         throw ToolError(ExitCode::Stream, QStringLiteral("the stream was lost and did not return"),
                         QStringLiteral("check the cable"));
     }
+    if (!options.keepAlive && endedEarly(result, camera->knownExposure())) {
+        throw ToolError(
+            ExitCode::Stream,
+            QStringLiteral("the frames ended early: none came in the last %1 s of %2 s")
+                .arg(result.silence, 0, 'f', 1)
+                .arg(result.seconds, 0, 'f', 1),
+            QStringLiteral("check the cable; with --keep-alive a camera that falls silent is "
+                           "restarted, and one that has gone is looked for"));
+    }
     return ExitCode::Success;
 }
 
 QString streamRow(const QJsonObject& camera)
 {
-    return QStringLiteral("%1: %2 frames, %3 frames/s, %4 missing, %5 time-outs, %6 outages")
-        .arg(camera[QLatin1String("camera")][QLatin1String("serial")].toString())
+    return QStringLiteral("%1 frames, %2 frames/s, %3 missing, %4 time-outs, %5 outages")
         .arg(camera[QLatin1String("frames")].toInt())
         .arg(camera[QLatin1String("measuredRate")].toDouble(), 0, 'f', 2)
         .arg(camera[QLatin1String("missing")].toInt())
@@ -212,8 +237,7 @@ QString streamSum(const std::vector<QJsonObject>& cameras)
         rate += camera[QLatin1String("measuredRate")].toDouble();
         missing += camera[QLatin1String("missing")].toInt();
     }
-    return QStringLiteral("%1 cameras, %2 frames, %3 frames/s, %4 missing")
-        .arg(cameras.size())
+    return QStringLiteral("%1 frames, %2 frames/s, %3 missing")
         .arg(frames)
         .arg(rate, 0, 'f', 2)
         .arg(missing);
@@ -223,10 +247,15 @@ QString streamSum(const std::vector<QJsonObject>& cameras)
 
 Command addStream(CLI::App& app)
 {
-    CLI::App& command = addSubcommand(app, "stream", "Stream for a while and measure");
+    CLI::App& command = addSubcommand(app, "stream", "Stream for a while and measure",
+                                      "stream --seconds 60 --keep-alive");
     const auto options = std::make_shared<StreamOptions>();
-    addArgument(command, "--seconds", options->seconds, "How long",
-                {.valueName = "S", .showsDefault = true, .range = std::pair(0.001, 1e9)});
+    addArgument(command, "--seconds", options->seconds,
+                "How long: seconds, or with a unit, as in 10min",
+                {.valueName = "TIME",
+                 .showsDefault = true,
+                 .unit = Unit::Seconds,
+                 .range = std::pair(0.001, 1e9)});
     addFlag(command, "--keep-alive", options->keepAlive,
             "Restart or reconnect when no frame comes, and report each outage");
     addCaptureOptions(command, options->capture);

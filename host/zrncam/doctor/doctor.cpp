@@ -4,7 +4,9 @@
 #include "doctor/findings.h"
 #include "doctor/payload_probe.h"
 #include "session.h"
+#include "tool_error.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 
@@ -138,8 +140,11 @@ std::vector<Finding> examine(const GlobalOptions& options, const QString& root)
 
 ExitCode runDoctor(Context& context, const DoctorOptions& options)
 {
-    const std::vector<Finding> findings =
-        examine(context.options, QString::fromLocal8Bit(options.root.c_str()));
+    const QString root = QString::fromLocal8Bit(options.root.c_str());
+    if (!root.isEmpty() && !QDir(root).exists()) {
+        throw ToolError(ExitCode::Usage, QStringLiteral("there is no folder %1").arg(root));
+    }
+    const std::vector<Finding> findings = examine(context.options, root);
     QJsonArray list;
     for (const Finding& finding : findings) {
         const QString verdict = QLatin1String(verdictName(finding.verdict));
@@ -168,7 +173,8 @@ ExitCode runDoctor(Context& context, const DoctorOptions& options)
 
 Command addDoctor(CLI::App& app)
 {
-    CLI::App& command = addSubcommand(app, "doctor", "Find out why a camera cannot be used");
+    CLI::App& command =
+        addSubcommand(app, "doctor", "Find out why a camera cannot be used", "doctor --json");
     const auto options = std::make_shared<DoctorOptions>();
     addArgument(command, "--root", options->root, "Judge the system files under DIR instead of /",
                 {.valueName = "DIR"});

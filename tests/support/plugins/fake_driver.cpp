@@ -51,10 +51,13 @@ public:
         }
         const int found = ScriptedFactory::enumDevice();
         std::printf("cameras found:%d \n", found);
+        std::fflush(stdout);
         return found;
     }
 
 private:
+    static constexpr quint32 lastFrame = 5; ///< of a camera that dies
+
     explicit FakeDriver(const Devices& devices)
         : ScriptedFactory(devices)
         , m_devices(devices)
@@ -74,15 +77,17 @@ private:
         device.resetAnswer = answer("no-reset", ErrorCode::CommandFailed);
         device.startAnswer = answer("no-start", ErrorCode::StreamStartFailed);
         device.grabAnswer = answer("split-fails", ErrorCode::SplitFailed);
-        if (const QString grabs = qEnvironmentVariable("ZRN_FAKE_GRABS"); !grabs.isEmpty()) {
-            device.onGrab = [grabs] {
-                QFile file(grabs);
-                if (file.open(QFile::Append)) {
-                    file.write("g");
-                }
-            };
-        }
+        const QString grabs = qEnvironmentVariable("ZRN_FAKE_GRABS");
+        const bool dies = faults.contains(QLatin1String("dies"));
+        device.onGrab = [grabs, dies, &device] {
+            QFile file(grabs);
+            if (!grabs.isEmpty() && file.open(QFile::Append)) {
+                file.write("g");
+            }
+            device.silent = device.silent || (dies && device.frameNumber == lastFrame);
+        };
         device.silent = faults.contains(QLatin1String("silent"));
+        device.hanging = faults.contains(QLatin1String("hangs"));
         device.skipFrom = 5;
         device.skipNext = faults.contains(QLatin1String("gap")) ? 3 : 0;
     }
