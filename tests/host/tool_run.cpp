@@ -82,13 +82,17 @@ void ToolRun::waitForError(const char* text)
     }
 }
 
+ToolRun& ToolRun::under(const QStringList& words)
+{
+    m_process.setArguments(words.mid(1) + QStringList{m_process.program()} + m_process.arguments());
+    m_process.setProgram(words.front());
+    return *this;
+}
+
 ToolRun& ToolRun::limitFiles(int kibibytes)
 {
     const QString limited = QStringLiteral("trap '' XFSZ; ulimit -f %1; exec \"$0\" \"$@\"");
-    m_process.setArguments(QStringList{"-c", limited.arg(kibibytes), m_process.program()} +
-                           m_process.arguments());
-    m_process.setProgram(QStringLiteral("bash"));
-    return *this;
+    return under({"bash", "-c", limited.arg(kibibytes)});
 }
 
 ToolResult ToolRun::finish()

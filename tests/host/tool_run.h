@@ -40,6 +40,8 @@ public:
     /// Waits until it has written a text to standard error.
     void waitForError(const char* text);
     bool isRunning() { return !m_process.waitForFinished(0); }
+    /// Has another program run it, whose command line begins with these words.
+    ToolRun& under(const QStringList& words);
     /// Lets it write no larger files: a disk that is full, as far as it can tell.
     ToolRun& limitFiles(int kibibytes);
     ToolResult finish();
