@@ -34,9 +34,7 @@ with_progress() {
     show_progress "$label" "$log" &
     display=$!
     "$@" >"$log" 2>&1 </dev/null || status=$?
-    kill "$display" 2>/dev/null || true
-    wait "$display" 2>/dev/null || true
-    [ ! -t 2 ] || printf '\r\033[K' >&2
+    end_progress "$display"
     if [ "$status" -ne 0 ]; then
         tail -n 80 "$log" >&2
         echo "$label: failed with status $status after $((SECONDS - since)) s" >&2
@@ -47,6 +45,12 @@ with_progress() {
     return "$status"
 }
 
+# show_progress LABEL LOG: for the background, until end_progress PID.
+end_progress() {
+    kill "$1" 2>/dev/null || true
+    wait "$1" 2>/dev/null || true
+    [ ! -t 2 ] || printf '\r\033[K' >&2
+}
 show_progress() {
     local label=$1 log=$2 since=$SECONDS pause=4 line never
     [ ! -t 2 ] || pause=0.5
