@@ -1,5 +1,6 @@
 #include "zrnview/device/camera_worker.h"
 
+#include "client/findings.h"
 #include "zrnview/device/setting_access.h"
 #include "zrnview/device/silence_findings.h"
 
@@ -305,7 +306,7 @@ void CameraWorker::watch()
     if (m_health.state == CameraState::Silent && before != CameraState::Silent) {
         emit silenceExplained(silenceFindings(m_health, QString::fromStdString(m_camera->port()),
                                               m_driver->bus().camerasAndHolders(),
-                                              usbfsMegabytes(QString())));
+                                              zrn::transferMemoryLimit()));
     }
     emit healthChanged(m_health);
 }

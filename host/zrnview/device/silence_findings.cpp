@@ -1,9 +1,7 @@
 #include "zrnview/device/silence_findings.h"
 
+#include "client/findings.h"
 #include "client/result_codes.h"
-#include "doctor/findings.h"
-
-#include <QFile>
 
 #include <algorithm>
 #include <iterator>
@@ -14,12 +12,13 @@ namespace
 {
 
 /// As a sentence, with what to type in lines of its own.
-QString textOf(const Finding& finding)
+QString textOf(const zrn::Finding& finding)
 {
-    QString text = finding.message;
+    QString text = QString::fromStdString(finding.message);
     text.replace(0, 1, text.left(1).toUpper());
-    return finding.remedy.isEmpty() ? text + QLatin1Char('.')
-                                    : QStringLiteral("%1:\n%2").arg(text, finding.remedy);
+    return finding.remedy.empty()
+               ? text + QLatin1Char('.')
+               : QStringLiteral("%1:\n%2").arg(text, QString::fromStdString(finding.remedy));
 }
 
 } // namespace
@@ -41,31 +40,20 @@ QStringList silenceFindings(const CameraHealth& health, const QString& port,
     std::copy_if(
         onBus.begin(), onBus.end(), std::back_inserter(own),
         [&port](const zrn::BusCamera& camera) { return camera.port == port.toStdString(); });
-    std::vector<Finding> findings = judgeBus(own);
-    findings.push_back(judgeTransferMemory(onBus, usbfsMegabytes));
+    std::vector<zrn::Finding> findings = zrn::judgeBus(own);
+    findings.push_back(zrn::judgeTransferMemory(onBus, usbfsMegabytes));
     const int before = texts.size();
-    for (const Finding& finding : findings) {
-        if (finding.verdict == Verdict::Warning || finding.verdict == Verdict::Problem) {
+    for (const zrn::Finding& finding : findings) {
+        if (finding.verdict == zrn::Verdict::Warning || finding.verdict == zrn::Verdict::Problem) {
             texts += textOf(finding);
         }
     }
     if (texts.size() == before) {
         texts += QStringLiteral("Bus, access rights and kernel drivers are in order; %1. Restart "
                                 "the stream; if that does not help, replug the camera.")
-                     .arg(findings.back().message);
+                     .arg(QString::fromStdString(findings.back().message));
     }
     return texts;
-}
-
-std::optional<int> usbfsMegabytes(const QString& root)
-{
-    QFile file(root + QStringLiteral("/sys/module/usbcore/parameters/usbfs_memory_mb"));
-    if (!file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
-    }
-    bool ok = false;
-    const int megabytes = file.readAll().trimmed().toInt(&ok);
-    return ok ? std::optional(megabytes) : std::nullopt;
 }
 
 } // namespace zrnview

@@ -14,13 +14,9 @@ namespace zrnview
 /// the remedy, the most telling first. Never empty.
 ///
 /// @param port of the camera: of others nothing is said, but that transfers of all share a memory
-/// @param usbfsMegabytes limit of the kernel's memory for USB transfers: 0 for none, nothing if it
-/// cannot be read
+/// @param usbfsMegabytes as zrn::transferMemoryLimit() gives it
 QStringList silenceFindings(const CameraHealth& health, const QString& port,
                             const std::vector<zrn::BusCamera>& onBus,
                             std::optional<int> usbfsMegabytes);
-
-/// Reads the kernel's limit. @param root put before /sys, empty for the running system
-std::optional<int> usbfsMegabytes(const QString& root);
 
 } // namespace zrnview

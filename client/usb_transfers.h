@@ -1,10 +1,11 @@
 #pragma once
 
-#include <QByteArray>
-
+#include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <string_view>
 
-namespace zrnhost
+namespace zrn
 {
 
 /// How a size of transfers is known, the surest first.
@@ -16,7 +17,7 @@ enum class SizeBasis {
 
 /// Memory that the transfers of a video stream take.
 struct TransferMemory {
-    qint64 bytes = 0; ///< 0: the descriptors show no video stream
+    std::int64_t bytes = 0; ///< 0: the descriptors show no video stream
     SizeBasis basis = SizeBasis::Descriptors;
 };
 
@@ -29,17 +30,18 @@ struct TransferMemory {
 /// ones are read as far as they go.
 /// @param payloadBytes what payloadBytesOf() read of the camera, where it could be asked
 /// Thread safety: reentrant.
-TransferMemory transferMemory(const QByteArray& descriptors, std::optional<qint64> payloadBytes);
+TransferMemory transferMemory(std::string_view descriptors,
+                              std::optional<std::int64_t> payloadBytes);
 
 /// Number of the interface that streams video, the first if there are several; from the descriptors
 /// as for transferMemory(). Thread safety: reentrant.
-std::optional<quint8> videoStreamInterface(const QByteArray& descriptors);
+std::optional<std::uint8_t> videoStreamInterface(std::string_view descriptors);
 
 /// Bytes of the probe control's block up to and with the payload size, in every version of UVC.
-inline constexpr int probeBlockBytes = 26;
+inline constexpr std::size_t probeBlockBytes = 26;
 
 /// dwMaxPayloadTransferSize of a camera's answer to a request for VS_PROBE_CONTROL, its header
 /// included; nothing when the answer is too short or tells no size. Thread safety: reentrant.
-std::optional<qint64> payloadBytesOf(const QByteArray& probeBlock);
+std::optional<std::int64_t> payloadBytesOf(std::string_view probeBlock);
 
-} // namespace zrnhost
+} // namespace zrn

@@ -1,10 +1,10 @@
-#include "common/usb_transfers.h"
+#include "client/usb_transfers.h"
 
 #include <gtest/gtest.h>
 
 #include <initializer_list>
 
-using namespace zrnhost;
+using namespace zrn;
 
 namespace
 {
@@ -15,9 +15,9 @@ class Descriptors
 public:
     Descriptors& add(std::initializer_list<int> body)
     {
-        m_bytes.append(static_cast<char>(body.size() + 1));
+        m_bytes.push_back(static_cast<char>(body.size() + 1));
         for (const int byte : body) {
-            m_bytes.append(static_cast<char>(byte));
+            m_bytes.push_back(static_cast<char>(byte));
         }
         return *this;
     }
@@ -49,19 +49,19 @@ public:
     {
         return add({0x05, 0x81, attributes, packet & 0xff, packet >> 8, 1});
     }
-    const QByteArray& bytes() const { return m_bytes; }
+    const std::string& bytes() const { return m_bytes; }
 
 private:
     Descriptors& addBytes(const std::vector<int>& body)
     {
-        m_bytes.append(static_cast<char>(body.size() + 1));
+        m_bytes.push_back(static_cast<char>(body.size() + 1));
         for (const int byte : body) {
-            m_bytes.append(static_cast<char>(byte));
+            m_bytes.push_back(static_cast<char>(byte));
         }
         return *this;
     }
 
-    QByteArray m_bytes;
+    std::string m_bytes;
 };
 
 } // namespace
@@ -80,7 +80,7 @@ TEST(UsbTransfers, WhatTheCameraTellsOfBulkPayloadsHolds)
 {
     Descriptors camera;
     camera.addStreamInterface().addFormat(16).addFrame(320, 240).addEndpoint(2, 512);
-    for (const qint64 payload : {16 * 1024, 1024 * 1024}) {
+    for (const std::int64_t payload : {16 * 1024, 1024 * 1024}) {
         const TransferMemory memory = transferMemory(camera.bytes(), payload);
         EXPECT_EQ(memory.basis, SizeBasis::Camera);
         EXPECT_EQ(memory.bytes, 100 * payload);
@@ -115,13 +115,13 @@ TEST(UsbTransfers, OtherInterfacesDoNotCount)
 
 TEST(UsbTransfers, MalformedDescriptorsEndTheReading)
 {
-    EXPECT_EQ(transferMemory(QByteArray(), std::nullopt).bytes, 0);
-    EXPECT_EQ(transferMemory(QByteArray(64, '\0'), std::nullopt).bytes, 0);
+    EXPECT_EQ(transferMemory({}, std::nullopt).bytes, 0);
+    EXPECT_EQ(transferMemory(std::string(64, '\0'), std::nullopt).bytes, 0);
     Descriptors camera;
     camera.addStreamInterface().addFormat(16).addFrame(1280, 1024).addEndpoint(2, 512);
-    const QByteArray whole = camera.bytes();
-    for (int length = 0; length < whole.size(); ++length) {
-        const qint64 bytes = transferMemory(whole.left(length), std::nullopt).bytes;
+    const std::string whole = camera.bytes();
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        const std::int64_t bytes = transferMemory(whole.substr(0, length), std::nullopt).bytes;
         EXPECT_TRUE(bytes == 0 || bytes <= 100 * (1280 * 1024 * 2 + 12)) << length;
     }
 }
@@ -133,17 +133,17 @@ TEST(UsbTransfers, TheFirstVideoStreamIsTheOneToAsk)
     EXPECT_EQ(videoStreamInterface(camera.bytes()), std::nullopt);
     camera.addStreamInterface(3).addFormat(16).addFrame(64, 48).addStreamInterface(4);
     EXPECT_EQ(videoStreamInterface(camera.bytes()), 3);
-    EXPECT_EQ(videoStreamInterface(QByteArray(64, '\0')), std::nullopt);
+    EXPECT_EQ(videoStreamInterface(std::string(64, '\0')), std::nullopt);
 }
 
 TEST(UsbTransfers, ThePayloadSizeIsTheLastFieldOfTheShortestProbeBlock)
 {
-    QByteArray block(26, '\x55');
-    block.replace(22, 4, QByteArray("\x00\x00\x10\x00", 4));
+    std::string block(26, '\x55');
+    block.replace(22, 4, std::string("\x00\x00\x10\x00", 4));
     EXPECT_EQ(payloadBytesOf(block), 1024 * 1024);
-    EXPECT_EQ(payloadBytesOf(block + QByteArray(8, '\x55')), 1024 * 1024);
-    EXPECT_EQ(payloadBytesOf(block.left(25)), std::nullopt);
-    EXPECT_EQ(payloadBytesOf(QByteArray()), std::nullopt);
-    block.replace(22, 4, QByteArray(4, '\0'));
+    EXPECT_EQ(payloadBytesOf(block + std::string(8, '\x55')), 1024 * 1024);
+    EXPECT_EQ(payloadBytesOf(block.substr(0, 25)), std::nullopt);
+    EXPECT_EQ(payloadBytesOf({}), std::nullopt);
+    block.replace(22, 4, std::string(4, '\0'));
     EXPECT_EQ(payloadBytesOf(block), std::nullopt);
 }

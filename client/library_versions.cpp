@@ -1,14 +1,14 @@
-#include "doctor/libraries.h"
-
-#include <QFile>
-#include <QFileInfo>
-#include <QRegularExpression>
+#include "client/library_versions.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <dlfcn.h>
+#include <filesystem>
 #include <link.h>
 #include <memory>
 
+namespace zrn
+{
 namespace
 {
 
@@ -24,7 +24,7 @@ struct LibusbVersion {
     std::uint16_t micro;
 };
 
-QVersionNumber libusbVersion()
+LibraryVersion libusbVersion()
 {
     const Library library(::dlopen("libusb-1.0.so.0", RTLD_LAZY | RTLD_LOCAL));
     if (!library) {
@@ -41,16 +41,19 @@ QVersionNumber libusbVersion()
 }
 
 /// libuvc tells its version only through the name of its file: libuvc.so.0.0.6.
-QVersionNumber libuvcVersion()
+LibraryVersion libuvcVersion()
 {
     const Library library(::dlopen("libuvc.so.0", RTLD_LAZY | RTLD_LOCAL));
     link_map* map = nullptr;
     if (!library || ::dlinfo(library.get(), RTLD_DI_LINKMAP, &map) != 0) {
         return {};
     }
-    const QString file = QFileInfo(QFile::decodeName(map->l_name)).canonicalFilePath();
-    const QRegularExpression pattern(QStringLiteral(R"(\.so\.(\d+\.\d+\.\d+)$)"));
-    return QVersionNumber::fromString(pattern.match(file).captured(1));
+    std::error_code error;
+    const std::string file = std::filesystem::canonical(map->l_name, error).filename().string();
+    LibraryVersion version{};
+    const bool isComplete =
+        std::sscanf(file.c_str(), "libuvc.so.%d.%d.%d", &version[0], &version[1], &version[2]) == 3;
+    return isComplete ? version : LibraryVersion{};
 }
 
 } // namespace
@@ -59,3 +62,5 @@ LibraryVersions loadedLibraryVersions()
 {
     return {libusbVersion(), libuvcVersion()};
 }
+
+} // namespace zrn

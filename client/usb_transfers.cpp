@@ -1,17 +1,15 @@
-#include "common/usb_transfers.h"
-
-#include <QtEndian>
+#include "client/usb_transfers.h"
 
 #include <algorithm>
 
-namespace zrnhost
+namespace zrn
 {
 namespace
 {
 
-constexpr qint64 transfersInFlight = 100;
-constexpr qint64 mostPacketsPerTransfer = 32;
-constexpr qint64 payloadHeaderBytes = 12;
+constexpr std::int64_t transfersInFlight = 100;
+constexpr std::int64_t mostPacketsPerTransfer = 32;
+constexpr std::int64_t payloadHeaderBytes = 12;
 
 // Descriptor types and subtypes of USB 2.0 and of USB Video Class 1.x.
 constexpr int interfaceDescriptor = 0x04;
@@ -23,24 +21,22 @@ constexpr int uncompressedFormat = 0x04;
 constexpr int uncompressedFrame = 0x05;
 constexpr int transferTypeMask = 0x03;
 constexpr int isochronous = 0x01;
-constexpr int payloadSizeOffset = 22; ///< in the block of the probe control
+constexpr std::size_t payloadSizeOffset = 22; ///< in the block of the probe control
 
 /// One descriptor, read with bounds: bytes beyond its end are zero.
 class Descriptor
 {
 public:
-    Descriptor(const QByteArray& bytes, int begin, int length)
+    explicit Descriptor(std::string_view bytes)
         : m_bytes(bytes)
-        , m_begin(begin)
-        , m_length(length)
     {
     }
 
-    int byte(int offset) const
+    int byte(std::size_t offset) const
     {
-        return offset < m_length ? static_cast<quint8>(m_bytes[m_begin + offset]) : 0;
+        return offset < m_bytes.size() ? static_cast<std::uint8_t>(m_bytes[offset]) : 0;
     }
-    int word(int offset) const { return byte(offset) | byte(offset + 1) << 8; }
+    int word(std::size_t offset) const { return byte(offset) | byte(offset + 1) << 8; }
     int type() const { return byte(1); }
     bool isVideoStream() const
     {
@@ -48,40 +44,38 @@ public:
     }
 
 private:
-    const QByteArray& m_bytes;
-    int m_begin;
-    int m_length;
+    std::string_view m_bytes;
 };
 
 /// Calls visit with each descriptor until it returns false or the bytes make no sense any more.
 template <typename Visit>
-void visitDescriptors(const QByteArray& descriptors, Visit visit)
+void visitDescriptors(std::string_view descriptors, Visit visit)
 {
-    for (int begin = 0; begin + 2 <= descriptors.size();) {
-        const int length = static_cast<quint8>(descriptors[begin]);
-        if (length < 2 ||
-            !visit(Descriptor(descriptors, begin, std::min(length, descriptors.size() - begin)))) {
+    while (descriptors.size() >= 2) {
+        const std::size_t length = static_cast<std::uint8_t>(descriptors.front());
+        if (length < 2 || !visit(Descriptor(descriptors.substr(0, length)))) {
             return;
         }
-        begin += length;
+        descriptors.remove_prefix(std::min(length, descriptors.size()));
     }
 }
 
 /// Bytes that one service interval carries: packet size times packets for each microframe.
-qint64 packetBytes(const Descriptor& endpoint)
+std::int64_t packetBytes(const Descriptor& endpoint)
 {
     const int size = endpoint.word(4);
-    return qint64{size & 0x7ff} * (1 + ((size >> 11) & 3));
+    return std::int64_t{size & 0x7ff} * (1 + ((size >> 11) & 3));
 }
 
 } // namespace
 
-TransferMemory transferMemory(const QByteArray& descriptors, std::optional<qint64> payloadBytes)
+TransferMemory transferMemory(std::string_view descriptors,
+                              std::optional<std::int64_t> payloadBytes)
 {
     bool inVideoStream = false;
     int bitsPerPixel = 0;
-    qint64 largestFrame = 0;
-    qint64 largestPacket = 0;
+    std::int64_t largestFrame = 0;
+    std::int64_t largestPacket = 0;
     visitDescriptors(descriptors, [&](const Descriptor& descriptor) {
         if (descriptor.type() == interfaceDescriptor) {
             inVideoStream = descriptor.isVideoStream();
@@ -95,7 +89,7 @@ TransferMemory transferMemory(const QByteArray& descriptors, std::optional<qint6
             if (descriptor.byte(2) == uncompressedFormat) {
                 bitsPerPixel = descriptor.byte(21);
             } else if (descriptor.byte(2) == uncompressedFrame) {
-                const qint64 pixels = qint64{descriptor.word(5)} * descriptor.word(7);
+                const std::int64_t pixels = std::int64_t{descriptor.word(5)} * descriptor.word(7);
                 largestFrame = std::max(largestFrame, pixels * bitsPerPixel / 8);
             }
         }
@@ -105,7 +99,7 @@ TransferMemory transferMemory(const QByteArray& descriptors, std::optional<qint6
         return {};
     }
     if (largestPacket > 0) {
-        const qint64 packets = (largestFrame + largestPacket - 1) / largestPacket;
+        const std::int64_t packets = (largestFrame + largestPacket - 1) / largestPacket;
         return {transfersInFlight * largestPacket * std::min(packets, mostPacketsPerTransfer),
                 SizeBasis::Descriptors};
     }
@@ -115,25 +109,27 @@ TransferMemory transferMemory(const QByteArray& descriptors, std::optional<qint6
     return {transfersInFlight * (largestFrame + payloadHeaderBytes), SizeBasis::FrameSize};
 }
 
-std::optional<quint8> videoStreamInterface(const QByteArray& descriptors)
+std::optional<std::uint8_t> videoStreamInterface(std::string_view descriptors)
 {
-    std::optional<quint8> number;
+    std::optional<std::uint8_t> number;
     visitDescriptors(descriptors, [&number](const Descriptor& descriptor) {
         if (descriptor.isVideoStream()) {
-            number = static_cast<quint8>(descriptor.byte(2));
+            number = static_cast<std::uint8_t>(descriptor.byte(2));
         }
         return !number;
     });
     return number;
 }
 
-std::optional<qint64> payloadBytesOf(const QByteArray& probeBlock)
+std::optional<std::int64_t> payloadBytesOf(std::string_view probeBlock)
 {
     if (probeBlock.size() < probeBlockBytes) {
         return std::nullopt;
     }
-    const auto bytes = qFromLittleEndian<quint32>(probeBlock.constData() + payloadSizeOffset);
-    return bytes == 0 ? std::nullopt : std::optional<qint64>(bytes);
+    const Descriptor block(probeBlock);
+    const std::int64_t bytes =
+        block.word(payloadSizeOffset) | std::int64_t{block.word(payloadSizeOffset + 2)} << 16;
+    return bytes == 0 ? std::nullopt : std::optional(bytes);
 }
 
-} // namespace zrnhost
+} // namespace zrn
