@@ -1,5 +1,5 @@
 # What `cmake --install` puts where. The components, for `--component`: plugin, development, tools, viewer,
-# simulator.
+# simulator, gstreamer.
 
 include(CMakePackageConfigHelpers)
 
@@ -50,6 +50,10 @@ install(FILES
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/zrncamera" COMPONENT development)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/zrncamera.pc" "${CMAKE_CURRENT_BINARY_DIR}/zrnclient.pc"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+
+if(TARGET gstzrncamera)
+    install(TARGETS gstzrncamera LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0" COMPONENT gstreamer)
+endif()
 
 zrn_install_tool(zrncam tools)
 zrn_install_tool(zrnrec tools)

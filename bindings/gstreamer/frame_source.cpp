@@ -80,6 +80,11 @@ void FrameSource::prepare()
 void FrameSource::play()
 {
     const SourceSettings wanted = settings();
+    for (Side& side : m_sides) {
+        if (side.needsStart) {
+            announce(side); // mixers choose their size while the camera still starts
+        }
+    }
     {
         const std::lock_guard lock(m_streamMutex);
         m_stream =
@@ -318,7 +323,10 @@ void FrameSource::push(const zrn::Frame& frame)
 
 GstFlowReturn FrameSource::pushImage(Side& side, const zrn::Frame& frame, GstClockTime pts)
 {
-    prepareSide(side);
+    announce(side);
+    if (gst_pad_check_reconfigure(side.pad)) {
+        negotiate(side);
+    }
     if (!gst_pad_is_linked(side.pad)) {
         return GST_FLOW_NOT_LINKED;
     }
@@ -345,14 +353,14 @@ void FrameSource::bridge()
         return;
     }
     for (Side& side : m_sides) {
-        prepareSide(side);
+        announce(side);
         gst_pad_push_event(side.pad, gst_event_new_gap(m_position, until - m_position));
     }
     m_position = until;
 }
 
-/// Sends what has to come before the next buffer.
-void FrameSource::prepareSide(Side& side)
+/// Sends the events that come before buffers.
+void FrameSource::announce(Side& side)
 {
     if (side.needsStart) {
         const std::string name(1, static_cast<char>(g_ascii_tolower(side.letter)));
@@ -360,10 +368,10 @@ void FrameSource::prepareSide(Side& side)
         GstEvent* event = gst_event_new_stream_start(id);
         gst_event_set_group_id(event, m_groupId);
         gst_pad_push_event(side.pad, event);
+        GstCaps* ofCamera = caps();
+        gst_pad_push_event(side.pad, gst_event_new_caps(ofCamera));
+        gst_caps_unref(ofCamera);
         g_free(id);
-    }
-    if (gst_pad_check_reconfigure(side.pad) || side.needsStart) {
-        negotiate(side);
     }
     if (side.needsSegment) {
         GstSegment segment;
@@ -436,7 +444,7 @@ void FrameSource::rest()
 void FrameSource::sendEnd()
 {
     for (Side& side : m_sides) {
-        prepareSide(side);
+        announce(side);
         gst_pad_push_event(side.pad, gst_event_new_eos());
     }
 }

@@ -88,7 +88,7 @@ private:
     void push(const zrn::Frame& frame);
     GstFlowReturn pushImage(Side& side, const zrn::Frame& frame, GstClockTime pts);
     void bridge();
-    void prepareSide(Side& side);
+    void announce(Side& side);
     void negotiate(Side& side);
     std::uint64_t missingBefore(const zrn::Frame& frame);
     void finish(GstFlowReturn flow);
