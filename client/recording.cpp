@@ -68,6 +68,29 @@ private:
     std::span<const std::uint8_t> m_bytes;
 };
 
+namespace
+{
+
+/// A frame as its header has it. @param images one behind the other
+Frame frameOf(const FrameHeader& header, std::span<const std::uint8_t> images)
+{
+    Frame frame;
+    frame.width = header.width;
+    frame.height = header.height;
+    frame.step.number = header.number;
+    frame.step.missing = header.missing;
+    frame.arrival =
+        std::chrono::steady_clock::time_point(std::chrono::nanoseconds(header.arrivalNanoseconds));
+    frame.imageCount = header.imageCount();
+    const auto imageBytes = static_cast<std::size_t>(header.imageBytes());
+    for (std::size_t i = 0; i < frame.imageCount; ++i) {
+        frame.stored.at(i) = {header.letters.at(i), images.subspan(i * imageBytes, imageBytes)};
+    }
+    return frame;
+}
+
+} // namespace
+
 Recording::Recording(const std::string& path)
     : m_path(path)
 {
@@ -117,25 +140,11 @@ FrameHeader Recording::header(int position) const
 Frame Recording::frame(int position) const
 {
     const FrameHeader found = header(position);
-    const auto stored =
-        m_file->bytes().subspan(m_offsets[static_cast<std::size_t>(position)] + blockSize,
-                                static_cast<std::size_t>(found.payloadBytes()));
+    const auto stored = imagesOf(position, found);
     // Its own, so that it stays as it was when it was checked.
     const auto memory =
         std::make_shared<const std::vector<std::uint8_t>>(stored.begin(), stored.end());
-    Frame frame;
-    frame.width = found.width;
-    frame.height = found.height;
-    frame.step.number = found.number;
-    frame.step.missing = found.missing;
-    frame.arrival =
-        std::chrono::steady_clock::time_point(std::chrono::nanoseconds(found.arrivalNanoseconds));
-    frame.imageCount = found.imageCount();
-    const auto imageBytes = static_cast<std::size_t>(found.imageBytes());
-    for (std::size_t i = 0; i < frame.imageCount; ++i) {
-        frame.stored.at(i) = {found.letters.at(i),
-                              std::span(*memory).subspan(i * imageBytes, imageBytes)};
-    }
+    Frame frame = frameOf(found, *memory);
     frame.memory = memory;
     if (payloadCrc(frame) != found.payloadCrc) {
         refuse("Damaged", "the images of frame " + std::to_string(position) + " are damaged");
@@ -157,6 +166,20 @@ std::map<int, std::string> Recording::damage(const std::function<void(int)>& onP
         }
     }
     return damaged;
+}
+
+Frame Recording::view(int position) const
+{
+    const FrameHeader found = header(position);
+    Frame frame = frameOf(found, imagesOf(position, found));
+    frame.memory = m_file;
+    return frame;
+}
+
+std::span<const std::uint8_t> Recording::imagesOf(int position, const FrameHeader& found) const
+{
+    return m_file->bytes().subspan(m_offsets[static_cast<std::size_t>(position)] + blockSize,
+                                   static_cast<std::size_t>(found.payloadBytes()));
 }
 
 std::chrono::nanoseconds Recording::duration() const

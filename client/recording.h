@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,9 @@ public:
     /// A frame with its images, checked. Its arrival is the time since that of the first frame.
     /// @throws Error when it was damaged.
     [[nodiscard]] Frame frame(int position) const;
+    /// The same without a copy and a check of its images: they lie in the file itself, which stays
+    /// open for them. @throws Error when its header was damaged.
+    [[nodiscard]] Frame view(int position) const;
 
     /// Reads every frame. @param onProgress called before each, with its position
     /// @return positions of those that were damaged, and what is wrong with them
@@ -50,6 +54,8 @@ private:
     class Mapping;
 
     [[nodiscard]] recording::Block blockAt(std::uint64_t offset) const;
+    [[nodiscard]] std::span<const std::uint8_t> imagesOf(int position,
+                                                         const recording::FrameHeader& found) const;
     bool readIndex(std::uint64_t firstFrame);
     void findFrames(std::uint64_t firstFrame);
     /// The header at @p offset if the whole frame is in the file.

@@ -102,7 +102,7 @@ public:
             const std::lock_guard lock(m_mutex);
             m_isStopping = true;
         }
-        m_changed.notify_all();
+        tellReady();
         {
             const std::lock_guard lock(m_runMutex);
             object()->stopStream(0);
@@ -185,6 +185,7 @@ private:
     void accept(Frame frame, std::uint64_t trailer, Clock::time_point asked);
     void placeLoss(const FrameStep& step, Clock::time_point asked);
     void deliver(Frame frame);
+    void tellReady();
     void noteFailure(ErrorCode code);
     bool isOutage(ErrorCode code) const;
     void repair();
@@ -375,7 +376,15 @@ void Stream::Core::deliver(Frame frame)
         }
         m_queue.push_back(std::move(frame));
     }
+    tellReady();
+}
+
+void Stream::Core::tellReady()
+{
     m_changed.notify_all();
+    if (m_options.onReady) {
+        m_options.onReady();
+    }
 }
 
 void Stream::Core::noteFailure(ErrorCode code)
@@ -471,11 +480,14 @@ void Stream::Core::emitEvent(StreamEvent::Kind kind, const std::string& reason)
         m_options.onEvent(event);
         return;
     }
-    const std::lock_guard lock(m_mutex);
-    if (m_events.size() >= mostEvents) {
-        m_events.pop_front();
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_events.size() >= mostEvents) {
+            m_events.pop_front();
+        }
+        m_events.push_back(std::move(event));
     }
-    m_events.push_back(std::move(event));
+    tellReady();
 }
 
 void Stream::Core::pause(std::chrono::milliseconds time)

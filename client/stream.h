@@ -78,6 +78,10 @@ struct StreamOptions {
     std::function<void(const Frame&)> onFrame{};
     /// Takes the events in place of nextEvent(), on the stream's thread likewise.
     std::function<void(const StreamEvent&)> onEvent{};
+    /// Told that a frame or an event waits to be taken, or that the stream ends, for those who wait
+    /// for other things as well. Runs on the stream's thread or the one that stops it; must neither
+    /// use the stream nor throw.
+    std::function<void()> onReady{};
 };
 
 /// A running stream: started by the constructor, ended by stop() or the destructor. A thread of its

@@ -91,6 +91,22 @@ TEST_F(RecordingTest, GivesBackWhatWasRecorded)
     }
 }
 
+TEST_F(RecordingTest, AViewIsTheSameWithoutACopyAndKeepsTheFile)
+{
+    auto recording = std::make_unique<Recording>(write(3));
+    for (int i = 0; i < 3; ++i) {
+        expectSame(recording->view(i), madeUpFrame(static_cast<std::uint32_t>(i)));
+    }
+    EXPECT_EQ(recording->view(1).image('A')->bytes.data(),
+              recording->view(1).image('A')->bytes.data());
+    EXPECT_NE(recording->frame(1).image('A')->bytes.data(),
+              recording->view(1).image('A')->bytes.data());
+    const Frame view = recording->view(2);
+    recording.reset();
+    expectSame(view, madeUpFrame(2));
+    EXPECT_THROW(Recording(write(3)).view(3), Error);
+}
+
 TEST_F(RecordingTest, MayBeEmpty)
 {
     const Recording reader(write(0));

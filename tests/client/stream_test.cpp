@@ -261,6 +261,33 @@ TEST_F(StreamTest, CallbacksTakeTheFrames)
     EXPECT_FALSE(stream.next(0ms));
 }
 
+TEST_F(StreamTest, TellsOfFramesAndOfItsEnd)
+{
+    std::atomic<int> told = 0;
+    StreamOptions options;
+    options.onReady = [&told] { ++told; };
+    Stream stream(camera, options);
+    EXPECT_TRUE(waitFor([&] { return told > 0; }));
+    EXPECT_TRUE(stream.next(0ms));
+    stream.stop();
+    told = 0;
+    stream.stop();
+    EXPECT_EQ(told, 1);
+}
+
+TEST_F(StreamTest, TellsOfEvents)
+{
+    std::atomic<bool> isTold = false;
+    StreamOptions options = keptAlive();
+    options.onFrame = [](const Frame&) {}; // so that it tells of nothing else
+    options.onReady = [&isTold] { isTold = true; };
+    setGrabTimeout(50);
+    device->silent = true;
+    Stream stream(camera, options);
+    EXPECT_TRUE(waitFor([&] { return isTold.load(); }));
+    EXPECT_TRUE(stream.nextEvent());
+}
+
 TEST_F(StreamTest, ACallbackMayStopAndDestroyItsStream)
 {
     std::unique_ptr<Stream> stream;
