@@ -1,0 +1,116 @@
+#include "frame.h"
+
+#include "module.h"
+
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+
+namespace zrnpy
+{
+namespace
+{
+
+using Array = py::array_t<std::uint8_t>;
+
+const zrn::Image& imageOf(const Frame& frame, char letter)
+{
+    const zrn::Image* const image = frame.get().image(letter);
+    if (image == nullptr) {
+        throw py::attribute_error(std::string("this frame has no image ") + letter +
+                                  "; `images` has those that it has");
+    }
+    return *image;
+}
+
+/// A view of the driver's block, which keeps the frame, and so the block.
+Array viewOf(const py::object& self, const zrn::Image& image)
+{
+    const zrn::Frame& frame = self.cast<const Frame&>().get();
+    Array view({static_cast<py::ssize_t>(frame.height), static_cast<py::ssize_t>(frame.width)},
+               image.pixels().data(), self);
+    py::detail::array_proxy(view.ptr())->flags &= ~py::detail::npy_api::NPY_ARRAY_WRITEABLE_;
+    return view;
+}
+
+template <char letter>
+Array imageOfSelf(const py::object& self)
+{
+    return viewOf(self, imageOf(self.cast<const Frame&>(), letter));
+}
+
+std::chrono::nanoseconds timeOf(const zrn::Frame& frame)
+{
+    return frame.arrival.time_since_epoch();
+}
+
+std::string describe(const Frame& frame)
+{
+    const zrn::Frame& held = frame.get();
+    std::string text = "<Frame " + std::to_string(held.step.number) + ", ";
+    for (const zrn::Image& image : held.images()) {
+        text += image.letter;
+    }
+    return text + " of " + std::to_string(held.width) + "x" + std::to_string(held.height) + ">";
+}
+
+} // namespace
+
+void addFrames(py::module_& module)
+{
+    py::class_<Frame>(module, "Frame", R"(One frame of a camera: one or two images, taken at once.
+
+The images are arrays of uint8 with the shape (height, width), views of the memory that the
+driver unpacked them to: nothing is copied. They cannot be written, and are valid as long as
+they live, also when stream and camera are closed; as many may be kept as memory holds.)")
+        .def_property_readonly("a", imageOfSelf<'A'>,
+                               "Image A, uint8 of shape (height, width). AttributeError where the "
+                               "camera has one sensor, whose image is B.")
+        .def_property_readonly("b", imageOfSelf<'B'>,
+                               "Image B, uint8 of shape (height, width). AttributeError where the "
+                               "frame has one image.")
+        .def_property_readonly(
+            "images",
+            [](const py::object& self) {
+                py::dict images;
+                for (const zrn::Image& image : self.cast<const Frame&>().get().images()) {
+                    images[py::str(std::string(1, image.letter))] = viewOf(self, image);
+                }
+                return images;
+            },
+            "All images by letter, \"A\" before \"B\".")
+        .def(
+            "address",
+            [](const Frame& frame, char letter) {
+                return reinterpret_cast<std::uintptr_t>(imageOf(frame, letter).bytes.data());
+            },
+            py::arg("letter"), "Address of an image's memory, for libraries that take pointers.")
+        .def_property_readonly(
+            "width", [](const Frame& frame) { return frame.get().width; }, "Pixels in a row.")
+        .def_property_readonly(
+            "height", [](const Frame& frame) { return frame.get().height; }, "Rows.")
+        .def_property_readonly(
+            "number", [](const Frame& frame) { return frame.get().step.number; },
+            "Frame number that the camera gave it.")
+        .def_property_readonly(
+            "missing", [](const Frame& frame) { return frame.get().step.missing; },
+            "Frame numbers that were skipped since the frame before.")
+        .def_property_readonly(
+            "time",
+            [](const Frame& frame) {
+                return std::chrono::duration<double>(timeOf(frame.get())).count();
+            },
+            "When it arrived, in seconds on the clock of time.monotonic(); in a recording, since "
+            "its first frame.")
+        .def_property_readonly(
+            "time_ns", [](const Frame& frame) { return timeOf(frame.get()).count(); },
+            "The same in whole nanoseconds.")
+        .def_property_readonly(
+            "exposure_us", [](const Frame& frame) { return frame.get().exposure.count(); },
+            "Exposure in microseconds that was set when it arrived; 0 in a recording.")
+        .def_property_readonly(
+            "gain", [](const Frame& frame) { return frame.get().gain; },
+            "Gain that was set when it arrived; 0 in a recording.")
+        .def("__repr__", describe);
+}
+
+} // namespace zrnpy

@@ -1,0 +1,87 @@
+#include "client/recording.h"
+
+#include "client/recorder.h"
+#include "frame.h"
+#include "module.h"
+#include "waiting.h"
+
+namespace zrnpy
+{
+namespace
+{
+
+using zrn::Recorder;
+using zrn::Recording;
+
+/// A recorder, whose thread a forked child does not have.
+class BoundRecorder
+{
+public:
+    BoundRecorder(const std::string& path, const std::string& metadata)
+        : m_recorder(std::make_shared<Recorder>(path, metadata))
+    {
+    }
+    ~BoundRecorder()
+    {
+        std::shared_ptr<Recorder> recorder = m_recorder.take();
+        unlocked([&recorder] { recorder.reset(); });
+    }
+    BoundRecorder(const BoundRecorder&) = delete;
+    BoundRecorder& operator=(const BoundRecorder&) = delete;
+
+    bool add(const Frame& frame) const
+    {
+        const std::shared_ptr<Recorder> recorder = m_recorder.get();
+        return unlocked([&] { return recorder->add(frame.get()); });
+    }
+    void finish() const
+    {
+        const std::shared_ptr<Recorder> recorder = m_recorder.get();
+        interruptible([recorder] { recorder->finish(); });
+    }
+    [[nodiscard]] zrn::RecordingProgress progress() const { return m_recorder.get()->progress(); }
+
+private:
+    ProcessBound<Recorder> m_recorder;
+};
+
+} // namespace
+
+void addRecordings(py::module_& module)
+{
+    py::class_<Recording>(module, "Recording", "A recording that is read.")
+        .def(py::init([](const std::string& path) {
+                 return unlocked([&path] { return std::make_unique<Recording>(path); });
+             }),
+             py::arg("path"))
+        .def("__len__", &Recording::frameCount)
+        .def(
+            "frame",
+            [](const Recording& recording, int position) {
+                return std::make_unique<Frame>(unlocked([&] { return recording.frame(position); }));
+            },
+            py::arg("position"))
+        .def(
+            "view",
+            [](const Recording& recording, int position) {
+                return std::make_unique<Frame>(recording.view(position));
+            },
+            py::arg("position"))
+        .def_property_readonly("metadata", &Recording::metadata)
+        .def_property_readonly("complete", &Recording::isComplete)
+        .def_property_readonly("seconds", [](const Recording& recording) {
+            return std::chrono::duration<double>(recording.duration()).count();
+        });
+
+    py::class_<BoundRecorder>(module, "Recorder", "A recording that is written.")
+        .def(py::init<const std::string&, const std::string&>(), py::arg("path"),
+             py::arg("metadata"))
+        .def("add", &BoundRecorder::add, py::arg("frame"))
+        .def("finish", &BoundRecorder::finish)
+        .def_property_readonly(
+            "frames", [](const BoundRecorder& recorder) { return recorder.progress().frames; })
+        .def_property_readonly(
+            "error", [](const BoundRecorder& recorder) { return recorder.progress().error; });
+}
+
+} // namespace zrnpy

@@ -1,0 +1,265 @@
+#include "client/stream.h"
+
+#include "camera.h"
+#include "frame.h"
+#include "module.h"
+#include "waiting.h"
+
+#include <atomic>
+#include <cerrno>
+#include <mutex>
+#include <poll.h>
+#include <pybind11/stl.h>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace zrnpy
+{
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+/// A file descriptor that can be read while something may wait to be taken.
+class Bell
+{
+public:
+    Bell()
+        : m_file(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    {
+        if (m_file < 0) {
+            throw std::system_error(errno, std::generic_category(), "eventfd");
+        }
+    }
+    ~Bell() { ::close(m_file); }
+    Bell(const Bell&) = delete;
+    Bell& operator=(const Bell&) = delete;
+
+    [[nodiscard]] int file() const { return m_file; }
+    void ring() const { static_cast<void>(::eventfd_write(m_file, 1)); }
+    void silence() const
+    {
+        eventfd_t count = 0;
+        static_cast<void>(::eventfd_read(m_file, &count));
+    }
+    void wait(std::chrono::milliseconds longest) const
+    {
+        pollfd request{m_file, POLLIN, 0};
+        static_cast<void>(::poll(&request, 1, static_cast<int>(longest.count())));
+    }
+
+private:
+    const int m_file;
+};
+
+zrn::QueuePolicy policyFrom(const std::string& name)
+{
+    if (name == "newest") {
+        return zrn::QueuePolicy::Newest;
+    }
+    if (name == "block") {
+        return zrn::QueuePolicy::Block;
+    }
+    if (name != "all") {
+        throw py::value_error("policy is \"newest\", \"all\" or \"block\"");
+    }
+    return zrn::QueuePolicy::All;
+}
+
+const char* nameOf(zrn::StreamEvent::Kind kind)
+{
+    using enum zrn::StreamEvent::Kind;
+    switch (kind) {
+    case Lost:
+        return "lost";
+    case Refused:
+        return "refused";
+    case Restarted:
+        return "restarted";
+    case Back:
+        break;
+    }
+    return "back";
+}
+
+/// A stream whose frames and events Python's threads take; none of its own threads knows Python.
+class Stream
+{
+public:
+    Stream(const Camera& camera, const std::string& policy, std::size_t capacity, bool keepAlive)
+        : m_stream(start(camera, policy, capacity, keepAlive))
+    {
+    }
+    ~Stream()
+    {
+        std::shared_ptr<zrn::Stream> stream = m_stream.take();
+        unlocked([&stream] { stream.reset(); });
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    /// A frame, an event, or None when there was neither for this long, or the stream has ended.
+    py::object next(double seconds)
+    {
+        const std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        if (!stream) {
+            return py::none();
+        }
+        const auto end = Clock::now() + std::chrono::duration<double>(std::min(seconds, forever));
+        for (;;) {
+            py::object item = take(*stream);
+            if (!item.is_none()) {
+                return item;
+            }
+            m_bell->silence();
+            item = take(*stream);
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+            if (!item.is_none() || left.count() <= 0 || stream->isStopped()) {
+                return item;
+            }
+            ++m_waiting;
+            unlocked([&] { m_bell->wait(std::min(left, waitSlice)); });
+            --m_waiting;
+            handleSignals();
+        }
+    }
+
+    void close()
+    {
+        std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        if (!stream) {
+            return;
+        }
+        unlocked([&stream] { stream->stop(); });
+        m_counters = stream->counters();
+        stream = m_stream.take();
+        unlocked([&stream] { stream.reset(); });
+    }
+
+    [[nodiscard]] int file() const { return m_bell->file(); }
+    [[nodiscard]] bool isStopped() const
+    {
+        const std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        return !stream || stream->isStopped();
+    }
+    [[nodiscard]] zrn::StreamCounters counters() const
+    {
+        const std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        return stream ? stream->counters() : m_counters;
+    }
+
+private:
+    static constexpr double forever = 1e9; // seconds
+
+    std::shared_ptr<zrn::Stream> start(const Camera& camera, const std::string& policy,
+                                       std::size_t capacity, bool keepAlive)
+    {
+        zrn::StreamOptions options;
+        options.policy = policyFrom(policy);
+        options.capacity = capacity;
+        options.keepAlive = keepAlive;
+        options.onReady = [bell = m_bell] { bell->ring(); };
+        const std::shared_ptr<zrn::Camera> held = camera.get();
+        return interruptible(
+            [held, options] { return std::make_shared<zrn::Stream>(held, options); });
+    }
+
+    /// What waits, events first.
+    py::object take(zrn::Stream& stream)
+    {
+        if (auto event = stream.nextEvent()) {
+            tellOthers();
+            return py::cast(std::move(*event));
+        }
+        if (auto frame = stream.next({})) {
+            tellOthers();
+            return py::cast(std::make_unique<Frame>(std::move(*frame)));
+        }
+        return py::none();
+    }
+
+    /// What was taken may not have been all, and the bell is silent.
+    void tellOthers() const
+    {
+        if (m_waiting > 0) {
+            m_bell->ring();
+        }
+    }
+
+    const std::shared_ptr<Bell> m_bell = std::make_shared<Bell>();
+    std::atomic<int> m_waiting = 0;
+    zrn::StreamCounters m_counters; // when it was closed
+    ProcessBound<zrn::Stream> m_stream;
+};
+
+void addEvents(py::module_& module)
+{
+    using zrn::StreamEvent;
+    py::class_<StreamEvent>(module, "Event", "What happened to a stream that is kept alive.")
+        .def_property_readonly(
+            "kind", [](const StreamEvent& event) { return nameOf(event.kind); },
+            "\"lost\": no frames any more; \"refused\": the camera is there, but cannot be had, "
+            "see `reason`; \"restarted\": frames again, after a restart of the stream; \"back\": "
+            "frames again, after the camera was opened anew.")
+        .def_readonly("reason", &StreamEvent::reason, "Why it was refused; otherwise empty.")
+        .def_property_readonly(
+            "cause", [](const StreamEvent& event) { return zrn::nameOf(event.outage.cause); },
+            "\"silent\": the camera answers; \"gone\": it does not.")
+        .def_property_readonly(
+            "begin", [](const StreamEvent& event) { return event.outage.begin; },
+            "Seconds into the stream: the last frame before.")
+        .def_property_readonly(
+            "seconds", [](const StreamEvent& event) { return event.outage.seconds; },
+            "Length of the outage, once it is over.")
+        .def_property_readonly(
+            "missing", [](const StreamEvent& event) { return event.outage.missing; },
+            "Frame numbers that were skipped, once it is over.")
+        .def_property_readonly(
+            "missing_is_exact",
+            [](const StreamEvent& event) { return event.outage.isMissingExact; },
+            "Whether that is all of them: long outages skip more than frame numbers tell.")
+        .def("__repr__", [](const StreamEvent& event) {
+            const std::string more = event.reason.empty() ? event.outage.text() : event.reason;
+            return std::string("<Event ") + nameOf(event.kind) + ": " + more + ">";
+        });
+
+    using Counters = zrn::StreamCounters;
+    py::class_<Counters>(module, "Counters", "What a stream has seen since it was started.")
+        .def_readonly("frames", &Counters::frames, "Frames that came from the driver.")
+        .def_property_readonly("missing", &Counters::missing, "Frame numbers that were skipped.")
+        .def_property_readonly(
+            "lost_camera", [](const Counters& counters) { return counters.lost.camera; },
+            "Of these, lost in the camera or on the way from it.")
+        .def_property_readonly(
+            "lost_ring", [](const Counters& counters) { return counters.lost.ring; },
+            "Of these, overwritten in the driver's ring, as it seems.")
+        .def_property_readonly(
+            "lost_queue", [](const Counters& counters) { return counters.lost.queue; },
+            "Frames that were not taken in time, and made room for others.")
+        .def_readonly("gaps", &Counters::gaps, "Places where frame numbers are missing.")
+        .def_readonly("timeouts", &Counters::timeouts, "Waits of the driver in vain.")
+        .def_readonly("unusable", &Counters::unusable, "Frames that could not be unpacked.")
+        .def("__repr__", [](const Counters& counters) {
+            return "<Counters: " + std::to_string(counters.frames) + " frames, " +
+                   std::to_string(counters.missing()) + " missing, " +
+                   std::to_string(counters.lost.queue) + " dropped>";
+        });
+}
+
+} // namespace
+
+void addStreams(py::module_& module)
+{
+    addEvents(module);
+    py::class_<Stream>(module, "Stream", "A running stream.")
+        .def(py::init<const Camera&, const std::string&, std::size_t, bool>(), py::arg("camera"),
+             py::arg("policy"), py::arg("capacity"), py::arg("keep_alive"))
+        .def("next", &Stream::next, py::arg("seconds"))
+        .def("close", &Stream::close)
+        .def("fileno", &Stream::file)
+        .def_property_readonly("stopped", &Stream::isStopped)
+        .def_property_readonly("counters", &Stream::counters);
+}
+
+} // namespace zrnpy

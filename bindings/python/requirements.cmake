@@ -1,0 +1,16 @@
+# A module for the interpreter of this machine, which runs without a sanitizer.
+if(CMAKE_CROSSCOMPILING OR ZRN_SANITIZE OR ZRN_FUZZ)
+    zrn_need(FALSE "a plain build for this machine")
+else()
+    # Debian's Python is the one that Debian's numpy is for; PATH may have another one first.
+    if(NOT DEFINED Python_EXECUTABLE AND EXISTS /usr/bin/python3)
+        set(Python_EXECUTABLE /usr/bin/python3)
+    endif()
+    set(PYBIND11_FINDPYTHON ON)
+    find_package(Python 3.11 QUIET COMPONENTS Interpreter Development.Module)
+    zrn_need(Python_Development.Module_FOUND python3-dev)
+    if(Python_Development.Module_FOUND)
+        find_package(pybind11 2.10 QUIET CONFIG)
+    endif()
+    zrn_need(pybind11_FOUND pybind11-dev)
+endif()

@@ -1,0 +1,112 @@
+"""Recordings."""
+
+from __future__ import annotations
+
+import json
+import os
+from collections.abc import Iterator, Sequence
+from types import TracebackType
+from typing import Any, Optional, Union, overload
+
+from . import _zrncamera
+from ._errors import ZrnError
+from ._zrncamera import Frame
+
+
+class Recording(Sequence[Frame]):
+    """A recording as a sequence of frames. A slice of it is one, too.
+
+    Images are views of the file itself, read when they are looked at, and valid as long as they
+    live. A file that is made shorter meanwhile ends the program.
+
+    ZrnError: the file is no recording, or a frame in it was damaged.
+    """
+
+    def __init__(self, path: Union[str, "os.PathLike[str]"]) -> None:
+        self._recording = _zrncamera.Recording(os.fspath(path))
+        self._places = range(len(self._recording))
+
+    @property
+    def metadata(self) -> dict[str, Any]:
+        """What the writer noted."""
+        noted = json.loads(self._recording.metadata or "{}")
+        return noted if isinstance(noted, dict) else {}
+
+    @property
+    def complete(self) -> bool:
+        """Whether the writer closed it. If not, the frames up to the cut are there."""
+        return self._recording.complete
+
+    @property
+    def seconds(self) -> float:
+        """From the first frame of the file to the last readable one."""
+        return self._recording.seconds
+
+    def check(self, position: int) -> Frame:
+        """A frame in memory of its own, whose images were compared with their checksum.
+
+        ZrnError: it was damaged.
+        """
+        return self._recording.frame(self._places[position])
+
+    def __len__(self) -> int:
+        return len(self._places)
+
+    @overload
+    def __getitem__(self, position: int) -> Frame: ...
+
+    @overload
+    def __getitem__(self, position: slice) -> Recording: ...
+
+    def __getitem__(self, position: Union[int, slice]) -> Union[Frame, Recording]:
+        if not isinstance(position, slice):
+            return self._recording.view(self._places[position])
+        part = Recording.__new__(Recording)
+        part._recording = self._recording
+        part._places = self._places[position]
+        return part
+
+    def __iter__(self) -> Iterator[Frame]:
+        return map(self._recording.view, self._places)
+
+
+class Recorder:
+    """Writes a recording, without dropping frames: add() waits when the disk falls behind.
+
+    metadata -- what Recording.metadata gives back
+
+    ZrnError: the file exists, or cannot be written.
+    """
+
+    def __init__(self, path: Union[str, "os.PathLike[str]"], **metadata: object) -> None:
+        self._recorder = _zrncamera.Recorder(os.fspath(path), json.dumps(metadata))
+
+    def add(self, frame: Frame) -> None:
+        """Hands a frame over, which is written later.
+
+        ZrnError: the recording has ended, as when the disk is full.
+        """
+        if not self._recorder.add(frame):
+            raise ZrnError(self._recorder.error or "the recording has ended", name="NotWritable")
+
+    def finish(self) -> None:
+        """Waits until all is written, and completes the file. ZrnError: it could not be."""
+        self._recorder.finish()
+        if self._recorder.error:
+            raise ZrnError(self._recorder.error, name="NotWritable")
+
+    @property
+    def frames(self) -> int:
+        """Frames that are written."""
+        return self._recorder.frames
+
+    def __enter__(self) -> Recorder:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[type[BaseException]],
+        error: Optional[BaseException],
+        traceback: Optional[TracebackType],
+    ) -> None:
+        self.finish()

@@ -1,0 +1,158 @@
+"""Streams."""
+
+from __future__ import annotations
+
+import asyncio
+import threading
+from collections.abc import AsyncIterator, Callable, Iterator
+from types import TracebackType
+from typing import Literal, Optional, TypeVar, Union, cast
+
+from . import _zrncamera
+from ._errors import CameraGone, GrabTimeout
+from ._waiting import EVER, readable
+from ._zrncamera import Counters, Event, Frame
+
+Policy = Literal["newest", "all", "block"]
+Item = TypeVar("Item", bound=Union[Frame, Event])
+
+_SLACK = 0.5  # seconds, beyond what the driver waits for a frame
+
+
+class Stream(Iterator[Item], AsyncIterator[Item]):
+    """A running stream, made by Camera.stream(): an iterator over its frames.
+
+    It ends with close(), with the `with` block, or when nobody refers to it any more. Frames stay
+    valid. Any thread may call any method.
+    """
+
+    def __init__(
+        self,
+        camera: _zrncamera.Camera,
+        policy: Policy,
+        capacity: int,
+        keep_alive: bool,
+        timeout: Optional[float],
+    ) -> None:
+        self._camera = camera
+        self._keep_alive = keep_alive
+        self._timeout = timeout
+        self._closing: Optional[threading.Thread] = None
+        self._driver_wait = float(camera.property("MaxGrabWaitTime")) / 1000.0  # type: ignore[arg-type]
+        self._stream = _zrncamera.Stream(camera, policy, capacity, keep_alive)
+
+    def next(self, timeout: Optional[float] = None) -> Optional[Item]:
+        """The next frame, or event of a stream that is kept alive; None when the stream has ended.
+
+        timeout -- seconds to wait; None: as given to Camera.stream()
+
+        GrabTimeout: there was none for so long. CameraGone: the camera does not answer any more.
+        """
+        seconds = self._seconds(timeout)
+        item = cast(Optional[Item], self._stream.next(seconds))
+        if item is None and not self._stream.stopped:
+            raise self._failure(seconds)
+        return item
+
+    def close(self) -> None:
+        """Ends the stream. Whoever waits for frames goes on."""
+        self._stream.close()
+
+    @property
+    def closed(self) -> bool:
+        """Whether it has ended."""
+        return self._stream.stopped
+
+    @property
+    def counters(self) -> Counters:
+        """What it has seen up to now, losses by their place among it."""
+        return self._stream.counters
+
+    def fileno(self) -> int:
+        """A file descriptor that can be read when a frame or an event may be there, for select()
+        and event loops. next(0) takes it, or raises GrabTimeout after a false alarm.
+        """
+        return self._stream.fileno()
+
+    def call(self, function: Callable[[Item], object]) -> threading.Thread:
+        """Calls a function with each frame or event, on a thread of its own, until the stream ends.
+
+        What the function raises ends the thread, by way of threading.excepthook.
+        """
+        thread = threading.Thread(target=self._call, args=(function,), name="zrncamera", daemon=True)
+        thread.start()
+        return thread
+
+    def _call(self, function: Callable[[Item], object]) -> None:
+        for item in self:
+            function(item)
+
+    def _seconds(self, timeout: Optional[float]) -> float:
+        if timeout is None:
+            timeout = self._timeout
+        if timeout is not None:
+            return timeout
+        if self._keep_alive:
+            return EVER
+        return self._driver_wait + 2e-6 * self._camera.known_exposure + _SLACK
+
+    def _failure(self, seconds: float) -> Exception:
+        if seconds >= self._driver_wait and not self._keep_alive and not self._camera.online():
+            return CameraGone(
+                "the camera does not answer any more",
+                name="CameraGone",
+                hint="check its cable; a stream with keep_alive=True goes on when it is back",
+            )
+        return GrabTimeout(
+            f"no frame came within {seconds:.3g} s",
+            code=1034,
+            name="GrabTimeout",
+            hint="wait for longer than the exposure",
+        )
+
+    def __iter__(self) -> Stream[Item]:
+        return self
+
+    def __next__(self) -> Item:
+        item = self.next()
+        if item is None:
+            raise StopIteration
+        return item
+
+    def __aiter__(self) -> Stream[Item]:
+        return self
+
+    async def __anext__(self) -> Item:
+        seconds = self._seconds(None)
+        loop = asyncio.get_running_loop()
+        end = loop.time() + seconds
+        while True:
+            item = cast(Optional[Item], self._stream.next(0))
+            if item is not None:
+                return item
+            if self._stream.stopped:
+                raise StopAsyncIteration
+            if loop.time() >= end:
+                raise await loop.run_in_executor(None, self._failure, seconds)
+            await readable(self.fileno(), end)
+
+    def __enter__(self) -> Stream[Item]:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[type[BaseException]],
+        error: Optional[BaseException],
+        traceback: Optional[TracebackType],
+    ) -> None:
+        if kind is not None and issubclass(kind, KeyboardInterrupt):
+            # Who pressed Ctrl-C does not wait for the driver.
+            self._closing = threading.Thread(target=self.close)
+            self._closing.start()
+        else:
+            self.close()
+
+    def _settle(self) -> None:
+        """Waits for an end that is under way."""
+        if self._closing is not None:
+            self._closing.join()

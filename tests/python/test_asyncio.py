@@ -1,0 +1,65 @@
+"""Streams in an event loop, which goes on meanwhile."""
+
+import asyncio
+
+import pytest
+
+import zrncamera
+
+
+def test_frames_and_other_tasks(camera):
+    async def tick(ticks):
+        while True:
+            ticks.append(1)
+            await asyncio.sleep(0.01)
+
+    async def main():
+        ticks = []
+        ticker = asyncio.create_task(tick(ticks))
+        frames = []
+        with camera.stream() as stream:
+            async for frame in stream:
+                frames.append(frame)
+                if len(frames) == 10:
+                    break
+        ticker.cancel()
+        return frames, len(ticks)
+
+    frames, ticks = asyncio.run(main())
+    assert [frame.number for frame in frames] == sorted({frame.number for frame in frames})
+    assert ticks > 5
+
+
+def test_timeout_and_cancelling(camera, bus):
+    async def main():
+        with camera.stream(timeout=0.2) as stream:
+            await anext(stream)
+            bus.command("freeze")
+            with pytest.raises(zrncamera.GrabTimeout):
+                async for frame in stream:
+                    pass
+        with camera.stream(timeout=60) as stream:
+            with pytest.raises(asyncio.TimeoutError):
+                await asyncio.wait_for(anext(stream), 0.2)
+            stream.close()
+            with pytest.raises(StopAsyncIteration):
+                await anext(stream)
+
+    asyncio.run(main())
+
+
+def test_events(camera, bus):
+    async def main():
+        kinds = []
+        with camera.stream(keep_alive=True) as stream:
+            await anext(stream)
+            bus.unplug()
+            async for item in stream:
+                if isinstance(item, zrncamera.Event):
+                    kinds.append(item.kind)
+                    if item.kind == "lost":
+                        bus.plug()
+                    if item.kind == "back":
+                        return kinds
+
+    assert asyncio.run(asyncio.wait_for(main(), 60)) == ["lost", "back"]

@@ -1,0 +1,88 @@
+"""What it costs."""
+
+import gc
+import os
+import threading
+import time
+
+import zrncamera
+
+
+def resident():
+    with open("/proc/self/statm") as statm:
+        return int(statm.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+
+def test_growth(camera):
+    count = int(os.environ.get("ZRN_FRAMES", "600"))
+    before = objects = 0
+    with camera.stream("block") as stream:
+        for position, frame in enumerate(stream):
+            frame.a, frame.b, frame.number, frame.missing, frame.time, frame.images
+            if position == count // 5:
+                gc.collect()
+                before, objects = resident(), len(gc.get_objects())
+            if position == count:
+                break
+    gc.collect()
+    print(f"grew by {resident() - before} bytes over {count * 4 // 5} frames")
+    assert resident() - before < 3_000_000
+    assert len(gc.get_objects()) - objects < 100
+
+
+def test_cost_of_a_frame(camera):
+    """Taking frames that are there, with both arrays, takes this thread at most 50 us for each."""
+    costs = []
+    for _ in range(5):
+        with camera.stream(capacity=16) as stream:
+            while stream.counters.frames < 16:
+                time.sleep(0.02)
+            taken = []
+            begin = time.thread_time()
+            for _ in range(16):
+                frame = next(stream)
+                taken.append((frame, frame.a, frame.b, frame.number, frame.missing, frame.time))
+            costs.append((time.thread_time() - begin) / 16)
+    print(f"{min(costs) * 1e6:.1f} us for each frame")
+    assert min(costs) < 50e-6
+
+
+def rate(seconds=0.3):
+    """How many rounds a second a computation makes."""
+    end = time.perf_counter() + seconds
+    rounds = 0
+    while time.perf_counter() < end:
+        sum(range(100))
+        rounds += 1
+    return rounds / seconds
+
+
+def test_computing_thread_keeps_its_rate(camera):
+    """Beside one that takes every frame. The best of many rounds: other programs disturb both."""
+    alone, beside = [], []
+    for _ in range(8):
+        alone.append(rate())
+        with camera.stream() as stream:
+            thread = stream.call(lambda frame: (frame.a, frame.b))
+            beside.append(rate())
+            assert stream.counters.frames > 3
+        thread.join()
+    print(f"{max(beside) / max(alone):.1%} of the rate")
+    assert max(beside) > 0.95 * max(alone)
+
+
+def test_waiting_leaves_the_interpreter_to_others(camera, bus):
+    """A thread that waits for a frame that does not come takes nothing from another one."""
+    with camera.stream(timeout=60) as stream:
+        next(stream)
+        bus.command("freeze")
+        thread = threading.Thread(target=lambda: list(stream))
+        thread.start()
+        begin = time.monotonic()
+        while time.monotonic() - begin < 0.5:
+            asked = time.monotonic()
+            time.sleep(0)
+            assert time.monotonic() - asked < 0.4
+        stream.close()
+        thread.join(5)
+        assert not thread.is_alive()

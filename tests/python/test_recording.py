@@ -1,0 +1,84 @@
+"""Recordings as sequences over the file itself."""
+
+import numpy as np
+import pytest
+
+import zrncamera
+
+
+@pytest.fixture
+def recorded(camera, tmp_path):
+    """A file, and the frames that are in it."""
+    path = tmp_path / "test.zrnrec"
+    frames = camera.grab(12)
+    with zrncamera.Recorder(path, serial=camera.serial, sample=7) as recorder:
+        for frame in frames:
+            recorder.add(frame)
+    assert recorder.frames == 12
+    return path, frames
+
+
+def test_gives_back_what_was_recorded(recorded, camera):
+    path, frames = recorded
+    recording = zrncamera.Recording(path)
+    assert len(recording) == 12 and recording.complete
+    assert recording.metadata == {"serial": camera.serial, "sample": 7}
+    assert recording.seconds == pytest.approx(frames[-1].time - frames[0].time)
+    for frame, stored in zip(frames, recording):
+        assert frame.number == stored.number
+        assert np.array_equal(frame.a, stored.a) and np.array_equal(frame.b, stored.b)
+        assert stored.time == pytest.approx(frame.time - frames[0].time, abs=1e-6)
+
+
+def test_slices(recorded):
+    path, frames = recorded
+    recording = zrncamera.Recording(path)
+    numbers = [frame.number for frame in frames]
+    assert [frame.number for frame in recording[2:9:3]] == numbers[2:9:3]
+    assert [frame.number for frame in recording[::-1]] == numbers[::-1]
+    assert recording[-1].number == recording[5:][6].number == numbers[-1]
+    assert len(recording[20:]) == 0
+    with pytest.raises(IndexError):
+        recording[12]
+    with pytest.raises(IndexError):
+        recording[3:5][2]
+
+
+def mapped_files(address):
+    """The file that lies at an address of this process."""
+    for line in open("/proc/self/maps"):
+        begin, end = (int(part, 16) for part in line.split()[0].split("-"))
+        if begin <= address < end:
+            return line.split()[-1]
+
+
+def test_images_are_views_of_the_file(recorded):
+    path, frames = recorded
+    image = zrncamera.Recording(path)[3].a  # which keeps the file open
+    assert mapped_files(image.ctypes.data) == str(path)
+    assert not image.flags.writeable
+    assert np.array_equal(image, frames[3].a)
+
+
+def test_check_finds_damage(recorded):
+    path, frames = recorded
+    recording = zrncamera.Recording(path)
+    assert np.array_equal(recording.check(3).a, frames[3].a)
+    damaged = bytearray(path.read_bytes())
+    place = damaged.find(frames[3].a.tobytes())
+    damaged[place + 100] ^= 1
+    path.write_bytes(damaged)
+    recording = zrncamera.Recording(path)
+    assert not np.array_equal(recording[3].a, frames[3].a)
+    with pytest.raises(zrncamera.ZrnError, match="damaged"):
+        recording[2:].check(1)
+
+
+def test_no_recording(tmp_path):
+    path = tmp_path / "other"
+    path.write_bytes(b"text" * 100)
+    with pytest.raises(zrncamera.ZrnError) as caught:
+        zrncamera.Recording(path)
+    assert caught.value.name == "NotARecording"
+    with pytest.raises(zrncamera.ZrnError):
+        zrncamera.Recorder(path)
