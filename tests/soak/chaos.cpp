@@ -14,9 +14,6 @@ namespace
 using nlohmann::json;
 using std::chrono::milliseconds;
 
-/// What a fault does to the frames on their way.
-enum class Harm { None, BrokenWire, Departure };
-
 struct Fault {
     const char* name;
     const char* command;
@@ -88,23 +85,20 @@ const std::array faults = {
 
 } // namespace
 
-void causeFaults(const std::vector<std::unique_ptr<SoakCamera>>& cameras, Pauses& pauses,
-                 unsigned seed, FaultCounts& counts)
+void causeFaults(std::size_t cameraCount, const HarmObserver& onHarm, Pauses& pauses, unsigned seed,
+                 FaultCounts& counts)
 {
     Random random(seed);
     while (pauses.pause(milliseconds(pick(random, 50, 1500)))) {
-        SoakCamera& camera = *pickFrom(random, cameras);
+        const auto camera =
+            static_cast<std::size_t>(pick(random, 0, static_cast<int>(cameraCount) - 1));
         const Fault& fault = pickFrom(random, faults);
-        VirtualCamera device(camera.index());
+        VirtualCamera device(camera);
         if (!device.isPlugged()) {
             continue;
         }
         const json fields = fault.fields(random);
-        if (fault.harm == Harm::BrokenWire) {
-            camera.noteBrokenWire();
-        } else if (fault.harm == Harm::Departure) {
-            camera.noteStopping();
-        }
+        onHarm(camera, fault.harm);
         device.ask(fault.command, fields);
         ++counts[fault.name];
         if (fault.remedy) {

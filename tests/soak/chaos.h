@@ -2,12 +2,12 @@
 
 #include "pauses.h"
 #include "random.h"
-#include "soak_camera.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <map>
-#include <memory>
 #include <string>
-#include <vector>
 
 namespace soak
 {
@@ -15,8 +15,14 @@ namespace soak
 /// How often each kind of fault was caused.
 using FaultCounts = std::map<std::string, std::uint64_t>;
 
+/// What a fault does to the frames on their way.
+enum class Harm { None, BrokenWire, Departure };
+
+/// Told of each fault just before it is caused. @param camera index of the virtual camera
+using HarmObserver = std::function<void(std::size_t camera, Harm harm)>;
+
 /// Causes faults in the virtual cameras, and takes some back, until the round ends.
-void causeFaults(const std::vector<std::unique_ptr<SoakCamera>>& cameras, Pauses& pauses,
-                 unsigned seed, FaultCounts& counts);
+void causeFaults(std::size_t cameraCount, const HarmObserver& onHarm, Pauses& pauses, unsigned seed,
+                 FaultCounts& counts);
 
 } // namespace soak

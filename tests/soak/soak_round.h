@@ -10,10 +10,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace soak
 {
+
+class SoakCamera;
 
 /// Sums over all rounds.
 struct Account {
@@ -40,7 +43,10 @@ public:
 private:
     void makeCamerasReady();
     void stream(std::vector<std::unique_ptr<SoakCamera>>& cameras);
-    void settle(const SoakCamera& camera);
+    /// One round of the client library: streams that are kept alive, each with some queue policy.
+    void streamThroughLibrary();
+    template <typename Streaming>
+    void settle(std::size_t index, const Streaming& camera);
 
     IFactory& m_factory;
     OperationLog& m_log;
