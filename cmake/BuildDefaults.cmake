@@ -32,6 +32,14 @@ if(ZRN_SANITIZE)
     add_link_options(-fsanitize=${ZRN_SANITIZE})
 endif()
 
+# zrn_optimise_little(<target>...): programs that wait for cameras and for people. At -O3 they compile for half as long
+# again; packages are built with other options.
+function(zrn_optimise_little)
+    foreach(target IN LISTS ARGN)
+        target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+    endforeach()
+endfunction()
+
 option(ZRN_FUZZ "Instrument everything for libFuzzer and build the fuzzers; needs clang" OFF)
 if(ZRN_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
