@@ -1,5 +1,5 @@
 # What `cmake --install` puts where. The components, for `--component`: plugin, development, tools, viewer,
-# simulator, gstreamer.
+# simulator, gstreamer, python.
 
 include(CMakePackageConfigHelpers)
 
