@@ -149,9 +149,14 @@ Lanes lanesOf(FrameLayout layout, std::size_t width)
         return {{0, width / 2, 1, width / 2 + 1}, {2, 2, 2, 2}};
     case FrameLayout::ReversedQuads:
         return {{3, 2, 1, 0}, {4, 4, 4, 4}};
-    default:
+    case FrameLayout::Strips:
         return {{0, kStripDistance, 2 * kStripDistance, 3 * kStripDistance}, {1, 1, 1, 1}};
+    case FrameLayout::Interleaved:
+    case FrameLayout::InterleavedShifted:
+    case FrameLayout::Single: // which have no groups
+        break;
     }
+    return {};
 }
 
 void packLanes(const Lanes& lanes, const ImageSize& size, const std::uint8_t* imageA,
