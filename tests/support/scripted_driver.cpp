@@ -50,8 +50,11 @@ public:
         std::this_thread::sleep_for(std::chrono::milliseconds(device->connectMilliseconds));
         const ErrorCode answer = device->connectAnswer;
         if (answer == ErrorCode::Success) {
-            m_generation = device->generation;
-            m_device = std::move(device);
+            m_generation = device->generation.load();
+            if (m_device != device) {
+                m_device = std::move(device);
+            }
+            m_isConnected = true;
         }
         return answer;
     }
@@ -64,13 +67,13 @@ public:
         if (isOpen()) {
             m_device->isOpen = false;
         }
-        m_device.reset();
+        m_isConnected = false;
         return ErrorCode::Success;
     }
 
     ErrorCode getProperty(const QString& key, QMap<QString, QVariant>& values) override
     {
-        if (!m_device) {
+        if (!m_isConnected) {
             return ErrorCode::NoCamera;
         }
         if (!zrn::findProperty(key.toStdString())) {
@@ -242,8 +245,8 @@ public:
 
     ErrorCode startStream(signed char) override
     {
-        if (!m_device || !reachable()) {
-            return m_device ? ErrorCode::StreamStartFailed : ErrorCode::NoCamera;
+        if (!reachable()) {
+            return m_isConnected ? ErrorCode::StreamStartFailed : ErrorCode::NoCamera;
         }
         const ErrorCode answer = m_device->startAnswer;
         m_streaming = answer == ErrorCode::Success;
@@ -300,12 +303,15 @@ public:
     }
 
 private:
-    ErrorCode connected() const { return m_device ? ErrorCode::Success : ErrorCode::NotConnected; }
+    ErrorCode connected() const
+    {
+        return m_isConnected ? ErrorCode::Success : ErrorCode::NotConnected;
+    }
 
     /// Neither unplugged nor closed by a later search.
     bool isOpen() const
     {
-        return m_device && m_device->plugged && m_device->generation == m_generation;
+        return m_isConnected && m_device->plugged && m_device->generation == m_generation;
     }
 
     bool reachable() const
@@ -377,8 +383,9 @@ private:
     }
 
     const std::function<std::shared_ptr<ScriptedDevice>(int)> m_deviceAt;
-    std::shared_ptr<ScriptedDevice> m_device;
-    int m_generation = 0;
+    std::shared_ptr<ScriptedDevice> m_device; // stays, as other threads may be asking it
+    std::atomic<bool> m_isConnected = false;
+    std::atomic<int> m_generation = 0;
     std::atomic<bool> m_streaming = false;
     std::atomic<int> m_timeout = 200;
     std::atomic<int> m_cache = 16;

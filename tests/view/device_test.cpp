@@ -4,7 +4,6 @@
 #include "scripted_driver.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/device/player.h"
-#include "zrnview/device/silence_findings.h"
 
 #include <QJsonDocument>
 #include <QSignalSpy>
@@ -683,28 +682,6 @@ private slots:
         player.open(path);
         player.verify();
         QCOMPARE(verified.first().first().value<QVector<int>>(), QVector<int>{1});
-    }
-
-    void findingsNameWhatIsWrong()
-    {
-        CameraHealth health;
-        zrn::BusCamera camera;
-        camera.port = "1-2";
-        camera.kernelDrivers = {"uvcvideo"};
-        camera.videoNodes = {"/dev/video2"};
-        const QString text =
-            silenceFindings(health, "1-2", {camera}, std::nullopt).join(QLatin1Char('\n'));
-        QVERIFY(text.contains(QStringLiteral("uvcvideo")));
-        QVERIFY(text.contains(QStringLiteral("fuser")));
-        health.counters.unusable = 1;
-        health.counters.lastFailure = ErrorCode::SplitFailed;
-        QVERIFY(silenceFindings(health, "1-2", {}, 0).first().contains(QStringLiteral("1035")));
-        QCOMPARE(silenceFindings(health, "1-2", {}, 0).filter(QStringLiteral("No device")).size(),
-                 1);
-        camera.kernelDrivers.clear();
-        camera.nodeExists = camera.accessible = true;
-        const QStringList healthy = silenceFindings(CameraHealth(), "1-2", {camera}, 0);
-        QVERIFY2(healthy.last().contains(QStringLiteral("in order")), qPrintable(healthy.last()));
     }
 };
 

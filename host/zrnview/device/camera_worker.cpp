@@ -1,8 +1,8 @@
 #include "zrnview/device/camera_worker.h"
 
 #include "client/findings.h"
+#include "client/silence.h"
 #include "zrnview/device/setting_access.h"
-#include "zrnview/device/silence_findings.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -304,9 +304,13 @@ void CameraWorker::watch()
         stopRecording();
     }
     if (m_health.state == CameraState::Silent && before != CameraState::Silent) {
-        emit silenceExplained(silenceFindings(m_health, QString::fromStdString(m_camera->port()),
-                                              m_driver->bus().camerasAndHolders(),
-                                              zrn::transferMemoryLimit()));
+        QStringList sentences;
+        for (const std::string& sentence :
+             zrn::explainSilence(m_health.counters, m_health.answersControls, m_camera->port(),
+                                 m_driver->bus().camerasAndHolders(), zrn::transferMemoryLimit())) {
+            sentences += QString::fromStdString(sentence);
+        }
+        emit silenceExplained(sentences);
     }
     emit healthChanged(m_health);
 }
