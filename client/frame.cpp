@@ -12,6 +12,19 @@ std::uint64_t Image::trailer() const
     return trailer;
 }
 
+const char* nameOf(FrameTimes::Source source)
+{
+    switch (source) {
+    case FrameTimes::Source::Grab:
+        return "grab";
+    case FrameTimes::Source::HandOver:
+        return "hand-over";
+    case FrameTimes::Source::Payload:
+        return "payload";
+    }
+    return "";
+}
+
 const Image* Frame::image(char letter) const
 {
     for (const Image& candidate : images()) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
 namespace zrn
@@ -30,6 +31,29 @@ struct Image {
     [[nodiscard]] std::uint64_t trailer() const;
 };
 
+/// When a frame was there, on CLOCK_MONOTONIC. What each time means: docs/frame-times.md.
+struct FrameTimes {
+    using time_point = std::chrono::steady_clock::time_point;
+
+    /// What the times were taken at.
+    enum class Source {
+        Grab,     ///< the driver tells none: all are the frame's arrival at the host
+        HandOver, ///< all are the hand-over to the driver
+        Payload,  ///< each is what it says
+    };
+    Source source = Source::Grab;
+    time_point firstPayload; ///< the first bytes of the frame were in the process
+    time_point lastPayload;  ///< the last ones were
+    time_point handOver;     ///< the driver got the whole frame
+
+    /// The camera's own clock: a count of 32 bits that wraps.
+    std::optional<std::uint32_t> captured; ///< when the camera began to take the frame
+    std::optional<std::uint32_t> sent;     ///< when it sent the payload that tells
+    std::uint32_t cameraHz = 0;            ///< rate of that clock; 0: the camera does not tell
+};
+/// "grab", "hand-over", "payload".
+const char* nameOf(FrameTimes::Source source);
+
 /// One frame of a camera: one or two images, taken at once. Its copies share the memory of the
 /// images, which lives as long as the last of them, whatever becomes of stream and camera. They
 /// keep the driver loaded, which made that memory.
@@ -43,8 +67,9 @@ struct Frame {
     std::array<Image, mostImages> stored;
     std::size_t imageCount = 0; ///< how many are stored
     FrameStep step;             ///< its number, and what lies between it and the frame before
-    /// When it was there, on CLOCK_MONOTONIC.
+    /// When it was grabbed and unpacked, on CLOCK_MONOTONIC.
     std::chrono::steady_clock::time_point arrival;
+    FrameTimes times;
     std::chrono::nanoseconds wait{};      ///< from asking the driver for it to its arrival
     std::chrono::microseconds exposure{}; ///< that was set when it arrived
     std::uint32_t gain = 0;               ///< that was set when it arrived

@@ -63,6 +63,42 @@ Frame frameOf(const std::shared_ptr<Driver>& driver, ContractSpace::Images& bloc
     return frame;
 }
 
+/// One grab, with its times where the driver tells them. @param times keeps FrameTimeSource::None
+/// where it does not
+ErrorCode grabTimed(CameraObject& object, ContractSpace::Images& blocks,
+                    CameraSpace::FrameTimes& times)
+{
+    CameraSpace::FrameTimesInterface* const timed = object.frameTimes();
+    return timed ? ContractSpace::grab(*timed, blocks, times)
+                 : ContractSpace::grab(*object, blocks);
+}
+
+FrameTimes timesOf(const CameraSpace::FrameTimes& told, Clock::time_point arrival)
+{
+    using Source = CameraSpace::FrameTimeSource;
+    FrameTimes times;
+    if (told.payloadSource == Source::None) {
+        times.firstPayload = times.lastPayload = times.handOver = arrival;
+        return times;
+    }
+    const auto time = [](qint64 value) {
+        return Clock::time_point(std::chrono::nanoseconds(value));
+    };
+    times.source = told.payloadSource == Source::Payload ? FrameTimes::Source::Payload
+                                                         : FrameTimes::Source::HandOver;
+    times.firstPayload = time(told.firstPayload);
+    times.lastPayload = time(told.lastPayload);
+    times.handOver = time(told.handOver);
+    if (told.hasPresentationTime) {
+        times.captured = told.presentationTime;
+    }
+    if (told.hasSourceClock) {
+        times.sent = told.sourceClock;
+    }
+    times.cameraHz = told.clockFrequency;
+    return times;
+}
+
 } // namespace
 
 /// What the stream and its thread share; the last of them to go deletes it.
@@ -170,6 +206,12 @@ public:
         return m_outages;
     }
     const std::shared_ptr<Camera>& camera() const { return m_camera; }
+    WallTime wallTime(FrameTimes::time_point time, WallClock::Kind kind) const
+    {
+        const std::lock_guard lock(m_mutex);
+        const WallClock& clock = kind == WallClock::Kind::Tai ? m_tai : m_realtime;
+        return clock.map(time).value_or(WallTime{});
+    }
 
 private:
     CameraObject& object() const { return m_camera->object(); }
@@ -182,8 +224,12 @@ private:
     bool startAgain();
     void stopForRepair();
     void run();
-    void accept(Frame frame, std::uint64_t trailer, Clock::time_point asked);
-    void placeLoss(const FrameStep& step, Clock::time_point asked);
+    void accept(Frame frame, std::uint64_t trailer, const CameraSpace::FrameTimes& told,
+                Clock::time_point asked);
+    void placeLoss(const FrameStep& step, const CameraSpace::FrameTimes& told,
+                   Clock::time_point asked);
+    bool seemsRings(Clock::time_point asked) const;
+    void readClocks(Clock::time_point now);
     void deliver(Frame frame);
     void tellReady();
     void noteFailure(ErrorCode code);
@@ -208,6 +254,7 @@ private:
     int m_vainRestarts = 0;
     std::optional<double> m_lastFrame; // seconds
     Clock::time_point m_lastReturn;    // of the grab that brought it
+    Clock::time_point m_lastReading;   // of the clocks
     double m_ringFrames = 0;
     int m_sensorCount = 2;
 
@@ -218,6 +265,8 @@ private:
     bool m_isStopping = false;
     std::deque<Frame> m_queue;
     StreamCounters m_counters;
+    WallClock m_realtime;
+    WallClock m_tai;
     std::vector<Outage> m_outages;
     std::deque<StreamEvent> m_events;
 
@@ -238,6 +287,7 @@ void Stream::Core::start()
     check(object()->startStream(0), "starting the stream");
     m_start = Clock::now();
     m_lastReturn = m_start;
+    readClocks(m_start);
     m_counters.lastFrame = m_start;
 }
 
@@ -268,7 +318,8 @@ void Stream::Core::run()
     ContractSpace::Images blocks;
     while (!isStopping()) {
         const Clock::time_point asked = Clock::now();
-        ErrorCode code = ContractSpace::grab(*object(), blocks);
+        CameraSpace::FrameTimes told;
+        ErrorCode code = grabTimed(object(), blocks, told);
         if (code == ErrorCode::Success) {
             const std::uint64_t trailer =
                 !blocks.empty() && ContractSpace::isWellFormed(*blocks.front())
@@ -277,7 +328,7 @@ void Stream::Core::run()
             try {
                 Frame frame = frameOf(m_camera->m_driver, blocks, m_sensorCount);
                 if (frame.imageCount > 0) {
-                    accept(std::move(frame), trailer, asked);
+                    accept(std::move(frame), trailer, told, asked);
                     continue;
                 }
                 code = ErrorCode::SplitFailed;
@@ -302,18 +353,21 @@ void Stream::Core::run()
     }
 }
 
-void Stream::Core::accept(Frame frame, std::uint64_t trailer, Clock::time_point asked)
+void Stream::Core::accept(Frame frame, std::uint64_t trailer, const CameraSpace::FrameTimes& told,
+                          Clock::time_point asked)
 {
     const Clock::time_point now = Clock::now();
     frame.step = m_numbers.follow(trailer);
     frame.arrival = now;
+    frame.times = timesOf(told, now);
     frame.wait = now - asked;
     frame.exposure = m_camera->knownExposure();
     frame.gain = m_camera->knownGain();
 
     const double second = secondsUntil(now);
     const bool wasOut = m_outage.has_value();
-    placeLoss(frame.step, asked);
+    placeLoss(frame.step, told, asked);
+    readClocks(now);
     if (!wasOut && m_lastFrame) {
         m_pace.noteFrame(second - *m_lastFrame, frame.step);
     }
@@ -333,24 +387,54 @@ void Stream::Core::accept(Frame frame, std::uint64_t trailer, Clock::time_point 
 }
 
 /// Counts a frame and what is missing before it.
-void Stream::Core::placeLoss(const FrameStep& step, Clock::time_point asked)
+void Stream::Core::placeLoss(const FrameStep& step, const CameraSpace::FrameTimes& told,
+                             Clock::time_point asked)
 {
-    // The ring overflows when it is not read from for longer than it holds frames for.
-    const std::chrono::duration<double> away = asked - m_lastReturn;
-    const double period = m_pace.period();
-    auto order = CameraSpace::TriggerMode::Oldest;
-    object()->getTriggerMode(order, 0);
-    const double room = order == CameraSpace::TriggerMode::Newest ? 1.0 : m_ringFrames;
-    const bool isRing = !m_outage && period > 0.0 && away.count() >= period * room;
+    const std::uint64_t missing = step.missing;
+    std::uint64_t ring = 0;
+    std::uint64_t library = 0;
+    if (told.payloadSource != CameraSpace::FrameTimeSource::None) {
+        ring = std::min<std::uint64_t>(missing, told.ringLosses);
+        library = std::min<std::uint64_t>(missing - ring, told.libraryLosses);
+    } else if (missing > 0 && seemsRings(asked)) {
+        ring = missing;
+    }
     const std::lock_guard lock(m_mutex);
     ++m_counters.frames;
-    (isRing ? m_counters.lost.ring : m_counters.lost.camera) += step.missing;
-    m_counters.gaps += step.missing > 0 ? 1U : 0U;
+    m_counters.lost.ring += ring;
+    m_counters.lost.library += library;
+    m_counters.lost.camera += missing - ring - library;
+    m_counters.gaps += missing > 0 ? 1U : 0U;
     m_counters.repeated += step.repeated ? 1U : 0U;
     m_counters.renumberings += step.restarted ? 1U : 0U;
     m_counters.lastFailure = ErrorCode::Success;
     m_counters.outage.reset();
     m_counters.lastFrame = Clock::now();
+}
+
+/// The ring overflows when it is not read from for longer than it holds frames for.
+bool Stream::Core::seemsRings(Clock::time_point asked) const
+{
+    const std::chrono::duration<double> away = asked - m_lastReturn;
+    const double period = m_pace.period();
+    auto order = CameraSpace::TriggerMode::Oldest;
+    object()->getTriggerMode(order, 0);
+    const double room = order == CameraSpace::TriggerMode::Newest ? 1.0 : m_ringFrames;
+    return !m_outage && period > 0.0 && away.count() >= period * room;
+}
+
+void Stream::Core::readClocks(Clock::time_point now)
+{
+    constexpr auto pairPause = 1s;
+    if (now - m_lastReading < pairPause) {
+        return;
+    }
+    m_lastReading = now;
+    const WallClock::Reading realtime = WallClock::read(WallClock::Kind::Realtime);
+    const WallClock::Reading tai = WallClock::read(WallClock::Kind::Tai);
+    const std::lock_guard lock(m_mutex);
+    m_realtime.note(realtime);
+    m_tai.note(tai);
 }
 
 void Stream::Core::deliver(Frame frame)
@@ -535,6 +619,11 @@ StreamCounters Stream::counters() const
 std::vector<Outage> Stream::outages() const
 {
     return m_core->outages();
+}
+
+WallTime Stream::wallTime(FrameTimes::time_point time, WallClock::Kind kind) const
+{
+    return m_core->wallTime(time, kind);
 }
 
 const std::shared_ptr<Camera>& Stream::camera() const

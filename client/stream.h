@@ -3,6 +3,7 @@
 #include "client/camera.h"
 #include "client/frame.h"
 #include "client/outage.h"
+#include "client/wall_clock.h"
 
 #include <chrono>
 #include <cstddef>
@@ -27,7 +28,11 @@ enum class QueuePolicy {
 struct StreamLosses {
     /// Numbers that the driver never had: in the camera or on the way from it.
     std::uint64_t camera = 0;
-    /// Overwritten in the driver's ring, as it seems from how long it was not read from.
+    /// Arrived whole, and dropped by libuvc for a newer one before the driver got it. 0 where the
+    /// driver does not tell; they are the camera's then.
+    std::uint64_t library = 0;
+    /// Overwritten in the driver's ring, or passed over for the newest. Where the driver does not
+    /// tell, as it seems from how long the ring was not read from.
     std::uint64_t ring = 0;
     std::uint64_t queue = 0; ///< dropped from the stream's queue
 };
@@ -50,7 +55,7 @@ struct StreamCounters {
     std::optional<Outage::Cause> outage;
 
     /// Frame numbers skipped.
-    [[nodiscard]] std::uint64_t missing() const { return lost.camera + lost.ring; }
+    [[nodiscard]] std::uint64_t missing() const { return lost.camera + lost.library + lost.ring; }
 };
 
 /// What happens to a stream that is kept alive.
@@ -122,6 +127,11 @@ public:
     /// Outages that are over; after stop() also the one that was not.
     [[nodiscard]] std::vector<Outage> outages() const;
     [[nodiscard]] const std::shared_ptr<Camera>& camera() const;
+
+    /// What the time of a frame is on a clock that others share. Both clocks are read once a second
+    /// while frames come.
+    [[nodiscard]] WallTime wallTime(FrameTimes::time_point time,
+                                    WallClock::Kind kind = WallClock::Kind::Realtime) const;
 
 private:
     class Core;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../camera_interface.h"
+#include "../frame_times_interface.h"
 
 #include <cstring>
 #include <memory>
@@ -15,13 +16,13 @@ using Images = std::vector<std::unique_ptr<CameraSpace::ImageBlock>>;
 /// Number of bytes behind the pixels of a block.
 inline constexpr int trailerBytes = 8;
 
-/// Grabs one frame and takes ownership of its images. @p images is empty unless the result is
-/// success.
-inline ErrorCode grab(CameraSpace::CameraInterface& camera, Images& images)
+/// Runs a grab and takes ownership of its images. @p images is empty unless the result is success.
+template <typename Grab>
+ErrorCode grabWith(Images& images, const Grab& grab)
 {
     images.clear();
     QList<CameraSpace::ImageBlock*> grabbed;
-    const ErrorCode result = camera.grabImage(grabbed);
+    const ErrorCode result = grab(grabbed);
     for (CameraSpace::ImageBlock* block : qAsConst(grabbed)) {
         images.emplace_back(block);
     }
@@ -29,6 +30,24 @@ inline ErrorCode grab(CameraSpace::CameraInterface& camera, Images& images)
         images.clear();
     }
     return result;
+}
+
+/// Grabs one frame and takes ownership of its images. @p images is empty unless the result is
+/// success.
+inline ErrorCode grab(CameraSpace::CameraInterface& camera, Images& images)
+{
+    return grabWith(images, [&](QList<CameraSpace::ImageBlock*>& grabbed) {
+        return camera.grabImage(grabbed);
+    });
+}
+
+/// The same with the times of the frame.
+inline ErrorCode grab(CameraSpace::FrameTimesInterface& camera, Images& images,
+                      CameraSpace::FrameTimes& times)
+{
+    return grabWith(images, [&](QList<CameraSpace::ImageBlock*>& grabbed) {
+        return camera.grabTimedImage(grabbed, times);
+    });
 }
 
 /// Whether size and data of @p block agree, so that pixels and trailer can be read.

@@ -155,6 +155,74 @@ TEST_F(StreamTest, ALossAfterALongPauseIsTheRings)
     EXPECT_EQ(stream.counters().lost.camera, 0U);
 }
 
+TEST_F(StreamTest, ADriverThatTellsTimesTellsThePlaceOfALoss)
+{
+    device->tellsTimes = true;
+    camera.reset();
+    camera = Camera::open(driver);
+    Stream stream(camera);
+    ASSERT_TRUE(stream.next(patience));
+    device->ringLosses = 5;
+    device->libraryLosses = 3;
+    device->skipNext = 10;
+    ASSERT_TRUE(waitFor([&] {
+        stream.next(patience);
+        return stream.counters().gaps > 0;
+    }));
+    EXPECT_EQ(stream.counters().lost.ring, 5U);
+    EXPECT_EQ(stream.counters().lost.library, 3U);
+    EXPECT_EQ(stream.counters().lost.camera, 2U);
+    EXPECT_EQ(stream.counters().missing(), 10U);
+}
+
+TEST_F(StreamTest, FramesHaveTheTimesThatTheDriverTells)
+{
+    device->tellsTimes = true;
+    camera.reset();
+    camera = Camera::open(driver);
+    Stream stream(camera);
+    std::optional<Frame> frame = stream.next(patience);
+    ASSERT_TRUE(frame);
+    const auto first = FrameTimes::time_point(std::chrono::seconds(frame->step.number));
+    EXPECT_EQ(frame->times.source, FrameTimes::Source::Payload);
+    EXPECT_EQ(frame->times.firstPayload, first);
+    EXPECT_EQ(frame->times.lastPayload, first + 2ns);
+    EXPECT_EQ(frame->times.handOver, first + 3ns);
+    EXPECT_EQ(frame->times.captured, 4U);
+    EXPECT_EQ(frame->times.sent, 5U);
+    EXPECT_EQ(frame->times.cameraHz, 48'000'000U);
+
+    device->seesPayloads = false;
+    ASSERT_TRUE(waitFor([&] {
+        frame = stream.next(patience);
+        return frame && frame->times.source == FrameTimes::Source::HandOver;
+    }));
+}
+
+TEST_F(StreamTest, WithoutTimesTheArrivalStandsIn)
+{
+    Stream stream(camera);
+    const std::optional<Frame> frame = stream.next(patience);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->times.source, FrameTimes::Source::Grab);
+    EXPECT_EQ(frame->times.firstPayload, frame->arrival);
+    EXPECT_EQ(frame->times.handOver, frame->arrival);
+    EXPECT_FALSE(frame->times.captured);
+}
+
+TEST_F(StreamTest, TellsTheTimeOfDayOfItsFrames)
+{
+    Stream stream(camera);
+    const std::optional<Frame> frame = stream.next(patience);
+    ASSERT_TRUE(frame);
+    const WallTime time = stream.wallTime(frame->arrival);
+    const auto ago = std::chrono::system_clock::now().time_since_epoch() - time.sinceEpoch;
+    EXPECT_GE(ago, -time.error);
+    EXPECT_LT(ago, patience);
+    EXPECT_GT(time.error, 0ns);
+    EXPECT_EQ(stream.wallTime(frame->arrival + 1s).sinceEpoch - time.sinceEpoch, 1s);
+}
+
 TEST_F(StreamTest, NewestKeepsOneFrame)
 {
     StreamOptions options;

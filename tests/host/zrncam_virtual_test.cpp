@@ -150,6 +150,20 @@ TEST(ZrncamVirtual, StreamsAndMeasures)
     EXPECT_GT(json[QLatin1String("measuredRate")].toDouble(), 0.0);
     EXPECT_EQ(json[QLatin1String("repeated")].toInt(-1), 0);
     EXPECT_EQ(json[QLatin1String("restarts")].toInt(-1), 0);
+
+    const QJsonObject times = json[QLatin1String("times")].toObject();
+    EXPECT_EQ(times[QLatin1String("source")].toString(), QStringLiteral("payload"));
+    EXPECT_NEAR(times[QLatin1String("periodMs")].toDouble(), 1000.0 / 30, 2.0);
+    EXPECT_GT(times[QLatin1String("transferMs")][QLatin1String("p50")].toDouble(-1), 0.0);
+    EXPECT_GT(times[QLatin1String("jitterMs")][QLatin1String("max")].toDouble(-1), 0.0);
+    // Its clock is the machine's.
+    const QJsonObject drift = times[QLatin1String("drift")].toObject();
+    EXPECT_NEAR(drift[QLatin1String("ppm")].toDouble(1e9), 0.0, 20'000.0);
+    EXPECT_GT(drift[QLatin1String("error")].toDouble(), 0.0);
+    const QJsonObject lost = json[QLatin1String("lost")].toObject();
+    EXPECT_EQ(lost[QLatin1String("camera")].toInt() + lost[QLatin1String("library")].toInt() +
+                  lost[QLatin1String("ring")].toInt(),
+              json[QLatin1String("missing")].toInt(-1));
 }
 
 TEST(ZrncamVirtual, ControlsAndPropertiesReachTheCamera)

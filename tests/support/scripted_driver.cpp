@@ -19,12 +19,46 @@ using Clock = std::chrono::steady_clock;
 constexpr unsigned int shortestExposure = 100;
 constexpr unsigned int longestExposure = 500000;
 
-class ScriptedCamera final : public CameraSpace::CameraInterface
+class ScriptedCamera final : public QObject,
+                             public CameraSpace::CameraInterface,
+                             public CameraSpace::FrameTimesInterface
 {
 public:
-    explicit ScriptedCamera(std::function<std::shared_ptr<ScriptedDevice>(int)> deviceAt)
+    /// @param tellsTimes whether it has the times of frames
+    ScriptedCamera(std::function<std::shared_ptr<ScriptedDevice>(int)> deviceAt, bool tellsTimes)
         : m_deviceAt(std::move(deviceAt))
+        , m_tellsTimes(tellsTimes)
     {
+    }
+
+    void* qt_metacast(const char* name) override
+    {
+        using Interface = CameraSpace::FrameTimesInterface;
+        const bool isAsked =
+            QLatin1String(name) == QLatin1String(qobject_interface_iid<Interface*>());
+        return isAsked && m_tellsTimes ? static_cast<Interface*>(this) : QObject::qt_metacast(name);
+    }
+
+    ErrorCode grabTimedImage(QList<CameraSpace::ImageBlock*>& images,
+                             CameraSpace::FrameTimes& times) override
+    {
+        const ErrorCode result = grabImage(images);
+        if (result == ErrorCode::Success) {
+            const qint64 second = 1'000'000'000;
+            times.firstPayload = second * (m_device->frameNumber - 1);
+            times.lastPayload = times.firstPayload + 2;
+            times.handOver = times.firstPayload + 3;
+            times.payloadSource = m_device->seesPayloads ? CameraSpace::FrameTimeSource::Payload
+                                                         : CameraSpace::FrameTimeSource::Callback;
+            times.hasPresentationTime = 1;
+            times.presentationTime = 4;
+            times.hasSourceClock = 1;
+            times.sourceClock = 5;
+            times.clockFrequency = 48'000'000;
+            times.ringLosses = m_device->ringLosses.exchange(0);
+            times.libraryLosses = m_device->libraryLosses.exchange(0);
+        }
+        return result;
     }
 
     QString name() override { return QStringLiteral("Scripted"); }
@@ -383,6 +417,7 @@ private:
     }
 
     const std::function<std::shared_ptr<ScriptedDevice>(int)> m_deviceAt;
+    const bool m_tellsTimes;
     std::shared_ptr<ScriptedDevice> m_device; // stays, as other threads may be asking it
     std::atomic<bool> m_isConnected = false;
     std::atomic<int> m_generation = 0;
@@ -518,11 +553,15 @@ void ScriptedFactory::openChosen(const QStringList& places)
 BaseDeviceSpace::DeviceInterface* ScriptedFactory::createDevice()
 {
     const std::lock_guard lock(m_mutex);
-    auto* camera = new ScriptedCamera([this](int index) -> std::shared_ptr<ScriptedDevice> {
-        const std::lock_guard inner(m_mutex);
-        const auto position = static_cast<std::size_t>(index);
-        return position < m_enumerated.size() ? m_enumerated[position] : nullptr;
-    });
+    const bool tellsTimes = std::ranges::any_of(
+        m_devices, [](const auto& device) { return device->tellsTimes.load(); });
+    auto* camera = new ScriptedCamera(
+        [this](int index) -> std::shared_ptr<ScriptedDevice> {
+            const std::lock_guard inner(m_mutex);
+            const auto position = static_cast<std::size_t>(index);
+            return position < m_enumerated.size() ? m_enumerated[position] : nullptr;
+        },
+        tellsTimes);
     m_cameras.push_back(camera);
     return camera;
 }

@@ -4,6 +4,7 @@
 #include "client/driver.h"
 #include "client/frame.h"
 #include "factory_interface.h"
+#include "frame_times_interface.h"
 
 #include <atomic>
 #include <functional>
@@ -44,6 +45,11 @@ struct ScriptedDevice {
     std::atomic<int> connectMilliseconds = 0; ///< what that takes
     std::atomic<int> misreadings = 0;         ///< so many of the next openings give a wrong serial
     std::atomic<int> resets = 0;
+    std::atomic<bool> tellsTimes = false; ///< the driver has the times of frames
+    std::atomic<bool> seesPayloads = true;
+    // What the next frame tells of losses.
+    std::atomic<quint64> ringLosses = 0;
+    std::atomic<quint64> libraryLosses = 0;
     std::function<void()> onGrab; ///< called when a grab begins to wait; set before streaming
 
     std::mutex mutex; // guards what follows

@@ -2,6 +2,7 @@
 
 #include "camera_task.h"
 #include "commands/capture.h"
+#include "common/frame_timing.h"
 #include "common/statistics.h"
 #include "interrupt.h"
 #include "progress.h"
@@ -28,6 +29,7 @@ struct StreamOptions {
 /// What a run of the stream showed.
 struct StreamResult {
     StreamAccount account;
+    zrnhost::FrameTiming timing;
     zrn::StreamCounters counters;
     double seconds = 0.0;
     std::optional<double> reportedRate; ///< frames per second as the driver measured, if it said
@@ -92,6 +94,7 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
         const std::optional<zrn::Frame> frame = stream.next(progressPeriod);
         if (frame) {
             result.account.addFrame(frame->step, frame->arrival, frame->wait);
+            result.timing.addFrame(*frame);
         } else if (const ErrorCode failure = stream.counters().lastFailure;
                    !options.keepAlive && isFatal(failure) && !context.interrupt.requested()) {
             result.failure = failure;
@@ -132,6 +135,56 @@ QJsonObject jsonOf(const zrn::Outage& outage)
             {QStringLiteral("renumbered"), outage.isRenumbered}};
 }
 
+double millisecondsOf(std::chrono::nanoseconds duration)
+{
+    return Milliseconds(duration).count();
+}
+
+QString textOf(const zrnhost::Durations& durations)
+{
+    return QStringLiteral("p50 %1 ms, p99 %2 ms, max %3 ms")
+        .arg(millisecondsOf(durations.percentile(50)), 0, 'f', 3)
+        .arg(millisecondsOf(durations.percentile(99)), 0, 'f', 3)
+        .arg(millisecondsOf(durations.percentile(100)), 0, 'f', 3);
+}
+
+QJsonObject jsonOf(const zrnhost::Durations& durations)
+{
+    return {{QStringLiteral("p50"), millisecondsOf(durations.percentile(50))},
+            {QStringLiteral("p99"), millisecondsOf(durations.percentile(99))},
+            {QStringLiteral("max"), millisecondsOf(durations.percentile(100))}};
+}
+
+/// What the frames' times tell, where they are the driver's.
+void reportTiming(Report& report, const zrnhost::FrameTiming& timing)
+{
+    using Source = zrn::FrameTimes::Source;
+    const zrnhost::Durations jitter = timing.jitter();
+    QJsonObject json{{QStringLiteral("source"), QLatin1String(zrn::nameOf(timing.source()))},
+                     {QStringLiteral("periodMs"), timing.period() * 1000},
+                     {QStringLiteral("jitterMs"), jsonOf(jitter)},
+                     {QStringLiteral("drift"), QJsonValue()}};
+    report.line(QStringLiteral("times of"), QLatin1String(zrn::nameOf(timing.source())));
+    report.line(QStringLiteral("period"),
+                QStringLiteral("%1 ms").arg(timing.period() * 1000, 0, 'f', 4));
+    report.line(QStringLiteral("jitter"), textOf(jitter));
+    if (timing.source() == Source::Payload) {
+        report.line(QStringLiteral("transfer"), textOf(timing.transfers()));
+        report.line(QStringLiteral("hand-over"), textOf(timing.handOvers()));
+        json[QLatin1String("transferMs")] = jsonOf(timing.transfers());
+        json[QLatin1String("handOverMs")] = jsonOf(timing.handOvers());
+    }
+    if (const auto drift = timing.drift()) {
+        report.line(QStringLiteral("drift"),
+                    QStringLiteral("%1 ppm, standard error %2, of the camera's clock")
+                        .arg(drift->partsPerMillion, 0, 'f', 2)
+                        .arg(drift->error, 0, 'f', 2));
+        json[QLatin1String("drift")] = QJsonObject{{QStringLiteral("ppm"), drift->partsPerMillion},
+                                                   {QStringLiteral("error"), drift->error}};
+    }
+    report.json()[QLatin1String("times")] = json;
+}
+
 void report(Report& report, const StreamResult& result)
 {
     const StreamAccount& account = result.account;
@@ -153,11 +206,20 @@ void report(Report& report, const StreamResult& result)
                     .arg(account.gaps())
                     .arg(result.isMissingExact() ? QString() : QStringLiteral("at least "))
                     .arg(account.missing()));
+    const zrn::StreamLosses& lost = result.counters.lost;
+    report.line(QStringLiteral("lost"),
+                QStringLiteral("%1 by the camera, %2 by libuvc, %3 by the ring")
+                    .arg(lost.camera)
+                    .arg(lost.library)
+                    .arg(lost.ring));
     report.line(QStringLiteral("repeated"), QString::number(account.repeated()));
     report.line(QStringLiteral("grab latency"), QStringLiteral("p50 %1 ms, p99 %2 ms, max %3 ms")
                                                     .arg(milliseconds(50), 0, 'f', 2)
                                                     .arg(milliseconds(99), 0, 'f', 2)
                                                     .arg(milliseconds(100), 0, 'f', 2));
+    if (account.frames() > 1) {
+        reportTiming(report, result.timing);
+    }
     QJsonArray outages;
     for (const zrn::Outage& outage : result.outages) {
         report.line(QStringLiteral("outage"), QString::fromStdString(outage.text()));
@@ -174,6 +236,10 @@ void report(Report& report, const StreamResult& result)
     json[QLatin1String("splitFailures")] = static_cast<qint64>(result.counters.unusable);
     json[QLatin1String("gaps")] = static_cast<qint64>(account.gaps());
     json[QLatin1String("missing")] = static_cast<qint64>(account.missing());
+    json[QLatin1String("lost")] =
+        QJsonObject{{QStringLiteral("camera"), static_cast<qint64>(lost.camera)},
+                    {QStringLiteral("library"), static_cast<qint64>(lost.library)},
+                    {QStringLiteral("ring"), static_cast<qint64>(lost.ring)}};
     json[QLatin1String("missingIsExact")] = result.isMissingExact();
     json[QLatin1String("repeated")] = static_cast<qint64>(account.repeated());
     json[QLatin1String("restarts")] = static_cast<qint64>(account.restarts());

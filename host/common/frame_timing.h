@@ -1,0 +1,80 @@
+#pragma once
+
+#include "client/frame.h"
+#include "common/statistics.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace zrnhost
+{
+
+/// The straight line through points, by least squares. Thread safety: thread-bound.
+class Line
+{
+public:
+    void add(double x, double y);
+    std::uint64_t count() const { return m_count; }
+
+    /// y per x; 0 while all points have one x.
+    double slope() const;
+    /// Standard error of the slope; 0 with less than three points.
+    double slopeError() const;
+
+private:
+    std::uint64_t m_count = 0;
+    double m_meanX = 0;
+    double m_meanY = 0;
+    double m_varianceX = 0; // times the count, as the others
+    double m_varianceY = 0;
+    double m_covariance = 0;
+};
+
+/// What the times of a stream's frames tell of camera and cable. Frames before a renumbering are
+/// forgotten. Thread safety: thread-bound.
+class FrameTiming
+{
+public:
+    void addFrame(const zrn::Frame& frame);
+
+    /// Of the frames that count: what the worst of them has.
+    zrn::FrameTimes::Source source() const { return m_source; }
+
+    /// From one frame of the camera to the next, in seconds by the host's clock; 0 while unknown.
+    double period() const { return m_arrivals.slope(); }
+    /// How far the time from one frame to the next was from the period, for frames that follow one
+    /// another.
+    Durations jitter() const;
+    const Durations& transfers() const { return m_transfers; } ///< first to last payload
+    const Durations& handOvers() const { return m_handOvers; } ///< last payload to hand-over
+    const Durations& grabs() const { return m_grabs; }         ///< hand-over to arrival
+
+    /// Rate of the camera's clock against the host's, in parts of a million: above 0 it is fast.
+    struct Drift {
+        double partsPerMillion = 0;
+        double error = 0; ///< standard error
+    };
+    /// @return nothing where the camera tells no clock, and for less than three frames
+    std::optional<Drift> drift() const;
+
+private:
+    void addClock(const zrn::FrameTimes& times);
+
+    bool m_hasFrames = false;
+    zrn::FrameTimes::Source m_source = zrn::FrameTimes::Source::Payload;
+    zrn::FrameTimes::time_point m_start;
+    std::uint32_t m_firstNumber = 0;
+    zrn::FrameTimes::time_point m_lastFirstPayload;
+    Line m_arrivals; ///< first payload in seconds, by frame number
+    std::vector<std::chrono::nanoseconds> m_intervals;
+    Durations m_transfers;
+    Durations m_handOvers;
+    Durations m_grabs;
+
+    std::optional<std::uint32_t> m_lastClock;
+    std::uint64_t m_clock = 0; ///< the camera's, without its wraps
+    Line m_clocks;             ///< the camera's in seconds, by the host's
+};
+
+} // namespace zrnhost
