@@ -72,6 +72,16 @@ def virtual_camera(figures):
             f"{row['megabytes']:.0f}"] for row in figures])
 
 
+def frame_times(figures):
+    if not figures:
+        return
+    print("\nWhat a frame's time is behind the camera's beginning to send it, us: p50, p99, max\n")
+    table(["camera", "computing threads", "frames", "first payload", "hand-over", "arrival"],
+          [[row["camera"], str(row["threads"]), str(row["frames"]),
+            *(", ".join(f"{row[time][share]:.0f}" for share in ("p50", "p99", "max"))
+              for time in ("firstPayload", "handOver", "arrival"))] for row in figures])
+
+
 def whole_program(figures):
     if not figures:
         return
@@ -91,4 +101,5 @@ def show(figures):
     grab(figures["grab"])
     hand_over(figures["handOver"])
     virtual_camera(figures["virtualCamera"])
+    frame_times(figures.get("frameTimes", []))
     whole_program(figures["wholeProgram"])

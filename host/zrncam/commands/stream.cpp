@@ -140,7 +140,7 @@ double millisecondsOf(std::chrono::nanoseconds duration)
     return Milliseconds(duration).count();
 }
 
-QString textOf(const zrnhost::Durations& durations)
+QString percentilesOf(const zrnhost::Durations& durations)
 {
     return QStringLiteral("p50 %1 ms, p99 %2 ms, max %3 ms")
         .arg(millisecondsOf(durations.percentile(50)), 0, 'f', 3)
@@ -167,10 +167,10 @@ void reportTiming(Report& report, const zrnhost::FrameTiming& timing)
     report.line(QStringLiteral("times of"), QLatin1String(zrn::nameOf(timing.source())));
     report.line(QStringLiteral("period"),
                 QStringLiteral("%1 ms").arg(timing.period() * 1000, 0, 'f', 4));
-    report.line(QStringLiteral("jitter"), textOf(jitter));
+    report.line(QStringLiteral("jitter"), percentilesOf(jitter));
     if (timing.source() == Source::Payload) {
-        report.line(QStringLiteral("transfer"), textOf(timing.transfers()));
-        report.line(QStringLiteral("hand-over"), textOf(timing.handOvers()));
+        report.line(QStringLiteral("transfer"), percentilesOf(timing.transfers()));
+        report.line(QStringLiteral("hand-over"), percentilesOf(timing.handOvers()));
         json[QLatin1String("transferMs")] = jsonOf(timing.transfers());
         json[QLatin1String("handOverMs")] = jsonOf(timing.handOvers());
     }
