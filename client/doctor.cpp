@@ -118,6 +118,9 @@ std::vector<Finding> examine(const std::string& plugin, const std::string& root)
         findings.push_back(judgeGuards(guards));
         findings.insert(findings.end(), trial->openings.begin(), trial->openings.end());
     }
+    if (isThisSystem) {
+        findings.push_back(judgeClock(SystemClock::ask()));
+    }
     return findings;
 }
 

@@ -222,6 +222,33 @@ Guards guardsFrom(const std::string& answer)
     return answer == "in effect" || answer == "not needed" ? Guards::InEffect : Guards::Missing;
 }
 
+Finding judgeClock(const std::optional<SystemClock>& clock)
+{
+    const char* const subject = "clock";
+    if (!clock) {
+        return {subject,
+                Verdict::Unknown,
+                "the system does not let this program ask whether its clock is synchronised",
+                {}};
+    }
+    const std::string tai =
+        clock->taiOffset.count() == 0
+            ? "; the offset of TAI is not known"
+            : "; TAI is " + std::to_string(clock->taiOffset.count()) + " s ahead of UTC";
+    if (!clock->isSynchronised) {
+        return {subject, Verdict::Warning,
+                "the system clock is not synchronised: times of day of frames may be wrong, their "
+                "intervals are right" +
+                    tai,
+                "run a time service, such as chrony or systemd-timesyncd"};
+    }
+    return {subject,
+            Verdict::Good,
+            "the system clock is synchronised, by its own estimate within " +
+                std::to_string(clock->largestError.count() / 1000) + " ms" + tai,
+            {}};
+}
+
 Finding judgeGuards(const std::string& answer)
 {
     const char* const subject = "guards";

@@ -2,6 +2,7 @@
 
 #include "client/bus.h"
 #include "client/plugin_file.h"
+#include "client/wall_clock.h"
 
 #include <array>
 #include <cstddef>
@@ -56,6 +57,9 @@ Guards guardsFrom(const std::string& answer);
 
 /// Whether the driver guards against faults of the USB libraries in this process.
 Finding judgeGuards(const std::string& answer);
+
+/// Whether frames can be told the time of day. @param clock nothing where it cannot be asked
+Finding judgeClock(const std::optional<SystemClock>& clock);
 
 using LibraryVersion = std::array<int, 3>; ///< all 0 where it cannot be found
 

@@ -195,6 +195,18 @@ TEST(Findings, MissingGuardsAreAWarningWithTheCause)
     EXPECT_THAT(missing.message, EndsWith(": a cause"));
 }
 
+TEST(Findings, AClockThatNobodySynchronisesIsAWarning)
+{
+    using namespace std::chrono_literals;
+    const Finding good = judgeClock(SystemClock{true, 12'345us, 37s});
+    EXPECT_EQ(good.verdict, Verdict::Good);
+    EXPECT_THAT(good.message, EndsWith("within 12 ms; TAI is 37 s ahead of UTC"));
+    const Finding alone = judgeClock(SystemClock{false, 16s, 0s});
+    EXPECT_EQ(alone.verdict, Verdict::Warning);
+    EXPECT_FALSE(alone.remedy.empty());
+    EXPECT_EQ(judgeClock(std::nullopt).verdict, Verdict::Unknown);
+}
+
 TEST(Findings, EnumerationMustOpenEveryCamera)
 {
     EXPECT_EQ(judgeEnumeration(2, 2).verdict, Verdict::Good);
