@@ -57,6 +57,7 @@ def test_numbers_and_times_go_on(camera):
     for before, after in zip(frames, frames[1:]):
         assert after.number == before.number + after.missing + 1
         assert after.time > before.time
+        assert after.time_source == "payload"
         assert after.time_ns == pytest.approx(after.time * 1e9, abs=1e6)
 
 

@@ -16,7 +16,7 @@ def resident():
 def test_growth(camera):
     count = int(os.environ.get("ZRN_FRAMES", "600"))
     before = objects = 0
-    with camera.stream("block") as stream:
+    with camera.stream("block", timeout=60) as stream:
         for position, frame in enumerate(stream):
             frame.a, frame.b, frame.number, frame.missing, frame.time, frame.images
             if position == count // 5:

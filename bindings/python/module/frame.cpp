@@ -38,9 +38,11 @@ Array imageOfSelf(const py::object& self)
     return viewOf(self, imageOf(self.cast<const Frame&>(), letter));
 }
 
+/// When it began to arrive, or, where the driver does not tell, when it had.
 std::chrono::nanoseconds timeOf(const zrn::Frame& frame)
 {
-    return frame.arrival.time_since_epoch();
+    const bool isTold = frame.times.source != zrn::FrameTimes::Source::Grab;
+    return (isTold ? frame.times.firstPayload : frame.arrival).time_since_epoch();
 }
 
 std::string describe(const Frame& frame)
@@ -99,11 +101,15 @@ they live, also when stream and camera are closed; as many may be kept as memory
             [](const Frame& frame) {
                 return std::chrono::duration<double>(timeOf(frame.get())).count();
             },
-            "When it arrived, in seconds on the clock of time.monotonic(); in a recording, since "
-            "its first frame.")
+            "When it began to arrive, in seconds on the clock of time.monotonic(); in a recording, "
+            "when it had arrived, since the first frame.")
         .def_property_readonly(
             "time_ns", [](const Frame& frame) { return timeOf(frame.get()).count(); },
             "The same in whole nanoseconds.")
+        .def_property_readonly(
+            "time_source", [](const Frame& frame) { return zrn::nameOf(frame.get().times.source); },
+            "What `time` was taken at: \"payload\", the frame's first bytes; \"hand-over\", the "
+            "whole frame; \"grab\", its arrival in this process.")
         .def_property_readonly(
             "exposure_us", [](const Frame& frame) { return frame.get().exposure.count(); },
             "Exposure in microseconds that was set when it arrived; 0 in a recording.")
