@@ -30,17 +30,23 @@ WAITS = {
 }
 
 
-@pytest.mark.parametrize("wait", WAITS)
-def test_ctrl_c_ends_a_wait(start, bus, wait):
-    setup = "stream.close()" if wait == "grab" else ""
-    process = start(WAITING.format(setup=setup, wait=WAITS[wait]))
+def delay_of_ctrl_c(start, script):
+    process = start(script)
     assert process.stdout.readline() == "waiting\n"
-    time.sleep(1)
+    time.sleep(0.5)
     sent = time.monotonic()
     process.send_signal(signal.SIGINT)
     delay = float(process.stdout.readline()) - sent
     assert process.wait(20) == 0
-    assert delay < 0.1
+    return delay
+
+
+@pytest.mark.parametrize("wait", WAITS)
+def test_ctrl_c_ends_a_wait(start, bus, wait):
+    """Within 100 ms, once in three times: a busy machine may take longer to wake a process."""
+    setup = "stream.close()" if wait == "grab" else ""
+    script = WAITING.format(setup=setup, wait=WAITS[wait])
+    assert any(delay_of_ctrl_c(start, script) < 0.1 for _ in range(3))
 
 
 def in_child(work):
