@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <iostream>
 #include <thread>
 
 namespace
@@ -89,6 +90,37 @@ TEST_F(Outage, EndsWithAnErrorWhereNobodyWaits)
     const std::string text = pipeline.errorText();
     EXPECT_NE(text.find(camera.serial()), std::string::npos) << text;
     EXPECT_NE(text.find("plug it in again"), std::string::npos) << text;
+}
+
+/// For some seconds, or for an hour in the long set.
+TEST(Soak, AccountsForEveryFrame)
+{
+    Pipeline pipeline(
+        "zrnsrc  name=s s.src_a ! queue ! appsink name=a  s.src_b ! queue ! fakesink");
+    pipeline.play();
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::seconds(numberFrom("ZRN_SOAK_SECONDS", 5));
+    std::uint64_t received = 0;
+    std::uint64_t missing = 0;
+    std::uint64_t first = 0;
+    std::uint64_t last = 0;
+    bool isEnding = false;
+    while (const SamplePtr sample = pipeline.pull("a")) {
+        last = GST_BUFFER_OFFSET(gst_sample_get_buffer(sample.get()));
+        first = received == 0 ? last : first;
+        ++received;
+        while (const MessagePtr loss = pipeline.message(GST_MESSAGE_QOS, 0ms)) {
+            guint64 dropped = 0;
+            gst_message_parse_qos_stats(loss.get(), nullptr, nullptr, &dropped);
+            missing += dropped;
+        }
+        if (!isEnding && std::chrono::steady_clock::now() > end) {
+            isEnding = gst_element_send_event(pipeline.get(), gst_event_new_eos());
+        }
+    }
+    EXPECT_TRUE(pipeline.message(GST_MESSAGE_EOS));
+    EXPECT_EQ(received + missing, last - first + 1);
+    std::cout << received << " frames received, " << missing << " missing\n";
 }
 
 TEST_F(Outage, MayEndAtAnyMoment)

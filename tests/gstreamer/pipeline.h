@@ -15,7 +15,7 @@ using CapsPtr = std::unique_ptr<GstCaps, Unref>;
 using QueryPtr = std::unique_ptr<GstQuery, Unref>;
 
 /// For a machine that is busy with other things.
-inline constexpr std::chrono::seconds patience(20);
+inline constexpr std::chrono::seconds patience(60);
 
 /// A pipeline as gst-launch-1.0 takes it. Ends with its owner.
 class Pipeline

@@ -4,6 +4,6 @@
 
 #include <gst/gst.h>
 
-/// Whether an image is byte for byte the one that the camera has sent under this frame number.
-/// Says what differs otherwise. @param letter 'A' or 'B'
+/// Whether an image is byte for byte one that the camera has sent under this frame number, of which
+/// the low byte is sure. Fails the test otherwise. @param letter 'A' or 'B'
 bool isSentImage(VirtualCamera& camera, std::uint64_t number, char letter, GstSample* sample);
