@@ -55,7 +55,7 @@ GstCaps* capsOf(const std::string& bayer, std::uint32_t width, std::uint32_t hei
 
 std::chrono::steady_clock::time_point captureTime(const zrn::Frame& frame)
 {
-    return frame.arrival;
+    return frame.times.firstPayload;
 }
 
 bool hasUnusualRows(std::uint32_t width)

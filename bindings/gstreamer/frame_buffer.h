@@ -13,7 +13,7 @@ namespace zrngst
 GstCaps* capsOf(const std::string& bayer, std::uint32_t width, std::uint32_t height,
                 std::chrono::nanoseconds period);
 
-/// When the light of a frame was on its way to us, on CLOCK_MONOTONIC.
+/// When the first of a frame was here, on CLOCK_MONOTONIC.
 std::chrono::steady_clock::time_point captureTime(const zrn::Frame& frame);
 
 /// GStreamer takes rows for padded to a multiple of four bytes, unless a buffer says otherwise.

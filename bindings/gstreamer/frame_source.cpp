@@ -87,16 +87,13 @@ void FrameSource::play()
     }
     {
         const std::lock_guard lock(m_streamMutex);
+        m_begin = std::chrono::steady_clock::now();
         m_stream =
             std::make_unique<zrn::Stream>(camera(), zrn::StreamOptions{.policy = wanted.queuePolicy,
                                                                        .capacity = wanted.queueSize,
                                                                        .keepAlive = true});
     }
-    m_lastNumber.reset();
-    m_placedLosses = 0;
-    m_position = runningTime(std::chrono::steady_clock::now());
-    m_isAway = false;
-    m_isDiscontinuous = true;
+    m_isBeginning = true;
     m_isPlaying = true;
     gst_task_start(m_task);
 }
@@ -240,6 +237,13 @@ void FrameSource::step()
         finish(GST_FLOW_EOS);
         return;
     }
+    if (m_isBeginning.exchange(false)) {
+        m_lastNumber.reset();
+        m_placedLosses = 0;
+        m_position = runningTime(std::chrono::steady_clock::now());
+        m_isAway = false;
+        m_isDiscontinuous = true;
+    }
     std::optional<zrn::Frame> frame;
     std::vector<zrn::StreamEvent> events;
     {
@@ -248,6 +252,9 @@ void FrameSource::step()
             return; // paused
         }
         frame = m_stream->next(look);
+        if (frame && captureTime(*frame) < m_begin) {
+            frame.reset(); // the driver has kept it from before a pause
+        }
         while (std::optional<zrn::StreamEvent> event = m_stream->nextEvent()) {
             events.push_back(*std::move(event));
         }

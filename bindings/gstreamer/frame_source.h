@@ -112,13 +112,15 @@ private:
     bool m_isAway = false;
     bool m_isDiscontinuous = true;
 
+    std::atomic<bool> m_isBeginning = false;
     std::atomic<bool> m_isEnding = false;
     std::atomic<bool> m_isPlaying = false;
 
     std::mutex m_restMutex; // guards m_mayRest, and stopping the task
     bool m_mayRest = false;
 
-    std::mutex m_streamMutex; // guards m_stream
+    std::mutex m_streamMutex;                      // guards what follows
+    std::chrono::steady_clock::time_point m_begin; ///< of PLAYING
     std::unique_ptr<zrn::Stream> m_stream;
 
     mutable std::mutex m_settingsMutex; // guards what follows

@@ -81,13 +81,13 @@ void postLoss(GstElement* element, GstClockTime runningTime, GstClockTime durati
 
 GstStructure* structureOf(const zrn::StreamCounters& counters)
 {
-    return gst_structure_new("zrn-statistics", "frames", G_TYPE_UINT64, counters.frames,
-                             "lost-camera", G_TYPE_UINT64, counters.lost.camera, "lost-ring",
-                             G_TYPE_UINT64, counters.lost.ring, "lost-queue", G_TYPE_UINT64,
-                             counters.lost.queue, "gaps", G_TYPE_UINT64, counters.gaps, "repeated",
-                             G_TYPE_UINT64, counters.repeated, "renumberings", G_TYPE_UINT64,
-                             counters.renumberings, "timeouts", G_TYPE_UINT64, counters.timeouts,
-                             "unusable", G_TYPE_UINT64, counters.unusable, nullptr);
+    return gst_structure_new(
+        "zrn-statistics", "frames", G_TYPE_UINT64, counters.frames, "lost-camera", G_TYPE_UINT64,
+        counters.lost.camera, "lost-library", G_TYPE_UINT64, counters.lost.library, "lost-ring",
+        G_TYPE_UINT64, counters.lost.ring, "lost-queue", G_TYPE_UINT64, counters.lost.queue, "gaps",
+        G_TYPE_UINT64, counters.gaps, "repeated", G_TYPE_UINT64, counters.repeated, "renumberings",
+        G_TYPE_UINT64, counters.renumberings, "timeouts", G_TYPE_UINT64, counters.timeouts,
+        "unusable", G_TYPE_UINT64, counters.unusable, nullptr);
 }
 
 zrn::Error outageOf(const zrn::Camera& camera, const zrn::Outage& outage)

@@ -338,8 +338,8 @@ void installProperties(GObjectClass* object)
         StatisticsProperty,
         g_param_spec_boxed("statistics", "Statistics",
                            "Frames since PLAYING began, and where others were lost: in the "
-                           "camera or on its way (lost-camera), in the driver's cache "
-                           "(lost-ring), in the queue (lost-queue)",
+                           "camera or on its way (lost-camera), in libuvc (lost-library), in the "
+                           "driver's cache (lost-ring), in the queue (lost-queue)",
                            GST_TYPE_STRUCTURE,
                            static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS)));
     guint id = FirstControl;
