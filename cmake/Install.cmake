@@ -68,6 +68,14 @@ if(TARGET zrncam)
         DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions" COMPONENT tools)
     install(FILES ${completions}/zrncam.fish
         DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tools)
+    install(FILES ${completions}/_zrn_tools
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions" COMPONENT tools)
+    foreach(program zrnrec zrnview zrnsim zrnsim-ctl)
+        install(FILES ${completions}/tools.bash RENAME ${program}
+            DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT tools)
+        install(FILES ${completions}/tools.fish RENAME ${program}.fish
+            DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tools)
+    endforeach()
 endif()
 if(TARGET zrnview)
     install(FILES packaging/desktop/zrnview.desktop

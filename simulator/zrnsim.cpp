@@ -171,6 +171,7 @@ int runWithSockets(const Arguments& arguments)
 int main(int argc, char** argv)
 {
     CLI::App app("Runs a command that finds virtual cameras on its USB bus.", "zrnsim");
+    app.set_version_flag("--version", "zrnsim " ZRN_VERSION);
     Arguments arguments;
     bool listsModels = false;
     app.add_option("--camera", arguments.cameras, "MODEL[,KEY=VALUE...], once for each camera")

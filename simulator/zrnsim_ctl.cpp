@@ -36,6 +36,7 @@ void addField(nlohmann::json& request, const std::string& field)
 int main(int argc, char** argv)
 {
     CLI::App app("Sends one command to the zrnsim that runs this process.", "zrnsim-ctl");
+    app.set_version_flag("--version", "zrnsim-ctl " ZRN_VERSION);
     std::string command;
     std::vector<std::string> fields;
     std::string socketPath;

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 #include <variant>
+#include <vector>
 
 // Only command_line.cpp sees the library that reads command lines: its headers take seconds to
 // compile.
@@ -20,6 +21,7 @@ struct ArgumentRules {
     bool isRequired = false;
     bool showsDefault = false;
     Unit unit = Unit::None;
+    std::vector<std::string> choices = {}; ///< of a text; any if empty
     std::variant<std::monostate, std::pair<int, int>, std::pair<double, double>> range = {};
 };
 

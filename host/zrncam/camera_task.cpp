@@ -37,7 +37,7 @@ Outcome runOn(Session& session, const zrn::CameraChoice& choice, Context& contex
         return outcome;
     }
     Report report(context.options.json, lines, outcome.name);
-    Context own{context.options, report, context.interrupt, outcome.name};
+    Context own{context.options, report, context.interrupt, nullptr, outcome.name};
     outcome.exitCode =
         reportFailures(report, [&] { return task.run(session.connect(choice), own); });
     outcome.json = report.json();

@@ -31,6 +31,7 @@ struct Context {
     const GlobalOptions& options;
     Report& report;
     Interrupt& interrupt;
+    std::FILE* frames; ///< standard output, where frames go to it; null otherwise
     QString name = {}; ///< of the camera, where it is one of several; empty otherwise
 };
 
@@ -39,6 +40,9 @@ struct Command {
     CLI::App* app;
     std::function<ExitCode(Context&)> run;
     bool takesSeveral = false; ///< cameras at once
+    /// Where its frames go, if it has an option for that: to standard output if it is "-", and the
+    /// report to standard error.
+    std::function<std::string()> output = {};
 };
 
 Command addList(CLI::App& app);
@@ -50,6 +54,7 @@ Command addStream(CLI::App& app);
 Command addGet(CLI::App& app);
 Command addSet(CLI::App& app);
 Command addProperties(CLI::App& app);
+Command addSettings(CLI::App& app);
 Command addDriverCommand(CLI::App& app);
 Command addDoctor(CLI::App& app);
 Command addVerify(CLI::App& app);

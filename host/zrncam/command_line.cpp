@@ -108,6 +108,19 @@ CLI::Validator numberIn(const Bounds& bounds, Unit unit)
     return {[bounds, unit](std::string& text) { return readNumber(text, bounds, unit); }, ""};
 }
 
+CLI::Validator oneOf(const std::vector<std::string>& words)
+{
+    const auto judge = [words](const std::string& text) {
+        std::string list;
+        for (const std::string& word : words) {
+            list += (list.empty() ? "" : " nor ") + word;
+        }
+        return std::ranges::find(words, text) == words.end() ? '"' + text + "\" is neither " + list
+                                                             : std::string();
+    };
+    return {[judge](std::string& text) { return judge(text); }, ""};
+}
+
 template <typename Value>
 struct NumberOf {
     using type = Value;
@@ -310,6 +323,8 @@ void addArgument(CLI::App& command, const char* names, Value& value, const char*
     option.required(rules.isRequired);
     if constexpr (!std::is_same_v<Value, std::string>) {
         option.transform(numberIn(boundsOf<Value>(rules.range), rules.unit));
+    } else if (!rules.choices.empty()) {
+        option.check(oneOf(rules.choices));
     }
     if (rules.showsDefault) {
         option.capture_default_str();
@@ -340,9 +355,10 @@ CommandLine::CommandLine()
     app.require_subcommand(1);
     app.fallthrough();
     addGlobalOptions(app, m_options);
-    m_commands = {addList(app),       addInfo(app),          addExposure(app), addGain(app),
-                  addGrab(app),       addStream(app),        addGet(app),      addSet(app),
-                  addProperties(app), addDriverCommand(app), addDoctor(app),   addVerify(app)};
+    m_commands = {addList(app),       addInfo(app),     addExposure(app),      addGain(app),
+                  addGrab(app),       addStream(app),   addGet(app),           addSet(app),
+                  addProperties(app), addSettings(app), addDriverCommand(app), addDoctor(app),
+                  addVerify(app)};
 }
 
 CommandLine::~CommandLine() = default;

@@ -154,6 +154,9 @@ Offers offerValues(const ReadWords& line, const ArgumentDescription& argument)
     if (type == "VALUE" && !line.positionals.empty()) {
         return offerValues(line.positionals.front());
     }
+    if (type == "ACTION") {
+        return {{"save", "Write the settings to a file"}, {"load", "Set the camera as in a file"}};
+    }
     if (type == "COMMAND") {
         return {{zrn::keys::clearState, "Reset the camera"}};
     }

@@ -32,15 +32,18 @@ ExitCode run(const Command& command, const GlobalOptions& options)
         std::perror("zrncam: standard output");
         return ExitCode::Output;
     }
-    Report report(options.json, results);
+    const bool isForFrames = command.output && command.output() == "-";
+    Report report(options.json, isForFrames ? stderr : results);
     if (options.areSeveral()) {
         report.setList({}); // also when it does not come to the first of them
     }
     Interrupt interrupt;
-    Context context{options, report, interrupt};
+    Context context{options, report, interrupt, isForFrames ? results : nullptr};
     const ExitCode exitCode =
         report.finish(reportFailures(report, [&] { return command.run(context); }));
-    return std::fclose(results) == 0 ? exitCode : ExitCode::Output;
+    // What frames are left there, nobody wants to read.
+    const bool isWritten = std::fclose(results) == 0 || isForFrames;
+    return isWritten ? exitCode : ExitCode::Output;
 }
 
 /// @throws ToolError
@@ -67,6 +70,12 @@ std::optional<int> prepare(CommandLine& commandLine, int argc, char** argv)
         throw ToolError(ExitCode::Usage,
                         QStringLiteral("%1 works on one camera at a time")
                             .arg(QString::fromStdString(commandLine.commandName())),
+                        QStringLiteral("choose it by --serial, --port or --index"));
+    }
+    if (options.areSeveral() && commandLine.command().output &&
+        commandLine.command().output() == "-") {
+        throw ToolError(ExitCode::Usage,
+                        QStringLiteral("the frames of one camera at a time go to a pipe"),
                         QStringLiteral("choose it by --serial, --port or --index"));
     }
     if (!options.virtualModels.empty() && !zrnhost::onVirtualCameras()) {

@@ -40,6 +40,16 @@ void Report::line(const QString& name, const QString& value)
     line(name.leftJustified(16) + value);
 }
 
+void Report::event(const QString& text, const QJsonObject& json)
+{
+    m_hasEvents = true;
+    line(text);
+    if (m_asJson) {
+        write(QJsonDocument(json).toJson(QJsonDocument::Compact) + '\n');
+    }
+    std::fflush(m_stream);
+}
+
 ExitCode Report::finish(ExitCode exitCode)
 {
     if (m_asJson) {
@@ -47,7 +57,8 @@ ExitCode Report::finish(ExitCode exitCode)
         if (m_list && m_list->isEmpty()) {
             m_list->append(m_json);
         }
-        write((m_list ? QJsonDocument(*m_list) : QJsonDocument(m_json)).toJson());
+        const QJsonDocument document = m_list ? QJsonDocument(*m_list) : QJsonDocument(m_json);
+        write(m_hasEvents ? document.toJson(QJsonDocument::Compact) + '\n' : document.toJson());
     }
     // Buffered output meets a full disk or a closed pipe only here.
     if (std::fflush(m_stream) != 0 && m_error == 0) {

@@ -28,6 +28,9 @@ public:
     void line(const QString& text);
     /// A line of a name and its value, the values aligned.
     void line(const QString& name, const QString& value);
+    /// Tells of something that has just happened: a line for the reader, or a document of its own
+    /// in one line; the last document then has one line, too.
+    void event(const QString& text, const QJsonObject& json);
     /// The document for a program. Not part of the text.
     QJsonObject& json() { return m_json; }
     /// Makes the document an array of these in place of the object; of the object when it is empty.
@@ -45,6 +48,7 @@ private:
     void write(const QByteArray& text);
 
     bool m_asJson;
+    bool m_hasEvents = false;
     std::FILE* m_stream;
     const QString m_name;
     QJsonObject m_json;

@@ -82,6 +82,8 @@ TEST(Completions, OfferTheKeysOfTheTable)
     EXPECT_EQ(offersFor({"set", "EnableCheckGain", ""}), (QStringList{"true", "false"}));
     EXPECT_EQ(offersFor({"set", "Gamma", ""}), QStringList());
     EXPECT_EQ(offersFor({"command", ""}), QStringList{"ClearState"});
+    EXPECT_EQ(offersFor({"settings", ""}), (QStringList{"save", "load"}));
+    EXPECT_EQ(offersFor({"settings", "load", ""}), QStringList{":files"});
 }
 
 TEST(Completions, LeaveFilesAndFoldersToTheShell)

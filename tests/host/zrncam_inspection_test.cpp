@@ -135,3 +135,43 @@ TEST(ZrncamVerify, FindsADriverThatDoesNotKeepTheContract)
     EXPECT_EQ(xml.count("<failure "), json[QLatin1String("failed")].toInt());
     EXPECT_EQ(xml.count("<testcase "), json[QLatin1String("checks")].toArray().size());
 }
+
+TEST(ZrncamSettings, AreSavedAndLoaded)
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("settings.json"));
+    const ToolResult saved = ToolRun::of({"settings", "save", path});
+    EXPECT_EQ(saved.exitCode, 0) << saved.errors.constData();
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    QByteArray json = file.readAll();
+    EXPECT_TRUE(json.contains("\"exposureMicroseconds\": 1000,")) << json.constData();
+    EXPECT_TRUE(json.contains("\"Gamma\": 100,")) << json.constData();
+
+    json.replace("\"exposureMicroseconds\": 1000", "\"exposureMicroseconds\": 2345");
+    json.replace("\"Gamma\": 100", "\"Gamma\": 4660");
+    json.replace("\"BGain\": 60", "\"BGain\": 61");
+    file.seek(0);
+    file.write(json);
+    file.close();
+    const ToolResult loaded = ToolRun::of({"settings", "load", path, "--json"});
+    EXPECT_EQ(loaded.exitCode, 0) << loaded.errors.constData();
+    const QJsonObject settings = loaded.json()[QLatin1String("settings")].toObject();
+    EXPECT_EQ(settings[QLatin1String("exposureMicroseconds")].toInt(), 2300) << "in steps";
+    const QJsonObject properties = settings[QLatin1String("properties")].toObject();
+    EXPECT_EQ(properties[QLatin1String("Gamma")].toInt(), 4660);
+    EXPECT_EQ(properties[QLatin1String("BGain")].toInt(), 61);
+}
+
+TEST(ZrncamSettings, AFileThatHoldsNoneIsRefusedBeforeACameraIsOpened)
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("other.json"));
+    writeFile(path, "{}");
+    const ToolResult result =
+        ToolRun({"settings", "load", path}).set("ZRN_FAKE_CAMERAS", "0").finish();
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.errors.contains("it holds no camera settings")) << result.errors.constData();
+    EXPECT_EQ(ToolRun::of({"settings", "load", "/nonexistent"}).exitCode, 2);
+    EXPECT_EQ(ToolRun::of({"settings", "keep", path}).exitCode, 2);
+}

@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QImageReader>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QTemporaryDir>
 #include <QThread>
 #include <gtest/gtest.h>
@@ -227,6 +228,33 @@ TEST(ZrncamVirtual, CtrlCEndsTheStreamInOrder)
     EXPECT_EQ(result.exitCode, 130) << result.errors.constData();
     EXPECT_GT(result.json()[QLatin1String("frames")].toInt(), 0);
     EXPECT_GT(result.json()[QLatin1String("reportedRate")].toDouble(), 0.0);
+}
+
+TEST(ZrncamVirtual, AWatchTellsWhoComesAndGoes)
+{
+    const QTemporaryDir folder;
+    const QString script = folder.filePath(QStringLiteral("script"));
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("{\"at\": 3, \"command\": \"unplug\"}\n{\"at\": 5, \"command\": \"plug\"}\n");
+    file.close();
+    ToolRun run({"list", "--watch", "--json"});
+    run.set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH))
+        .under({ZRNSIM_PATH, "--camera", "type2,serial=7", "--script", script, "--"})
+        .start();
+    QThread::sleep(9);
+    run.interrupt();
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 130);
+    QStringList events;
+    for (const QByteArray& line : result.output.trimmed().split('\n')) {
+        const QJsonObject json = QJsonDocument::fromJson(line).object();
+        events += json[QLatin1String("event")].toString() + QLatin1Char(' ') +
+                  json[QLatin1String("serial")].toString();
+    }
+    events.removeAll(QStringLiteral("changed ZR7")); // access or use
+    EXPECT_EQ(events, (QStringList{"arrived ZR7", "left ZR7", "arrived ZR7", " "}))
+        << result.output.constData();
 }
 
 class VerifyVirtual : public testing::TestWithParam<const char*>

@@ -17,7 +17,7 @@ expect() {
 
 in_fish() {
     fish --no-config -c 'source $argv[1]; complete -C $argv[2]' \
-        "$prefix/share/fish/vendor_completions.d/zrncam.fish" "$1" | cut -f 1
+        "$prefix/share/fish/vendor_completions.d/${1%% *}.fish" "$1" | cut -f 1
 }
 
 # As bash splits a line: at blanks and around "=".
@@ -25,11 +25,13 @@ in_bash() {
     read -ra COMP_WORDS <<<"${1//=/ = }"
     [[ $1 != *' ' ]] || COMP_WORDS+=("")
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-    _zrncam zrncam
+    "$(complete -p "${COMP_WORDS[0]}" | sed -E 's/.* -F ([^ ]+) .*/\1/')" "${COMP_WORDS[0]}"
     printf '%s\n' "${COMPREPLY[@]}"
 }
 # shellcheck disable=SC1091
 . "$prefix/share/bash-completion/completions/zrncam"
+# shellcheck disable=SC1091
+. "$prefix/share/bash-completion/completions/zrnrec"
 
 compopt() { :; } # bash knows it only while it completes
 
@@ -45,13 +47,13 @@ in_zsh() {
             PREFIX=$words[CURRENT]
             source $2
         }
-        complete $1 $2' - "$1" "$prefix/share/zsh/vendor-completions/_zrncam"
+        complete $1 $2' - "$1" "$prefix/share/zsh/vendor-completions/$([[ $1 == zrncam* ]] && echo _zrncam || echo _zrn_tools)"
 }
 
 for shell in bash fish zsh; do
-    expect "$shell" 'zrncam s' set stream
-    expect "$shell" 'zrncam --virtual type2 --json s' set stream
-    expect "$shell" 'zrncam --virtual=type2 s' set stream
+    expect "$shell" 'zrncam s' set settings stream
+    expect "$shell" 'zrncam --virtual type2 --json s' set settings stream
+    expect "$shell" 'zrncam --virtual=type2 s' set settings stream
     expect "$shell" 'zrncam stream --ke' --keep-alive
     expect "$shell" 'zrncam list --ke' ''
     expect "$shell" 'zrncam get Se' SensorCount Serial
@@ -59,6 +61,13 @@ for shell in bash fish zsh; do
     expect "$shell" 'zrncam get Serial ' ''
     expect "$shell" 'zrncam set EnableCheckGain ' false true
     expect "$shell" 'zrncam command ' ClearState
+    expect "$shell" 'zrncam settings ' save load
+    expect "$shell" 'zrnrec v' verify
+    expect "$shell" 'zrnrec export --co' --count
+    expect "$shell" 'zrnview --stop' --stopped
+    expect "$shell" 'zrnsim --camera double' double-1308x1991 double-640x960
+    expect "$shell" 'zrnsim --list' --list-models
+    expect "$shell" 'zrnsim-ctl --so' --socket
 done
 expect bash 'zrncam --virtual=double' double-1308x1991 double-640x960
 expect fish 'zrncam --virtual=double' --virtual=double-1308x1991 --virtual=double-640x960

@@ -24,7 +24,7 @@ for program in "$prefix"/bin/*; do
         grep -qw -- "$command" <<<"$manual" ||
             { echo "$name: the manual page does not name the command $command" >&2; failed=1; }
     done
-    for option in $(sed -n 's/^  \(-[a-z],\)\?--\([a-z-]\+\).*/\2/p' <<<"$texts" | sort -u); do
+    for option in $(sed -n 's/^  \(-[a-z],\)\?--\([a-z0-9-]\+\).*/\2/p' <<<"$texts" | sort -u); do
         grep -q -- "--$option\b" <<<"$manual" ||
             { echo "$name: the manual page does not name --$option" >&2; failed=1; }
     done

@@ -1,6 +1,35 @@
 #include "commands/capture.h"
 
+#include "tool_error.h"
+
 #include <limits>
+
+std::unique_ptr<zrnhost::FramePipe> makePipe(const Context& context, bool isY4m)
+{
+    using zrnhost::FramePipe;
+    if (!context.frames && isY4m) {
+        throw ToolError(ExitCode::Usage,
+                        QStringLiteral("--y4m is for frames that go to a pipe, with -o -"));
+    }
+    return context.frames
+               ? std::make_unique<FramePipe>(context.frames, isY4m ? FramePipe::Format::Y4m
+                                                                   : FramePipe::Format::Pixels)
+               : nullptr;
+}
+
+void finishPipe(zrnhost::FramePipe& pipe)
+{
+    pipe.finish();
+    if (!pipe.failure().isEmpty()) {
+        throw ToolError(ExitCode::Output,
+                        QStringLiteral("the frames cannot be written: %1").arg(pipe.failure()));
+    }
+}
+
+void addY4mOption(CLI::App& command, bool& value)
+{
+    addFlag(command, "--y4m", value, "With -o -: as YUV4MPEG2, which video players read");
+}
 
 void addCaptureOptions(CLI::App& command, CaptureOptions& options)
 {

@@ -2,9 +2,11 @@
 
 #include "client/camera.h"
 #include "command.h"
+#include "common/frame_pipe.h"
 
 #include <QJsonObject>
 
+#include <memory>
 #include <optional>
 
 /// Settings that the commands which stream share.
@@ -14,6 +16,15 @@ struct CaptureOptions {
     std::optional<int> waitMilliseconds; ///< longest wait of one grab
     bool newest = false;                 ///< grab the newest cached frame, not the oldest
 };
+
+/// The frames on standard output, where the command sends them there; null otherwise. @throws
+/// ToolError when only a pipe takes this format
+std::unique_ptr<zrnhost::FramePipe> makePipe(const Context& context, bool isY4m);
+
+/// Ends the pipe. @throws ToolError when a frame could not be written
+void finishPipe(zrnhost::FramePipe& pipe);
+
+void addY4mOption(CLI::App& command, bool& value);
 
 void addCaptureOptions(CLI::App& command, CaptureOptions& options);
 

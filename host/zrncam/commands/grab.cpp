@@ -15,6 +15,7 @@
 #include <atomic>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <limits>
 #include <memory>
 
@@ -28,6 +29,7 @@ struct GrabOptions {
     int frames = 1;
     std::string folder = ".";
     bool raw = false;
+    bool y4m = false;
     CaptureOptions capture;
 };
 
@@ -46,7 +48,7 @@ QString trailerText(quint64 trailer)
     return QStringLiteral("0x%1").arg(trailer, 16, 16, QLatin1Char('0'));
 }
 
-/// Writes grabbed frames into a folder, on threads of their own, and keeps the account of them.
+/// Writes grabbed frames into a folder, on threads of their own.
 class FrameFiles
 {
 public:
@@ -61,13 +63,13 @@ public:
         }
     }
 
-    /// Waits while too many frames wait to be written. @return false when writing has failed
-    bool add(const zrn::Frame& frame)
+    /// Waits while too many frames wait to be written. @param number of the frame in this run
+    /// @return false when writing has failed
+    bool add(const zrn::Frame& frame, quint64 number)
     {
-        ++m_frames;
-        m_missing += frame.step.missing;
-        return std::ranges::all_of(frame.images(),
-                                   [&](const zrn::Image& image) { return addImage(frame, image); });
+        return std::ranges::all_of(frame.images(), [&](const zrn::Image& image) {
+            return addImage(frame, image, number);
+        });
     }
 
     /// Waits until all is written. @return empty, or why that failed
@@ -89,8 +91,6 @@ public:
         }
     }
 
-    quint64 frames() const { return m_frames; }
-    quint64 missing() const { return m_missing; }
     /// After finish().
     QJsonArray images() const
     {
@@ -110,13 +110,13 @@ private:
         std::atomic<bool> isWritten = false;
     };
 
-    bool addImage(const zrn::Frame& frame, const zrn::Image& image)
+    bool addImage(const zrn::Frame& frame, const zrn::Image& image, quint64 number)
     {
         const QString letter(QLatin1Char(image.letter));
         const QString name =
             QStringLiteral("%1_%2_%3.%4")
                 .arg(QString::fromStdString(m_camera.serial))
-                .arg(m_frames, 4, 10, QLatin1Char('0'))
+                .arg(number, 4, 10, QLatin1Char('0'))
                 .arg(letter, m_options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
         ImageFile& file = m_files.emplace_back();
         file.path = m_folder.filePath(name);
@@ -144,8 +144,6 @@ private:
     const GrabOptions& m_options;
     const zrn::CameraFacts m_camera;
     QDir m_folder;
-    quint64 m_frames = 0;
-    quint64 m_missing = 0;
     std::deque<ImageFile> m_files; ///< which jobs of the pool point at
     std::size_t m_told = 0;
     zrnhost::WriterPool m_pool;
@@ -162,9 +160,19 @@ void judgeSilence(const zrn::StreamCounters& counters, quint64 timeoutsBefore, q
     }
 }
 
-/// Hands frames over until there are enough, or the user or the disk has. @throws zrn::Error
+/// What became of the frames.
+struct GrabAccount {
+    quint64 frames = 0;
+    quint64 missing = 0;
+};
+
+/// Takes a frame. @return whether it can take another one
+using FrameTaker = std::function<bool(const zrn::Frame&)>;
+
+/// Hands frames over until there are enough, or the user or whoever takes them has. @throws
+/// zrn::Error
 void grabFrames(const CameraPointer& camera, Context& context, quint64 wanted, Progress& progress,
-                FrameFiles& files)
+                GrabAccount& account, const FrameTaker& take)
 {
     constexpr std::chrono::milliseconds glance(100);
     zrn::StreamOptions streamOptions;
@@ -172,27 +180,51 @@ void grabFrames(const CameraPointer& camera, Context& context, quint64 wanted, P
     zrn::Stream stream(camera, streamOptions);
     const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
     quint64 timeouts = 0; // before the last frame
-    while (files.frames() < wanted) {
-        progress.show(QStringLiteral("frame %1 of %2").arg(files.frames() + 1).arg(wanted));
+    while (account.frames < wanted) {
+        progress.show(QStringLiteral("frame %1 of %2").arg(account.frames + 1).arg(wanted));
         const std::optional<zrn::Frame> frame = stream.next(glance);
         if (context.interrupt.requested()) {
             return;
         }
         const zrn::StreamCounters counters = stream.counters();
         if (!frame) {
-            judgeSilence(counters, timeouts, files.frames());
+            judgeSilence(counters, timeouts, account.frames);
             continue;
         }
         timeouts = counters.timeouts;
-        if (!files.add(*frame)) {
+        ++account.frames;
+        account.missing += frame->step.missing;
+        if (!take(*frame)) {
             return;
         }
-        files.tell(context.report);
     }
+}
+
+/// Grabs into files. What came before a failure is written all the same. @return empty, or why a
+/// file could not be written
+QString grabToFiles(const CameraPointer& camera, Context& context, const GrabOptions& options,
+                    Progress& progress, GrabAccount& account, std::exception_ptr& failure)
+{
+    FrameFiles files(options, camera->facts());
+    try {
+        grabFrames(camera, context, static_cast<quint64>(options.frames), progress, account,
+                   [&](const zrn::Frame& frame) {
+                       const bool isTaken = files.add(frame, account.frames);
+                       files.tell(context.report);
+                       return isTaken;
+                   });
+    } catch (const zrn::Error&) {
+        failure = std::current_exception();
+    }
+    const QString notWritten = files.finish(progress);
+    files.tell(context.report);
+    context.report.json()[QLatin1String("images")] = files.images();
+    return notWritten;
 }
 
 ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOptions& options)
 {
+    const std::unique_ptr<zrnhost::FramePipe> pipe = makePipe(context, options.y4m);
     applyCaptureOptions(*camera, options.capture);
     // The frames name what was read last, which must not be older than this run.
     static_cast<void>(camera->exposure());
@@ -200,21 +232,22 @@ ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOption
     QJsonObject& json = context.report.json();
     json[QLatin1String("camera")] = jsonOf(camera->facts());
     Progress progress(context.options.quiet, context.name);
-    FrameFiles files(options, camera->facts());
-
-    std::exception_ptr failure; // what came before it is written all the same
-    try {
-        grabFrames(camera, context, static_cast<quint64>(options.frames), progress, files);
-    } catch (const zrn::Error&) {
-        failure = std::current_exception();
+    GrabAccount account;
+    std::exception_ptr failure;
+    QString notWritten;
+    if (pipe) {
+        grabFrames(camera, context, static_cast<quint64>(options.frames), progress, account,
+                   [&pipe](const zrn::Frame& frame) { return pipe->write(frame); });
+    } else {
+        notWritten = grabToFiles(camera, context, options, progress, account, failure);
     }
-    const QString notWritten = files.finish(progress);
-    files.tell(context.report);
     context.report.line(
-        QStringLiteral("%1 frames, %2 missing").arg(files.frames()).arg(files.missing()));
-    json[QLatin1String("images")] = files.images();
-    json[QLatin1String("frames")] = static_cast<qint64>(files.frames());
-    json[QLatin1String("missing")] = static_cast<qint64>(files.missing());
+        QStringLiteral("%1 frames, %2 missing").arg(account.frames).arg(account.missing));
+    json[QLatin1String("frames")] = static_cast<qint64>(account.frames);
+    json[QLatin1String("missing")] = static_cast<qint64>(account.missing);
+    if (pipe) {
+        finishPipe(*pipe);
+    }
     if (!notWritten.isEmpty()) {
         throw ToolError(ExitCode::Output, notWritten);
     }
@@ -253,10 +286,14 @@ Command addGrab(CLI::App& app)
                 {.valueName = "N",
                  .showsDefault = true,
                  .range = std::pair(1, std::numeric_limits<int>::max())});
-    addArgument(command, "-o,--output", options->folder, "Folder for the images; made if missing",
-                {.valueName = "DIR", .showsDefault = true});
+    addArgument(
+        command, "-o,--output", options->folder,
+        "Folder for the images, made if missing; -: write pixels alone to standard output, image "
+        "A above image B",
+        {.valueName = "DIR", .showsDefault = true});
     addFlag(command, "--raw", options->raw,
             "Write pixels and 8-byte trailer as delivered, instead of PNG");
+    addY4mOption(command, options->y4m);
     addCaptureOptions(command, options->capture);
     return {&command,
             [options](Context& context) {
@@ -265,5 +302,5 @@ Command addGrab(CLI::App& app)
                                               },
                                               true, grabRow, grabSum});
             },
-            true};
+            true, [options] { return options->folder; }};
 }

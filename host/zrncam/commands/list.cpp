@@ -1,15 +1,24 @@
+#include "client/bus_watch.h"
 #include "client/random_pause.h"
 #include "commands/capture.h"
+#include "interrupt.h"
 #include "session.h"
 
 #include <QJsonArray>
+#include <QTime>
 
 #include <algorithm>
 #include <chrono>
+#include <map>
+#include <memory>
 #include <optional>
 
 namespace
 {
+
+struct ListOptions {
+    bool watch = false;
+};
 
 const char* nameOf(zrn::Use use)
 {
@@ -41,7 +50,7 @@ QString useText(const zrn::BusCamera& camera)
     return QStringLiteral("in use by %1").arg(holders);
 }
 
-QJsonObject jsonOf(const zrn::BusCamera& camera, int index)
+QJsonObject jsonOf(const zrn::BusCamera& camera)
 {
     QJsonArray holders;
     for (const zrn::Holder& holder : camera.holders) {
@@ -49,8 +58,7 @@ QJsonObject jsonOf(const zrn::BusCamera& camera, int index)
             QJsonObject{{QStringLiteral("pid"), holder.pid},
                         {QStringLiteral("program"), QString::fromStdString(holder.program)}});
     }
-    QJsonObject json{{QStringLiteral("index"), index},
-                     {QStringLiteral("port"), QString::fromStdString(camera.port)},
+    QJsonObject json{{QStringLiteral("port"), QString::fromStdString(camera.port)},
                      {QStringLiteral("node"), QString::fromStdString(camera.node())},
                      {QStringLiteral("megabits"), camera.megabits},
                      {QStringLiteral("accessible"), camera.accessible},
@@ -64,12 +72,11 @@ QJsonObject jsonOf(const zrn::BusCamera& camera, int index)
     return json;
 }
 
-QString lineOf(const zrn::BusCamera& camera, int index)
+QString lineOf(const zrn::BusCamera& camera)
 {
     const QString serial =
         camera.serial.empty() ? QStringLiteral("-") : QString::fromStdString(camera.serial);
-    return QStringLiteral("%1  %2 %3  %4 %5 %6")
-        .arg(index)
+    return QStringLiteral("%1 %2  %3 %4 %5")
         .arg(QString::fromStdString(camera.port), -7)
         .arg(QString::fromStdString(camera.node()))
         .arg(serial, -22)
@@ -116,8 +123,10 @@ ExitCode listBus(Context& context, zrn::Driver& driver)
     QJsonArray list;
     for (int index = 0; index < static_cast<int>(cameras.size()); ++index) {
         const zrn::BusCamera& camera = cameras[static_cast<std::size_t>(index)];
-        context.report.line(lineOf(camera, index));
-        list.append(jsonOf(camera, index));
+        context.report.line(QStringLiteral("%1  %2").arg(index).arg(lineOf(camera)));
+        QJsonObject json = jsonOf(camera);
+        json[QLatin1String("index")] = index;
+        list.append(json);
     }
     context.report.json()[QLatin1String("cameras")] = list;
     if (cameras.empty()) {
@@ -129,6 +138,59 @@ ExitCode listBus(Context& context, zrn::Driver& driver)
         }
     }
     return ExitCode::Success;
+}
+
+/// The camera as the bus has it now, with its holders and, where it can be read, its serial.
+std::optional<zrn::BusCamera> lookAgain(zrn::Driver& driver, const zrn::BusCamera& camera)
+{
+    if (camera.serial.empty() && camera.accessible) {
+        readSerials(driver);
+    }
+    for (const zrn::BusCamera& now : driver.bus().camerasAndHolders()) {
+        if (now.place() == camera.place()) {
+            return now;
+        }
+    }
+    return std::nullopt;
+}
+
+/// Tells what happens on the bus until the user has seen enough, first of the cameras that are
+/// there.
+ExitCode watchBus(Context& context, zrn::Driver& driver)
+{
+    constexpr std::chrono::hours patience(1);
+    std::map<std::string, QString> shown; // by place
+    zrn::BusWatch watch(driver.bus());
+    const InterruptAction stopping(context.interrupt, [&watch] { watch.stop(); });
+    const auto tell = [&context](const char* event, const zrn::BusCamera& camera,
+                                 const QString& line) {
+        QJsonObject json = jsonOf(camera);
+        json[QLatin1String("event")] = QLatin1String(event);
+        context.report.event(QStringLiteral("%1  %2 %3")
+                                 .arg(QTime::currentTime().toString(Qt::ISODate))
+                                 .arg(QLatin1String(event), -8)
+                                 .arg(line),
+                             json);
+    };
+    while (!context.interrupt.requested()) {
+        const std::optional<zrn::BusEvent> event = watch.next(patience);
+        if (!event) {
+            continue;
+        }
+        if (event->kind == zrn::BusEvent::Kind::Left) {
+            shown.erase(event->camera.place());
+            tell("left", event->camera,
+                 QString::fromStdString(event->camera.port + ' ' + event->camera.serial));
+        } else if (const auto camera = lookAgain(driver, event->camera)) {
+            QString& line = shown[camera->place()];
+            if (line != lineOf(*camera)) {
+                const char* const happened = line.isEmpty() ? "arrived" : "changed";
+                line = lineOf(*camera);
+                tell(happened, *camera, line);
+            }
+        }
+    }
+    return ExitCode::Interrupted;
 }
 
 /// For drivers that can only enumerate all.
@@ -163,9 +225,12 @@ ExitCode listEnumerated(Context& context, const std::shared_ptr<zrn::Driver>& dr
     return exitCode;
 }
 
-ExitCode runList(Context& context)
+ExitCode runList(Context& context, const ListOptions& options)
 {
     const std::shared_ptr<zrn::Driver> driver = loadDriver(context.options);
+    if (options.watch) {
+        return watchBus(context, *driver);
+    }
     context.report.json()[QLatin1String("driver")] = driverJson(*driver);
     return driver->canChoose() ? listBus(context, *driver) : listEnumerated(context, driver);
 }
@@ -174,8 +239,11 @@ ExitCode runList(Context& context)
 
 Command addList(CLI::App& app)
 {
-    return {&addSubcommand(app, "list",
-                           "List the cameras on the bus: port, device node, serial, speed, use",
-                           "list --json"),
-            runList};
+    CLI::App& command = addSubcommand(
+        app, "list", "List the cameras on the bus: port, device node, serial, speed, use",
+        "list --watch");
+    const auto options = std::make_shared<ListOptions>();
+    addFlag(command, "--watch", options->watch,
+            "Go on and tell which cameras arrive, leave and change, until Ctrl-C");
+    return {&command, [options](Context& context) { return runList(context, *options); }};
 }

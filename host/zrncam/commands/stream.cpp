@@ -23,6 +23,8 @@ namespace
 struct StreamOptions {
     double seconds = 10.0;
     bool keepAlive = false;
+    std::string output; ///< "-": frames go to standard output
+    bool y4m = false;
     CaptureOptions capture;
 };
 
@@ -74,7 +76,9 @@ bool isFatal(ErrorCode failure)
            failure != ErrorCode::SplitFailed && failure != ErrorCode::SplitException;
 }
 
-StreamResult streamFor(const CameraPointer& camera, Context& context, const StreamOptions& options)
+/// @param pipe takes the frames; may be null
+StreamResult streamFor(const CameraPointer& camera, Context& context, const StreamOptions& options,
+                       zrnhost::FramePipe* pipe)
 {
     constexpr std::chrono::milliseconds progressPeriod(100);
     StreamResult result;
@@ -95,6 +99,9 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
         if (frame) {
             result.account.addFrame(frame->step, frame->arrival, frame->wait);
             result.timing.addFrame(*frame);
+            if (pipe && !pipe->write(*frame)) {
+                break;
+            }
         } else if (const ErrorCode failure = stream.counters().lastFailure;
                    !options.keepAlive && isFatal(failure) && !context.interrupt.requested()) {
             result.failure = failure;
@@ -251,13 +258,17 @@ void report(Report& report, const StreamResult& result)
 
 ExitCode runStream(const CameraPointer& camera, Context& context, const StreamOptions& options)
 {
+    const std::unique_ptr<zrnhost::FramePipe> pipe = makePipe(context, options.y4m);
     applyCaptureOptions(*camera, options.capture);
     const zrn::CameraFacts facts = camera->facts();
     context.report.line(QStringLiteral("camera"), textOf(facts));
     context.report.json()[QLatin1String("camera")] = ::jsonOf(facts);
 
-    const StreamResult result = streamFor(camera, context, options);
+    const StreamResult result = streamFor(camera, context, options, pipe.get());
     report(context.report, result);
+    if (pipe) {
+        finishPipe(*pipe);
+    }
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;
     }
@@ -324,6 +335,10 @@ Command addStream(CLI::App& app)
                  .range = std::pair(0.001, 1e9)});
     addFlag(command, "--keep-alive", options->keepAlive,
             "Restart or reconnect when no frame comes, and report each outage");
+    addArgument(command, "-o,--output", options->output,
+                "-: write the frames to standard output, pixels alone, image A above image B",
+                {.valueName = "-", .choices = {"-"}});
+    addY4mOption(command, options->y4m);
     addCaptureOptions(command, options->capture);
     return {&command,
             [options](Context& context) {
@@ -332,5 +347,5 @@ Command addStream(CLI::App& app)
                                               },
                                               false, streamRow, streamSum});
             },
-            true};
+            true, [options] { return options->output; }};
 }
