@@ -100,6 +100,12 @@ std::vector<Finding> examine(const std::string& plugin, const std::string& root)
         }
     }
     std::vector<Finding> findings = judgeBus(cameras);
+    for (const BusCamera& camera : cameras) {
+        findings.push_back(judgeSpeed(camera));
+        if (const std::optional<Finding> suspension = judgeAutosuspend(camera, root)) {
+            findings.push_back(*suspension);
+        }
+    }
     if (!cameras.empty()) {
         findings.push_back(judgeTransferMemory(cameras, transferMemoryLimit(root)));
     }

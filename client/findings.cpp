@@ -5,6 +5,7 @@
 #include "client/usb_transfers.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace zrn
 {
@@ -67,16 +68,6 @@ Finding judgeUse(const BusCamera& camera)
     return {subject, Verdict::Warning,
             "the camera at " + camera.port + " is in use by " + camera.holderText(),
             "end that program to use this camera from another one"};
-}
-
-/// The memory of the transfers, and what the figure is worth.
-std::string describeNeed(std::int64_t mebibytes, SizeBasis basis)
-{
-    const std::string need = "the transfers take " + std::to_string(mebibytes) + " MiB";
-    return basis == SizeBasis::FrameSize
-               ? need + " if each payload is a whole frame; smaller payloads need less, larger "
-                        "ones more, and not every camera could be asked for their size"
-               : need;
 }
 
 std::string textOf(const LibraryVersion& version)
@@ -179,6 +170,50 @@ std::optional<int> transferMemoryLimit(const std::string& root)
     return limit < 0 ? std::nullopt : std::optional(limit);
 }
 
+Finding judgeSpeed(const BusCamera& camera)
+{
+    const char* const subject = "usb-speed";
+    if (camera.speed().empty()) {
+        return {subject,
+                Verdict::Unknown,
+                "the speed of the camera's connection at " + camera.port + " cannot be read",
+                {}};
+    }
+    const std::string connection =
+        "the camera at " + camera.port + " is connected at " + camera.speed();
+    const std::optional<LinkRate> rate = linkRate(camera.descriptors, camera.megabits);
+    if (!rate || rate->carried >= rate->offered) {
+        return {subject, Verdict::Good, connection, {}};
+    }
+    const auto whole = [](double number) { return std::to_string(std::lround(number)); };
+    return {subject, Verdict::Warning,
+            connection + ", which carries about " + whole(std::floor(rate->carried)) +
+                " frames/s of " + std::to_string(rate->width) + " x " +
+                std::to_string(rate->height) + "; it offers " + whole(rate->offered),
+            "plug it into a USB 3 port, with a cable for USB 3"};
+}
+
+std::optional<Finding> judgeAutosuspend(const BusCamera& camera, const std::string& root)
+{
+    const char* const subject = "autosuspend";
+    const std::string file = "/sys/bus/usb/devices/" + camera.port + "/power/control";
+    const std::string control = readWord(root + file);
+    if (control.empty()) {
+        return std::nullopt;
+    }
+    if (control != "auto") {
+        return Finding{
+            subject, Verdict::Good, "the kernel does not suspend the camera at " + camera.port, {}};
+    }
+    return Finding{subject, Verdict::Warning,
+                   "the kernel suspends the camera at " + camera.port +
+                       " while no program uses it; one that does not wake up is lost until it is "
+                       "replugged",
+                   "echo on | sudo tee " + file +
+                       "\nfor good: leave the camera out in the settings of the program that saves "
+                       "power"};
+}
+
 Finding judgeTransferMemory(const std::vector<BusCamera>& cameras, std::optional<int> limitMiB)
 {
     const char* const subject = "usbfs-memory";
@@ -194,7 +229,9 @@ Finding judgeTransferMemory(const std::vector<BusCamera>& cameras, std::optional
             subject, Verdict::Unknown, "no camera shows how much memory its transfers take", {}};
     }
     const std::int64_t neededMiB = (needed + bytesPerMiB - 1) / bytesPerMiB;
-    const std::string need = describeNeed(neededMiB, basis);
+    const std::string need =
+        (basis == SizeBasis::FrameSize ? "payloads of whole frames take " : "the transfers take ") +
+        std::to_string(neededMiB) + " MiB";
     if (!limitMiB) {
         return {subject, Verdict::Unknown, need + "; the limit of usbfs cannot be read", {}};
     }
@@ -206,6 +243,12 @@ Finding judgeTransferMemory(const std::vector<BusCamera>& cameras, std::optional
         return {subject, Verdict::Good, need + allowed, {}};
     }
     const std::string wanted = std::to_string(neededMiB);
+    if (basis == SizeBasis::FrameSize) {
+        return {subject, Verdict::Unknown,
+                "not every camera could be asked how large its payloads are: usbfs allows " +
+                    std::to_string(*limitMiB) + " MiB, which most keep within; " + need,
+                "to know it, end the programs that use cameras, and run this again"};
+    }
     return {subject, basis == SizeBasis::Descriptors ? Verdict::Problem : Verdict::Warning,
             need + allowed + "; above it a stream can fail to start, or hang when it is stopped",
             "echo " + wanted +

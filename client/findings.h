@@ -40,8 +40,16 @@ std::vector<Finding> judgeBus(const std::vector<BusCamera>& cameras);
 /// @param root put before /sys; empty for the running system
 std::optional<int> transferMemoryLimit(const std::string& root = {});
 
+/// Whether a camera's connection is fast enough for the frames that it offers.
+Finding judgeSpeed(const BusCamera& camera);
+
+/// Whether the kernel may suspend a camera that nobody uses; nothing where that cannot be read.
+/// @param root put before /sys; empty for the running system
+std::optional<Finding> judgeAutosuspend(const BusCamera& camera, const std::string& root = {});
+
 /// Whether the transfers of all cameras together fit the memory limit of usbfs. Above it bulk
-/// streams often get by with fewer transfers, so that for them it is a warning.
+/// streams often get by with fewer transfers, so that for them it is a warning; nothing is claimed
+/// of cameras that could not be asked.
 /// @param limitMiB as transferMemoryLimit() gives it
 Finding judgeTransferMemory(const std::vector<BusCamera>& cameras, std::optional<int> limitMiB);
 

@@ -11,6 +11,14 @@ constexpr std::int64_t transfersInFlight = 100;
 constexpr std::int64_t mostPacketsPerTransfer = 32;
 constexpr std::int64_t payloadHeaderBytes = 12;
 
+constexpr double highSpeedMegabits = 480;
+constexpr double intervalsPerSecond = 1e7;     ///< of 100 ns
+constexpr std::int64_t framesPerSecond = 1000; ///< of the bus at full speed
+constexpr std::int64_t microframesPerSecond = 8000;
+// Bytes per second that bulk transfers reach in practice.
+constexpr std::int64_t highSpeedBulk = 40'000'000;
+constexpr std::int64_t fullSpeedBulk = 1'000'000;
+
 // Descriptor types and subtypes of USB 2.0 and of USB Video Class 1.x.
 constexpr int interfaceDescriptor = 0x04;
 constexpr int endpointDescriptor = 0x05;
@@ -37,6 +45,10 @@ public:
         return offset < m_bytes.size() ? static_cast<std::uint8_t>(m_bytes[offset]) : 0;
     }
     int word(std::size_t offset) const { return byte(offset) | byte(offset + 1) << 8; }
+    std::int64_t doubleWord(std::size_t offset) const
+    {
+        return word(offset) | std::int64_t{word(offset + 2)} << 16;
+    }
     int type() const { return byte(1); }
     bool isVideoStream() const
     {
@@ -67,15 +79,36 @@ std::int64_t packetBytes(const Descriptor& endpoint)
     return std::int64_t{size & 0x7ff} * (1 + ((size >> 11) & 3));
 }
 
-} // namespace
-
-TransferMemory transferMemory(std::string_view descriptors,
-                              std::optional<std::int64_t> payloadBytes)
+/// Of a frame's descriptor, in 100 ns: the default one or one of the list; 0 if it tells none.
+std::int64_t shortestInterval(const Descriptor& frame)
 {
+    constexpr std::size_t defaultInterval = 21;
+    constexpr std::size_t listLength = 25;
+    constexpr std::size_t list = 26;
+    std::int64_t shortest = frame.doubleWord(defaultInterval);
+    // A length of 0 is a range, which begins with the shortest one.
+    const int length = std::max(1, frame.byte(listLength));
+    for (int i = 0; i < length; ++i) {
+        const std::int64_t interval = frame.doubleWord(list + 4 * static_cast<std::size_t>(i));
+        shortest = shortest == 0 || (interval > 0 && interval < shortest) ? interval : shortest;
+    }
+    return shortest;
+}
+
+/// The video stream that a camera's descriptors show.
+struct VideoStream {
+    int width = 0; ///< of the largest frame
+    int height = 0;
+    std::int64_t frameBytes = 0;       ///< of the largest frame; 0: none
+    std::int64_t shortestInterval = 0; ///< between two of these frames, in 100 ns; 0: not told
+    std::int64_t packetBytes = 0;      ///< of the largest isochronous packet; 0: bulk
+};
+
+VideoStream videoStreamOf(std::string_view descriptors)
+{
+    VideoStream stream;
     bool inVideoStream = false;
     int bitsPerPixel = 0;
-    std::int64_t largestFrame = 0;
-    std::int64_t largestPacket = 0;
     visitDescriptors(descriptors, [&](const Descriptor& descriptor) {
         if (descriptor.type() == interfaceDescriptor) {
             inVideoStream = descriptor.isVideoStream();
@@ -83,30 +116,64 @@ TransferMemory transferMemory(std::string_view descriptors,
             return true;
         } else if (descriptor.type() == endpointDescriptor) {
             if ((descriptor.byte(3) & transferTypeMask) == isochronous) {
-                largestPacket = std::max(largestPacket, packetBytes(descriptor));
+                stream.packetBytes = std::max(stream.packetBytes, packetBytes(descriptor));
             }
         } else if (descriptor.type() == classInterfaceDescriptor) {
             if (descriptor.byte(2) == uncompressedFormat) {
                 bitsPerPixel = descriptor.byte(21);
             } else if (descriptor.byte(2) == uncompressedFrame) {
-                const std::int64_t pixels = std::int64_t{descriptor.word(5)} * descriptor.word(7);
-                largestFrame = std::max(largestFrame, pixels * bitsPerPixel / 8);
+                const int width = descriptor.word(5);
+                const int height = descriptor.word(7);
+                const std::int64_t bytes = std::int64_t{width} * height * bitsPerPixel / 8;
+                if (bytes > stream.frameBytes) {
+                    stream.width = width;
+                    stream.height = height;
+                    stream.frameBytes = bytes;
+                    stream.shortestInterval = shortestInterval(descriptor);
+                }
             }
         }
         return true;
     });
-    if (largestFrame == 0) {
+    return stream;
+}
+
+} // namespace
+
+TransferMemory transferMemory(std::string_view descriptors,
+                              std::optional<std::int64_t> payloadBytes)
+{
+    const VideoStream stream = videoStreamOf(descriptors);
+    if (stream.frameBytes == 0) {
         return {};
     }
-    if (largestPacket > 0) {
-        const std::int64_t packets = (largestFrame + largestPacket - 1) / largestPacket;
-        return {transfersInFlight * largestPacket * std::min(packets, mostPacketsPerTransfer),
+    if (stream.packetBytes > 0) {
+        const std::int64_t packets =
+            (stream.frameBytes + stream.packetBytes - 1) / stream.packetBytes;
+        return {transfersInFlight * stream.packetBytes * std::min(packets, mostPacketsPerTransfer),
                 SizeBasis::Descriptors};
     }
     if (payloadBytes) {
         return {transfersInFlight * *payloadBytes, SizeBasis::Camera};
     }
-    return {transfersInFlight * (largestFrame + payloadHeaderBytes), SizeBasis::FrameSize};
+    return {transfersInFlight * (stream.frameBytes + payloadHeaderBytes), SizeBasis::FrameSize};
+}
+
+std::optional<LinkRate> linkRate(std::string_view descriptors, double megabits)
+{
+    const VideoStream stream = videoStreamOf(descriptors);
+    if (stream.frameBytes == 0 || stream.shortestInterval == 0 || megabits <= 0 ||
+        megabits > highSpeedMegabits) {
+        return std::nullopt;
+    }
+    const bool isHighSpeed = megabits == highSpeedMegabits;
+    const std::int64_t intervals = isHighSpeed ? microframesPerSecond : framesPerSecond;
+    const std::int64_t bytesPerSecond = stream.packetBytes > 0 ? stream.packetBytes * intervals
+                                        : isHighSpeed          ? highSpeedBulk
+                                                               : fullSpeedBulk;
+    return LinkRate{stream.width, stream.height,
+                    intervalsPerSecond / static_cast<double>(stream.shortestInterval),
+                    static_cast<double>(bytesPerSecond) / static_cast<double>(stream.frameBytes)};
 }
 
 std::optional<std::uint8_t> videoStreamInterface(std::string_view descriptors)
@@ -127,8 +194,7 @@ std::optional<std::int64_t> payloadBytesOf(std::string_view probeBlock)
         return std::nullopt;
     }
     const Descriptor block(probeBlock);
-    const std::int64_t bytes =
-        block.word(payloadSizeOffset) | std::int64_t{block.word(payloadSizeOffset + 2)} << 16;
+    const std::int64_t bytes = block.doubleWord(payloadSizeOffset);
     return bytes == 0 ? std::nullopt : std::optional(bytes);
 }
 

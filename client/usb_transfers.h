@@ -33,6 +33,19 @@ struct TransferMemory {
 TransferMemory transferMemory(std::string_view descriptors,
                               std::optional<std::int64_t> payloadBytes);
 
+/// What a connection carries of a camera's largest frames.
+struct LinkRate {
+    int width = 0;
+    int height = 0;
+    double offered = 0; ///< frames per second, the most that the descriptors list for it
+    double carried = 0; ///< frames per second that there is room for, about
+};
+
+/// Whether a connection has room for what the camera offers; nothing for USB 3, which has, and
+/// where speed or descriptors do not tell. @param megabits speed of the connection Thread safety:
+/// reentrant.
+std::optional<LinkRate> linkRate(std::string_view descriptors, double megabits);
+
 /// Number of the interface that streams video, the first if there are several; from the descriptors
 /// as for transferMemory(). Thread safety: reentrant.
 std::optional<std::uint8_t> videoStreamInterface(std::string_view descriptors);

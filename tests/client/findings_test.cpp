@@ -1,4 +1,5 @@
 #include "client/findings.h"
+#include "made_up_system.h"
 #include "udev_rule.h"
 
 #include <gmock/gmock.h>
@@ -139,11 +140,14 @@ TEST(Findings, AFigureThatIsGuessedSaysSo)
 {
     const std::vector<BusCamera> four(4, makeBulkCamera()); // 4 x 301 KiB
     const Finding tooSmall = judgeTransferMemory(four, 1);
-    EXPECT_EQ(tooSmall.verdict, Verdict::Warning);
-    EXPECT_THAT(tooSmall.message, HasSubstr("2 MiB if each payload is a whole frame"));
+    EXPECT_EQ(tooSmall.verdict, Verdict::Unknown);
+    EXPECT_EQ(
+        tooSmall.message,
+        "not every camera could be asked how large its payloads are: usbfs allows 1 MiB, which "
+        "most keep within; payloads of whole frames take 2 MiB");
     const Finding enough = judgeTransferMemory(four, 16);
     EXPECT_EQ(enough.verdict, Verdict::Good);
-    EXPECT_THAT(enough.message, HasSubstr("larger ones more"));
+    EXPECT_EQ(enough.message, "payloads of whole frames take 2 MiB; usbfs allows 16 MiB");
 }
 
 TEST(Findings, APayloadSizeThatTheCameraToldIsBelieved)
@@ -165,7 +169,7 @@ TEST(Findings, OneGuessMakesTheSumAGuess)
     asked.payloadBytes = 128 * 1024; // 12.5 MiB
     const Finding finding = judgeTransferMemory({asked, makeBulkCamera(), makeCamera()}, 16);
     EXPECT_EQ(finding.verdict, Verdict::Good);
-    EXPECT_THAT(finding.message, HasSubstr("14 MiB if each payload"));
+    EXPECT_THAT(finding.message, HasSubstr("payloads of whole frames take 14 MiB"));
 }
 
 TEST(Findings, FaultyLibraryVersionsAreNamed)
@@ -224,4 +228,44 @@ TEST(Findings, EveryPluginFaultIsAProblemWithARemedy)
         EXPECT_EQ(judgePlugin(inspection).verdict, Verdict::Problem);
         EXPECT_FALSE(judgePlugin(inspection).remedy.empty());
     }
+}
+
+TEST(Findings, APortThatIsTooSlowNamesTheRateThatItAllows)
+{
+    BusCamera camera = makeBulkCamera();
+    EXPECT_EQ(judgeSpeed(camera).verdict, Verdict::Unknown);
+    camera.megabits = 480;
+    EXPECT_EQ(judgeSpeed(camera).verdict, Verdict::Good) << "no rate is told";
+
+    // 1280 x 1024 of 16 bits, 60 frames/s or 30.
+    std::string& bytes = camera.descriptors;
+    const std::size_t format = 9;
+    const std::size_t frame = format + 27;
+    bytes[format + 21] = 16;
+    bytes.replace(frame + 5, 4, std::string("\x00\x05\x00\x04", 4));
+    bytes.replace(frame + 21, 4, std::string("\x15\x16\x05\x00", 4)); // 333333, the default
+    bytes[frame + 25] = 1;
+    bytes.replace(frame + 26, 4, std::string("\x0a\x8b\x02\x00", 4)); // 166666
+    const Finding slow = judgeSpeed(camera);
+    EXPECT_EQ(slow.verdict, Verdict::Warning);
+    EXPECT_EQ(slow.message, "the camera at 1-2 is connected at 480 Mbit/s, which carries about 15 "
+                            "frames/s of 1280 x 1024; it offers 60");
+    EXPECT_THAT(slow.remedy, HasSubstr("USB 3"));
+    camera.megabits = 5000;
+    EXPECT_EQ(judgeSpeed(camera).verdict, Verdict::Good);
+    EXPECT_EQ(judgeSpeed(camera).message, "the camera at 1-2 is connected at 5 Gbit/s");
+}
+
+TEST(Findings, AutosuspendIsAWarningWhereTheKernelDoesIt)
+{
+    MadeUpSystem system;
+    const BusCamera camera = makeCamera();
+    EXPECT_FALSE(judgeAutosuspend(camera, system.root()));
+    const std::string file = "/sys/bus/usb/devices/1-2/power/control";
+    system.write(file, "on\n");
+    EXPECT_EQ(judgeAutosuspend(camera, system.root())->verdict, Verdict::Good);
+    system.write(file, "auto\n");
+    const auto finding = judgeAutosuspend(camera, system.root());
+    EXPECT_EQ(finding->verdict, Verdict::Warning);
+    EXPECT_THAT(finding->remedy, StartsWith("echo on | sudo tee " + file + "\n"));
 }

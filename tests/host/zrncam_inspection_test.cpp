@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -174,4 +175,23 @@ TEST(ZrncamSettings, AFileThatHoldsNoneIsRefusedBeforeACameraIsOpened)
     EXPECT_TRUE(result.errors.contains("it holds no camera settings")) << result.errors.constData();
     EXPECT_EQ(ToolRun::of({"settings", "load", "/nonexistent"}).exitCode, 2);
     EXPECT_EQ(ToolRun::of({"settings", "keep", path}).exitCode, 2);
+}
+
+TEST(ZrncamDoctor, WritesAReportToSend)
+{
+    const QTemporaryDir root;
+    const QString bundle = root.filePath(QStringLiteral("bundle.json"));
+    const ToolResult result =
+        ToolRun({"doctor", "--root", root.path(), "--bundle", bundle, "--json"})
+            .set("LIBUSB_DEBUG", "0")
+            .finish();
+    EXPECT_EQ(result.exitCode, 8) << "as without it";
+    QFile file(bundle);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
+    EXPECT_EQ(report[QLatin1String("findings")], result.json()[QLatin1String("findings")]);
+    EXPECT_FALSE(report[QLatin1String("findings")].toArray().isEmpty());
+    EXPECT_EQ(report[QLatin1String("environment")].toObject()[QLatin1String("LIBUSB_DEBUG")], "0");
+    EXPECT_FALSE(report[QLatin1String("kernel")].toString().isEmpty());
+    EXPECT_EQ(ToolRun::of({"doctor", "--bundle", "/proc/bundle"}).exitCode, 7);
 }

@@ -184,6 +184,21 @@ TEST(ZrncamVirtual, TheDoctorFindsAUsableCamera)
         << result.output.constData();
 }
 
+TEST(ZrncamVirtual, ASlowPortNamesTheRateThatItAllows)
+{
+    const char* const warning = "which carries about 15 frames/s of 1280 x 1024; it offers 60";
+    const ToolResult info = runVirtually({"--virtual=type2,speed=high", "info"});
+    EXPECT_TRUE(info.output.contains("480 Mbit/s at port 1-1")) << info.output.constData();
+    EXPECT_TRUE(info.output.contains(warning)) << info.output.constData();
+    const ToolResult doctor = runVirtually({"--virtual=type2,speed=high", "doctor"});
+    EXPECT_EQ(doctor.exitCode, 0);
+    EXPECT_TRUE(doctor.output.contains(warning)) << doctor.output.constData();
+    const ToolResult fast = runVirtually({"--virtual=type2", "info", "--json"});
+    const QJsonObject usb = fast.json()[QLatin1String("usb")].toObject();
+    EXPECT_EQ(usb[QLatin1String("megabits")].toInt(), 5000);
+    EXPECT_FALSE(usb.contains(QLatin1String("warning")));
+}
+
 TEST(ZrncamDoctor, AsksTheDriverForItsGuardsWithoutACamera)
 {
     ToolRun run({"doctor", "--json"});

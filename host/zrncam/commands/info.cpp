@@ -1,4 +1,5 @@
 #include "camera_task.h"
+#include "client/findings.h"
 #include "client/result_codes.h"
 #include "commands/capture.h"
 
@@ -30,6 +31,28 @@ std::pair<QString, QJsonValue> rangeFact(qint64 minimum, qint64 maximum, const Q
         QJsonObject{{QStringLiteral("minimum"), minimum}, {QStringLiteral("maximum"), maximum}}};
 }
 
+/// How the camera is connected, and whether that is fast enough.
+void addConnection(Report& report, const zrn::Camera& camera)
+{
+    for (const zrn::BusCamera& onBus : camera.driver().bus().cameras()) {
+        if (onBus.port != camera.port() || onBus.speed().empty()) {
+            continue;
+        }
+        report.line(QStringLiteral("USB"),
+                    QString::fromStdString(onBus.speed() + " at port " + onBus.port));
+        QJsonObject json{{QStringLiteral("port"), QString::fromStdString(onBus.port)},
+                         {QStringLiteral("megabits"), onBus.megabits}};
+        const zrn::Finding speed = zrn::judgeSpeed(onBus);
+        if (speed.verdict == zrn::Verdict::Warning) {
+            const QString warning = QString::fromStdString(speed.message);
+            report.line(QString(), warning);
+            report.line(QString(), QString::fromStdString(speed.remedy));
+            json[QLatin1String("warning")] = warning;
+        }
+        report.json()[QLatin1String("usb")] = json;
+    }
+}
+
 ExitCode runInfo(const CameraPointer& camera, Context& context)
 {
     using Fact = std::pair<QString, QJsonValue>;
@@ -45,6 +68,7 @@ ExitCode runInfo(const CameraPointer& camera, Context& context)
 
     const zrn::CameraFacts facts = camera->facts();
     report.line(QStringLiteral("serial"), QString::fromStdString(facts.serial));
+    addConnection(report, *camera);
     report.line(QStringLiteral("image size"),
                 QStringLiteral("%1 x %2").arg(facts.width).arg(facts.height));
     report.line(QStringLiteral("sensors"), QString::number(facts.sensorCount));

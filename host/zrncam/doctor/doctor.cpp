@@ -1,10 +1,15 @@
 #include "client/doctor.h"
 
+#include "client/bus.h"
+#include "common/file_writer.h"
 #include "session.h"
 #include "tool_error.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QJsonArray>
+#include <QJsonDocument>
+#include <QSysInfo>
 
 #include <algorithm>
 #include <memory>
@@ -14,7 +19,56 @@ namespace
 
 struct DoctorOptions {
     std::string root;
+    std::string bundle; ///< file for a report to send; empty: none
 };
+
+/// What whoever looks for a fault elsewhere asks for first.
+QJsonObject describeSystem(const std::string& root)
+{
+    QJsonArray cameras;
+    for (const zrn::BusCamera& camera : zrn::Bus(root).camerasAndHolders()) {
+        cameras.append(QJsonObject{
+            {QStringLiteral("port"), QString::fromStdString(camera.port)},
+            {QStringLiteral("node"), QString::fromStdString(camera.node())},
+            {QStringLiteral("serial"), QString::fromStdString(camera.serial)},
+            {QStringLiteral("megabits"), camera.megabits},
+            {QStringLiteral("accessible"), camera.accessible},
+            {QStringLiteral("holders"), QString::fromStdString(camera.holderText())},
+            {QStringLiteral("descriptors"),
+             QString::fromLatin1(QByteArray::fromStdString(camera.descriptors).toHex())}});
+    }
+    QJsonObject environment;
+    for (const char* name : {"ZRNCAM_PLUGIN", "QT_PLUGIN_PATH", "QT_LOGGING_RULES", "LD_PRELOAD",
+                             "LD_LIBRARY_PATH", "LIBUSB_DEBUG"}) {
+        if (qEnvironmentVariableIsSet(name)) {
+            environment[QLatin1String(name)] = qEnvironmentVariable(name);
+        }
+    }
+    return {{QStringLiteral("zrncam"), QStringLiteral(ZRNCAM_VERSION)},
+            {QStringLiteral("qt"), QString::fromLatin1(qVersion())},
+            {QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODate)},
+            {QStringLiteral("system"), QSysInfo::prettyProductName()},
+            {QStringLiteral("kernel"), QSysInfo::kernelVersion()},
+            {QStringLiteral("architecture"), QSysInfo::currentCpuArchitecture()},
+            {QStringLiteral("environment"), environment},
+            {QStringLiteral("cameras"), cameras}};
+}
+
+/// @throws ToolError
+void writeBundle(Report& report, const DoctorOptions& options)
+{
+    const QString path = QString::fromLocal8Bit(options.bundle.c_str());
+    QJsonObject bundle = describeSystem(options.root);
+    bundle[QLatin1String("findings")] = report.json()[QLatin1String("findings")];
+    const QString failure = zrnhost::writeFile(path, QJsonDocument(bundle).toJson());
+    if (!failure.isEmpty()) {
+        throw ToolError(ExitCode::Output, failure);
+    }
+    report.line(QStringLiteral("the report to send is %1; it holds what is shown here, serials and "
+                               "descriptors of the cameras, and versions")
+                    .arg(path));
+    report.json()[QLatin1String("bundle")] = path;
+}
 
 ExitCode runDoctor(Context& context, const DoctorOptions& options)
 {
@@ -43,6 +97,9 @@ ExitCode runDoctor(Context& context, const DoctorOptions& options)
         }
     }
     context.report.json()[QLatin1String("findings")] = list;
+    if (!options.bundle.empty()) {
+        writeBundle(context.report, options);
+    }
     const bool healthy =
         std::none_of(findings.begin(), findings.end(), [](const zrn::Finding& finding) {
             return finding.verdict == zrn::Verdict::Problem;
@@ -59,5 +116,8 @@ Command addDoctor(CLI::App& app)
     const auto options = std::make_shared<DoctorOptions>();
     addArgument(command, "--root", options->root, "Judge the system files under DIR instead of /",
                 {.valueName = "DIR"});
+    addArgument(command, "--bundle", options->bundle,
+                "Write all of it, and what the system is, to a file for whoever helps",
+                {.valueName = "FILE"});
     return {&command, [options](Context& context) { return runDoctor(context, *options); }};
 }
