@@ -146,7 +146,7 @@ TEST_F(Source, GivesBothImagesOfAFrameWithOneTime)
         }
     }
     GstClockTime last = 0;
-    std::uint64_t number = 0;
+    std::uint64_t number = GST_BUFFER_OFFSET_NONE - 1; // followed by none
     for (const auto& [sampleA, sampleB] : frames) {
         ASSERT_TRUE(sampleA && sampleB);
         GstBuffer* const a = gst_sample_get_buffer(sampleA.get());
