@@ -71,9 +71,9 @@ protected:
         case 4:
             fault.emplace_back("sizeDelta", -upTo(100));
             break;
-        default: // one that cuts frames anywhere
+        default: // cuts frames anywhere, and libuvc submits the transfer again
             virtualCamera.tell("transfer-fault",
-                               {{"kind", std::string("protocol")}, {"count", upTo(3)}});
+                               {{"kind", std::string("overflow")}, {"count", upTo(3)}});
             return;
         }
         virtualCamera.tell("frame-fault", fault);
