@@ -97,15 +97,19 @@ Range<microseconds> Camera::exposureRange()
 
 void Camera::setExposure(microseconds exposure)
 {
+    const std::lock_guard setting(m_settingMutex);
     writeExposure(exposure);
     remember("exposure", [this, exposure] { writeExposure(exposure); });
 }
 
 void Camera::writeExposure(microseconds exposure)
 {
+    const std::string tried = "setting the exposure time to " + std::to_string(exposure.count());
+    if (exposure.count() < 0 || exposure.count() > std::numeric_limits<unsigned int>::max()) {
+        throw Error(tried, ErrorCode::BadArgument);
+    }
     const auto value = static_cast<unsigned int>(exposure.count());
-    check((*m_object)->setExposureTime(value, 0),
-          "setting the exposure time to " + std::to_string(value));
+    check((*m_object)->setExposureTime(value, 0), tried);
     m_exposure = value;
 }
 
@@ -127,6 +131,7 @@ Range<std::uint32_t> Camera::gainRange()
 
 void Camera::setGain(std::uint32_t gain)
 {
+    const std::lock_guard setting(m_settingMutex);
     writeGain(gain);
     remember("gain", [this, gain] { writeGain(gain); });
 }
@@ -150,6 +155,7 @@ FrameOrder Camera::order()
 
 void Camera::setOrder(FrameOrder order)
 {
+    const std::lock_guard setting(m_settingMutex);
     writeOrder(order);
     remember("order", [this, order] { writeOrder(order); });
 }
@@ -170,6 +176,7 @@ Value Camera::property(std::string_view key)
 void Camera::setProperty(std::string_view key, const Value& value)
 {
     const std::string name(key);
+    const std::lock_guard setting(m_settingMutex);
     writeProperty(name, value);
     remember(name, [this, name, value] { writeProperty(name, value); });
 }
@@ -182,10 +189,11 @@ void Camera::writeProperty(const std::string& key, const Value& value)
 
 void Camera::run(std::string_view command)
 {
+    const std::lock_guard setting(m_settingMutex);
     check(m_object->run(toQt(command)), "running the command " + std::string(command));
     if (command == keys::clearState) {
-        const std::lock_guard lock(m_mutex);
         m_settings.clear();
+        learnSettings();
     }
 }
 
@@ -233,17 +241,21 @@ void Camera::reopen()
 
 void Camera::restoreSettings()
 {
-    std::unique_lock lock(m_mutex);
+    std::unique_lock lock(m_settingMutex);
     const auto settings = m_settings;
     lock.unlock();
-    for (const auto& [name, set] : settings) {
-        set();
+    for (const auto& [name, ignored] : settings) {
+        lock.lock(); // for each, so that who sets one waits for one
+        const auto now = std::ranges::find(m_settings, name, &Setting::first);
+        if (now != m_settings.end()) {
+            now->second();
+        }
+        lock.unlock();
     }
 }
 
 void Camera::remember(std::string_view name, std::function<void()> set)
 {
-    const std::lock_guard lock(m_mutex);
     std::erase_if(m_settings, [name](const auto& setting) { return setting.first == name; });
     m_settings.emplace_back(name, std::move(set));
 }
@@ -302,7 +314,16 @@ void Camera::learn()
     CameraSpace::PixelFormatType format{};
     (*m_object)->getPixelFormat(format, 0);
     facts.pixelFormat = static_cast<std::uint32_t>(format);
-    // What cannot be read is left for the caller to stumble upon.
+    learnSettings();
+    const std::lock_guard lock(m_mutex);
+    m_facts = facts;
+    m_choice.serial = facts.serial;
+    m_choice.index = -1;
+}
+
+/// What cannot be read is left for the caller to stumble upon.
+void Camera::learnSettings()
+{
     unsigned int exposure = 0;
     unsigned short gain = 0;
     if ((*m_object)->getExposureTime(exposure, 0) == ErrorCode::Success) {
@@ -311,10 +332,6 @@ void Camera::learn()
     if ((*m_object)->getGain(gain, 0) == ErrorCode::Success) {
         m_gain = gain;
     }
-    const std::lock_guard lock(m_mutex);
-    m_facts = facts;
-    m_choice.serial = facts.serial;
-    m_choice.index = -1;
 }
 
 } // namespace zrn

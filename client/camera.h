@@ -121,6 +121,7 @@ private:
     void connectEnumerated();
     void connectTo(const BusCamera& camera);
     void learn();
+    void learnSettings();
     void remember(std::string_view name, std::function<void()> set);
     void writeExposure(std::chrono::microseconds exposure);
     void writeGain(std::uint32_t gain);
@@ -136,10 +137,13 @@ private:
     mutable std::mutex m_mutex; // guards what follows; not held while the camera is asked
     CameraChoice m_choice;
     CameraFacts m_facts;
-    /// The last setting of each name. In this order each overwrites what it shares a control with.
-    std::vector<std::pair<std::string, std::function<void()>>> m_settings;
     std::atomic<bool> m_hasStream = false;
     std::mutex m_openingMutex; // one reopening at a time
+
+    using Setting = std::pair<std::string, std::function<void()>>;
+    std::mutex m_settingMutex; // held over writing and remembering; after m_openingMutex
+    /// The last setting of each name. In this order each overwrites what it shares a control with.
+    std::vector<Setting> m_settings; // guarded by m_settingMutex
 };
 
 } // namespace zrn

@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace zrn
 {
@@ -126,10 +128,15 @@ public:
     void launch(const std::shared_ptr<Core>& self)
     {
         const std::lock_guard lock(m_joinMutex);
-        m_thread = std::thread([self] {
-            ownThread = self.get();
-            self->run();
-        });
+        try {
+            m_thread = std::thread([self] {
+                ownThread = self.get();
+                self->run();
+            });
+        } catch (const std::system_error&) {
+            object()->stopStream(0);
+            throw Error("starting the stream's thread", ErrorCode::StreamStartFailed);
+        }
     }
 
     void stop()
@@ -164,8 +171,10 @@ public:
 
     std::optional<Frame> next(std::chrono::milliseconds longest)
     {
+        constexpr std::chrono::milliseconds year = std::chrono::years(1); // the clock can add it
         std::unique_lock lock(m_mutex);
-        m_changed.wait_for(lock, longest, [this] { return !m_queue.empty() || m_isStopping; });
+        m_changed.wait_for(lock, std::min(longest, year),
+                           [this] { return !m_queue.empty() || m_isStopping; });
         if (m_queue.empty()) {
             return std::nullopt;
         }
@@ -196,8 +205,7 @@ public:
         const std::lock_guard lock(m_mutex);
         StreamCounters counters = m_counters;
         const auto quiet = Clock::now() - counters.lastFrame;
-        const bool isSilent = quiet >= m_options.patience && quiet >= 2 * m_camera->knownExposure();
-        counters.silence = isSilent ? quiet : Clock::duration::zero();
+        counters.silence = isSilence(quiet) && !m_isStopping ? quiet : Clock::duration::zero();
         return counters;
     }
     std::vector<Outage> outages() const
@@ -206,10 +214,13 @@ public:
         return m_outages;
     }
     const std::shared_ptr<Camera>& camera() const { return m_camera; }
-    WallTime wallTime(FrameTimes::time_point time, WallClock::Kind kind) const
+    WallTime wallTime(FrameTimes::time_point time, WallClock::Kind kind)
     {
         const std::lock_guard lock(m_mutex);
-        const WallClock& clock = kind == WallClock::Kind::Tai ? m_tai : m_realtime;
+        WallClock& clock = kind == WallClock::Kind::Tai ? m_tai : m_realtime;
+        if (time > m_lastReading) {
+            clock.note(WallClock::read(kind)); // it may have been set since the last one
+        }
         return clock.map(time).value_or(WallTime{});
     }
 
@@ -233,6 +244,7 @@ private:
     void deliver(Frame frame);
     void tellReady();
     void noteFailure(ErrorCode code);
+    bool isSilence(Clock::duration quiet) const;
     bool isOutage(ErrorCode code) const;
     void repair();
     bool reconnect();
@@ -254,7 +266,8 @@ private:
     int m_vainRestarts = 0;
     std::optional<double> m_lastFrame; // seconds
     Clock::time_point m_lastReturn;    // of the grab that brought it
-    Clock::time_point m_lastReading;   // of the clocks
+    Clock::time_point m_lastStart;     // of a repair
+    StreamLosses m_untold;             // of grabs that failed; the next frame's numbers show them
     double m_ringFrames = 0;
     int m_sensorCount = 2;
 
@@ -265,6 +278,7 @@ private:
     bool m_isStopping = false;
     std::deque<Frame> m_queue;
     StreamCounters m_counters;
+    Clock::time_point m_lastReading; // of both clocks
     WallClock m_realtime;
     WallClock m_tai;
     std::vector<Outage> m_outages;
@@ -301,6 +315,7 @@ bool Stream::Core::startAgain()
         }
         code = object()->startStream(0);
     }
+    m_lastStart = Clock::now();
     if (code != ErrorCode::Success) {
         emitEvent(StreamEvent::Kind::Refused, Error("starting the stream", code).what());
     }
@@ -340,6 +355,10 @@ void Stream::Core::run()
             break; // the stop woke the grab
         }
         noteFailure(code);
+        if (isSplitFailure(code)) { // the driver had this frame, and has told of those before it
+            m_untold.ring += told.ringLosses + 1;
+            m_untold.library += told.libraryLosses;
+        }
         if (m_options.keepAlive && isOutage(code)) {
             repair();
         } else if (Clock::now() - asked < pauseAfterFailure) {
@@ -391,14 +410,13 @@ void Stream::Core::placeLoss(const FrameStep& step, const CameraSpace::FrameTime
                              Clock::time_point asked)
 {
     const std::uint64_t missing = step.missing;
-    std::uint64_t ring = 0;
-    std::uint64_t library = 0;
-    if (told.payloadSource != CameraSpace::FrameTimeSource::None) {
-        ring = std::min<std::uint64_t>(missing, told.ringLosses);
-        library = std::min<std::uint64_t>(missing - ring, told.libraryLosses);
-    } else if (missing > 0 && seemsRings(asked)) {
-        ring = missing;
-    }
+    const StreamLosses before = std::exchange(m_untold, {});
+    const bool isTold = told.payloadSource != CameraSpace::FrameTimeSource::None;
+    const bool isAllOfRing = !isTold && missing > 0 && seemsRings(asked);
+    const std::uint64_t ring =
+        isAllOfRing ? missing : std::min<std::uint64_t>(missing, before.ring + told.ringLosses);
+    const std::uint64_t library =
+        std::min<std::uint64_t>(missing - ring, before.library + told.libraryLosses);
     const std::lock_guard lock(m_mutex);
     ++m_counters.frames;
     m_counters.lost.ring += ring;
@@ -426,21 +444,23 @@ bool Stream::Core::seemsRings(Clock::time_point asked) const
 void Stream::Core::readClocks(Clock::time_point now)
 {
     constexpr auto pairPause = 1s;
-    if (now - m_lastReading < pairPause) {
-        return;
-    }
-    m_lastReading = now;
-    const WallClock::Reading realtime = WallClock::read(WallClock::Kind::Realtime);
-    const WallClock::Reading tai = WallClock::read(WallClock::Kind::Tai);
     const std::lock_guard lock(m_mutex);
-    m_realtime.note(realtime);
-    m_tai.note(tai);
+    if (now - m_lastReading >= pairPause) {
+        m_lastReading = now;
+        m_realtime.note(WallClock::read(WallClock::Kind::Realtime));
+        m_tai.note(WallClock::read(WallClock::Kind::Tai));
+    }
 }
 
 void Stream::Core::deliver(Frame frame)
 {
     if (m_options.onFrame) {
-        m_options.onFrame(frame);
+        if (isStopping()) { // an event's callback may have destroyed what takes frames
+            const std::lock_guard lock(m_mutex);
+            ++m_counters.lost.queue;
+        } else {
+            m_options.onFrame(frame);
+        }
         return;
     }
     const std::size_t capacity =
@@ -483,7 +503,13 @@ void Stream::Core::noteFailure(ErrorCode code)
 bool Stream::Core::isOutage(ErrorCode code) const
 {
     const bool isLateOrDamaged = code == ErrorCode::GrabTimeout || isSplitFailure(code);
-    return !isLateOrDamaged || counters().silence > 0s;
+    return !isLateOrDamaged || (counters().silence > 0s && isSilence(Clock::now() - m_lastStart));
+}
+
+/// Whether a camera that sends would have sent a frame meanwhile.
+bool Stream::Core::isSilence(Clock::duration quiet) const
+{
+    return quiet >= m_options.patience && quiet >= 2 * m_camera->knownExposure();
 }
 
 /// Takes the next step towards a frame.
@@ -495,12 +521,15 @@ void Stream::Core::repair()
     } else if (!isOnline) {
         setCause(Outage::Cause::Gone);
     }
+    if (isStopping()) {
+        return; // told by a callback, or while the camera was asked
+    }
     if (isOnline && m_vainRestarts < enoughRestarts) {
         ++m_vainRestarts;
         stopForRepair();
         try {
             m_camera->restoreSettings();
-        } catch (const Error&) {
+        } catch (const std::exception&) {
             return; // the next repair goes further
         }
         if (startAgain()) {
@@ -523,6 +552,9 @@ bool Stream::Core::reconnect()
         if (!isAbsence(error)) {
             emitEvent(StreamEvent::Kind::Refused, error.what());
         }
+        return false;
+    } catch (const std::exception& error) {
+        emitEvent(StreamEvent::Kind::Refused, error.what());
         return false;
     }
     return startAgain();
@@ -556,7 +588,7 @@ void Stream::Core::emitEvent(StreamEvent::Kind kind, const std::string& reason)
 {
     const bool isOld = kind == StreamEvent::Kind::Refused && reason == m_refusal;
     m_refusal = reason;
-    if (isOld) {
+    if (isOld || (m_options.onEvent && isStopping())) {
         return;
     }
     StreamEvent event{kind, m_outage.value_or(Outage{}), reason};

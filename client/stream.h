@@ -31,8 +31,8 @@ struct StreamLosses {
     /// Arrived whole, and dropped by libuvc for a newer one before the driver got it. 0 where the
     /// driver does not tell; they are the camera's then.
     std::uint64_t library = 0;
-    /// Overwritten in the driver's ring, or passed over for the newest. Where the driver does not
-    /// tell, as it seems from how long the ring was not read from.
+    /// Overwritten in the driver's ring, passed over for the newest, or not to be unpacked. Where
+    /// the driver does not tell, as it seems from how long the ring was not read from.
     std::uint64_t ring = 0;
     std::uint64_t queue = 0; ///< dropped from the stream's queue
 };
@@ -129,7 +129,7 @@ public:
     [[nodiscard]] const std::shared_ptr<Camera>& camera() const;
 
     /// What the time of a frame is on a clock that others share. Both clocks are read once a second
-    /// while frames come.
+    /// while frames come, and for a time since the last reading; four minutes of readings are kept.
     [[nodiscard]] WallTime wallTime(FrameTimes::time_point time,
                                     WallClock::Kind kind = WallClock::Kind::Realtime) const;
 

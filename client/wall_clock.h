@@ -18,7 +18,8 @@ struct WallTime {
 /// Maps times of CLOCK_MONOTONIC to a clock that tells the date, by readings of both that were
 /// taken together. The system steers the rate of both alike, so that their distance only changes
 /// where the other one is set: between two readings that differ nobody knows when, and the error is
-/// as large as the difference.
+/// as large as the difference. Before the oldest reading that is kept and after the newest, nobody
+/// knows whether it was set at all.
 ///
 /// Thread safety: thread-bound; a copy is another object.
 class WallClock

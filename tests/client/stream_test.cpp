@@ -377,6 +377,53 @@ TEST_F(StreamTest, ACallbackMayStopAndDestroyItsStream)
     EXPECT_FALSE(stream);
 }
 
+TEST_F(StreamTest, NothingIsCalledAfterAnEventsCallbackDestroyedItsStream)
+{
+    setGrabTimeout(20);
+    for (const auto last : {StreamEvent::Kind::Lost, StreamEvent::Kind::Refused,
+                            StreamEvent::Kind::Restarted, StreamEvent::Kind::Back}) {
+        std::unique_ptr<Stream> stream;
+        std::mutex mutex;
+        std::atomic<bool> isOver = false;
+        std::atomic<int> callsAfter = 0;
+        StreamOptions options = keptAlive();
+        options.onFrame = [&](const Frame&) { callsAfter += isOver ? 1 : 0; };
+        options.onEvent = [&](const StreamEvent& event) {
+            callsAfter += isOver ? 1 : 0;
+            if (event.kind == last) {
+                const std::lock_guard lock(mutex);
+                stream.reset();
+                isOver = true;
+            }
+        };
+        {
+            const std::lock_guard lock(mutex);
+            stream = std::make_unique<Stream>(camera, options);
+        }
+        ASSERT_TRUE(waitFor([&] { return camera->status().frameRate >= 0; }));
+        if (last == StreamEvent::Kind::Restarted) {
+            device->silent = true;
+            std::this_thread::sleep_for(100ms);
+            device->silent = false;
+        } else {
+            device->unplug();
+            device->heldElsewhere = last == StreamEvent::Kind::Refused;
+            std::this_thread::sleep_for(100ms);
+            if (last != StreamEvent::Kind::Lost) {
+                device->replug();
+            }
+        }
+        ASSERT_TRUE(waitFor([&] { return isOver.load(); })) << static_cast<int>(last);
+        const int openings = device->openCount;
+        std::this_thread::sleep_for(50ms);
+        EXPECT_EQ(callsAfter, 0) << static_cast<int>(last);
+        EXPECT_EQ(device->openCount, openings) << static_cast<int>(last);
+        device->heldElsewhere = false;
+        device->replug();
+        camera->reopen();
+    }
+}
+
 TEST_F(StreamTest, ASilentCameraIsRestarted)
 {
     setGrabTimeout(50);
@@ -470,6 +517,47 @@ TEST_F(StreamTest, ALongExposureIsNoOutage)
     ASSERT_TRUE(waitFor([&] { return stream.counters().timeouts >= 5; }));
     EXPECT_FALSE(stream.nextEvent());
     EXPECT_EQ(nextEvent(stream).kind, StreamEvent::Kind::Lost);
+}
+
+TEST_F(StreamTest, ARestartIsGivenTimeForALongExposure)
+{
+    setGrabTimeout(20);
+    camera->setExposure(100ms);
+    Stream stream(camera, keptAlive());
+    ASSERT_TRUE(stream.next(patience));
+    device->silent = true;
+    EXPECT_EQ(nextEvent(stream).kind, StreamEvent::Kind::Lost);
+    device->frameMilliseconds = 100; // longer than a grab waits
+    device->silent = false;
+    EXPECT_EQ(nextEvent(stream).kind, StreamEvent::Kind::Restarted);
+}
+
+TEST_F(StreamTest, NextMayWaitForGood)
+{
+    device->silent = true;
+    Stream stream(camera);
+    std::thread later([this] {
+        std::this_thread::sleep_for(50ms);
+        device->silent = false;
+    });
+    EXPECT_TRUE(stream.next(std::chrono::milliseconds::max()));
+    later.join();
+}
+
+TEST_F(StreamTest, LossesToldWithADamagedFrameAreTheRings)
+{
+    device->tellsTimes = true;
+    Stream stream(camera);
+    ASSERT_TRUE(stream.next(patience));
+    device->grabAnswer = ErrorCode::SplitFailed;
+    ASSERT_TRUE(waitFor([&] { return stream.counters().unusable > 0; }));
+    const std::uint64_t unusable = stream.counters().unusable;
+    device->skipNext = 1;
+    device->grabAnswer = ErrorCode::Success;
+    ASSERT_TRUE(waitFor([&] { return stream.counters().missing() > 0; }));
+    EXPECT_GE(stream.counters().unusable, unusable);
+    EXPECT_EQ(stream.counters().lost.camera, 0U);
+    EXPECT_EQ(stream.counters().lost.ring, 1U);
 }
 
 TEST_F(StreamTest, ASilenceIsAnOutageOnceItOutlastsThePatience)
