@@ -45,17 +45,20 @@ void FrameTiming::addFrame(const zrn::Frame& frame)
     const zrn::FrameTimes& times = frame.times;
     if (!m_hasFrames) {
         m_start = times.firstPayload;
-        m_firstNumber = frame.step.number;
-    } else if (frame.step.missing == 0 && !frame.step.repeated) {
-        m_intervals.push_back(times.firstPayload - m_lastFirstPayload);
+    } else if (!frame.step.repeated) {
+        m_framesOfCamera += frame.step.missing + 1.0;
+        if (frame.step.missing == 0) {
+            m_intervals.push_back(times.firstPayload - m_lastFirstPayload);
+        }
     }
     m_hasFrames = true;
     m_lastFirstPayload = times.firstPayload;
     m_source = std::min(m_source, times.source);
-    m_arrivals.add(static_cast<double>(frame.step.number - m_firstNumber),
-                   duration<double>(times.firstPayload - m_start).count());
-    m_transfers.add(times.lastPayload - times.firstPayload);
-    m_handOvers.add(times.handOver - times.lastPayload);
+    m_arrivals.add(m_framesOfCamera, duration<double>(times.firstPayload - m_start).count());
+    if (times.source == zrn::FrameTimes::Source::Payload) {
+        m_transfers.add(times.lastPayload - times.firstPayload);
+        m_handOvers.add(times.handOver - times.lastPayload);
+    }
     m_grabs.add(frame.arrival - times.handOver);
     addClock(times);
 }
@@ -65,11 +68,20 @@ void FrameTiming::addClock(const zrn::FrameTimes& times)
     if (!times.sent || times.cameraHz == 0) {
         return;
     }
-    m_clock +=
+    const std::uint32_t advance =
         *times.sent - m_lastClock.value_or(*times.sent); // in 32 bits, so that a wrap is none
+    const double seconds = duration<double>(times.firstPayload - m_start).count();
+    const double advanceOfHost = m_lastClock ? seconds - m_lastClockSeconds : 0.0;
+    constexpr double busyMachine = 1.0;
+    if (std::abs(static_cast<double>(advance) / times.cameraHz - advanceOfHost) > busyMachine) {
+        m_clocks = Line(); // set anew, or wrapped unseen
+        m_clock = 0;
+    } else {
+        m_clock += advance;
+    }
     m_lastClock = times.sent;
-    m_clocks.add(duration<double>(times.firstPayload - m_start).count(),
-                 static_cast<double>(m_clock) / times.cameraHz);
+    m_lastClockSeconds = seconds;
+    m_clocks.add(seconds, static_cast<double>(m_clock) / times.cameraHz);
 }
 
 Durations FrameTiming::jitter() const

@@ -32,7 +32,7 @@ private:
 };
 
 /// What the times of a stream's frames tell of camera and cable. Frames before a renumbering are
-/// forgotten. Thread safety: thread-bound.
+/// forgotten; so should be those before an outage. Thread safety: thread-bound.
 class FrameTiming
 {
 public:
@@ -46,9 +46,11 @@ public:
     /// How far the time from one frame to the next was from the period, for frames that follow one
     /// another.
     Durations jitter() const;
-    const Durations& transfers() const { return m_transfers; } ///< first to last payload
-    const Durations& handOvers() const { return m_handOvers; } ///< last payload to hand-over
-    const Durations& grabs() const { return m_grabs; }         ///< hand-over to arrival
+    /// First to last payload, and from there to the hand-over, of the frames whose payloads were
+    /// seen.
+    const Durations& transfers() const { return m_transfers; }
+    const Durations& handOvers() const { return m_handOvers; }
+    const Durations& grabs() const { return m_grabs; } ///< hand-over to arrival
 
     /// Rate of the camera's clock against the host's, in parts of a million: above 0 it is fast.
     struct Drift {
@@ -64,7 +66,7 @@ private:
     bool m_hasFrames = false;
     zrn::FrameTimes::Source m_source = zrn::FrameTimes::Source::Payload;
     zrn::FrameTimes::time_point m_start;
-    std::uint32_t m_firstNumber = 0;
+    double m_framesOfCamera = 0; ///< since the first frame, by numbers; those have hidden bits
     zrn::FrameTimes::time_point m_lastFirstPayload;
     Line m_arrivals; ///< first payload in seconds, by frame number
     std::vector<std::chrono::nanoseconds> m_intervals;
@@ -73,6 +75,7 @@ private:
     Durations m_grabs;
 
     std::optional<std::uint32_t> m_lastClock;
+    double m_lastClockSeconds = 0;
     std::uint64_t m_clock = 0; ///< the camera's, without its wraps
     Line m_clocks;             ///< the camera's in seconds, by the host's
 };

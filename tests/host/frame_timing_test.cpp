@@ -108,6 +108,41 @@ TEST(FrameTimingTest, ARenumberingBeginsAnew)
     EXPECT_NEAR(timing.period(), 0.020, 1e-9);
 }
 
+TEST(FrameTimingTest, NumbersWhoseHighBitsComeToLightAreNoLeap)
+{
+    FrameTiming timing;
+    for (std::uint32_t i = 0; i < 100; ++i) {
+        const std::uint32_t number = 0xC4D2 + i;
+        timing.addFrame(frameAt(number < 0xC500 ? number & 0xFF : number, i * 20ms));
+    }
+    EXPECT_NEAR(timing.period(), 0.020, 1e-9);
+}
+
+TEST(FrameTimingTest, ACameraClockThatIsSetAnewIsNoDrift)
+{
+    FrameTiming timing;
+    for (std::uint32_t i = 0; i < 200; ++i) {
+        zrn::Frame frame = frameAt(i, i * 20ms);
+        frame.times.sent = (i < 100 ? 3'000'000'000U : 0U) + i * (cameraHz / 50);
+        frame.times.cameraHz = cameraHz;
+        timing.addFrame(frame);
+    }
+    const auto drift = timing.drift();
+    ASSERT_TRUE(drift);
+    EXPECT_NEAR(drift->partsPerMillion, 0.0, 0.01);
+}
+
+TEST(FrameTimingTest, OnlyFramesWhosePayloadsWereSeenTellTheTransfer)
+{
+    FrameTiming timing;
+    timing.addFrame(frameAt(0, 0ms));
+    zrn::Frame late = frameAt(1, 20ms);
+    late.times.source = FrameTimes::Source::HandOver;
+    timing.addFrame(late);
+    EXPECT_EQ(timing.transfers().count(), 1U);
+    EXPECT_EQ(timing.handOvers().count(), 1U);
+}
+
 TEST(LineTest, TheErrorIsThatOfTheSlope)
 {
     Line line;

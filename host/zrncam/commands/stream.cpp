@@ -109,6 +109,7 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
         }
         while (const std::optional<zrn::StreamEvent> event = stream.nextEvent()) {
             tell(progress, *event);
+            result.timing = zrnhost::FrameTiming();
         }
         progress.show(QStringLiteral("%1 s of %2 s, %3 frames, %4 missing")
                           .arg(elapsed(), 0, 'f', 1)
@@ -165,7 +166,6 @@ QJsonObject jsonOf(const zrnhost::Durations& durations)
 /// What the frames' times tell, where they are the driver's.
 void reportTiming(Report& report, const zrnhost::FrameTiming& timing)
 {
-    using Source = zrn::FrameTimes::Source;
     const zrnhost::Durations jitter = timing.jitter();
     QJsonObject json{{QStringLiteral("source"), QLatin1String(zrn::nameOf(timing.source()))},
                      {QStringLiteral("periodMs"), timing.period() * 1000},
@@ -175,7 +175,7 @@ void reportTiming(Report& report, const zrnhost::FrameTiming& timing)
     report.line(QStringLiteral("period"),
                 QStringLiteral("%1 ms").arg(timing.period() * 1000, 0, 'f', 4));
     report.line(QStringLiteral("jitter"), percentilesOf(jitter));
-    if (timing.source() == Source::Payload) {
+    if (timing.transfers().count() > 0) {
         report.line(QStringLiteral("transfer"), percentilesOf(timing.transfers()));
         report.line(QStringLiteral("hand-over"), percentilesOf(timing.handOvers()));
         json[QLatin1String("transferMs")] = jsonOf(timing.transfers());
