@@ -5,6 +5,9 @@ namespace usbguards
 namespace
 {
 
+/// The bits above are reserved.
+constexpr std::uint32_t busFrameBits = 0x7FF;
+
 std::uint32_t littleEndian(std::span<const std::uint8_t> bytes)
 {
     std::uint32_t value = 0;
@@ -56,9 +59,9 @@ void FrameBoundaries::readClocks(const PayloadHeader& header, std::span<const st
         offset += 4;
     }
     if (header.hasSourceClock && !m_frame.sourceClock) {
-        m_frame.sourceClock = {
-            littleEndian(payload.subspan(offset, 4)),
-            static_cast<std::uint16_t>(littleEndian(payload.subspan(offset + 4, 2)))};
+        m_frame.sourceClock = {littleEndian(payload.subspan(offset, 4)),
+                               static_cast<std::uint16_t>(
+                                   littleEndian(payload.subspan(offset + 4, 2)) & busFrameBits)};
     }
 }
 

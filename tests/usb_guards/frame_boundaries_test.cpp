@@ -145,7 +145,8 @@ TEST_F(FrameBoundariesTest, APayloadWithoutInfoBelongsToTheFrame)
 TEST_F(FrameBoundariesTest, ClocksAreThoseOfTheFirstPayloadThatTellsThem)
 {
     follow(payload(1, frameId));
-    follow(withClocks(0x01020304, 0x05060708, 0x0607, frameId));
+    constexpr std::uint16_t reservedBits = 0xF800;
+    follow(withClocks(0x01020304, 0x05060708, reservedBits | 0x0607, frameId));
     const auto ended = follow(withClocks(9, 9, 9, frameId | endOfFrame));
     ASSERT_EQ(ended.size(), 1U);
     EXPECT_EQ(ended[0].times.presentationTime, 0x01020304U);

@@ -145,7 +145,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(panel.notice().what().startsWith(QStringLiteral("No frame")),
                                  patience);
         QVERIFY(panel.notice().remedy().contains(QStringLiteral("control requests")));
-        QVERIFY2(panel.notice().remedy().contains(QStringLiteral("the transfers take")),
+        QVERIFY2(panel.notice().remedy().contains(QStringLiteral("payloads of whole frames take")),
                  qPrintable(panel.notice().remedy()));
         camera.tell("thaw");
         QTRY_COMPARE_WITH_TIMEOUT(panel.device().health().state, CameraState::Streaming, patience);
