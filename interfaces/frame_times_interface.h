@@ -18,9 +18,9 @@ enum class FrameTimeSource : quint32 {
 
 /// When a frame was there. Times are nanoseconds of CLOCK_MONOTONIC.
 struct FrameTimes {
-    qint64 firstPayload = 0;                               ///< arrival of the frame's first payload
-    qint64 lastPayload = 0;                                ///< arrival of its last one
-    qint64 handOver = 0;                                   ///< when the driver got the whole frame
+    qint64 firstPayload = 0; ///< arrival of its first payload with picture bytes
+    qint64 lastPayload = 0;  ///< arrival of its last one
+    qint64 handOver = 0;     ///< when the driver got the whole frame
     FrameTimeSource payloadSource = FrameTimeSource::None; ///< of the first two
 
     /// Number that the USB library gave to the frame; 1 is the first of a stream.
