@@ -151,7 +151,10 @@ const char* verdictName(Verdict verdict)
 std::vector<Finding> judgeBus(const std::vector<BusCamera>& cameras)
 {
     if (cameras.empty()) {
-        return {{"bus", Verdict::Problem, std::string("no device ") + cameraIds + " is on the bus",
+        std::string message = "no device ";
+        message += cameraIds;
+        message += " is on the bus";
+        return {{"bus", Verdict::Problem, message,
                  "check cable, supply and hub; 'lsusb' lists what is on the bus"}};
     }
     std::vector<Finding> findings{

@@ -256,7 +256,9 @@ TEST(FrameBoundaries, DamagedAndOvertakenFramesKeepTheirTimes)
                 info &= static_cast<std::uint8_t>(~endOfFrame);
                 break;
             case 3:
-                info |= part == static_cast<int>(i % 3) ? error : 0;
+                if (part == static_cast<int>(i % 3)) {
+                    info |= error;
+                }
                 break;
             case 4: // too long
                 bytes += part == 0 ? 8 : 0;
