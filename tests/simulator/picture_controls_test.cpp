@@ -14,7 +14,7 @@ using zrnsim::FrameRequest;
 using zrnsim::SentImages;
 using Bytes = std::vector<std::uint8_t>;
 
-FrameRequest requestOf(int sensorType, int width, int height)
+FrameRequest plainRequest(int sensorType, int width, int height)
 {
     FrameRequest request;
     request.sensorType = sensorType;
@@ -30,7 +30,7 @@ double meanOf(const Bytes& image)
 
 TEST(PictureControls, BrightenWithExposureAndGain)
 {
-    FrameRequest request = requestOf(2, 160, 120);
+    FrameRequest request = plainRequest(2, 160, 120);
     double last = -1.0;
     for (const double fraction : {0.0, 0.1, 0.25, 0.5, 0.75, 1.0}) {
         request.controls.exposureFraction = fraction;
@@ -50,7 +50,7 @@ TEST(PictureControls, BrightenWithExposureAndGain)
 
 TEST(PictureControls, LeaveTheBlackLevelWithoutExposure)
 {
-    FrameRequest request = requestOf(14, 64, 48);
+    FrameRequest request = plainRequest(14, 64, 48);
     request.controls.exposureFraction = 0.0;
     const SentImages images = expectedImages(request);
     // The header lies in the first row.
@@ -60,7 +60,7 @@ TEST(PictureControls, LeaveTheBlackLevelWithoutExposure)
 
 TEST(PictureControls, AreClampedToTheirRange)
 {
-    FrameRequest request = requestOf(2, 64, 48);
+    FrameRequest request = plainRequest(2, 64, 48);
     request.controls.exposureFraction = 7.0;
     request.controls.gainFraction = -2.0;
     FrameRequest clamped = request;
@@ -71,7 +71,7 @@ TEST(PictureControls, AreClampedToTheirRange)
 
 TEST(PictureControls, ScaleEachCellOfTheMosaic)
 {
-    const FrameRequest neutral = requestOf(7, 64, 48);
+    const FrameRequest neutral = plainRequest(7, 64, 48);
     const SentImages before = expectedImages(neutral);
     for (std::size_t cell = 0; cell < 4; ++cell) {
         for (const std::uint8_t gain : {std::uint8_t{64}, std::uint8_t{127}, std::uint8_t{129}}) {

@@ -19,7 +19,7 @@ using zrn::Frame;
 using zrn::QueuePolicy;
 using zrn::StreamEvent;
 
-constexpr auto patience = 20s;
+constexpr auto longestWait = 20s;
 constexpr milliseconds endBound(2500);
 
 class ClientStream : public testing::Test
@@ -70,7 +70,7 @@ protected:
     /// Takes frames until there is an event of this kind. @return whether there was one
     static bool waitForEvent(zrn::Stream& stream, StreamEvent::Kind kind)
     {
-        const auto end = Clock::now() + patience;
+        const auto end = Clock::now() + longestWait;
         while (Clock::now() < end) {
             while (const std::optional<StreamEvent> event = stream.nextEvent()) {
                 if (event->kind == kind) {
@@ -104,7 +104,7 @@ TEST_F(ClientStream, IsBackAfterAnOutageAtAnyMoment)
     std::size_t outages = 0;
     for (const auto moment : {0ms, 1ms, 5ms, 17ms, 50ms, 200ms}) {
         SCOPED_TRACE(moment.count());
-        ASSERT_TRUE(stream.next(patience));
+        ASSERT_TRUE(stream.next(longestWait));
         std::this_thread::sleep_for(moment);
         bus.unplug();
         ASSERT_TRUE(waitForEvent(stream, StreamEvent::Kind::Lost));
@@ -112,7 +112,7 @@ TEST_F(ClientStream, IsBackAfterAnOutageAtAnyMoment)
         bus.restore();
         ASSERT_TRUE(waitForEvent(stream, StreamEvent::Kind::Back));
         ++outages;
-        const std::optional<Frame> frame = stream.next(patience);
+        const std::optional<Frame> frame = stream.next(longestWait);
         ASSERT_TRUE(frame);
         expectExact(*frame);
         EXPECT_EQ(camera->gain(), 77U);
@@ -132,7 +132,7 @@ TEST_F(ClientStream, EndsAtAnyMomentOfAnOutage)
             SCOPED_TRACE(std::to_string(moment.count()) +
                          (isPluggedInAgain ? " ms after it is back" : " ms after it left"));
             auto stream = std::make_unique<zrn::Stream>(camera, keptAlive());
-            ASSERT_TRUE(stream->next(patience));
+            ASSERT_TRUE(stream->next(longestWait));
             bus.unplug();
             if (isPluggedInAgain) {
                 std::this_thread::sleep_for(300ms);
@@ -157,7 +157,7 @@ TEST_F(ClientStream, FramesOutliveWhatTheyCameFrom)
     {
         zrn::Stream stream(camera, {.policy = QueuePolicy::Block});
         while (frames.size() < 10) {
-            std::optional<Frame> frame = stream.next(patience);
+            std::optional<Frame> frame = stream.next(longestWait);
             ASSERT_TRUE(frame);
             frames.push_back(*std::move(frame));
         }
@@ -185,7 +185,7 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
         ++taken;
     };
     for (int i = 0; i < 10; ++i) {
-        const std::optional<Frame> frame = stream.next(patience);
+        const std::optional<Frame> frame = stream.next(longestWait);
         ASSERT_TRUE(frame);
         take(*frame);
         std::this_thread::sleep_for(100ms);

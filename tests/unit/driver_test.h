@@ -18,6 +18,10 @@ constexpr unsigned code(ErrorCode result)
     return static_cast<unsigned>(result);
 }
 
+/// Size of the images of the camera that DriverTest::connect() plugs in.
+constexpr int imageWidth = 8;
+constexpr int imageHeight = 4;
+
 /// Lines about frames come from a thread of the driver; a test sees them with the frame.
 class DriverLogCapture : public LogCapture
 {
@@ -45,7 +49,7 @@ protected:
 
     /// Plugs in one camera, enumerates and connects `camera` to it; the logs begin empty after
     /// that.
-    fakeuvc::Camera& connect(int sensorType = 2, int width = 8, int height = 4);
+    fakeuvc::Camera& connect(int sensorType = 2, int width = imageWidth, int height = imageHeight);
     fakeuvc::Camera& connect(CameraProbe& probe, int sensorType, int width, int height);
     /// Enumerates and forgets the calls and messages of it. @return how many cameras were opened.
     int enumerate();

@@ -16,16 +16,14 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr int width = 8;
-constexpr int height = 4;
-constexpr int frameSize = 2 * width * height;
+constexpr int frameSize = 2 * imageWidth * imageHeight;
 
 class FrameCache : public DriverTest
 {
 protected:
     FrameCache()
     {
-        connect(2, width, height);
+        connect(2, imageWidth, imageHeight);
         camera.m_cacheFrameCount = 4;
         clock.reset();
     }
@@ -42,7 +40,8 @@ protected:
     }
 
     /// Hands a frame over as libuvc does.
-    void trigger(std::vector<unsigned char> data, int frameWidth = width, int frameHeight = height)
+    void trigger(std::vector<unsigned char> data, int frameWidth = imageWidth,
+                 int frameHeight = imageHeight)
     {
         uvc_frame_t frame{};
         frame.data = data.data();
@@ -109,7 +108,7 @@ TEST_F(FrameCache, FramesAreDroppedSilentlyWhileNotStreaming)
 TEST_F(FrameCache, AFrameIsStoredWithItsTrailer)
 {
     start();
-    std::vector<unsigned char> data = frameOf(width, height, 2, 100);
+    std::vector<unsigned char> data = frameOf(imageWidth, imageHeight, 2, 100);
     data[2] = 0x01;
     data[3] = 0x02;
     data[4] = 0x03;
@@ -148,8 +147,8 @@ TEST_F(FrameCache, TrailerBytesAreSignExtended)
 TEST_F(FrameCache, AWrongResolutionIsDroppedAndReported)
 {
     start();
-    trigger(std::vector<unsigned char>(frameSize), width + 1, height);
-    trigger(std::vector<unsigned char>(frameSize), width, height - 1);
+    trigger(std::vector<unsigned char>(frameSize), imageWidth + 1, imageHeight);
+    trigger(std::vector<unsigned char>(frameSize), imageWidth, imageHeight - 1);
     EXPECT_THAT(
         log.lines(),
         ElementsAre(
@@ -178,10 +177,10 @@ TEST_F(FrameCache, TheExpectedSizeFollowsThePixelFormat)
     camera.m_pixelFormat = CameraSpace::PixelFormatType::Mono8;
     trigger(std::vector<unsigned char>(frameSize));
     EXPECT_THAT(log.lines(), ElementsAre(criticalLine(" frame size is error  32 , size: 64")));
-    trigger(std::vector<unsigned char>(width * height, 7));
+    trigger(std::vector<unsigned char>(imageWidth * imageHeight, 7));
     EXPECT_THAT(queue(), ElementsAre(0));
-    EXPECT_EQ(camera.m_frameBuffers.at(0)[width * height - 1], 7);
-    EXPECT_EQ(camera.m_frameBuffers.at(0)[width * height], 7); // the trailer begins here
+    EXPECT_EQ(camera.m_frameBuffers.at(0)[imageWidth * imageHeight - 1], 7);
+    EXPECT_EQ(camera.m_frameBuffers.at(0)[imageWidth * imageHeight], 7); // the trailer begins here
 }
 
 TEST_F(FrameCache, AWithdrawnFrameStaysWithdrawnWhenItsSuccessorIsRefused)
@@ -196,7 +195,7 @@ TEST_F(FrameCache, AWithdrawnFrameStaysWithdrawnWhenItsSuccessorIsRefused)
     EXPECT_EQ(camera.m_writeIndex, 0);
     // A wrong resolution is found earlier.
     camera.m_writeIndex = 1;
-    trigger(std::vector<unsigned char>(frameSize), width, height + 1);
+    trigger(std::vector<unsigned char>(frameSize), imageWidth, imageHeight + 1);
     EXPECT_THAT(queue(), ElementsAre(1, 2, 3));
 }
 

@@ -21,9 +21,6 @@ using testing::SizeIs;
 namespace
 {
 
-constexpr int width = 8;
-constexpr int height = 4;
-
 class FrameIdentity : public DriverTest
 {
 protected:
@@ -36,7 +33,8 @@ protected:
         start();
     }
     /// Sends a frame whose bytes all have one value.
-    void deliver(const Camera& device, int value, int frameWidth = width, int frameHeight = height)
+    void deliver(const Camera& device, int value, int frameWidth = imageWidth,
+                 int frameHeight = imageHeight)
     {
         std::vector<unsigned char> data(static_cast<std::size_t>(2 * frameWidth * frameHeight),
                                         static_cast<unsigned char>(value));
@@ -63,13 +61,13 @@ protected:
     /// Hands a frame over as a stream does that the bus knows nothing of.
     void trigger(int value)
     {
-        std::vector<unsigned char> data(std::size_t{2} * width * height,
+        std::vector<unsigned char> data(std::size_t{2} * imageWidth * imageHeight,
                                         static_cast<unsigned char>(value));
         uvc_frame_t frame{};
         frame.data = data.data();
         frame.data_bytes = data.size();
-        frame.width = width;
-        frame.height = height;
+        frame.width = imageWidth;
+        frame.height = imageHeight;
         CZRNCamera::frameTriggered(&frame, &camera);
     }
     Camera& replaceBy(int sensorType, int frameWidth, int frameHeight)
@@ -85,12 +83,12 @@ protected:
 
 TEST_F(FrameIdentity, AnotherCamerasFramesAreNotDelivered)
 {
-    Camera& first = connect(2, width, height);
+    Camera& first = connect(2, imageWidth, imageHeight);
     start();
     for (int value = 0; value < 12; ++value) {
         deliver(first, value);
     }
-    Camera& second = replaceBy(7, width, height);
+    Camera& second = replaceBy(7, imageWidth, imageHeight);
     EXPECT_THAT(camera.m_frameIndexQueue, IsEmpty());
     start();
     EXPECT_EQ(grab(), -1034);
@@ -100,10 +98,10 @@ TEST_F(FrameIdentity, AnotherCamerasFramesAreNotDelivered)
 
 TEST_F(FrameIdentity, AnotherCamerasFramesOfTheSameKindAreNotDeliveredEither)
 {
-    Camera& first = connect(2, width, height);
+    Camera& first = connect(2, imageWidth, imageHeight);
     start();
     deliver(first, 1);
-    Camera& second = replaceBy(2, width, height);
+    Camera& second = replaceBy(2, imageWidth, imageHeight);
     start();
     EXPECT_EQ(grab(), -1034);
     deliver(second, 99);
@@ -112,7 +110,7 @@ TEST_F(FrameIdentity, AnotherCamerasFramesOfTheSameKindAreNotDeliveredEither)
 
 TEST_F(FrameIdentity, SlotsThatNoCameraFilledAreNotDelivered)
 {
-    connect(2, width, height);
+    connect(2, imageWidth, imageHeight);
     start();
     camera.m_frameIndexQueue.append({0, 1, 2});
     EXPECT_EQ(grab(), -1034);
@@ -121,25 +119,25 @@ TEST_F(FrameIdentity, SlotsThatNoCameraFilledAreNotDelivered)
 TEST_F(FrameIdentity, LargeThenSmallThenLargeDeliversOnlyWhatWasSent)
 {
     camera.m_cacheFrameCount = 2;
-    Camera& large = connect(2, 2 * width, height);
+    Camera& large = connect(2, 2 * imageWidth, imageHeight);
     start();
-    deliver(large, 1, 2 * width);
-    Camera& small = replaceBy(2, width, height);
+    deliver(large, 1, 2 * imageWidth);
+    Camera& small = replaceBy(2, imageWidth, imageHeight);
     camera.m_cacheFrameCount = 4;
     start();
     for (int value = 0; value < 4; ++value) {
         deliver(small, 10 + value);
     }
-    Camera& again = replaceBy(2, 2 * width, height);
+    Camera& again = replaceBy(2, 2 * imageWidth, imageHeight);
     start();
     EXPECT_EQ(grab(), -1034);
-    deliver(again, 20, 2 * width);
+    deliver(again, 20, 2 * imageWidth);
     EXPECT_THAT(grabAll(), ElementsAre(20));
 }
 
 TEST_F(FrameIdentity, UnreadFramesSurviveARestartInTheirOrder)
 {
-    Camera& device = connect(2, width, height);
+    Camera& device = connect(2, imageWidth, imageHeight);
     start();
     for (const int value : {10, 11, 12, 13, 14, 15}) {
         deliver(device, value);
@@ -162,7 +160,7 @@ TEST_F(FrameIdentity, UnreadFramesSurviveARestartInTheirOrder)
 
 TEST_F(FrameIdentity, RestartsDoNotMakeTheQueueOutgrowTheRing)
 {
-    Camera& device = connect(2, width, height);
+    Camera& device = connect(2, imageWidth, imageHeight);
     start();
     int value = 0;
     for (int round = 0; round < 20; ++round) {
@@ -182,7 +180,7 @@ TEST_F(FrameIdentity, RestartsDoNotMakeTheQueueOutgrowTheRing)
 
 TEST_F(FrameIdentity, AReconnectionToTheSameGeometryKeepsTheFrames)
 {
-    Camera& device = connect(2, width, height);
+    Camera& device = connect(2, imageWidth, imageHeight);
     start();
     deliver(device, 5);
     EXPECT_EQ(code(camera.reconnectDevice()), 0U);
@@ -191,7 +189,7 @@ TEST_F(FrameIdentity, AReconnectionToTheSameGeometryKeepsTheFrames)
 
 TEST_F(FrameIdentity, AReconnectionToAnotherSensorTypeDropsTheFrames)
 {
-    Camera& device = connect(2, width, height);
+    Camera& device = connect(2, imageWidth, imageHeight);
     start();
     deliver(device, 5);
     device[fakeuvc::Control::Contrast].current = 7;
@@ -203,7 +201,7 @@ TEST_F(FrameIdentity, AReconnectionToAnotherSensorTypeDropsTheFrames)
 
 TEST_F(FrameIdentity, AFrameIsDroppedWhereTheSensorTypeChangesWhileItIsStored)
 {
-    Camera& device = connect(2, width, height);
+    Camera& device = connect(2, imageWidth, imageHeight);
     start();
     device[fakeuvc::Control::Contrast].current = 7;
     QMutex* const slotLock = camera.m_bufferLocks.at(0);
@@ -221,7 +219,7 @@ TEST_F(FrameIdentity, AFrameIsDroppedWhereTheSensorTypeChangesWhileItIsStored)
 // Or else a grab would wait for a slot only to find another frame in it.
 TEST_F(FrameIdentity, AFrameLeavesTheQueueBeforeItIsOverwritten)
 {
-    Camera& device = connect(2, width, height);
+    Camera& device = connect(2, imageWidth, imageHeight);
     camera.m_cacheFrameCount = 2;
     start();
     deliver(device, 1);
@@ -242,7 +240,7 @@ TEST_F(FrameIdentity, AFrameLeavesTheQueueBeforeItIsOverwritten)
 // As where one stream could not be stopped and another was started.
 TEST_F(FrameIdentity, TwoStreamsInOneSlotQueueItOnce)
 {
-    connect(2, width, height);
+    connect(2, imageWidth, imageHeight);
     start();
     QMutex* const slotLock = camera.m_bufferLocks.at(0);
     slotLock->lock();
@@ -259,9 +257,10 @@ TEST_F(FrameIdentity, TwoStreamsInOneSlotQueueItOnce)
 
 TEST_F(FrameIdentity, AReconnectionToAnotherSizeDropsTheFrames)
 {
-    for (const auto& [w, h] :
-         {std::pair(height, width), {width, 2 * height}, {2 * width, height}}) {
-        Camera& device = connect(2, width, height);
+    for (const auto& [w, h] : {std::pair(imageHeight, imageWidth),
+                               {imageWidth, 2 * imageHeight},
+                               {2 * imageWidth, imageHeight}}) {
+        Camera& device = connect(2, imageWidth, imageHeight);
         start();
         deliver(device, 5);
         device.formats = {{UVC_VS_FORMAT_UNCOMPRESSED, {{w, h}}}};
@@ -282,7 +281,7 @@ TEST_F(FrameIdentity, GeometryFormatAndTypeChangeInOneStep)
     ASSERT_TRUE(bus.deliver(device, 1280, 1024, data));
 
     // While the new sensor type is being read, everything is as it was.
-    device.formats = {{UVC_VS_FORMAT_UNCOMPRESSED, {{width, height}}}};
+    device.formats = {{UVC_VS_FORMAT_UNCOMPRESSED, {{imageWidth, imageHeight}}}};
     bool seen = false;
     bus.setHook([&](const fakeuvc::Call& call) {
         if (call.function != "uvc_get_contrast") {
@@ -302,7 +301,7 @@ TEST_F(FrameIdentity, GeometryFormatAndTypeChangeInOneStep)
     });
     EXPECT_EQ(code(camera.reconnectDevice()), 0U);
     EXPECT_TRUE(seen);
-    EXPECT_EQ(camera.m_imageWidth, width);
+    EXPECT_EQ(camera.m_imageWidth, imageWidth);
     EXPECT_EQ(camera.m_sensorType, 2);
 }
 
@@ -328,7 +327,7 @@ TEST_F(FrameIdentity, NobodySeesTheSizeBeforeItIsStreamed)
 
 TEST_F(FrameIdentity, AFrameOverwrittenBeforeItIsReadIsPassedOver)
 {
-    Camera& device = connect(2, width, height);
+    Camera& device = connect(2, imageWidth, imageHeight);
     camera.m_cacheFrameCount = 2;
     camera.m_grabTimeout = 60000;
     start();
@@ -361,13 +360,13 @@ TEST_F(FrameIdentity, AFrameOverwrittenBeforeItIsReadIsPassedOver)
 
 TEST_F(FrameIdentity, AFrameWithoutDataIsDroppedAsOneOfAWrongSize)
 {
-    connect(2, width, height);
+    connect(2, imageWidth, imageHeight);
     start();
     clearLogs();
     uvc_frame_t frame{};
-    frame.data_bytes = std::size_t{2} * width * height;
-    frame.width = width;
-    frame.height = height;
+    frame.data_bytes = std::size_t{2} * imageWidth * imageHeight;
+    frame.width = imageWidth;
+    frame.height = imageHeight;
     CZRNCamera::frameTriggered(&frame, &camera);
     EXPECT_THAT(log.lines(), ElementsAre(criticalLine(" frame size is error  64 , size: 64")));
     EXPECT_EQ(grab(), -1034);
@@ -375,7 +374,7 @@ TEST_F(FrameIdentity, AFrameWithoutDataIsDroppedAsOneOfAWrongSize)
 
 TEST_F(FrameIdentity, AStreamThatAnEnumerationClosedCountsAsStopped)
 {
-    connect(2, width, height);
+    connect(2, imageWidth, imageHeight);
     start();
     enumerate();
     EXPECT_EQ(code(camera.startStream(0)), 1052U);
@@ -387,12 +386,12 @@ TEST_F(FrameIdentity, AStreamThatAnEnumerationClosedCountsAsStopped)
 // A slot of 72 bytes holds 64 and a trailer, or 72 without one.
 TEST_F(FrameIdentity, ASlotNeedsRoomForTheTrailer)
 {
-    connect(2, width, height);
+    connect(2, imageWidth, imageHeight);
     start();
-    Camera& larger = replaceBy(2, width + 1, height);
+    Camera& larger = replaceBy(2, imageWidth + 1, imageHeight);
     start();
     clearLogs();
-    deliver(larger, 1, width + 1);
+    deliver(larger, 1, imageWidth + 1);
     EXPECT_THAT(log.lines(),
                 ElementsAre(criticalLine(
                     " frame does not fit the cache, frame size: 72 , cache size: 64")));
@@ -404,18 +403,18 @@ TEST_F(FrameIdentity, ASlotNeedsRoomForTheTrailer)
 TEST_F(FrameIdentity, AnAbandonedStreamsFrameIsDroppedWhereItsCameraIsGone)
 {
     auto probe = std::make_unique<CameraProbe>();
-    Camera& device = connect(*probe, 2, width, height);
+    Camera& device = connect(*probe, 2, imageWidth, imageHeight);
     ASSERT_EQ(code(probe->startStream(0)), 0U);
     const auto stream = bus.stream(device);
     ASSERT_TRUE(stream);
     probe.reset();
     clearLogs();
-    std::vector<unsigned char> data(std::size_t{2} * width * height, 1);
+    std::vector<unsigned char> data(std::size_t{2} * imageWidth * imageHeight, 1);
     uvc_frame_t frame{};
     frame.data = data.data();
     frame.data_bytes = data.size();
-    frame.width = width;
-    frame.height = height;
+    frame.width = imageWidth;
+    frame.height = imageHeight;
     stream->callback(&frame, stream->userPointer);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -423,9 +422,9 @@ TEST_F(FrameIdentity, AnAbandonedStreamsFrameIsDroppedWhereItsCameraIsGone)
 TEST_F(FrameIdentity, DestroyingACameraWaitsForAnAbandonedStreamsCallback)
 {
     auto probe = std::make_unique<CameraProbe>();
-    connect(*probe, 2, width, height);
+    connect(*probe, 2, imageWidth, imageHeight);
     ASSERT_EQ(code(probe->startStream(0)), 0U);
-    std::vector<unsigned char> data(std::size_t{2} * width * height, 1);
+    std::vector<unsigned char> data(std::size_t{2} * imageWidth * imageHeight, 1);
     QMutex& slot = *probe->m_bufferLocks.first();
     slot.lock(); // holds the callback
     // Not through the bus, which waits for its callbacks as libuvc does.
@@ -433,8 +432,8 @@ TEST_F(FrameIdentity, DestroyingACameraWaitsForAnAbandonedStreamsCallback)
         uvc_frame_t frame{};
         frame.data = data.data();
         frame.data_bytes = data.size();
-        frame.width = width;
-        frame.height = height;
+        frame.width = imageWidth;
+        frame.height = imageHeight;
         CZRNCamera::frameTriggered(&frame, target);
     });
     EXPECT_TRUE(callback.waitsForOthers());

@@ -18,9 +18,7 @@ using testing::IsEmpty;
 namespace
 {
 
-constexpr int width = 8;
-constexpr int height = 4;
-constexpr std::size_t pixels = std::size_t{width} * height;
+constexpr std::size_t pixels = std::size_t{imageWidth} * imageHeight;
 
 /// Blocks that are deleted with their list.
 class Images : public QList<ImageBlock*>
@@ -36,7 +34,7 @@ class Grabbing : public DriverTest
 {
 protected:
     Grabbing()
-        : m_device(connect(-1, width, height))
+        : m_device(connect(-1, imageWidth, imageHeight))
     {
         camera.m_sensorType = -1;
         camera.m_cacheFrameCount = 8;
@@ -57,7 +55,7 @@ protected:
     void deliver(unsigned char value)
     {
         std::vector<unsigned char> data(2 * pixels, value);
-        ASSERT_TRUE(bus.deliver(m_device, width, height, data));
+        ASSERT_TRUE(bus.deliver(m_device, imageWidth, imageHeight, data));
     }
     static unsigned char firstPixel(const Images& images)
     {
@@ -160,10 +158,10 @@ TEST_F(Grabbing, DestroyingTheCameraWaitsForAGrab)
 {
     auto probe = std::make_unique<CameraProbe>();
     bus.unplugAll();
-    Camera& device = connect(*probe, 2, width, height);
+    Camera& device = connect(*probe, 2, imageWidth, imageHeight);
     ASSERT_EQ(code(probe->startStream(0)), 0U);
     std::vector<unsigned char> data(2 * pixels, 1);
-    ASSERT_TRUE(bus.deliver(device, width, height, data));
+    ASSERT_TRUE(bus.deliver(device, imageWidth, imageHeight, data));
 
     QMutex* slotLock = probe->m_bufferLocks.front();
     slotLock->lock();
@@ -230,13 +228,13 @@ TEST_F(Grabbing, ImagesOutliveTheCameraAndMayBeDeletedInAnyThread)
 {
     auto probe = std::make_unique<CameraProbe>();
     bus.unplugAll();
-    Camera& device = connect(*probe, -1, width, height);
+    Camera& device = connect(*probe, -1, imageWidth, imageHeight);
     ASSERT_EQ(code(probe->startStream(0)), 0U);
     auto images = std::make_unique<Images>();
     std::thread([&] {
         for (unsigned char value = 1; value <= 3; ++value) {
             std::vector<unsigned char> data(2 * pixels, value);
-            EXPECT_TRUE(bus.deliver(device, width, height, data));
+            EXPECT_TRUE(bus.deliver(device, imageWidth, imageHeight, data));
             EXPECT_EQ(code(probe->grabImage(*images)), 0U);
         }
     }).join();
@@ -313,28 +311,28 @@ TEST_F(Grabbing, ASlotThatIsTooSmallCannotBeSplit)
     deliver(7);
     Images images;
     // A queued frame from before the camera was connected with larger ones.
-    camera.m_imageWidth = width + 1;
+    camera.m_imageWidth = imageWidth + 1;
     EXPECT_EQ(code(camera.grabImage(images)), 1035U);
-    camera.m_imageWidth = width;
+    camera.m_imageWidth = imageWidth;
 
     // One byte for each position, while the sensor type reads two.
     camera.m_pixelFormat = CameraSpace::PixelFormatType::Mono8;
     std::vector<unsigned char> data(pixels, 1);
-    ASSERT_TRUE(bus.deliver(m_device, width, height, data));
+    ASSERT_TRUE(bus.deliver(m_device, imageWidth, imageHeight, data));
     EXPECT_EQ(code(camera.grabImage(images)), 1035U); // the slot was made for two
     camera.disconnectDevice();
     bus.unplugAll();
     CameraProbe small;
-    Camera& device = connect(small, 5, width, height);
+    Camera& device = connect(small, 5, imageWidth, imageHeight);
     small.m_pixelFormat = CameraSpace::PixelFormatType::Mono8;
     small.m_sensorType = 2;
     small.m_cacheFrameCount = 1;
     ASSERT_EQ(code(small.startStream(0)), 0U);
-    ASSERT_TRUE(bus.deliver(device, width, height, data));
+    ASSERT_TRUE(bus.deliver(device, imageWidth, imageHeight, data));
     EXPECT_EQ(code(small.grabImage(images)), 1035U);
     EXPECT_THAT(images, IsEmpty());
     small.m_sensorType = 5;
-    ASSERT_TRUE(bus.deliver(device, width, height, data));
+    ASSERT_TRUE(bus.deliver(device, imageWidth, imageHeight, data));
     EXPECT_EQ(code(small.grabImage(images)), 0U);
     EXPECT_EQ(images.size(), 1);
 }

@@ -17,8 +17,6 @@
 namespace
 {
 
-constexpr int width = 8;
-constexpr int height = 4;
 constexpr std::chrono::seconds patience(5);
 
 /// What is done for a line; null while nothing shall be done.
@@ -66,8 +64,8 @@ class MessageHandler : public DriverTest
 protected:
     MessageHandler()
     {
-        first = &bus.addCamera(1, 2, width, height);
-        bus.addCamera(2, 2, width, height);
+        first = &bus.addCamera(1, 2, imageWidth, imageHeight);
+        bus.addCamera(2, 2, imageWidth, imageHeight);
         bus.setAfterDelivery({});
         m_before = qInstallMessageHandler(handle);
     }
@@ -134,10 +132,10 @@ protected:
         used.setProperty(QStringLiteral("MaxGrabWaitTime"), values);
         used.startStream(0);
         used.startStream(0);
-        for (const int size : {2 * width * height, 1}) {
+        for (const int size : {2 * imageWidth * imageHeight, 1}) {
             std::vector<unsigned char> data(static_cast<std::size_t>(size), 1);
-            bus.deliver(*first, width, height, data);
-            bus.deliver(*first, width + 1, height, data);
+            bus.deliver(*first, imageWidth, imageHeight, data);
+            bus.deliver(*first, imageWidth + 1, imageHeight, data);
         }
         used.discardFrames(0);
         used.grabImage(images);
@@ -236,8 +234,8 @@ TEST_F(MessageHandler, MayDeleteTheCameraThatTheLineIsAbout)
             isDeleted = true;
         }
     };
-    std::vector<unsigned char> data(std::size_t{2} * width * height, 1);
-    bus.deliver(*first, width, height, data);
+    std::vector<unsigned char> data(std::size_t{2} * imageWidth * imageHeight, 1);
+    bus.deliver(*first, imageWidth, imageHeight, data);
     Operation::awaitStreamLines();
     EXPECT_TRUE(isDeleted);
     EXPECT_EQ(device, nullptr);

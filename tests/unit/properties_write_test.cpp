@@ -78,17 +78,17 @@ void PrintTo(const Key& key, std::ostream* stream)
     *stream << key.text;
 }
 
-struct ControlKey {
+struct WritableControl {
     const char* key;
     const char* setter;
     bool isSigned;
 };
 
-class WritableControls : public PropertiesWrite, public testing::WithParamInterface<ControlKey>
+class WritableControls : public PropertiesWrite, public testing::WithParamInterface<WritableControl>
 {
 };
 
-void PrintTo(const ControlKey& control, std::ostream* stream)
+void PrintTo(const WritableControl& control, std::ostream* stream)
 {
     *stream << control.key;
 }
@@ -237,7 +237,7 @@ TEST_F(PropertiesWrite, FlagsTakeBoolsAndIntegers)
 TEST_P(WritableControls, WriteTheLowSixteenBitsOnce)
 {
     connectCamera();
-    const ControlKey& key = GetParam();
+    const WritableControl& key = GetParam();
     EXPECT_EQ(write(key.key, 12), 0U);
     EXPECT_EQ(write(key.key, 13U), 0U);
     EXPECT_EQ(write(key.key, 70000), 0U);
@@ -262,9 +262,9 @@ TEST_P(WritableControls, ReportAFailure)
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryControl, WritableControls,
-                         testing::Values(ControlKey{keys::sharp, "uvc_set_sharpness", false},
-                                         ControlKey{keys::gamma, "uvc_set_gamma", false},
-                                         ControlKey{keys::hue, "uvc_set_hue", true}),
+                         testing::Values(WritableControl{keys::sharp, "uvc_set_sharpness", false},
+                                         WritableControl{keys::gamma, "uvc_set_gamma", false},
+                                         WritableControl{keys::hue, "uvc_set_hue", true}),
                          [](const auto& test) { return std::string(test.param.key); });
 
 TEST_F(PropertiesWrite, OneColourGainRewritesTheOthersAsRead)

@@ -26,19 +26,16 @@ using testing::SizeIs;
 namespace
 {
 
-constexpr int width = 8;
-constexpr int height = 4;
-
 class Streaming : public DriverTest
 {
 protected:
-    Camera& connectSmall() { return connect(2, width, height); }
+    Camera& connectSmall() { return connect(2, imageWidth, imageHeight); }
 
     /// One frame through the stream that runs on the camera.
     void deliver(const Camera& device, unsigned char value = 1)
     {
-        std::vector<unsigned char> data(2 * width * height, value);
-        EXPECT_TRUE(bus.deliver(device, width, height, data));
+        std::vector<unsigned char> data(2 * imageWidth * imageHeight, value);
+        EXPECT_TRUE(bus.deliver(device, imageWidth, imageHeight, data));
     }
 };
 
@@ -478,7 +475,7 @@ TEST_F(Streaming, ADiscardDoesNotWaitAgainOnceTheStreamHasStopped)
 TEST_F(Streaming, DeletingACameraWaitsForAGrabThatReadsASlot)
 {
     auto probe = std::make_unique<CameraProbe>();
-    Camera& device = connect(*probe, 2, width, height);
+    Camera& device = connect(*probe, 2, imageWidth, imageHeight);
     ASSERT_EQ(code(probe->startStream(0)), 0U);
     deliver(device);
     QMutex* const slotLock = probe->m_bufferLocks.at(0);
@@ -542,7 +539,7 @@ TEST_F(Streaming, ARingThatMemoryCannotServeIsRefusedBeforeItIsTouched)
 /// written.
 std::uint64_t roomForSlots(std::uint64_t promised)
 {
-    constexpr std::uint64_t slot = 2 * width * height + 8 + 256;
+    constexpr std::uint64_t slot = 2 * imageWidth * imageHeight + 8 + 256;
     constexpr std::uint64_t room = 18 * slot;
     return room - std::min(room, promised);
 }
@@ -570,8 +567,8 @@ TEST_F(Streaming, SlotsThatNoFrameHasFilledYetTakeUpMemory)
 
 TEST_F(Streaming, TheSlotsOfOneCameraAreNotThereForAnother)
 {
-    bus.addCamera(1, 2, width, height);
-    bus.addCamera(2, 2, width, height);
+    bus.addCamera(1, 2, imageWidth, imageHeight);
+    bus.addCamera(2, 2, imageWidth, imageHeight);
     enumerate();
     const auto started = [](CameraProbe& probe, int index) {
         probe.m_availableMemory = roomForSlots;
@@ -635,7 +632,7 @@ TEST_F(Streaming, OfTwoThreadsThatResizeTheCacheNeitherWaitsForAFrame)
         std::atomic<bool> otherHasResized = false;
     };
     Meeting meeting;
-    connect(meeting, 2, width, height);
+    connect(meeting, 2, imageWidth, imageHeight);
     meeting.m_grabTimeout = 20000;
     const auto start = std::chrono::steady_clock::now();
     std::thread first([&] {
@@ -668,7 +665,7 @@ TEST_F(Streaming, TheCacheSizeIsReadAndWrittenWhileStopped)
     int count = 5;
     EXPECT_FALSE(counting.cacheFrameCountIO(true, count));
     EXPECT_FALSE(counting.cacheFrameCountIO(false, count));
-    connect(counting, 2, width, height);
+    connect(counting, 2, imageWidth, imageHeight);
 
     EXPECT_TRUE(counting.cacheFrameCountIO(true, count));
     EXPECT_EQ(count, 16);
@@ -703,7 +700,7 @@ TEST_F(Streaming, TheCacheSizeStaysWhereTheStreamWasStartedDuringTheWait)
         ErrorCode discardFrames(signed char selector) override { return startStream(selector); }
     };
     RestartingCamera restarting;
-    Camera& device = connect(restarting, 2, width, height);
+    Camera& device = connect(restarting, 2, imageWidth, imageHeight);
     int count = 17;
     EXPECT_FALSE(restarting.cacheFrameCountIO(false, count));
     EXPECT_EQ(restarting.m_cacheFrameCount, 16);
@@ -717,13 +714,13 @@ TEST_F(Streaming, TheCacheSizeStaysWhereTheStreamWasStartedDuringTheWait)
 
 TEST_F(Streaming, AReconnectedObjectKeepsItsRingAndSaysSo)
 {
-    connect(camera, 2, width, height);
+    connect(camera, 2, imageWidth, imageHeight);
     ASSERT_EQ(code(camera.startStream(0)), 0U);
     ASSERT_EQ(code(camera.disconnectDevice()), 0U);
     const QList<unsigned char*> buffers = camera.m_frameBuffers;
     bus.unplugAll();
 
-    Camera& larger = connect(camera, 2, 2 * width, height);
+    Camera& larger = connect(camera, 2, 2 * imageWidth, imageHeight);
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     EXPECT_EQ(camera.m_frameBuffers, buffers);
     // 64 bytes were enough for each frame, now it takes 128.
@@ -732,9 +729,9 @@ TEST_F(Streaming, AReconnectedObjectKeepsItsRingAndSaysSo)
     EXPECT_THAT(log.lines().front().text, AllOf(HasSubstr(" 128"), HasSubstr(" 64")));
 
     clearLogs();
-    std::vector<unsigned char> data(static_cast<std::size_t>(4 * width * height), 1);
+    std::vector<unsigned char> data(static_cast<std::size_t>(4 * imageWidth * imageHeight), 1);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_TRUE(bus.deliver(larger, 2 * width, height, data));
+        EXPECT_TRUE(bus.deliver(larger, 2 * imageWidth, imageHeight, data));
     }
     EXPECT_THAT(log.lines(), SizeIs(1));
     EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
@@ -746,41 +743,41 @@ TEST_F(Streaming, AReconnectedObjectKeepsItsRingAndSaysSo)
     clearLogs();
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
-    EXPECT_TRUE(bus.deliver(larger, 2 * width, height, data));
+    EXPECT_TRUE(bus.deliver(larger, 2 * imageWidth, imageHeight, data));
     EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(2));
 }
 
 TEST_F(Streaming, AReconnectedObjectServesSmallerFrames)
 {
-    connect(camera, 2, 2 * width, height);
+    connect(camera, 2, 2 * imageWidth, imageHeight);
     ASSERT_EQ(code(camera.startStream(0)), 0U);
     ASSERT_EQ(code(camera.disconnectDevice()), 0U);
     bus.unplugAll();
-    Camera& smaller = connect(camera, 2, width, height);
+    Camera& smaller = connect(camera, 2, imageWidth, imageHeight);
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     EXPECT_THAT(log.lines(), IsEmpty());
     deliver(smaller);
     QList<CameraSpace::ImageBlock*> images;
     EXPECT_EQ(code(camera.grabImage(images)), 0U);
     ASSERT_EQ(images.size(), 2);
-    EXPECT_EQ(images[0]->data.size(), width * height + 8);
+    EXPECT_EQ(images[0]->data.size(), imageWidth * imageHeight + 8);
     qDeleteAll(images);
 }
 
 TEST_F(Streaming, NewSlotsFitTheLargerFramesThatOldOnesDoNot)
 {
-    connect(camera, 2, width, height);
+    connect(camera, 2, imageWidth, imageHeight);
     camera.m_cacheFrameCount = 1;
     ASSERT_EQ(code(camera.startStream(0)), 0U);
     ASSERT_EQ(code(camera.disconnectDevice()), 0U);
     bus.unplugAll();
-    Camera& larger = connect(camera, 2, 2 * width, height);
+    Camera& larger = connect(camera, 2, 2 * imageWidth, imageHeight);
     camera.m_cacheFrameCount = 2;
     EXPECT_EQ(code(camera.startStream(0)), 0U);
     EXPECT_THAT(log.lines(QtCriticalMsg), SizeIs(1));
     camera.m_writeIndex = 1;
-    std::vector<unsigned char> data(static_cast<std::size_t>(4 * width * height), 1);
-    EXPECT_TRUE(bus.deliver(larger, 2 * width, height, data));
+    std::vector<unsigned char> data(static_cast<std::size_t>(4 * imageWidth * imageHeight), 1);
+    EXPECT_TRUE(bus.deliver(larger, 2 * imageWidth, imageHeight, data));
     EXPECT_THAT(camera.m_frameIndexQueue, ElementsAre(1));
 }
 
