@@ -1,8 +1,11 @@
 #include "client/recorder.h"
 
+#include "client/error.h"
+
 #include <exception>
 #include <filesystem>
 #include <sys/statvfs.h>
+#include <system_error>
 
 namespace zrn
 {
@@ -40,7 +43,14 @@ Recorder::Recorder(const std::string& path, std::string_view metadata, Limits li
     m_progress.queueLimit = m_limits.queueBytes;
     m_progress.freeBytes = freeBytesAt(m_path);
     m_progress.bytes = m_file.bytes();
-    m_thread = std::thread([this] { run(); });
+    try {
+        m_thread = std::thread([this] { run(); });
+    } catch (const std::system_error& error) {
+        removeFile();
+        throw Error(Error::Kind::Recording, "NotWritable",
+                    m_path + ": no thread can be started to write it: " + error.code().message(),
+                    "end other programs, then try again");
+    }
 }
 
 Recorder::~Recorder()
@@ -105,10 +115,15 @@ void Recorder::run()
         error = exception.what();
     }
     if (!error.empty() && m_file.frameCount() == 0) {
-        std::error_code ignored;
-        std::filesystem::remove(m_path, ignored); // it has never begun
+        removeFile(); // it has never begun
     }
     end(error);
+}
+
+void Recorder::removeFile() const
+{
+    std::error_code ignored;
+    std::filesystem::remove(m_path, ignored);
 }
 
 /// @return why it ended before it was stopped; empty if it did not @throws Error
@@ -154,6 +169,7 @@ void Recorder::end(const std::string& error)
     const std::lock_guard lock(m_mutex);
     m_isStopping = true;
     m_end = Clock::now();
+    m_progress.unwritten = m_queue.size();
     m_queue.clear();
     m_progress.queuedBytes = 0;
     m_progress.bytes = m_file.bytes();

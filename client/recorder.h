@@ -16,6 +16,7 @@ namespace zrn
 struct RecordingProgress {
     std::uint64_t frames = 0;      ///< written
     std::uint64_t missing = 0;     ///< frame numbers that the camera or the driver skipped
+    std::uint64_t unwritten = 0;   ///< taken, but not written when it ended early
     std::uint64_t bytes = 0;       ///< written
     double bytesPerSecond = 0;     ///< written, since the start
     double seconds = 0;            ///< since the start
@@ -66,6 +67,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    void removeFile() const;
     std::string writeFrames();
     std::optional<Frame> next();
     void written(const Frame& frame);

@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 
 #include <limits>
+#include <pthread.h>
 
 using namespace zrn;
 using namespace std::chrono_literals;
@@ -35,6 +36,35 @@ void expectSame(const Frame& read, const Frame& written, Frame first = madeUpFra
         EXPECT_THAT(read.images()[i].bytes, testing::ElementsAreArray(written.images()[i].bytes));
     }
 }
+
+/// As long as it lives no thread can be started: no memory is enough for a stack.
+class ThreadShortage
+{
+public:
+    ThreadShortage()
+    {
+        pthread_attr_t attributes;
+        EXPECT_EQ(::pthread_getattr_default_np(&attributes), 0);
+        EXPECT_EQ(::pthread_attr_getstacksize(&attributes, &m_usual), 0);
+        setStackSize(std::numeric_limits<std::size_t>::max() / 2);
+        ::pthread_attr_destroy(&attributes);
+    }
+    ~ThreadShortage() { setStackSize(m_usual); }
+    ThreadShortage(const ThreadShortage&) = delete;
+    ThreadShortage& operator=(const ThreadShortage&) = delete;
+
+private:
+    static void setStackSize(std::size_t size)
+    {
+        pthread_attr_t attributes;
+        ::pthread_attr_init(&attributes);
+        EXPECT_EQ(::pthread_attr_setstacksize(&attributes, size), 0);
+        EXPECT_EQ(::pthread_setattr_default_np(&attributes), 0);
+        ::pthread_attr_destroy(&attributes);
+    }
+
+    std::size_t m_usual = 0;
+};
 
 class RecordingTest : public testing::Test
 {
@@ -219,6 +249,7 @@ TEST_F(RecordingTest, RecorderWritesEveryFrameThatItTook)
         EXPECT_TRUE(progress.finished);
         EXPECT_TRUE(progress.error.empty()) << progress.error;
         EXPECT_EQ(progress.frames, 200U);
+        EXPECT_EQ(progress.unwritten, 0U);
         EXPECT_EQ(progress.queuedBytes, 0U);
         EXPECT_GT(progress.freeBytes, 0);
         EXPECT_FALSE(recorder.add(madeUpFrame(200))) << "ended";
@@ -276,6 +307,7 @@ TEST_F(RecordingTest, EndsBeforeTheDiskIsFullAndSaysSo)
     recorder.add(madeUpFrame(0));
     recorder.finish();
     EXPECT_EQ(recorder.progress().error, "the disk is full");
+    EXPECT_EQ(recorder.progress().unwritten, 1U);
     EXPECT_FALSE(QFile::exists(QString::fromStdString(path))) << "without a frame it is none";
 }
 
@@ -290,7 +322,10 @@ TEST_F(RecordingTest, AFailingWriteEndsTheRecordingAndKeepsWhatWasWritten)
             ++number;
         }
         recorder.finish();
-        EXPECT_FALSE(recorder.progress().error.empty());
+        const RecordingProgress progress = recorder.progress();
+        EXPECT_FALSE(progress.error.empty());
+        EXPECT_GT(progress.unwritten, 0U);
+        EXPECT_EQ(progress.frames + progress.unwritten, number) << "every frame that it took";
     }
     const Recording reader(path);
     EXPECT_FALSE(reader.isComplete());
@@ -299,6 +334,20 @@ TEST_F(RecordingTest, AFailingWriteEndsTheRecordingAndKeepsWhatWasWritten)
     for (int i = 0; i < reader.frameCount(); ++i) {
         expectSame(reader.frame(i), madeUpFrame(static_cast<std::uint32_t>(i)));
     }
+}
+
+TEST_F(RecordingTest, ARecorderWithoutAThreadLeavesNoFile)
+{
+    const std::string path = pathOf("threadless.zrnrec");
+    const ThreadShortage shortage;
+    try {
+        const Recorder recorder(path, metadata);
+        FAIL();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.kind(), Error::Kind::Recording);
+        EXPECT_THAT(error.what(), testing::HasSubstr(path));
+    }
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path)));
 }
 
 TEST_F(RecordingTest, WhatCannotBeginLeavesNoFile)
