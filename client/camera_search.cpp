@@ -20,12 +20,11 @@ constexpr auto othersLooks = 2s;
 /// After this time the user is told what is being waited for.
 constexpr auto silence = 1s;
 constexpr const char* serialPrefix = "ZR";
-constexpr const char* seeList = "'zrncam list' shows the cameras on the bus";
 
 Error noSuchSerial(const CameraChoice& choice)
 {
     return {Kind::NoCamera, "NoSuchSerial", "no camera has the serial " + choice.serial,
-            "'zrncam list' shows the serials"};
+            "compare it with the serials of the cameras on the bus"};
 }
 
 /// Repeats an attempt until it has a result or time is up. @param failure why it has none
@@ -100,8 +99,7 @@ std::vector<BusCamera> CameraSearch::candidates(const CameraChoice& choice) cons
             throw Error(Kind::NoCamera, "NoSuchIndex",
                         "there is no camera " + std::to_string(choice.index) +
                             "; cameras on the bus: " + std::to_string(cameras.size()),
-                        "indices go from 0 to " + std::to_string(cameras.size() - 1) + "; " +
-                            seeList);
+                        "indices go from 0 to " + std::to_string(cameras.size() - 1));
         }
         return {cameras[index]};
     }
@@ -114,7 +112,7 @@ std::vector<BusCamera> CameraSearch::candidates(const CameraChoice& choice) cons
         std::ranges::copy_if(cameras, std::back_inserter(result), isAtPort);
         if (result.empty()) {
             throw Error(Kind::NoCamera, "NothingAtPort", "no camera is at port " + choice.port,
-                        seeList);
+                        "compare it with the ports of the cameras on the bus");
         }
         return result;
     }
@@ -270,8 +268,7 @@ Error refusalOf(const BusCamera& camera)
         return {Kind::NoCamera, "InUse", nameOf(camera) + " is in use by " + camera.holderText(),
                 "end that program, or wait until it is done with this camera"};
     }
-    return {Kind::NoCamera, "OpenFailed", nameOf(camera) + " could not be opened",
-            "replug it; 'zrncam doctor' looks for the usual causes"};
+    return {Kind::NoCamera, "OpenFailed", nameOf(camera) + " could not be opened", "replug it"};
 }
 
 } // namespace zrn

@@ -38,7 +38,7 @@ std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
 {
     std::vector<PluginCandidate> candidates;
     if (!chosen.empty()) {
-        candidates.push_back({"option --plugin", chosen, true});
+        candidates.push_back({"given file", chosen, true});
     }
     const QByteArray fromEnvironment = qgetenv(pluginVariable);
     if (!fromEnvironment.isEmpty()) {
@@ -132,13 +132,14 @@ std::string PluginInspection::remedy() const
     case PluginFault::None:
         return {};
     case PluginFault::NotFound:
-        return std::string("name the file with --plugin or ") + pluginVariable;
+        return std::string("name the file with the environment variable ") + pluginVariable;
     case PluginFault::OtherQt:
         return "build the plugin with the Qt that this program uses";
     case PluginFault::LoadFailed:
         return "install the libraries that it misses ('ldd " + path + "' lists them)";
     default:
-        return std::string("choose ") + fileName + " with --plugin or " + pluginVariable;
+        return std::string("choose ") + fileName + " with the environment variable " +
+               pluginVariable;
     }
 }
 

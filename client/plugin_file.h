@@ -15,7 +15,7 @@ inline constexpr const char* pluginVariable = "ZRNCAM_PLUGIN";
 
 /// One place where the driver plugin may lie.
 struct PluginCandidate {
-    std::string origin;    ///< why this place: "option --plugin", "build tree", ...
+    std::string origin;    ///< why this place: "given file", "build tree", ...
     std::string path;      ///< absolute path of the library file
     bool required = false; ///< the user named it, so nothing else may be taken in its stead
 };
@@ -61,7 +61,8 @@ struct PluginInspection {
     PluginFault fault = PluginFault::None;
     std::string message; ///< what is wrong, naming what was found and what was expected
 
-    /// What the user can do about the fault; empty without one.
+    /// What the user can do about the fault; empty without one. It ends with the variable's name
+    /// where another file is to be named, so that a program can add its own way of naming one.
     [[nodiscard]] std::string remedy() const;
 };
 

@@ -1,6 +1,7 @@
 #include "failures.h"
 
 #include "client/error.h"
+#include "client/plugin_file.h"
 #include "tool_error.h"
 
 namespace
@@ -28,6 +29,22 @@ ExitCode exitCodeFor(const zrn::Error& error)
     }
 }
 
+/// The command of this tool that helps a user on, to follow the library's advice.
+QString commandFor(const zrn::Error& error)
+{
+    const std::string& name = error.name();
+    if (name == "NoSuchSerial" || name == "NothingAtPort") {
+        return QStringLiteral("; 'zrncam list' shows them");
+    }
+    if (name == "NoSuchIndex") {
+        return QStringLiteral("; 'zrncam list' shows the cameras on the bus");
+    }
+    if (name == "OpenFailed" || name == "NoneFree") {
+        return QStringLiteral("; 'zrncam doctor' looks for the usual causes");
+    }
+    return {};
+}
+
 /// What a user of this tool can do, where the library's advice is for a program.
 QString hintOn(const zrn::Error& error)
 {
@@ -41,11 +58,19 @@ QString hintOn(const zrn::Error& error)
     case ErrorCode::SplitFailed:
         return QStringLiteral("memory may be short: end other programs, then try again");
     default:
-        return QString::fromStdString(error.remedy());
+        return withOption(error.remedy()) + commandFor(error);
     }
 }
 
 } // namespace
+
+QString withOption(const std::string& remedy)
+{
+    return QString::fromStdString(remedy) +
+           (QByteArray::fromStdString(remedy).endsWith(zrn::pluginVariable)
+                ? QStringLiteral(" or with --plugin")
+                : QString());
+}
 
 ExitCode reportFailures(Report& report, const std::function<ExitCode()>& run)
 {

@@ -81,6 +81,8 @@ TEST_F(PluginFile, EveryFaultHasANameAndARemedy)
         PluginInspection inspection;
         inspection.fault = fault;
         EXPECT_FALSE(inspection.remedy().empty()) << nameOf(fault);
+        EXPECT_THAT(inspection.remedy(), testing::Not(testing::HasSubstr("--")))
+            << "not every program has this option";
         EXPECT_THAT(names, testing::Not(testing::Contains(nameOf(fault))));
         names.emplace_back(nameOf(fault));
     }

@@ -117,6 +117,8 @@ TEST(ZrncamDoctor, NamesAPluginThatCannotBeUsed)
         ToolRun::of({"doctor", "--json", "--plugin", TEST_PLUGIN_DIR "/libwrong_iid.so"});
     EXPECT_EQ(result.exitCode, 8);
     EXPECT_EQ(verdictOn(result, "plugin"), QStringLiteral("problem"));
+    EXPECT_TRUE(result.output.contains("ZRNCAM_PLUGIN or with --plugin"))
+        << result.output.constData();
 }
 
 TEST(ZrncamVerify, FindsADriverThatDoesNotKeepTheContract)

@@ -236,6 +236,8 @@ TEST(ZrncamPlugin, AnUnusablePluginIsNamed)
     const ToolResult missing = ToolRun::of({"list", "--plugin", "/no/such/file.so", "--json"});
     EXPECT_EQ(missing.exitCode, 3);
     EXPECT_TRUE(missing.errors.contains("/no/such/file.so"));
+    EXPECT_TRUE(missing.errors.contains("ZRNCAM_PLUGIN or with --plugin"))
+        << missing.errors.constData();
 
     const ToolResult wrong =
         ToolRun::of({"list", "--plugin", TEST_PLUGIN_DIR "/libwrong_iid.so", "--json"});

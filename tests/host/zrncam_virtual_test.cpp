@@ -90,6 +90,17 @@ TEST(ZrncamVirtual, AnIndexPastTheEndIsNoCamera)
               "        indices go from 0 to 1; 'zrncam list' shows the cameras on the bus\n");
 }
 
+TEST(ZrncamVirtual, WhatIsNotOnTheBusIsShownByList)
+{
+    for (const QStringList& choice :
+         {QStringList{"--port", "9-9"}, QStringList{"--serial", "ZR404"}}) {
+        const ToolResult result = runVirtually(QStringList{"--virtual", "gain"} + choice);
+        EXPECT_EQ(result.exitCode, 4);
+        EXPECT_TRUE(result.errors.endsWith("; 'zrncam list' shows them\n"))
+            << result.errors.constData();
+    }
+}
+
 TEST(ZrncamVirtual, NobodyReadsTheLibrariesNotesWhoDidNotAsk)
 {
     const QStringList stream{

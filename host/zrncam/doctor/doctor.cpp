@@ -2,6 +2,7 @@
 
 #include "client/bus.h"
 #include "common/file_writer.h"
+#include "failures.h"
 #include "session.h"
 #include "tool_error.h"
 
@@ -82,7 +83,7 @@ ExitCode runDoctor(Context& context, const DoctorOptions& options)
         const QString subject = QString::fromStdString(finding.subject);
         const QString verdict = QLatin1String(zrn::verdictName(finding.verdict));
         const QString message = QString::fromStdString(finding.message);
-        QString remedy = QString::fromStdString(finding.remedy);
+        QString remedy = withOption(finding.remedy);
         list.append(QJsonObject{{QStringLiteral("subject"), subject},
                                 {QStringLiteral("verdict"), verdict},
                                 {QStringLiteral("message"), message},
