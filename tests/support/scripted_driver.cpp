@@ -284,6 +284,7 @@ public:
         }
         const ErrorCode answer = m_device->startAnswer;
         m_streaming = answer == ErrorCode::Success;
+        ++m_device->startCount;
         return answer;
     }
 

@@ -42,6 +42,7 @@ struct ScriptedDevice {
     std::atomic<bool> heldElsewhere = false;  ///< another program has it open
     std::atomic<int> openCount = 0;           ///< how often it was opened
     std::atomic<int> connectCount = 0;        ///< how often it was connected
+    std::atomic<int> startCount = 0;          ///< how often its stream was started
     std::atomic<int> connectMilliseconds = 0; ///< what that takes
     std::atomic<int> misreadings = 0;         ///< so many of the next openings give a wrong serial
     std::atomic<int> resets = 0;

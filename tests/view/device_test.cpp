@@ -3,11 +3,14 @@
 #include "made_up_frames.h"
 #include "scripted_driver.h"
 #include "zrnview/device/bench.h"
+#include "zrnview/device/camera_worker.h"
 #include "zrnview/device/player.h"
 
+#include <QDeadlineTimer>
 #include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
 #include <stdexcept>
@@ -520,6 +523,35 @@ private slots:
         QVERIFY(recording.isRecording());
         QCOMPARE(first->openCount.load(), 1);
         QCOMPARE(recording.health().counters.missing(), std::uint64_t{0});
+    }
+
+    void tellsNothingOfAStreamThatWasStopped()
+    {
+        const auto scripted = makeDevice("ZR1");
+        const auto driver = ScriptedFactory::driverFor({scripted});
+        zrn::BusCamera camera = driver->bus().camerasAndHolders().front();
+        camera.serial = driver->open(camera);
+        FrameStation station;
+        CameraWorker worker(station);
+        worker.connectTo(driver, camera);
+        worker.startStream();
+        // No event is taken while the stream tells of its restart.
+        const auto waitFor = [](const auto& condition) {
+            QDeadlineTimer end(patience);
+            while (!condition() && !end.hasExpired()) {
+                QThread::msleep(5);
+            }
+            return condition();
+        };
+        scripted->silent = true;
+        QVERIFY(waitFor([&] { return scripted->startCount == 2; }));
+        const quint32 last = scripted->frameNumber;
+        scripted->silent = false;
+        QVERIFY(waitFor([&] { return scripted->frameNumber > last + 2; }));
+        worker.stopStream();
+        const QSignalSpy answers(&worker, &CameraWorker::answered);
+        QCoreApplication::processEvents();
+        QVERIFY(answers.isEmpty());
     }
 
     void recordsEveryFrameByteForByte()

@@ -141,9 +141,12 @@ void CameraWorker::welcome()
 
 void CameraWorker::note(const zrn::StreamEvent& event)
 {
+    if (!m_stream) {
+        return; // it was stopped while the event was on its way
+    }
     using Kind = zrn::StreamEvent::Kind;
     m_health.refusal = QString::fromStdString(event.reason);
-    if (event.kind == Kind::Back && m_stream) {
+    if (event.kind == Kind::Back) {
         welcome();
         watch();
     } else if (event.kind == Kind::Restarted) {
