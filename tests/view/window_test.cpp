@@ -1,6 +1,7 @@
 #include "client/property_table.h"
 #include "client/recording.h"
 #include "clipping.h"
+#include "file_size_limit.h"
 #include "scripted_driver.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/device/camera_device.h"
@@ -24,6 +25,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QRegularExpression>
 #include <QSlider>
 #include <QTabBar>
 #include <QTableView>
@@ -674,6 +676,17 @@ private slots:
             playback.notice().what().contains(QStringLiteral("as they were recorded")), patience);
         test.window.closeRecording(playback);
         QVERIFY(test.window.recordings().empty());
+    }
+
+    void aRecordingThatEndsEarlyTellsWhatItLost()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        const FileSizeLimit limit(20000);
+        test.panel().recordButton().click();
+        const QRegularExpression loss(
+            QStringLiteral("ended early: .*[1-9][0-9]* frames not written"));
+        QTRY_VERIFY_WITH_TIMEOUT(test.panel().recordStrip().text().contains(loss), patience);
     }
 
     void aFolderThatCannotBeWrittenIsNamed()

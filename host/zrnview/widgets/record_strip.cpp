@@ -133,9 +133,10 @@ void RecordStrip::showFinished(const zrn::RecordingProgress& progress)
     const QString outcome =
         progress.error.empty()
             ? tr("<b>Recorded</b>")
-            : tr("<font color='%1'><b>The recording ended early: %2.</b></font> Kept:")
-                  .arg(colours.fault.name(),
-                       QString::fromStdString(progress.error).toHtmlEscaped());
+            : tr("<font color='%1'><b>The recording ended early: %2.</b></font> %3 frames not "
+                 "written. Kept:")
+                  .arg(colours.fault.name(), QString::fromStdString(progress.error).toHtmlEscaped())
+                  .arg(progress.unwritten);
     m_text->setText(
         tr("%1 %2 frames, %3 missing, %4 in %5")
             .arg(outcome)
