@@ -1,6 +1,7 @@
 #include "soak_stream.h"
 
 #include "random.h"
+#include "stream_account.h"
 
 #include <stdexcept>
 
@@ -22,12 +23,6 @@ const char* nameOf(zrn::QueuePolicy policy)
         break;
     }
     return "block";
-}
-
-bool hasTrailer(const SentFrame& frame, std::uint64_t trailer)
-{
-    const int unknownBits = 32 - zrn::knownFrameNumberBits(trailer);
-    return (frame.number ^ static_cast<std::uint32_t>(trailer)) << unknownBits == 0;
 }
 
 } // namespace
@@ -91,32 +86,7 @@ void SoakStream::note(const zrn::Frame& frame)
 
 Outcomes SoakStream::settle(const std::vector<SentFrame>& sent) const
 {
-    Outcomes outcomes;
-    std::uint64_t taken = 0;
-    auto frame = sent.begin();
-    for (const std::uint64_t trailer : m_taken) {
-        while (frame != sent.end() && !hasTrailer(*frame, trailer)) {
-            ++frame;
-        }
-        if (frame == sent.end()) {
-            break;
-        }
-        ++frame;
-        ++taken;
-    }
-    const std::uint64_t dropped = m_counters.lost.queue;
-    outcomes[m_policy + "taken"] = taken;
-    outcomes[m_policy + "dropped from the queue"] = dropped;
-    if (taken < m_taken.size()) {
-        outcomes["unexplained: taken, but not sent"] = m_taken.size() - taken;
-    }
-    if (m_counters.frames != m_taken.size() + dropped) {
-        outcomes["unexplained: grabbed, but neither taken nor dropped"] = 1;
-    }
-    if (taken + dropped <= sent.size()) {
-        outcomes[m_policy + "lost before the library"] = sent.size() - taken - dropped;
-    }
-    return outcomes;
+    return soak::settle({m_policy, m_taken, m_counters.frames, m_counters.lost.queue}, sent);
 }
 
 } // namespace soak
