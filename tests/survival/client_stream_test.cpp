@@ -67,6 +67,17 @@ protected:
         EXPECT_TRUE(!sent.hasB || std::ranges::equal(frame.image('B')->pixels(), sent.b));
     }
 
+    /// The number of a frame, as the camera gave it.
+    std::uint32_t sentNumber(const Frame& frame)
+    {
+        const std::uint64_t trailer = frame.images().front().trailer();
+        const auto request =
+            bus.sentFrame(static_cast<std::uint32_t>(trailer),
+                          static_cast<unsigned>(zrn::knownFrameNumberBits(trailer)));
+        EXPECT_TRUE(request) << "the camera sent no frame with trailer " << std::hex << trailer;
+        return request ? request->frameNumber : 0;
+    }
+
     /// Takes frames until there is an event of this kind. @return whether there was one
     static bool waitForEvent(zrn::Stream& stream, StreamEvent::Kind kind)
     {
@@ -176,6 +187,7 @@ class SlowConsumer : public ClientStream, public testing::WithParamInterface<Que
 
 TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
 {
+    const std::uint64_t sentBefore = bus.counter("framesStarted");
     zrn::Stream stream(camera, {.policy = GetParam(), .capacity = 4});
     std::uint64_t taken = 0;
     std::uint32_t last = 0;
@@ -184,6 +196,25 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
         last = frame.step.number;
         ++taken;
     };
+    /// The account of all frames up to one that was taken, and the number of that.
+    struct Account {
+        zrn::StreamCounters counters;
+        std::uint32_t number = 0;
+    };
+    const auto takeAll = [&] {
+        Account account;
+        do {
+            const std::optional<Frame> frame = stream.next(patience);
+            if (!frame) {
+                ADD_FAILURE() << "no frame";
+                break;
+            }
+            take(*frame);
+            account = {stream.counters(), sentNumber(*frame)};
+        } while (account.counters.frames != taken + account.counters.lost.queue);
+        return account;
+    };
+    const Account begin = takeAll();
     for (int i = 0; i < 10; ++i) {
         const std::optional<Frame> frame = stream.next(longestWait);
         ASSERT_TRUE(frame);
@@ -191,6 +222,8 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
         std::this_thread::sleep_for(100ms);
         expectExact(*frame);
     }
+    const Account end = takeAll();
+    std::this_thread::sleep_for(600ms); // the end finds the queue full
     stream.stop();
     while (const std::optional<Frame> frame = stream.next(0ms)) {
         take(*frame);
@@ -203,6 +236,18 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
         EXPECT_GT(counters.lost.queue, 10U);
     }
     EXPECT_EQ(counters.unusable, 0U);
+
+    const std::vector<SentFrame> sent = bus.sentFrames(sentBefore);
+    const auto sentBetween = std::ranges::count_if(sent, [&](const SentFrame& frame) {
+        const std::uint32_t number = frame.request.frameNumber;
+        return number > begin.number && number <= end.number;
+    });
+    EXPECT_EQ(end.counters.frames - begin.counters.frames + end.counters.missing() -
+                  begin.counters.missing(),
+              static_cast<std::uint64_t>(sentBetween));
+    if (GetParam() == QueuePolicy::Block) {
+        EXPECT_GT(end.counters.lost.ring, begin.counters.lost.ring);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryPolicy, SlowConsumer,
