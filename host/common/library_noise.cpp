@@ -31,10 +31,8 @@ ssize_t pass(void*, const char* bytes, std::size_t size)
 
 } // namespace
 
-void silenceLibraries()
+void silenceLibuvc()
 {
-    QLoggingCategory::setFilterRules(
-        QStringLiteral("*.debug=false\n*.info=false\nZRNCamera=false"));
     std::FILE* const filtered = ::fopencookie(
         nullptr, "w", {.read = nullptr, .write = pass, .seek = nullptr, .close = nullptr});
     if (filtered) {
@@ -42,6 +40,13 @@ void silenceLibraries()
         std::setvbuf(filtered, nullptr, _IONBF, 0);
         stderr = filtered;
     }
+}
+
+void silenceLibraries()
+{
+    QLoggingCategory::setFilterRules(
+        QStringLiteral("*.debug=false\n*.info=false\nZRNCamera=false"));
+    silenceLibuvc();
 }
 
 } // namespace zrnhost

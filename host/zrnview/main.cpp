@@ -1,4 +1,5 @@
 #include "client/error.h"
+#include "common/library_noise.h"
 #include "common/virtual_run.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/widgets/main_window.h"
@@ -28,6 +29,7 @@ struct Options {
     std::string theme = "system";
     std::optional<int> cameras;
     bool stopped = false;
+    bool verbose = false;
     std::vector<std::string> recordings;
 };
 
@@ -42,6 +44,8 @@ void addOptions(CLI::App& app, Options& options)
         ->type_name("DIR");
     app.add_option("--theme", options.theme, "Colours: system, light or dark")
         ->check(CLI::IsMember({"system", "light", "dark"}));
+    app.add_flag("-v,--verbose", options.verbose,
+                 "Show everything that the driver prints and logs");
     app.add_option("--virtual", options.virtualModels,
                    "Run on a virtual camera of this model, or the default one; repeat for more")
         ->type_name("[MODEL]")
@@ -85,11 +89,15 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
 
+    if (!options.verbose) {
+        // The window shows what the driver logs as critical.
+        QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
+        zrnhost::silenceLibuvc();
+    }
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     const QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("zrnview"));
-    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
 
     zrnview::Bench bench([&options] { return zrn::Driver::load(options.plugin); });
     zrnview::WindowOptions windowOptions;

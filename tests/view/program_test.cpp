@@ -22,18 +22,21 @@ public:
     {
         arguments << QStringLiteral("--plugin") << QStringLiteral(ZRN_PLUGIN_PATH);
         arguments << QStringLiteral("--folder") << m_folder.path();
-        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_process.start(QStringLiteral(ZRNVIEW_PATH), arguments);
     }
-    ~Viewer()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
+    ~Viewer() { end(); }
     Viewer(const Viewer&) = delete;
     Viewer& operator=(const Viewer&) = delete;
 
     bool isRunning() const { return m_process.state() == QProcess::Running; }
+
+    /// Ends it. @return what was printed on its standard error
+    QByteArray end()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+        return m_process.readAllStandardError();
+    }
 
 private:
     QTemporaryDir m_folder;
@@ -82,6 +85,20 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(framesOf(first) > before + 5, patience);
         QTRY_VERIFY_WITH_TIMEOUT(framesOf(second) > beforeToo + 5, patience);
         QVERIFY(viewer.isRunning());
+    }
+
+    void showsWhatLibuvcPrintsToThoseWhoAsk()
+    {
+        VirtualCamera first(0);
+        VirtualCamera second(1);
+        const auto sent = [&] { return framesOf(first) + framesOf(second); };
+        for (const bool isAsked : {false, true}) {
+            const qint64 before = sent();
+            Viewer viewer(isAsked ? QStringList{QStringLiteral("-v")} : QStringList());
+            QTRY_VERIFY_WITH_TIMEOUT(sent() > before + 5, patience);
+            const QByteArray errors = viewer.end();
+            QVERIFY2(errors.contains("attempt to claim") == isAsked, errors.constData());
+        }
     }
 
     void refusesOptionsThatItDoesNotKnow()
