@@ -277,7 +277,7 @@ void Camera::connectEnumerated()
     using Kind = Error::Kind;
     if (!m_choice.port.empty()) {
         throw Error(Kind::NoCamera, "NoPorts", "this driver cannot open a camera by its port",
-                    "choose it by --serial or --index");
+                    "choose it by its serial or its index");
     }
     // Closes what is open, hence not for a second camera.
     const int count = m_driver->openAllOnce();
@@ -294,8 +294,7 @@ void Camera::connectEnumerated()
         throw Error(Kind::NoCamera, "NoSuchIndex",
                     "there is no camera " + std::to_string(index) +
                         "; cameras found: " + std::to_string(count),
-                    "indices go from 0 to " + std::to_string(count - 1) +
-                        "; 'zrncam list' shows the cameras");
+                    "indices go from 0 to " + std::to_string(count - 1));
     }
     check((*m_object)->connectDeviceByIndex(index),
           "connecting to camera " + std::to_string(index));
