@@ -187,7 +187,6 @@ class SlowConsumer : public ClientStream, public testing::WithParamInterface<Que
 
 TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
 {
-    const std::uint64_t sentBefore = bus.counter("framesStarted");
     zrn::Stream stream(camera, {.policy = GetParam(), .capacity = 4});
     std::uint64_t taken = 0;
     std::uint32_t last = 0;
@@ -237,14 +236,10 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
     }
     EXPECT_EQ(counters.unusable, 0U);
 
-    const std::vector<SentFrame> sent = bus.sentFrames(sentBefore);
-    const auto sentBetween = std::ranges::count_if(sent, [&](const SentFrame& frame) {
-        const std::uint32_t number = frame.request.frameNumber;
-        return number > begin.number && number <= end.number;
-    });
+    // A camera that is starved passes over numbers, too.
     EXPECT_EQ(end.counters.frames - begin.counters.frames + end.counters.missing() -
                   begin.counters.missing(),
-              static_cast<std::uint64_t>(sentBetween));
+              end.number - begin.number);
     if (GetParam() == QueuePolicy::Block) {
         EXPECT_GT(end.counters.lost.ring, begin.counters.lost.ring);
     }
