@@ -392,8 +392,10 @@ TEST_F(StreamTest, NothingIsCalledAfterAnEventsCallbackDestroyedItsStream)
         options.onEvent = [&](const StreamEvent& event) {
             callsAfter += isOver ? 1 : 0;
             if (event.kind == last) {
-                const std::lock_guard lock(mutex);
-                stream.reset();
+                {
+                    const std::lock_guard lock(mutex);
+                    stream.reset();
+                }
                 isOver = true;
             }
         };
