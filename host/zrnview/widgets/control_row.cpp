@@ -33,7 +33,7 @@ ControlRow::ControlRow(Setting setting, QGridLayout& grid, QWidget* parent)
     , m_info(infoOf(setting))
     , m_label(new QLabel(QString::fromUtf8(m_info.label), parent))
     , m_slider(new QSlider(Qt::Horizontal, parent))
-    , m_field(new QSpinBox(parent))
+    , m_field(new NumberField(parent))
     , m_readBack(new QLabel(parent))
     , m_message(new QLabel(parent))
     , m_minimum(m_info.minimum)
@@ -53,7 +53,6 @@ ControlRow::ControlRow(Setting setting, QGridLayout& grid, QWidget* parent)
     m_slider->setAccessibleName(m_label->text());
     m_slider->setMinimumWidth(m_label->fontMetrics().averageCharWidth() * 12);
     m_field->setAccessibleName(m_label->text());
-    m_field->setKeyboardTracking(false);
     m_field->setGroupSeparatorShown(true);
     // Rows of different groups stand in one line.
     m_label->setMinimumWidth(m_label->fontMetrics().horizontalAdvance(tr("Sharpness ")));
@@ -75,10 +74,24 @@ ControlRow::ControlRow(Setting setting, QGridLayout& grid, QWidget* parent)
     grid.addWidget(m_message, row + 1, 0, 1, 4);
     setRange(m_info.minimum, m_info.maximum);
 
-    connect(m_slider, &QSlider::valueChanged, this,
-            [this](int position) { ask(valueAt(position)); });
+    connect(m_slider, &QSlider::valueChanged, this, [this](int position) {
+        m_limitNote.clear();
+        ask(valueAt(position));
+    });
     connect(m_field, qOverload<int>(&QSpinBox::valueChanged), this,
             [this](int value) { ask(value); });
+    const auto noteLimit = [this](const QString& note) {
+        m_limitNote = note;
+        showMessage();
+    };
+    connect(m_field, &NumberField::limited, this, noteLimit);
+    connect(m_field, &NumberField::edited, this, [noteLimit] { noteLimit(QString()); });
+    connect(m_field, &NumberField::cancelled, this, [this] {
+        if (m_shown && m_shown->readCode == ErrorCode::Success) {
+            place(m_shown->value, true);
+        }
+    });
+    connect(m_field, &NumberField::finished, this, &ControlRow::finished);
 }
 
 void ControlRow::setRange(qint64 minimum, qint64 maximum)
@@ -128,18 +141,26 @@ void ControlRow::show(const SettingReading& reading)
             place(reading.value, reading.written || !m_field->hasFocus());
         }
     }
+    showMessage();
+}
+
+void ControlRow::showMessage()
+{
+    const Colours colours = coloursFor(m_label->palette());
+    const SettingReading reading = m_shown.value_or(SettingReading());
     const ErrorCode code =
         reading.writeCode != ErrorCode::Success ? reading.writeCode : reading.readCode;
-    m_message->setVisible(code != ErrorCode::Success);
     if (code == ErrorCode::Success) {
-        m_message->clear();
-        return;
+        m_message->setText(m_limitNote);
+        setTextColour(*m_message, colours.attention);
+    } else {
+        const QString what = reading.writeCode != ErrorCode::Success
+                                 ? tr("%1 was refused").arg(QLocale().toString(reading.wanted))
+                                 : tr("Reading failed");
+        m_message->setText(explained(what, code));
+        setTextColour(*m_message, colours.fault);
     }
-    const QString what = reading.writeCode != ErrorCode::Success
-                             ? tr("%1 was refused").arg(QLocale().toString(reading.wanted))
-                             : tr("Reading failed");
-    m_message->setText(explained(what, code));
-    setTextColour(*m_message, colours.fault);
+    m_message->setVisible(!m_message->text().isEmpty());
 }
 
 bool ControlRow::eventFilter(QObject* watched, QEvent* event)

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "zrnview/device/camera_reports.h"
+#include "zrnview/widgets/number_field.h"
 
 #include <QLabel>
 #include <QSlider>
-#include <QSpinBox>
 
 #include <optional>
 
@@ -13,8 +13,8 @@ class QGridLayout;
 namespace zrnview
 {
 
-/// One setting with slider, number field and what the camera read back. A refused value is
-/// explained below the row, and the field goes back to what the camera holds.
+/// One setting with slider, number field and what the camera read back. A value that was refused,
+/// or outside of the range, is explained below the row, and the field shows what the camera holds.
 class ControlRow : public QObject
 {
     Q_OBJECT
@@ -31,7 +31,7 @@ public:
     /// Shows what the camera answered.
     void show(const SettingReading& reading);
 
-    QSpinBox& field() { return *m_field; }
+    NumberField& field() { return *m_field; }
     QSlider& slider() { return *m_slider; }
     QString readBack() const { return m_readBack->text(); }
     QString message() const { return m_message->text(); }
@@ -40,6 +40,8 @@ signals:
     void requested(zrnview::Setting setting, qint64 value);
     /// The user turns to this row, or leaves it.
     void pointedAt(zrnview::Setting setting, bool pointed);
+    /// The input into the field has ended.
+    void finished();
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -49,14 +51,16 @@ private:
     qint64 valueAt(int position) const;
     void place(qint64 value, bool intoField);
     void ask(qint64 value);
+    void showMessage();
 
     const SettingInfo& m_info;
     std::optional<SettingReading> m_shown;
     QLabel* m_label;
     QSlider* m_slider;
-    QSpinBox* m_field;
+    NumberField* m_field;
     QLabel* m_readBack;
     QLabel* m_message;
+    QString m_limitNote; // on a number outside of the range, until the next input
     qint64 m_minimum;
     qint64 m_sliderMaximum;
     bool m_logarithmic = false;

@@ -41,6 +41,7 @@ ControlsPanel::ControlsPanel(CameraDevice& device, QWidget* parent)
         m_rows[setting] = row;
         connect(row, &ControlRow::requested, this,
                 [this](Setting which, qint64 value) { m_device.set(which, value); });
+        connect(row, &ControlRow::finished, this, &ControlsPanel::finished);
         connect(row, &ControlRow::pointedAt, this, [this](Setting which, bool pointed) {
             m_carriers->preview(pointed ? std::optional(which) : std::nullopt);
         });

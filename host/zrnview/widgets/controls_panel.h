@@ -23,6 +23,10 @@ public:
     CarrierView& carrierView() { return *m_carriers; }
     QPushButton& resetButton() { return *m_reset; }
 
+signals:
+    /// The input into a field has ended.
+    void finished();
+
 private:
     void askForReset();
     void updateRanges();

@@ -38,6 +38,7 @@ FramePanel::FramePanel(FrameStation& station, QWidget* parent)
            "the newest frame is taken first"));
     m_latency->setToolTip(tr("Blue: from a frame's arrival here until it is on the screen. "
                              "Orange: how long the grab waited for it and unpacked it."));
+    m_latency->setLegend(tr("to the screen"), tr("in the grab"));
 
     auto* plots = new QHBoxLayout;
     for (RunningPlot* plot : {m_number, m_rate, m_missing}) {

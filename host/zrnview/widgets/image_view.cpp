@@ -70,6 +70,7 @@ void ImageView::setTransform(const ViewTransform& transform)
     m_transform = transform;
     updateSizes();
     update();
+    emit scaleChanged();
 }
 
 void ImageView::fit()
@@ -103,13 +104,18 @@ QSize ImageView::minimumSizeHint() const
 void ImageView::updateSizes()
 {
     if (m_picture) {
+        const double before = m_transform.scale();
         m_transform.setSizes(m_picture->pyramid.size(), QSizeF(size()) * devicePixelRatioF());
+        if (m_transform.scale() != before) {
+            emit scaleChanged();
+        }
     }
 }
 
 void ImageView::changed()
 {
     update();
+    emit scaleChanged();
     emit transformChanged(m_transform);
 }
 

@@ -38,6 +38,9 @@ public:
     QSize minimumSizeHint() const override;
 
 signals:
+    /// The scale is another one, whether the user or the view's size changed it.
+    void scaleChanged();
+    /// The user zoomed or panned.
     void transformChanged(const zrnview::ViewTransform& transform);
     /// @param pixel nothing when the pointer is not over the image
     void hovered(const std::optional<QPoint>& pixel);

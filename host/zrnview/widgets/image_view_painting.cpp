@@ -42,6 +42,7 @@ void ImageView::paintEvent(QPaintEvent*)
     }
     paintCaption(painter);
     if (hasFocus()) {
+        painter.setBrush(Qt::NoBrush);
         painter.setPen(QPen(palette().color(QPalette::Highlight), 2));
         painter.drawRect(rect().adjusted(1, 1, -1, -1));
     }

@@ -6,6 +6,8 @@
 #include "zrnview/widgets/camera_panel.h"
 #include "zrnview/widgets/explanation.h"
 #include "zrnview/widgets/frame_panel.h"
+#include "zrnview/widgets/image_view.h"
+#include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/playback_panel.h"
 #include "zrnview/widgets/record_strip.h"
 #include "zrnview/widgets/side_panel.h"
@@ -75,6 +77,11 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
             if (&panel->device() == device) {
                 activate(*panel);
             }
+        }
+    });
+    connect(m_side, &SidePanel::inputFinished, this, [this] {
+        if (m_active) {
+            m_active->frames().panes().view(0).setFocus();
         }
     });
     connect(&m_snapshots, &Snapshots::written, this, [this](const QStringList& paths) {

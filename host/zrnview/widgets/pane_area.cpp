@@ -83,6 +83,7 @@ PaneArea::PaneArea(QWidget* parent)
 
     connectView(*m_left, *m_right);
     connectView(*m_right, *m_left);
+    connect(m_left, &ImageView::scaleChanged, this, &PaneArea::showZoom);
     m_blink.setInterval(blinkPeriod);
     connect(&m_blink, &QTimer::timeout, this, [this] {
         m_blinkShowsB = !m_blinkShowsB;
@@ -168,10 +169,7 @@ void PaneArea::changeEvent(QEvent* event)
 void PaneArea::connectView(ImageView& view, ImageView& other)
 {
     connect(&view, &ImageView::transformChanged, this,
-            [this, &other](const ViewTransform& transform) {
-                other.setTransform(transform);
-                showZoom();
-            });
+            [this, &other](const ViewTransform& transform) { other.setTransform(transform); });
     connect(&view, &ImageView::hovered, this, [this](const std::optional<QPoint>& pixel) {
         m_hovered = pixel;
         m_left->setCross(pixel);
@@ -187,7 +185,6 @@ void PaneArea::show(const std::shared_ptr<const Display>& display)
     arrange();
     chooseDirection();
     showPixel();
-    showZoom();
 }
 
 void PaneArea::setPlaceholder(const QString& text)

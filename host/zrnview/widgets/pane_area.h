@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QBoxLayout>
+#include <QLabel>
 #include <QPoint>
 #include <QTimer>
 #include <QWidget>
@@ -10,7 +11,6 @@
 #include <optional>
 
 class QActionGroup;
-class QLabel;
 class QToolBar;
 
 namespace zrnview
@@ -41,6 +41,8 @@ public:
     int amplification() const;
     void setAmplification(int factor);
     ImageView& view(int index) { return *(index == 0 ? m_left : m_right); }
+    /// The scale of the images, as the tools show it.
+    QString zoomText() const { return m_zoom->text(); }
     /// Whether B stands below A, because both are shown larger so.
     bool isStacked() const { return m_views->direction() == QBoxLayout::TopToBottom; }
 

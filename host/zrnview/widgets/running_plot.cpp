@@ -57,6 +57,13 @@ void RunningPlot::setHeadline(const QString& text, Tone tone)
     }
 }
 
+void RunningPlot::setLegend(const QString& first, const QString& second)
+{
+    m_legend[0] = first;
+    m_legend[1] = second;
+    update();
+}
+
 QSize RunningPlot::sizeHint() const
 {
     return {fontMetrics().averageCharWidth() * 24, fontMetrics().height() * 5};
@@ -95,6 +102,7 @@ void RunningPlot::paintEvent(QPaintEvent*)
         painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));
     }
     if (m_lines[0].isEmpty() && m_lines[1].isEmpty()) {
+        paintLegend(painter, area);
         return;
     }
 
@@ -107,6 +115,21 @@ void RunningPlot::paintEvent(QPaintEvent*)
     painter.setFont(smallFont(font()));
     painter.drawText(area.adjusted(space, 1, -space, -1), Qt::AlignLeft | Qt::AlignTop,
                      locale().toString(scale.top, 'g', 10));
+    paintLegend(painter, area);
+}
+
+void RunningPlot::paintLegend(QPainter& painter, const QRectF& area) const
+{
+    const Colours colours = coloursFor(palette());
+    painter.setFont(smallFont(font()));
+    const double line = QFontMetricsF(painter.font()).height();
+    QRectF box = area.adjusted(0, 1, -fontMetrics().averageCharWidth() / 2.0, 0);
+    for (const int index : {0, 1}) {
+        box.setHeight(line);
+        painter.setPen(index == 0 ? colours.imageA : colours.imageB);
+        painter.drawText(box, Qt::AlignRight | Qt::AlignVCenter, m_legend[index]);
+        box.translate(0, line);
+    }
 }
 
 void RunningPlot::paintHead(QPainter& painter, const QRect& head) const

@@ -32,6 +32,8 @@ public:
     /// Current value as text, with its unit.
     void setHeadline(const QString& text, Tone tone = Tone::Normal);
     QString headline() const { return m_headline; }
+    /// Names the two lines in their colours.
+    void setLegend(const QString& first, const QString& second);
     const Series& series(int line) const { return m_lines[line]; }
 
     QSize sizeHint() const override;
@@ -47,12 +49,14 @@ private:
     };
     Scale scaleOf() const;
     void paintHead(QPainter& painter, const QRect& head) const;
+    void paintLegend(QPainter& painter, const QRectF& area) const;
     void paintLine(QPainter& painter, const QRectF& area, const Scale& scale, const Series& line,
                    const QColor& colour) const;
 
     QString m_title;
     Style m_style;
     QString m_headline;
+    QString m_legend[2];
     Tone m_tone = Tone::Normal;
     QTimer m_repaint;
     Series m_lines[2] = {Series(spanSeconds), Series(spanSeconds)};

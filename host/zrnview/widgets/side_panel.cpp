@@ -59,8 +59,12 @@ void SidePanel::showDevice(CameraDevice* device)
     delete m_controlsArea->takeWidget();
     delete m_streamArea->takeWidget();
     if (device) {
-        m_controlsArea->setWidget(new ControlsPanel(*device));
-        m_streamArea->setWidget(new StreamPanel(*device));
+        auto* controls = new ControlsPanel(*device);
+        auto* stream = new StreamPanel(*device);
+        connect(controls, &ControlsPanel::finished, this, &SidePanel::inputFinished);
+        connect(stream, &StreamPanel::finished, this, &SidePanel::inputFinished);
+        m_controlsArea->setWidget(controls);
+        m_streamArea->setWidget(stream);
         m_propertyArea->addWidget(new PropertyTable(*device));
     }
     m_controlsArea->updateGeometry();

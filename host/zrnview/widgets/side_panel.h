@@ -44,6 +44,10 @@ public:
     PropertyTable* properties() const;
     EventLog& events() { return *m_events; }
 
+signals:
+    /// The input into a field of the camera has ended.
+    void inputFinished();
+
 private:
     ColumnScroll* m_controlsArea;
     ColumnScroll* m_streamArea;

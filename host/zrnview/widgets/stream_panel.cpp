@@ -27,8 +27,8 @@ StreamPanel::StreamPanel(CameraDevice& device, QWidget* parent)
     , m_device(device)
     , m_oldest(new QRadioButton(tr("&Oldest first: every frame, in order"), this))
     , m_newest(new QRadioButton(tr("&Newest first: least delay, leaves frames out"), this))
-    , m_cache(new QSpinBox(this))
-    , m_timeout(new QSpinBox(this))
+    , m_cache(new NumberField(this))
+    , m_timeout(new NumberField(this))
     , m_exposureCheck(new QCheckBox(tr("Verify &exposure after writing"), this))
     , m_gainCheck(new QCheckBox(tr("Verify &gain after writing"), this))
     , m_discard(new QPushButton(tr("&Discard cached frames"), this))
@@ -79,13 +79,11 @@ QWidget* StreamPanel::makeCache()
     auto* form = new QFormLayout(group);
     m_cache->setRange(1, maximumCache);
     m_cache->setSuffix(tr(" frames"));
-    m_cache->setKeyboardTracking(false);
     m_cache->setToolTip(tr("How many frames the driver keeps. Can be changed only while the stream "
                            "is stopped."));
     m_timeout->setRange(0, std::numeric_limits<int>::max());
     m_timeout->setSingleStep(timeoutStep);
     m_timeout->setSuffix(tr(" ms"));
-    m_timeout->setKeyboardTracking(false);
     m_timeout->setToolTip(tr("How long a grab waits for a frame before it gives up"));
     form->addRow(tr("&Size"), m_cache);
     form->addRow(tr("Grab &timeout"), m_timeout);
@@ -94,6 +92,15 @@ QWidget* StreamPanel::makeCache()
             [this](int value) { m_device.set(Setting::CacheFrames, value); });
     connect(m_timeout, qOverload<int>(&QSpinBox::valueChanged), this,
             [this](int value) { m_device.set(Setting::GrabTimeout, value); });
+    for (NumberField* field : {m_cache, m_timeout}) {
+        connect(field, &NumberField::finished, this, &StreamPanel::finished);
+        const auto noteLimit = [this](const QString& note) {
+            m_limitNote = note;
+            tell(note, coloursFor(palette()).attention);
+        };
+        connect(field, &NumberField::limited, this, noteLimit);
+        connect(field, &NumberField::edited, this, [noteLimit] { noteLimit(QString()); });
+    }
     connect(m_discard, &QPushButton::clicked, this, [this] { m_device.discardFrames(); });
     return group;
 }
@@ -157,12 +164,22 @@ void StreamPanel::explain(const SettingReading& reading)
     if (!reading.written) {
         return;
     }
-    m_message->setVisible(reading.writeCode != ErrorCode::Success);
-    setTextColour(*m_message, coloursFor(palette()).fault);
-    m_message->setText(explained(tr("%1 %2 was refused")
-                                     .arg(QString::fromUtf8(infoOf(reading.setting).label))
-                                     .arg(reading.wanted),
-                                 reading.writeCode));
+    if (reading.writeCode == ErrorCode::Success) {
+        tell(m_limitNote, coloursFor(palette()).attention);
+        return;
+    }
+    tell(explained(tr("%1 %2 was refused")
+                       .arg(QString::fromUtf8(infoOf(reading.setting).label))
+                       .arg(reading.wanted),
+                   reading.writeCode),
+         coloursFor(palette()).fault);
+}
+
+void StreamPanel::tell(const QString& text, const QColor& colour)
+{
+    setTextColour(*m_message, colour);
+    m_message->setText(text);
+    m_message->setVisible(!text.isEmpty());
 }
 
 void StreamPanel::updateHealth()

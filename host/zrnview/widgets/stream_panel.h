@@ -1,12 +1,12 @@
 #pragma once
 
 #include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/number_field.h"
 
 #include <QCheckBox>
 #include <QLabel>
 #include <QPushButton>
 #include <QRadioButton>
-#include <QSpinBox>
 
 namespace zrnview
 {
@@ -22,14 +22,18 @@ public:
 
     QRadioButton& oldestButton() { return *m_oldest; }
     QRadioButton& newestButton() { return *m_newest; }
-    QSpinBox& cacheField() { return *m_cache; }
-    QSpinBox& timeoutField() { return *m_timeout; }
+    NumberField& cacheField() { return *m_cache; }
+    NumberField& timeoutField() { return *m_timeout; }
     QCheckBox& checkBox(Setting setting)
     {
         return setting == Setting::ExposureCheck ? *m_exposureCheck : *m_gainCheck;
     }
     QPushButton& discardButton() { return *m_discard; }
     QString message() const { return m_message->text(); }
+
+signals:
+    /// The input into a field has ended.
+    void finished();
 
 private:
     QWidget* makeOrder();
@@ -38,17 +42,19 @@ private:
     QWidget* makeAccount();
     void show(const SettingReading& reading);
     void explain(const SettingReading& reading);
+    void tell(const QString& text, const QColor& colour);
     void updateHealth();
 
     CameraDevice& m_device;
     QRadioButton* m_oldest;
     QRadioButton* m_newest;
-    QSpinBox* m_cache;
-    QSpinBox* m_timeout;
+    NumberField* m_cache;
+    NumberField* m_timeout;
     QCheckBox* m_exposureCheck;
     QCheckBox* m_gainCheck;
     QPushButton* m_discard;
     QLabel* m_message;
+    QString m_limitNote; // on a number outside of a range, until the next input
     QLabel* m_account;
 };
 
