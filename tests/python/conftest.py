@@ -3,6 +3,7 @@
 import os
 import subprocess
 import sys
+import time
 
 import pytest
 
@@ -20,6 +21,12 @@ def bus():
         except zrncamera.ZrnError:
             pass  # it is plugged in
         bus.command("clear_faults", camera=camera)
+
+
+@pytest.fixture(autouse=True)
+def patience(monkeypatch):
+    """A busy machine takes its time for a frame; the tests that wait in vain say for how long."""
+    monkeypatch.setattr("zrncamera._stream._SLACK", 30.0)
 
 
 @pytest.fixture
@@ -64,6 +71,13 @@ def run(start):
         return output
 
     return complete
+
+
+def wait_until(condition, seconds=20):
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end
+        time.sleep(0.02)
 
 
 def without_virtual_cameras():

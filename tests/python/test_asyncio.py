@@ -20,7 +20,7 @@ def test_frames_and_other_tasks(camera):
         with camera.stream() as stream:
             async for frame in stream:
                 frames.append(frame)
-                if len(frames) == 10:
+                if len(frames) >= 10 and len(ticks) > 5 or len(frames) == 300:
                     break
         ticker.cancel()
         return frames, len(ticks)
@@ -33,7 +33,7 @@ def test_frames_and_other_tasks(camera):
 def test_timeout_and_cancelling(camera, bus):
     async def main():
         with camera.stream(timeout=0.2) as stream:
-            await anext(stream)
+            await asyncio.to_thread(stream.next, 20)
             bus.command("freeze")
             with pytest.raises(zrncamera.GrabTimeout):
                 async for frame in stream:
@@ -55,11 +55,12 @@ def test_events(camera, bus):
             await anext(stream)
             bus.unplug()
             async for item in stream:
-                if isinstance(item, zrncamera.Event):
-                    kinds.append(item.kind)
-                    if item.kind == "lost":
-                        bus.plug()
-                    if item.kind == "back":
-                        return kinds
+                if not isinstance(item, zrncamera.Event) or item.kind == "refused":
+                    continue  # it may be refused for a moment, by a bus that is still at work
+                kinds.append(item.kind)
+                if item.kind == "lost":
+                    bus.plug()
+                if item.kind == "back":
+                    return kinds
 
     assert asyncio.run(asyncio.wait_for(main(), 60)) == ["lost", "back"]

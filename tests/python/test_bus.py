@@ -80,4 +80,4 @@ def test_watch_in_an_event_loop(bus):
 
 
 def test_watch_ends(bus):
-    assert len(list(zrncamera.watch(timeout=0.5))) == 2
+    assert len(list(zrncamera.watch(timeout=2))) == 2

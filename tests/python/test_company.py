@@ -8,7 +8,7 @@ USE = """
 def use():
     import zrncamera
     with zrncamera.open() as camera:
-        assert camera.grab(3)[-1].a.any()
+        assert camera.grab(3, timeout=20)[-1].a.any()
 """
 OTHERS = {
     "usb.core": """

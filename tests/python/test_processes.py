@@ -15,8 +15,8 @@ with zrncamera.open() as camera, camera.stream(timeout=60) as stream:
     next(stream)
     {setup}
     zrncamera.VirtualBus().command("freeze")
-    print("waiting", flush=True)
     try:
+        print("waiting", flush=True)
         {wait}
     except KeyboardInterrupt:
         print(time.monotonic(), flush=True)
@@ -43,10 +43,10 @@ def delay_of_ctrl_c(start, script):
 
 @pytest.mark.parametrize("wait", WAITS)
 def test_ctrl_c_ends_a_wait(start, bus, wait):
-    """Within 100 ms, once in three times: a busy machine may take longer to wake a process."""
+    """Within 100 ms, once in ten times: a busy machine may take longer to wake a process."""
     setup = "stream.close()" if wait == "grab" else ""
     script = WAITING.format(setup=setup, wait=WAITS[wait])
-    assert any(delay_of_ctrl_c(start, script) < 0.1 for _ in range(3))
+    assert any(delay_of_ctrl_c(start, script) < 0.1 for _ in range(10))
 
 
 def in_child(work):
@@ -107,7 +107,7 @@ def test_forked_child_may_exit_as_it_likes(run):
     script = """
 import os, sys, zrncamera
 camera = zrncamera.open()
-stream = camera.stream()
+stream = camera.stream(timeout=20)
 next(stream)
 child = os.fork()
 if child == 0:
@@ -125,7 +125,7 @@ import os, zrncamera
 child = os.fork()
 if child == 0:
     with zrncamera.open() as camera:
-        camera.grab(2)
+        camera.grab(2, timeout=20)
     os._exit(0)
 print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
 """
@@ -135,7 +135,7 @@ print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
 def grab_sum(image):
     """What a spawned child does: its parent's image, and a camera of its own."""
     with zrncamera.open() as camera:
-        return int(image.sum()), len(camera.grab(2))
+        return int(image.sum()), len(camera.grab(2, timeout=20))
 
 
 def test_spawned_child_has_cameras_of_its_own():
@@ -149,4 +149,4 @@ def test_forked_pool_says_what_is_wrong():
     with zrncamera.open():
         with multiprocessing.get_context("fork").Pool(1) as pool:
             with pytest.raises(zrncamera.ZrnError, match="spawn"):
-                pool.apply_async(zrncamera.open).get(20)
+                pool.apply_async(zrncamera.open).get(60)

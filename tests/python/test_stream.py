@@ -6,16 +6,10 @@ import threading
 import time
 
 import pytest
+from conftest import wait_until
 
 import zrncamera
 from zrncamera import Event, Frame
-
-
-def wait_until(condition, seconds=20):
-    end = time.monotonic() + seconds
-    while not condition():
-        assert time.monotonic() < end
-        time.sleep(0.02)
 
 
 def test_ends_with_its_loop(camera):
@@ -42,7 +36,8 @@ def test_slow_consumer_of_all_frames_loses_the_oldest(camera):
 def test_newest_frame_alone(camera):
     with camera.stream("newest") as stream:
         first = next(stream).number
-        wait_until(lambda: stream.counters.frames >= 10)
+        seen = stream.counters.frames
+        wait_until(lambda: stream.counters.frames >= seen + 10)
         assert next(stream).number >= first + 8
         assert stream.counters.lost_queue >= 7
 
@@ -53,7 +48,8 @@ def test_blocking_queue_drops_nothing(camera):
         time.sleep(0.2)
         frames = [next(stream) for _ in range(10)]
         assert stream.counters.lost_queue == 0
-    assert [frame.missing for frame in frames[1:3]] == [0, 0]
+    for before, after in zip(frames, frames[1:]):  # a busy machine may overrun the driver's ring
+        assert after.number == before.number + after.missing + 1
 
 
 def test_unknown_policy(camera):
@@ -66,19 +62,17 @@ def test_timeout(camera, bus):
         next(stream)
         bus.command("freeze")
         wait_until(lambda: stream.counters.timeouts > 0)
-        while True:  # those that were under way
-            begin = time.monotonic()
-            try:
+        with pytest.raises(zrncamera.GrabTimeout) as caught:
+            while True:  # those that were under way
+                begin = time.monotonic()
                 stream.next(0.2)
-            except zrncamera.GrabTimeout as error:
-                assert error.name == "GrabTimeout" and error.code == 1034
-                break
-        assert 0.2 <= time.monotonic() - begin < 1
+        assert time.monotonic() - begin >= 0.2
+        assert caught.value.name == "GrabTimeout" and caught.value.code == 1034
 
 
 def test_unplugging_ends_a_stream(camera, bus):
-    with camera.stream() as stream:
-        next(stream)
+    with camera.stream(timeout=2) as stream:
+        stream.next(20)
         bus.unplug()
         with pytest.raises(zrncamera.CameraGone):
             for frame in stream:
@@ -93,6 +87,8 @@ def test_stream_is_kept_alive(camera, bus):
         bus.unplug()
         for item in stream:
             if isinstance(item, Event):
+                if item.kind == "refused":
+                    continue  # for a moment, by a bus that is still at work
                 kinds.append(item.kind)
                 if item.kind == "lost":
                     assert item.cause == "gone"
@@ -138,7 +134,7 @@ def test_callback(camera):
 def test_file_descriptor(camera):
     with camera.stream() as stream:
         for _ in range(5):
-            assert select.select([stream], [], [], 5)[0]
+            assert select.select([stream], [], [], 20)[0]
             try:
                 stream.next(0)
             except zrncamera.GrabTimeout:
@@ -148,7 +144,7 @@ def test_file_descriptor(camera):
 
 def test_two_consumers_share_the_frames(camera):
     numbers = []
-    with camera.stream(timeout=5) as stream:
+    with camera.stream(timeout=20) as stream:
         consume = lambda: numbers.extend(next(stream).number for _ in range(10))
         threads = [threading.Thread(target=consume) for _ in range(2)]
         for thread in threads:
@@ -162,10 +158,37 @@ def test_stream_that_is_left_running_does_not_hang_the_exit(run):
     script = """
 import threading, zrncamera
 camera = zrncamera.open()
-stream = camera.stream()
+stream = camera.stream(timeout=20)
 stream.call(lambda frame: None)
 next(stream)
 threading.Thread(target=lambda: list(stream), daemon=True).start()
+print("end")
+"""
+    assert run(script) == "end\n"
+
+
+def test_threads_that_wait_at_the_end_do_not_end_the_process(run):
+    """They want the interpreter back when it is gone already."""
+    script = """
+import threading, time, zrncamera
+
+class Late:
+    def __del__(self, sleep=time.sleep):
+        sleep(0.3)  # gives the interpreter away while it is taken down
+
+late = Late()
+begun = threading.Semaphore(0)
+
+def wait():
+    watch = zrncamera.watch()
+    next(watch)
+    begun.release()
+    list(watch)
+
+for _ in range(4):
+    threading.Thread(target=wait, daemon=True).start()
+for _ in range(4):
+    begun.acquire()
 print("end")
 """
     assert run(script) == "end\n"

@@ -13,7 +13,7 @@ import zrncamera
 bus = zrncamera.virtual("type2", "type7,serial=42", rate=60)
 print(sys.argv[1:], sys.flags.optimize, [camera.port for camera in zrncamera.list()])
 with zrncamera.open("42") as camera:
-    print(camera.serial, len(camera.grab(2)))
+    print(camera.serial, len(camera.grab(2, timeout=20)))
 sys.exit(3)
 """
 

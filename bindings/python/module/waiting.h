@@ -4,6 +4,7 @@
 #include <future>
 #include <pybind11/pybind11.h>
 #include <thread>
+#include <unistd.h>
 
 namespace zrnpy
 {
@@ -19,11 +20,37 @@ inline void handleSignals()
     }
 }
 
+/// Lets other threads have the interpreter. A thread that wants it back when it is gone stays here
+/// for good: Python ends such a thread by unwinding it, which no destructor of C++ lets through.
+class WithoutGil
+{
+public:
+    WithoutGil()
+        : m_thread(PyEval_SaveThread())
+    {
+    }
+    ~WithoutGil()
+    {
+        try {
+            PyEval_RestoreThread(m_thread);
+        } catch (...) {
+            for (;;) {
+                ::pause();
+            }
+        }
+    }
+    WithoutGil(const WithoutGil&) = delete;
+    WithoutGil& operator=(const WithoutGil&) = delete;
+
+private:
+    PyThreadState* const m_thread;
+};
+
 /// Runs @p work without the GIL.
 template <typename Work>
 auto unlocked(const Work& work)
 {
-    const pybind11::gil_scoped_release release;
+    const WithoutGil without;
     return work();
 }
 
