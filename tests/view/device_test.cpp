@@ -166,8 +166,8 @@ private slots:
         device.startStream();
         const std::shared_ptr<const Display> display = nextDisplay(device.station());
         QVERIFY(display);
-        QVERIFY(!display->a);
-        QVERIFY(display->b);
+        QVERIFY(display->a.isNull());
+        QVERIFY(!display->b.isNull());
     }
 
     void countsMissingFrames()

@@ -1,6 +1,8 @@
 // What is seen of a picture, and what its controls do with what is typed.
 
 #include "scripted_window.h"
+#include "zrnview/model/picture.h"
+#include "zrnview/widgets/histogram_view.h"
 #include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/playback_panel.h"
@@ -9,6 +11,7 @@
 #include "zrnview/widgets/stream_panel.h"
 
 #include <QApplication>
+#include <QScreen>
 #include <QToolButton>
 
 using namespace zrnview;
@@ -191,6 +194,33 @@ private slots:
             static_cast<int>(test.panel().device().reading(Setting::CacheFrames)->value), 1024,
             patience);
         QTRY_VERIFY_WITH_TIMEOUT(stream.message().contains(QLocale().toString(4000)), patience);
+    }
+
+    void everyRefreshOfTheScreenShowsTheNewestFrame()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        const double refresh = 1000 / test.window.screen()->refreshRate();
+        const auto period = static_cast<double>(test.panel().frames().refreshPeriod().count());
+        QVERIFY2(period <= refresh && period > refresh / 2, qPrintable(QString::number(period)));
+    }
+
+    void histogramsAreThoseOfTheFrameThatIsShown()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(test.waitForImage());
+        test.panel().device().stopStream();
+        QVERIFY(test.waitForState(CameraState::Idle));
+        FramePanel& frames = test.panel().frames();
+        const auto areThose = [&frames] {
+            const Display& shown = *frames.display();
+            return frames.histogram('A').histogram().counts ==
+                       histogramOf(shown.a, shown.a.rect()).counts &&
+                   frames.histogram('B').histogram().counts ==
+                       histogramOf(shown.b, shown.b.rect()).counts;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(areThose(), patience);
     }
 
     void thePlotOfLatenciesNamesItsLines()

@@ -65,10 +65,14 @@ double Histogram::brightShare() const
     return share(counts.back(), pixels);
 }
 
-Histogram histogramOf(std::span<const unsigned char> pixels)
+namespace
 {
-    // Four tables, so that equal neighbours do not wait for each other's increment.
-    std::array<std::array<quint32, greyLevels>, 4> tables{};
+
+/// Four tables, so that equal neighbours do not wait for each other's increment.
+using Tables = std::array<std::array<quint32, greyLevels>, 4>;
+
+void count(std::span<const unsigned char> pixels, Tables& tables)
+{
     std::size_t i = 0;
     for (; i + 4 <= pixels.size(); i += 4) {
         ++tables[0][pixels[i]];
@@ -79,14 +83,36 @@ Histogram histogramOf(std::span<const unsigned char> pixels)
     for (; i < pixels.size(); ++i) {
         ++tables[0][pixels[i]];
     }
+}
 
+Histogram summed(const Tables& tables, quint64 pixels)
+{
     Histogram histogram;
-    histogram.pixels = pixels.size();
+    histogram.pixels = pixels;
     for (std::size_t level = 0; level < greyLevels; ++level) {
         histogram.counts[level] =
             tables[0][level] + tables[1][level] + tables[2][level] + tables[3][level];
     }
     return histogram;
+}
+
+} // namespace
+
+Histogram histogramOf(std::span<const unsigned char> pixels)
+{
+    Tables tables{};
+    count(pixels, tables);
+    return summed(tables, pixels.size());
+}
+
+Histogram histogramOf(const QImage& image, const QRect& region)
+{
+    Tables tables{};
+    const auto width = static_cast<std::size_t>(region.width());
+    for (int y = region.top(); y <= region.bottom(); ++y) {
+        count({image.constScanLine(y) + region.left(), width}, tables);
+    }
+    return summed(tables, width * static_cast<std::size_t>(region.height()));
 }
 
 } // namespace zrnview

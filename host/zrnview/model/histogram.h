@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QImage>
 
 #include <array>
 #include <span>
@@ -26,5 +26,9 @@ struct Histogram {
 
 /// Counts the levels of @p pixels, each of them one byte.
 Histogram histogramOf(std::span<const unsigned char> pixels);
+
+/// Counts the levels of a part of an image. @param image of Format_Grayscale8
+/// @param region inside of the image
+Histogram histogramOf(const QImage& image, const QRect& region);
 
 } // namespace zrnview

@@ -28,13 +28,14 @@ QImage imageOf(const Frame& frame, const Image& image)
 QImage absoluteDifference(const QImage& a, const QImage& b, int amplification)
 {
     QImage difference(a.size(), QImage::Format_Grayscale8);
+    const int width = a.width();
     for (int y = 0; y < a.height(); ++y) {
         const uchar* left = a.constScanLine(y);
         const uchar* right = b.constScanLine(y);
         uchar* out = difference.scanLine(y);
-        for (int x = 0; x < a.width(); ++x) {
+        for (int x = 0; x < width; ++x) {
             const int distance = std::abs(left[x] - right[x]) * amplification;
-            out[x] = static_cast<uchar>(std::min(distance, greyLevels - 1));
+            out[x] = static_cast<uchar>(std::min(distance, 255));
         }
     }
     return difference;
@@ -45,23 +46,10 @@ Display prepare(const LiveFrame& frame, int amplification)
     Display display;
     display.source = frame;
     for (const Image& image : frame.frame.images()) {
-        std::optional<Picture>& picture = image.letter == 'A' ? display.a : display.b;
-        picture = {Pyramid(imageOf(frame.frame, image)), histogramOf(image.pixels())};
+        (image.letter == 'A' ? display.a : display.b) = imageOf(frame.frame, image);
     }
-    if (amplification > 0 && display.a && display.b) {
-        const QImage difference =
-            absoluteDifference(display.a->pyramid.full(), display.b->pyramid.full(), amplification);
-        Picture picture;
-        picture.pyramid = Pyramid(difference);
-        for (int y = 0; y < difference.height(); ++y) {
-            const Histogram row = histogramOf(
-                {difference.constScanLine(y), static_cast<std::size_t>(difference.width())});
-            for (std::size_t level = 0; level < greyLevels; ++level) {
-                picture.histogram.counts[level] += row.counts[level];
-            }
-            picture.histogram.pixels += row.pixels;
-        }
-        display.difference = std::move(picture);
+    if (amplification > 0 && !display.a.isNull() && !display.b.isNull()) {
+        display.difference = absoluteDifference(display.a, display.b, amplification);
     }
     return display;
 }

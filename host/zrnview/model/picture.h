@@ -1,29 +1,21 @@
 #pragma once
 
 #include "zrnview/model/frame.h"
-#include "zrnview/model/histogram.h"
-#include "zrnview/model/pyramid.h"
 
-#include <optional>
+#include <QImage>
 
 namespace zrnview
 {
 
-/// An image ready to be drawn, with its histogram.
-struct Picture {
-    Pyramid pyramid;
-    Histogram histogram;
-};
-
-/// A frame ready to be shown.
+/// A frame ready to be shown. Images that it has not are null.
 struct Display {
     LiveFrame source;
-    std::optional<Picture> a;
-    std::optional<Picture> b;
-    std::optional<Picture> difference; ///< where wanted and both images are there
+    QImage a;
+    QImage b;
+    QImage difference; ///< where wanted and both images are there
 
-    /// Any picture of the frame, A first.
-    const Picture* any() const { return a ? &*a : b ? &*b : nullptr; }
+    /// Any image of the frame, A first.
+    const QImage& any() const { return a.isNull() ? b : a; }
 };
 
 /// An image of the frame as Qt draws it; shares the frame's bytes and keeps them alive.

@@ -22,6 +22,7 @@ public:
     void setSizes(QSize image, QSizeF view);
 
     double scale() const { return m_scale; }
+    QSizeF view() const { return m_view; }
     bool isFitted() const { return m_fitted; }
 
     /// The whole image, as large as the view allows, and so on whatever sizes change.

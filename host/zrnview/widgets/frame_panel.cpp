@@ -6,6 +6,7 @@
 #include "zrnview/widgets/running_plot.h"
 
 #include <QHBoxLayout>
+#include <QScreen>
 #include <QVBoxLayout>
 
 namespace zrnview
@@ -15,7 +16,9 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr auto refreshPeriod = 33ms;
+constexpr double slowestScreen = 20; ///< refreshes per second; below it, the screen does not know
+constexpr auto usualRefreshPeriod = 16ms;
+constexpr auto histogramPeriod = 100ms;
 constexpr auto headlinePeriod = 250ms; ///< numbers that change faster cannot be read
 
 } // namespace
@@ -60,9 +63,22 @@ FramePanel::FramePanel(FrameStation& station, QWidget* parent)
             &HistogramView::setLogarithmic);
     connect(m_histogramB, &HistogramView::logarithmicChanged, m_histogramA,
             &HistogramView::setLogarithmic);
-    m_timer.setInterval(refreshPeriod);
+    m_timer.setTimerType(Qt::PreciseTimer);
+    m_timer.setInterval(usualRefreshPeriod);
     connect(&m_timer, &QTimer::timeout, this, &FramePanel::refresh);
     m_timer.start();
+    m_histogramTimer.setSingleShot(true);
+    m_histogramTimer.setInterval(histogramPeriod);
+    connect(&m_histogramTimer, &QTimer::timeout, this, &FramePanel::showHistograms);
+}
+
+void FramePanel::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    const double rate = screen()->refreshRate();
+    m_timer.setInterval(rate < slowestScreen
+                            ? usualRefreshPeriod
+                            : std::chrono::milliseconds(static_cast<int>(1000 / rate)));
 }
 
 void FramePanel::restart()
@@ -83,12 +99,27 @@ void FramePanel::refresh()
     }
     m_display = std::move(display);
     m_panes->show(m_display);
-    m_histogramA->show(m_display->a ? &m_display->a->histogram : nullptr);
-    m_histogramB->show(m_display->b ? &m_display->b->histogram : nullptr);
-    m_histogramA->setVisible(m_display->a.has_value());
-    m_histogramB->setVisible(m_display->b.has_value());
+    m_histogramA->setVisible(!m_display->a.isNull());
+    m_histogramB->setVisible(!m_display->b.isNull());
+    if (!m_histogramTimer.isActive()) {
+        m_histogramTimer.start();
+    }
     plotLatency();
     emit shown();
+}
+
+/// Those of the frame that is shown, which may be the last one.
+void FramePanel::showHistograms()
+{
+    for (const auto& [view, image] :
+         {std::pair(m_histogramA, m_display->a), std::pair(m_histogramB, m_display->b)}) {
+        if (image.isNull()) {
+            view->show(nullptr);
+        } else {
+            const Histogram histogram = histogramOf(image, image.rect());
+            view->show(&histogram);
+        }
+    }
 }
 
 void FramePanel::plot(const std::vector<FrameSample>& samples)

@@ -37,12 +37,18 @@ public:
     const std::shared_ptr<const Display>& display() const { return m_display; }
     /// Empties plots and counts, as before a new stream.
     void restart();
+    /// How often the newest frame is shown: once in each refresh of the screen.
+    std::chrono::milliseconds refreshPeriod() const { return m_timer.intervalAsDuration(); }
 
 signals:
     void shown();
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     void refresh();
+    void showHistograms();
     void plot(const std::vector<FrameSample>& samples);
     void plotLatency();
 
@@ -55,6 +61,7 @@ private:
     HistogramView* m_histogramA;
     HistogramView* m_histogramB;
     QTimer m_timer;
+    QTimer m_histogramTimer;
     std::shared_ptr<const Display> m_display;
     quint32 m_lastNumber = 0;
     quint64 m_frames = 0;

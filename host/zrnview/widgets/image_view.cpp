@@ -27,10 +27,12 @@ ImageView::ImageView(QWidget* parent)
     setAccessibleName(tr("Image"));
 }
 
-void ImageView::show(std::shared_ptr<const Display> display, const Picture* picture)
+void ImageView::show(const QImage& image)
 {
-    m_display = std::move(display);
-    m_picture = picture;
+    if (image.constBits() == m_image.constBits()) {
+        return;
+    }
+    m_image = image;
     updateSizes();
     update();
 }
@@ -54,6 +56,12 @@ void ImageView::setPlaceholder(const QString& text)
 void ImageView::setMarkClipped(bool mark)
 {
     m_markClipped = mark;
+    update();
+}
+
+void ImageView::setPattern(BayerPattern pattern)
+{
+    m_pattern = pattern;
     update();
 }
 
@@ -103,9 +111,9 @@ QSize ImageView::minimumSizeHint() const
 
 void ImageView::updateSizes()
 {
-    if (m_picture) {
+    if (!m_image.isNull()) {
         const double before = m_transform.scale();
-        m_transform.setSizes(m_picture->pyramid.size(), QSizeF(size()) * devicePixelRatioF());
+        m_transform.setSizes(m_image.size(), QSizeF(size()) * devicePixelRatioF());
         if (m_transform.scale() != before) {
             emit scaleChanged();
         }
@@ -147,13 +155,13 @@ void ImageView::mouseMoveEvent(QMouseEvent* event)
         m_dragFrom = event->localPos();
         changed();
     }
-    if (!m_picture) {
+    if (m_image.isNull()) {
         return;
     }
     const QPointF position = m_transform.toImage(inDevicePixels(event->localPos()));
     const QPoint pixel(static_cast<int>(std::floor(position.x())),
                        static_cast<int>(std::floor(position.y())));
-    const bool inside = QRect(QPoint(), m_picture->pyramid.size()).contains(pixel);
+    const bool inside = m_image.rect().contains(pixel);
     emit hovered(inside ? std::optional(pixel) : std::nullopt);
 }
 

@@ -1,9 +1,12 @@
 #pragma once
 
-#include "zrnview/model/picture.h"
+#include "zrnview/model/bayer.h"
 #include "zrnview/model/view_transform.h"
 
+#include <QImage>
 #include <QWidget>
+
+#include <optional>
 
 namespace zrnview
 {
@@ -17,13 +20,15 @@ class ImageView : public QWidget
 public:
     explicit ImageView(QWidget* parent = nullptr);
 
-    /// @param picture stays alive with @p display; null shows an empty view
-    void show(std::shared_ptr<const Display> display, const Picture* picture);
+    /// @param image of Format_Grayscale8; a null one shows an empty view
+    void show(const QImage& image);
     /// Text in the corner that says which picture this is, and its colour.
     void setCaption(const QString& caption, const QColor& colour);
     /// Text in an empty view.
     void setPlaceholder(const QString& text);
     void setMarkClipped(bool mark);
+    void setPattern(BayerPattern pattern);
+    BayerPattern pattern() const { return m_pattern; }
     /// Shows where the pointer is, in this view or one that is linked to it.
     void setCross(std::optional<QPoint> pixel);
 
@@ -67,13 +72,13 @@ private:
     void paintCross(QPainter& painter) const;
     void paintCaption(QPainter& painter) const;
 
-    std::shared_ptr<const Display> m_display; // keeps m_picture alive
-    const Picture* m_picture = nullptr;
+    QImage m_image;
     ViewTransform m_transform;
     QString m_caption;
     QColor m_captionColour;
     QString m_placeholder;
     bool m_markClipped = false;
+    BayerPattern m_pattern = BayerPattern::None;
     std::optional<QPoint> m_cross;
     std::optional<QPointF> m_dragFrom;
 };

@@ -1,3 +1,5 @@
+#include "zrnview/model/histogram.h"
+#include "zrnview/model/screen_image.h"
 #include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/theme.h"
 
@@ -12,18 +14,6 @@ namespace
 
 constexpr double valueScale = 36; ///< from this scale on, pixels show their values
 
-/// Grey levels with the two ends marked.
-QVector<QRgb> markingTable(const Colours& colours)
-{
-    QVector<QRgb> table(greyLevels);
-    for (int level = 0; level < greyLevels; ++level) {
-        table[level] = qRgb(level, level, level);
-    }
-    table.first() = colours.dark.rgb();
-    table.last() = colours.bright.rgb();
-    return table;
-}
-
 } // namespace
 
 void ImageView::paintEvent(QPaintEvent*)
@@ -31,7 +21,7 @@ void ImageView::paintEvent(QPaintEvent*)
     const Colours colours = coloursFor(palette());
     QPainter painter(this);
     painter.fillRect(rect(), colours.imageBackground);
-    if (!m_picture) {
+    if (m_image.isNull()) {
         painter.setPen(QColor(0xa8, 0xae, 0xb8));
         painter.drawText(rect().adjusted(8, 8, -8, -8), Qt::AlignCenter | Qt::TextWordWrap,
                          m_placeholder);
@@ -50,26 +40,13 @@ void ImageView::paintEvent(QPaintEvent*)
 
 void ImageView::paintPicture(QPainter& painter) const
 {
-    const int level = m_markClipped ? 0 : m_picture->pyramid.levelFor(m_transform.scale());
-    QImage image = m_picture->pyramid.level(level);
-    if (m_markClipped) {
-        image.reinterpretAsFormat(QImage::Format_Indexed8);
-        image.setColorTable(markingTable(coloursFor(palette())));
-    }
-    // Levels leave out an odd last row or column, so that each has a ratio of its own.
-    const QSize full = m_picture->pyramid.size();
-    const double ratio = 1 << level;
-    const QRectF source(0, 0, std::floor(full.width() / ratio), std::floor(full.height() / ratio));
-    QRectF target = m_transform.target();
-    target.setWidth(source.width() * ratio * m_transform.scale());
-    target.setHeight(source.height() * ratio * m_transform.scale());
-
-    painter.save();
-    painter.scale(1 / devicePixelRatioF(), 1 / devicePixelRatioF());
-    painter.setRenderHint(QPainter::SmoothPixmapTransform,
-                          m_transform.scale() < 1 && !m_markClipped);
-    painter.drawImage(target, image, source);
-    painter.restore();
+    const Colours colours = coloursFor(palette());
+    ScreenImage screen = screenImage(
+        m_image, m_transform, m_pattern,
+        m_markClipped ? std::optional(ClippingMarks{colours.dark.rgb(), colours.bright.rgb()})
+                      : std::nullopt);
+    screen.image.setDevicePixelRatio(devicePixelRatioF());
+    painter.drawImage(QPointF(screen.position) / devicePixelRatioF(), screen.image);
 }
 
 void ImageView::paintValues(QPainter& painter) const
@@ -78,7 +55,7 @@ void ImageView::paintValues(QPainter& painter) const
     if (scale < valueScale) {
         return;
     }
-    const QImage& image = m_picture->pyramid.full();
+    const QImage& image = m_image;
     const QPoint first = m_transform.toImage({0, 0}).toPoint();
     const QPointF corner = m_transform.toImage(QPointF(width(), height()) * devicePixelRatioF());
     painter.save();

@@ -1,5 +1,6 @@
 #include "zrnview/widgets/pane_area.h"
 
+#include "zrnview/model/picture.h"
 #include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/theme.h"
 
@@ -50,12 +51,12 @@ double fittedScale(QSizeF image, QSizeF view)
     return std::min(view.width() / image.width(), view.height() / image.height());
 }
 
-QString valueText(const std::optional<Picture>& picture, QPoint pixel)
+QString valueText(const QImage& image, QPoint pixel)
 {
-    if (!picture || !QRect(QPoint(), picture->pyramid.size()).contains(pixel)) {
+    if (!image.rect().contains(pixel)) {
         return QStringLiteral("–");
     }
-    return QString::number(picture->pyramid.full().constScanLine(pixel.y())[pixel.x()]);
+    return QString::number(image.constScanLine(pixel.y())[pixel.x()]);
 }
 
 } // namespace
@@ -227,28 +228,26 @@ void PaneArea::setAmplification(int factor)
 void PaneArea::arrange()
 {
     const Colours colours = coloursFor(palette());
-    static const std::optional<Picture> none;
-    const std::optional<Picture>& a = m_display ? m_display->a : none;
-    const std::optional<Picture>& b = m_display ? m_display->b : none;
-    const std::optional<Picture>& difference = m_display ? m_display->difference : none;
+    const QImage a = m_display ? m_display->a : QImage();
+    const QImage b = m_display ? m_display->b : QImage();
 
-    const bool onlyOne = m_display && !(a && b);
+    const bool onlyOne = m_display && (a.isNull() || b.isNull());
     m_right->setVisible(m_mode == ViewMode::SideBySide && !onlyOne);
     m_amplifyAction->setVisible(m_mode == ViewMode::Difference);
     m_amplifyAction->setText(QStringLiteral("× %1").arg(m_amplification));
 
     const bool leftIsB = m_mode == ViewMode::B || (m_mode == ViewMode::Blink && m_blinkShowsB) ||
-                         (m_mode == ViewMode::SideBySide && onlyOne && b);
+                         (m_mode == ViewMode::SideBySide && onlyOne && !b.isNull());
     if (m_mode == ViewMode::Difference) {
         m_left->setCaption(QStringLiteral("|A − B| × %1").arg(m_amplification), colours.difference);
-        assign(*m_left, difference);
+        m_left->show(m_display ? m_display->difference : QImage());
     } else {
         m_left->setCaption(leftIsB ? QStringLiteral("B") : QStringLiteral("A"),
                            leftIsB ? letterColourB : letterColourA);
-        assign(*m_left, leftIsB ? b : a);
+        m_left->show(leftIsB ? b : a);
     }
     m_right->setCaption(QStringLiteral("B"), letterColourB);
-    assign(*m_right, b);
+    m_right->show(b);
 }
 
 void PaneArea::resizeEvent(QResizeEvent* event)
@@ -259,21 +258,15 @@ void PaneArea::resizeEvent(QResizeEvent* event)
 
 void PaneArea::chooseDirection()
 {
-    const Picture* picture = m_display ? m_display->any() : nullptr;
-    if (!picture) {
+    if (!m_display || m_display->any().isNull()) {
         return;
     }
-    const QSizeF image = picture->pyramid.size();
+    const QSizeF image = m_display->any().size();
     const QSizeF area = m_views->geometry().size();
     const double beside = fittedScale(image, {area.width() / 2, area.height()});
     const double above = fittedScale(image, {area.width(), area.height() / 2});
     m_views->setDirection(above > beside * worthTurning ? QBoxLayout::TopToBottom
                                                         : QBoxLayout::LeftToRight);
-}
-
-void PaneArea::assign(ImageView& view, const std::optional<Picture>& picture)
-{
-    view.show(m_display, picture ? &*picture : nullptr);
 }
 
 void PaneArea::showZoom()

@@ -17,7 +17,6 @@ namespace zrnview
 {
 
 struct Display;
-struct Picture;
 class ImageView;
 
 enum class ViewMode { A, B, SideBySide, Difference, Blink };
@@ -62,7 +61,6 @@ private:
     void arrange();
     void showZoom();
     void showPixel();
-    void assign(ImageView& view, const std::optional<Picture>& picture);
 
     QToolBar* m_tools;
     QActionGroup* m_modeActions;
