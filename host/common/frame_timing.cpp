@@ -48,7 +48,7 @@ void FrameTiming::addFrame(const zrn::Frame& frame)
     } else if (!frame.step.repeated) {
         m_framesOfCamera += frame.step.missing + 1.0;
         if (frame.step.missing == 0) {
-            m_intervals.push_back(times.firstPayload - m_lastFirstPayload);
+            m_intervals.add(times.firstPayload - m_lastFirstPayload);
         }
     }
     m_hasFrames = true;
@@ -86,12 +86,7 @@ void FrameTiming::addClock(const zrn::FrameTimes& times)
 
 Durations FrameTiming::jitter() const
 {
-    const auto period = duration_cast<nanoseconds>(duration<double>(this->period()));
-    Durations result;
-    for (const nanoseconds interval : m_intervals) {
-        result.add(std::chrono::abs(interval - period));
-    }
-    return result;
+    return m_intervals.distancesFrom(duration_cast<nanoseconds>(duration<double>(period())));
 }
 
 std::optional<FrameTiming::Drift> FrameTiming::drift() const

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <vector>
 
 namespace zrnhost
 {
@@ -69,7 +68,7 @@ private:
     double m_framesOfCamera = 0; ///< since the first frame, by numbers; those have hidden bits
     zrn::FrameTimes::time_point m_lastFirstPayload;
     Line m_arrivals; ///< first payload in seconds, by frame number
-    std::vector<std::chrono::nanoseconds> m_intervals;
+    Durations m_intervals;
     Durations m_transfers;
     Durations m_handOvers;
     Durations m_grabs;

@@ -6,12 +6,47 @@
 namespace zrnhost
 {
 
-std::chrono::nanoseconds Durations::percentile(double percent) const
+using std::chrono::nanoseconds;
+
+void Durations::add(nanoseconds duration)
+{
+    m_shortest = m_count == 0 ? duration : std::min(m_shortest, duration);
+    m_longest = m_count == 0 ? duration : std::max(m_longest, duration);
+    ++m_count;
+    if (m_samples.size() < capacity) {
+        m_samples.push_back(duration);
+        return;
+    }
+    // Each of those so far stays with the same probability.
+    const auto place = std::uniform_int_distribution<std::uint64_t>(0, m_count - 1)(m_random);
+    if (place < capacity) {
+        m_samples[place] = duration;
+    }
+}
+
+Durations Durations::distancesFrom(nanoseconds middle) const
+{
+    Durations result = *this;
+    for (nanoseconds& sample : result.m_samples) {
+        sample = std::chrono::abs(sample - middle);
+    }
+    const nanoseconds below = std::chrono::abs(m_shortest - middle);
+    const nanoseconds above = std::chrono::abs(m_longest - middle);
+    result.m_longest = std::max(below, above);
+    result.m_shortest =
+        m_samples.empty() ? nanoseconds::zero() : *std::ranges::min_element(result.m_samples);
+    return result;
+}
+
+nanoseconds Durations::percentile(double percent) const
 {
     if (m_samples.empty()) {
-        return std::chrono::nanoseconds::zero();
+        return nanoseconds::zero();
     }
-    std::vector<std::chrono::nanoseconds> ordered = m_samples;
+    if (percent <= 0.0 || percent >= 100.0) {
+        return percent <= 0.0 ? m_shortest : m_longest;
+    }
+    std::vector<nanoseconds> ordered = m_samples;
     const auto count = static_cast<double>(ordered.size());
     const double rank = std::clamp(std::ceil(percent / 100.0 * count), 1.0, count);
     const auto position = ordered.begin() + static_cast<std::ptrdiff_t>(rank) - 1;
@@ -20,7 +55,7 @@ std::chrono::nanoseconds Durations::percentile(double percent) const
 }
 
 void StreamAccount::addFrame(const zrn::FrameStep& step, Clock::time_point arrival,
-                             std::chrono::nanoseconds wait)
+                             nanoseconds wait)
 {
     if (m_grabs.count() == 0) {
         m_first = arrival;

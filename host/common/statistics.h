@@ -3,23 +3,37 @@
 #include "client/frame_numbers.h"
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <random>
 #include <vector>
 
 namespace zrnhost
 {
 
-/// Collects durations and answers their order statistics. Thread safety: thread-bound.
+/// Collects durations and answers their order statistics: of all of them up to the capacity, and of
+/// as many taken at random beyond, so that a stream may last for months. The shortest and the
+/// longest are exact. Thread safety: thread-bound.
 class Durations
 {
 public:
-    void add(std::chrono::nanoseconds duration) { m_samples.push_back(duration); }
-    std::size_t count() const { return m_samples.size(); }
+    static constexpr std::size_t capacity = 1U << 16U;
+
+    void add(std::chrono::nanoseconds duration);
+    std::uint64_t count() const { return m_count; }
+    std::size_t kept() const { return m_samples.size(); }
 
     /// Nearest-rank percentile. @param percent 0 to 100; 100 is the maximum. Zero without samples.
     std::chrono::nanoseconds percentile(double percent) const;
+    /// How far they are from this one, on either side. Of these the longest is exact, too.
+    Durations distancesFrom(std::chrono::nanoseconds middle) const;
 
 private:
+    std::uint64_t m_count = 0;
+    std::chrono::nanoseconds m_shortest{};
+    std::chrono::nanoseconds m_longest{};
     std::vector<std::chrono::nanoseconds> m_samples;
+    std::minstd_rand m_random;
 };
 
 /// Account of a stream: how many frames, how fast, how many missing. Thread safety: thread-bound.

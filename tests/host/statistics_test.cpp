@@ -28,6 +28,59 @@ TEST(DurationsTest, OneSampleIsEveryPercentile)
     }
 }
 
+TEST(DurationsTest, KeepsSomeOfVeryMany)
+{
+    constexpr int many = 2'000'000;
+    Durations durations;
+    for (int i = 0; i < many; ++i) { // in an order that has nothing to do with their sizes
+        durations.add(std::chrono::nanoseconds(1000 + std::int64_t{i} * 1'234'577 % many));
+    }
+    EXPECT_EQ(durations.count(), std::uint64_t{many});
+    EXPECT_EQ(durations.kept(), Durations::capacity);
+    constexpr double fiveDeviations = 0.01 * many;
+    for (const double percent : {10.0, 50.0, 99.0}) {
+        EXPECT_NEAR(static_cast<double>(durations.percentile(percent).count()),
+                    1000 + many * percent / 100, fiveDeviations);
+    }
+    EXPECT_EQ(durations.percentile(0), 1000ns);
+    EXPECT_EQ(durations.percentile(100), std::chrono::nanoseconds(1000 + many - 1));
+}
+
+TEST(DurationsTest, TheOldOnesOfVeryManyCountAsTheNew)
+{
+    Durations durations;
+    for (const auto duration : {1ms, 3ms}) {
+        for (std::size_t i = 0; i < 4 * Durations::capacity; ++i) {
+            durations.add(duration);
+        }
+    }
+    EXPECT_EQ(durations.percentile(45), 1ms);
+    EXPECT_EQ(durations.percentile(55), 3ms);
+}
+
+TEST(DurationsTest, DistancesCountOnBothSides)
+{
+    Durations durations;
+    for (const auto duration : {17ms, 20ms, 21ms}) {
+        durations.add(duration);
+    }
+    const Durations distances = durations.distancesFrom(20ms);
+    EXPECT_EQ(distances.count(), 3U);
+    EXPECT_EQ(distances.percentile(0), 0ms);
+    EXPECT_EQ(distances.percentile(50), 1ms);
+    EXPECT_EQ(distances.percentile(100), 3ms);
+}
+
+TEST(DurationsTest, TheFarthestOfVeryManyIsKept)
+{
+    Durations durations;
+    durations.add(14ms);
+    for (std::size_t i = 0; i < 4 * Durations::capacity; ++i) {
+        durations.add(20ms);
+    }
+    EXPECT_EQ(durations.distancesFrom(20ms).percentile(100), 6ms);
+}
+
 TEST(StreamAccountTest, RateIsIntervalsPerSpan)
 {
     StreamAccount account;
