@@ -1,4 +1,5 @@
-// How far behind a virtual camera's own account the times of its frames are. Runs under zrnsim:
+// How far the times of frames are behind the moment at which this process had their first
+// transfer, which the virtual camera notes before it lets go of it. Runs under zrnsim:
 // frame_times [FRAMES [COMPUTING-THREADS]].
 
 #include "client/stream.h"
@@ -88,17 +89,19 @@ int main(int argc, char** argv)
             }
         }
     }
+    std::vector<double> relays;
     std::vector<double> payloads;
     std::vector<double> handOvers;
     std::vector<double> arrivals;
     for (const SentFrame& sent : VirtualCamera().sentFrames()) {
         const auto found = frames.find(sent.request.frameNumber);
-        if (found == frames.end()) {
+        if (found == frames.end() || !sent.taken) {
             continue;
         }
         const auto since = [&sent](zrn::FrameTimes::time_point time) {
-            return std::chrono::duration<double>(time.time_since_epoch()).count() - sent.time;
+            return std::chrono::duration<double>(time.time_since_epoch()).count() - *sent.taken;
         };
+        relays.push_back(*sent.taken - sent.time);
         payloads.push_back(since(found->second.times.firstPayload));
         handOvers.push_back(since(found->second.times.handOver));
         arrivals.push_back(since(found->second.arrival));
@@ -108,6 +111,8 @@ int main(int argc, char** argv)
         return 1;
     }
     std::printf("{\"frames\": %zu, \"payloads\": %zu, ", payloads.size(), seen);
+    print("relay", relays);
+    std::printf(", ");
     print("firstPayload", payloads);
     std::printf(", ");
     print("handOver", handOvers);

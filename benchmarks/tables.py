@@ -75,11 +75,12 @@ def virtual_camera(figures):
 def frame_times(figures):
     if not figures:
         return
-    print("\nWhat a frame's time is behind the camera's beginning to send it, us: p50, p99, max\n")
-    table(["camera", "computing threads", "frames", "first payload", "hand-over", "arrival"],
+    print("\nWhat a frame's times are behind its first transfer's arrival in the process, us: p50, p99, max;\n"
+          "relay: what the virtual camera took before, from the beginning to send it\n")
+    table(["camera", "computing threads", "frames", "relay", "first payload", "hand-over", "arrival"],
           [[row["camera"], str(row["threads"]), str(row["frames"]),
             *(", ".join(f"{row[time][share]:.0f}" for share in ("p50", "p99", "max"))
-              for time in ("firstPayload", "handOver", "arrival"))] for row in figures])
+              for time in ("relay", "firstPayload", "handOver", "arrival"))] for row in figures])
 
 
 def whole_program(figures):

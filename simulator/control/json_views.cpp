@@ -146,6 +146,7 @@ json describeFrames(const std::vector<SentFrame>& frames)
         const FrameRequest& request = frame.request;
         result.push_back({{"index", frame.index},
                           {"time", seconds(frame.started)},
+                          {"taken", frame.taken ? json(seconds(*frame.taken)) : json()},
                           {"frameNumber", request.frameNumber},
                           {"sensorType", request.sensorType},
                           {"width", request.width},
@@ -157,6 +158,7 @@ json describeFrames(const std::vector<SentFrame>& frames)
                           {"bytes", frame.bytes},
                           {"payloadsLost", frame.fault.lostPayloads},
                           {"payloadsWithError", frame.fault.errorPayloads},
+                          {"withoutEndOfFrame", frame.fault.withoutEndOfFrame},
                           {"complete", frame.complete}});
     }
     return result;

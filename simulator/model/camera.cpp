@@ -226,12 +226,14 @@ std::optional<PayloadPiece> Camera::nextPiece(std::size_t maxLength)
     if (!m_streaming || m_frozen) {
         return std::nullopt;
     }
+    std::optional<std::uint64_t> startedFrame;
     if (m_slicer.isIdle() && !m_queue.empty()) {
         const FramePtr frame = std::move(m_queue.front());
         m_queue.pop_front();
         ++m_counters.framesStarted;
-        m_sentFrames.append(
-            {0, Clock::now(), frame->request, frame->bytes.size(), frame->fault, false});
+        startedFrame = m_sentFrames.next();
+        m_sentFrames.append({0, Clock::now(), frame->request, frame->bytes.size(), frame->fault,
+                             false, std::nullopt});
         m_slicer.load(frame);
         m_producer.startClock();
     }
@@ -239,6 +241,7 @@ std::optional<PayloadPiece> Camera::nextPiece(std::size_t maxLength)
     if (!piece) {
         return std::nullopt;
     }
+    piece->startedFrame = startedFrame;
     m_counters.bytesSent += piece->size();
     if (piece->startsPayload) {
         m_counters.payloadsWithError += (piece->headerStorage[1] & uvc::headerError) != 0 ? 1U : 0U;
@@ -279,6 +282,14 @@ void Camera::noteTransfer()
 {
     const std::lock_guard lock(m_mutex);
     ++m_counters.transfersCompleted;
+}
+
+void Camera::noteTaken(std::uint64_t startedFrame)
+{
+    const std::lock_guard lock(m_mutex);
+    if (SentFrame* const frame = m_sentFrames.find(startedFrame)) {
+        frame->taken = Clock::now();
+    }
 }
 
 void Camera::noteStall()

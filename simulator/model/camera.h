@@ -45,6 +45,10 @@ public:
     /// Counts a finished transfer of the streaming endpoint.
     void noteTransfer();
 
+    /// Notes that the host has got the transfer in which a frame began. \param startedFrame as
+    /// the piece told
+    void noteTaken(std::uint64_t startedFrame);
+
     bool isEndpointHalted() const;
 
     /// Counts a transfer that the halted streaming endpoint has refused.

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace zrnsim
@@ -52,6 +53,10 @@ struct SentFrame {
     std::size_t bytes = 0;
     FrameFault fault;
     bool complete = false;
+    /// When the host had got the transfer that it begins in: the bytes are in the host's memory,
+    /// and the answer to the request that takes the transfer back is about to leave. Known where
+    /// a transport tells.
+    std::optional<Clock::time_point> taken;
 };
 
 /// The newest entries of an endless list; entries keep their index for ever.
@@ -75,6 +80,13 @@ public:
 
     /// The newest entry; there must be one.
     Entry& last() { return m_entries.back(); }
+
+    /// The entry of this index; null when it is not kept.
+    Entry* find(std::uint64_t index)
+    {
+        const std::uint64_t first = m_next - m_entries.size();
+        return index < first || index >= m_next ? nullptr : &m_entries[index - first];
+    }
 
     /// The kept entries with this index or a higher one.
     std::vector<Entry> since(std::uint64_t index) const

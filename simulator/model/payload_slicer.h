@@ -23,7 +23,8 @@ struct PayloadPiece {
     bool startsPayload = false;
     bool endsPayload = false;
     bool endsFrame = false;
-    std::uint32_t payloadsLost = 0; ///< left out of the frame, said with its last piece
+    std::uint32_t payloadsLost = 0;            ///< left out of the frame, said with its last piece
+    std::optional<std::uint64_t> startedFrame; ///< index of the sent frame that begins with it
 
     ByteView header() const { return ByteView(headerStorage).subspan(headerOffset, headerLength); }
     ByteView body() const

@@ -34,6 +34,7 @@ struct Urb {
     std::uintptr_t address = 0; ///< of the client's usbdevfs_urb
     UrbHeader request{};        ///< the client's, with the results filled in
     std::vector<usbdevfs_iso_packet_desc> packets;
+    std::vector<std::uint64_t> startedFrames; ///< what the camera calls frames that begin in it
 
     std::uintptr_t buffer() const { return reinterpret_cast<std::uintptr_t>(request.buffer); }
     std::size_t length() const { return static_cast<std::size_t>(request.bufferLength); }

@@ -56,6 +56,9 @@ bool UsbfsCamera::serve(UsbfsClient& client, UrbPosition urb)
         return false;
     }
     urb->request.actualLength = static_cast<int>(piece->size());
+    if (piece->startedFrame) {
+        urb->startedFrames.push_back(*piece->startedFrame);
+    }
     const bool isWritten = client.memory.write(urb->buffer(), piece->header(), piece->body());
     complete(client, urb, isWritten ? 0 : -EFAULT);
     return true;
@@ -78,6 +81,9 @@ bool UsbfsCamera::serveIsochronous(UsbfsClient& client, UrbPosition urb)
         if (piece) {
             packet.actual_length = static_cast<unsigned>(piece->size());
             const PayloadPiece& kept = pieces.emplace_back(std::move(*piece));
+            if (kept.startedFrame) {
+                urb->startedFrames.push_back(*kept.startedFrame);
+            }
             placements.push_back({target, kept.header()});
             placements.push_back({target + kept.headerLength, kept.body()});
         }
@@ -94,6 +100,13 @@ void UsbfsCamera::noteCompletion(const Urb& urb)
 {
     if (urb.request.endpoint == topology::streamingEndpoint && urb.request.status == 0) {
         m_camera.noteTransfer();
+    }
+}
+
+void UsbfsCamera::noteReap(const Urb& urb)
+{
+    for (const std::uint64_t frame : urb.startedFrames) {
+        m_camera.noteTaken(frame);
     }
 }
 

@@ -25,6 +25,7 @@ protected:
     long admit(const Urb& urb) override;
     bool serve(UsbfsClient& client, UrbPosition urb) override;
     void noteCompletion(const Urb& urb) override;
+    void noteReap(const Urb& urb) override;
 
 private:
     bool serveIsochronous(UsbfsClient& client, UrbPosition urb);

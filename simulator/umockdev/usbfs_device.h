@@ -69,6 +69,8 @@ protected:
     /// Completes the request block if its endpoint has an answer for it.
     virtual bool serve(UsbfsClient& client, UrbPosition urb) = 0;
     virtual void noteCompletion(const Urb& urb) = 0;
+    /// The client gets the request block back as soon as this returns.
+    virtual void noteReap(const Urb& urb) = 0;
 
     void complete(UsbfsClient& client, UrbPosition urb, int status);
 

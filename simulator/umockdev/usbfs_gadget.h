@@ -24,6 +24,7 @@ protected:
     long admit(const Urb& urb) override;
     bool serve(UsbfsClient& client, UrbPosition urb) override;
     void noteCompletion(const Urb&) override {}
+    void noteReap(const Urb&) override {}
 
 private:
     bool serveIsochronous(UsbfsClient& client, UrbPosition urb);

@@ -316,6 +316,7 @@ long UsbfsDevice::reap(UsbfsClient& client, std::uintptr_t argument)
     const bool isWritten = client.memory.write(urb.address, bytesOf(&urb.request, 1),
                                                bytesOf(urb.packets.data(), urb.packets.size())) &&
                            client.memory.writeObject(argument, urb.address);
+    noteReap(urb);
     return isWritten ? 0 : -EFAULT;
 }
 

@@ -145,6 +145,30 @@ TEST_F(CameraTest, ListsWhatItSentWithTheSettingsOfThatMoment)
     EXPECT_EQ(camera.sentFrames(1).size(), 1U);
 }
 
+TEST_F(CameraTest, ListsWhenTheHostHadTheBeginningOfAFrame)
+{
+    commit();
+    camera.emitFrames(2);
+    const auto first = awaitPiece();
+    ASSERT_TRUE(first && first->startedFrame);
+    EXPECT_EQ(*first->startedFrame, 0U);
+    EXPECT_FALSE(camera.sentFrames(0)[0].taken);
+    const auto before = Clock::now();
+    camera.noteTaken(*first->startedFrame);
+    camera.noteTaken(4711); // which is not kept
+    ASSERT_TRUE(camera.sentFrames(0)[0].taken);
+    EXPECT_GE(*camera.sentFrames(0)[0].taken, before);
+    std::optional<PayloadPiece> piece = first;
+    while (!piece->endsFrame) {
+        piece = awaitPiece();
+        ASSERT_TRUE(piece);
+        EXPECT_FALSE(piece->startedFrame);
+    }
+    piece = awaitPiece();
+    ASSERT_TRUE(piece && piece->startedFrame);
+    EXPECT_EQ(*piece->startedFrame, 1U);
+}
+
 TEST_F(CameraTest, TracesEveryRequestInOrder)
 {
     getGain();

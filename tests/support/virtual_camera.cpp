@@ -102,8 +102,15 @@ std::vector<SentFrame> VirtualCamera::sentFrames(std::uint64_t since) const
     // Over a connection of its own, with which the memory for a long answer goes.
     const json answer = VirtualCamera(m_index).ask("frames", {{"since", since}});
     for (const json& frame : answer.at("frames")) {
-        frames.push_back(
-            {zrnsim::parseFrameRequest(frame), frame.at("complete"), frame.at("time")});
+        const json& taken = frame.at("taken");
+        frames.push_back({.request = zrnsim::parseFrameRequest(frame),
+                          .complete = frame.at("complete"),
+                          .time = frame.at("time"),
+                          .taken = taken.is_null() ? std::nullopt : std::optional<double>(taken),
+                          .bytes = frame.at("bytes"),
+                          .payloadsLost = frame.at("payloadsLost"),
+                          .payloadsWithError = frame.at("payloadsWithError"),
+                          .withoutEndOfFrame = frame.at("withoutEndOfFrame")});
     }
     return frames;
 }

@@ -15,8 +15,13 @@
 /// A frame that a virtual camera says it sent.
 struct SentFrame {
     zrnsim::FrameRequest request;
-    bool complete; ///< every payload of it has left the camera
-    double time;   ///< seconds of CLOCK_MONOTONIC when the camera began to send it
+    bool complete;               ///< every payload of it has left the camera
+    double time;                 ///< seconds of CLOCK_MONOTONIC when the camera began to send it
+    std::optional<double> taken; ///< when the host had the transfer in which it begins
+    std::size_t bytes;           ///< of the frame as it was sent, lost payloads included
+    int payloadsLost;            ///< that were to be left out after the first
+    int payloadsWithError;       ///< that had the error bit, from the first
+    bool withoutEndOfFrame;
 };
 
 /// One of the virtual cameras that this process runs on: its cable and its insides, through the
