@@ -5,6 +5,7 @@
 #include "client/stream_pace.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <system_error>
@@ -206,6 +207,7 @@ public:
         StreamCounters counters = m_counters;
         const auto quiet = Clock::now() - counters.lastFrame;
         counters.silence = isSilence(quiet) && !m_isStopping ? quiet : Clock::duration::zero();
+        counters.period = m_period.load();
         return counters;
     }
     std::vector<Outage> outages() const
@@ -260,7 +262,8 @@ private:
 
     // Used by the thread only.
     FrameNumbers m_numbers;
-    StreamPace m_pace; // between frames, without the outages
+    StreamPace m_pace;                                   // between frames, without the outages
+    std::atomic<std::chrono::nanoseconds> m_period{0ns}; // as the pace has it; read by all
     std::optional<Outage> m_outage;
     std::string m_refusal; // as last told in this outage
     int m_vainRestarts = 0;
@@ -389,6 +392,8 @@ void Stream::Core::accept(Frame frame, std::uint64_t trailer, const CameraSpace:
     readClocks(now);
     if (!wasOut && m_lastFrame) {
         m_pace.noteFrame(second - *m_lastFrame, frame.step);
+        m_period = std::chrono::duration_cast<std::chrono::nanoseconds>(
+            std::chrono::duration<double>(m_pace.period()));
     }
     m_lastReturn = now;
     m_lastFrame = second;
@@ -509,7 +514,11 @@ bool Stream::Core::isOutage(ErrorCode code) const
 /// Whether a camera that sends would have sent a frame meanwhile.
 bool Stream::Core::isSilence(Clock::duration quiet) const
 {
-    return quiet >= m_options.patience && quiet >= 2 * m_camera->knownExposure();
+    const std::chrono::nanoseconds known = m_period;
+    const std::chrono::nanoseconds period = known > 0ns ? known : m_options.slowestPeriod;
+    // One lost frame is no silence.
+    return quiet >= m_options.patience && quiet >= 2 * m_camera->knownExposure() &&
+           2 * quiet >= 5 * period;
 }
 
 /// Takes the next step towards a frame.

@@ -49,8 +49,11 @@ struct StreamCounters {
     ErrorCode lastFailure = ErrorCode::Success; ///< of a grab since the last frame
     /// When the last frame came, or when the stream was started.
     std::chrono::steady_clock::time_point lastFrame;
-    /// Time since then, once it is longer than the stream's patience and twice the exposure.
+    /// Time since then, once it is longer than the stream's patience, twice the exposure and two
+    /// and a half periods.
     std::chrono::nanoseconds silence{};
+    /// From one frame of the camera to the next, without the outages; 0 while it is not known.
+    std::chrono::nanoseconds period{};
     /// Why no frames come, as long as a stream that is kept alive has none.
     std::optional<Outage::Cause> outage;
 
@@ -76,8 +79,12 @@ struct StreamOptions {
     std::size_t capacity = 16; ///< frames that the queue holds with All and Block, at least 1
     /// Restart the stream, or open its camera anew, when no frame comes.
     bool keepAlive = false;
-    /// Without a frame for this long, or twice the exposure if that is longer, it is silent.
+    /// Without a frame for this long, it is silent; for twice the exposure, or two and a half
+    /// periods of its frames, if these are longer.
     std::chrono::milliseconds patience{1000};
+    /// What its period may be as long as that is not known. Leaves a camera that is slower than the
+    /// patience the time for its first frames.
+    std::chrono::milliseconds slowestPeriod{0};
     /// Takes the frames in place of the queue. Runs on the stream's thread, which grabs nothing
     /// meanwhile. May stop and destroy the stream; must not throw.
     std::function<void(const Frame&)> onFrame{};

@@ -2,6 +2,8 @@
 #include "common/library_noise.h"
 #include "common/virtual_run.h"
 #include "zrnview/device/bench.h"
+#include "zrnview/orderly_end.h"
+#include "zrnview/screen_search.h"
 #include "zrnview/widgets/main_window.h"
 
 #include <CLI/App.hpp>
@@ -96,8 +98,11 @@ int main(int argc, char** argv)
     }
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    std::optional<zrnview::ScreenSearch> search(std::in_place);
     const QApplication application(argc, argv);
+    search.reset();
     QApplication::setApplicationName(QStringLiteral("zrnview"));
+    zrnview::endOrderlyOnSignals();
 
     zrnview::Bench bench([&options] { return zrn::Driver::load(options.plugin); });
     zrnview::WindowOptions windowOptions;

@@ -283,6 +283,7 @@ public:
             return m_isConnected ? ErrorCode::StreamStartFailed : ErrorCode::NoCamera;
         }
         const ErrorCode answer = m_device->startAnswer;
+        m_isFrameAwaited = false;
         m_streaming = answer == ErrorCode::Success;
         ++m_device->startCount;
         return answer;
@@ -309,10 +310,14 @@ public:
         if (m_device->onGrab) {
             m_device->onGrab();
         }
-        const auto wait = std::chrono::milliseconds(sends ? m_device->frameMilliseconds.load()
-                                                          : m_timeout.load());
-        m_stopped.wait_for(lock, wait, [this] { return !m_streaming; });
-        if (!m_streaming || !sends || !isOpen()) {
+        if (!m_isFrameAwaited) {
+            m_frameDue = Clock::now() + std::chrono::milliseconds(m_device->frameMilliseconds);
+        }
+        const auto end = Clock::now() + std::chrono::milliseconds(m_timeout);
+        m_isFrameAwaited = sends && m_frameDue > end;
+        m_stopped.wait_until(lock, sends ? std::min(m_frameDue, end) : end,
+                             [this] { return !m_streaming; });
+        if (!m_streaming || !sends || !isOpen() || m_isFrameAwaited) {
             return ErrorCode::GrabTimeout;
         }
         if (m_device->grabAnswer != ErrorCode::Success) {
@@ -423,6 +428,8 @@ private:
     std::atomic<bool> m_isConnected = false;
     std::atomic<int> m_generation = 0;
     std::atomic<bool> m_streaming = false;
+    bool m_isFrameAwaited = false; // by grabs that waited for less than a period
+    Clock::time_point m_frameDue;
     std::atomic<int> m_timeout = 200;
     std::atomic<int> m_cache = 16;
     std::atomic<bool> m_gainCheck = true;

@@ -284,6 +284,44 @@ private slots:
         QVERIFY(device.health().state != CameraState::Lost);
     }
 
+    void aSlowCameraIsNeitherLostNorRestarted_data()
+    {
+        QTest::addColumn<int>("period");
+        QTest::newRow("two frames in a second") << 500;
+        QTest::newRow("a frame in two seconds") << 2000;
+    }
+
+    void aSlowCameraIsNeitherLostNorRestarted()
+    {
+        QFETCH(int, period);
+        auto scripted = makeDevice("ZR1");
+        scripted->frameMilliseconds = period;
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        QTRY_VERIFY_WITH_TIMEOUT(device.health().counters.frames >= 2, patience);
+        QCOMPARE(scripted->startCount.load(), 1);
+        scripted->deaf = true;
+        QStringList told;
+        connect(&device, &CameraDevice::healthChanged, this, [&] {
+            const CameraHealth& health = device.health();
+            const QString news = health.state != CameraState::Streaming
+                                     ? QStringLiteral("not streaming")
+                                 : health.answersControls ? QStringLiteral("well")
+                                                          : QStringLiteral("deaf");
+            if (told.isEmpty() || told.last() != news) {
+                told += news;
+            }
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(told.contains(QStringLiteral("deaf")), patience);
+        const quint64 before = device.health().counters.frames;
+        QTRY_VERIFY_WITH_TIMEOUT(device.health().counters.frames >= before + 3, patience);
+        QCOMPARE(told.join(QLatin1Char(' ')), QStringLiteral("well deaf"));
+        QCOMPARE(scripted->startCount.load(), 1);
+    }
+
     void unplugIsNoticedAndReplugResumesWithTheSettings()
     {
         auto scripted = makeDevice("ZR1");
@@ -636,6 +674,28 @@ private slots:
         scripted->hanging = true;
         QTRY_VERIFY_WITH_TIMEOUT(device.isStuck(), patience);
         QVERIFY(!device.shutDown(10));
+        scripted->hanging = false;
+        QVERIFY(device.shutDown(patience));
+    }
+
+    void aHangingRequestDoesNotCostTheRecordingItsIndex()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
+        auto scripted = makeDevice("ZR1");
+        TestBench test({scripted});
+        QVERIFY(test.waitForDevices(1));
+        CameraDevice& device = *test.bench.devices().front();
+        QVERIFY(test.waitForState(device, CameraState::Idle));
+        device.startStream();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        device.startRecording(path);
+        QTRY_VERIFY_WITH_TIMEOUT(device.recorder() && device.recorder()->progress().frames > 5,
+                                 patience);
+        scripted->hanging = true;
+        QTRY_VERIFY_WITH_TIMEOUT(device.isStuck(), patience);
+        QVERIFY(!device.shutDown(10));
+        QVERIFY(zrn::Recording(path.toStdString()).isComplete());
         scripted->hanging = false;
         QVERIFY(device.shutDown(patience));
     }

@@ -8,6 +8,7 @@
 #include <QtTest>
 
 #include <algorithm>
+#include <csignal>
 
 namespace
 {
@@ -30,6 +31,14 @@ public:
 
     bool isRunning() const { return m_process.state() == QProcess::Running; }
 
+    /// Sends a signal. @return whether it ended by itself and well
+    bool endsWellOn(int signal)
+    {
+        ::kill(static_cast<pid_t>(m_process.processId()), signal);
+        return m_process.waitForFinished(patience) &&
+               m_process.exitStatus() == QProcess::NormalExit && m_process.exitCode() == 0;
+    }
+
     /// Ends it. @return what was printed on its standard error
     QByteArray end()
     {
@@ -51,14 +60,16 @@ qint64 framesOf(VirtualCamera& camera)
                          [](const SentFrame& frame) { return frame.complete; });
 }
 
-int runToEnd(const QStringList& arguments, QByteArray& output)
+int runToEnd(const QStringList& arguments, QByteArray& output,
+             const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
 {
     QProcess process;
+    process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(QStringLiteral(ZRNVIEW_PATH), arguments);
     const bool ended = process.waitForFinished(patience);
     output = process.readAll();
-    return ended ? process.exitCode() : -1;
+    return ended && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
 } // namespace
@@ -99,6 +110,30 @@ private slots:
             const QByteArray errors = viewer.end();
             QVERIFY2(errors.contains("attempt to claim") == isAsked, errors.constData());
         }
+    }
+
+    void endsWellWhenItIsAskedTo()
+    {
+        VirtualCamera first(0);
+        VirtualCamera second(1);
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+            const qint64 before = framesOf(first) + framesOf(second);
+            Viewer viewer({});
+            QTRY_VERIFY_WITH_TIMEOUT(framesOf(first) + framesOf(second) > before + 5, patience);
+            QVERIFY(viewer.endsWellOn(signal));
+        }
+    }
+
+    void saysThatThereIsNoScreen()
+    {
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":31415"));
+        QByteArray output;
+        QCOMPARE(runToEnd({}, output, environment), EXIT_FAILURE);
+        QVERIFY2(output.startsWith("zrnview: there is no screen to show a window on: "),
+                 output.constData());
+        QVERIFY2(output.contains(":31415\nstart it in a desktop session"), output.constData());
     }
 
     void refusesOptionsThatItDoesNotKnow()

@@ -3,6 +3,7 @@
 #include "clipping.h"
 #include "file_size_limit.h"
 #include "scripted_window.h"
+#include "zrnview/orderly_end.h"
 #include "zrnview/widgets/camera_list.h"
 #include "zrnview/widgets/camera_panel.h"
 #include "zrnview/widgets/controls_panel.h"
@@ -33,6 +34,7 @@
 #include <QtTest>
 
 #include <cmath>
+#include <csignal>
 
 using namespace zrnview;
 
@@ -610,6 +612,26 @@ private slots:
         const QRegularExpression loss(
             QStringLiteral("ended early: .*[1-9][0-9]* frames not written"));
         QTRY_VERIFY_WITH_TIMEOUT(test.panel().recordStrip().text().contains(loss), patience);
+    }
+
+    void aSignalFinishesTheRecording()
+    {
+        endOrderlyOnSignals();
+        const QTemporaryDir folder;
+        std::string path;
+        {
+            TestWindow test(makeDevices(1));
+            test.window.setFolder(folder.path());
+            QVERIFY(test.waitForState(CameraState::Streaming));
+            test.panel().recordButton().click();
+            CameraDevice& device = test.panel().device();
+            QTRY_VERIFY_WITH_TIMEOUT(device.recorder() && device.recorder()->progress().frames > 5,
+                                     patience);
+            path = device.recorder()->path();
+            QTimer::singleShot(0, [] { ::raise(SIGTERM); });
+            QCOMPARE(QApplication::exec(), 0);
+        }
+        QVERIFY(zrn::Recording(path).isComplete());
     }
 
     void aFolderThatCannotBeWrittenIsNamed()

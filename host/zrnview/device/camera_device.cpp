@@ -99,7 +99,11 @@ bool CameraDevice::shutDown(int milliseconds)
         m_recorder->stop();
     }
     m_thread.quit();
-    return m_thread.wait(static_cast<unsigned long>(milliseconds));
+    const bool ended = m_thread.wait(static_cast<unsigned long>(milliseconds));
+    if (m_recorder) {
+        m_recorder->finish(); // also where a call hangs, and nobody tidies up
+    }
+    return ended;
 }
 
 void CameraDevice::noteFacts(const CameraFacts& facts)

@@ -61,7 +61,8 @@ public:
     }
     void stopRecording() { ask(&CameraWorker::stopRecording); }
 
-    /// Ends the camera's thread. @return whether it ended in time; if not, a device call hangs.
+    /// Ends the camera's thread and finishes its recording. @return whether it ended in time; if
+    /// not, a device call hangs.
     bool shutDown(int milliseconds);
 
 signals:

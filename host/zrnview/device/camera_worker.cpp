@@ -7,6 +7,8 @@
 #include <QFile>
 #include <QJsonDocument>
 
+#include <algorithm>
+
 namespace zrnview
 {
 namespace
@@ -17,9 +19,11 @@ using CameraSpace::TriggerMode;
 
 constexpr auto watchPeriod = 250ms;
 constexpr auto propertyPeriod = 1s;
-/// Unanswered probes in a row, while frames arrive, that make a camera deaf. The first may be that
-/// of a camera which was just unplugged and whose last frames came after the probe before.
+/// Unanswered probes in a row that make a camera deaf, if a frame has come since the first of them;
+/// otherwise it may just have been unplugged.
 constexpr int deafProbes = 2;
+/// Slower cameras there are none.
+constexpr auto slowestPeriod = 2s;
 
 double secondsSinceStart(Clock::time_point time)
 {
@@ -173,6 +177,7 @@ void CameraWorker::startStream()
     const ErrorCode code = codeOf([this] {
         zrn::StreamOptions options;
         options.keepAlive = true;
+        options.slowestPeriod = slowestPeriod;
         options.onFrame = [this](const zrn::Frame& frame) { accept(frame); };
         options.onEvent = [this](const zrn::StreamEvent& event) {
             QMetaObject::invokeMethod(this, [this, event] { note(event); });
@@ -292,16 +297,13 @@ void CameraWorker::watch()
         return;
     }
     const zrn::CameraStatus status = m_camera->status();
-    m_unansweredProbes = status.isOnline ? 0 : m_unansweredProbes + 1;
     const CameraState before = m_health.state;
-    const quint64 framesBefore = m_health.counters.frames;
     if (m_stream) {
         m_health.counters = m_stream->counters();
     }
     m_health.driverRate = status.frameRate;
-    m_health.state = stateNow(status.isOnline, framesBefore);
-    m_health.answersControls =
-        m_health.state != CameraState::Lost && m_unansweredProbes < deafProbes;
+    m_health.state = stateNow(status.isOnline);
+    judgeControls(status.isOnline);
     m_health.code = m_health.counters.lastFailure;
     if (m_health.state == CameraState::Lost || (m_recorder && m_recorder->progress().finished)) {
         stopRecording();
@@ -340,7 +342,28 @@ void CameraWorker::setSink(std::shared_ptr<zrn::Recorder> recorder)
     m_sink = std::move(recorder);
 }
 
-CameraState CameraWorker::stateNow(bool answers, quint64 framesBefore) const
+/// Whether a frame should have come since the last one, were the camera still there.
+bool CameraWorker::isFrameOverdue() const
+{
+    const zrn::StreamCounters& counters = m_health.counters;
+    const std::chrono::nanoseconds period = counters.period > 0ns ? counters.period : slowestPeriod;
+    return Clock::now() - counters.lastFrame >
+           std::max<std::chrono::nanoseconds>(watchPeriod, 2 * period);
+}
+
+void CameraWorker::judgeControls(bool isAnswered)
+{
+    m_unansweredProbes = isAnswered ? 0 : m_unansweredProbes + 1;
+    if (m_unansweredProbes <= 1) {
+        m_framesWhenHeard = m_health.counters.frames;
+    }
+    const bool isDeaf =
+        m_unansweredProbes >= deafProbes && m_health.counters.frames > m_framesWhenHeard;
+    const bool answers = isAnswered || (m_health.answersControls && !isDeaf);
+    m_health.answersControls = answers && m_health.state != CameraState::Lost;
+}
+
+CameraState CameraWorker::stateNow(bool answers) const
 {
     const zrn::StreamCounters& counters = m_health.counters;
     if (counters.outage) {
@@ -348,7 +371,7 @@ CameraState CameraWorker::stateNow(bool answers, quint64 framesBefore) const
                                                             : CameraState::Silent;
     }
     // A camera whose frames still arrive is there, even if a control request went wrong.
-    if (!answers && !(m_stream && counters.frames > framesBefore)) {
+    if (!answers && !(m_stream && !isFrameOverdue())) {
         return CameraState::Lost;
     }
     return !m_stream                ? CameraState::Idle

@@ -71,7 +71,9 @@ private:
     void watch();
     void note(const zrn::StreamEvent& event);
     void carryOutRequests();
-    CameraState stateNow(bool answers, quint64 framesBefore) const;
+    CameraState stateNow(bool answers) const;
+    bool isFrameOverdue() const;
+    void judgeControls(bool isAnswered);
     /// Takes a frame, on the stream's thread.
     void accept(const zrn::Frame& frame);
     void setSink(std::shared_ptr<zrn::Recorder> recorder);
@@ -83,7 +85,8 @@ private:
     std::unique_ptr<zrn::Stream> m_stream; // while it runs
     bool m_wantsStream = false;            // also while there is no camera
     CameraHealth m_health;
-    int m_unansweredProbes = 0; // in a row
+    int m_unansweredProbes = 0;    // in a row
+    quint64 m_framesWhenHeard = 0; // at the first of them
     std::shared_ptr<zrn::Recorder> m_recorder;
     qint64 m_orderBeforeRecording = 0;
     QTimer m_watchTimer; // runs while the camera is taken
