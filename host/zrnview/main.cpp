@@ -5,12 +5,14 @@
 #include "zrnview/orderly_end.h"
 #include "zrnview/screen_search.h"
 #include "zrnview/widgets/main_window.h"
+#include "zrnview/widgets/preferences.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <QApplication>
 #include <QLoggingCategory>
+#include <QProcess>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -28,7 +30,7 @@ struct Options {
     std::string plugin;
     std::vector<std::string> virtualModels;
     std::string folder;
-    std::string theme = "system";
+    std::string theme; ///< empty: as in the last run
     std::optional<int> cameras;
     bool stopped = false;
     bool verbose = false;
@@ -44,7 +46,8 @@ void addOptions(CLI::App& app, Options& options)
     app.add_flag("--stopped", options.stopped, "Do not start the streams");
     app.add_option("--folder", options.folder, "Where pictures and recordings go")
         ->type_name("DIR");
-    app.add_option("--theme", options.theme, "Colours: system, light or dark")
+    app.add_option("--theme", options.theme,
+                   "Colours: system, light or dark; remembered if chosen in the menu")
         ->check(CLI::IsMember({"system", "light", "dark"}));
     app.add_flag("-v,--verbose", options.verbose,
                  "Show everything that the driver prints and logs");
@@ -57,6 +60,9 @@ void addOptions(CLI::App& app, Options& options)
 
 zrnview::Theme themeOf(const std::string& name)
 {
+    if (name.empty()) {
+        return zrnview::rememberedTheme().value_or(zrnview::Theme::System);
+    }
     return name == "light"  ? zrnview::Theme::Light
            : name == "dark" ? zrnview::Theme::Dark
                             : zrnview::Theme::System;
@@ -64,10 +70,30 @@ zrnview::Theme themeOf(const std::string& name)
 
 QString folderOf(const Options& options)
 {
-    return options.folder.empty()
+    if (!options.folder.empty()) {
+        return QString::fromLocal8Bit(options.folder.c_str());
+    }
+    const QString remembered = zrnview::rememberedFolder();
+    return remembered.isEmpty()
                ? QStandardPaths::writableLocation(QStandardPaths::PicturesLocation) +
                      QStringLiteral("/zrnview")
-               : QString::fromLocal8Bit(options.folder.c_str());
+               : remembered;
+}
+
+/// Starts this program on a virtual camera. @return why it could not be started; empty if it was
+QString startOnVirtualCamera(const std::string& plugin)
+{
+    QStringList arguments{QStringLiteral("--virtual")};
+    if (!plugin.empty()) {
+        arguments << QStringLiteral("--plugin") << QString::fromLocal8Bit(plugin.c_str());
+    }
+    if (zrnhost::virtualModels().isEmpty()) {
+        return QStringLiteral("zrnsim was not found; install it, or put it on PATH");
+    }
+    const QString program = QCoreApplication::applicationFilePath();
+    return QProcess::startDetached(program, arguments)
+               ? QString()
+               : QStringLiteral("%1 could not be started").arg(program);
 }
 
 } // namespace
@@ -101,6 +127,8 @@ int main(int argc, char** argv)
     std::optional<zrnview::ScreenSearch> search(std::in_place);
     const QApplication application(argc, argv);
     search.reset();
+    // QSettings keeps under these names what is remembered.
+    QApplication::setOrganizationName(QStringLiteral("zrncamera"));
     QApplication::setApplicationName(QStringLiteral("zrnview"));
     zrnview::endOrderlyOnSignals();
 
@@ -111,18 +139,25 @@ int main(int argc, char** argv)
     windowOptions.startStreams = !options.stopped;
     windowOptions.folder = folderOf(options);
     windowOptions.theme = themeOf(options.theme);
+    windowOptions.examine = [&options] { return zrn::examine(options.plugin); };
+    if (!zrnhost::onVirtualCameras()) {
+        windowOptions.startVirtual = [&options] { return startOnVirtualCamera(options.plugin); };
+    }
     zrnview::applyTheme(windowOptions.theme);
     int exitCode = EXIT_SUCCESS;
     {
         zrnview::MainWindow window(bench, windowOptions);
-        window.resize(window.fontMetrics().averageCharWidth() * 230,
-                      window.fontMetrics().height() * 58);
+        if (!window.restoreLayout()) {
+            window.resize(window.fontMetrics().averageCharWidth() * 230,
+                          window.fontMetrics().height() * 58);
+        }
         for (const std::string& path : options.recordings) {
             window.openRecording(QString::fromLocal8Bit(path.c_str()));
         }
         window.show();
         bench.start();
         exitCode = QApplication::exec();
+        window.rememberLayout();
     }
     if (!bench.shutDown()) {
         std::fprintf(stderr, "zrnview: a request to a camera does not end; leaving it behind\n");

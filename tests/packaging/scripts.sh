@@ -31,4 +31,18 @@ grep -q 'Installing: failed with status 3' <<<"$said" || complain "no failure: $
 grep -q 'Unpacking cmake' <<<"$said" || complain "a command that fails has said nothing: $said"
 said=$( (echo first; sleep 5; echo last) | keep_telling "testing")
 tr '\n' ' ' <<<"$said" | grep -qE '^first (\.\.\. testing, [0-9]+ s )+last $' || complain "not told: $said"
+
+# A bare root is unpacked for longer than anybody waits in silence.
+mkdir -p "$stubs/root/cache/zrncamera"
+touch "$stubs/root/cache/zrncamera/root-$(. /etc/os-release && echo "$VERSION_CODENAME").tar"
+for command in mount umount chroot cp find; do
+    printf '#!/bin/sh\n' >"$stubs/root/$command"
+done
+printf '#!/bin/sh\nsleep 5\n' >"$stubs/root/tar"
+printf '#!/bin/sh\nexec "$@"\n' >"$stubs/root/sudo"
+chmod +x "$stubs"/root/{mount,umount,chroot,cp,find,tar,sudo}
+said=$(PATH=$stubs/root:$PATH XDG_CACHE_HOME=$stubs/root/cache \
+    "$SOURCE_DIR/packaging/in-clean-root" "$stubs" "$SOURCE_DIR/packaging/use-packages" 2>&1) ||
+    complain "in-clean-root: status $?: $said"
+grep -q '^Unpacking the bare root: [0-9]* s$' <<<"$said" || complain "a silent unpacking: $said"
 exit "$failed"

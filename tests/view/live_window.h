@@ -8,6 +8,7 @@
 #include "zrnview/widgets/main_window.h"
 #include "zrnview/widgets/side_panel.h"
 
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -24,6 +25,7 @@ public:
         : bench([] { return zrn::Driver::load(ZRN_PLUGIN_PATH); })
         , window(bench, options(cameras))
     {
+        QSettings().clear();
         window.resize(1600, 940);
         window.show();
         bench.start();

@@ -247,6 +247,41 @@ private slots:
         QVERIFY(live.waitForStreams(2));
     }
 
+    void aSmallScreen()
+    {
+        const Look look(Theme::Light);
+        LiveWindow live(2);
+        QVERIFY(live.waitForStreams(2));
+        live.window.resize(1024, 600);
+        QVERIFY(waitForPlots(live));
+        capture(live.window, "small-screen");
+    }
+
+    void theFirstPage()
+    {
+        const Look look(Theme::Light);
+        VirtualCamera first(0);
+        VirtualCamera second(1);
+        first.tell("unplug");
+        second.tell("unplug");
+        Bench bench([] { return zrn::Driver::load(ZRN_PLUGIN_PATH); });
+        WindowOptions options;
+        options.startVirtual = [] { return QString(); };
+        options.examine = [] { return zrn::judgeBus({}); };
+        MainWindow window(bench, options);
+        window.resize(1200, 700);
+        window.show();
+        bench.start();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            window.firstPage().text().contains(QStringLiteral("No camera found")), patience);
+        window.firstPage().doctorButton().click();
+        QTRY_VERIFY_WITH_TIMEOUT(window.firstPage().findings().contains(QStringLiteral("lsusb")),
+                                 patience);
+        capture(window, "first-page");
+        first.tell("plug");
+        second.tell("plug");
+    }
+
     void noCameraAtAll()
     {
         const Look look(Theme::Light);

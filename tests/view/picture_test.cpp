@@ -12,6 +12,7 @@
 
 #include <QApplication>
 #include <QScreen>
+#include <QSettings>
 #include <QToolButton>
 
 using namespace zrnview;
@@ -50,6 +51,8 @@ class PictureTest : public QObject
     Q_OBJECT
 
 private slots:
+    void init() { QSettings().clear(); }
+
     void aPictureWithTheFocusIsAsBrightAsWithout()
     {
         TestWindow test(makeDevices(1));

@@ -79,6 +79,8 @@ class ProgramTest : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase() { qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_settings.path())); }
+
     void showsAsManyCamerasAsAskedFor()
     {
         VirtualCamera first(0);
@@ -144,6 +146,22 @@ private slots:
         QCOMPARE(runToEnd({QStringLiteral("--version")}, output), 0);
         QVERIFY2(output.startsWith("zrnview "), output.constData());
     }
+
+    void remembersItsWindow()
+    {
+        VirtualCamera first(0);
+        VirtualCamera second(1);
+        const qint64 before = framesOf(first) + framesOf(second);
+        Viewer viewer({});
+        QTRY_VERIFY_WITH_TIMEOUT(framesOf(first) + framesOf(second) > before + 5, patience);
+        QVERIFY(viewer.endsWellOn(SIGTERM));
+        QFile file(m_settings.filePath(QStringLiteral("zrncamera/zrnview.conf")));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(file.readAll().contains("geometry="));
+    }
+
+private:
+    const QTemporaryDir m_settings;
 };
 
 QTEST_GUILESS_MAIN(ProgramTest)

@@ -25,6 +25,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QRegularExpression>
+#include <QSettings>
 #include <QSlider>
 #include <QTabBar>
 #include <QTableView>
@@ -122,6 +123,8 @@ class WindowTest : public QObject
     Q_OBJECT
 
 private slots:
+    void init() { QSettings().clear(); }
+
     void everyImageSettingReachesTheCamera_data()
     {
         QTest::addColumn<int>("setting");
@@ -458,7 +461,8 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(frames.ratePlot().series(0).newest().value > 5, patience);
         QTRY_VERIFY_WITH_TIMEOUT(!frames.latencyPlot().series(1).isEmpty(), patience);
         QTRY_COMPARE_WITH_TIMEOUT(frames.missingPlot().headline(), QStringLiteral("0"), patience);
-        QCOMPARE(frames.histogram('A').histogram().pixels, quint64{64 * 48});
+        QTRY_COMPARE_WITH_TIMEOUT(frames.histogram('A').histogram().pixels, quint64{64 * 48},
+                                  patience);
         devices[0]->skipNext = 3;
         QTRY_COMPARE_WITH_TIMEOUT(frames.missingPlot().headline(), QStringLiteral("3"), patience);
     }
@@ -720,6 +724,7 @@ private slots:
         {
             TestWindow test(makeDevices(1));
             QVERIFY(test.waitForState(CameraState::Streaming));
+            test.window.resize(1920, 1080);
             const QSize needed = test.window.minimumSizeHint();
             QVERIFY2(
                 needed.width() <= 1920 && needed.height() <= 1080,

@@ -26,6 +26,9 @@ CameraDevice::CameraDevice(const std::shared_ptr<zrn::Driver>& driver, const zrn
     connect(m_worker, &CameraWorker::propertiesRead, this, &CameraDevice::propertiesRead);
     connect(m_worker, &CameraWorker::answered, this, &CameraDevice::answered);
     connect(m_worker, &CameraWorker::recordingRefused, this, &CameraDevice::recordingRefused);
+    connect(m_worker, &CameraWorker::settingsSaved, this, &CameraDevice::settingsSaved);
+    connect(m_worker, &CameraWorker::settingsLoaded, this, &CameraDevice::settingsLoaded);
+    connect(m_worker, &CameraWorker::settingsFileFailed, this, &CameraDevice::settingsFileFailed);
     connect(m_worker, &CameraWorker::silenceExplained, this, &CameraDevice::silenceExplained);
     connect(m_worker, &CameraWorker::recordingStarted, this,
             [this](const std::shared_ptr<zrn::Recorder>& recorder) {
@@ -128,6 +131,13 @@ void CameraDevice::noteReadings(const SettingReadings& readings)
         m_readings[reading.setting] = reading;
     }
     emit settingsRead(readings);
+    for (const SettingReading& reading : readings) {
+        const auto wish = m_wishes.find(reading.setting);
+        if (reading.written && reading.writeCode == ErrorCode::Success && wish != m_wishes.end() &&
+            wish->second == reading.wanted) {
+            emit settingChosen(reading.setting, reading.wanted);
+        }
+    }
 }
 
 } // namespace zrnview

@@ -47,7 +47,14 @@ public:
     void giveBack() { ask(&CameraWorker::giveBack); }
     void startStream() { ask(&CameraWorker::startStream); }
     void stopStream() { ask(&CameraWorker::stopStream); }
-    void set(Setting setting, qint64 value) { m_worker->request(setting, value); }
+    void set(Setting setting, qint64 value)
+    {
+        m_wishes[setting] = value;
+        m_worker->request(setting, value);
+    }
+    /// Settings as a file, also for zrncam.
+    void saveSettings(const QString& path) { ask(&CameraWorker::saveSettings, path); }
+    void loadSettings(const QString& path) { ask(&CameraWorker::loadSettings, path); }
     void resetCamera() { ask(&CameraWorker::resetCamera); }
     void discardFrames() { ask(&CameraWorker::discardFrames); }
     void writeProperty(const QByteArray& key, const zrn::Value& value)
@@ -74,6 +81,11 @@ signals:
     void recordingChanged();
     void recordingRefused(const QString& why);
     void silenceExplained(const QStringList& findings);
+    /// A value that set() was called with was taken.
+    void settingChosen(zrnview::Setting setting, qint64 value);
+    void settingsSaved(const QString& path);
+    void settingsLoaded(const QString& path);
+    void settingsFileFailed(const QString& why);
 
 private:
     /// Calls the worker on its thread, without waiting.
@@ -95,6 +107,7 @@ private:
     CameraFacts m_facts;
     CameraHealth m_health;
     std::map<Setting, SettingReading> m_readings;
+    std::map<Setting, qint64> m_wishes; // last values of set()
     std::shared_ptr<zrn::Recorder> m_recorder;
     QElapsedTimer m_lastSign;
     bool m_expectsSigns = false; // the camera's thread reports several times a second

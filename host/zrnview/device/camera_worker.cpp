@@ -2,6 +2,8 @@
 
 #include "client/findings.h"
 #include "client/silence.h"
+#include "common/camera_settings.h"
+#include "common/file_writer.h"
 #include "zrnview/device/setting_access.h"
 
 #include <QFile>
@@ -271,6 +273,40 @@ void CameraWorker::stopRecording()
     m_recorder->stop();
     m_recorder.reset();
     emit settingsRead(writeAndReadBack(*m_camera, Setting::TriggerOrder, m_orderBeforeRecording));
+}
+
+void CameraWorker::saveSettings(const QString& path)
+{
+    if (!isConnected()) {
+        return;
+    }
+    try {
+        const QString failure =
+            zrnhost::writeFile(path, zrnhost::toJson(zrnhost::settingsOf(*m_camera)));
+        failure.isEmpty() ? emit settingsSaved(path) : emit settingsFileFailed(failure);
+    } catch (const zrn::Error& error) {
+        emit settingsFileFailed(QString::fromUtf8(error.what()));
+    }
+}
+
+void CameraWorker::loadSettings(const QString& path)
+{
+    if (!isConnected()) {
+        return;
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        emit settingsFileFailed(QStringLiteral("%1: %2").arg(path, file.errorString()));
+        return;
+    }
+    try {
+        zrnhost::applySettings(zrnhost::settingsFromJson(file.readAll()), *m_camera);
+        emit settingsLoaded(path);
+    } catch (const std::exception& error) { // the camera's or the file's
+        emit settingsFileFailed(
+            QStringLiteral("%1: %2").arg(path, QString::fromUtf8(error.what())));
+    }
+    emit settingsRead(readAllSettings(*m_camera));
 }
 
 void CameraWorker::carryOutRequests()

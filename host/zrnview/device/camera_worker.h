@@ -48,6 +48,10 @@ public slots:
     /// Creates a recording and sends all further frames to it.
     void startRecording(const QString& path, const QJsonObject& metadata);
     void stopRecording();
+    /// Writes how the camera is set to a file that loadSettings() and zrncam read.
+    void saveSettings(const QString& path);
+    /// Sets the camera as the file says.
+    void loadSettings(const QString& path);
 
 signals:
     void connected(const zrnview::CameraFacts& facts);
@@ -58,6 +62,10 @@ signals:
     void answered(const QString& operation, ErrorCode code);
     void recordingStarted(const std::shared_ptr<zrn::Recorder>& recorder);
     void recordingRefused(const QString& why);
+    void settingsSaved(const QString& path);
+    void settingsLoaded(const QString& path);
+    /// A file of settings could not be written, read or applied.
+    void settingsFileFailed(const QString& why);
     /// Why no frame may be arriving; sent when a stream has become silent.
     void silenceExplained(const QStringList& findings);
 

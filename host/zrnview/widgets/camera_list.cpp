@@ -83,7 +83,8 @@ QString stateText(const CameraDevice& device)
     case CameraState::Silent:
         return CameraList::tr("no frames");
     case CameraState::Lost:
-        return CameraList::tr("unplugged?");
+        return device.health().refusal.isEmpty() ? CameraList::tr("unplugged?")
+                                                 : CameraList::tr("not available");
     }
     return {};
 }

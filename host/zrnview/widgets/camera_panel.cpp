@@ -8,6 +8,7 @@
 #include "zrnview/widgets/frame_panel.h"
 #include "zrnview/widgets/notice_bar.h"
 #include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/preferences.h"
 #include "zrnview/widgets/record_strip.h"
 #include "zrnview/widgets/theme.h"
 
@@ -66,6 +67,9 @@ CameraPanel::CameraPanel(CameraDevice& device, QWidget* parent)
         m_device.stopStream();
         m_device.startStream();
     });
+    restoreLook(m_device.serial(), m_frames->panes());
+    connect(&m_frames->panes(), &PaneArea::lookChanged, this,
+            [this] { rememberLook(m_device.serial(), m_frames->panes()); });
     connect(&m_frames->panes(), &PaneArea::activated, this, &CameraPanel::activated);
     // A camera that hangs sends no news, so that somebody else has to notice.
     m_stuckTimer.setInterval(stuckPeriod);

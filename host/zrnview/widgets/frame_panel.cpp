@@ -27,6 +27,7 @@ FramePanel::FramePanel(FrameStation& station, QWidget* parent)
     : QWidget(parent)
     , m_station(station)
     , m_panes(new PaneArea(this))
+    , m_graphs(new QWidget(this))
     , m_number(new RunningPlot(tr("Frame"), RunningPlot::Style::Range, this))
     , m_rate(new RunningPlot(tr("Rate"), RunningPlot::Style::Line, this))
     , m_missing(new RunningPlot(tr("Missing"), RunningPlot::Style::Bars, this))
@@ -51,11 +52,14 @@ FramePanel::FramePanel(FrameStation& station, QWidget* parent)
     auto* histograms = new QHBoxLayout;
     histograms->addWidget(m_histogramA);
     histograms->addWidget(m_histogramB);
+    auto* graphs = new QVBoxLayout(m_graphs);
+    graphs->setContentsMargins(0, 0, 0, 0);
+    graphs->addLayout(histograms);
+    graphs->addLayout(plots);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_panes, 1);
-    layout->addLayout(histograms);
-    layout->addLayout(plots);
+    layout->addWidget(m_graphs);
 
     connect(m_panes, &PaneArea::amplificationChanged, this,
             [this](int factor) { m_station.setAmplification(factor); });
@@ -88,6 +92,30 @@ void FramePanel::restart()
     for (RunningPlot* plot : {m_number, m_rate, m_missing, m_latency}) {
         plot->clear();
     }
+}
+
+void FramePanel::setGraphsWanted(bool wanted)
+{
+    m_wantsGraphs = wanted;
+    showGraphs();
+}
+
+QSize FramePanel::minimumSizeHint() const
+{
+    return m_panes->minimumSizeHint();
+}
+
+void FramePanel::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    showGraphs();
+}
+
+/// In a panel that is too low for both the images come first.
+void FramePanel::showGraphs()
+{
+    const int room = height() - m_panes->minimumSizeHint().height() - layout()->spacing();
+    m_graphs->setVisible(m_wantsGraphs && room >= m_graphs->minimumSizeHint().height());
 }
 
 void FramePanel::refresh()

@@ -35,6 +35,10 @@ public:
     RunningPlot& numberPlot() { return *m_number; }
     /// The frame that is shown; null before the first.
     const std::shared_ptr<const Display>& display() const { return m_display; }
+    /// Whether histograms and plots are shown where there is room for them.
+    void setGraphsWanted(bool wanted);
+    bool showsGraphs() const { return m_graphs->isVisibleTo(this); }
+    QSize minimumSizeHint() const override;
     /// Empties plots and counts, as before a new stream.
     void restart();
     /// How often the newest frame is shown: once in each refresh of the screen.
@@ -45,8 +49,10 @@ signals:
 
 protected:
     void showEvent(QShowEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
+    void showGraphs();
     void refresh();
     void showHistograms();
     void plot(const std::vector<FrameSample>& samples);
@@ -54,6 +60,8 @@ private:
 
     FrameStation& m_station;
     PaneArea* m_panes;
+    QWidget* m_graphs; // histograms and plots
+    bool m_wantsGraphs = true;
     RunningPlot* m_number;
     RunningPlot* m_rate;
     RunningPlot* m_missing;

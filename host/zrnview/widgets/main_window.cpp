@@ -2,13 +2,14 @@
 
 #include "zrnview/device/bench.h"
 #include "zrnview/device/camera_device.h"
+#include "zrnview/widgets/camera_events.h"
 #include "zrnview/widgets/camera_list.h"
 #include "zrnview/widgets/camera_panel.h"
-#include "zrnview/widgets/explanation.h"
 #include "zrnview/widgets/frame_panel.h"
 #include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/playback_panel.h"
+#include "zrnview/widgets/preferences.h"
 #include "zrnview/widgets/record_strip.h"
 #include "zrnview/widgets/side_panel.h"
 
@@ -17,7 +18,6 @@
 #include <QDockWidget>
 #include <QFileDialog>
 #include <QGridLayout>
-#include <QLabel>
 #include <QMessageBox>
 #include <QStatusBar>
 
@@ -30,6 +30,8 @@ namespace
 {
 
 constexpr int statusMilliseconds = 8000;
+/// Parts of the window give way to it.
+constexpr QSize smallest(640, 400);
 
 } // namespace
 
@@ -38,16 +40,18 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     , m_options(options)
     , m_area(new QWidget(this))
     , m_grid(new QGridLayout(m_area))
-    , m_empty(new QLabel(m_area))
+    , m_empty(new FirstPage(options.examine, m_area))
     , m_cameraList(new CameraList(bench, this))
     , m_side(new SidePanel(this))
 {
     setWindowTitle(tr("zrnview"));
+    setMinimumSize(smallest);
     setCentralWidget(m_area);
     m_grid->setContentsMargins(4, 4, 4, 4);
     m_grid->setSpacing(4);
-    m_empty->setAlignment(Qt::AlignCenter);
-    m_empty->setWordWrap(true);
+    m_empty->virtualButton().setVisible(static_cast<bool>(m_options.startVirtual));
+    connect(m_empty, &FirstPage::recordingRequested, this, &MainWindow::chooseRecording);
+    connect(m_empty, &FirstPage::virtualCameraRequested, this, &MainWindow::startVirtual);
     updateEmpty();
     buildSide();
     buildMenus();
@@ -99,15 +103,20 @@ void MainWindow::buildSide()
     const auto addDock = [this](const QString& title, const char* name, QWidget* content) {
         auto* dock = new QDockWidget(title, this);
         dock->setObjectName(QLatin1String(name));
-        dock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
         dock->setWidget(content);
         addDockWidget(Qt::RightDockWidgetArea, dock);
         return dock;
     };
-    QDockWidget* cameras = addDock(tr("Cameras"), "cameras", m_cameraList);
+    m_cameras = addDock(tr("Cameras"), "cameras", m_cameraList);
     m_adjust = addDock(tr("No camera chosen"), "adjust", m_side);
+    connect(m_adjust->toggleViewAction(), &QAction::triggered, this, [this](bool shown) {
+        m_controlsGaveWay = false;
+        if (shown && !hasRoomForControls()) {
+            m_adjust->setFloating(true);
+        }
+    });
     const int line = fontMetrics().height();
-    resizeDocks({cameras, m_adjust}, {line * 9, line * 40}, Qt::Vertical);
+    resizeDocks({m_cameras, m_adjust}, {line * 9, line * 40}, Qt::Vertical);
     resizeDocks({m_adjust}, {fontMetrics().averageCharWidth() * 48}, Qt::Horizontal);
 }
 
@@ -118,34 +127,19 @@ void MainWindow::updateEmpty()
         advice.isEmpty()
             ? tr("Tick a camera in the list to see its images, or open a recording with Ctrl+O.")
             : advice;
-    m_empty->setText(QStringLiteral("<big>%1</big>").arg(text.toHtmlEscaped()));
+    m_empty->setText(text);
 }
 
 void MainWindow::welcome(CameraDevice& device, bool isAskedFor)
 {
-    connect(&device, &CameraDevice::answered, this,
-            [this, &device](const QString& operation, ErrorCode code) {
-                if (code == ErrorCode::Success) {
-                    note(EventLog::Tone::Information,
-                         tr("%1: %2: done").arg(device.serial(), operation));
-                    return;
-                }
-                note(EventLog::Tone::Fault,
-                     explained(tr("%1: %2 failed").arg(device.serial(), operation), code));
-            });
-    connect(&device, &CameraDevice::settingsRead, this,
-            [this, &device](const SettingReadings& readings) {
-                for (const SettingReading& reading : readings) {
-                    if (reading.written && reading.writeCode != ErrorCode::Success) {
-                        note(EventLog::Tone::Fault,
-                             explained(tr("%1: %2 %3 was refused")
-                                           .arg(device.serial(),
-                                                QString::fromUtf8(infoOf(reading.setting).label))
-                                           .arg(reading.wanted),
-                                       reading.writeCode));
-                    }
-                }
-            });
+    new CameraEvents(
+        device, [this](EventLog::Tone tone, const QString& text) { note(tone, text); }, this);
+    connect(&device, &CameraDevice::settingChosen, this, [&device](Setting setting, qint64 value) {
+        if (isKeptByDriver(setting)) {
+            rememberSetting(device.serial(), setting, value);
+        }
+    });
+    restoreSettings(device);
     if (isAskedFor || m_welcomed < m_options.camerasToShow) {
         m_welcomed += isAskedFor ? 0 : 1;
         showCamera(device);
@@ -163,6 +157,7 @@ CameraPanel& MainWindow::showCamera(CameraDevice& device)
         }
     }
     auto* panel = new CameraPanel(device, m_area);
+    panel->frames().setGraphsWanted(m_graphs->isChecked());
     m_panels.push_back(panel);
     connect(panel, &CameraPanel::activated, this, [this, panel] { activate(*panel); });
     connect(panel, &CameraPanel::closed, this, [this, &device] { hideCamera(device); });
@@ -210,6 +205,7 @@ void MainWindow::hideCamera(CameraDevice& device)
 PlaybackPanel& MainWindow::openRecording(const QString& path)
 {
     auto* panel = new PlaybackPanel(path, m_area);
+    panel->frames().setGraphsWanted(m_graphs->isChecked());
     m_recordings.push_back(panel);
     connect(panel, &PlaybackPanel::activated, this, [this, panel] { activate(*panel); });
     connect(panel, &PlaybackPanel::closed, this, [this, panel] { closeRecording(*panel); });
@@ -266,6 +262,7 @@ void MainWindow::showControlsOf(CameraDevice* device)
 {
     m_side->showDevice(device);
     m_adjust->setWindowTitle(device ? device->serial() : tr("No camera chosen"));
+    m_adjust->toggleViewAction()->setText(tr("Co&ntrols")); // not the title
 }
 
 void MainWindow::arrange()
@@ -284,10 +281,16 @@ void MainWindow::arrange()
     for (int column = 0; column < std::max(columns, m_grid->columnCount()); ++column) {
         m_grid->setColumnStretch(column, column < columns ? 1 : 0);
     }
+    const int rows = (static_cast<int>(shown.size()) + columns - 1) / columns;
+    for (int row = 0; row < std::max(rows, m_grid->rowCount()); ++row) {
+        m_grid->setRowStretch(row, row < rows ? 1 : 0);
+    }
     for (int i = 0; i < static_cast<int>(shown.size()); ++i) {
         m_grid->addWidget(shown[static_cast<std::size_t>(i)], i / columns, i % columns);
         shown[static_cast<std::size_t>(i)]->show();
     }
+    m_grid->activate();
+    makeRoom();
 }
 
 FramePanel* MainWindow::activeFrames() const
@@ -350,6 +353,108 @@ void MainWindow::chooseFolder()
         this, tr("Folder for pictures and recordings"), m_options.folder);
     if (!folder.isEmpty()) {
         m_options.folder = folder;
+        rememberFolder(folder);
+    }
+}
+
+void MainWindow::saveSettings()
+{
+    if (!m_active) {
+        return;
+    }
+    CameraDevice& device = m_active->device();
+    const QString path = QFileDialog::getSaveFileName(
+        this, tr("Save the settings of %1").arg(device.serial()),
+        QStringLiteral("%1/%2.json").arg(m_options.folder, device.serial()),
+        tr("Settings (*.json);;All files (*)"));
+    if (!path.isEmpty()) {
+        device.saveSettings(path);
+    }
+}
+
+void MainWindow::loadSettings()
+{
+    if (!m_active) {
+        return;
+    }
+    CameraDevice& device = m_active->device();
+    const QString path =
+        QFileDialog::getOpenFileName(this, tr("Load settings into %1").arg(device.serial()),
+                                     m_options.folder, tr("Settings (*.json);;All files (*)"));
+    if (!path.isEmpty()) {
+        device.loadSettings(path);
+    }
+}
+
+void MainWindow::startVirtual()
+{
+    const QString failure = m_options.startVirtual();
+    if (failure.isEmpty()) {
+        note(EventLog::Tone::Information, tr("A second window opens on a virtual camera."));
+    } else {
+        note(EventLog::Tone::Fault, tr("No virtual camera: %1").arg(failure));
+    }
+}
+
+bool MainWindow::hasRoomForControls() const
+{
+    return width() >= m_area->minimumSizeHint().width() + m_side->minimumSizeHint().width();
+}
+
+/// Where there is not room for both, the images come before the controls.
+void MainWindow::makeRoom()
+{
+    const bool isDocked = m_adjust->isVisible() && !m_adjust->isFloating();
+    if (isDocked && !hasRoomForControls()) {
+        m_adjust->hide();
+        m_controlsGaveWay = true;
+    } else if (m_controlsGaveWay && hasRoomForControls()) {
+        m_adjust->show();
+        m_controlsGaveWay = false;
+    }
+}
+
+bool MainWindow::restoreLayout()
+{
+    return zrnview::restoreLayout(*this);
+}
+
+void MainWindow::rememberLayout()
+{
+    if (m_controlsGaveWay) {
+        m_adjust->show(); // as it is to be where there is room
+    }
+    zrnview::rememberLayout(*this);
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event)
+{
+    QMainWindow::resizeEvent(event);
+    makeRoom();
+}
+
+void MainWindow::setGraphsWanted(bool wanted)
+{
+    m_graphs->setChecked(wanted);
+    for (CameraPanel* panel : m_panels) {
+        panel->frames().setGraphsWanted(wanted);
+    }
+    for (PlaybackPanel* panel : m_recordings) {
+        panel->frames().setGraphsWanted(wanted);
+    }
+}
+
+void MainWindow::setFullScreen(bool full)
+{
+    setWindowState(full ? windowState() | Qt::WindowFullScreen
+                        : windowState() & ~Qt::WindowFullScreen);
+}
+
+void MainWindow::changeEvent(QEvent* event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::WindowStateChange) {
+        m_fullScreen->setChecked(isFullScreen());
     }
 }
 

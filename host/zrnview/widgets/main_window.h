@@ -1,16 +1,19 @@
 #pragma once
 
+#include "client/doctor.h"
 #include "zrnview/widgets/event_log.h"
+#include "zrnview/widgets/first_page.h"
 #include "zrnview/widgets/snapshot.h"
 #include "zrnview/widgets/theme.h"
 
 #include <QMainWindow>
 
+#include <functional>
 #include <vector>
 
+class QAction;
 class QDockWidget;
 class QGridLayout;
-class QLabel;
 
 namespace zrnview
 {
@@ -29,6 +32,10 @@ struct WindowOptions {
     bool startStreams = true;
     QString folder;              ///< where pictures and recordings go
     Theme theme = Theme::System; ///< that was applied
+    /// Finds out why cameras cannot be used.
+    FirstPage::Examination examine = [] { return zrn::examine(); };
+    /// Starts the viewer on a virtual camera. @return why it could not be started; empty if it was
+    std::function<QString()> startVirtual = {};
 };
 
 /// The viewer's window: cameras and recordings side by side, the controls of the active one beside
@@ -45,6 +52,7 @@ public:
     const std::vector<PlaybackPanel*>& recordings() const { return m_recordings; }
     CameraPanel* activePanel() const { return m_active; }
     CameraList& cameraList() { return *m_cameraList; }
+    FirstPage& firstPage() { return *m_empty; }
     SidePanel& side() { return *m_side; }
     EventLog& events();
 
@@ -54,9 +62,16 @@ public:
     void closeRecording(PlaybackPanel& panel);
     void activate(QWidget& panel);
     void setFolder(const QString& folder) { m_options.folder = folder; }
+    void setGraphsWanted(bool wanted);
+    void setFullScreen(bool full);
+    /// Place, size and docks as in the last run. @return whether they are known
+    bool restoreLayout();
+    void rememberLayout();
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void buildMenus();
@@ -65,6 +80,8 @@ private:
     void buildViewMenu();
     void buildSide();
     void arrange();
+    bool hasRoomForControls() const;
+    void makeRoom();
     void updateEmpty();
     void welcome(CameraDevice& device, bool isAskedFor);
     void activateNext();
@@ -75,6 +92,9 @@ private:
     void toggleStream();
     void chooseRecording();
     void chooseFolder();
+    void saveSettings();
+    void loadSettings();
+    void startVirtual();
     void note(EventLog::Tone tone, const QString& text);
     void scaleText(double factor);
 
@@ -88,10 +108,14 @@ private:
     int m_welcomed = 0;
     QWidget* m_area;
     QGridLayout* m_grid;
-    QLabel* m_empty;
+    FirstPage* m_empty;
     CameraList* m_cameraList;
     SidePanel* m_side;
+    QDockWidget* m_cameras = nullptr;
     QDockWidget* m_adjust = nullptr; // holds the side panel, named after its camera
+    bool m_controlsGaveWay = false;  // the dock is hidden for want of room
+    QAction* m_fullScreen = nullptr;
+    QAction* m_graphs = nullptr;
 };
 
 } // namespace zrnview

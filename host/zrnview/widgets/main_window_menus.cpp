@@ -5,9 +5,11 @@
 #include "zrnview/widgets/main_window.h"
 #include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/playback_panel.h"
+#include "zrnview/widgets/preferences.h"
 
 #include <QActionGroup>
 #include <QApplication>
+#include <QDockWidget>
 #include <QMenuBar>
 #include <QMessageBox>
 
@@ -41,6 +43,10 @@ void MainWindow::buildFileMenu()
 {
     QMenu* menu = menuBar()->addMenu(tr("&File"));
     menu->addAction(tr("&Open recording…"), this, &MainWindow::chooseRecording, QKeySequence::Open);
+    menu->addSeparator();
+    menu->addAction(tr("&Save the camera's settings…"), this, &MainWindow::saveSettings);
+    menu->addAction(tr("&Load settings into the camera…"), this, &MainWindow::loadSettings);
+    menu->addSeparator();
     menu->addAction(tr("&Folder for pictures and recordings…"), this, &MainWindow::chooseFolder);
     menu->addSeparator();
     menu->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
@@ -88,9 +94,27 @@ void MainWindow::buildViewMenu()
     menu->addAction(tr("&Next camera"), this, &MainWindow::activateNext, tr("Ctrl+Tab"));
     menu->addSeparator();
 
+    m_fullScreen = menu->addAction(tr("&Full screen"), this, &MainWindow::setFullScreen,
+                                   QKeySequence(Qt::Key_F11));
+    m_fullScreen->setCheckable(true);
+    m_graphs = menu->addAction(tr("&Histograms and plots"), this, &MainWindow::setGraphsWanted,
+                               QKeySequence(tr("Ctrl+H")));
+    m_graphs->setCheckable(true);
+    m_graphs->setChecked(true);
+    m_cameras->toggleViewAction()->setText(tr("List of &cameras"));
+    m_cameras->toggleViewAction()->setShortcut(Qt::Key_F8);
+    menu->addAction(m_cameras->toggleViewAction());
+    m_adjust->toggleViewAction()->setText(tr("Co&ntrols"));
+    m_adjust->toggleViewAction()->setShortcut(Qt::Key_F9);
+    menu->addAction(m_adjust->toggleViewAction());
+    menu->addSeparator();
+
     auto* themes = new QActionGroup(this);
     const auto addTheme = [this, menu, themes](const QString& text, Theme theme) {
-        QAction* action = menu->addAction(text, [theme] { applyTheme(theme); });
+        QAction* action = menu->addAction(text, [theme] {
+            applyTheme(theme);
+            rememberTheme(theme);
+        });
         action->setCheckable(true);
         action->setChecked(theme == m_options.theme);
         themes->addAction(action);

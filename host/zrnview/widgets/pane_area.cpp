@@ -204,6 +204,7 @@ void PaneArea::setMode(ViewMode mode)
     }
     emit amplificationChanged(amplification());
     arrange();
+    emit lookChanged();
 }
 
 void PaneArea::setMarkClipped(bool mark)
@@ -211,6 +212,7 @@ void PaneArea::setMarkClipped(bool mark)
     m_markAction->setChecked(mark);
     m_left->setMarkClipped(mark);
     m_right->setMarkClipped(mark);
+    emit lookChanged();
 }
 
 int PaneArea::amplification() const
@@ -223,6 +225,7 @@ void PaneArea::setAmplification(int factor)
     m_amplification = factor;
     emit amplificationChanged(amplification());
     arrange();
+    emit lookChanged();
 }
 
 void PaneArea::arrange()

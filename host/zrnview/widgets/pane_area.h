@@ -48,6 +48,8 @@ public:
 signals:
     void amplificationChanged(int factor);
     void activated();
+    /// Mode, amplification or marks have changed.
+    void lookChanged();
 
 protected:
     void changeEvent(QEvent* event) override;

@@ -109,7 +109,10 @@ QVariant PropertyModel::data(const QModelIndex& index, int role) const
         if (index.column() == Value) {
             return readable ? briefly(reading.value) : QStringLiteral("–");
         }
-        return readable ? tr("ok") : QString::number(static_cast<unsigned int>(reading.code));
+        return readable ? tr("ok")
+                        : QStringLiteral("%1 %2")
+                              .arg(static_cast<unsigned int>(reading.code))
+                              .arg(QLatin1String(zrn::resultName(reading.code)));
     case Qt::EditRole:
         return readable ? textOf(reading.value) : QString();
     case Qt::ToolTipRole:
