@@ -15,7 +15,7 @@ namespace zrnview
 namespace
 {
 
-constexpr int answerCharacters = 9;
+constexpr int answerCharacters = 20;
 constexpr int shownDecimals = 2;
 
 QString textOf(const zrn::Value& value)
