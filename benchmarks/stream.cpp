@@ -43,8 +43,18 @@ Stream::~Stream()
     m_camera.disconnectDevice();
 }
 
+void Stream::arrive(std::uint32_t frames) const
+{
+    PayloadTimes times;
+    times.bytes = m_frame.data_bytes;
+    for (std::uint32_t i = 1; i <= frames; ++i) {
+        fakeuvc::Bus::instance().watch()->note(m_frame.sequence + i, times);
+    }
+}
+
 void Stream::deliver(std::size_t number)
 {
+    ++m_frame.sequence;
     m_bytes[2] = static_cast<unsigned char>(number % numberBase);
     m_bytes[3] = static_cast<unsigned char>(number / numberBase);
     CZRNCamera::frameTriggered(&m_frame, &m_camera);

@@ -4,6 +4,7 @@
 #include "zrn_camera.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 struct Geometry {
@@ -42,6 +43,8 @@ public:
 
     [[nodiscard]] bool started() const { return m_started; }
     CZRNCamera& camera() { return m_camera; }
+    /// Notes the times of the next frames' payloads, as who sees them does.
+    void arrive(std::uint32_t frames) const;
     /// Calls the frame callback. @param number which the frame's header tells, below numbers.
     void deliver(std::size_t number = 0);
     /// The number of the frame that an image comes from.

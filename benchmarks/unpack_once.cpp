@@ -2,6 +2,7 @@
 // for callgrind, and prints the compiler. Exits with 77 where it has no such instruction set.
 // unpack_once: prints a sensor type for each layout that is not a memcpy.
 
+#include "compiler_name.h"
 #include "frame_unpacking.h"
 #include "kernels/group_split.h"
 #include "sensor_numbers.h"
@@ -20,14 +21,6 @@ namespace
 {
 
 constexpr int unavailable = 77;
-
-#ifdef __clang__
-constexpr const char* compilerName = "clang";
-constexpr int compilerVersion = __clang_major__;
-#else
-constexpr const char* compilerName = "g++";
-constexpr int compilerVersion = __GNUC__;
-#endif
 
 struct Frame {
     FrameLayout layout;
