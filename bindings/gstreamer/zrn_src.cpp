@@ -259,6 +259,16 @@ gboolean padQuery(GstPad* pad, GstObject* parent, GstQuery* query)
         gst_query_set_latency(query, TRUE, shortest, longest);
         return TRUE;
     }
+    case GST_QUERY_POSITION: {
+        GstFormat format = GST_FORMAT_UNDEFINED;
+        gst_query_parse_position(query, &format, nullptr);
+        const GstClockTime position = source.position();
+        if (format != GST_FORMAT_TIME || !GST_CLOCK_TIME_IS_VALID(position)) {
+            return FALSE;
+        }
+        gst_query_set_position(query, format, static_cast<gint64>(position));
+        return TRUE;
+    }
     case GST_QUERY_CAPS: {
         GstCaps* filter = nullptr;
         gst_query_parse_caps(query, &filter);

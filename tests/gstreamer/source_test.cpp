@@ -10,6 +10,8 @@
 #include <array>
 #include <csignal>
 #include <gst/check/gstharness.h>
+#include <gst/controller/gstdirectcontrolbinding.h>
+#include <gst/controller/gstinterpolationcontrolsource.h>
 #include <gst/video/video.h>
 #include <random>
 #include <sys/wait.h>
@@ -207,6 +209,69 @@ TEST_F(Source, AnswersItsLatency)
     EXPECT_TRUE(isLive);
     EXPECT_NEAR(static_cast<double>(shortest), 1e9 / 60, 1e3);
     EXPECT_NEAR(static_cast<double>(longest), 17e9 / 60, 1e5);
+}
+
+TEST_F(Source, TellsHowFarItHasCome)
+{
+    const HarnessedSource source;
+    source.play();
+    GstClockTime last = 0;
+    for (int i = 0; i < 5; ++i) {
+        GstBuffer* const buffer = gst_harness_pull(source.a);
+        gint64 position = -1;
+        ASSERT_TRUE(gst_element_query_position(source.element(), GST_FORMAT_TIME, &position));
+        EXPECT_GE(position, static_cast<gint64>(GST_BUFFER_PTS(buffer)));
+        EXPECT_GT(position, static_cast<gint64>(last));
+        last = GST_BUFFER_PTS(buffer);
+        gst_buffer_unref(buffer);
+    }
+    gint64 bytes = 0;
+    EXPECT_FALSE(gst_element_query_position(source.element(), GST_FORMAT_BYTES, &bytes));
+}
+
+/// On the clock of the pipeline, which is CLOCK_MONOTONIC.
+TEST_F(Source, TellsWhenTheFirstPayloadWasHere)
+{
+    const HarnessedSource source;
+    source.play();
+    for (int i = 0; i < 20; ++i) {
+        GstBuffer* const buffer = gst_harness_pull(source.a);
+        const GstClockTime now = gst_util_get_timestamp();
+        const GstClockTime time =
+            GST_BUFFER_PTS(buffer) + gst_element_get_base_time(source.element());
+        const std::uint64_t number = GST_BUFFER_OFFSET(buffer);
+        gst_buffer_unref(buffer);
+        EXPECT_LE(time, now);
+        const std::vector<SentFrame> sent = camera.sentFrames();
+        const auto own = std::find_if(sent.rbegin(), sent.rend(), [number](const SentFrame& frame) {
+            return ((frame.request.frameNumber ^ number) & 0xff) == 0;
+        });
+        ASSERT_TRUE(own != sent.rend() && own->taken);
+        constexpr double rounding = 1e3; // the clocks are read one after the other
+        EXPECT_GE(static_cast<double>(time), *own->taken * 1e9 - rounding);
+    }
+}
+
+/// A setting for each frame, at the frame's time.
+TEST_F(Source, IsControlledAlongTheStream)
+{
+    Pipeline pipeline("zrnsrc name=s num-buffers=30 ! appsink name=a");
+    GstElement* const source = pipeline.element("s");
+    GstControlSource* const ramp = gst_interpolation_control_source_new();
+    g_object_set(ramp, "mode", GST_INTERPOLATION_MODE_NONE, nullptr);
+    auto* const values = GST_TIMED_VALUE_CONTROL_SOURCE(ramp);
+    gst_timed_value_control_source_set(values, 0, 11);
+    gst_timed_value_control_source_set(values, 200 * GST_MSECOND, 22);
+    gst_object_add_control_binding(GST_OBJECT(source), gst_direct_control_binding_new_absolute(
+                                                           GST_OBJECT(source), "gain", ramp));
+    gst_object_unref(ramp);
+    pipeline.play();
+    while (pipeline.pull("a")) {
+    }
+    int gain = 0;
+    g_object_get(source, "gain", &gain, nullptr);
+    EXPECT_EQ(gain, 22);
+    EXPECT_FALSE(pipeline.message(GST_MESSAGE_WARNING, 0ms));
 }
 
 TEST_F(Source, WrapsTheDriversMemory)

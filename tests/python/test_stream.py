@@ -33,6 +33,15 @@ def test_slow_consumer_of_all_frames_loses_the_oldest(camera):
         assert first.number >= dropped
 
 
+def test_every_missing_frame_has_a_place(camera, bus):
+    with camera.stream("block") as stream:
+        bus.command("frame_number", number=next(stream).number + 100)
+        wait_until(lambda: next(stream) and stream.counters.missing >= 10)
+        counters = stream.counters
+        assert counters.lost_camera >= 10
+        assert counters.missing == counters.lost_camera + counters.lost_library + counters.lost_ring
+
+
 def test_newest_frame_alone(camera):
     with camera.stream("newest") as stream:
         first = next(stream).number

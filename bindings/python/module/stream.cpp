@@ -232,8 +232,11 @@ void addEvents(py::module_& module)
             "lost_camera", [](const Counters& counters) { return counters.lost.camera; },
             "Of these, lost in the camera or on the way from it.")
         .def_property_readonly(
+            "lost_library", [](const Counters& counters) { return counters.lost.library; },
+            "Of these, dropped by libuvc for newer ones before the driver got them.")
+        .def_property_readonly(
             "lost_ring", [](const Counters& counters) { return counters.lost.ring; },
-            "Of these, overwritten in the driver's ring, as it seems.")
+            "Of these, overwritten in the driver's ring.")
         .def_property_readonly(
             "lost_queue", [](const Counters& counters) { return counters.lost.queue; },
             "Frames that were not taken in time, and made room for others.")
