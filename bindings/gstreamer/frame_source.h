@@ -53,6 +53,8 @@ public:
     [[nodiscard]] GstCaps* caps() const;
     /// How long after its time a frame may be pushed, at least and at most.
     [[nodiscard]] std::pair<GstClockTime, GstClockTime> latency() const;
+    /// Up to which running time frames or gaps were sent.
+    [[nodiscard]] GstClockTime position() const { return m_position; }
 
     [[nodiscard]] SourceSettings settings() const;
     /// Changes settings that take effect with the next state.
@@ -108,10 +110,10 @@ private:
     std::uint64_t m_placedLosses = 0; ///< of the queue, that were told
     guint m_groupId = 0;
     std::uint64_t m_pushed = 0;
-    GstClockTime m_position = 0; ///< running time that was pushed up to
     bool m_isAway = false;
     bool m_isDiscontinuous = true;
 
+    std::atomic<GstClockTime> m_position = 0; ///< running time that was pushed up to
     std::atomic<bool> m_isBeginning = false;
     std::atomic<bool> m_isEnding = false;
     std::atomic<bool> m_isPlaying = false;
