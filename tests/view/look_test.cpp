@@ -165,6 +165,21 @@ private slots:
         capture(live.window, "pixels");
     }
 
+    void whatIsMeasuredInColours()
+    {
+        const Look look(Theme::Dark);
+        LiveWindow live(1);
+        QVERIFY(live.waitForStreams(1));
+        PaneArea& panes = live.window.panels().front()->frames().panes();
+        panes.setPattern(BayerPattern::Rggb);
+        panes.setTool(Tool::Rectangle);
+        panes.setCrosshair(true);
+        QVERIFY(waitForPlots(live));
+        QTRY_VERIFY_WITH_TIMEOUT(panes.measures().text().contains(QStringLiteral("focus")),
+                                 patience);
+        capture(live.window, "measures");
+    }
+
     void textAtTwiceItsSize()
     {
         const Look look(Theme::Light, 2);

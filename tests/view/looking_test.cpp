@@ -2,10 +2,12 @@
 
 #include "zrnview/model/bayer.h"
 #include "zrnview/model/histogram.h"
+#include "zrnview/model/measures.h"
 #include "zrnview/model/screen_image.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
 namespace zrnview
@@ -253,6 +255,65 @@ TEST(Histogram, OfAPartCountsThatPart)
     EXPECT_EQ(histogram.pixels, 15U);
     EXPECT_EQ(histogram.counts.at(9), 12U);
     EXPECT_EQ(histogram.counts.at(1), 3U);
+}
+
+TEST(Selection, LiesInTheImage)
+{
+    EXPECT_EQ(within({{-5, 3}, {40, 90}}, {20, 10}), (Selection{{0, 3}, {19, 9}}));
+    EXPECT_EQ((Selection{{7, 2}, {3, 8}}.rectangle()), QRect(3, 2, 5, 7));
+    for (const QSize size : {QSize(1, 1), QSize(2, 3), QSize(1280, 1024)}) {
+        for (const Selection& selection : {middleOf(size), middleRowOf(size)}) {
+            EXPECT_EQ(within(selection, size), selection);
+        }
+    }
+    EXPECT_EQ(middleOf({1280, 1024}).rectangle(), QRect(320, 256, 640, 512));
+}
+
+TEST(Profile, HasAllPixelsOfTheLine)
+{
+    const QImage image = imageOf(20, 10, [](int x, int y) { return 10 * y + x; });
+    EXPECT_EQ(profileOf(image, {{2, 3}, {6, 3}}), (std::vector<unsigned char>{32, 33, 34, 35, 36}));
+    EXPECT_EQ(profileOf(image, {{4, 9}, {4, 7}}), (std::vector<unsigned char>{94, 84, 74}));
+    EXPECT_EQ(profileOf(image, {{0, 0}, {4, 2}}).size(), 5U);
+    EXPECT_EQ(profileOf(image, {{0, 0}, {3, 3}}), (std::vector<unsigned char>{0, 11, 22, 33}));
+    EXPECT_EQ(profileOf(image, {{19, 9}, {19, 9}}), (std::vector<unsigned char>{109}));
+}
+
+TEST(Focus, IsHighestWhereTheEdgesAreSharpest)
+{
+    const auto edge = [](double width) {
+        return imageOf(100, 60, [width](int x, int) {
+            return static_cast<int>(std::clamp((x - 50) / width * 100 + 100, 50.0, 150.0));
+        });
+    };
+    double before = 0;
+    for (const double width : {40.0, 20.0, 10.0, 4.0, 1.0}) {
+        const QImage image = edge(width);
+        const double focus = focusMeasure(image, image.rect());
+        EXPECT_GT(focus, before) << width;
+        before = focus;
+    }
+}
+
+TEST(Focus, KnowsNeitherExposureNorColourFilters)
+{
+    const auto scene = [](int factor) {
+        return imageOf(64, 64, [factor](int x, int y) {
+            return (x / 8 + y / 8) % 2 * 30 * factor + 20 * factor;
+        });
+    };
+    EXPECT_NEAR(focusMeasure(scene(1), QRect(0, 0, 64, 64)),
+                focusMeasure(scene(3), QRect(0, 0, 64, 64)), 0.001);
+    const QImage mosaic = mosaicOf(BayerPattern::Grbg, {64, 64}, qRgb(220, 120, 30));
+    EXPECT_EQ(focusMeasure(mosaic, mosaic.rect()), 0);
+}
+
+TEST(Focus, OfRegionsTooSmallToCompareIsZero)
+{
+    const QImage image = imageOf(9, 9, [](int x, int y) { return 20 * x + y; });
+    EXPECT_EQ(focusMeasure(image, QRect(3, 3, 1, 1)), 0);
+    EXPECT_EQ(focusMeasure(image, QRect(7, 7, 2, 2)), 0);
+    EXPECT_GT(focusMeasure(image, QRect(0, 0, 9, 1)), 0);
 }
 
 } // namespace

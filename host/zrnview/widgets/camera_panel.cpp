@@ -2,6 +2,7 @@
 
 #include "client/result_codes.h"
 #include "zrnview/device/camera_device.h"
+#include "zrnview/device/white_balance.h"
 #include "zrnview/widgets/camera_list.h"
 #include "zrnview/widgets/elided_label.h"
 #include "zrnview/widgets/explanation.h"
@@ -42,6 +43,7 @@ CameraPanel::CameraPanel(CameraDevice& device, QWidget* parent)
     , m_restart(m_notice->addButton(tr("Restart the stream")))
     , m_record(new RecordStrip(device, this))
     , m_frames(new FramePanel(device.station(), this))
+    , m_colours(device.serial())
     , m_stuckTimer(this)
 {
     setFrameShape(QFrame::StyledPanel);
@@ -71,6 +73,7 @@ CameraPanel::CameraPanel(CameraDevice& device, QWidget* parent)
     connect(&m_frames->panes(), &PaneArea::lookChanged, this,
             [this] { rememberLook(m_device.serial(), m_frames->panes()); });
     connect(&m_frames->panes(), &PaneArea::activated, this, &CameraPanel::activated);
+    rememberColours();
     // A camera that hangs sends no news, so that somebody else has to notice.
     m_stuckTimer.setInterval(stuckPeriod);
     connect(&m_stuckTimer, &QTimer::timeout, this, &CameraPanel::updateNotice);
@@ -109,6 +112,44 @@ QWidget* CameraPanel::makeHeader()
     connect(m_recordButton, &QToolButton::clicked, this, &CameraPanel::recordRequested);
     connect(close, &QToolButton::clicked, this, &CameraPanel::closed);
     return header;
+}
+
+void CameraPanel::rememberColours()
+{
+    PaneArea& panes = m_frames->panes();
+    panes.setPattern(m_colours.pattern());
+    panes.offerBalance(m_colours.gains().has_value());
+    connect(&panes, &PaneArea::patternChosen, this,
+            [this](BayerPattern pattern) { m_colours.setPattern(pattern); });
+    connect(&panes, &PaneArea::balanceRequested, this, &CameraPanel::balanceColours);
+    connect(&panes, &PaneArea::lastBalanceRequested, this, [this] {
+        setColourGains(m_device, m_colours.gains().value());
+        emit told(tr("%1: colour gains set as in the last white balance").arg(m_device.serial()));
+    });
+}
+
+void CameraPanel::balanceColours()
+{
+    PaneArea& panes = m_frames->panes();
+    if (!m_frames->display()) {
+        return;
+    }
+    const QRect region = panes.tool() == Tool::Rectangle ? panes.selection().rectangle() : QRect();
+    const WhiteBalance balance =
+        whiteBalanceFor(m_device, *m_frames->display(), panes.pattern(), region);
+    if (!balance.gains) {
+        emit told(tr("%1: no white balance. %2.").arg(m_device.serial(), balance.problem));
+        return;
+    }
+    setColourGains(m_device, *balance.gains);
+    m_colours.setGains(*balance.gains);
+    panes.offerBalance(true);
+    emit told(tr("%1: white balance with R %2, GR %3, GB %4, B %5")
+                  .arg(m_device.serial())
+                  .arg(balance.gains->at(0))
+                  .arg(balance.gains->at(1))
+                  .arg(balance.gains->at(2))
+                  .arg(balance.gains->at(3)));
 }
 
 void CameraPanel::setActive(bool active)

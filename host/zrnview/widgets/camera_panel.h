@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zrnview/widgets/colour_memory.h"
+
 #include <QFrame>
 #include <QStringList>
 #include <QTimer>
@@ -44,6 +46,8 @@ signals:
     void snapshotRequested();
     /// Starts a recording, or stops the one that runs.
     void recordRequested();
+    /// What became of something that was asked for.
+    void told(const QString& what);
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
@@ -53,6 +57,8 @@ private:
     QWidget* makeHeader();
     void updateState();
     void updateNotice();
+    void rememberColours();
+    void balanceColours();
 
     CameraDevice& m_device;
     QLabel* m_dot;
@@ -65,6 +71,7 @@ private:
     QPushButton* m_restart;
     RecordStrip* m_record;
     FramePanel* m_frames;
+    ColourMemory m_colours;
     QStringList m_findings;
     QTimer m_stuckTimer;
     bool m_wasStreaming = false;

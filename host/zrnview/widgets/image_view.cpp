@@ -61,7 +61,27 @@ void ImageView::setMarkClipped(bool mark)
 
 void ImageView::setPattern(BayerPattern pattern)
 {
-    m_pattern = pattern;
+    if (pattern != m_pattern) {
+        m_pattern = pattern;
+        update();
+    }
+}
+
+void ImageView::setTool(Tool tool)
+{
+    m_tool = tool;
+    update();
+}
+
+void ImageView::setSelection(const Selection& selection)
+{
+    m_selection = selection;
+    update();
+}
+
+void ImageView::setCrosshair(bool shown)
+{
+    m_crosshair = shown;
     update();
 }
 
@@ -142,7 +162,10 @@ void ImageView::wheelEvent(QWheelEvent* event)
 
 void ImageView::mousePressEvent(QMouseEvent* event)
 {
-    if (event->button() == Qt::LeftButton) {
+    const bool selects = event->button() == Qt::LeftButton && m_tool != Tool::Pan;
+    if (selects && !m_image.isNull()) {
+        m_selectFrom = pixelAt(event->localPos());
+    } else if (event->button() == Qt::LeftButton || event->button() == Qt::MiddleButton) {
         m_dragFrom = event->localPos();
         setCursor(Qt::ClosedHandCursor);
     }
@@ -158,17 +181,24 @@ void ImageView::mouseMoveEvent(QMouseEvent* event)
     if (m_image.isNull()) {
         return;
     }
-    const QPointF position = m_transform.toImage(inDevicePixels(event->localPos()));
-    const QPoint pixel(static_cast<int>(std::floor(position.x())),
-                       static_cast<int>(std::floor(position.y())));
-    const bool inside = m_image.rect().contains(pixel);
-    emit hovered(inside ? std::optional(pixel) : std::nullopt);
+    const QPoint pixel = pixelAt(event->localPos());
+    if (m_selectFrom) {
+        emit selected(within({*m_selectFrom, pixel}, m_image.size()));
+    }
+    emit hovered(m_image.rect().contains(pixel) ? std::optional(pixel) : std::nullopt);
 }
 
 void ImageView::mouseReleaseEvent(QMouseEvent*)
 {
     m_dragFrom.reset();
+    m_selectFrom.reset();
     setCursor(Qt::CrossCursor);
+}
+
+QPoint ImageView::pixelAt(QPointF position) const
+{
+    const QPointF inImage = m_transform.toImage(inDevicePixels(position));
+    return {static_cast<int>(std::floor(inImage.x())), static_cast<int>(std::floor(inImage.y()))};
 }
 
 void ImageView::mouseDoubleClickEvent(QMouseEvent* event)

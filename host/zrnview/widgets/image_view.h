@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zrnview/model/bayer.h"
+#include "zrnview/model/measures.h"
 #include "zrnview/model/view_transform.h"
 
 #include <QImage>
@@ -11,8 +12,12 @@
 namespace zrnview
 {
 
+/// What a drag in an image does.
+enum class Tool { Pan, Line, Rectangle };
+
 /// Shows one picture: zoom with the wheel or + and -, pan by dragging or with the arrow keys, F to
-/// fit, 1 for one screen pixel for each image pixel. Close up, each pixel shows its value.
+/// fit, 1 for one screen pixel for each image pixel. Close up, each pixel shows its value. While
+/// something is measured, a drag selects where, and the middle button pans.
 class ImageView : public QWidget
 {
     Q_OBJECT
@@ -29,6 +34,11 @@ public:
     void setMarkClipped(bool mark);
     void setPattern(BayerPattern pattern);
     BayerPattern pattern() const { return m_pattern; }
+    void setTool(Tool tool);
+    /// Where something is measured.
+    void setSelection(const Selection& selection);
+    /// Shows the middle of the image.
+    void setCrosshair(bool shown);
     /// Shows where the pointer is, in this view or one that is linked to it.
     void setCross(std::optional<QPoint> pixel);
 
@@ -50,6 +60,8 @@ signals:
     /// @param pixel nothing when the pointer is not over the image
     void hovered(const std::optional<QPoint>& pixel);
     void activated();
+    /// The user chose where to measure.
+    void selected(const zrnview::Selection& selection);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -66,10 +78,12 @@ protected:
 private:
     void updateSizes();
     void changed();
+    QPoint pixelAt(QPointF position) const;
     QPointF inDevicePixels(QPointF position) const { return position * devicePixelRatioF(); }
     void paintPicture(QPainter& painter) const;
     void paintValues(QPainter& painter) const;
-    void paintCross(QPainter& painter) const;
+    void paintLines(QPainter& painter, QPointF imagePosition) const;
+    void paintSelection(QPainter& painter) const;
     void paintCaption(QPainter& painter) const;
 
     QImage m_image;
@@ -80,7 +94,11 @@ private:
     bool m_markClipped = false;
     BayerPattern m_pattern = BayerPattern::None;
     std::optional<QPoint> m_cross;
+    bool m_crosshair = false;
+    Tool m_tool = Tool::Pan;
+    Selection m_selection;
     std::optional<QPointF> m_dragFrom;
+    std::optional<QPoint> m_selectFrom;
 };
 
 } // namespace zrnview

@@ -28,7 +28,13 @@ void ImageView::paintEvent(QPaintEvent*)
     } else {
         paintPicture(painter);
         paintValues(painter);
-        paintCross(painter);
+        if (m_crosshair) {
+            paintLines(painter, QRectF(m_image.rect()).center());
+        }
+        if (m_cross) {
+            paintLines(painter, QPointF(*m_cross) + QPointF(0.5, 0.5));
+        }
+        paintSelection(painter);
     }
     paintCaption(painter);
     if (hasFocus()) {
@@ -77,19 +83,40 @@ void ImageView::paintValues(QPainter& painter) const
     painter.restore();
 }
 
-void ImageView::paintCross(QPainter& painter) const
+/// A line across and one down, in a colour that differs from what lies below.
+void ImageView::paintLines(QPainter& painter, QPointF imagePosition) const
 {
-    if (!m_cross) {
-        return;
-    }
-    const QPointF middle =
-        m_transform.toView(QPointF(*m_cross) + QPointF(0.5, 0.5)) / devicePixelRatioF();
-    painter.setPen(QPen(QColor(255, 255, 255, 110), 1));
+    const QPointF at = m_transform.toView(imagePosition) / devicePixelRatioF();
     painter.setCompositionMode(QPainter::RasterOp_SourceXorDestination);
     painter.setPen(QColor(0x60, 0x60, 0x60));
-    painter.drawLine(QPointF(0, middle.y()), QPointF(width(), middle.y()));
-    painter.drawLine(QPointF(middle.x(), 0), QPointF(middle.x(), height()));
+    painter.drawLine(QPointF(0, at.y()), QPointF(width(), at.y()));
+    painter.drawLine(QPointF(at.x(), 0), QPointF(at.x(), height()));
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+}
+
+void ImageView::paintSelection(QPainter& painter) const
+{
+    if (m_tool == Tool::Pan) {
+        return;
+    }
+    const auto place = [this](QPointF imagePosition) {
+        return m_transform.toView(imagePosition) / devicePixelRatioF();
+    };
+    const QPointF middleOfPixel(0.5, 0.5);
+    const QLineF line(place(QPointF(m_selection.from) + middleOfPixel),
+                      place(QPointF(m_selection.to) + middleOfPixel));
+    const QRect pixels = m_selection.rectangle();
+    const QRectF rectangle(place(pixels.topLeft()), place(pixels.bottomRight() + QPoint(1, 1)));
+    painter.setBrush(Qt::NoBrush);
+    // Light on dark reads on any picture.
+    for (const QPen& pen : {QPen(QColor(0x12, 0x13, 0x15), 3), QPen(QColor(0x5f, 0xd0, 0x7f), 1)}) {
+        painter.setPen(pen);
+        if (m_tool == Tool::Line) {
+            painter.drawLine(line);
+        } else {
+            painter.drawRect(rectangle);
+        }
+    }
 }
 
 void ImageView::paintCaption(QPainter& painter) const

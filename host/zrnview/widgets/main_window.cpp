@@ -165,6 +165,8 @@ CameraPanel& MainWindow::showCamera(CameraDevice& device)
         activate(*panel);
         takeSnapshot();
     });
+    connect(panel, &CameraPanel::told, this,
+            [this](const QString& what) { note(EventLog::Tone::Information, what); });
     connect(panel, &CameraPanel::recordRequested, this, [this, panel] {
         activate(*panel);
         toggleRecording();

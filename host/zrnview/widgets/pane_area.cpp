@@ -1,6 +1,5 @@
 #include "zrnview/widgets/pane_area.h"
 
-#include "zrnview/model/picture.h"
 #include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/theme.h"
 
@@ -65,10 +64,15 @@ PaneArea::PaneArea(QWidget* parent)
     : QWidget(parent)
     , m_tools(new QToolBar(this))
     , m_modeActions(new QActionGroup(this))
+    , m_colourMenu(new QMenu(this))
+    , m_patternActions(new QActionGroup(this))
+    , m_measureMenu(new QMenu(this))
+    , m_toolActions(new QActionGroup(this))
     , m_zoom(new QLabel(this))
     , m_views(new QBoxLayout(QBoxLayout::LeftToRight))
     , m_left(new ImageView(this))
     , m_right(new ImageView(this))
+    , m_measures(new MeasureView(this))
     , m_pixel(new QLabel(this))
 {
     buildTools();
@@ -81,6 +85,7 @@ PaneArea::PaneArea(QWidget* parent)
     layout->setSpacing(0);
     layout->addWidget(m_tools);
     layout->addLayout(m_views, 1);
+    layout->addWidget(m_measures);
 
     connectView(*m_left, *m_right);
     connectView(*m_right, *m_left);
@@ -107,16 +112,12 @@ void PaneArea::buildTools()
         connect(action, &QAction::triggered, this, [this, row] { setMode(row.mode); });
     }
 
-    m_amplifyAction = m_tools->addAction(QString());
-    m_amplifyAction->setToolTip(tr("How much the difference is amplified"));
     auto* amplify = new QMenu(this);
     for (const int factor : amplifications) {
         amplify->addAction(QStringLiteral("× %1").arg(factor), this,
                            [this, factor] { setAmplification(factor); });
     }
-    m_amplifyAction->setMenu(amplify);
-    qobject_cast<QToolButton*>(m_tools->widgetForAction(m_amplifyAction))
-        ->setPopupMode(QToolButton::InstantPopup);
+    m_amplifyAction = addMenu(tr("How much the difference is amplified"), *amplify);
 
     m_tools->addSeparator();
     QAction* fit = m_tools->addAction(tr("Fit"), this, [this] { m_left->fit(); });
@@ -131,6 +132,8 @@ void PaneArea::buildTools()
     m_markAction->setToolTip(tr("Mark pixels at 0 in blue and at 255 in red (Ctrl+M)"));
     m_markAction->setCheckable(true);
     connect(m_markAction, &QAction::toggled, this, &PaneArea::setMarkClipped);
+    buildColour();
+    buildMeasures();
     for (QToolButton* button : m_tools->findChildren<QToolButton*>()) {
         button->setFocusPolicy(Qt::TabFocus); // a tool bar takes its buttons out of the Tab order
     }
@@ -141,6 +144,68 @@ void PaneArea::buildTools()
                                  Qt::black, Qt::gray, QColor(0xe4, 0xe7, 0xeb),
                                  QColor(0x12, 0x13, 0x15)));
     m_pixel->setMargin(fontMetrics().averageCharWidth() / 2);
+}
+
+QAction* PaneArea::addMenu(const QString& tip, QMenu& menu)
+{
+    QAction* action = m_tools->addAction(QString());
+    action->setToolTip(tip);
+    action->setMenu(&menu);
+    qobject_cast<QToolButton*>(m_tools->widgetForAction(action))
+        ->setPopupMode(QToolButton::InstantPopup);
+    return action;
+}
+
+void PaneArea::buildColour()
+{
+    for (const BayerPattern pattern : {BayerPattern::None, BayerPattern::Rggb, BayerPattern::Grbg,
+                                       BayerPattern::Gbrg, BayerPattern::Bggr}) {
+        QAction* action = m_patternActions->addAction(
+            pattern == BayerPattern::None ? tr("Grey") : nameOf(pattern));
+        action->setCheckable(true);
+        action->setData(static_cast<int>(pattern));
+        connect(action, &QAction::triggered, this, [this, pattern] {
+            setPattern(pattern);
+            emit patternChosen(pattern);
+        });
+    }
+    m_colourMenu->addActions(m_patternActions->actions());
+    m_colourMenu->addSeparator();
+    m_balanceAction =
+        m_colourMenu->addAction(tr("White balance"), this, [this] { emit balanceRequested(); });
+    m_balanceAction->setToolTip(
+        tr("Sets the camera's colour gains so that the picture, or the chosen rectangle, is grey"));
+    m_lastBalanceAction = m_colourMenu->addAction(tr("Last white balance"), this,
+                                                  [this] { emit lastBalanceRequested(); });
+    m_lastBalanceAction->setToolTip(
+        tr("Sets the camera's colour gains as the last white balance did"));
+    m_colourMenu->setToolTipsVisible(true);
+    m_balanceAction->setVisible(false);
+    m_lastBalanceAction->setVisible(false);
+    m_colourAction =
+        addMenu(tr("Colours: the pattern of the camera's colour filters"), *m_colourMenu);
+    setPattern(BayerPattern::None);
+}
+
+void PaneArea::buildMeasures()
+{
+    const auto addTool = [this](const QString& text, Tool tool) {
+        QAction* action = m_toolActions->addAction(text);
+        action->setCheckable(true);
+        action->setData(static_cast<int>(tool));
+        connect(action, &QAction::triggered, this, [this, tool] { setTool(tool); });
+    };
+    addTool(tr("Nothing"), Tool::Pan);
+    addTool(tr("Profile of a line"), Tool::Line);
+    addTool(tr("Statistics and focus of a rectangle"), Tool::Rectangle);
+    m_measureMenu->addActions(m_toolActions->actions());
+    m_measureMenu->addSeparator();
+    m_crosshairAction = m_measureMenu->addAction(tr("Crosshair"));
+    m_crosshairAction->setCheckable(true);
+    connect(m_crosshairAction, &QAction::toggled, this, &PaneArea::setCrosshair);
+    addMenu(tr("Measures a line or a rectangle, which is drawn with the mouse"), *m_measureMenu)
+        ->setText(tr("Measure"));
+    setTool(Tool::Pan);
 }
 
 void PaneArea::colourExtension()
@@ -178,12 +243,17 @@ void PaneArea::connectView(ImageView& view, ImageView& other)
         showPixel();
     });
     connect(&view, &ImageView::activated, this, &PaneArea::activated);
+    connect(&view, &ImageView::selected, this, &PaneArea::setSelection);
 }
 
 void PaneArea::show(const std::shared_ptr<const Display>& display)
 {
     m_display = display;
+    if (m_tool != Tool::Pan && m_selection == Selection()) {
+        setTool(m_tool); // which has something to measure now
+    }
     arrange();
+    m_measures->show(m_display);
     chooseDirection();
     showPixel();
 }
@@ -215,6 +285,55 @@ void PaneArea::setMarkClipped(bool mark)
     emit lookChanged();
 }
 
+void PaneArea::setPattern(BayerPattern pattern)
+{
+    m_pattern = pattern;
+    for (QAction* action : m_patternActions->actions()) {
+        action->setChecked(action->data().toInt() == static_cast<int>(pattern));
+    }
+    m_colourAction->setText(pattern == BayerPattern::None ? tr("Grey") : nameOf(pattern));
+    m_balanceAction->setEnabled(pattern != BayerPattern::None);
+    m_measures->setPattern(pattern);
+    arrange();
+}
+
+void PaneArea::offerBalance(bool last)
+{
+    m_balanceAction->setVisible(true);
+    m_lastBalanceAction->setVisible(last);
+}
+
+void PaneArea::setTool(Tool tool)
+{
+    m_tool = tool;
+    for (QAction* action : m_toolActions->actions()) {
+        action->setChecked(action->data().toInt() == static_cast<int>(tool));
+    }
+    for (ImageView* view : {m_left, m_right}) {
+        view->setTool(tool);
+    }
+    m_measures->setTool(tool);
+    if (m_display && tool != Tool::Pan) {
+        const QSize image = m_display->any().size();
+        setSelection(tool == Tool::Line ? middleRowOf(image) : middleOf(image));
+    }
+}
+
+void PaneArea::setSelection(const Selection& selection)
+{
+    m_selection = selection;
+    m_left->setSelection(selection);
+    m_right->setSelection(selection);
+    m_measures->setSelection(selection);
+}
+
+void PaneArea::setCrosshair(bool shown)
+{
+    m_crosshairAction->setChecked(shown);
+    m_left->setCrosshair(shown);
+    m_right->setCrosshair(shown);
+}
+
 int PaneArea::amplification() const
 {
     return m_mode == ViewMode::Difference ? m_amplification : 0;
@@ -241,6 +360,8 @@ void PaneArea::arrange()
 
     const bool leftIsB = m_mode == ViewMode::B || (m_mode == ViewMode::Blink && m_blinkShowsB) ||
                          (m_mode == ViewMode::SideBySide && onlyOne && !b.isNull());
+    m_left->setPattern(m_mode == ViewMode::Difference ? BayerPattern::None : m_pattern);
+    m_right->setPattern(m_pattern);
     if (m_mode == ViewMode::Difference) {
         m_left->setCaption(QStringLiteral("|A − B| × %1").arg(m_amplification), colours.difference);
         m_left->show(m_display ? m_display->difference : QImage());

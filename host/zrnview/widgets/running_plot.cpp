@@ -123,11 +123,12 @@ void RunningPlot::paintLegend(QPainter& painter, const QRectF& area) const
     const Colours colours = coloursFor(palette());
     painter.setFont(smallFont(font()));
     const double line = QFontMetricsF(painter.font()).height();
-    QRectF box = area.adjusted(0, 1, -fontMetrics().averageCharWidth() / 2.0, 0);
+    // Below the scale, and away from the newest values.
+    QRectF box = area.adjusted(fontMetrics().averageCharWidth() / 2.0, 1 + line, 0, 0);
     for (const int index : {0, 1}) {
         box.setHeight(line);
         painter.setPen(index == 0 ? colours.imageA : colours.imageB);
-        painter.drawText(box, Qt::AlignRight | Qt::AlignVCenter, m_legend[index]);
+        painter.drawText(box, Qt::AlignLeft | Qt::AlignVCenter, m_legend[index]);
         box.translate(0, line);
     }
 }
