@@ -173,6 +173,19 @@ std::string BusCamera::speed() const
     return text.data();
 }
 
+const char* nameOf(Use use)
+{
+    switch (use) {
+    case Use::Free:
+        return "free";
+    case Use::Open:
+        return "open";
+    case Use::Held:
+        break;
+    }
+    return "held";
+}
+
 bool BusCamera::isHeldElsewhere() const
 {
     const int self = ::getpid();

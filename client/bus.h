@@ -27,6 +27,9 @@ enum class Use {
     Held, ///< claimed: nobody else can open it
 };
 
+/// "free", "open", "held".
+const char* nameOf(Use use);
+
 /// A camera as the kernel sees it.
 struct BusCamera {
     std::string port; ///< place of its socket, as "1-2.3": bus, then the ports of hubs up to it

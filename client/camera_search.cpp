@@ -38,7 +38,7 @@ auto persist(const SearchPatience& patience, const Attempt& attempt, const Failu
             return *result;
         }
         const auto waited = std::chrono::steady_clock::now() - begin;
-        if (waited > patience.longest) {
+        if (waited > patience.longest || patience.stop.stop_requested()) {
             // Whoever lets go now would make the reason untrue, so that it is found out first.
             const Error reason = failure();
             if (auto result = attempt()) {
@@ -263,6 +263,10 @@ Error refusalOf(const BusCamera& camera)
     if (!camera.accessible) {
         return {Kind::NoCamera, "NoPermission",
                 "this user may not open " + nameOf(camera) + ", " + camera.node(), accessRemedy()};
+    }
+    if (camera.use == Use::Held && !camera.isHeldElsewhere()) {
+        return {Kind::NoCamera, "InUse", nameOf(camera) + " is open in this program already",
+                "close it there first, or use the one that is open"};
     }
     if (camera.use == Use::Held) {
         return {Kind::NoCamera, "InUse", nameOf(camera) + " is in use by " + camera.holderText(),

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,8 @@ struct SearchPatience {
     std::chrono::milliseconds longest{3000};
     /// Called once, on the caller's thread, when it takes a second: why the camera cannot be had.
     std::function<void(const Error&)> onWaiting{};
+    /// Ends it early.
+    std::stop_token stop{};
 };
 
 /// Finds the camera that is wanted among those on the bus, and opens it. No other camera is

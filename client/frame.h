@@ -67,6 +67,9 @@ struct Frame {
     std::array<Image, mostImages> stored;
     std::size_t imageCount = 0; ///< how many are stored
     FrameStep step;             ///< its number, and what lies between it and the frame before
+    /// Frames that the stream's queue dropped since the frame before; what was missing between
+    /// them is in the step.
+    std::uint32_t dropped = 0;
     /// When it was grabbed and unpacked, on CLOCK_MONOTONIC.
     std::chrono::steady_clock::time_point arrival;
     FrameTimes times;

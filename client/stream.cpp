@@ -102,6 +102,14 @@ FrameTimes timesOf(const CameraSpace::FrameTimes& told, Clock::time_point arriva
     return times;
 }
 
+/// The next frame in the queue tells of one that is dropped.
+void noteDrop(const Frame& dropped, Frame& next)
+{
+    next.dropped += dropped.dropped + 1;
+    next.step.missing += dropped.step.missing;
+    next.step.restarted = next.step.restarted || dropped.step.restarted;
+}
+
 } // namespace
 
 /// What the stream and its thread share; the last of them to go deletes it.
@@ -480,6 +488,7 @@ void Stream::Core::deliver(Frame frame)
                 ++m_counters.lost.queue; // it came too late for the end
                 return;
             }
+            noteDrop(m_queue.front(), m_queue.size() > 1 ? m_queue[1] : frame);
             m_queue.pop_front();
             ++m_counters.lost.queue;
         }

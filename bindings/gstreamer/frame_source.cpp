@@ -413,7 +413,7 @@ std::uint64_t FrameSource::missingBefore(const zrn::Frame& frame)
         m_isDiscontinuous = true;
         return 0;
     }
-    // The step knows nothing of what the queue has dropped. Numbers do, but they also jump when
+    // The step leaves out what the queue has dropped. Numbers do, but they also jump when
     // their upper bytes become known.
     const std::uint64_t unplaced = counters().lost.queue - m_placedLosses;
     if (skipped <= frame.step.missing || unplaced == 0) {

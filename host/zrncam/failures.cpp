@@ -33,13 +33,20 @@ ExitCode exitCodeFor(const zrn::Error& error)
 QString commandFor(const zrn::Error& error)
 {
     const std::string& name = error.name();
-    if (name == "NoSuchSerial" || name == "NothingAtPort") {
+    if (name == "NoSuchSerial" || name == "NothingAtPort" || name == "SerialNotFound") {
         return QStringLiteral("; 'zrncam list' shows them");
     }
-    if (name == "NoSuchIndex") {
+    if (name == "NoSuchIndex" || name == "IndexNotFound") {
         return QStringLiteral("; 'zrncam list' shows the cameras on the bus");
     }
-    if (name == "OpenFailed" || name == "NoneFree") {
+    if (name == "NotSupported") {
+        return QStringLiteral("; 'zrncam properties' shows it");
+    }
+    if (name == "BadArgument") {
+        return QStringLiteral("; 'zrncam info' shows it");
+    }
+    if (name == "OpenFailed" || name == "NoneFree" || name == "NothingEnumerated" ||
+        name == "StreamStartFailed") {
         return QStringLiteral("; 'zrncam doctor' looks for the usual causes");
     }
     return {};

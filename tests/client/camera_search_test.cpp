@@ -186,6 +186,24 @@ TEST_F(CameraSearchTest, AWatchedCameraIsLeftToItsViewer)
               "end that program, or wait until it is done with this camera");
 }
 
+TEST_F(CameraSearchTest, ACameraThatThisProgramHoldsIsNotSaidToBeAnothers)
+{
+    system.bind("1-1", 0, "usbfs");
+    system.run(::getpid(), "host", "/dev/bus/usb/001/001");
+    EXPECT_EQ(failureOf({{}, "1-1", -1}),
+              "the camera at port 1-1 is open in this program already\n"
+              "close it there first, or use the one that is open");
+}
+
+TEST_F(CameraSearchTest, ASearchCanBeEndedEarly)
+{
+    system.bind("1-1", 0, "usbfs");
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_THROW(search.find({{}, "1-1", -1}, {std::chrono::hours(1), {}, stop.get_token()}),
+                 zrn::Error);
+}
+
 TEST_F(CameraSearchTest, SeveralThatAreHeldAreNotFree)
 {
     system.bind("1-1", 0, "usbfs");

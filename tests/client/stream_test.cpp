@@ -235,6 +235,7 @@ TEST_F(StreamTest, NewestKeepsOneFrame)
     const std::optional<Frame> frame = stream.next(0ms);
     ASSERT_TRUE(frame);
     EXPECT_EQ(frame->step.number + 1, counters.frames);
+    EXPECT_EQ(frame->dropped, counters.frames - 1);
     EXPECT_FALSE(stream.next(0ms));
     EXPECT_EQ(counters.lost.queue, counters.frames - 1);
 }
@@ -251,6 +252,7 @@ TEST_F(StreamTest, AllKeepsTheLastFrames)
         const std::optional<Frame> frame = stream.next(0ms);
         ASSERT_TRUE(frame);
         EXPECT_EQ(frame->step.number + left, counters.frames);
+        EXPECT_EQ(frame->dropped, left == 4 ? counters.frames - 4 : 0);
     }
     EXPECT_FALSE(stream.next(0ms));
     EXPECT_EQ(counters.lost.queue, counters.frames - 4);

@@ -64,3 +64,51 @@ def test_events(camera, bus):
                     return kinds
 
     assert asyncio.run(asyncio.wait_for(main(), 60)) == ["lost", "back"]
+
+
+def test_two_tasks_share_a_stream(camera):
+    async def take(stream, numbers):
+        async for frame in stream:
+            numbers.append(frame.number)
+            if len(numbers) >= 5:
+                return
+
+    async def main():
+        shares = [], []
+        with camera.stream() as stream:
+            await asyncio.gather(*(take(stream, numbers) for numbers in shares))
+        return shares
+
+    one, other = asyncio.run(asyncio.wait_for(main(), 25))
+    assert len(one) == len(other) == 5 and not set(one) & set(other)
+
+
+def test_end_of_a_stream_wakes_all_tasks(camera, bus):
+    async def main():
+        stream = camera.stream(timeout=60)
+        await anext(stream)
+        bus.command("freeze")
+
+        async def drain():
+            return [item async for item in stream]
+
+        tasks = [asyncio.create_task(drain()) for _ in range(3)]
+        await asyncio.sleep(0.2)
+        await asyncio.to_thread(stream.close)
+        await asyncio.gather(*tasks)
+
+    asyncio.run(asyncio.wait_for(main(), 50))
+
+
+def test_two_tasks_share_a_watch(bus):
+    async def main():
+        watch = zrncamera.watch(timeout=30)
+        assert (await anext(watch)).kind == "arrived"
+        tasks = [asyncio.create_task(anext(watch)) for _ in range(2)]
+        await asyncio.sleep(0.2)
+        bus.unplug()
+        await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
+        bus.plug()
+        return sorted(change.kind for change in await asyncio.gather(*tasks))
+
+    assert asyncio.run(asyncio.wait_for(main(), 25)) == ["arrived", "left"]

@@ -1,6 +1,7 @@
 """Other libraries in the same process, loaded before and after."""
 
 import importlib.util
+import subprocess
 
 import pytest
 
@@ -59,3 +60,18 @@ def test_company(run, other, order):
         pytest.skip("one application in a process")
     calls = "\n".join(steps[order].split())
     run(f"{USE}\ndef meet():{OTHERS[other]}\n{calls}\n")
+
+
+def test_application_made_beside_an_open_camera(start):
+    """Qt does not warn of a thread."""
+    if importlib.util.find_spec("PyQt5") is None:
+        pytest.skip("PyQt5 is not installed")
+    script = f"""
+import zrncamera
+with zrncamera.open() as camera:
+    camera.grab(3, timeout=20)
+{OTHERS["PyQt5.QtWidgets"]}
+"""
+    process = start(script, stderr=subprocess.PIPE)
+    _, errors = process.communicate(timeout=60)
+    assert process.returncode == 0 and "QApplication" not in errors

@@ -92,3 +92,11 @@ def test_notebook(tmp_path):
     assert done.returncode == 0, done.stderr[-3000:]
     values = list(eval(done.stdout).values())
     assert values == sorted(values)
+
+
+@pytest.mark.parametrize("script", sorted(EXAMPLES.glob("*.py")), ids=lambda script: script.name)
+def test_help(script):
+    if script.name in ("live_histogram.py", "save_tiff.py"):
+        needs({"l": "matplotlib", "s": "PIL"}[script.name[0]], "python3-matplotlib python3-pil")
+    done = subprocess.run([sys.executable, script, "--help"], capture_output=True, text=True, timeout=120)
+    assert done.returncode == 0 and "--virtual" in done.stdout

@@ -1,6 +1,8 @@
 """Frames are the driver's own memory, for as long as anybody looks at them."""
 
+import copy
 import gc
+import pickle
 
 import numpy as np
 import pytest
@@ -75,3 +77,11 @@ def test_unknown_image(camera):
     with pytest.raises(AttributeError):
         frame.address("C")
     assert repr(frame) == f"<Frame {frame.number}, AB of {frame.width}x{frame.height}>"
+
+
+def test_copies_of_a_frame_are_the_frame(camera):
+    frame, other = camera.grab(2)
+    assert copy.copy(frame) is copy.deepcopy(frame) is frame
+    assert frame == frame != other and len({frame, other}) == 2
+    with pytest.raises(TypeError):
+        pickle.dumps(frame)

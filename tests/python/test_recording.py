@@ -83,3 +83,15 @@ def test_no_recording(tmp_path):
     assert caught.value.name == "NotARecording"
     with pytest.raises(zrncamera.ZrnError):
         zrncamera.Recorder(path)
+
+
+def test_equality_and_text(recorded):
+    path, frames = recorded
+    recording = zrncamera.Recording(path)
+    assert recording == zrncamera.Recording(path) == recording[:] and recording[1:] != recording
+    assert len({recording, zrncamera.Recording(path), recording[3:]}) == 2
+    assert recording[3] == recording[3] != recording[4] and recording.index(recording[7]) == 7
+    assert recording[3] in recording and frames[3] not in recording
+    assert repr(recording) == f"<Recording {path}: 12 frames>"
+    with pytest.raises(IndexError, match="no frame 12 among 12"):
+        recording[12]

@@ -31,6 +31,7 @@ def test_slow_consumer_of_all_frames_loses_the_oldest(camera):
         dropped = stream.counters.lost_queue
         first = next(stream)
         assert first.number >= dropped
+        assert first.dropped >= dropped and first.missing >= first.dropped
 
 
 def test_every_missing_frame_has_a_place(camera, bus):
@@ -51,6 +52,35 @@ def test_newest_frame_alone(camera):
         assert stream.counters.lost_queue >= 7
 
 
+def test_missing_counts_what_the_queue_dropped(camera):
+    with camera.stream(capacity=2) as stream:
+        frames = [next(stream)]
+        for _ in range(3):
+            seen = stream.counters.lost_queue
+            wait_until(lambda: stream.counters.lost_queue > seen)
+            frames.append(next(stream))
+            frames.append(next(stream))
+    for before, after in zip(frames, frames[1:]):
+        assert after.number == before.number + after.missing + 1
+    assert sum(frame.dropped for frame in frames) >= 3
+
+
+def test_grab_drops_nothing(camera, monkeypatch):
+    """Also where whoever takes the frames is slow."""
+    take = zrncamera.Stream.__next__
+    dropped = []
+
+    def take_slowly(stream):
+        frame = take(stream)
+        time.sleep(1)
+        dropped.append(stream.counters.lost_queue)
+        return frame
+
+    monkeypatch.setattr(zrncamera.Stream, "__next__", take_slowly)
+    frames = camera.grab(3)
+    assert dropped == [0, 0, 0] and [frame.dropped for frame in frames] == [0, 0, 0]
+
+
 def test_blocking_queue_drops_nothing(camera):
     with camera.stream("block", capacity=2) as stream:
         wait_until(lambda: stream.counters.frames >= 3)
@@ -62,7 +92,7 @@ def test_blocking_queue_drops_nothing(camera):
 
 
 def test_unknown_policy(camera):
-    with pytest.raises(ValueError):
+    with pytest.raises(ValueError, match="newest"):
         camera.stream("some")
 
 

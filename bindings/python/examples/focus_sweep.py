@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
 """Finds the position of a stage at which the image is sharpest: focus_sweep.py [--virtual]"""
 
-import sys
+import argparse
 
 import numpy as np
 
 import zrncamera
 
-if "--virtual" in sys.argv:
+parser = argparse.ArgumentParser(description=__doc__)
+parser.add_argument("--virtual", action="store_true", help="on a virtual camera")
+arguments = parser.parse_args()
+if arguments.virtual:
     zrncamera.virtual("type2", rate=30)
 
 

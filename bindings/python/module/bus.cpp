@@ -11,23 +11,10 @@ namespace zrnpy
 namespace
 {
 
-const char* nameOf(zrn::Use use)
-{
-    switch (use) {
-    case zrn::Use::Free:
-        return "free";
-    case zrn::Use::Open:
-        return "open";
-    case zrn::Use::Held:
-        break;
-    }
-    return "held";
-}
-
 std::string describe(const zrn::BusCamera& camera)
 {
     std::string text = "<CameraInfo " + (camera.serial.empty() ? "?" : camera.serial) +
-                       " at port " + camera.port + ", " + nameOf(camera.use);
+                       " at port " + camera.port + ", " + zrn::nameOf(camera.use);
     const std::string holder = camera.holderText();
     return text + (holder.empty() ? "" : " by " + holder) + ">";
 }
@@ -63,7 +50,7 @@ void addBus(py::module_& module)
         .def_property_readonly("speed", &BusCamera::speed, "As \"5 Gbit/s\"; empty if unknown.")
         .def_readonly("accessible", &BusCamera::accessible, "Whether this user may open it.")
         .def_property_readonly(
-            "use", [](const BusCamera& camera) { return nameOf(camera.use); },
+            "use", [](const BusCamera& camera) { return zrn::nameOf(camera.use); },
             "\"free\"; \"open\", which others can still open; or \"held\".")
         .def_property_readonly(
             "holders",

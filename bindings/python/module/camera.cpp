@@ -2,6 +2,7 @@
 
 #include "bus.h"
 #include "errors.h"
+#include "log.h"
 #include "module.h"
 #include "waiting.h"
 
@@ -32,28 +33,13 @@ void Camera::close()
 namespace
 {
 
-/// Whether an answer may come from a camera that is not there any more.
-bool mayBeGone(ErrorCode code)
-{
-    return code != ErrorCode::BadArgument && code != ErrorCode::NotSupported &&
-           code != ErrorCode::Success;
-}
-
 /// Runs an operation without the GIL. @throws Gone when it failed, and the camera does not answer
 template <typename Operation>
 auto ask(const Camera& owner, const Operation& operation)
 {
     const std::shared_ptr<zrn::Camera> camera = owner.get();
-    return unlocked([&] {
-        try {
-            return std::invoke(operation, *camera);
-        } catch (const zrn::Error& error) {
-            if (mayBeGone(error.code()) && !camera->status().isOnline) {
-                throw Gone(error);
-            }
-            throw;
-        }
-    });
+    return unlocked(
+        [&] { return orGone(*camera, [&] { return std::invoke(operation, *camera); }); });
 }
 
 /// Says who holds the camera, if that is why it could not be opened. @throws zrn::Error
@@ -79,14 +65,18 @@ std::unique_ptr<Camera> open(const std::string& serial, const std::string& port,
     claimDriver();
     const zrn::CameraChoice choice{zrn::serialFromUser(serial), port, index};
     const auto longest = std::chrono::milliseconds(static_cast<std::int64_t>(patience * 1000.0));
-    auto camera = interruptible([choice, longest, plugin] {
-        const std::shared_ptr<zrn::Driver> driver = zrn::Driver::load(plugin);
-        try {
-            return zrn::Camera::open(driver, choice, {longest, {}});
-        } catch (const zrn::Error& error) {
-            refuseOpening(error, *driver, choice);
-        }
-    });
+    takeDriversLines();
+    const std::stop_source stop;
+    auto camera = interruptible(
+        [choice, longest, plugin, stop] {
+            const std::shared_ptr<zrn::Driver> driver = zrn::Driver::load(plugin);
+            try {
+                return zrn::Camera::open(driver, choice, {longest, {}, stop.get_token()});
+            } catch (const zrn::Error& error) {
+                refuseOpening(error, *driver, choice);
+            }
+        },
+        stop);
     useBus(camera->driver().bus());
     return std::make_unique<Camera>(std::move(camera));
 }
@@ -232,7 +222,7 @@ void addCameras(py::module_& module)
         .def_property(
             "exposure",
             [](const Camera& camera) { return ask(camera, &zrn::Camera::exposure).count(); },
-            [](const Camera& camera, std::uint32_t exposure) {
+            [](const Camera& camera, std::int64_t exposure) {
                 ask(camera,
                     [exposure](zrn::Camera& asked) { asked.setExposure(Microseconds(exposure)); });
             })

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/bus.h"
+#include "client/camera.h"
 #include "client/error.h"
 
 #include <vector>
@@ -18,6 +19,23 @@ public:
     {
     }
 };
+
+/// Whether an operation failed because the camera does not answer any more.
+bool isGone(const zrn::Error& error, zrn::Camera& camera);
+
+/// Runs an operation. @throws Gone when it failed, and the camera does not answer
+template <typename Operation>
+auto orGone(zrn::Camera& camera, const Operation& operation)
+{
+    try {
+        return operation();
+    } catch (const zrn::Error& error) {
+        if (isGone(error, camera)) {
+            throw Gone(error);
+        }
+        throw;
+    }
+}
 
 /// Another program has the camera.
 class Busy : public zrn::Error

@@ -45,6 +45,11 @@ std::chrono::nanoseconds timeOf(const zrn::Frame& frame)
     return (isTold ? frame.times.firstPayload : frame.arrival).time_since_epoch();
 }
 
+const std::uint8_t* memoryOf(const Frame& frame)
+{
+    return frame.get().stored.front().bytes.data();
+}
+
 std::string describe(const Frame& frame)
 {
     const zrn::Frame& held = frame.get();
@@ -52,7 +57,9 @@ std::string describe(const Frame& frame)
     for (const zrn::Image& image : held.images()) {
         text += image.letter;
     }
-    return text + " of " + std::to_string(held.width) + "x" + std::to_string(held.height) + ">";
+    text += " of " + std::to_string(held.width) + "x" + std::to_string(held.height);
+    const std::uint32_t missing = held.step.missing + held.dropped;
+    return text + (missing > 0 ? ", " + std::to_string(missing) + " missing before it>" : ">");
 }
 
 } // namespace
@@ -94,8 +101,13 @@ they live, also when stream and camera are closed; as many may be kept as memory
             "number", [](const Frame& frame) { return frame.get().step.number; },
             "Frame number that the camera gave it.")
         .def_property_readonly(
-            "missing", [](const Frame& frame) { return frame.get().step.missing; },
-            "Frame numbers that were skipped since the frame before.")
+            "missing",
+            [](const Frame& frame) { return frame.get().step.missing + frame.get().dropped; },
+            "Frame numbers that were skipped since the frame before that the stream gave.")
+        .def_property_readonly(
+            "dropped", [](const Frame& frame) { return frame.get().dropped; },
+            "Of these, frames that were not taken in time, and made room for others in the "
+            "stream's queue.")
         .def_property_readonly(
             "time",
             [](const Frame& frame) {
@@ -116,6 +128,19 @@ they live, also when stream and camera are closed; as many may be kept as memory
         .def_property_readonly(
             "gain", [](const Frame& frame) { return frame.get().gain; },
             "Gain that was set when it arrived; 0 in a recording.")
+        .def(
+            "__eq__",
+            [](const Frame& frame, const py::object& other) {
+                return py::isinstance<Frame>(other) &&
+                       memoryOf(frame) == memoryOf(other.cast<const Frame&>());
+            },
+            py::arg("other"), "Whether both are views of the same memory.")
+        .def("__hash__",
+             [](const Frame& frame) { return reinterpret_cast<std::intptr_t>(memoryOf(frame)); })
+        .def("__copy__", [](const py::object& self) { return self; })
+        .def(
+            "__deepcopy__", [](const py::object& self, const py::object&) { return self; },
+            py::arg("memo"))
         .def("__repr__", describe);
 }
 

@@ -50,10 +50,6 @@ private:
 void addRecordings(py::module_& module)
 {
     py::class_<Recording>(module, "Recording", "A recording that is read.")
-        .def(py::init([](const std::string& path) {
-                 return unlocked([&path] { return std::make_unique<Recording>(path); });
-             }),
-             py::arg("path"))
         .def("__len__", &Recording::frameCount)
         .def(
             "frame",
@@ -74,14 +70,24 @@ void addRecordings(py::module_& module)
         });
 
     py::class_<BoundRecorder>(module, "Recorder", "A recording that is written.")
-        .def(py::init<const std::string&, const std::string&>(), py::arg("path"),
-             py::arg("metadata"))
         .def("add", &BoundRecorder::add, py::arg("frame"))
         .def("finish", &BoundRecorder::finish)
         .def_property_readonly(
             "frames", [](const BoundRecorder& recorder) { return recorder.progress().frames; })
         .def_property_readonly(
             "error", [](const BoundRecorder& recorder) { return recorder.progress().error; });
+    module.def(
+        "read_recording",
+        [](const std::string& path) {
+            return unlocked([&path] { return std::make_unique<Recording>(path); });
+        },
+        py::arg("path"));
+    module.def(
+        "write_recording",
+        [](const std::string& path, const std::string& metadata) {
+            return std::make_unique<BoundRecorder>(path, metadata);
+        },
+        py::arg("path"), py::arg("metadata"));
 }
 
 } // namespace zrnpy

@@ -1,6 +1,7 @@
 #include "client/stream.h"
 
 #include "camera.h"
+#include "errors.h"
 #include "frame.h"
 #include "module.h"
 #include "waiting.h"
@@ -114,6 +115,9 @@ public:
             }
             m_bell->silence();
             item = take(*stream);
+            if (!item.is_none() || stream->isStopped()) {
+                m_bell->ring(); // there may be more, and the end is for all who wait
+            }
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
             if (!item.is_none() || left.count() <= 0 || stream->isStopped()) {
                 return item;
@@ -161,8 +165,9 @@ private:
         options.keepAlive = keepAlive;
         options.onReady = [bell = m_bell] { bell->ring(); };
         const std::shared_ptr<zrn::Camera> held = camera.get();
-        return interruptible(
-            [held, options] { return std::make_shared<zrn::Stream>(held, options); });
+        return interruptible([held, options] {
+            return orGone(*held, [&] { return std::make_shared<zrn::Stream>(held, options); });
+        });
     }
 
     /// What waits, events first.
@@ -256,13 +261,17 @@ void addStreams(py::module_& module)
 {
     addEvents(module);
     py::class_<Stream>(module, "Stream", "A running stream.")
-        .def(py::init<const Camera&, const std::string&, std::size_t, bool>(), py::arg("camera"),
-             py::arg("policy"), py::arg("capacity"), py::arg("keep_alive"))
         .def("next", &Stream::next, py::arg("seconds"))
         .def("close", &Stream::close)
         .def("fileno", &Stream::file)
         .def_property_readonly("stopped", &Stream::isStopped)
         .def_property_readonly("counters", &Stream::counters);
+    module.def(
+        "start_stream",
+        [](const Camera& camera, const std::string& policy, std::size_t capacity, bool keepAlive) {
+            return std::make_unique<Stream>(camera, policy, capacity, keepAlive);
+        },
+        py::arg("camera"), py::arg("policy"), py::arg("capacity"), py::arg("keep_alive"));
 }
 
 } // namespace zrnpy

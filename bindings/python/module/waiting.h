@@ -3,6 +3,7 @@
 #include <chrono>
 #include <future>
 #include <pybind11/pybind11.h>
+#include <stop_token>
 #include <thread>
 #include <unistd.h>
 
@@ -54,18 +55,31 @@ auto unlocked(const Work& work)
     return work();
 }
 
-/// Does @p work on a thread of its own, so that Ctrl-C can end the wait; the work then goes on, and
-/// its result is thrown away. It must own what it uses.
+/// Keeps a thread whose work nobody waits for, until the end of the process.
+void leaveBehind(std::thread thread);
+
+/// Waits for what was left behind: the process must not end while it is in the driver.
+void awaitLeftBehind();
+
+/// Does @p work on a thread of its own, so that Ctrl-C can end the wait; the work is then asked to
+/// stop, and its result thrown away. It must own what it uses.
 template <typename Work>
-auto interruptible(Work work)
+auto interruptible(Work work, std::stop_source stop = {})
 {
     std::packaged_task<decltype(work())()> task(std::move(work));
     auto result = task.get_future();
-    std::thread(std::move(task)).detach();
-    while (unlocked([&result] { return result.wait_for(waitSlice); }) !=
-           std::future_status::ready) {
-        handleSignals();
+    std::thread thread(std::move(task));
+    try {
+        while (unlocked([&result] { return result.wait_for(waitSlice); }) !=
+               std::future_status::ready) {
+            handleSignals();
+        }
+    } catch (...) {
+        stop.request_stop();
+        leaveBehind(std::move(thread));
+        throw;
     }
+    unlocked([&thread] { thread.join(); });
     return result.get();
 }
 

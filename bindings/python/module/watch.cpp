@@ -68,9 +68,9 @@ void addWatches(py::module_& module)
                    " at port " + event.camera.port + ">";
         });
     py::class_<Watch>(module, "Watch", "A watch on the bus.")
-        .def(py::init<>())
         .def("next", &Watch::next, py::arg("seconds"))
         .def("fileno", &Watch::file);
+    module.def("watch_bus", [] { return std::make_unique<Watch>(); });
 }
 
 } // namespace zrnpy

@@ -15,6 +15,8 @@ Recording and Recorder read and write recordings. Without a camera,
 as the first call of a script runs it on a virtual one. All errors are ZrnError, with a name for
 scripts and a hint for people.
 
+What the driver notes goes to the logger "zrncamera" of Python's logging.
+
 A process that uses a camera must not be forked: give multiprocessing the context "spawn", and open
 the camera in one process.
 """
@@ -22,7 +24,11 @@ the camera in one process.
 from __future__ import annotations
 
 import builtins
+from importlib.util import find_spec as _find_spec
 from typing import Optional
+
+if _find_spec("numpy") is None:
+    raise ImportError("zrncamera needs numpy: pip install numpy, or apt install python3-numpy")
 
 from . import _zrncamera
 from ._camera import PROPERTIES, Camera, open

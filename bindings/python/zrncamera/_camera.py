@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import atexit
+import difflib
 import itertools
 import os
 import weakref
@@ -10,6 +11,7 @@ from collections.abc import Mapping
 from pathlib import Path
 from types import TracebackType
 from typing import (
+    TYPE_CHECKING,
     Any,
     Generic,
     Literal,
@@ -20,7 +22,8 @@ from typing import (
     overload,
 )
 
-from . import _zrncamera
+from . import _checks, _log, _zrncamera
+from ._errors import ZrnError
 from ._stream import Policy, Stream
 from ._zrncamera import Event, Frame, PropertyInfo
 
@@ -63,12 +66,14 @@ class Camera:
     may call any method. The driver's other properties are attributes too, b_gain to sharp below;
     PROPERTIES tells their types, ranges and units.
 
-    Each operation raises ZrnError with the driver's answer when it was refused, and CameraGone when
+    A value that a property cannot have is a ValueError that names its range, and a name that no
+    setting has an AttributeError. Each operation raises ZrnError with the driver's answer when it was refused, and CameraGone when
     the camera does not answer any more.
     """
 
     def __init__(self, camera: _zrncamera.Camera) -> None:
         self._camera = camera
+        self._serial = camera.serial
         self._streams: weakref.WeakSet[Stream[Any]] = weakref.WeakSet()
         _open_cameras.add(self)
 
@@ -100,12 +105,12 @@ class Camera:
 
     @property
     def exposure_us(self) -> int:
-        """Exposure in microseconds."""
+        """Exposure in microseconds; what is set is rounded to whole ones."""
         return self._camera.exposure
 
     @exposure_us.setter
-    def exposure_us(self, exposure: int) -> None:
-        self._camera.exposure = exposure
+    def exposure_us(self, exposure: float) -> None:
+        self._camera.exposure = _checks.microseconds("exposure_us", exposure)
 
     @property
     def exposure_range_us(self) -> tuple[int, int]:
@@ -119,7 +124,7 @@ class Camera:
 
     @gain.setter
     def gain(self, gain: int) -> None:
-        self._camera.gain = gain
+        self._camera.gain = _checks.whole("gain", gain)
 
     @property
     def gain_range(self) -> tuple[int, int]:
@@ -156,8 +161,12 @@ class Camera:
         return self._camera.property(key)
 
     def set(self, key: str, value: object) -> None:
-        """Sets a property, by its key."""
-        self._camera.set_property(key, value)
+        """Sets a property, by its key.
+
+        ValueError: it is out of its range. TypeError: it is of another type.
+        """
+        info = PROPERTIES.get(key)
+        self._camera.set_property(key, value if info is None else _checks.fitting(info, value))
 
     def run(self, command: str) -> None:
         """Runs a command of the driver: "ClearState" resets the camera."""
@@ -205,6 +214,8 @@ class Camera:
                       again, and tells so: it yields Event objects among the frames
         timeout    -- seconds to wait for a frame; None: a little longer than the driver waits and
                       the exposure lasts, and for ever when it is kept alive
+
+        CameraGone: the camera does not answer; also with keep_alive, which begins when it does.
         """
         for ended in list(self._streams):
             ended._settle()
@@ -213,14 +224,33 @@ class Camera:
         return stream
 
     def grab(self, count: int = 1, timeout: Optional[float] = None) -> list[Frame]:
-        """The next frames, from a stream of their own.
+        """The next frames, from a stream of their own, of which none is dropped for another one.
 
         timeout -- seconds to wait for each, as for stream()
 
         GrabTimeout, CameraGone: as for Stream.next().
         """
-        with self.stream(capacity=max(count, 16), timeout=timeout) as stream:
+        count = _checks.count("count", count)
+        if count == 0:
+            return []
+        with self.stream("block", capacity=max(count, 16), timeout=timeout) as stream:
             return list(itertools.islice(stream, count))
+
+    def __repr__(self) -> str:
+        try:
+            return f"<Camera {self._serial} at port {self.port}, {self.width}x{self.height}>"
+        except ZrnError as error:
+            return f"<Camera {self._serial}: {error.message}>"
+
+    if not TYPE_CHECKING:  # what a checker of types knows by itself
+
+        def __setattr__(self, name, value):
+            if not name.startswith("_") and not hasattr(getattr(Camera, name, None), "__set__"):
+                settings = [key for key, held in vars(Camera).items() if hasattr(held, "__set__")]
+                near = difflib.get_close_matches(name, settings, 1)
+                meant = f"; did you mean {near[0]}?" if near else ""
+                raise AttributeError(f"a camera has no setting {name}{meant}")
+            super().__setattr__(name, value)
 
     def __enter__(self) -> Camera:
         return self
@@ -240,6 +270,8 @@ _open_cameras: weakref.WeakSet[Camera] = weakref.WeakSet()
 def _close_all() -> None:
     for camera in list(_open_cameras):
         camera.close()
+    _zrncamera.await_left_behind()
+    _log.end()
 
 
 # Threads that wait in a stream would otherwise meet an interpreter that is being taken down.
@@ -264,8 +296,12 @@ def open(
     driver   -- file of the driver; None: the one that ZRNCAM_PLUGIN names, that lies in this
                 package, or that is installed
 
-    CameraBusy: another program has it. ZrnError: there is none, or it cannot be opened.
+    CameraBusy: another program has it, or this one has. ZrnError: there is none, or it cannot be
+    opened.
     """
+    patience = _checks.seconds("patience", patience)
+    index = _checks.count("index", index, -1)
+    _log.start()
     return Camera(_zrncamera.open(serial, port, index, patience, str(driver or _own_driver())))
 
 

@@ -31,6 +31,17 @@ class GrabTimeout(ZrnError, TimeoutError):
 class CameraGone(ZrnError):
     """The camera that was open does not answer any more, as when it was unplugged."""
 
+    def __init__(
+        self,
+        message: str = "the camera does not answer any more",
+        code: int = 0,
+        name: str = "CameraGone",
+        hint: str = (
+            "check its cable, and open it again; a stream with keep_alive=True that runs does so by itself"
+        ),
+    ) -> None:
+        super().__init__(message, code, name, hint)
+
 
 class CameraBusy(ZrnError):
     """Another program has the camera.

@@ -17,14 +17,18 @@ class Recording(Sequence[Frame]):
     """A recording as a sequence of frames. A slice of it is one, too.
 
     Images are views of the file itself, read when they are looked at, and valid as long as they
-    live. A file that is made shorter meanwhile ends the program.
+    live. A file that is made shorter meanwhile ends the program. Two are equal that have the same
+    frames of the same file.
 
     ZrnError: the file is no recording, or a frame in it was damaged.
     """
 
     def __init__(self, path: Union[str, "os.PathLike[str]"]) -> None:
-        self._recording = _zrncamera.Recording(os.fspath(path))
+        self._path = os.fspath(path)
+        self._recording = _zrncamera.read_recording(self._path)
         self._places = range(len(self._recording))
+        status = os.stat(self._path)
+        self._file = (status.st_dev, status.st_ino, status.st_size, status.st_mtime_ns)
 
     @property
     def metadata(self) -> dict[str, Any]:
@@ -47,7 +51,7 @@ class Recording(Sequence[Frame]):
 
         ZrnError: it was damaged.
         """
-        return self._recording.frame(self._places[position])
+        return self._recording.frame(self._place(position))
 
     def __len__(self) -> int:
         return len(self._places)
@@ -60,14 +64,34 @@ class Recording(Sequence[Frame]):
 
     def __getitem__(self, position: Union[int, slice]) -> Union[Frame, Recording]:
         if not isinstance(position, slice):
-            return self._recording.view(self._places[position])
+            return self._recording.view(self._place(position))
         part = Recording.__new__(Recording)
+        part._path = self._path
+        part._file = self._file
         part._recording = self._recording
         part._places = self._places[position]
         return part
 
+    def _place(self, position: int) -> int:
+        try:
+            return self._places[position]
+        except IndexError:
+            raise IndexError(f"there is no frame {position} among {len(self)}") from None
+
     def __iter__(self) -> Iterator[Frame]:
         return map(self._recording.view, self._places)
+
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, Recording):
+            return NotImplemented
+        return self._file == other._file and self._places == other._places
+
+    def __hash__(self) -> int:
+        return hash((self._file, self._places))
+
+    def __repr__(self) -> str:
+        cut = "" if self.complete else ", not complete"
+        return f"<Recording {self._path}: {len(self)} frames{cut}>"
 
 
 class Recorder:
@@ -79,7 +103,8 @@ class Recorder:
     """
 
     def __init__(self, path: Union[str, "os.PathLike[str]"], **metadata: object) -> None:
-        self._recorder = _zrncamera.Recorder(os.fspath(path), json.dumps(metadata))
+        self._path = os.fspath(path)
+        self._recorder = _zrncamera.write_recording(self._path, json.dumps(metadata))
 
     def add(self, frame: Frame) -> None:
         """Hands a frame over, which is written later.
@@ -99,6 +124,9 @@ class Recorder:
     def frames(self) -> int:
         """Frames that are written."""
         return self._recorder.frames
+
+    def __repr__(self) -> str:
+        return f"<Recorder {self._path}: {self.frames} frames written>"
 
     def __enter__(self) -> Recorder:
         return self

@@ -6,24 +6,26 @@ import asyncio
 import threading
 from collections.abc import AsyncIterator, Callable, Iterator
 from types import TracebackType
-from typing import Literal, Optional, TypeVar, Union, cast
+from typing import Literal, Optional, TypeVar, Union, cast, get_args
 
-from . import _zrncamera
-from ._errors import CameraGone, GrabTimeout
-from ._waiting import EVER, readable
+from . import _checks, _zrncamera
+from ._errors import CameraGone, GrabTimeout, ZrnError
+from ._waiting import readable
 from ._zrncamera import Counters, Event, Frame
 
 Policy = Literal["newest", "all", "block"]
 Item = TypeVar("Item", bound=Union[Frame, Event])
 
 _SLACK = 0.5  # seconds, beyond what the driver waits for a frame
+_GLANCE = 0.2  # seconds; after a shorter wait in vain the camera is not asked whether it is there
 
 
 class Stream(Iterator[Item], AsyncIterator[Item]):
     """A running stream, made by Camera.stream(): an iterator over its frames.
 
     It ends with close(), with the `with` block, or when nobody refers to it any more. Frames stay
-    valid. Any thread may call any method.
+    valid. Any thread may call any method. Threads and tasks that wait for one stream share its
+    frames: each goes to one of them.
     """
 
     def __init__(
@@ -35,20 +37,28 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         timeout: Optional[float],
     ) -> None:
         self._camera = camera
-        self._keep_alive = keep_alive
-        self._timeout = timeout
+        if policy not in get_args(Policy):
+            choices = ", ".join(f'"{choice}"' for choice in get_args(Policy))
+            raise ValueError(f"policy is one of {choices}, not {policy!r}")
+        self._policy = policy
+        self._keep_alive = bool(keep_alive)
+        self._timeout = _checks.optional_seconds("timeout", timeout)
         self._closing: Optional[threading.Thread] = None
         self._driver_wait = float(camera.property("MaxGrabWaitTime")) / 1000.0  # type: ignore[arg-type]
-        self._stream = _zrncamera.Stream(camera, policy, capacity, keep_alive)
+        self._serial = camera.serial
+        self._stream = _zrncamera.start_stream(
+            camera, policy, _checks.count("capacity", capacity, 1), self._keep_alive
+        )
 
     def next(self, timeout: Optional[float] = None) -> Optional[Item]:
         """The next frame, or event of a stream that is kept alive; None when the stream has ended.
 
         timeout -- seconds to wait; None: as given to Camera.stream()
 
-        GrabTimeout: there was none for so long. CameraGone: the camera does not answer any more.
+        GrabTimeout: there was none for so long. CameraGone: the camera does not answer any more,
+        for which it is asked after a wait of 0.2 s or longer.
         """
-        seconds = self._seconds(timeout)
+        seconds = self._seconds(_checks.optional_seconds("timeout", timeout))
         item = cast(Optional[Item], self._stream.next(seconds))
         if item is None and not self._stream.stopped:
             raise self._failure(seconds)
@@ -79,6 +89,8 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
 
         What the function raises ends the thread, by way of threading.excepthook.
         """
+        if not callable(function):
+            raise TypeError(f"{function!r} cannot be called")
         thread = threading.Thread(target=self._call, args=(function,), name="zrncamera", daemon=True)
         thread.start()
         return thread
@@ -93,22 +105,27 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         if timeout is not None:
             return timeout
         if self._keep_alive:
-            return EVER
+            return _checks.EVER
         return self._driver_wait + 2e-6 * self._camera.known_exposure + _SLACK
 
     def _failure(self, seconds: float) -> Exception:
-        if seconds >= self._driver_wait and not self._keep_alive and not self._camera.online():
-            return CameraGone(
-                "the camera does not answer any more",
-                name="CameraGone",
-                hint="check its cable; a stream with keep_alive=True goes on when it is back",
-            )
+        if seconds >= _GLANCE and not self._keep_alive and not self._camera.online():
+            return CameraGone()
         return GrabTimeout(
             f"no frame came within {seconds:.3g} s",
             code=1034,
             name="GrabTimeout",
             hint="wait for longer than the exposure",
         )
+
+    def __repr__(self) -> str:
+        try:
+            counters = self.counters
+            state = "ended" if self.closed else "running"
+        except ZrnError as error:
+            return f"<Stream of {self._serial}: {error.message}>"
+        seen = f"{counters.frames} frames, {counters.missing} missing, {counters.lost_queue} dropped"
+        return f'<Stream of {self._serial}, "{self._policy}", {state}: {seen}>'
 
     def __iter__(self) -> Stream[Item]:
         return self

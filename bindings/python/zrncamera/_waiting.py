@@ -3,13 +3,13 @@
 from __future__ import annotations
 
 import asyncio
-
-EVER = 1e9  # seconds
+import os
 
 
 async def readable(file: int, end: float) -> None:
     """Waits until a file descriptor can be read, or the running loop's clock shows `end`."""
     loop = asyncio.get_running_loop()
+    file = os.dup(file)  # a loop has one reader for each, and several tasks may wait
     ready = loop.create_future()
 
     def wake() -> None:
@@ -22,4 +22,5 @@ async def readable(file: int, end: float) -> None:
         await ready
     finally:
         loop.remove_reader(file)
+        os.close(file)
         timer.cancel()

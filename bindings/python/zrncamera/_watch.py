@@ -6,8 +6,8 @@ import asyncio
 from collections.abc import AsyncIterator, Iterator
 from typing import Optional
 
-from . import _zrncamera
-from ._waiting import EVER, readable
+from . import _checks, _zrncamera
+from ._waiting import readable
 from ._zrncamera import Change
 
 
@@ -15,14 +15,15 @@ class Watch(Iterator[Change], AsyncIterator[Change]):
     """A watch on the bus, made by watch(). No camera is opened for it."""
 
     def __init__(self, timeout: Optional[float]) -> None:
-        self._seconds = EVER if timeout is None else timeout
-        self._watch = _zrncamera.Watch()
+        self._seconds = _checks.EVER if timeout is None else _checks.seconds("timeout", timeout)
+        self._watch = _zrncamera.watch_bus()
 
     def next(self, timeout: Optional[float] = None) -> Optional[Change]:
         """The next change; None when there was none for so many seconds, or, without `timeout`, for
         those given to watch().
         """
-        return self._watch.next(self._seconds if timeout is None else timeout)
+        seconds = self._seconds if timeout is None else _checks.seconds("timeout", timeout)
+        return self._watch.next(seconds)
 
     def fileno(self) -> int:
         """A file descriptor that can be read when next(0) may have a change."""

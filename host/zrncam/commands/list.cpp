@@ -20,19 +20,6 @@ struct ListOptions {
     bool watch = false;
 };
 
-const char* nameOf(zrn::Use use)
-{
-    switch (use) {
-    case zrn::Use::Free:
-        return "free";
-    case zrn::Use::Open:
-        return "open";
-    case zrn::Use::Held:
-        break;
-    }
-    return "held";
-}
-
 QString useText(const zrn::BusCamera& camera)
 {
     const QString holders = QString::fromStdString(camera.holderText());
@@ -62,7 +49,7 @@ QJsonObject jsonOf(const zrn::BusCamera& camera)
                      {QStringLiteral("node"), QString::fromStdString(camera.node())},
                      {QStringLiteral("megabits"), camera.megabits},
                      {QStringLiteral("accessible"), camera.accessible},
-                     {QStringLiteral("use"), QLatin1String(nameOf(camera.use))},
+                     {QStringLiteral("use"), QLatin1String(zrn::nameOf(camera.use))},
                      {QStringLiteral("holders"), holders}};
     if (!camera.serial.empty()) {
         json[QLatin1String("serial")] = QString::fromStdString(camera.serial);
