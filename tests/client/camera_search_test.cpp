@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <unistd.h>
 
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -190,9 +191,8 @@ TEST_F(CameraSearchTest, ACameraThatThisProgramHoldsIsNotSaidToBeAnothers)
 {
     system.bind("1-1", 0, "usbfs");
     system.run(::getpid(), "host", "/dev/bus/usb/001/001");
-    EXPECT_EQ(failureOf({{}, "1-1", -1}),
-              "the camera at port 1-1 is open in this program already\n"
-              "close it there first, or use the one that is open");
+    EXPECT_EQ(failureOf({{}, "1-1", -1}), "the camera at port 1-1 is open in this program already\n"
+                                          "close it there first, or use the one that is open");
 }
 
 TEST_F(CameraSearchTest, ASearchCanBeEndedEarly)

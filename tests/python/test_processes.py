@@ -24,7 +24,7 @@ zrncamera.VirtualBus().command("thaw")
 """
 WAITS = {
     "stream": "list(stream)",
-    "grab": "camera.grab(timeout=60)",
+    "grab": "camera.grab(100, timeout=60)",
     "open": "zrncamera.open(camera.serial, patience=60)",
     "watch": "list(zrncamera.watch())",
 }
@@ -36,7 +36,9 @@ def delay_of_ctrl_c(start, script):
     time.sleep(0.5)
     sent = time.monotonic()
     process.send_signal(signal.SIGINT)
-    delay = float(process.stdout.readline()) - sent
+    line = process.stdout.readline()
+    assert line, f"it ended with {process.wait(20)}"
+    delay = float(line) - sent
     assert process.wait(20) == 0
     return delay
 
