@@ -12,9 +12,26 @@
 namespace
 {
 
+/// Other providers watch the same bus, with threads of their own.
+void removeOtherProviders()
+{
+    GstRegistry* const registry = gst_registry_get();
+    GList* const providers =
+        gst_registry_get_feature_list(registry, GST_TYPE_DEVICE_PROVIDER_FACTORY);
+    for (const GList* one = providers; one; one = one->next) {
+        auto* const provider = static_cast<GstPluginFeature*>(one->data);
+        if (g_strcmp0(gst_plugin_feature_get_name(provider), "zrndeviceprovider") != 0) {
+            gst_registry_remove_feature(registry, provider);
+        }
+    }
+    gst_plugin_feature_list_free(providers);
+}
+
 class Devices : public testing::Test
 {
 protected:
+    static void SetUpTestSuite() { removeOtherProviders(); }
+
     Devices()
         : m_monitor(gst_device_monitor_new())
     {
