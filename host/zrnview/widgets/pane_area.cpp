@@ -235,7 +235,7 @@ void PaneArea::changeEvent(QEvent* event)
 void PaneArea::connectView(ImageView& view, ImageView& other)
 {
     connect(&view, &ImageView::transformChanged, this,
-            [this, &other](const ViewTransform& transform) { other.setTransform(transform); });
+            [&other](const ViewTransform& transform) { other.setTransform(transform); });
     connect(&view, &ImageView::hovered, this, [this](const std::optional<QPoint>& pixel) {
         m_hovered = pixel;
         m_left->setCross(pixel);
