@@ -340,10 +340,16 @@ TEST_F(FreeRunningCameraTest, WaitsForTheHostWithItsFirstFrame)
 {
     commit();
     std::this_thread::sleep_for(50ms); // a host that takes its time before it can receive
-    for (std::uint8_t number = 0; number < 5; ++number) {
-        EXPECT_EQ(awaitFrame().at(0), number);
-    }
     EXPECT_EQ(camera.counters().framesOverrun, 0U);
+    EXPECT_EQ(awaitFrame().at(0), 0);
+    // A reader that a busy machine holds up may miss later frames, each of which is counted.
+    std::uint8_t next = 1;
+    for (int frame = 0; frame < 10; ++frame) {
+        const std::uint8_t number = awaitFrame().at(0);
+        const std::uint8_t missed = number - next;
+        EXPECT_LE(missed, camera.counters().framesOverrun);
+        next = number + 1;
+    }
 }
 
 TEST_F(FreeRunningCameraTest, RunsOnAfterAFirstFrameThatCannotBeTaken)
