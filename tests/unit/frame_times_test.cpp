@@ -17,9 +17,9 @@ using Source = CameraSpace::FrameTimeSource;
 namespace
 {
 
-constexpr int width = 8;
-constexpr int height = 4;
-constexpr std::size_t frameSize = std::size_t{2} * width * height;
+constexpr int frameWidth = 8;
+constexpr int frameHeight = 4;
+constexpr std::size_t frameSize = std::size_t{2} * frameWidth * frameHeight;
 
 PayloadTimes payloads(std::int64_t first, std::uint64_t bytes = frameSize)
 {
@@ -34,7 +34,7 @@ class FrameTimesTest : public DriverTest
 {
 protected:
     FrameTimesTest()
-        : m_device(connect(-1, width, height))
+        : m_device(connect(-1, frameWidth, frameHeight))
     {
         camera.m_cacheFrameCount = 4;
         CameraProbe::m_category.setEnabled(QtDebugMsg, false);
@@ -54,7 +54,7 @@ protected:
     void handOver(std::uint32_t sequence, std::size_t bytes = frameSize)
     {
         std::vector<unsigned char> data(bytes, 7);
-        ASSERT_TRUE(bus.deliver(m_device, width, height, data, sequence));
+        ASSERT_TRUE(bus.deliver(m_device, frameWidth, frameHeight, data, sequence));
     }
     void send(std::uint32_t sequence)
     {

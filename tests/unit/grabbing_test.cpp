@@ -18,7 +18,7 @@ using testing::IsEmpty;
 namespace
 {
 
-constexpr std::size_t pixels = std::size_t{imageWidth} * imageHeight;
+constexpr std::size_t pixelCount = std::size_t{imageWidth} * imageHeight;
 
 /// Blocks that are deleted with their list.
 class Images : public QList<ImageBlock*>
@@ -54,7 +54,7 @@ protected:
     /// Sends a frame whose bytes all have one value.
     void deliver(unsigned char value)
     {
-        std::vector<unsigned char> data(2 * pixels, value);
+        std::vector<unsigned char> data(2 * pixelCount, value);
         ASSERT_TRUE(bus.deliver(m_device, imageWidth, imageHeight, data));
     }
     static unsigned char firstPixel(const Images& images)
@@ -160,7 +160,7 @@ TEST_F(Grabbing, DestroyingTheCameraWaitsForAGrab)
     bus.unplugAll();
     Camera& device = connect(*probe, 2, imageWidth, imageHeight);
     ASSERT_EQ(code(probe->startStream(0)), 0U);
-    std::vector<unsigned char> data(2 * pixels, 1);
+    std::vector<unsigned char> data(2 * pixelCount, 1);
     ASSERT_TRUE(bus.deliver(device, imageWidth, imageHeight, data));
 
     QMutex* slotLock = probe->m_bufferLocks.front();
@@ -233,7 +233,7 @@ TEST_F(Grabbing, ImagesOutliveTheCameraAndMayBeDeletedInAnyThread)
     auto images = std::make_unique<Images>();
     std::thread([&] {
         for (unsigned char value = 1; value <= 3; ++value) {
-            std::vector<unsigned char> data(2 * pixels, value);
+            std::vector<unsigned char> data(2 * pixelCount, value);
             EXPECT_TRUE(bus.deliver(device, imageWidth, imageHeight, data));
             EXPECT_EQ(code(probe->grabImage(*images)), 0U);
         }
@@ -317,7 +317,7 @@ TEST_F(Grabbing, ASlotThatIsTooSmallCannotBeSplit)
 
     // One byte for each position, while the sensor type reads two.
     camera.m_pixelFormat = CameraSpace::PixelFormatType::Mono8;
-    std::vector<unsigned char> data(pixels, 1);
+    std::vector<unsigned char> data(pixelCount, 1);
     ASSERT_TRUE(bus.deliver(m_device, imageWidth, imageHeight, data));
     EXPECT_EQ(code(camera.grabImage(images)), 1035U); // the slot was made for two
     camera.disconnectDevice();
@@ -352,8 +352,8 @@ TEST_F(Grabbing, SendingAndGrabbingAtOnceDeliversWholeFrames)
         EXPECT_EQ(code(camera.grabImage(images)), 0U);
         ASSERT_EQ(images.size(), 2);
         const char value = images[0]->data.at(0);
-        EXPECT_EQ(images[0]->data.left(pixels), QByteArray(pixels, value));
-        EXPECT_EQ(images[1]->data.left(pixels), QByteArray(pixels, value));
+        EXPECT_EQ(images[0]->data.left(pixelCount), QByteArray(pixelCount, value));
+        EXPECT_EQ(images[1]->data.left(pixelCount), QByteArray(pixelCount, value));
     }
     isOver = true;
     sender.join();

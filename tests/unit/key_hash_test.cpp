@@ -14,12 +14,12 @@ namespace
 constexpr std::uint64_t offsetBasis = 0x811c9dc5;
 constexpr std::uint64_t prime = 0x01000193;
 
-struct Key {
+struct HashedKey {
     const char* text;
     std::uint64_t hash;
 };
 
-constexpr Key hostKeys[] = {
+constexpr HashedKey hostKeys[] = {
     {"CapturePeriod", 0x0b198ba1767507a2},   {"ResolutionList", 0x0ec2211d95cee833},
     {"BGain", 0x1f6c5c2656e191e0},           {"EnableCheckGain", 0x285a517c8c168c61},
     {"FrameRate", 0x29a965c9f183c4d2},       {"EnableCheckExposureTime", 0x3dff273c09bc776c},
@@ -36,7 +36,7 @@ constexpr Key hostKeys[] = {
 
 TEST(KeyHash, KnowsEveryKeyOfTheHosts)
 {
-    for (const Key& key : hostKeys) {
+    for (const HashedKey& key : hostKeys) {
         EXPECT_EQ(hash_string(key.text), key.hash) << key.text;
         EXPECT_EQ(keyHash(QString::fromLatin1(key.text)), key.hash) << key.text;
     }

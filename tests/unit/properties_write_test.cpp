@@ -64,16 +64,16 @@ private:
     Camera* m_device = nullptr;
 };
 
-struct Key {
+struct WrittenKey {
     const char* text;
     bool isFlag;
 };
 
-class WritableKeys : public PropertiesWrite, public testing::WithParamInterface<Key>
+class WritableKeys : public PropertiesWrite, public testing::WithParamInterface<WrittenKey>
 {
 };
 
-void PrintTo(const Key& key, std::ostream* stream)
+void PrintTo(const WrittenKey& key, std::ostream* stream)
 {
     *stream << key.text;
 }
@@ -179,12 +179,15 @@ TEST_P(WritableKeys, AreKnownUpToTheirFirstNul)
 
 INSTANTIATE_TEST_SUITE_P(
     EveryKey, WritableKeys,
-    testing::Values(Key{keys::capturePeriod, false}, Key{keys::bGain, false},
-                    Key{keys::enableCheckGain, true}, Key{keys::enableCheckExposureTime, true},
-                    Key{keys::cacheFrameCount, false}, Key{keys::resolutionIndex, false},
-                    Key{keys::maxGrabWaitTime, false}, Key{keys::sharp, false},
-                    Key{keys::gbGain, false}, Key{keys::rGain, false}, Key{keys::grGain, false},
-                    Key{keys::gamma, false}, Key{keys::hue, false}),
+    testing::Values(WrittenKey{keys::capturePeriod, false}, WrittenKey{keys::bGain, false},
+                    WrittenKey{keys::enableCheckGain, true},
+                    WrittenKey{keys::enableCheckExposureTime, true},
+                    WrittenKey{keys::cacheFrameCount, false},
+                    WrittenKey{keys::resolutionIndex, false},
+                    WrittenKey{keys::maxGrabWaitTime, false}, WrittenKey{keys::sharp, false},
+                    WrittenKey{keys::gbGain, false}, WrittenKey{keys::rGain, false},
+                    WrittenKey{keys::grGain, false}, WrittenKey{keys::gamma, false},
+                    WrittenKey{keys::hue, false}),
     [](const auto& test) { return std::string(test.param.text); });
 
 TEST_F(PropertiesWrite, IntegerFieldsTakeIntAndUnsigned)

@@ -1,4 +1,5 @@
 #include "frame_model.h"
+#include "payloads.h"
 #include "usb_guards/frame_boundaries.h"
 
 #include <gtest/gtest.h>
@@ -14,22 +15,8 @@ namespace
 
 using usbguards::FrameBoundaries;
 using usbguards::PayloadHeader;
-using Payload = std::vector<std::uint8_t>;
+using namespace payloads;
 using Ended = FrameBoundaries::EndedFrame;
-
-constexpr std::uint8_t frameId = 0x01;
-constexpr std::uint8_t endOfFrame = 0x02;
-constexpr std::uint8_t presentationTime = 0x04;
-constexpr std::uint8_t sourceClock = 0x08;
-constexpr std::uint8_t error = 0x40;
-
-Payload payload(std::size_t data, std::uint8_t info)
-{
-    Payload result(2 + data);
-    result[0] = 2;
-    result[1] = info;
-    return result;
-}
 
 Payload withClocks(std::uint32_t time, std::uint32_t clock, std::uint16_t busFrame,
                    std::uint8_t info = 0)

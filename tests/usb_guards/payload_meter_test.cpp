@@ -1,31 +1,17 @@
+#include "payloads.h"
 #include "usb_guards/payload_meter.h"
 
 #include <gtest/gtest.h>
-
-#include <vector>
 
 namespace
 {
 
 using usbguards::PayloadHeader;
 using usbguards::PayloadMeter;
-using Payload = std::vector<std::uint8_t>;
+using namespace payloads;
 
-constexpr std::uint8_t frameId = 0x01;
-constexpr std::uint8_t endOfFrame = 0x02;
-constexpr std::uint8_t bothClocks = 0x0c;
-constexpr std::uint8_t error = 0x40;
-
-constexpr std::size_t headerSize = 2;
+constexpr std::uint8_t bothClocks = presentationTime | sourceClock;
 constexpr std::size_t half = PayloadMeter::frameBufferSize / 2;
-
-Payload payload(std::size_t data, std::uint8_t info)
-{
-    Payload result(headerSize + data);
-    result[0] = headerSize;
-    result[1] = info;
-    return result;
-}
 
 bool accept(PayloadMeter& meter, const Payload& sent)
 {
