@@ -11,7 +11,7 @@ namespace zrnpy
 namespace
 {
 
-std::string describe(const zrn::BusCamera& camera)
+std::string describeCamera(const zrn::BusCamera& camera)
 {
     std::string text = "<CameraInfo " + (camera.serial.empty() ? "?" : camera.serial) +
                        " at port " + camera.port + ", " + zrn::nameOf(camera.use);
@@ -64,7 +64,7 @@ void addBus(py::module_& module)
             "Who uses it: pairs of process id and program, as far as this user may see.")
         .def_property_readonly("holder", &BusCamera::holderText,
                                "The same as text: \"zrnview (pid 4711)\".")
-        .def("__repr__", describe);
+        .def("__repr__", describeCamera);
     module.def(
         "cameras", [] { return unlocked(currentBus().camerasAndHolders); },
         "The cameras on the bus.");

@@ -50,7 +50,7 @@ const std::uint8_t* memoryOf(const Frame& frame)
     return frame.get().stored.front().bytes.data();
 }
 
-std::string describe(const Frame& frame)
+std::string describeFrame(const Frame& frame)
 {
     const zrn::Frame& held = frame.get();
     std::string text = "<Frame " + std::to_string(held.step.number) + ", ";
@@ -141,7 +141,7 @@ they live, also when stream and camera are closed; as many may be kept as memory
         .def(
             "__deepcopy__", [](const py::object& self, const py::object&) { return self; },
             py::arg("memo"))
-        .def("__repr__", describe);
+        .def("__repr__", describeFrame);
 }
 
 } // namespace zrnpy
