@@ -42,6 +42,7 @@ protected:
 TEST_F(ContractChecks, NameEachPromiseThatADriverBreaks)
 {
     ASSERT_NE(factory, nullptr);
+    qputenv("ZRN_FAKE_FAULT", "no-period");
     const Account account = ContractSpace::checkContract(*factory);
     EXPECT_THAT(namesOf(account, CheckStatus::Failed),
                 testing::ElementsAre("factory: refuse to delete null",

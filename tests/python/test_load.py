@@ -60,20 +60,22 @@ def rate(seconds=0.3):
 
 
 def test_computing_thread_keeps_its_rate(camera):
-    """Beside one that takes every frame. The best of many rounds: other programs disturb both."""
-    alone, beside = [], []
-    while len(alone) < 8 or len(alone) < 40 and max(beside) <= 0.95 * max(alone):
-        alone.append(rate())
+    """Beside one that takes every frame. The best of many rounds, each of two that follow one another: other programs
+    disturb both."""
+    shares = []
+    while len(shares) < 8 or len(shares) < 40 and max(shares) <= 0.95:
+        alone = rate()
         frames = []
         with camera.stream() as stream:
             thread = stream.call(lambda frame: frames.append((frame.a, frame.b)))
             wait_until(lambda: frames)
             before = stream.counters.frames
-            beside.append(rate())
+            shares.append(rate() / alone)
             wait_until(lambda: stream.counters.frames > before)
         thread.join()
-    print(f"{max(beside) / max(alone):.1%} of the rate")
-    assert max(beside) > 0.95 * max(alone)
+    shares.sort()
+    print(f"{shares[len(shares) // 2]:.1%} of the rate in the middle, {shares[-1]:.1%} at best")
+    assert shares[-1] > 0.95
 
 
 def test_waiting_leaves_the_interpreter_to_others(camera, bus):
