@@ -1,9 +1,13 @@
 # Source files that are compiled a few at a time instantiate the templates of the C++ library, Qt and GoogleTest once
 # for all of them, which is most of what each costs alone. Not so the driver's, where a changed line is waited for most
 # often, but for sanitizers, which are built as a whole. ZRN_UNITE=1 compiles each file alone, and names each in
-# compile_commands.json.
+# compile_commands.json; a variable of the environment of that name is what it is at first.
 
-set(ZRN_UNITE 4 CACHE STRING "How many source files of a target are compiled together")
+set(zrn_united 4)
+if(DEFINED ENV{ZRN_UNITE})
+    set(zrn_united $ENV{ZRN_UNITE})
+endif()
+set(ZRN_UNITE ${zrn_united} CACHE STRING "How many source files of a target are compiled together")
 
 # zrn_unite(<target>...)
 function(zrn_unite)

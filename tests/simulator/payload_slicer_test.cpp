@@ -46,14 +46,14 @@ std::vector<Bytes> transfers(PayloadSlicer& slicer, std::size_t length)
 
 /// What a host controller makes of a stream of packets: payloads end with a short transfer or when
 /// they have their largest size.
-std::vector<Bytes> payloads(const std::vector<Bytes>& pieces, std::size_t transferLength,
+std::vector<Bytes> payloads(const std::vector<Bytes>& pieces, std::size_t longestTransfer,
                             std::size_t maxPayload)
 {
     std::vector<Bytes> result;
     Bytes current;
     for (const Bytes& piece : pieces) {
         current.insert(current.end(), piece.begin(), piece.end());
-        if (piece.size() < transferLength || current.size() == maxPayload) {
+        if (piece.size() < longestTransfer || current.size() == maxPayload) {
             if (!current.empty()) {
                 result.push_back(current);
             }
