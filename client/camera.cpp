@@ -1,6 +1,7 @@
 #include "client/camera.h"
 
 #include "client/camera_object.h"
+#include "client/usb_transfers.h"
 #include "client/variants.h"
 
 #include <algorithm>
@@ -269,6 +270,7 @@ void Camera::connectTo(const BusCamera& camera)
     check(result, "connecting to the camera with serial " + camera.serial);
     const std::lock_guard lock(m_mutex);
     m_choice = {camera.serial, camera.port, -1};
+    m_facts.nominalPeriod = nominalPeriod(camera.descriptors);
 }
 
 /// For drivers that cannot choose.
@@ -315,6 +317,7 @@ void Camera::learn()
     facts.pixelFormat = static_cast<std::uint32_t>(format);
     learnSettings();
     const std::lock_guard lock(m_mutex);
+    facts.nominalPeriod = m_facts.nominalPeriod;
     m_facts = facts;
     m_choice.serial = facts.serial;
     m_choice.index = -1;

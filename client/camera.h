@@ -33,6 +33,9 @@ struct CameraFacts {
     std::uint32_t height = 0;      ///< of each image
     std::uint32_t pixelFormat = 0; ///< code of the host contract
     int sensorCount = 2;           ///< value of the SensorCount property
+    /// From one frame to the next, as the descriptors name it for the start of a stream; 0: they do
+    /// not, or the driver does not tell which camera it opened. A long exposure makes it longer.
+    std::chrono::nanoseconds nominalPeriod{};
 };
 
 /// What the camera answers when it is asked whether it is there.

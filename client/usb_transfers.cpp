@@ -79,17 +79,19 @@ std::int64_t packetBytes(const Descriptor& endpoint)
     return std::int64_t{size & 0x7ff} * (1 + ((size >> 11) & 3));
 }
 
+// In a frame's descriptor, in 100 ns.
+constexpr std::size_t defaultInterval = 21;
+constexpr std::size_t listLength = 25;
+constexpr std::size_t intervals = 26;
+
 /// Of a frame's descriptor, in 100 ns: the default one or one of the list; 0 if it tells none.
 std::int64_t shortestInterval(const Descriptor& frame)
 {
-    constexpr std::size_t defaultInterval = 21;
-    constexpr std::size_t listLength = 25;
-    constexpr std::size_t list = 26;
     std::int64_t shortest = frame.doubleWord(defaultInterval);
     // A length of 0 is a range, which begins with the shortest one.
     const int length = std::max(1, frame.byte(listLength));
     for (int i = 0; i < length; ++i) {
-        const std::int64_t interval = frame.doubleWord(list + 4 * static_cast<std::size_t>(i));
+        const std::int64_t interval = frame.doubleWord(intervals + 4 * static_cast<std::size_t>(i));
         shortest = shortest == 0 || (interval > 0 && interval < shortest) ? interval : shortest;
     }
     return shortest;
@@ -174,6 +176,19 @@ std::optional<LinkRate> linkRate(std::string_view descriptors, double megabits)
     return LinkRate{stream.width, stream.height,
                     intervalsPerSecond / static_cast<double>(stream.shortestInterval),
                     static_cast<double>(bytesPerSecond) / static_cast<double>(stream.frameBytes)};
+}
+
+std::chrono::nanoseconds nominalPeriod(std::string_view descriptors)
+{
+    std::chrono::nanoseconds period{};
+    visitDescriptors(descriptors, [&period](const Descriptor& descriptor) {
+        constexpr std::chrono::nanoseconds unit(100);
+        const bool isFrame = descriptor.type() == classInterfaceDescriptor &&
+                             descriptor.byte(2) == uncompressedFrame;
+        period = isFrame ? descriptor.doubleWord(intervals) * unit : period;
+        return period.count() == 0;
+    });
+    return period;
 }
 
 std::optional<std::uint8_t> videoStreamInterface(std::string_view descriptors)

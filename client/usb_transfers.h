@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -45,6 +46,10 @@ struct LinkRate {
 /// where speed or descriptors do not tell. @param megabits speed of the connection Thread safety:
 /// reentrant.
 std::optional<LinkRate> linkRate(std::string_view descriptors, double megabits);
+
+/// Time from one frame to the next that a camera is set to when its stream starts: the first that
+/// it offers for its first size. 0 where the descriptors do not tell. Thread safety: reentrant.
+std::chrono::nanoseconds nominalPeriod(std::string_view descriptors);
 
 /// Number of the interface that streams video, the first if there are several; from the descriptors
 /// as for transferMemory(). Thread safety: reentrant.

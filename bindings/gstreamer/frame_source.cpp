@@ -2,7 +2,6 @@
 
 #include "client/property_keys.h"
 #include "frame_buffer.h"
-#include "frame_rate.h"
 #include "messages.h"
 
 #include <algorithm>
@@ -53,15 +52,9 @@ void FrameSource::open()
     const SourceSettings wanted = settings();
     const auto camera = zrn::Camera::open({.serial = wanted.serial, .port = wanted.port});
     writeAll(*camera, wanted.controls);
-    std::chrono::nanoseconds period{};
-    for (const zrn::BusCamera& other : camera->driver().bus().cameras()) {
-        if (other.port == camera->port()) {
-            period = nominalPeriod(other.descriptors);
-        }
-    }
     const std::lock_guard lock(m_settingsMutex);
     m_camera = camera;
-    m_period = period;
+    m_period = camera->facts().nominalPeriod;
 }
 
 void FrameSource::prepare()

@@ -34,9 +34,12 @@ public:
         body[20] = bits;
         return addBytes(body);
     }
-    Descriptors& addFrame(int width, int height)
+    Descriptors& addFrame(int width, int height, int interval = 0)
     {
         std::vector<int> body(29, 0);
+        body[25] = interval & 0xff;
+        body[26] = interval >> 8 & 0xff;
+        body[27] = interval >> 16;
         body[0] = 0x24;
         body[1] = 0x05;
         body[4] = width & 0xff;
@@ -65,6 +68,17 @@ private:
 };
 
 } // namespace
+
+TEST(UsbTransfers, ThePeriodIsTheFirstOfTheFirstSize)
+{
+    Descriptors camera;
+    camera.addControlInterface().add({0x24, 0x05, 2, 1, 0, 0, 2, 1, 1, 0, 0, 0}); // another unit
+    camera.addStreamInterface().addFormat(16);
+    camera.addFrame(640, 480, 333'333).addFrame(1280, 1024, 1'000'000);
+    EXPECT_EQ(nominalPeriod(camera.bytes()), std::chrono::nanoseconds(33'333'300));
+    EXPECT_EQ(nominalPeriod(Descriptors().addStreamInterface().bytes()).count(), 0);
+    EXPECT_EQ(nominalPeriod({}).count(), 0);
+}
 
 TEST(UsbTransfers, BulkIsGuessedFromTheLargestFrame)
 {
