@@ -4,7 +4,10 @@
 #include <QJsonObject>
 
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <type_traits>
+#include <vector>
 
 namespace zrnhost
 {
@@ -47,6 +50,15 @@ std::int64_t numberIn(const QString& name, const QJsonValue& value, std::int64_t
     return static_cast<std::int64_t>(number);
 }
 
+const zrn::PropertyInfo& settingNamed(const QString& key)
+{
+    const zrn::PropertyInfo* property = zrn::findProperty(key.toStdString());
+    if (!property || !isOfCamera(*property)) {
+        refuse(QStringLiteral("%1 is no setting of a camera").arg(key));
+    }
+    return *property;
+}
+
 void readProperties(const QJsonValue& value, CameraSettings& settings)
 {
     if (!value.isObject()) {
@@ -54,13 +66,105 @@ void readProperties(const QJsonValue& value, CameraSettings& settings)
     }
     const QJsonObject object = value.toObject();
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
-        const std::string key = entry.key().toStdString();
-        const zrn::PropertyInfo* property = zrn::findProperty(key);
-        if (!property || !isOfCamera(*property)) {
-            refuse(QStringLiteral("%1 is no setting of a camera").arg(entry.key()));
+        const zrn::PropertyInfo& property = settingNamed(entry.key());
+        settings.properties[property.key] = static_cast<std::int32_t>(
+            numberIn(entry.key(), entry.value(), property.minimum, property.maximum));
+    }
+}
+
+/// One setting on its way to a camera.
+struct Setting {
+    QString name;
+    QString unit; ///< after a number, with its space
+    std::int64_t value;
+    std::function<void()> write;
+    std::function<std::int64_t()> read;
+};
+
+template <typename Number>
+void checkRange(const char* name, Number value, const zrn::Range<Number>& range, const char* unit)
+{
+    if (value < range.minimum || value > range.maximum) {
+        const auto text = [](Number number) {
+            if constexpr (std::is_integral_v<Number>) {
+                return QString::number(number);
+            } else {
+                return QString::number(number.count());
+            }
+        };
+        refuse(QStringLiteral("%1 %2%5 is not from %3 to %4%5, which this camera allows")
+                   .arg(QLatin1String(name), text(value), text(range.minimum), text(range.maximum),
+                        QLatin1String(unit)));
+    }
+}
+
+/// In the order in which they are to be written. @throws SettingsError, zrn::Error
+std::vector<Setting> checkedSettings(const CameraSettings& settings, zrn::Camera& camera)
+{
+    std::vector<Setting> checked;
+    for (const bool areColourGains : {true, false}) {
+        for (const auto& entry : settings.properties) {
+            const std::string& key = entry.first;
+            const std::int32_t value = entry.second;
+            if (isColourGain(key) != areColourGains) {
+                continue;
+            }
+            const QString name = QString::fromStdString(key);
+            const zrn::PropertyInfo& property = settingNamed(name);
+            numberIn(name, value, property.minimum, property.maximum);
+            checked.push_back({name,
+                               {},
+                               value,
+                               [&camera, key, value] { camera.setProperty(key, value); },
+                               [&camera, key] {
+                                   return static_cast<std::int64_t>(
+                                       zrn::numberOf(camera.property(key)));
+                               }});
         }
-        settings.properties[key] = static_cast<std::int32_t>(
-            numberIn(entry.key(), entry.value(), property->minimum, property->maximum));
+    }
+    if (settings.exposure) {
+        const std::chrono::microseconds exposure = *settings.exposure;
+        checkRange("exposure", exposure, camera.exposureRange(), " us");
+        checked.push_back({QStringLiteral("exposure"), QStringLiteral(" us"), exposure.count(),
+                           [&camera, exposure] { camera.setExposure(exposure); },
+                           [&camera] { return std::int64_t{camera.exposure().count()}; }});
+    }
+    if (settings.gain) {
+        const std::uint32_t gain = *settings.gain;
+        checkRange("gain", gain, camera.gainRange(), "");
+        checked.push_back({QStringLiteral("gain"),
+                           {},
+                           gain,
+                           [&camera, gain] { camera.setGain(gain); },
+                           [&camera] { return std::int64_t{camera.gain()}; }});
+    }
+    return checked;
+}
+
+/// The same error that also names what was set before it.
+zrn::Error withSetBefore(const zrn::Error& error, const QStringList& set)
+{
+    const std::string before =
+        " (set before it: " +
+        (set.isEmpty() ? "nothing" : set.join(QStringLiteral(", ")).toStdString()) + ")";
+    return error.kind() == zrn::Error::Kind::Refused
+               ? zrn::Error(error.tried() + before, error.code())
+               : zrn::Error(error.kind(), error.name(), error.what() + before, error.remedy());
+}
+
+/// What a camera has made of a setting; empty: what was wanted, or it does not tell.
+QString differenceOf(const Setting& setting)
+{
+    try {
+        const std::int64_t made = setting.read();
+        return made == setting.value ? QString()
+                                     : QStringLiteral("%1: the camera has made %2%4 of %3%4")
+                                           .arg(setting.name)
+                                           .arg(made)
+                                           .arg(setting.value)
+                                           .arg(setting.unit);
+    } catch (const zrn::Error&) {
+        return {};
     }
 }
 
@@ -83,21 +187,24 @@ CameraSettings settingsOf(zrn::Camera& camera)
     return settings;
 }
 
-void applySettings(const CameraSettings& settings, zrn::Camera& camera)
+QStringList applySettings(const CameraSettings& settings, zrn::Camera& camera)
 {
-    for (const bool areColourGains : {true, false}) {
-        for (const auto& [key, value] : settings.properties) {
-            if (isColourGain(key) == areColourGains) {
-                camera.setProperty(key, value);
-            }
+    const std::vector<Setting> wanted = checkedSettings(settings, camera);
+    QStringList set;
+    QStringList notes;
+    for (const Setting& setting : wanted) {
+        try {
+            setting.write();
+        } catch (const zrn::Error& error) {
+            throw withSetBefore(error, set);
+        }
+        set.append(setting.name);
+        const QString note = differenceOf(setting);
+        if (!note.isEmpty()) {
+            notes.append(note);
         }
     }
-    if (settings.exposure) {
-        camera.setExposure(*settings.exposure);
-    }
-    if (settings.gain) {
-        camera.setGain(*settings.gain);
-    }
+    return notes;
 }
 
 QByteArray toJson(const CameraSettings& settings)

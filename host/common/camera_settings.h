@@ -3,6 +3,7 @@
 #include "client/camera.h"
 
 #include <QByteArray>
+#include <QStringList>
 
 #include <chrono>
 #include <cstdint>
@@ -24,7 +25,7 @@ struct CameraSettings {
     std::map<std::string, std::int32_t> properties;
 };
 
-/// A text that holds no settings; what() says why.
+/// A text that holds no settings, or settings outside of a camera's ranges; what() says why.
 class SettingsError : public std::runtime_error
 {
 public:
@@ -35,8 +36,11 @@ public:
 CameraSettings settingsOf(zrn::Camera& camera);
 
 /// Sets a camera so: colour gains first, because they share controls with the properties that are
-/// whole controls. @throws zrn::Error at the first that it refuses
-void applySettings(const CameraSettings& settings, zrn::Camera& camera);
+/// whole controls. What it does not take as it is told, such as an exposure between two of its
+/// steps, is in the lines that are returned.
+/// @throws SettingsError when a value is outside of its range, and nothing was set
+/// @throws zrn::Error at the first that it refuses, with the names of those that were set before
+QStringList applySettings(const CameraSettings& settings, zrn::Camera& camera);
 
 /// The settings as a JSON document, for people to read and change.
 QByteArray toJson(const CameraSettings& settings);

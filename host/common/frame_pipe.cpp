@@ -1,10 +1,10 @@
 #include "common/frame_pipe.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <numeric>
 #include <utility>
 
 namespace zrnhost
@@ -17,46 +17,45 @@ std::size_t pixelsOf(const zrn::Frame& frame)
     return std::size_t{frame.width} * frame.height;
 }
 
+/// To a thousandth, which takes away what an interval in 100 ns is beside its rate. 0:0 is the
+/// format's way to say that the rate is unknown.
+QByteArray ratio(double rate)
+{
+    constexpr qint64 parts = 1000;
+    const qint64 number = std::isfinite(rate) ? std::llround(rate * parts) : 0;
+    if (number <= 0) {
+        return "0:0";
+    }
+    const qint64 divisor = std::gcd(number, parts);
+    return QByteArray::number(number / divisor) + ':' + QByteArray::number(parts / divisor);
+}
+
 } // namespace
 
-FramePipe::FramePipe(std::FILE* stream, Format format)
+FramePipe::FramePipe(std::FILE* stream, Format format, Rate rate)
     : m_stream(stream)
     , m_format(format)
+    , m_rate(std::move(rate))
 {
     ::signal(SIGPIPE, SIG_IGN);
 }
 
 bool FramePipe::write(const zrn::Frame& frame)
 {
-    if (m_format == Format::Pixels || m_hasBegun) {
-        writeImages(frame);
-    } else if (!m_first) {
-        m_first = frame;
-    } else {
-        const zrn::Frame first = *std::exchange(m_first, std::nullopt);
-        const double seconds = std::chrono::duration<double>(frame.arrival - first.arrival).count();
-        writeHeader(first, seconds > 0 ? (1 + frame.step.missing) / seconds : 0);
-        writeImages(first);
-        writeImages(frame);
+    if (m_format == Format::Y4m && !m_hasBegun) {
+        writeHeader(frame);
     }
+    writeImages(frame);
     return !m_isOver;
 }
 
-void FramePipe::finish()
-{
-    if (const std::optional<zrn::Frame> first = std::exchange(m_first, std::nullopt)) {
-        writeHeader(*first, 0);
-        writeImages(*first);
-    }
-}
-
-void FramePipe::writeHeader(const zrn::Frame& frame, double rate)
+void FramePipe::writeHeader(const zrn::Frame& frame)
 {
     m_hasBegun = true;
     const QByteArray header =
         "YUV4MPEG2 W" + QByteArray::number(frame.width) + " H" +
         QByteArray::number(qint64{frame.height} * static_cast<qint64>(frame.imageCount)) + " F" +
-        QByteArray::number(std::max(1.0, std::round(rate)), 'f', 0) + ":1 Ip A1:1 Cmono\n";
+        ratio(m_rate()) + " Ip A1:1 Cmono\n";
     put(header.constData(), static_cast<std::size_t>(header.size()));
 }
 

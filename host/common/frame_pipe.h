@@ -5,7 +5,7 @@
 #include <QString>
 
 #include <cstdio>
-#include <optional>
+#include <functional>
 
 namespace zrnhost
 {
@@ -20,25 +20,26 @@ class FramePipe
 public:
     enum class Format { Pixels, Y4m };
 
-    /// @param stream stays the caller's
-    FramePipe(std::FILE* stream, Format format);
+    /// Frames per second that the camera is set to; 0: nobody knows.
+    using Rate = std::function<double()>;
 
-    /// @return whether another frame makes sense
+    /// @param stream stays the caller's. @param rate asked once, when the first frame is here
+    FramePipe(std::FILE* stream, Format format, Rate rate);
+
+    /// @return whether it is written, and another one makes sense
     bool write(const zrn::Frame& frame);
-    /// Writes what is still kept back.
-    void finish();
 
     /// Empty, or why a frame could not be written.
     [[nodiscard]] const QString& failure() const { return m_failure; }
 
 private:
-    void writeHeader(const zrn::Frame& frame, double rate);
+    void writeHeader(const zrn::Frame& frame);
     void writeImages(const zrn::Frame& frame);
     void put(const void* bytes, std::size_t size);
 
     std::FILE* const m_stream;
     const Format m_format;
-    std::optional<zrn::Frame> m_first; ///< kept until the second one tells the rate
+    const Rate m_rate;
     bool m_hasBegun = false;
     bool m_isOver = false;
     QString m_failure;

@@ -31,8 +31,8 @@ struct Context {
     const GlobalOptions& options;
     Report& report;
     Interrupt& interrupt;
-    std::FILE* frames; ///< standard output, where frames go to it; null otherwise
-    QString name = {}; ///< of the camera, where it is one of several; empty otherwise
+    std::FILE* standardOutput; ///< where the command's file or frames go to it; null otherwise
+    QString name = {};         ///< of the camera, where it is one of several; empty otherwise
 };
 
 /// A subcommand: its part of the command line, and what it does.
@@ -40,8 +40,8 @@ struct Command {
     CLI::App* app;
     std::function<ExitCode(Context&)> run;
     bool takesSeveral = false; ///< cameras at once
-    /// Where its frames go, if it has an option for that: to standard output if it is "-", and the
-    /// report to standard error.
+    /// Where its file or its frames go, if it has an option for that: to standard output if it is
+    /// "-" or that one's name, and the report to standard error.
     std::function<std::string()> output = {};
 };
 

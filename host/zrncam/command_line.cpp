@@ -288,9 +288,14 @@ ToolError mistakeIn(const CLI::App& app, const CLI::ParseError& error)
                           : QString::fromLocal8Bit(error.what()),
                 QStringLiteral("'zrncam --help' shows the commands")};
     }
+    std::string message = error.what();
+    for (const ArgumentDescription& argument : describe(*command).arguments) {
+        if (argument.isPositional && message == argument.valueName + " is required") {
+            message += ": " + argument.description;
+        }
+    }
     const QString name = QString::fromStdString(command->get_name());
-    return {ExitCode::Usage,
-            QStringLiteral("%1: %2").arg(name, QString::fromLocal8Bit(error.what())),
+    return {ExitCode::Usage, QStringLiteral("%1: %2").arg(name, QString::fromStdString(message)),
             QStringLiteral("'zrncam %1 --help' shows what it takes").arg(name)};
 }
 

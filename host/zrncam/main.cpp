@@ -24,6 +24,13 @@ void setUpLogging(bool verbose)
     }
 }
 
+/// Whether standard output is for the command's file or frames, and not for the report.
+bool writesToStandardOutput(const Command& command)
+{
+    const std::string output = command.output ? command.output() : std::string();
+    return output == "-" || output == "/dev/stdout";
+}
+
 /// Keeps standard output for the result while the command runs.
 ExitCode run(const Command& command, const GlobalOptions& options)
 {
@@ -32,17 +39,17 @@ ExitCode run(const Command& command, const GlobalOptions& options)
         std::perror("zrncam: standard output");
         return ExitCode::Output;
     }
-    const bool isForFrames = command.output && command.output() == "-";
-    Report report(options.json, isForFrames ? stderr : results);
+    const bool isTaken = writesToStandardOutput(command);
+    Report report(options.json, isTaken ? stderr : results);
     if (options.areSeveral()) {
         report.setList({}); // also when it does not come to the first of them
     }
     Interrupt interrupt;
-    Context context{options, report, interrupt, isForFrames ? results : nullptr};
+    Context context{options, report, interrupt, isTaken ? results : nullptr};
     const ExitCode exitCode =
         report.finish(reportFailures(report, [&] { return command.run(context); }));
     // What frames are left there, nobody wants to read.
-    const bool isWritten = std::fclose(results) == 0 || isForFrames;
+    const bool isWritten = std::fclose(results) == 0 || isTaken;
     return isWritten ? exitCode : ExitCode::Output;
 }
 
@@ -72,8 +79,7 @@ std::optional<int> prepare(CommandLine& commandLine, int argc, char** argv)
                             .arg(QString::fromStdString(commandLine.commandName())),
                         QStringLiteral("choose it by --serial, --port or --index"));
     }
-    if (options.areSeveral() && commandLine.command().output &&
-        commandLine.command().output() == "-") {
+    if (options.areSeveral() && writesToStandardOutput(commandLine.command())) {
         throw ToolError(ExitCode::Usage,
                         QStringLiteral("the frames of one camera at a time go to a pipe"),
                         QStringLiteral("choose it by --serial, --port or --index"));

@@ -1,5 +1,8 @@
 #include "output.h"
 
+#include "common/file_writer.h"
+#include "tool_error.h"
+
 #include <QJsonDocument>
 
 #include <cerrno>
@@ -19,6 +22,27 @@ std::FILE* reserveStandardOutput(bool verbose)
         ::close(elsewhere);
     }
     return ::fdopen(results, "w");
+}
+
+void writeResult(std::FILE* standardOutput, const QString& path, const QByteArray& bytes)
+{
+    QString failure;
+    if (!standardOutput) {
+        failure = zrnhost::writeFile(path, bytes);
+    } else if (const auto size = static_cast<std::size_t>(bytes.size());
+               std::fwrite(bytes.constData(), 1, size, standardOutput) != size ||
+               std::fflush(standardOutput) != 0) {
+        failure =
+            QStringLiteral("standard output: %1").arg(QString::fromLocal8Bit(std::strerror(errno)));
+    }
+    if (!failure.isEmpty()) {
+        throw ToolError(ExitCode::Output, failure);
+    }
+}
+
+QString countOf(qint64 number, const QString& noun)
+{
+    return QStringLiteral("%1 %2").arg(number).arg(number == 1 ? noun : noun + QLatin1Char('s'));
 }
 
 Report::Report(bool asJson, std::FILE* stream, QString name)

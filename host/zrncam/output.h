@@ -2,6 +2,7 @@
 
 #include "exit_codes.h"
 
+#include <QByteArray>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QString>
@@ -14,6 +15,13 @@
 ///
 /// @return the stream for results, which the caller closes, or null.
 std::FILE* reserveStandardOutput(bool verbose);
+
+/// Writes a command's file. @param standardOutput it goes there; null: to the path
+/// @throws ToolError
+void writeResult(std::FILE* standardOutput, const QString& path, const QByteArray& bytes);
+
+/// "1 frame", "2 frames".
+QString countOf(qint64 number, const QString& noun);
 
 /// The result of a command: lines of text for a reader, or one JSON document for a program.
 ///

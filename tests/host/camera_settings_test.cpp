@@ -1,6 +1,7 @@
 #include "common/camera_settings.h"
+#include "scripted_driver.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 using namespace zrnhost;
 
@@ -61,4 +62,65 @@ TEST(CameraSettingsTest, WhatIsNoSettingIsRefusedByName)
         EXPECT_EQ(refusalOf(withEntry("\"properties\": {\"" + QByteArray(key) + "\": 1}")),
                   std::string(key) + " is no setting of a camera");
     }
+}
+
+class CameraSettingsApplied : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        settings.exposure = std::chrono::microseconds(2345);
+        settings.gain = 7;
+        settings.properties = {{"Gamma", 4660}};
+    }
+
+    const std::shared_ptr<ScriptedDevice> device =
+        std::make_shared<ScriptedDevice>(QStringLiteral("ZR1"));
+    const std::shared_ptr<zrn::Camera> camera =
+        zrn::Camera::open(ScriptedFactory::driverFor({device}));
+    CameraSettings settings;
+};
+
+TEST_F(CameraSettingsApplied, WhatTheCameraRoundsIsTold)
+{
+    EXPECT_EQ(applySettings(settings, *camera),
+              QStringList{"exposure: the camera has made 2300 us of 2345 us"});
+    settings.exposure = std::chrono::microseconds(2300);
+    EXPECT_EQ(applySettings(settings, *camera), QStringList());
+}
+
+TEST_F(CameraSettingsApplied, NothingIsSetWhenOneIsOutsideOfItsRange)
+{
+    const auto refusal = [this](const CameraSettings& wanted) -> std::string {
+        try {
+            applySettings(wanted, *camera);
+            return "none";
+        } catch (const SettingsError& error) {
+            return error.what();
+        }
+    };
+    const CameraSettings before = settingsOf(*camera);
+    CameraSettings wrong = settings;
+    wrong.gain = 65;
+    EXPECT_EQ(refusal(wrong), "gain 65 is not from 1 to 64, which this camera allows");
+    wrong = settings;
+    wrong.exposure = std::chrono::microseconds(0);
+    EXPECT_THAT(refusal(wrong), testing::StartsWith("exposure 0 us is not from "));
+    wrong = settings;
+    wrong.properties["BGain"] = 256;
+    EXPECT_EQ(refusal(wrong), "BGain is not a whole number from 0 to 255");
+    EXPECT_EQ(toJson(settingsOf(*camera)), toJson(before));
+}
+
+TEST_F(CameraSettingsApplied, AFailureNamesWhatWasSetBefore)
+{
+    device->gainAnswer = ErrorCode::GainWriteFailed;
+    try {
+        applySettings(settings, *camera);
+        FAIL() << "the gain was refused";
+    } catch (const zrn::Error& error) {
+        EXPECT_EQ(error.code(), ErrorCode::GainWriteFailed);
+        EXPECT_THAT(error.what(), testing::HasSubstr(" (set before it: Gamma, exposure): "));
+    }
+    EXPECT_EQ(camera->exposure().count(), 2300);
 }

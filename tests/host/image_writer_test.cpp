@@ -1,12 +1,18 @@
 #include "checks/images.h"
+#include "common/file_writer.h"
 #include "common/image_writer.h"
 #include "file_size_limit.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QImageReader>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace zrnhost;
 
@@ -100,4 +106,21 @@ TEST(ImageWriterTest, AFullDiskIsNamed)
     EXPECT_EQ(writePng(path, imageOf(block), 500, 200, {}), path + ": File too large");
     EXPECT_EQ(writeRaw(path, imageOf(block)), path + ": File too large");
     EXPECT_FALSE(QFile::exists(path));
+}
+
+/// A pipe of the test's own, because what breaks this replaces the file.
+TEST(FileWriterTest, WhatIsNoFileIsWrittenTo)
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("pipe"));
+    const QByteArray name = path.toLocal8Bit();
+    ASSERT_EQ(::mkfifo(name.constData(), S_IRUSR | S_IWUSR), 0);
+    const int reader = ::open(name.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    EXPECT_EQ(writeFile(path, "text"), "");
+    QByteArray text(8, '\0');
+    EXPECT_EQ(::read(reader, text.data(), static_cast<std::size_t>(text.size())), 4);
+    EXPECT_EQ(text.left(4), "text");
+    ::close(reader);
+    EXPECT_FALSE(QFileInfo(path).isFile()) << "as it was";
 }

@@ -66,7 +66,17 @@ TEST(ZrncamGrab, AFullDiskIsNamedAndWhatWasWrittenIsListed)
         EXPECT_TRUE(result.errors.contains("File too large")) << result.errors.constData();
         EXPECT_EQ(result.json()[QLatin1String("images")].toArray().size(),
                   QDir(folder.path()).entryList(QDir::Files).size());
+        EXPECT_EQ(result.json()[QLatin1String("frames")].toInt(-1), 0);
     }
+}
+
+TEST(ZrncamGrab, OnlyWrittenFramesAreCounted)
+{
+    const QTemporaryDir folder;
+    ToolRun run({"grab", "-o", folder.path()});
+    EXPECT_TRUE(run.limitFiles(0).finish().output.endsWith("0 of 1 frame written, 0 missing\n"));
+    EXPECT_TRUE(
+        ToolRun::of({"grab", "-o", folder.path()}).output.endsWith("\n1 frame, 0 missing\n"));
 }
 
 TEST(ZrncamGrab, AnUnwritableFolderIsItsOwnExitCode)

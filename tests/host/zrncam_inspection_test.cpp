@@ -164,6 +164,40 @@ TEST(ZrncamSettings, AreSavedAndLoaded)
     const QJsonObject properties = settings[QLatin1String("properties")].toObject();
     EXPECT_EQ(properties[QLatin1String("Gamma")].toInt(), 4660);
     EXPECT_EQ(properties[QLatin1String("BGain")].toInt(), 61);
+    const QString made = QStringLiteral("exposure: the camera has made 2300 us of 2345 us");
+    EXPECT_EQ(loaded.json()[QLatin1String("notes")].toArray(), QJsonArray{made});
+    EXPECT_TRUE(ToolRun::of({"settings", "load", path}).output.endsWith(made.toUtf8() + '\n'));
+}
+
+TEST(ZrncamSettings, WhatIsOutsideOfACamerasRangesIsRefused)
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("settings.json"));
+    writeFile(path, R"({"format": "zrncam-settings", "version": 1, "gain": 65})");
+    const ToolResult result = ToolRun::of({"settings", "load", path});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.errors.contains("gain 65 is not from 1 to 64, which this camera allows"))
+        << result.errors.constData();
+}
+
+TEST(ZrncamSettings, GoToStandardOutput)
+{
+    const ToolResult saved = ToolRun::of({"settings", "save", "-"});
+    EXPECT_EQ(saved.exitCode, 0) << saved.errors.constData();
+    EXPECT_EQ(saved.json()[QLatin1String("exposureMicroseconds")].toInt(), 1000)
+        << saved.output.constData();
+    EXPECT_TRUE(saved.errors.contains("1000 us")) << saved.errors.constData();
+    const ToolResult full = ToolRun({"settings", "save", "-"})
+                                .under({"bash", "-c", R"("$0" "$@" >/dev/full)"})
+                                .finish();
+    EXPECT_EQ(full.exitCode, 7);
+    EXPECT_TRUE(full.errors.contains("standard output: No space left on device"))
+        << full.errors.constData();
+}
+
+TEST(ZrncamSettings, WhatIsMissingIsExplained)
+{
+    EXPECT_TRUE(ToolRun::of({"settings"}).errors.contains("ACTION is required: save or load"));
 }
 
 TEST(ZrncamSettings, AFileThatHoldsNoneIsRefusedBeforeACameraIsOpened)

@@ -32,8 +32,7 @@ TEST(ZrncamPipe, IsForPlayersToo)
     EXPECT_EQ(result.exitCode, 0);
     const int headerEnd = result.output.indexOf('\n') + 1;
     const QByteArray header = result.output.left(headerEnd);
-    EXPECT_TRUE(header.startsWith("YUV4MPEG2 W64 H96 F")) << header.constData();
-    EXPECT_TRUE(header.endsWith(":1 Ip A1:1 Cmono\n")) << header.constData();
+    EXPECT_EQ(header, "YUV4MPEG2 W64 H96 F500:1 Ip A1:1 Cmono\n") << "the driver's rate";
     const QByteArray mark("FRAME\n");
     const int step = mark.size() + frameBytes;
     ASSERT_EQ((result.output.size() - headerEnd) % step, 0);
@@ -46,7 +45,7 @@ TEST(ZrncamPipe, IsForPlayersToo)
 TEST(ZrncamPipe, ASingleFrameIsAVideoToo)
 {
     const ToolResult result = ToolRun::of({"grab", "-o", "-", "--y4m"});
-    EXPECT_TRUE(result.output.startsWith("YUV4MPEG2 W64 H96 F1:1 "));
+    EXPECT_TRUE(result.output.startsWith("YUV4MPEG2 W64 H96 F500:1 "));
     EXPECT_EQ(result.output.size(), result.output.indexOf('\n') + 1 + 6 + frameBytes);
 }
 
@@ -67,6 +66,17 @@ TEST(ZrncamPipe, AFullDiskIsNamed)
     EXPECT_EQ(result.exitCode, 7);
     EXPECT_TRUE(result.errors.contains("the frames cannot be written: No space left on device"))
         << result.errors.constData();
+}
+
+TEST(ZrncamPipe, WhatAFullDiskDidNotTakeIsNotCounted)
+{
+    for (const QStringList& format : {QStringList{}, QStringList{"--y4m"}}) {
+        ToolRun run(QStringList{"grab", "-n", "2", "-o", "-"} + format);
+        const ToolResult result = run.under({"bash", "-c", R"("$0" "$@" >/dev/full)"}).finish();
+        EXPECT_EQ(result.exitCode, 7);
+        EXPECT_TRUE(result.errors.contains("0 of 1 frame written, 0 missing\n"))
+            << result.errors.constData();
+    }
 }
 
 TEST(ZrncamPipe, TakesOneCameraAndIsThereForY4m)

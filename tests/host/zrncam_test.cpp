@@ -210,7 +210,7 @@ TEST(ZrncamSeveral, EachRowNamesItsCameraOnce)
     const QTemporaryDir folder;
     const QList<QByteArray> all = linesOf({"grab", "--all", "-o", folder.path()});
     EXPECT_EQ(all[all.size() - 2],
-              "2                       ZR18446744073709551615: 1 frames, 0 missing");
+              "2                       ZR18446744073709551615: 1 frame, 0 missing");
     EXPECT_EQ(all.last(), "sum                     3 cameras, 3 frames, 0 missing");
 }
 

@@ -178,6 +178,14 @@ TEST(ZrncamVirtual, StreamsAndMeasures)
               json[QLatin1String("missing")].toInt(-1));
 }
 
+TEST(ZrncamVirtual, AVideoHasTheRateThatTheCameraAnnounces)
+{
+    const ToolResult result =
+        runVirtually({"--virtual=type1,sizes=320x240", "grab", "-n", "2", "-o", "-", "--y4m"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    EXPECT_EQ(result.output.left(result.output.indexOf(" Ip ")), "YUV4MPEG2 W320 H480 F30:1");
+}
+
 TEST(ZrncamVirtual, ControlsAndPropertiesReachTheCamera)
 {
     EXPECT_EQ(runVirtually({"--virtual=type2", "exposure", "4321"}).output.left(7), "4321 us");

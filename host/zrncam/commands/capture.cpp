@@ -2,24 +2,46 @@
 
 #include "tool_error.h"
 
+#include <chrono>
 #include <limits>
 
-std::unique_ptr<zrnhost::FramePipe> makePipe(const Context& context, bool isY4m)
+namespace
+{
+
+/// Frames per second that the camera announces, or else those that the driver counts; 0: neither.
+double nominalRate(zrn::Camera& camera)
+{
+    const std::chrono::duration<double> period = camera.facts().nominalPeriod;
+    if (period.count() > 0) {
+        return 1 / period.count();
+    }
+    try {
+        return zrn::numberOf(camera.property(zrn::keys::frameRate));
+    } catch (const zrn::Error&) {
+        return 0;
+    }
+}
+
+} // namespace
+
+std::unique_ptr<zrnhost::FramePipe> makePipe(const Context& context, zrn::Camera& camera,
+                                             bool isY4m)
 {
     using zrnhost::FramePipe;
-    if (!context.frames && isY4m) {
+    if (!context.standardOutput && isY4m) {
         throw ToolError(ExitCode::Usage,
                         QStringLiteral("--y4m is for frames that go to a pipe, with -o -"));
     }
-    return context.frames
-               ? std::make_unique<FramePipe>(context.frames, isY4m ? FramePipe::Format::Y4m
-                                                                   : FramePipe::Format::Pixels)
-               : nullptr;
+    if (!context.standardOutput) {
+        return nullptr;
+    }
+    return std::make_unique<FramePipe>(context.standardOutput,
+                                       isY4m ? FramePipe::Format::Y4m : FramePipe::Format::Pixels,
+                                       [&camera] { return nominalRate(camera); });
 }
 
-void finishPipe(zrnhost::FramePipe& pipe)
+void checkPipe(const zrnhost::FramePipe& pipe)
 {
-    pipe.finish();
     if (!pipe.failure().isEmpty()) {
         throw ToolError(ExitCode::Output,
                         QStringLiteral("the frames cannot be written: %1").arg(pipe.failure()));

@@ -19,10 +19,12 @@ struct CaptureOptions {
 
 /// The frames on standard output, where the command sends them there; null otherwise. @throws
 /// ToolError when only a pipe takes this format
-std::unique_ptr<zrnhost::FramePipe> makePipe(const Context& context, bool isY4m);
+/// @param camera outlives the pipe
+std::unique_ptr<zrnhost::FramePipe> makePipe(const Context& context, zrn::Camera& camera,
+                                             bool isY4m);
 
-/// Ends the pipe. @throws ToolError when a frame could not be written
-void finishPipe(zrnhost::FramePipe& pipe);
+/// @throws ToolError when a frame could not be written
+void checkPipe(const zrnhost::FramePipe& pipe);
 
 void addY4mOption(CLI::App& command, bool& value);
 

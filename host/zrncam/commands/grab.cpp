@@ -18,6 +18,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <set>
 
 namespace
 {
@@ -103,8 +104,24 @@ public:
         return images;
     }
 
+    /// Frames all of whose images are written. After finish().
+    quint64 frames() const
+    {
+        std::set<quint64> frames;
+        for (const ImageFile& file : m_files) {
+            frames.insert(file.frame);
+        }
+        for (const ImageFile& file : m_files) {
+            if (!file.isWritten) {
+                frames.erase(file.frame);
+            }
+        }
+        return frames.size();
+    }
+
 private:
     struct ImageFile {
+        quint64 frame = 0; ///< its number in this run
         QString path;
         QJsonObject json;
         std::atomic<bool> isWritten = false;
@@ -119,6 +136,7 @@ private:
                 .arg(number, 4, 10, QLatin1Char('0'))
                 .arg(letter, m_options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
         ImageFile& file = m_files.emplace_back();
+        file.frame = number;
         file.path = m_folder.filePath(name);
         file.json = {{QStringLiteral("path"), file.path},
                      {QStringLiteral("image"), letter},
@@ -163,6 +181,7 @@ void judgeSilence(const zrn::StreamCounters& counters, quint64 timeoutsBefore, q
 /// What became of the frames.
 struct GrabAccount {
     quint64 frames = 0;
+    quint64 written = 0; ///< of these
     quint64 missing = 0;
 };
 
@@ -219,12 +238,20 @@ QString grabToFiles(const CameraPointer& camera, Context& context, const GrabOpt
     const QString notWritten = files.finish(progress);
     files.tell(context.report);
     context.report.json()[QLatin1String("images")] = files.images();
+    account.written = files.frames();
     return notWritten;
+}
+
+QString grabText(qint64 frames, qint64 missing)
+{
+    return QStringLiteral("%1, %2 missing")
+        .arg(countOf(frames, QStringLiteral("frame")))
+        .arg(missing);
 }
 
 ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOptions& options)
 {
-    const std::unique_ptr<zrnhost::FramePipe> pipe = makePipe(context, options.y4m);
+    const std::unique_ptr<zrnhost::FramePipe> pipe = makePipe(context, *camera, options.y4m);
     applyCaptureOptions(*camera, options.capture);
     // The frames name what was read last, which must not be older than this run.
     static_cast<void>(camera->exposure());
@@ -237,16 +264,26 @@ ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOption
     QString notWritten;
     if (pipe) {
         grabFrames(camera, context, static_cast<quint64>(options.frames), progress, account,
-                   [&pipe](const zrn::Frame& frame) { return pipe->write(frame); });
+                   [&](const zrn::Frame& frame) {
+                       const bool isWritten = pipe->write(frame);
+                       account.written += isWritten ? 1 : 0;
+                       return isWritten;
+                   });
     } else {
         notWritten = grabToFiles(camera, context, options, progress, account, failure);
     }
+    const auto written = static_cast<qint64>(account.written);
     context.report.line(
-        QStringLiteral("%1 frames, %2 missing").arg(account.frames).arg(account.missing));
-    json[QLatin1String("frames")] = static_cast<qint64>(account.frames);
+        written == static_cast<qint64>(account.frames)
+            ? grabText(written, static_cast<qint64>(account.missing))
+            : QStringLiteral("%1 of %2 written, %3 missing")
+                  .arg(written)
+                  .arg(countOf(static_cast<qint64>(account.frames), QStringLiteral("frame")))
+                  .arg(account.missing));
+    json[QLatin1String("frames")] = written;
     json[QLatin1String("missing")] = static_cast<qint64>(account.missing);
     if (pipe) {
-        finishPipe(*pipe);
+        checkPipe(*pipe);
     }
     if (!notWritten.isEmpty()) {
         throw ToolError(ExitCode::Output, notWritten);
@@ -259,9 +296,8 @@ ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOption
 
 QString grabRow(const QJsonObject& camera)
 {
-    return QStringLiteral("%1 frames, %2 missing")
-        .arg(camera[QLatin1String("frames")].toInt())
-        .arg(camera[QLatin1String("missing")].toInt());
+    return grabText(camera[QLatin1String("frames")].toInt(),
+                    camera[QLatin1String("missing")].toInt());
 }
 
 QString grabSum(const std::vector<QJsonObject>& cameras)
@@ -272,7 +308,7 @@ QString grabSum(const std::vector<QJsonObject>& cameras)
         frames += camera[QLatin1String("frames")].toInt();
         missing += camera[QLatin1String("missing")].toInt();
     }
-    return QStringLiteral("%1 frames, %2 missing").arg(frames).arg(missing);
+    return grabText(frames, missing);
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 #include "common/camera_settings.h"
-#include "common/file_writer.h"
 #include "session.h"
 #include "tool_error.h"
 
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 #include <memory>
@@ -57,18 +57,26 @@ ExitCode runSettings(Context& context, const SettingsOptions& options)
     if (options.action == saveAction) {
         const zrnhost::CameraSettings settings =
             zrnhost::settingsOf(*Session(context.options).connect());
-        const QString failure = zrnhost::writeFile(path, zrnhost::toJson(settings));
-        if (!failure.isEmpty()) {
-            throw ToolError(ExitCode::Output, failure);
-        }
+        writeResult(context.standardOutput, path, zrnhost::toJson(settings));
         tell(context.report, settings);
         return ExitCode::Success;
     }
     const zrnhost::CameraSettings settings = readFile(path); // before a camera is opened
     const CameraPointer camera = Session(context.options).connect();
-    zrnhost::applySettings(settings, *camera);
+    QStringList notes;
+    try {
+        notes = zrnhost::applySettings(settings, *camera);
+    } catch (const zrnhost::SettingsError& error) {
+        throw ToolError(ExitCode::Usage,
+                        QStringLiteral("%1: %2").arg(path, QString::fromUtf8(error.what())),
+                        QStringLiteral("nothing was set; 'zrncam info' shows the ranges"));
+    }
     // What the camera holds now may differ from what it was sent.
     tell(context.report, zrnhost::settingsOf(*camera));
+    for (const QString& note : notes) {
+        context.report.line(note);
+    }
+    context.report.json()[QLatin1String("notes")] = QJsonArray::fromStringList(notes);
     return ExitCode::Success;
 }
 
@@ -82,7 +90,8 @@ Command addSettings(CLI::App& app)
     const auto options = std::make_shared<SettingsOptions>();
     addArgument(command, "ACTION", options->action, "save or load",
                 {.isRequired = true, .choices = {saveAction, loadAction}});
-    addArgument(command, "FILE", options->file, "A JSON document of settings",
-                {.isRequired = true});
-    return {&command, [options](Context& context) { return runSettings(context, *options); }};
+    addArgument(command, "FILE", options->file,
+                "A JSON document of settings; save to -: to standard output", {.isRequired = true});
+    return {&command, [options](Context& context) { return runSettings(context, *options); }, false,
+            [options] { return options->action == saveAction ? options->file : std::string(); }};
 }

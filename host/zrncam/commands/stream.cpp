@@ -258,7 +258,7 @@ void report(Report& report, const StreamResult& result)
 
 ExitCode runStream(const CameraPointer& camera, Context& context, const StreamOptions& options)
 {
-    const std::unique_ptr<zrnhost::FramePipe> pipe = makePipe(context, options.y4m);
+    const std::unique_ptr<zrnhost::FramePipe> pipe = makePipe(context, *camera, options.y4m);
     applyCaptureOptions(*camera, options.capture);
     const zrn::CameraFacts facts = camera->facts();
     context.report.line(QStringLiteral("camera"), textOf(facts));
@@ -267,7 +267,7 @@ ExitCode runStream(const CameraPointer& camera, Context& context, const StreamOp
     const StreamResult result = streamFor(camera, context, options, pipe.get());
     report(context.report, result);
     if (pipe) {
-        finishPipe(*pipe);
+        checkPipe(*pipe);
     }
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;
@@ -296,8 +296,8 @@ ExitCode runStream(const CameraPointer& camera, Context& context, const StreamOp
 
 QString streamRow(const QJsonObject& camera)
 {
-    return QStringLiteral("%1 frames, %2 frames/s, %3 missing, %4 time-outs, %5 outages")
-        .arg(camera[QLatin1String("frames")].toInt())
+    return QStringLiteral("%1, %2 frames/s, %3 missing, %4 time-outs, %5 outages")
+        .arg(countOf(camera[QLatin1String("frames")].toInt(), QStringLiteral("frame")))
         .arg(camera[QLatin1String("measuredRate")].toDouble(), 0, 'f', 2)
         .arg(camera[QLatin1String("missing")].toInt())
         .arg(camera[QLatin1String("timeouts")].toInt())
@@ -314,8 +314,8 @@ QString streamSum(const std::vector<QJsonObject>& cameras)
         rate += camera[QLatin1String("measuredRate")].toDouble();
         missing += camera[QLatin1String("missing")].toInt();
     }
-    return QStringLiteral("%1 frames, %2 frames/s, %3 missing")
-        .arg(frames)
+    return QStringLiteral("%1, %2 frames/s, %3 missing")
+        .arg(countOf(frames, QStringLiteral("frame")))
         .arg(rate, 0, 'f', 2)
         .arg(missing);
 }

@@ -1,7 +1,6 @@
 #include "client/doctor.h"
 
 #include "client/bus.h"
-#include "common/file_writer.h"
 #include "failures.h"
 #include "session.h"
 #include "tool_error.h"
@@ -56,15 +55,13 @@ QJsonObject describeSystem(const std::string& root)
 }
 
 /// @throws ToolError
-void writeBundle(Report& report, const DoctorOptions& options)
+void writeBundle(const Context& context, const DoctorOptions& options)
 {
+    Report& report = context.report;
     const QString path = QString::fromLocal8Bit(options.bundle.c_str());
     QJsonObject bundle = describeSystem(options.root);
     bundle[QLatin1String("findings")] = report.json()[QLatin1String("findings")];
-    const QString failure = zrnhost::writeFile(path, QJsonDocument(bundle).toJson());
-    if (!failure.isEmpty()) {
-        throw ToolError(ExitCode::Output, failure);
-    }
+    writeResult(context.standardOutput, path, QJsonDocument(bundle).toJson());
     report.line(QStringLiteral("the report to send is %1; it holds what is shown here, serials and "
                                "descriptors of the cameras, and versions")
                     .arg(path));
@@ -99,7 +96,7 @@ ExitCode runDoctor(Context& context, const DoctorOptions& options)
     }
     context.report.json()[QLatin1String("findings")] = list;
     if (!options.bundle.empty()) {
-        writeBundle(context.report, options);
+        writeBundle(context, options);
     }
     const bool healthy =
         std::none_of(findings.begin(), findings.end(), [](const zrn::Finding& finding) {
@@ -117,8 +114,11 @@ Command addDoctor(CLI::App& app)
     const auto options = std::make_shared<DoctorOptions>();
     addArgument(command, "--root", options->root, "Judge the system files under DIR instead of /",
                 {.valueName = "DIR"});
-    addArgument(command, "--bundle", options->bundle,
-                "Write all of it, and what the system is, to a file for whoever helps",
-                {.valueName = "FILE"});
-    return {&command, [options](Context& context) { return runDoctor(context, *options); }};
+    addArgument(
+        command, "--bundle", options->bundle,
+        "Write all of it, and what the system is, to a file for whoever helps; -: to standard "
+        "output",
+        {.valueName = "FILE"});
+    return {&command, [options](Context& context) { return runDoctor(context, *options); }, false,
+            [options] { return options->bundle; }};
 }

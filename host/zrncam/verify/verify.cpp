@@ -1,7 +1,6 @@
 #include "checks/contract_checks.h"
 #include "client/camera_object.h"
 #include "client/property_keys.h"
-#include "common/file_writer.h"
 #include "interrupt.h"
 #include "progress.h"
 #include "session.h"
@@ -49,14 +48,6 @@ QJsonObject rowJson(const CheckRow& row)
         json[QLatin1String("code")] = static_cast<qint64>(*row.code);
     }
     return json;
-}
-
-void writeJunit(const QString& path, const Account& account, const QString& serial)
-{
-    const QString failure = zrnhost::writeFile(path, junitReport(account, serial));
-    if (!failure.isEmpty()) {
-        throw ToolError(ExitCode::Output, failure);
-    }
 }
 
 /// Runs the groups until the user has had enough.
@@ -115,7 +106,8 @@ ExitCode runVerify(Context& context, const VerifyOptions& options)
                      {QStringLiteral("notSupported"), unsupported},
                      {QStringLiteral("checks"), rows}};
     if (!options.junitFile.empty()) {
-        writeJunit(QString::fromLocal8Bit(options.junitFile.c_str()), account, serial);
+        writeResult(context.standardOutput, QString::fromLocal8Bit(options.junitFile.c_str()),
+                    junitReport(account, serial));
     }
     if (context.interrupt.requested()) {
         return ExitCode::Interrupted;
@@ -131,7 +123,9 @@ Command addVerify(CLI::App& app)
         addSubcommand(app, "verify", "Check that a camera and its driver keep the host contract",
                       "verify --serial ZR4711 --junit report.xml");
     const auto options = std::make_shared<VerifyOptions>();
-    addArgument(command, "--junit", options->junitFile, "Write the result as a JUnit report, too",
+    addArgument(command, "--junit", options->junitFile,
+                "Write the result as a JUnit report, too; -: to standard output",
                 {.valueName = "FILE"});
-    return {&command, [options](Context& context) { return runVerify(context, *options); }};
+    return {&command, [options](Context& context) { return runVerify(context, *options); }, false,
+            [options] { return options->junitFile; }};
 }
