@@ -13,6 +13,7 @@
 #include <QApplication>
 #include <QLoggingCategory>
 #include <QProcess>
+#include <QScreen>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -114,11 +115,11 @@ int main(int argc, char** argv)
         return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
     } catch (const zrnhost::VirtualRunError& error) {
         std::fprintf(stderr, "zrnview: %s\n%s\n", error.what(), qUtf8Printable(error.hint()));
-        return EXIT_FAILURE;
+        return error.isWrongModel() ? exitUsage : EXIT_FAILURE;
     }
 
     if (!options.verbose) {
-        // The window shows what the driver logs as critical.
+        // The window takes what the driver logs as critical.
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
         zrnhost::silenceLibuvc();
     }
@@ -139,6 +140,7 @@ int main(int argc, char** argv)
     windowOptions.startStreams = !options.stopped;
     windowOptions.folder = folderOf(options);
     windowOptions.theme = themeOf(options.theme);
+    windowOptions.printDriverLog = options.verbose;
     windowOptions.examine = [&options] { return zrn::examine(options.plugin); };
     if (!zrnhost::onVirtualCameras()) {
         windowOptions.startVirtual = [&options] { return startOnVirtualCamera(options.plugin); };
@@ -151,6 +153,7 @@ int main(int argc, char** argv)
             window.resize(window.fontMetrics().averageCharWidth() * 230,
                           window.fontMetrics().height() * 58);
         }
+        window.fitInto(window.screen()->availableGeometry());
         for (const std::string& path : options.recordings) {
             window.openRecording(QString::fromLocal8Bit(path.c_str()));
         }

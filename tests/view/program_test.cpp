@@ -3,7 +3,10 @@
 
 #include "virtual_camera.h"
 
+#include <QDataStream>
 #include <QProcess>
+#include <QRect>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -114,6 +117,30 @@ private slots:
         }
     }
 
+    void printsTheDriversLogForThoseWhoAsk()
+    {
+        VirtualCamera first(0);
+        VirtualCamera second(1);
+        const auto faults = [&] {
+            return first.counter("controlFaults") + second.counter("controlFaults");
+        };
+        for (const bool isAsked : {false, true}) {
+            const qint64 before = framesOf(first) + framesOf(second);
+            Viewer viewer(isAsked ? QStringList{QStringLiteral("-v")} : QStringList());
+            QTRY_VERIFY_WITH_TIMEOUT(framesOf(first) + framesOf(second) > before + 5, patience);
+            const auto faultsBefore = faults();
+            for (VirtualCamera* camera : {&first, &second}) {
+                camera->tell("control-fault", {{"action", "stall"}, {"count", -1}});
+            }
+            QTRY_VERIFY_WITH_TIMEOUT(faults() > faultsBefore + 3, patience);
+            const QByteArray errors = viewer.end();
+            for (VirtualCamera* camera : {&first, &second}) {
+                camera->tell("clear-faults");
+            }
+            QVERIFY2(errors.contains("uvc_get_gain get cur failed") == isAsked, errors.constData());
+        }
+    }
+
     void endsWellWhenItIsAskedTo()
     {
         VirtualCamera first(0);
@@ -145,6 +172,10 @@ private slots:
         QVERIFY2(output.contains("--theme"), output.constData());
         QCOMPARE(runToEnd({QStringLiteral("--version")}, output), 0);
         QVERIFY2(output.startsWith("zrnview "), output.constData());
+        auto outside = QProcessEnvironment::systemEnvironment();
+        outside.remove(QStringLiteral("LD_PRELOAD"));
+        QCOMPARE(runToEnd({QStringLiteral("--virtual=bogus")}, output, outside), 2);
+        QVERIFY2(output.contains("bogus"), output.constData());
     }
 
     void remembersItsWindow()
@@ -155,9 +186,18 @@ private slots:
         Viewer viewer({});
         QTRY_VERIFY_WITH_TIMEOUT(framesOf(first) + framesOf(second) > before + 5, patience);
         QVERIFY(viewer.endsWellOn(SIGTERM));
-        QFile file(m_settings.filePath(QStringLiteral("zrncamera/zrnview.conf")));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QVERIFY(file.readAll().contains("geometry="));
+        const QSettings remembered(m_settings.filePath(QStringLiteral("zrncamera/zrnview.conf")),
+                                   QSettings::IniFormat);
+        QDataStream geometry(remembered.value(QStringLiteral("window/geometry")).toByteArray());
+        quint32 magic = 0;
+        quint32 version = 0;
+        QRect frame;
+        QRect place; // without the frame
+        geometry >> magic >> version >> frame >> place;
+        QVERIFY(!place.isEmpty());
+        // The screen of the platform without one.
+        QVERIFY2(place.width() <= 800 && place.height() <= 800,
+                 qPrintable(QStringLiteral("%1 x %2").arg(place.width()).arg(place.height())));
     }
 
 private:

@@ -4,18 +4,23 @@
 #include "client/recording.h"
 #include "clipping.h"
 #include "common/camera_settings.h"
+#include "made_up_frames.h"
 #include "scripted_window.h"
 #include "zrnview/widgets/camera_list.h"
 #include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/pane_area.h"
+#include "zrnview/widgets/playback_panel.h"
 #include "zrnview/widgets/preferences.h"
 #include "zrnview/widgets/property_table.h"
+#include "zrnview/widgets/running_plot.h"
 
 #include <QAction>
 #include <QDockWidget>
 #include <QListWidget>
+#include <QLoggingCategory>
 #include <QPushButton>
 #include <QSettings>
+#include <QSlider>
 #include <QToolButton>
 
 using namespace zrnview;
@@ -131,6 +136,155 @@ private slots:
         QVERIFY(rememberedFolder().isEmpty());
         rememberFolder(QStringLiteral("/somewhere"));
         QCOMPARE(rememberedFolder(), QStringLiteral("/somewhere"));
+    }
+
+    void fitsIntoASmallScreen()
+    {
+        const QRect screen(100, 50, 1024, 600);
+        const auto isInside = [&screen](const MainWindow& window) {
+            return screen.contains(QRect(window.pos(), window.size()));
+        };
+        Bench bench([] { return ScriptedFactory::driverFor({}); });
+        {
+            MainWindow window(bench, {});
+            window.resize(1610, 986);
+            window.fitInto(screen);
+            QVERIFY(isInside(window));
+            QVERIFY(window.width() > 900 && window.height() > 500);
+            window.resize(1234, 777);
+            window.move(700, 400);
+            window.rememberLayout();
+        }
+        MainWindow window(bench, {});
+        QVERIFY(window.restoreLayout());
+        window.fitInto(screen);
+        QVERIFY(isInside(window));
+        window.resize(700, 450);
+        window.move(200, 100);
+        window.fitInto(screen);
+        QCOMPARE(window.geometry(), QRect(200, 100, 700, 450));
+    }
+
+    void offersFilesOfSettingsWithACamera()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        const auto offered = [&test](bool wanted) {
+            return actionWith(test.window, QStringLiteral("Save the camera's settings…"))
+                           ->isEnabled() == wanted &&
+                   actionWith(test.window, QStringLiteral("Load settings into the camera…"))
+                           ->isEnabled() == wanted;
+        };
+        QVERIFY(offered(false));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QTRY_VERIFY_WITH_TIMEOUT(offered(true), patience);
+        devices[0]->unplug();
+        QTRY_VERIFY_WITH_TIMEOUT(offered(false), patience);
+        devices[0]->replug();
+        QTRY_VERIFY_WITH_TIMEOUT(offered(true), patience);
+        test.window.hideCamera(test.panel().device());
+        QVERIFY(offered(false));
+    }
+
+    void joinsTheDriversLinesBesideTheEvents()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        EventLog& events = test.window.events();
+        events.add(EventLog::Tone::Fault, QStringLiteral("what matters"));
+        const int before = events.count();
+        const QLoggingCategory driver("ZRNCamera");
+        for (int i = 0; i < 600; ++i) {
+            qCCritical(driver) << "try lock grab event failed";
+            qCCritical(driver) << " one request failed";
+            qCCritical(driver) << " another request failed";
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(tells(events, QStringLiteral("Driver: another request failed  "
+                                                              "(600 times, the last at ")),
+                                 patience);
+        QVERIFY(tells(events, QStringLiteral("Driver: one request failed  (600 times")));
+        QVERIFY(!tells(events, QStringLiteral("try lock")));
+        QCOMPARE(events.count(), before + 2);
+        for (int i = 0; i < 600; ++i) {
+            qCCritical(driver) << " frame size is error" << i;
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(tells(events, QStringLiteral("frame size is error 599")),
+                                 patience);
+        QVERIFY(tells(events, QStringLiteral("what matters")));
+        QVERIFY(events.count() < before + 100);
+    }
+
+    void missingFramesAreThoseOfTheAccountAfterAReturn()
+    {
+        const Devices devices = makeDevices(1);
+        TestWindow test(devices);
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        const RunningPlot& missing = test.panel().frames().missingPlot();
+        const CameraDevice& device = test.panel().device();
+        QTRY_COMPARE_WITH_TIMEOUT(missing.headline(), QStringLiteral("0"), patience);
+        devices[0]->skipNext = 3;
+        QTRY_VERIFY_WITH_TIMEOUT(device.health().counters.missing() >= 3, patience);
+        devices[0]->unplug();
+        QTRY_COMPARE_WITH_TIMEOUT(device.health().state, CameraState::Lost, patience);
+        devices[0]->replug();
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        const auto frames = device.health().counters.frames;
+        QTRY_VERIFY_WITH_TIMEOUT(device.health().counters.frames > frames + 5, patience);
+        QVERIFY(device.health().counters.missing() >= 3);
+        QTRY_COMPARE_WITH_TIMEOUT(missing.headline(),
+                                  QString::number(device.health().counters.missing()), patience);
+        test.panel().device().stopStream();
+        QVERIFY(test.waitForState(CameraState::Idle));
+        test.panel().device().startStream();
+        QTRY_COMPARE_WITH_TIMEOUT(missing.headline(), QStringLiteral("0"), patience);
+    }
+
+    void whatIsMissingBeforeARecordingIsNotItsOwn()
+    {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
+        {
+            zrn::Recorder recorder(path.toStdString(), "{}");
+            for (const auto& [number, skipped] : {std::pair(20U, 7U), std::pair(23U, 2U)}) {
+                zrn::Frame frame = madeUpFrame(number);
+                frame.step.missing = skipped;
+                QVERIFY(recorder.add(frame));
+            }
+            recorder.finish();
+        }
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        PlaybackPanel& playback = test.window.openRecording(path);
+        const RunningPlot& missing = playback.frames().missingPlot();
+        QTRY_COMPARE_WITH_TIMEOUT(missing.headline(), QStringLiteral("0"), patience);
+        QCOMPARE(missing.series(0).maximum(), 0.0);
+        playback.slider().setValue(1);
+        QTRY_COMPARE_WITH_TIMEOUT(missing.headline(), QStringLiteral("2"), patience);
+        QCOMPARE(missing.series(0).maximum(), 2.0);
+        playback.slider().setValue(0);
+        QTRY_COMPARE_WITH_TIMEOUT(missing.headline(), QStringLiteral("0"), patience);
+        QCOMPARE(missing.series(0).maximum(), 0.0);
+    }
+
+    void theLastFramesDifferenceIsShown()
+    {
+        TestWindow test(makeDevices(1));
+        QVERIFY(test.waitForState(CameraState::Streaming));
+        QVERIFY(test.waitForImage());
+        test.panel().device().stopStream();
+        QVERIFY(test.waitForState(CameraState::Idle));
+        FramePanel& frames = test.panel().frames();
+        QTest::qWait(2 * static_cast<int>(frames.refreshPeriod().count()));
+        QTRY_COMPARE_WITH_TIMEOUT(
+            frames.display()->source.frame.step.number,
+            static_cast<quint32>(frames.numberPlot().series(0).newest().value), patience);
+        QVERIFY(frames.display()->difference.isNull());
+        for (const int factor : {1, 4}) {
+            frames.panes().setAmplification(factor);
+            frames.panes().setMode(ViewMode::Difference);
+            const Display& shown = *frames.display();
+            QCOMPARE(shown.difference, absoluteDifference(shown.a, shown.b, factor));
+        }
     }
 
     void savesAndLoadsTheSettingsOfACamera()

@@ -10,6 +10,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <utility>
 
 namespace zrnview
 {
@@ -180,7 +181,9 @@ void CameraWorker::startStream()
         zrn::StreamOptions options;
         options.keepAlive = true;
         options.slowestPeriod = slowestPeriod;
-        options.onFrame = [this](const zrn::Frame& frame) { accept(frame); };
+        options.onFrame = [this, isFirst = true](const zrn::Frame& frame) mutable {
+            accept(frame, std::exchange(isFirst, false));
+        };
         options.onEvent = [this](const zrn::StreamEvent& event) {
             QMetaObject::invokeMethod(this, [this, event] { note(event); });
         };
@@ -356,10 +359,11 @@ void CameraWorker::watch()
     emit healthChanged(m_health);
 }
 
-void CameraWorker::accept(const zrn::Frame& frame)
+void CameraWorker::accept(const zrn::Frame& frame, bool isFirst)
 {
     LiveFrame live;
     live.frame = frame;
+    live.isFirst = isFirst;
     live.seconds = secondsSinceStart(frame.arrival);
     live.handedOver = frame.arrival;
     live.waitMilliseconds = std::chrono::duration<double, std::milli>(frame.wait).count();

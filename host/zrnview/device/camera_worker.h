@@ -83,7 +83,7 @@ private:
     bool isFrameOverdue() const;
     void judgeControls(bool isAnswered);
     /// Takes a frame, on the stream's thread.
-    void accept(const zrn::Frame& frame);
+    void accept(const zrn::Frame& frame, bool isFirst);
     void setSink(std::shared_ptr<zrn::Recorder> recorder);
 
     FrameStation& m_station;

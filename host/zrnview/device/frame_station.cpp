@@ -30,7 +30,8 @@ void FrameStation::deliver(LiveFrame frame)
     FrameSample sample;
     sample.seconds = frame.seconds;
     sample.number = frame.frame.step.number;
-    sample.missing = frame.frame.step.missing;
+    sample.isFirst = frame.isFirst;
+    sample.missing = frame.isFirst ? 0 : frame.frame.step.missing; // what was before is not its
     sample.rate = m_rate.arrived(frame.seconds);
     sample.waitMilliseconds = frame.waitMilliseconds;
     {

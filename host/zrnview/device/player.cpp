@@ -118,6 +118,7 @@ void Player::show(int position)
     try {
         LiveFrame live;
         live.frame = m_recording->frame(position);
+        live.isFirst = position == 0;
         const std::chrono::nanoseconds arrival = live.frame.arrival.time_since_epoch();
         m_shownNanoseconds = arrival.count();
         live.seconds = secondsOf(arrival);

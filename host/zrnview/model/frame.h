@@ -16,6 +16,7 @@ using zrn::Image;
 /// One frame on its way from a camera or a recording to the screen.
 struct LiveFrame {
     Frame frame;
+    bool isFirst = false;         ///< of its stream or recording
     double seconds = 0;           ///< when it arrived, on the source's clock
     Clock::time_point handedOver; ///< when it entered this program
     double waitMilliseconds = 0;  ///< how long the grab waited for it and unpacked it
@@ -25,8 +26,9 @@ struct LiveFrame {
 struct FrameSample {
     double seconds = 0;
     quint32 number = 0;
-    quint32 missing = 0;
-    double rate = 0; ///< frames per second over the last second
+    bool isFirst = false; ///< of its stream or recording
+    quint32 missing = 0;  ///< numbers skipped since the frame before
+    double rate = 0;      ///< frames per second over the last second
     double waitMilliseconds = 0;
 };
 

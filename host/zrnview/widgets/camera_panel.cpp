@@ -183,10 +183,6 @@ void CameraPanel::updateState()
     const Colours colours = coloursFor(palette());
     const CameraState state = m_device.health().state;
     const bool streaming = m_device.isStreaming();
-    if (streaming && !m_wasStreaming) {
-        m_frames->restart();
-    }
-    m_wasStreaming = streaming;
 
     setTextColour(*m_dot, state == CameraState::Streaming ? colours.good
                           : state == CameraState::Silent  ? colours.attention

@@ -74,7 +74,6 @@ private:
     ColourMemory m_colours;
     QStringList m_findings;
     QTimer m_stuckTimer;
-    bool m_wasStreaming = false;
     bool m_active = false;
 };
 

@@ -5,6 +5,7 @@
 #include <QEvent>
 #include <QTime>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -13,30 +14,34 @@ namespace zrnview
 namespace
 {
 
-constexpr int keptEntries = 500;
+constexpr std::size_t keptEvents = 500;
+constexpr std::size_t keptDriverLines = 50; ///< those with numbers differ again and again
 constexpr const char* driverCategory = "ZRNCamera";
+constexpr QLatin1String grabTimedOut("try lock grab event failed");
 
-std::mutex relayMutex; // guards the two below
+std::mutex relayMutex; // guards what follows
 EventLog* relayLog = nullptr;
+bool printsDriverLog = true;
 QtMessageHandler earlierHandler = nullptr;
 
 /// Called in the thread that logs.
 void relay(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
     const std::lock_guard lock(relayMutex);
-    if (relayLog && type == QtCriticalMsg && context.category &&
-        std::strcmp(context.category, driverCategory) == 0) {
+    const bool isDrivers = context.category && std::strcmp(context.category, driverCategory) == 0;
+    if (relayLog && type == QtCriticalMsg && isDrivers && message.trimmed() != grabTimedOut) {
         QMetaObject::invokeMethod(
-            relayLog,
-            [log = relayLog, message] {
-                log->add(EventLog::Tone::Attention,
-                         EventLog::tr("Driver: %1").arg(message.simplified()));
-            },
+            relayLog, [log = relayLog, text = message.simplified()] { log->addDriverLine(text); },
             Qt::QueuedConnection);
     }
-    if (earlierHandler) {
+    if (earlierHandler && (printsDriverLog || !isDrivers)) {
         earlierHandler(type, context, message);
     }
+}
+
+QString timeNow()
+{
+    return QTime::currentTime().toString(QStringLiteral("HH:mm:ss"));
 }
 
 } // namespace
@@ -60,22 +65,47 @@ EventLog::~EventLog()
 
 void EventLog::add(Tone tone, const QString& text)
 {
-    const QString time = QTime::currentTime().toString(QStringLiteral("HH:mm:ss"));
-    if (text == m_lastText && count() > 0) {
-        ++m_repeats;
-        item(count() - 1)
-            ->setText(QStringLiteral("%1  %2  (%3 times)").arg(time, text).arg(m_repeats));
+    if (!m_events.empty() && m_events.back().text == text) {
+        Entry& last = m_events.back();
+        ++last.count;
+        last.item->setText(tr("%1  %2  (%3 times)").arg(timeNow(), text).arg(last.count));
         return;
     }
-    m_lastText = text;
-    m_repeats = 1;
-    auto* entry = new QListWidgetItem(QStringLiteral("%1  %2").arg(time, text), this);
-    entry->setData(Qt::UserRole, static_cast<int>(tone));
-    colour(*entry);
-    if (count() > keptEntries) {
-        delete takeItem(0);
+    m_events.push_back(append(tone, text));
+    if (m_events.size() > keptEvents) {
+        delete m_events.front().item;
+        m_events.pop_front();
     }
+}
+
+void EventLog::addDriverLine(const QString& text)
+{
+    const auto known = std::find_if(m_driverLines.begin(), m_driverLines.end(),
+                                    [&text](const Entry& entry) { return entry.text == text; });
+    if (known != m_driverLines.end()) {
+        ++known->count;
+        known->item->setText(tr("%1  Driver: %2  (%3 times, the last at %4)")
+                                 .arg(known->since, text)
+                                 .arg(known->count)
+                                 .arg(timeNow()));
+        return;
+    }
+    m_driverLines.push_back(append(Tone::Attention, tr("Driver: %1").arg(text)));
+    m_driverLines.back().text = text;
+    if (m_driverLines.size() > keptDriverLines) {
+        delete m_driverLines.front().item;
+        m_driverLines.pop_front();
+    }
+}
+
+EventLog::Entry EventLog::append(Tone tone, const QString& text)
+{
+    const QString time = timeNow();
+    auto* item = new QListWidgetItem(QStringLiteral("%1  %2").arg(time, text), this);
+    item->setData(Qt::UserRole, static_cast<int>(tone));
+    colour(*item);
     scrollToBottom();
+    return {text, time, item};
 }
 
 void EventLog::colour(QListWidgetItem& entry) const
@@ -97,10 +127,11 @@ void EventLog::changeEvent(QEvent* event)
     }
 }
 
-void relayDriverMessages(EventLog& log)
+void relayDriverMessages(EventLog& log, bool print)
 {
     const std::lock_guard lock(relayMutex);
     relayLog = &log;
+    printsDriverLog = print;
     const QtMessageHandler before = qInstallMessageHandler(relay);
     if (before != relay) {
         earlierHandler = before;

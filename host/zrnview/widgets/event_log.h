@@ -2,10 +2,13 @@
 
 #include <QListWidget>
 
+#include <deque>
+
 namespace zrnview
 {
 
-/// What happened, with the time, newest last. Keeps some hundred entries.
+/// What happened, with the time, newest last. Keeps some hundred events, and beside them some lines
+/// of the driver.
 class EventLog : public QListWidget
 {
     Q_OBJECT
@@ -16,21 +19,32 @@ public:
     explicit EventLog(QWidget* parent = nullptr);
     ~EventLog() override;
 
-    /// An entry that repeats the last one is counted instead of added.
+    /// An event that repeats the last one is counted instead of added.
     void add(Tone tone, const QString& text);
+    /// A line that is there is counted where it is.
+    void addDriverLine(const QString& text);
 
 protected:
     void changeEvent(QEvent* event) override;
 
 private:
+    struct Entry {
+        QString text;
+        QString since; ///< time of day
+        QListWidgetItem* item;
+        int count = 1;
+    };
+
+    Entry append(Tone tone, const QString& text);
     void colour(QListWidgetItem& entry) const;
 
-    QString m_lastText;
-    int m_repeats = 0;
+    std::deque<Entry> m_events;
+    std::deque<Entry> m_driverLines;
 };
 
-/// Sends what the driver logs as critical to @p log as well as to standard error, until the log is
-/// destroyed. One log at a time.
-void relayDriverMessages(EventLog& log);
+/// Sends what the driver logs as critical to @p log until that is destroyed; except that a grab
+/// found no frame, as each does that waits for a slow camera. One log at a time.
+/// @param print whether what the driver logs goes to standard error, too
+void relayDriverMessages(EventLog& log, bool print);
 
 } // namespace zrnview

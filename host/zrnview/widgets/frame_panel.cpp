@@ -61,8 +61,7 @@ FramePanel::FramePanel(FrameStation& station, QWidget* parent)
     layout->addWidget(m_panes, 1);
     layout->addWidget(m_graphs);
 
-    connect(m_panes, &PaneArea::amplificationChanged, this,
-            [this](int factor) { m_station.setAmplification(factor); });
+    connect(m_panes, &PaneArea::amplificationChanged, this, &FramePanel::amplify);
     connect(m_histogramA, &HistogramView::logarithmicChanged, m_histogramB,
             &HistogramView::setLogarithmic);
     connect(m_histogramB, &HistogramView::logarithmicChanged, m_histogramA,
@@ -85,9 +84,19 @@ void FramePanel::showEvent(QShowEvent* event)
                             : std::chrono::milliseconds(static_cast<int>(1000 / rate)));
 }
 
+/// Also the frame that is shown, which may be the last one.
+void FramePanel::amplify(int factor)
+{
+    m_station.setAmplification(factor);
+    if (m_display && factor > 0) {
+        m_display = std::make_shared<const Display>(prepare(m_display->source, factor));
+        m_panes->show(m_display);
+    }
+}
+
+/// Empties plots and counts.
 void FramePanel::restart()
 {
-    m_frames = 0;
     m_missingFrames = 0;
     for (RunningPlot* plot : {m_number, m_rate, m_missing, m_latency}) {
         plot->clear();
@@ -153,12 +162,15 @@ void FramePanel::showHistograms()
 void FramePanel::plot(const std::vector<FrameSample>& samples)
 {
     for (const FrameSample& sample : samples) {
-        m_missingFrames += m_frames > 0 ? sample.missing : 0;
-        if (sample.number != m_lastNumber + 1 + sample.missing) {
+        if (sample.isFirst) {
+            restart();
+        }
+        m_missingFrames += sample.missing;
+        if (sample.number != m_newest.number + 1 + sample.missing) {
             m_number->clear(); // its upper bytes have become known
         }
-        m_lastNumber = sample.number;
-        ++m_frames;
+        m_newest = sample;
+        m_hasNews = true;
         m_number->add(0, sample.seconds, sample.number);
         m_rate->add(0, sample.seconds, sample.rate);
         m_missing->add(0, sample.seconds, sample.missing);
@@ -167,13 +179,13 @@ void FramePanel::plot(const std::vector<FrameSample>& samples)
         }
     }
     const Clock::time_point now = Clock::now();
-    if (samples.empty() || now - m_lastHeadlines < headlinePeriod) {
+    if (!m_hasNews || now - m_lastHeadlines < headlinePeriod) {
         return;
     }
+    m_hasNews = false;
     m_lastHeadlines = now;
-    const FrameSample& newest = samples.back();
-    m_number->setHeadline(QString::number(newest.number));
-    m_rate->setHeadline(tr("%1 /s").arg(newest.rate, 0, 'f', 1));
+    m_number->setHeadline(QString::number(m_newest.number));
+    m_rate->setHeadline(tr("%1 /s").arg(m_newest.rate, 0, 'f', 1));
     m_missing->setHeadline(QString::number(m_missingFrames), m_missingFrames > 0
                                                                  ? RunningPlot::Tone::Attention
                                                                  : RunningPlot::Tone::Normal);

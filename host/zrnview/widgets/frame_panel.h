@@ -39,8 +39,6 @@ public:
     void setGraphsWanted(bool wanted);
     bool showsGraphs() const { return m_graphs->isVisibleTo(this); }
     QSize minimumSizeHint() const override;
-    /// Empties plots and counts, as before a new stream.
-    void restart();
     /// How often the newest frame is shown: once in each refresh of the screen.
     std::chrono::milliseconds refreshPeriod() const { return m_timer.intervalAsDuration(); }
 
@@ -54,6 +52,8 @@ protected:
 private:
     void showGraphs();
     void refresh();
+    void amplify(int factor);
+    void restart();
     void showHistograms();
     void plot(const std::vector<FrameSample>& samples);
     void plotLatency();
@@ -71,8 +71,8 @@ private:
     QTimer m_timer;
     QTimer m_histogramTimer;
     std::shared_ptr<const Display> m_display;
-    quint32 m_lastNumber = 0;
-    quint64 m_frames = 0;
+    FrameSample m_newest;
+    bool m_hasNews = false; // since the headlines were set
     quint64 m_missingFrames = 0;
     double m_latencyMilliseconds = 0; // of the frame on the screen
     Clock::time_point m_lastHeadlines;

@@ -20,6 +20,7 @@
 #include <QGridLayout>
 #include <QMessageBox>
 #include <QStatusBar>
+#include <QStyle>
 
 #include <algorithm>
 #include <cmath>
@@ -94,7 +95,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     connect(&m_snapshots, &Snapshots::failed, this, [this](const QString& why) {
         note(EventLog::Tone::Fault, tr("The snapshot was not saved: %1").arg(why));
     });
-    relayDriverMessages(events());
+    relayDriverMessages(events(), m_options.printDriverLog);
     m_bench.setInitialCameras(m_options.camerasToShow);
 }
 
@@ -139,6 +140,7 @@ void MainWindow::welcome(CameraDevice& device, bool isAskedFor)
             rememberSetting(device.serial(), setting, value);
         }
     });
+    connect(&device, &CameraDevice::healthChanged, this, &MainWindow::offerSettingsFiles);
     restoreSettings(device);
     if (isAskedFor || m_welcomed < m_options.camerasToShow) {
         m_welcomed += isAskedFor ? 0 : 1;
@@ -265,6 +267,7 @@ void MainWindow::showControlsOf(CameraDevice* device)
     m_side->showDevice(device);
     m_adjust->setWindowTitle(device ? device->serial() : tr("No camera chosen"));
     m_adjust->toggleViewAction()->setText(tr("Co&ntrols")); // not the title
+    offerSettingsFiles();
 }
 
 void MainWindow::arrange()
@@ -359,11 +362,15 @@ void MainWindow::chooseFolder()
     }
 }
 
+void MainWindow::offerSettingsFiles()
+{
+    for (QAction* action : {m_saveSettings, m_loadSettings}) {
+        action->setEnabled(m_active && m_active->device().isConnected());
+    }
+}
+
 void MainWindow::saveSettings()
 {
-    if (!m_active) {
-        return;
-    }
     CameraDevice& device = m_active->device();
     const QString path = QFileDialog::getSaveFileName(
         this, tr("Save the settings of %1").arg(device.serial()),
@@ -376,9 +383,6 @@ void MainWindow::saveSettings()
 
 void MainWindow::loadSettings()
 {
-    if (!m_active) {
-        return;
-    }
     CameraDevice& device = m_active->device();
     const QString path =
         QFileDialog::getOpenFileName(this, tr("Load settings into %1").arg(device.serial()),
@@ -427,6 +431,23 @@ void MainWindow::rememberLayout()
         m_adjust->show(); // as it is to be where there is room
     }
     zrnview::rememberLayout(*this);
+}
+
+void MainWindow::fitInto(const QRect& available)
+{
+    // The frame is not known before the window is shown.
+    const QSize title(0, style()->pixelMetric(QStyle::PM_TitleBarHeight));
+    QRect place(pos(), size() + title);
+    if (isMaximized() || isFullScreen() || available.contains(place)) {
+        return;
+    }
+    place.setSize(place.size().boundedTo(available.size()));
+    place.moveRight(std::min(place.right(), available.right()));
+    place.moveBottom(std::min(place.bottom(), available.bottom()));
+    place.moveLeft(std::max(place.left(), available.left()));
+    place.moveTop(std::max(place.top(), available.top()));
+    resize(place.size() - title);
+    move(place.topLeft());
 }
 
 void MainWindow::resizeEvent(QResizeEvent* event)

@@ -32,6 +32,7 @@ struct WindowOptions {
     bool startStreams = true;
     QString folder;              ///< where pictures and recordings go
     Theme theme = Theme::System; ///< that was applied
+    bool printDriverLog = false; ///< on standard error
     /// Finds out why cameras cannot be used.
     FirstPage::Examination examine = [] { return zrn::examine(); };
     /// Starts the viewer on a virtual camera. @return why it could not be started; empty if it was
@@ -67,6 +68,8 @@ public:
     /// Place, size and docks as in the last run. @return whether they are known
     bool restoreLayout();
     void rememberLayout();
+    /// Shrinks and moves the window so that none of it is outside.
+    void fitInto(const QRect& available);
 
 protected:
     void changeEvent(QEvent* event) override;
@@ -92,6 +95,7 @@ private:
     void toggleStream();
     void chooseRecording();
     void chooseFolder();
+    void offerSettingsFiles();
     void saveSettings();
     void loadSettings();
     void startVirtual();
@@ -114,6 +118,8 @@ private:
     QDockWidget* m_cameras = nullptr;
     QDockWidget* m_adjust = nullptr; // holds the side panel, named after its camera
     bool m_controlsGaveWay = false;  // the dock is hidden for want of room
+    QAction* m_saveSettings = nullptr;
+    QAction* m_loadSettings = nullptr;
     QAction* m_fullScreen = nullptr;
     QAction* m_graphs = nullptr;
 };

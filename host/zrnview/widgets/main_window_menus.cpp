@@ -44,8 +44,11 @@ void MainWindow::buildFileMenu()
     QMenu* menu = menuBar()->addMenu(tr("&File"));
     menu->addAction(tr("&Open recording…"), this, &MainWindow::chooseRecording, QKeySequence::Open);
     menu->addSeparator();
-    menu->addAction(tr("&Save the camera's settings…"), this, &MainWindow::saveSettings);
-    menu->addAction(tr("&Load settings into the camera…"), this, &MainWindow::loadSettings);
+    m_saveSettings =
+        menu->addAction(tr("&Save the camera's settings…"), this, &MainWindow::saveSettings);
+    m_loadSettings =
+        menu->addAction(tr("&Load settings into the camera…"), this, &MainWindow::loadSettings);
+    offerSettingsFiles();
     menu->addSeparator();
     menu->addAction(tr("&Folder for pictures and recordings…"), this, &MainWindow::chooseFolder);
     menu->addSeparator();
