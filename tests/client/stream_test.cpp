@@ -407,8 +407,9 @@ TEST_F(StreamTest, NothingIsCalledAfterAnEventsCallbackDestroyedItsStream)
         }
         ASSERT_TRUE(waitFor([&] { return camera->status().frameRate >= 0; }));
         if (last == StreamEvent::Kind::Restarted) {
+            const int starts = device->startCount;
             device->silent = true;
-            std::this_thread::sleep_for(100ms);
+            ASSERT_TRUE(waitFor([&] { return device->startCount > starts; }));
             device->silent = false;
         } else {
             device->unplug();
