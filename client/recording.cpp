@@ -36,7 +36,9 @@ public:
         }
         const auto size = static_cast<std::size_t>(status.st_size);
         if (error == 0 && size > 0) {
-            void* const data = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file, 0);
+            // Libraries that write to images all the same write to copies of its pages.
+            void* const data =
+                ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_NORESERVE, file, 0);
             if (data == MAP_FAILED) {
                 error = errno;
             } else {

@@ -61,6 +61,21 @@ def test_images_are_views_of_the_file(recorded):
     assert np.array_equal(image, frames[3].a)
 
 
+def test_writing_to_an_image_all_the_same_leaves_the_file_alone(recorded, run):
+    """As OpenCV's drawing functions do, which ask nobody."""
+    path, frames = recorded
+    before = path.read_bytes()
+    script = """
+import ctypes, sys, zrncamera
+recording = zrncamera.Recording(sys.argv[1])
+image = recording[3].a
+ctypes.memset(image.ctypes.data, 7, image.size)
+print((recording[3].a == 7).all())
+"""
+    assert run(script, path) == "True\n"
+    assert path.read_bytes() == before
+
+
 def test_check_finds_damage(recorded):
     path, frames = recorded
     recording = zrncamera.Recording(path)
