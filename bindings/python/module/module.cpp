@@ -5,6 +5,7 @@
 PYBIND11_MODULE(_zrncamera, module)
 {
     module.doc() = "The compiled half of zrncamera, which is the module to import.";
+    module.attr("__version__") = ZRN_VERSION;
     // Qt takes the first thread that it meets for the one of the user's interface. That is not one
     // on which a camera is opened.
     QThread::currentThread();

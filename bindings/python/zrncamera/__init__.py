@@ -38,6 +38,7 @@ from ._stream import Stream
 from ._virtual import VirtualBus, virtual
 from ._watch import Watch
 from ._zrncamera import CameraInfo, Change, Counters, Event, Frame, PropertyInfo
+from ._zrncamera import __version__ as __version__
 
 __all__ = [
     "Camera",
