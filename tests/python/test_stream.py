@@ -170,6 +170,78 @@ def test_callback(camera):
     assert all(isinstance(frame, Frame) for frame in frames)
 
 
+def test_next_stream_waits_for_the_end_of_the_last(camera):
+    """Which another thread is making."""
+    for _ in range(10):
+        stream = camera.stream()
+        ending = threading.Thread(target=stream.close)
+        next(stream)
+        ending.start()
+        list(stream)  # until it ends
+        camera.stream().close()
+        ending.join()
+
+
+def test_next_stream_waits_for_the_end_by_a_callback(camera):
+    for _ in range(10):
+        stream = camera.stream()
+        thread = stream.call(lambda frame: stream.close())
+        wait_until(lambda: stream.closed)
+        camera.stream().close()
+        thread.join()
+
+
+def test_next_stream_waits_for_the_end_by_who_forgets_it(camera):
+    streams = []
+    for _ in range(10):
+        streams.append(camera.stream())
+        ending = threading.Thread(target=streams.clear)
+        next(streams[0])
+        ending.start()
+        wait_until(lambda: not streams)
+        camera.stream().close()
+        ending.join()
+
+
+@pytest.mark.parametrize("keep_alive", [False, True])
+def test_closing_the_camera_ends_a_busy_callback(monkeypatch, keep_alive):
+    raised = []
+    monkeypatch.setattr(threading, "excepthook", raised.append)
+    called, closed = threading.Event(), threading.Event()
+
+    def use(item):
+        called.set()
+        assert closed.wait(60)
+
+    with zrncamera.open() as camera:
+        stream = camera.stream(keep_alive=keep_alive)
+        thread = stream.call(use)
+        assert called.wait(60)
+    closed.set()
+    thread.join(60)
+    assert not thread.is_alive() and raised == []
+    assert stream.next() is None and stream.next(1) is None
+    with pytest.raises(StopIteration):
+        next(stream)
+
+
+def test_wait_in_vain_for_a_stream_that_ends_meanwhile(camera, bus, monkeypatch):
+    """Between the wait and the question whether the camera is there."""
+    stream = camera.stream()
+    fail = stream._failure
+
+    def close_and_fail(seconds):
+        camera.close()
+        return fail(seconds)
+
+    monkeypatch.setattr(stream, "_failure", close_and_fail)
+    bus.command("freeze")
+    wait_until(lambda: stream.counters.timeouts > 0)
+    while stream.next(0.3):  # those that were under way
+        pass
+    assert stream.closed
+
+
 def test_file_descriptor(camera):
     with camera.stream() as stream:
         for _ in range(5):

@@ -27,19 +27,25 @@ std::shared_ptr<zrn::Camera> Camera::get() const
 void Camera::close()
 {
     std::shared_ptr<zrn::Camera> camera = m_camera.take();
-    unlocked([&camera] { camera.reset(); });
+    if (camera) {
+        unlocked([&camera, this] {
+            m_streamEnds->wait();
+            camera.reset();
+        });
+    }
 }
 
 namespace
 {
 
-/// Runs an operation without the GIL. @throws Gone when it failed, and the camera does not answer
+/// Runs an operation, which owns what it uses, so that Ctrl-C ends the wait for it. @throws Gone
+/// when it failed, and the camera does not answer
 template <typename Operation>
-auto ask(const Camera& owner, const Operation& operation)
+auto ask(const Camera& owner, Operation operation)
 {
-    const std::shared_ptr<zrn::Camera> camera = owner.get();
-    return unlocked(
-        [&] { return orGone(*camera, [&] { return std::invoke(operation, *camera); }); });
+    return interruptible([camera = owner.get(), operation] {
+        return orGone(*camera, [&] { return std::invoke(operation, *camera); });
+    });
 }
 
 /// Says who holds the camera, if that is why it could not be opened. @throws zrn::Error
@@ -137,13 +143,13 @@ py::object toPython(const zrn::Value& value)
 
 py::object property(const Camera& camera, const std::string& key)
 {
-    return toPython(ask(camera, [&key](zrn::Camera& asked) { return asked.property(key); }));
+    return toPython(ask(camera, [key](zrn::Camera& asked) { return asked.property(key); }));
 }
 
 void setProperty(const Camera& camera, const std::string& key, py::handle object)
 {
     const zrn::Value value = valueFrom(key, object);
-    ask(camera, [&](zrn::Camera& asked) { asked.setProperty(key, value); });
+    ask(camera, [key, value](zrn::Camera& asked) { asked.setProperty(key, value); });
 }
 
 void setOrder(const Camera& camera, const std::string& order)
@@ -151,7 +157,7 @@ void setOrder(const Camera& camera, const std::string& order)
     if (order != "oldest" && order != "newest") {
         throw py::value_error("order is \"oldest\" or \"newest\"");
     }
-    ask(camera, [&order](zrn::Camera& asked) {
+    ask(camera, [order](zrn::Camera& asked) {
         asked.setOrder(order == "newest" ? zrn::FrameOrder::Newest : zrn::FrameOrder::Oldest);
     });
 }
@@ -227,9 +233,6 @@ void addCameras(py::module_& module)
                     [exposure](zrn::Camera& asked) { asked.setExposure(Microseconds(exposure)); });
             })
         .def_property_readonly("exposure_range", exposureRange)
-        .def_property_readonly(
-            "known_exposure",
-            [](const Camera& camera) { return camera.get()->knownExposure().count(); })
         .def_property(
             "gain", [](const Camera& camera) { return ask(camera, &zrn::Camera::gain); },
             [](const Camera& camera, std::uint32_t gain) {
@@ -242,7 +245,7 @@ void addCameras(py::module_& module)
         .def(
             "run",
             [](const Camera& camera, const std::string& command) {
-                ask(camera, [&command](zrn::Camera& asked) { asked.run(command); });
+                ask(camera, [command](zrn::Camera& asked) { asked.run(command); });
             },
             py::arg("command"))
         .def("online", [](const Camera& camera) {

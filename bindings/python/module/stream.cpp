@@ -89,11 +89,13 @@ class Stream
 {
 public:
     Stream(const Camera& camera, const std::string& policy, std::size_t capacity, bool keepAlive)
-        : m_stream(start(camera, policy, capacity, keepAlive))
+        : m_ends(camera.streamEnds())
+        , m_stream(start(camera, policy, capacity, keepAlive))
     {
     }
     ~Stream()
     {
+        const StreamEnds::UnderWay end(*m_ends);
         std::shared_ptr<zrn::Stream> stream = m_stream.take();
         unlocked([&stream] { stream.reset(); });
     }
@@ -103,12 +105,12 @@ public:
     /// A frame, an event, or None when there was neither for this long, or the stream has ended.
     py::object next(double seconds)
     {
-        const std::shared_ptr<zrn::Stream> stream = m_stream.get();
-        if (!stream) {
-            return py::none();
-        }
         const auto end = Clock::now() + std::chrono::duration<double>(std::min(seconds, forever));
         for (;;) {
+            std::shared_ptr<zrn::Stream> stream = m_stream.get();
+            if (!stream) {
+                return py::none();
+            }
             py::object item = take(*stream);
             if (!item.is_none()) {
                 return item;
@@ -122,6 +124,7 @@ public:
             if (!item.is_none() || left.count() <= 0 || stream->isStopped()) {
                 return item;
             }
+            stream.reset(); // whoever closes it ends it
             ++m_waiting;
             unlocked([&] { m_bell->wait(std::min(left, waitSlice)); });
             --m_waiting;
@@ -135,6 +138,7 @@ public:
         if (!stream) {
             return;
         }
+        const StreamEnds::UnderWay end(*m_ends);
         unlocked([&stream] { stream->stop(); });
         m_counters = stream->counters();
         stream = m_stream.take();
@@ -146,6 +150,23 @@ public:
     {
         const std::shared_ptr<zrn::Stream> stream = m_stream.get();
         return !stream || stream->isStopped();
+    }
+    /// As Camera's; 0 when it has ended.
+    [[nodiscard]] std::int64_t knownExposure() const
+    {
+        const std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        return stream ? stream->camera()->knownExposure().count() : 0;
+    }
+    /// Whether its camera does not answer; never, when it has ended.
+    [[nodiscard]] bool isCameraGone() const
+    {
+        std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        if (!stream) {
+            return false;
+        }
+        const std::shared_ptr<zrn::Camera> camera = stream->camera();
+        stream.reset(); // whoever closes it ends it
+        return interruptible([camera] { return !camera->status().isOnline; });
     }
     [[nodiscard]] zrn::StreamCounters counters() const
     {
@@ -165,7 +186,8 @@ private:
         options.keepAlive = keepAlive;
         options.onReady = [bell = m_bell] { bell->ring(); };
         const std::shared_ptr<zrn::Camera> held = camera.get();
-        return interruptible([held, options] {
+        return interruptible([held, options, ends = m_ends] {
+            ends->wait();
             return orGone(*held, [&] { return std::make_shared<zrn::Stream>(held, options); });
         });
     }
@@ -195,6 +217,7 @@ private:
     const std::shared_ptr<Bell> m_bell = std::make_shared<Bell>();
     std::atomic<int> m_waiting = 0;
     zrn::StreamCounters m_counters; // when it was closed
+    const std::shared_ptr<StreamEnds> m_ends;
     ProcessBound<zrn::Stream> m_stream;
 };
 
@@ -265,6 +288,8 @@ void addStreams(py::module_& module)
         .def("close", &Stream::close)
         .def("fileno", &Stream::file)
         .def_property_readonly("stopped", &Stream::isStopped)
+        .def_property_readonly("known_exposure", &Stream::knownExposure)
+        .def("camera_gone", &Stream::isCameraGone)
         .def_property_readonly("counters", &Stream::counters);
     module.def(
         "start_stream",

@@ -5,11 +5,13 @@ from __future__ import annotations
 import math
 import numbers
 import operator
+from collections.abc import Callable, Sequence
 from typing import Optional
 
 from ._zrncamera import PropertyInfo
 
 EVER = 1e9  # seconds
+_LARGEST = 2**32 - 1  # that exposure and gain can be asked of a camera
 
 
 def seconds(name: str, value: float) -> float:
@@ -46,6 +48,20 @@ def microseconds(name: str, value: object) -> int:
     if isinstance(value, numbers.Real) and math.isfinite(value):
         return round(value)
     raise TypeError(f"{name} takes a number of microseconds, not {value!r}")
+
+
+def askable(name: str, number: int, limits: Callable[[], tuple[int, int]], unit: str = "") -> int:
+    """A number that the camera can be asked for, whose limits it knows."""
+    if not 0 <= number <= _LARGEST:
+        least, most = limits()
+        raise ValueError(f"{name} is {least} to {most}{unit}, not {number}")
+    return number
+
+
+def one_of(name: str, value: object, choices: Sequence[str]) -> None:
+    if value not in choices:
+        listed = ", ".join(f'"{choice}"' for choice in choices)
+        raise ValueError(f"{name} is one of {listed}, not {value!r}")
 
 
 def fitting(info: PropertyInfo, value: object) -> object:

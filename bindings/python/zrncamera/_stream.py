@@ -14,7 +14,7 @@ from ._waiting import readable
 from ._zrncamera import Counters, Event, Frame
 
 Policy = Literal["newest", "all", "block"]
-Item = TypeVar("Item", bound=Union[Frame, Event])
+Item = TypeVar("Item", bound=Union[Frame, Event], covariant=True)
 
 _SLACK = 0.5  # seconds, beyond what the driver waits for a frame
 _GLANCE = 0.2  # seconds; after a shorter wait in vain the camera is not asked whether it is there
@@ -36,10 +36,7 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         keep_alive: bool,
         timeout: Optional[float],
     ) -> None:
-        self._camera = camera
-        if policy not in get_args(Policy):
-            choices = ", ".join(f'"{choice}"' for choice in get_args(Policy))
-            raise ValueError(f"policy is one of {choices}, not {policy!r}")
+        _checks.one_of("policy", policy, get_args(Policy))
         self._policy = policy
         self._keep_alive = bool(keep_alive)
         self._timeout = _checks.optional_seconds("timeout", timeout)
@@ -61,7 +58,9 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         seconds = self._seconds(_checks.optional_seconds("timeout", timeout))
         item = cast(Optional[Item], self._stream.next(seconds))
         if item is None and not self._stream.stopped:
-            raise self._failure(seconds)
+            failure = self._failure(seconds)
+            if not self._stream.stopped:  # it may have ended meanwhile
+                raise failure
         return item
 
     def close(self) -> None:
@@ -106,10 +105,10 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
             return timeout
         if self._keep_alive:
             return _checks.EVER
-        return self._driver_wait + 2e-6 * self._camera.known_exposure + _SLACK
+        return self._driver_wait + 2e-6 * self._stream.known_exposure + _SLACK
 
     def _failure(self, seconds: float) -> Exception:
-        if seconds >= _GLANCE and not self._keep_alive and not self._camera.online():
+        if seconds >= _GLANCE and not self._keep_alive and self._stream.camera_gone():
             return CameraGone()
         return GrabTimeout(
             f"no frame came within {seconds:.3g} s",
@@ -150,7 +149,10 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
             if self._stream.stopped:
                 raise StopAsyncIteration
             if loop.time() >= end:
-                raise await loop.run_in_executor(None, self._failure, seconds)
+                failure = await loop.run_in_executor(None, self._failure, seconds)
+                if self._stream.stopped:  # meanwhile
+                    raise StopAsyncIteration
+                raise failure
             await readable(self.fileno(), end)
 
     def __enter__(self) -> Stream[Item]:
@@ -170,6 +172,6 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
             self.close()
 
     def _settle(self) -> None:
-        """Waits for an end that is under way."""
+        """Waits until the end that Ctrl-C asked for has begun, and is over."""
         if self._closing is not None:
             self._closing.join()
