@@ -55,6 +55,10 @@ with zrncamera.open("ZR1") as camera:
             print(item.kind)
         else:
             print(item.number)
+    for kept in (True, False):
+        for item in camera.stream(keep_alive=kept):
+            print(item.kind if isinstance(item, zrncamera.Event) else item.number)
+    version: str = zrncamera.__version__
 """
     )
     assert mypy("mypy", "--strict", str(user), folder=tmp_path) == ""

@@ -110,7 +110,12 @@ class Camera:
 
     @exposure_us.setter
     def exposure_us(self, exposure: float) -> None:
-        self._camera.exposure = _checks.microseconds("exposure_us", exposure)
+        self._camera.exposure = _checks.askable(
+            "exposure_us",
+            _checks.microseconds("exposure_us", exposure),
+            lambda: self.exposure_range_us,
+            " us",
+        )
 
     @property
     def exposure_range_us(self) -> tuple[int, int]:
@@ -124,7 +129,9 @@ class Camera:
 
     @gain.setter
     def gain(self, gain: int) -> None:
-        self._camera.gain = _checks.whole("gain", gain)
+        self._camera.gain = _checks.askable(
+            "gain", _checks.whole("gain", gain), lambda: self.gain_range
+        )
 
     @property
     def gain_range(self) -> tuple[int, int]:
@@ -138,6 +145,7 @@ class Camera:
 
     @order.setter
     def order(self, order: Literal["oldest", "newest"]) -> None:
+        _checks.one_of("order", order, ("oldest", "newest"))
         self._camera.order = order
 
     b_gain = _Property[int]("BGain")
@@ -193,7 +201,7 @@ class Camera:
         policy: Policy = "all",
         *,
         capacity: int = 16,
-        keep_alive: Literal[True],
+        keep_alive: bool,
         timeout: Optional[float] = None,
     ) -> Stream[Union[Frame, Event]]: ...
 
