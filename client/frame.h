@@ -87,7 +87,8 @@ struct Frame {
 };
 
 /// Letter of the image at @p position of a grab that gave @p count images: 'A' or 'B'. A single
-/// image is A, except for a camera that reports one sensor: its frames hold B alone.
+/// image is A, except for a camera that reports one sensor: it is the B of a frame whose A is a
+/// marker and no picture.
 ///
 /// @param sensorCount value of the SensorCount property
 char imageLetter(int position, int count, int sensorCount);

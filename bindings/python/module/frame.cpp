@@ -70,13 +70,15 @@ void addFrames(py::module_& module)
 
 The images are arrays of uint8 with the shape (height, width), views of the memory that the
 driver unpacked them to: nothing is copied. They cannot be written, and are valid as long as
-they live, also when stream and camera are closed; as many may be kept as memory holds.)")
+they live, also when stream and camera are closed; as many may be kept as memory holds.
+OpenCV's drawing functions write to them all the same: copy first.)")
         .def_property_readonly("a", imageOfSelf<'A'>,
                                "Image A, uint8 of shape (height, width). AttributeError where the "
-                               "camera has one sensor, whose image is B.")
+                               "frame has none, as one of a sensor of type 6 whose image A is a "
+                               "marker and not a picture.")
         .def_property_readonly("b", imageOfSelf<'B'>,
                                "Image B, uint8 of shape (height, width). AttributeError where the "
-                               "frame has one image.")
+                               "frame has none, as those of sensors of type 5.")
         .def_property_readonly(
             "images",
             [](const py::object& self) {
@@ -99,7 +101,9 @@ they live, also when stream and camera are closed; as many may be kept as memory
             "height", [](const Frame& frame) { return frame.get().height; }, "Rows.")
         .def_property_readonly(
             "number", [](const Frame& frame) { return frame.get().step.number; },
-            "Frame number that the camera gave it.")
+            "Frame number that the camera gave it. A frame shows its bytes up to and with the "
+            "first one above 127: the upper ones may be wrong from the start of a stream until the "
+            "first frame that shows them all, where the number jumps and `missing` is 0.")
         .def_property_readonly(
             "missing",
             [](const Frame& frame) { return frame.get().step.missing + frame.get().dropped; },
@@ -124,10 +128,11 @@ they live, also when stream and camera are closed; as many may be kept as memory
             "whole frame; \"grab\", its arrival in this process.")
         .def_property_readonly(
             "exposure_us", [](const Frame& frame) { return frame.get().exposure.count(); },
-            "Exposure in microseconds that was set when it arrived; 0 in a recording.")
+            "Exposure in microseconds that was set when it was grabbed, which need not be what it "
+            "was exposed with when that has just been changed; 0 in a recording.")
         .def_property_readonly(
             "gain", [](const Frame& frame) { return frame.get().gain; },
-            "Gain that was set when it arrived; 0 in a recording.")
+            "Gain that was set when it was grabbed, likewise; 0 in a recording.")
         .def(
             "__eq__",
             [](const Frame& frame, const py::object& other) {
