@@ -105,7 +105,7 @@ public:
     /// A frame, an event, or None when there was neither for this long, or the stream has ended.
     py::object next(double seconds)
     {
-        const auto end = Clock::now() + std::chrono::duration<double>(std::min(seconds, forever));
+        const auto end = Clock::now() + std::chrono::duration<double>(std::min(seconds, longestWait));
         for (;;) {
             std::shared_ptr<zrn::Stream> stream = m_stream.get();
             if (!stream) {
@@ -175,7 +175,7 @@ public:
     }
 
 private:
-    static constexpr double forever = 1e9; // seconds
+    static constexpr double longestWait = 1e9; // seconds
 
     std::shared_ptr<zrn::Stream> start(const Camera& camera, const std::string& policy,
                                        std::size_t capacity, bool keepAlive)
