@@ -169,8 +169,8 @@ std::optional<LinkRate> linkRate(std::string_view descriptors, double megabits)
         return std::nullopt;
     }
     const bool isHighSpeed = megabits == highSpeedMegabits;
-    const std::int64_t intervals = isHighSpeed ? microframesPerSecond : framesPerSecond;
-    const std::int64_t bytesPerSecond = stream.packetBytes > 0 ? stream.packetBytes * intervals
+    const std::int64_t busFrames = isHighSpeed ? microframesPerSecond : framesPerSecond;
+    const std::int64_t bytesPerSecond = stream.packetBytes > 0 ? stream.packetBytes * busFrames
                                         : isHighSpeed          ? highSpeedBulk
                                                                : fullSpeedBulk;
     return LinkRate{stream.width, stream.height,
