@@ -67,8 +67,8 @@ class Camera:
     PROPERTIES tells their types, ranges and units.
 
     A value that a property cannot have is a ValueError that names its range, and a name that no
-    setting has an AttributeError. Each operation raises ZrnError with the driver's answer when it was refused, and CameraGone when
-    the camera does not answer any more.
+    setting has an AttributeError. Each operation raises ZrnError with the driver's answer when it
+    was refused, and CameraGone when the camera does not answer any more.
     """
 
     def __init__(self, camera: _zrncamera.Camera) -> None:
