@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include <unistd.h>
 
 namespace zrnsim
 {
@@ -256,10 +257,15 @@ class ScriptTest : public CommandProcessorTest
 protected:
     std::string write(const std::string& text)
     {
-        const std::string path = testing::TempDir() + "zrnsim_script_test.jsonl";
         std::ofstream(path) << text;
         return path;
     }
+    ~ScriptTest() override { std::remove(path.c_str()); }
+
+private:
+    // Each test runs in a process of its own, beside the others.
+    std::string path =
+        testing::TempDir() + "zrnsim_script_" + std::to_string(::getpid()) + ".jsonl";
 };
 
 TEST_F(ScriptTest, ReadsTimedCommands)

@@ -105,7 +105,8 @@ public:
     /// A frame, an event, or None when there was neither for this long, or the stream has ended.
     py::object next(double seconds)
     {
-        const auto end = Clock::now() + std::chrono::duration<double>(std::min(seconds, longestWait));
+        const auto end =
+            Clock::now() + std::chrono::duration<double>(std::min(seconds, longestWait));
         for (;;) {
             std::shared_ptr<zrn::Stream> stream = m_stream.get();
             if (!stream) {
