@@ -79,6 +79,8 @@ bool Recorder::add(Frame frame)
     return true;
 }
 
+void Recorder::note(RecordingNote) {}
+
 void Recorder::stop()
 {
     const std::lock_guard lock(m_mutex);

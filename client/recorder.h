@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/recording_file.h"
+#include "client/recording_note.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -54,6 +55,9 @@ public:
     /// Hands over a frame; waits while the queue is full. @return false when it was not taken: the
     /// recording has ended, or the frame is not recordable.
     bool add(Frame frame);
+
+    /// Keeps a note in the recording. Never waits.
+    void note(RecordingNote note);
 
     /// Takes no more frames; those that wait are still written. Does not wait for that.
     void stop();

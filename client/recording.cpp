@@ -194,6 +194,51 @@ std::chrono::nanoseconds Recording::duration() const
     return {};
 }
 
+std::chrono::nanoseconds Recording::sinceStart(int position) const
+{
+    return std::chrono::nanoseconds(header(position).arrivalNanoseconds);
+}
+
+int Recording::version() const
+{
+    return static_cast<int>(formatVersion);
+}
+
+std::optional<WallTime> Recording::wallTime(FrameTimes::time_point, WallClock::Kind) const
+{
+    return std::nullopt;
+}
+
+std::vector<RecordingNote> Recording::notes() const
+{
+    return {};
+}
+
+std::optional<Recording::Stack> Recording::stack() const
+{
+    if (m_offsets.empty()) {
+        return std::nullopt;
+    }
+    const FrameHeader first = header(0);
+    Stack stack{first.width,
+                first.height,
+                frameCount(),
+                first.imageCount(),
+                m_offsets.front() + blockSize,
+                first.imageBytes(),
+                blockSize + padded(first.payloadBytes())};
+    for (int i = 1; i < frameCount(); ++i) {
+        const FrameHeader next = header(i);
+        if (next.width != first.width || next.height != first.height ||
+            next.letters != first.letters ||
+            m_offsets[static_cast<std::size_t>(i)] - m_offsets[static_cast<std::size_t>(i) - 1] !=
+                stack.frameBytes) {
+            return std::nullopt;
+        }
+    }
+    return stack;
+}
+
 Block Recording::blockAt(std::uint64_t offset) const
 {
     Block block;

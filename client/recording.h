@@ -1,11 +1,14 @@
 #pragma once
 
 #include "client/recording_format.h"
+#include "client/recording_note.h"
+#include "client/wall_clock.h"
 
 #include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -20,9 +23,24 @@ namespace zrn
 class Recording
 {
 public:
+    /// Where the images of a file lie whose frames are all alike, for programs that read them
+    /// without this library.
+    struct Stack {
+        std::uint32_t width = 0;
+        std::uint32_t height = 0;
+        int frames = 0;
+        std::size_t imagesPerFrame = 0;
+        std::uint64_t offset = 0;     ///< of the first image of the first frame
+        std::uint64_t imageBytes = 0; ///< from the first image of a frame to its second
+        std::uint64_t frameBytes = 0; ///< from an image to the same one of the next frame
+    };
+
     /// Opens and finds the frames. @throws Error when the file is no recording.
     explicit Recording(const std::string& path);
 
+    /// Of its format: 1 or 2. The first knows no notes, no times but that of the arrival, and no
+    /// date.
+    [[nodiscard]] int version() const;
     /// What the writer noted: an object as JSON text.
     [[nodiscard]] const std::string& metadata() const { return m_metadata; }
     [[nodiscard]] int frameCount() const { return static_cast<int>(m_offsets.size()); }
@@ -35,8 +53,9 @@ public:
 
     /// What is known about a frame without reading its images. @throws Error
     [[nodiscard]] recording::FrameHeader header(int position) const;
-    /// A frame with its images, checked. Its arrival is the time since that of the first frame.
-    /// @throws Error when it was damaged.
+    /// A frame with its images, checked. Its times are those of CLOCK_MONOTONIC on the machine that
+    /// recorded; in version 1 its arrival is the time since that of the first frame. @throws Error
+    /// when it was damaged.
     [[nodiscard]] Frame frame(int position) const;
     /// The same without a copy and a check of its images: they lie in the file itself, which stays
     /// open for them. @throws Error when its header was damaged.
@@ -49,6 +68,15 @@ public:
 
     /// From the first frame to the last readable one; 0 with less than two frames.
     [[nodiscard]] std::chrono::nanoseconds duration() const;
+    /// From the arrival of the first readable frame to that of this one. @throws Error
+    [[nodiscard]] std::chrono::nanoseconds sinceStart(int position) const;
+    /// The date of a time of the recording; nothing where the recording does not tell.
+    [[nodiscard]] std::optional<WallTime> wallTime(FrameTimes::time_point time,
+                                                   WallClock::Kind kind) const;
+    /// What happened meanwhile, in the order in which it was noted.
+    [[nodiscard]] std::vector<RecordingNote> notes() const;
+    /// Nothing when there is no frame, or they lie at distances that differ.
+    [[nodiscard]] std::optional<Stack> stack() const;
 
 private:
     class Mapping;

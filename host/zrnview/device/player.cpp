@@ -119,7 +119,7 @@ void Player::show(int position)
         LiveFrame live;
         live.frame = m_recording->frame(position);
         live.isFirst = position == 0;
-        const std::chrono::nanoseconds arrival = live.frame.arrival.time_since_epoch();
+        const std::chrono::nanoseconds arrival = m_recording->sinceStart(position);
         m_shownNanoseconds = arrival.count();
         live.seconds = secondsOf(arrival);
         live.handedOver = Clock::now();
@@ -144,7 +144,7 @@ void Player::scheduleNext()
     // A frame whose header is damaged is due at once, and reported when it is shown.
     qint64 recorded = 0;
     try {
-        recorded = m_recording->header(m_position + 1).arrivalNanoseconds - m_anchorNanoseconds;
+        recorded = m_recording->sinceStart(m_position + 1).count() - m_anchorNanoseconds;
     } catch (const zrn::Error&) {
         recorded = m_shownNanoseconds - m_anchorNanoseconds;
     }

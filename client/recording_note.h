@@ -1,0 +1,23 @@
+#pragma once
+
+#include "client/frame.h"
+
+#include <string>
+
+namespace zrn
+{
+
+/// What happened while a recording was made.
+struct RecordingNote {
+    FrameTimes::time_point time;
+    /// An object as JSON text, whose "event" is one of:
+    ///  - "setting": "key" has the value "value" from then on
+    ///  - "lost": no frames come any more; "cause" is that of the Outage
+    ///  - "back": they do again, after "seconds"; "missing" and "repair" are those of the Outage
+    ///  - "refused": the camera did not take what was asked of it
+    ///  - "restarted": the stream was stopped and started
+    ///  - "camera": anything else that a host wants to be known
+    std::string text;
+};
+
+} // namespace zrn
