@@ -1,14 +1,13 @@
 #pragma once
 
 #include "arguments.h"
+#include "common/interrupt.h"
 #include "exit_codes.h"
 #include "output.h"
 
 #include <functional>
 #include <string>
 #include <vector>
-
-class Interrupt;
 
 /// Options that every command knows.
 struct GlobalOptions {
@@ -30,7 +29,7 @@ struct GlobalOptions {
 struct Context {
     const GlobalOptions& options;
     Report& report;
-    Interrupt& interrupt;
+    zrnhost::Interrupt& interrupt;
     std::FILE* standardOutput; ///< where the command's file or frames go to it; null otherwise
     QString name = {};         ///< of the camera, where it is one of several; empty otherwise
 };

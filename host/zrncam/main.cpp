@@ -1,9 +1,9 @@
 #include "command_line.h"
+#include "common/interrupt.h"
 #include "common/library_noise.h"
 #include "common/virtual_run.h"
 #include "completion.h"
 #include "failures.h"
-#include "interrupt.h"
 #include "tool_error.h"
 
 #include <QCoreApplication>
@@ -44,7 +44,7 @@ ExitCode run(const Command& command, const GlobalOptions& options)
     if (options.areSeveral()) {
         report.setList({}); // also when it does not come to the first of them
     }
-    Interrupt interrupt;
+    zrnhost::Interrupt interrupt;
     Context context{options, report, interrupt, isTaken ? results : nullptr};
     const ExitCode exitCode =
         report.finish(reportFailures(report, [&] { return command.run(context); }));

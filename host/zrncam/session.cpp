@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include "progress.h"
+#include "common/progress.h"
 
 #include <algorithm>
 
@@ -61,7 +61,8 @@ zrn::SearchPatience Session::patience() const
 {
     zrn::SearchPatience patience;
     patience.onWaiting = [isQuiet = m_options.quiet](const zrn::Error& error) {
-        Progress(isQuiet).note(QStringLiteral("waiting: %1").arg(QString::fromUtf8(error.what())));
+        zrnhost::Progress(isQuiet).note(
+            QStringLiteral("waiting: %1").arg(QString::fromUtf8(error.what())));
     };
     return patience;
 }

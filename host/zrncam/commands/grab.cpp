@@ -2,9 +2,9 @@
 #include "client/stream.h"
 #include "commands/capture.h"
 #include "common/image_writer.h"
+#include "common/interrupt.h"
+#include "common/progress.h"
 #include "common/writer_pool.h"
-#include "interrupt.h"
-#include "progress.h"
 #include "tool_error.h"
 
 #include <QDateTime>
@@ -74,7 +74,7 @@ public:
     }
 
     /// Waits until all is written. @return empty, or why that failed
-    QString finish(Progress& progress)
+    QString finish(zrnhost::Progress& progress)
     {
         constexpr std::chrono::milliseconds glance(100);
         while (!m_pool.waitForAll(glance)) {
@@ -190,14 +190,14 @@ using FrameTaker = std::function<bool(const zrn::Frame&)>;
 
 /// Hands frames over until there are enough, or the user or whoever takes them has. @throws
 /// zrn::Error
-void grabFrames(const CameraPointer& camera, Context& context, quint64 wanted, Progress& progress,
-                GrabAccount& account, const FrameTaker& take)
+void grabFrames(const CameraPointer& camera, Context& context, quint64 wanted,
+                zrnhost::Progress& progress, GrabAccount& account, const FrameTaker& take)
 {
     constexpr std::chrono::milliseconds glance(100);
     zrn::StreamOptions streamOptions;
     streamOptions.policy = zrn::QueuePolicy::Block;
     zrn::Stream stream(camera, streamOptions);
-    const InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
+    const zrnhost::InterruptAction stopping(context.interrupt, [&stream] { stream.stop(); });
     quint64 timeouts = 0; // before the last frame
     while (account.frames < wanted) {
         progress.show(QStringLiteral("frame %1 of %2").arg(account.frames + 1).arg(wanted));
@@ -222,7 +222,7 @@ void grabFrames(const CameraPointer& camera, Context& context, quint64 wanted, P
 /// Grabs into files. What came before a failure is written all the same. @return empty, or why a
 /// file could not be written
 QString grabToFiles(const CameraPointer& camera, Context& context, const GrabOptions& options,
-                    Progress& progress, GrabAccount& account, std::exception_ptr& failure)
+                    zrnhost::Progress& progress, GrabAccount& account, std::exception_ptr& failure)
 {
     FrameFiles files(options, camera->facts());
     try {
@@ -258,7 +258,7 @@ ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOption
     static_cast<void>(camera->gain());
     QJsonObject& json = context.report.json();
     json[QLatin1String("camera")] = jsonOf(camera->facts());
-    Progress progress(context.options.quiet, context.name);
+    zrnhost::Progress progress(context.options.quiet, context.name);
     GrabAccount account;
     std::exception_ptr failure;
     QString notWritten;

@@ -1,7 +1,7 @@
 #include "client/bus_watch.h"
 #include "client/random_pause.h"
 #include "commands/capture.h"
-#include "interrupt.h"
+#include "common/interrupt.h"
 #include "session.h"
 
 #include <QJsonArray>
@@ -148,7 +148,7 @@ ExitCode watchBus(Context& context, zrn::Driver& driver)
     constexpr std::chrono::hours patience(1);
     std::map<std::string, QString> shown; // by place
     zrn::BusWatch watch(driver.bus());
-    const InterruptAction stopping(context.interrupt, [&watch] { watch.stop(); });
+    const zrnhost::InterruptAction stopping(context.interrupt, [&watch] { watch.stop(); });
     const auto tell = [&context](const char* event, const zrn::BusCamera& camera,
                                  const QString& line) {
         QJsonObject json = jsonOf(camera);

@@ -3,9 +3,9 @@
 #include "camera_task.h"
 #include "commands/capture.h"
 #include "common/frame_timing.h"
+#include "common/interrupt.h"
+#include "common/progress.h"
 #include "common/statistics.h"
-#include "interrupt.h"
-#include "progress.h"
 #include "tool_error.h"
 
 #include <QJsonArray>
@@ -45,7 +45,7 @@ struct StreamResult {
     }
 };
 
-void tell(Progress& progress, const zrn::StreamEvent& event)
+void tell(zrnhost::Progress& progress, const zrn::StreamEvent& event)
 {
     using Kind = zrn::StreamEvent::Kind;
     if (event.kind == Kind::Lost) {
@@ -82,7 +82,7 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
 {
     constexpr std::chrono::milliseconds progressPeriod(100);
     StreamResult result;
-    Progress progress(context.options.quiet, context.name);
+    zrnhost::Progress progress(context.options.quiet, context.name);
     zrn::StreamOptions streamOptions;
     streamOptions.policy = zrn::QueuePolicy::Block;
     streamOptions.keepAlive = options.keepAlive;

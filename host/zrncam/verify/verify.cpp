@@ -1,8 +1,8 @@
 #include "checks/contract_checks.h"
 #include "client/camera_object.h"
 #include "client/property_keys.h"
-#include "interrupt.h"
-#include "progress.h"
+#include "common/interrupt.h"
+#include "common/progress.h"
 #include "session.h"
 #include "tool_error.h"
 #include "verify/driver_checks.h"
@@ -51,8 +51,8 @@ QJsonObject rowJson(const CheckRow& row)
 }
 
 /// Runs the groups until the user has had enough.
-void runChecks(IFactory& factory, zrn::CameraObject& camera, const Interrupt& interrupt, bool quiet,
-               Account& account)
+void runChecks(IFactory& factory, zrn::CameraObject& camera, const zrnhost::Interrupt& interrupt,
+               bool quiet, Account& account)
 {
     const std::function<void()> groups[] = {
         [&] { ContractSpace::checkIdentity(*camera, account); },
@@ -68,7 +68,7 @@ void runChecks(IFactory& factory, zrn::CameraObject& camera, const Interrupt& in
         // Last, since the reset leaves the camera with settings of its own.
         [&] { checkReset(camera, account); },
     };
-    Progress progress(quiet);
+    zrnhost::Progress progress(quiet);
     for (const auto& group : groups) {
         progress.show(QStringLiteral("%1 checks").arg(account.rows().size()));
         if (interrupt.requested()) {

@@ -1,8 +1,10 @@
-#include "progress.h"
+#include "common/progress.h"
 
 #include <cstdio>
 #include <unistd.h>
 
+namespace zrnhost
+{
 namespace
 {
 
@@ -51,3 +53,5 @@ void Progress::clear()
         m_shown = false;
     }
 }
+
+} // namespace zrnhost

@@ -1,6 +1,4 @@
-#include "interrupt.h"
-
-#include "exit_codes.h"
+#include "common/interrupt.h"
 
 #include <chrono>
 #include <csignal>
@@ -10,6 +8,8 @@
 #include <system_error>
 #include <unistd.h>
 
+namespace zrnhost
+{
 namespace
 {
 
@@ -77,7 +77,7 @@ void Interrupt::watch()
             if (now - first < sameRequest) {
                 continue;
             }
-            ::_exit(static_cast<int>(ExitCode::Interrupted));
+            ::_exit(exitStatus);
         }
         first = now;
         // On a thread of its own, so that a second signal is noticed while the action runs.
@@ -92,3 +92,5 @@ void Interrupt::watch()
         actionThread.join();
     }
 }
+
+} // namespace zrnhost

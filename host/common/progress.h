@@ -3,6 +3,9 @@
 #include <QElapsedTimer>
 #include <QString>
 
+namespace zrnhost
+{
+
 /// What a running command tells on standard error, unless it is to be quiet.
 class Progress
 {
@@ -28,3 +31,5 @@ private:
     bool m_shown = false;
     QElapsedTimer m_sinceShown;
 };
+
+} // namespace zrnhost

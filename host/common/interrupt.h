@@ -6,6 +6,9 @@
 #include <mutex>
 #include <thread>
 
+namespace zrnhost
+{
+
 /// Turns Ctrl-C and SIGTERM into an orderly end. The signals are blocked and taken by a thread of
 /// this object, so that a stop action may do what a signal handler must not. A second signal ends
 /// the process at once, should the orderly end hang; one that follows within a second is taken for
@@ -18,12 +21,15 @@
 class Interrupt
 {
 public:
+    /// What a program ends with that a signal has ended.
+    static constexpr int exitStatus = 130;
+
     Interrupt();
     ~Interrupt();
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    bool requested() const { return m_requested.load(); }
+    [[nodiscard]] bool requested() const { return m_requested.load(); }
 
     /// Sets what a signal does for @p owner beside raising the flag; runs at once if it has come
     /// already. An empty function removes the action, waiting for one that is running.
@@ -56,3 +62,5 @@ public:
 private:
     Interrupt& m_interrupt;
 };
+
+} // namespace zrnhost
