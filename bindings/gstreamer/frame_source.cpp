@@ -231,8 +231,6 @@ void FrameSource::step()
         return;
     }
     if (m_isBeginning.exchange(false)) {
-        m_lastNumber.reset();
-        m_placedLosses = 0;
         m_position = runningTime(std::chrono::steady_clock::now());
         m_isAway = false;
         m_isDiscontinuous = true;
@@ -296,9 +294,10 @@ bool FrameSource::handle(const zrn::StreamEvent& event)
 void FrameSource::push(const zrn::Frame& frame)
 {
     const GstClockTime pts = runningTime(captureTime(frame));
-    const std::uint64_t missing = missingBefore(frame);
+    const std::uint64_t missing = std::uint64_t{frame.step.missing} + frame.dropped;
+    m_isDiscontinuous =
+        m_isDiscontinuous || missing > 0 || frame.step.restarted || frame.step.repeated;
     if (missing > 0) {
-        m_isDiscontinuous = true;
         postLoss(m_element, pts, toGst(m_period), m_pushed, missing);
     }
     if (GST_CLOCK_TIME_IS_VALID(pts)) {
@@ -394,26 +393,6 @@ void FrameSource::negotiate(Side& side)
     side.needsCopies = !takesAnyRows && hasUnusualRows(camera()->facts().width);
     gst_query_unref(query);
     gst_caps_unref(ofCamera);
-}
-
-/// Frames that the camera has counted and this frame's pad never got.
-std::uint64_t FrameSource::missingBefore(const zrn::Frame& frame)
-{
-    const std::uint32_t last = m_lastNumber.value_or(frame.step.number - 1);
-    const std::uint32_t skipped = frame.step.number - last - 1;
-    m_lastNumber = frame.step.number;
-    if (frame.step.restarted || frame.step.repeated) {
-        m_isDiscontinuous = true;
-        return 0;
-    }
-    // The step leaves out what the queue has dropped. Numbers do, but they also jump when
-    // their upper bytes become known.
-    const std::uint64_t unplaced = counters().lost.queue - m_placedLosses;
-    if (skipped <= frame.step.missing || unplaced == 0) {
-        return frame.step.missing;
-    }
-    m_placedLosses += std::min<std::uint64_t>(unplaced, skipped);
-    return skipped;
 }
 
 void FrameSource::finish(GstFlowReturn flow)

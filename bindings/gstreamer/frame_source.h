@@ -92,7 +92,6 @@ private:
     void bridge();
     void announce(Side& side);
     void negotiate(Side& side);
-    std::uint64_t missingBefore(const zrn::Frame& frame);
     void finish(GstFlowReturn flow);
     void rest();
     void sendEnd();
@@ -106,8 +105,6 @@ private:
 
     // Used by the task only, and while it stands still.
     std::array<Side, 2> m_sides;
-    std::optional<std::uint32_t> m_lastNumber;
-    std::uint64_t m_placedLosses = 0; ///< of the queue, that were told
     guint m_groupId = 0;
     std::uint64_t m_pushed = 0;
     bool m_isAway = false;

@@ -103,16 +103,18 @@ TEST(Soak, AccountsForEveryFrame)
     std::uint64_t received = 0;
     std::uint64_t missing = 0;
     std::uint64_t first = 0;
+    GstClockTime firstTime = 0;
     std::uint64_t last = 0;
     bool isEnding = false;
     while (const SamplePtr sample = pipeline.pull("a")) {
-        last = GST_BUFFER_OFFSET(gst_sample_get_buffer(sample.get()));
+        GstBuffer* const buffer = gst_sample_get_buffer(sample.get());
+        last = GST_BUFFER_OFFSET(buffer);
         first = received == 0 ? last : first;
+        firstTime = received == 0 ? GST_BUFFER_PTS(buffer) : firstTime;
         ++received;
         while (const MessagePtr loss = pipeline.message(GST_MESSAGE_QOS, 0ms)) {
-            guint64 dropped = 0;
-            gst_message_parse_qos_stats(loss.get(), nullptr, nullptr, &dropped);
-            missing += dropped;
+            const auto [time, count] = lossOf(loss.get());
+            missing += time > firstTime ? count : 0; // others were lost before the first frame
         }
         if (!isEnding && std::chrono::steady_clock::now() > end) {
             isEnding = gst_element_send_event(pipeline.get(), gst_event_new_eos());

@@ -120,3 +120,12 @@ std::string textOf(GstMessage* message)
     g_free(details);
     return text;
 }
+
+std::pair<GstClockTime, std::uint64_t> lossOf(GstMessage* message)
+{
+    guint64 time = 0;
+    guint64 dropped = 0;
+    gst_message_parse_qos(message, nullptr, &time, nullptr, nullptr, nullptr);
+    gst_message_parse_qos_stats(message, nullptr, nullptr, &dropped);
+    return {time, dropped};
+}

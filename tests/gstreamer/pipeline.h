@@ -1,9 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <gst/gst.h>
 #include <memory>
 #include <string>
+#include <utility>
 
 /// Gives back a reference to a message, sample, query or caps.
 struct Unref {
@@ -51,3 +53,6 @@ private:
 
 /// Text and details of an error or warning.
 std::string textOf(GstMessage* message);
+
+/// The running time and the count of a QoS message.
+std::pair<GstClockTime, std::uint64_t> lossOf(GstMessage* message);

@@ -13,6 +13,8 @@
 #include <gst/controller/gstdirectcontrolbinding.h>
 #include <gst/controller/gstinterpolationcontrolsource.h>
 #include <gst/video/video.h>
+#include <map>
+#include <optional>
 #include <random>
 #include <sys/wait.h>
 #include <thread>
@@ -455,11 +457,43 @@ TEST_F(Source, CountsWhatIsMissing)
     while (dropped < 10) { // a busy machine may have lost some of its own before
         const MessagePtr message(gst_bus_timed_pop_filtered(bus, 10 * GST_SECOND, GST_MESSAGE_QOS));
         ASSERT_TRUE(message);
-        gst_message_parse_qos_stats(message.get(), nullptr, nullptr, &dropped);
+        dropped = lossOf(message.get()).second;
     }
     EXPECT_EQ(dropped, skipped);
     gst_element_set_bus(source.element(), nullptr);
     gst_object_unref(bus);
+}
+
+/// Also where the numbers jump meanwhile, because their upper bytes become known: from 255 to 1024.
+TEST_F(Source, TellsBeforeEachFrameHowManyTheQueueDropped)
+{
+    camera.tell("frame-number", {{"number", std::int64_t{1000}}});
+    Pipeline pipeline("zrnsrc queue-policy=newest ! appsink name=a max-buffers=1");
+    pipeline.play();
+    std::map<GstClockTime, std::uint64_t> told;
+    std::optional<std::uint32_t> last;
+    std::uint64_t mostDropped = 0;
+    for (int i = 0; i < 6; ++i) {
+        const SamplePtr sample = pipeline.pull("a");
+        ASSERT_TRUE(sample);
+        GstBuffer* const buffer = gst_sample_get_buffer(sample.get());
+        const auto sent =
+            camera.sentFrame(static_cast<std::uint32_t>(GST_BUFFER_OFFSET(buffer)), 8);
+        ASSERT_TRUE(sent);
+        while (const MessagePtr message = pipeline.message(GST_MESSAGE_QOS, 0ms)) {
+            told.insert(lossOf(message.get()));
+        }
+        if (last) {
+            const std::uint64_t dropped = told[GST_BUFFER_PTS(buffer)];
+            EXPECT_EQ(dropped, sent->frameNumber - *last - 1);
+            mostDropped = std::max(mostDropped, dropped);
+        } else {
+            const std::uint64_t begun = camera.counter("framesStarted");
+            ASSERT_TRUE(camera.waitForCounter("framesStarted", begun + 60));
+        }
+        last = sent->frameNumber;
+    }
+    EXPECT_GE(mostDropped, 20U);
 }
 
 /// Rows that are no multiple of four bytes: GStreamer takes them for padded unless it is told
