@@ -9,14 +9,43 @@
 #include <QLibraryInfo>
 #include <QPluginLoader>
 
+#include <dlfcn.h>
 #include <filesystem>
+#include <link.h>
 
 namespace zrn
 {
 namespace
 {
 
+namespace fs = std::filesystem;
+
 constexpr const char* fileName = "libzrncamera.so";
+
+/// Folder of the library that this was linked into; empty where that is the program itself.
+fs::path ownLibraryFolder()
+{
+    Dl_info information{};
+    link_map* map = nullptr;
+    const bool isKnown =
+        ::dladdr1(fileName, &information, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) != 0;
+    if (!isKnown || map->l_name[0] == '\0') {
+        return {};
+    }
+    std::error_code error;
+    return fs::canonical(map->l_name, error).parent_path();
+}
+
+/// What the nearest folder of libraries above this one lies in; empty where there is none.
+fs::path prefixOf(fs::path folder)
+{
+    for (; folder.has_filename(); folder = folder.parent_path()) {
+        if (folder.filename() == "lib" || folder.filename() == "lib64") {
+            return folder.parent_path();
+        }
+    }
+    return {};
+}
 
 /// The metadata stores major and minor of the Qt version as 0x050f00.
 QString versionText(int packed)
@@ -34,7 +63,8 @@ bool builtForOtherQt(int packed)
 } // namespace
 
 std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
-                                              const std::string& executableFolder)
+                                              const std::string& executableFolder,
+                                              const std::string& libraryFolder)
 {
     std::vector<PluginCandidate> candidates;
     if (!chosen.empty()) {
@@ -45,10 +75,17 @@ std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
         candidates.push_back({std::string("environment variable ") + pluginVariable,
                               fromEnvironment.toStdString(), true});
     }
+    if (!libraryFolder.empty()) {
+        candidates.push_back(
+            {"build tree of the library", libraryFolder + "/../" + fileName, false});
+        if (const fs::path prefix = prefixOf(libraryFolder); !prefix.empty()) {
+            candidates.push_back(
+                {"installation of the library", prefix / ZRN_PLUGIN_BELOW_PREFIX, false});
+        }
+    }
     candidates.push_back({"build tree", executableFolder + "/../lib/" + fileName, false});
-    candidates.push_back({"installation",
-                          std::filesystem::path(executableFolder) / ZRN_PLUGIN_FROM_PROGRAMS,
-                          false});
+    candidates.push_back(
+        {"installation", fs::path(executableFolder) / ZRN_PLUGIN_FROM_PROGRAMS, false});
     candidates.push_back({"configured installation", ZRN_INSTALLED_PLUGIN, false});
 
     QStringList folders{QLibraryInfo::location(QLibraryInfo::PluginsPath)};
@@ -63,7 +100,7 @@ std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
     }
     // A relative path must not make Qt search its own folders for a file of that name.
     for (PluginCandidate& candidate : candidates) {
-        candidate.path = std::filesystem::absolute(candidate.path).lexically_normal().string();
+        candidate.path = fs::absolute(candidate.path).lexically_normal().string();
     }
     return candidates;
 }
@@ -71,15 +108,15 @@ std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
 std::vector<PluginCandidate> pluginCandidates(const std::string& chosen)
 {
     std::error_code error;
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
-    return pluginCandidates(chosen, program.parent_path().string());
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    return pluginCandidates(chosen, program.parent_path().string(), ownLibraryFolder().string());
 }
 
 PluginCandidate choosePlugin(const std::vector<PluginCandidate>& candidates)
 {
     for (const PluginCandidate& candidate : candidates) {
         std::error_code error;
-        if (candidate.required || std::filesystem::exists(candidate.path, error)) {
+        if (candidate.required || fs::exists(candidate.path, error)) {
             return candidate;
         }
     }

@@ -21,13 +21,18 @@ struct PluginCandidate {
 };
 
 /// Places to look for the plugin, in the order of preference: the user's choice, the environment,
-/// the build tree or the installation that @p executableFolder lies in, the folder that this
-/// library was configured to be installed with, the folders where Qt keeps its plugins.
+/// the build tree or the installation that @p libraryFolder lies in, those that
+/// @p executableFolder lies in, the folder that this library was configured to be installed with,
+/// the folders where Qt keeps its plugins.
 ///
-/// @param chosen path given by the user, or empty. Thread safety: reentrant, as all of this header.
+/// @param chosen path given by the user, or empty
+/// @param libraryFolder of the shared library that this code is in, as in the plugins of other
+/// programs; empty where it is in the program
+/// Thread safety: reentrant, as all of this header.
 std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
-                                              const std::string& executableFolder);
-/// The same for the folder of this program.
+                                              const std::string& executableFolder,
+                                              const std::string& libraryFolder = {});
+/// The same for the folders of this library and this program.
 std::vector<PluginCandidate> pluginCandidates(const std::string& chosen);
 
 /// The candidate to load: the first that is required or exists. An empty path when there is none.

@@ -59,6 +59,21 @@ TEST_F(PluginFile, TheInstallationBeatsOtherFolders)
     EXPECT_EQ(origins[3], "Qt plugin folder");
 }
 
+/// As the plugin of a program that belongs to another installation.
+TEST_F(PluginFile, TheInstallationOfTheLibraryBeatsThatOfTheProgram)
+{
+    std::vector<PluginCandidate> candidates =
+        pluginCandidates("", "/usr/bin", folder / "lib/machine/gstreamer-1.0");
+    ASSERT_GT(candidates.size(), 3U);
+    EXPECT_EQ(candidates[0].origin, "build tree of the library");
+    EXPECT_EQ(candidates[0].path, folder / "lib/machine/libzrncamera.so");
+    EXPECT_EQ(candidates[1].origin, "installation of the library");
+    EXPECT_EQ(candidates[2].origin, "build tree");
+
+    candidates = pluginCandidates("", "/usr/bin", folder / "plugins");
+    EXPECT_EQ(candidates[1].origin, "build tree") << "no folder of libraries above";
+}
+
 TEST_F(PluginFile, ANamedFileIsTakenEvenIfItIsMissing)
 {
     const PluginCandidate candidate = choose("missing.so");
