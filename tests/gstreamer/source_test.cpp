@@ -37,7 +37,11 @@ std::chrono::duration<double> timeOf(const auto& operation)
 class Source : public testing::Test
 {
 protected:
-    Source() { camera.restore(); }
+    Source()
+    {
+        camera.restore();
+        camera.tell("frame-number", {{"number", std::int64_t{0}}}); // which frames show in full
+    }
     ~Source() override { camera.restore(); }
 
     VirtualCamera camera;
