@@ -182,8 +182,10 @@ public:
     {
         constexpr std::chrono::milliseconds year = std::chrono::years(1); // the clock can add it
         std::unique_lock lock(m_mutex);
-        m_changed.wait_for(lock, std::min(longest, year),
-                           [this] { return !m_queue.empty() || m_isStopping; });
+        if (longest.count() > 0) { // a wait for no time asks the kernel all the same
+            m_changed.wait_for(lock, std::min(longest, year),
+                               [this] { return !m_queue.empty() || m_isStopping; });
+        }
         if (m_queue.empty()) {
             return std::nullopt;
         }
@@ -204,6 +206,11 @@ public:
         return event;
     }
 
+    bool isReady() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return !m_events.empty() || !m_queue.empty() || m_isStopping;
+    }
     bool isStopping() const
     {
         const std::lock_guard lock(m_mutex);
@@ -649,6 +656,11 @@ std::optional<Frame> Stream::next(std::chrono::milliseconds longest)
 std::optional<StreamEvent> Stream::nextEvent()
 {
     return m_core->nextEvent();
+}
+
+bool Stream::isReady() const
+{
+    return m_core->isReady();
 }
 
 void Stream::stop()

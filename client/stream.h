@@ -126,6 +126,9 @@ public:
     /// The oldest event that was not taken yet, without waiting; some hundred are kept.
     std::optional<StreamEvent> nextEvent();
 
+    /// Whether a frame or an event waits to be taken, or the stream has ended: what onReady tells.
+    [[nodiscard]] bool isReady() const;
+
     /// Ends the stream and wakes who waits for frames. Those in the queue stay.
     void stop();
     [[nodiscard]] bool isStopped() const;

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -22,6 +23,9 @@ namespace
 constexpr const char* driverCategory = "ZRNCamera";
 /// Lines that are kept until somebody takes them; then the oldest go.
 constexpr std::size_t mostLines = 1000;
+/// How long they are collected. The driver writes for each frame, and who takes the lines takes the
+/// interpreter from the thread that wants that frame.
+constexpr std::chrono::milliseconds collectingTime(100);
 
 /// A level of Python's logging, and a text.
 using Line = std::pair<int, std::string>;
@@ -33,20 +37,25 @@ class DriversLines
 public:
     void add(Line line)
     {
+        bool isFirst = false;
         {
             const std::lock_guard lock(m_mutex);
+            isFirst = m_lines.empty();
             if (m_lines.size() >= mostLines) {
                 m_lines.pop_front();
             }
             m_lines.push_back(std::move(line));
         }
-        m_changed.notify_one();
+        if (isFirst) {
+            m_changed.notify_one();
+        }
     }
-    /// Those that wait, once there are some; none when there will be no more.
+    /// Those that have been collected, once there are some; none when there will be no more.
     std::deque<Line> take()
     {
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [this] { return !m_lines.empty() || m_isEnded; });
+        m_changed.wait_for(lock, collectingTime, [this] { return m_isEnded; });
         return std::exchange(m_lines, {});
     }
     void end()

@@ -6,9 +6,8 @@
 #include "module.h"
 #include "waiting.h"
 
-#include <atomic>
 #include <cerrno>
-#include <mutex>
+#include <optional>
 #include <poll.h>
 #include <pybind11/stl.h>
 #include <sys/eventfd.h>
@@ -88,8 +87,12 @@ const char* nameOf(zrn::StreamEvent::Kind kind)
 class Stream
 {
 public:
-    Stream(const Camera& camera, const std::string& policy, std::size_t capacity, bool keepAlive)
-        : m_ends(camera.streamEnds())
+    /// @param timeout seconds that next() waits; none: @p slack and twice the exposure
+    Stream(const Camera& camera, const std::string& policy, std::size_t capacity, bool keepAlive,
+           std::optional<double> timeout, double slack)
+        : m_timeout(timeout)
+        , m_slack(slack)
+        , m_ends(camera.streamEnds())
         , m_stream(start(camera, policy, capacity, keepAlive))
     {
     }
@@ -103,34 +106,45 @@ public:
     Stream& operator=(const Stream&) = delete;
 
     /// A frame, an event, or None when there was neither for this long, or the stream has ended.
-    py::object next(double seconds)
+    /// @param seconds none: as long as patience() says
+    py::object next(std::optional<double> seconds)
     {
-        const auto end =
-            Clock::now() + std::chrono::duration<double>(std::min(seconds, longestWait));
+        std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        py::object item = stream ? take(*stream) : py::none();
+        if (!stream || !item.is_none()) {
+            return item;
+        }
+        const std::chrono::duration<double> longest(
+            std::min(seconds ? *seconds : patienceWith(*stream), longestWait));
+        const auto end = Clock::now() + longest;
         for (;;) {
-            std::shared_ptr<zrn::Stream> stream = m_stream.get();
-            if (!stream) {
-                return py::none();
-            }
-            py::object item = take(*stream);
-            if (!item.is_none()) {
-                return item;
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+            const bool isLast = left.count() <= 0 || stream->isStopped();
+            if (!isLast) {
+                stream.reset(); // whoever closes it ends it
+                unlocked([&] { m_bell->wait(std::min(left, waitSlice)); });
+                handleSignals();
+                stream = m_stream.get();
+                if (!stream) {
+                    return py::none();
+                }
             }
             m_bell->silence();
             item = take(*stream);
-            if (!item.is_none() || stream->isStopped()) {
-                m_bell->ring(); // there may be more, and the end is for all who wait
+            if (stream->isReady()) {
+                m_bell->ring(); // there is more, and the end is for all who wait
             }
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-            if (!item.is_none() || left.count() <= 0 || stream->isStopped()) {
+            if (!item.is_none() || isLast) {
                 return item;
             }
-            stream.reset(); // whoever closes it ends it
-            ++m_waiting;
-            unlocked([&] { m_bell->wait(std::min(left, waitSlice)); });
-            --m_waiting;
-            handleSignals();
         }
+    }
+
+    /// Seconds that next() waits unless it is told otherwise; 0 when the stream has ended.
+    [[nodiscard]] double patience() const
+    {
+        const std::shared_ptr<zrn::Stream> stream = m_stream.get();
+        return stream ? patienceWith(*stream) : 0.0;
     }
 
     void close()
@@ -151,12 +165,6 @@ public:
     {
         const std::shared_ptr<zrn::Stream> stream = m_stream.get();
         return !stream || stream->isStopped();
-    }
-    /// As Camera's; 0 when it has ended.
-    [[nodiscard]] std::int64_t knownExposure() const
-    {
-        const std::shared_ptr<zrn::Stream> stream = m_stream.get();
-        return stream ? stream->camera()->knownExposure().count() : 0;
     }
     /// Whether its camera does not answer; never, when it has ended.
     [[nodiscard]] bool isCameraGone() const
@@ -197,26 +205,23 @@ private:
     py::object take(zrn::Stream& stream)
     {
         if (auto event = stream.nextEvent()) {
-            tellOthers();
             return py::cast(std::move(*event));
         }
         if (auto frame = stream.next({})) {
-            tellOthers();
             return py::cast(std::make_unique<Frame>(std::move(*frame)));
         }
         return py::none();
     }
 
-    /// What was taken may not have been all, and the bell is silent.
-    void tellOthers() const
+    [[nodiscard]] double patienceWith(const zrn::Stream& stream) const
     {
-        if (m_waiting > 0) {
-            m_bell->ring();
-        }
+        const std::chrono::duration<double> exposure = stream.camera()->knownExposure();
+        return m_timeout.value_or(m_slack + 2 * exposure.count());
     }
 
     const std::shared_ptr<Bell> m_bell = std::make_shared<Bell>();
-    std::atomic<int> m_waiting = 0;
+    const std::optional<double> m_timeout; // seconds, as the next
+    const double m_slack;
     zrn::StreamCounters m_counters; // when it was closed
     const std::shared_ptr<StreamEnds> m_ends;
     ProcessBound<zrn::Stream> m_stream;
@@ -285,19 +290,21 @@ void addStreams(py::module_& module)
 {
     addEvents(module);
     py::class_<Stream>(module, "Stream", "A running stream.")
-        .def("next", &Stream::next, py::arg("seconds"))
+        .def("next", &Stream::next, py::arg("seconds") = py::none())
         .def("close", &Stream::close)
         .def("fileno", &Stream::file)
         .def_property_readonly("stopped", &Stream::isStopped)
-        .def_property_readonly("known_exposure", &Stream::knownExposure)
+        .def_property_readonly("patience", &Stream::patience)
         .def("camera_gone", &Stream::isCameraGone)
         .def_property_readonly("counters", &Stream::counters);
     module.def(
         "start_stream",
-        [](const Camera& camera, const std::string& policy, std::size_t capacity, bool keepAlive) {
-            return std::make_unique<Stream>(camera, policy, capacity, keepAlive);
+        [](const Camera& camera, const std::string& policy, std::size_t capacity, bool keepAlive,
+           std::optional<double> timeout, double slack) {
+            return std::make_unique<Stream>(camera, policy, capacity, keepAlive, timeout, slack);
         },
-        py::arg("camera"), py::arg("policy"), py::arg("capacity"), py::arg("keep_alive"));
+        py::arg("camera"), py::arg("policy"), py::arg("capacity"), py::arg("keep_alive"),
+        py::arg("timeout"), py::arg("slack"));
 }
 
 } // namespace zrnpy

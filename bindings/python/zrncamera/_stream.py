@@ -39,13 +39,21 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         _checks.one_of("policy", policy, get_args(Policy))
         self._policy = policy
         self._keep_alive = bool(keep_alive)
-        self._timeout = _checks.optional_seconds("timeout", timeout)
         self._closing: Optional[threading.Thread] = None
-        self._driver_wait = float(camera.property("MaxGrabWaitTime")) / 1000.0  # type: ignore[arg-type]
         self._serial = camera.serial
+        longest = _checks.optional_seconds("timeout", timeout)
+        if longest is None and self._keep_alive:
+            longest = _checks.EVER
+        driver_wait = float(camera.property("MaxGrabWaitTime")) / 1000.0  # type: ignore[arg-type]
         self._stream = _zrncamera.start_stream(
-            camera, policy, _checks.count("capacity", capacity, 1), self._keep_alive
+            camera,
+            policy,
+            _checks.count("capacity", capacity, 1),
+            self._keep_alive,
+            longest,
+            driver_wait + _SLACK,
         )
+        self._take = cast(Callable[[], Optional[Item]], self._stream.next)
 
     def next(self, timeout: Optional[float] = None) -> Optional[Item]:
         """The next frame, or event of a stream that is kept alive; None when the stream has ended.
@@ -55,12 +63,10 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         GrabTimeout: there was none for so long. CameraGone: the camera does not answer any more,
         for which it is asked after a wait of 0.2 s or longer.
         """
-        seconds = self._seconds(_checks.optional_seconds("timeout", timeout))
+        seconds = _checks.optional_seconds("timeout", timeout)
         item = cast(Optional[Item], self._stream.next(seconds))
-        if item is None and not self._stream.stopped:
-            failure = self._failure(seconds)
-            if not self._stream.stopped:  # it may have ended meanwhile
-                raise failure
+        if item is None:
+            self._tell_failure(seconds)
         return item
 
     def close(self) -> None:
@@ -98,14 +104,12 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         for item in self:
             function(item)
 
-    def _seconds(self, timeout: Optional[float]) -> float:
-        if timeout is None:
-            timeout = self._timeout
-        if timeout is not None:
-            return timeout
-        if self._keep_alive:
-            return _checks.EVER
-        return self._driver_wait + 2e-6 * self._stream.known_exposure + _SLACK
+    def _tell_failure(self, seconds: Optional[float]) -> None:
+        """Raises what a wait was in vain for, unless the stream has ended."""
+        if not self._stream.stopped:
+            failure = self._failure(self._stream.patience if seconds is None else seconds)
+            if not self._stream.stopped:  # meanwhile
+                raise failure
 
     def _failure(self, seconds: float) -> Exception:
         if seconds >= _GLANCE and not self._keep_alive and self._stream.camera_gone():
@@ -130,8 +134,9 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         return self
 
     def __next__(self) -> Item:
-        item = self.next()
+        item = self._take()
         if item is None:
+            self._tell_failure(None)
             raise StopIteration
         return item
 
@@ -139,7 +144,7 @@ class Stream(Iterator[Item], AsyncIterator[Item]):
         return self
 
     async def __anext__(self) -> Item:
-        seconds = self._seconds(None)
+        seconds = self._stream.patience
         loop = asyncio.get_running_loop()
         end = loop.time() + seconds
         while True:
