@@ -1,14 +1,15 @@
 #include "client/error.h"
 #include "client/recording.h"
-#include "common/image_writer.h"
+#include "recording/exporter.h"
+#include "recording/formats.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -20,16 +21,19 @@ namespace
 {
 
 using zrn::Error;
-using zrn::Frame;
 using zrn::Recording;
 
 constexpr int exitUsage = 2;
 
 struct Options {
     std::string path;
-    std::string folder = ".";
+    std::string target;
+    std::string format = "png";
+    std::string codec = "ffv1";
+    std::string images; ///< a letter; empty: all
     int first = 0;
-    int count = -1;
+    int count = std::numeric_limits<int>::max();
+    int every = 1;
     bool raw = false;
 };
 
@@ -82,47 +86,63 @@ int verify(const Options& options)
     return damaged.empty() && recording.isComplete() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-void exportFrame(const Options& options, const QJsonObject& metadata, int position,
-                 const Frame& frame)
+/// The way to write that the options ask for. @throws Error
+zrnrec::ExportFormat formatOf(const Options& options)
 {
-    for (const zrn::Image& image : frame.images()) {
-        const QString path = QStringLiteral("%1/%2_%3_%4.%5")
-                                 .arg(QString::fromLocal8Bit(options.folder.c_str()))
-                                 .arg(position, 6, 10, QLatin1Char('0'))
-                                 .arg(frame.step.number)
-                                 .arg(QLatin1Char(image.letter))
-                                 .arg(options.raw ? QStringLiteral("raw") : QStringLiteral("png"));
-        const QString problem =
-            options.raw
-                ? zrnhost::writeRaw(path, image)
-                : zrnhost::writePng(
-                      path, image, frame.width, frame.height,
-                      {{QStringLiteral("Serial"), metadata[QLatin1String("serial")].toString()},
-                       {QStringLiteral("Image"), QString(QLatin1Char(image.letter))},
-                       {QStringLiteral("Frame number"), QString::number(frame.step.number)},
-                       {QStringLiteral("Arrival"),
-                        QStringLiteral("%1 ns").arg(
-                            std::chrono::nanoseconds(frame.arrival.time_since_epoch()).count())}});
-        if (!problem.isEmpty()) {
-            throw Error(Error::Kind::Recording, "NotWritable", problem.toStdString());
-        }
+    if (options.raw) {
+        return {"", "", zrnrec::ExportFormat::Takes::Anything, zrnrec::makeImageFolder, ""};
     }
+    const auto& formats = zrnrec::exportFormats();
+    const auto format = std::ranges::find(formats, options.format, &zrnrec::ExportFormat::name);
+    if (!format->make) {
+        throw Error(Error::Kind::Recording, "NotBuilt",
+                    "this zrnrec writes no " + format->name + ": it was built without " +
+                        format->missing);
+    }
+    return *format;
 }
 
 int exportFrames(const Options& options)
 {
-    const Recording recording(options.path);
-    if (!QDir().mkpath(QString::fromLocal8Bit(options.folder.c_str()))) {
-        throw Error(Error::Kind::Recording, "NotWritable",
-                    "the folder " + options.folder + " cannot be made");
+    const zrnhost::Interrupt interrupt;
+    zrnhost::Progress progress(false);
+    zrnrec::ExportRequest request;
+    request.recording = options.path;
+    request.target = options.target;
+    request.format = formatOf(options);
+    request.codec = options.codec == "h264" ? zrnrec::VideoCodec::H264 : zrnrec::VideoCodec::Ffv1;
+    request.first = options.first;
+    request.every = options.every;
+    request.count = options.count;
+    request.letter = options.images.empty() ? '\0' : options.images.front();
+    const zrnrec::ExportResult result = zrnrec::exportRecording(request, interrupt, progress);
+
+    const bool isFolder = request.format.suffix.empty();
+    if (!isFolder && (request.target.empty() || result.files.size() > 1)) {
+        for (const std::string& file : result.files) {
+            printLine(QString::fromLocal8Bit(file.c_str()));
+        }
     }
-    const int available = std::max(recording.frameCount() - options.first, 0);
-    const int count = options.count < 0 ? available : std::min(options.count, available);
-    for (int position = options.first; position < options.first + count; ++position) {
-        exportFrame(options, metadataOf(recording), position, recording.frame(position));
+    QString summary = QStringLiteral("%1 frames exported").arg(result.frames);
+    if (result.damaged > 0) {
+        summary += QStringLiteral(", %1 damaged").arg(result.damaged);
     }
-    printLine(QStringLiteral("%1 frames exported").arg(count));
-    return EXIT_SUCCESS;
+    if (result.without > 0) {
+        summary += QStringLiteral(", %1 without image %2")
+                       .arg(result.without)
+                       .arg(QString::fromStdString(options.images));
+    }
+    printLine(summary);
+    if (result.isInterrupted) {
+        progress.note(QStringLiteral("zrnrec: interrupted%1")
+                          .arg(isFolder ? QString()
+                                        : QStringLiteral("; the file that was begun is removed")));
+        return zrnhost::Interrupt::exitStatus;
+    }
+    if (result.files.empty()) {
+        progress.note(QStringLiteral("zrnrec: there is nothing to write a file of"));
+    }
+    return result.damaged > 0 || result.files.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 } // namespace
@@ -142,13 +162,30 @@ int main(int argc, char** argv)
     };
     CLI::App* info = addCommand("info", "Print what the recording holds, as JSON");
     CLI::App* check = addCommand("verify", "Read every frame; fails if one is damaged");
-    CLI::App* images = addCommand("export", "Write the images as files");
-    images->add_option("-o,--output", options.folder, "Folder to write to")->type_name("DIR");
+    CLI::App* images = addCommand("export", "Write frames for other programs");
+    images
+        ->add_option("-o,--output", options.target,
+                     "File to write, or folder for png (default: in the current folder)")
+        ->type_name("TARGET");
+    std::vector<std::string> formats;
+    std::ranges::transform(zrnrec::exportFormats(), std::back_inserter(formats),
+                           &zrnrec::ExportFormat::name);
+    CLI::Option* const to =
+        images->add_option("--to", options.format, "What to write (default: png)")
+            ->check(CLI::IsMember(formats));
     images->add_option("--first", options.first, "Frame to start with, from 0")
         ->check(CLI::Range(0, std::numeric_limits<int>::max()));
     images->add_option("-n,--count", options.count, "How many frames (default: all)")
         ->check(CLI::Range(0, std::numeric_limits<int>::max()));
-    images->add_flag("--raw", options.raw, "Pixels and trailer instead of PNG");
+    images->add_option("--every", options.every, "Only each N-th frame")
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()))
+        ->type_name("N");
+    images->add_option("--images", options.images, "Only these images of each frame")
+        ->check(CLI::IsMember({"A", "B"}));
+    images->add_option("--codec", options.codec, "Of mkv: lossless, or small (default: ffv1)")
+        ->check(CLI::IsMember({"ffv1", "h264"}));
+    images->add_flag("--raw", options.raw, "Pixels and trailer of each image instead of PNG")
+        ->excludes(to);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -166,6 +203,9 @@ int main(int argc, char** argv)
         return exitCode;
     } catch (const Error& error) {
         std::fprintf(stderr, "zrnrec: %s\n", error.what());
+        if (!error.remedy().empty()) {
+            std::fprintf(stderr, "        %s\n", error.remedy().c_str());
+        }
         return EXIT_FAILURE;
     } catch (const std::bad_alloc&) {
         std::fprintf(stderr, "zrnrec: %s: too little memory for its frames\n",

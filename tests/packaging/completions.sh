@@ -63,7 +63,7 @@ for shell in bash fish zsh; do
     expect "$shell" 'zrncam command ' ClearState
     expect "$shell" 'zrncam settings ' save load
     expect "$shell" 'zrnrec v' verify
-    expect "$shell" 'zrnrec export --co' --count
+    expect "$shell" 'zrnrec export --co' --codec --count
     expect "$shell" 'zrnview --stop' --stopped
     expect "$shell" 'zrnsim --camera double' double-1308x1991 double-640x960
     expect "$shell" 'zrnsim --list' --list-models

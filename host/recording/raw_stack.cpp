@@ -1,0 +1,97 @@
+#include "client/error.h"
+#include "common/file_writer.h"
+#include "recording/formats.h"
+#include "recording/target_file.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+namespace zrnrec
+{
+namespace
+{
+
+class RawStack : public ExportTarget
+{
+public:
+    explicit RawStack(const ExportJob& job)
+        : m_job(job)
+        , m_file(job.path)
+    {
+    }
+
+    void write(const ExportFrame& frame) override
+    {
+        for (const zrn::Image& image : frame.frame.images()) {
+            m_file.write(image.pixels());
+        }
+        QJsonObject json;
+        for (const FrameColumn& column : frameColumns()) {
+            if (const FrameFacts::Value value = column.valueOf(frame.facts)) {
+                json[nameOf(column)] = static_cast<qint64>(*value);
+            }
+        }
+        m_frames.append(json);
+    }
+
+    void finish() override
+    {
+        m_file.commit();
+        const QString path = QString::fromLocal8Bit((m_file.path() + ".json").c_str());
+        const QString failure = zrnhost::writeFile(path, QJsonDocument(description()).toJson());
+        if (!failure.isEmpty()) {
+            throw zrn::Error(zrn::Error::Kind::Recording, "NotWritable", failure.toStdString());
+        }
+    }
+
+private:
+    static QString nameOf(const FrameColumn& column)
+    {
+        using Unit = FrameColumn::Unit;
+        const char* const unit = column.unit == Unit::Nanoseconds || column.unit == Unit::Date
+                                     ? "_ns"
+                                 : column.unit == Unit::Microseconds ? "_us"
+                                                                     : "";
+        return QLatin1String(column.name) + QLatin1String(unit);
+    }
+
+    [[nodiscard]] QJsonObject description() const
+    {
+        const Stack& stack = m_job.stack;
+        QJsonArray images;
+        for (const char letter : stack.letters) {
+            images.append(QString(QLatin1Char(letter)));
+        }
+        QJsonArray notes;
+        for (const NoteFacts& note : m_job.recording.notes) {
+            notes.append(QJsonObject{{QStringLiteral("time_ns"), static_cast<qint64>(note.time)},
+                                     {QStringLiteral("note"), note.content}});
+        }
+        return {
+            {QStringLiteral("type"), QStringLiteral("uint8")},
+            {QStringLiteral("shape"),
+             QJsonArray{m_frames.size(), images.size(), static_cast<qint64>(stack.height),
+                        static_cast<qint64>(stack.width)}},
+            {QStringLiteral("axes"), QJsonArray{QStringLiteral("frame"), QStringLiteral("image"),
+                                                QStringLiteral("row"), QStringLiteral("column")}},
+            {QStringLiteral("images"), images},
+            {QStringLiteral("recording"), QString::fromStdString(m_job.recording.file)},
+            {QStringLiteral("metadata"), m_job.recording.metadata},
+            {QStringLiteral("notes"), notes},
+            {QStringLiteral("frames"), m_frames},
+        };
+    }
+
+    const ExportJob m_job;
+    TargetFile m_file;
+    QJsonArray m_frames;
+};
+
+} // namespace
+
+std::unique_ptr<ExportTarget> makeRawStack(const ExportJob& job)
+{
+    return std::make_unique<RawStack>(job);
+}
+
+} // namespace zrnrec
