@@ -30,7 +30,8 @@ CLI::App& addSubcommand(CLI::App& app, const char* name, const char* description
                         const char* example);
 
 /// @param names  the spellings of an option, "-n,--frames", or the name of an argument
-/// @param value  int, double, std::string, or an optional int, unsigned int or unsigned short
+/// @param value  int, double, std::string, or an optional int, double, unsigned int or unsigned
+/// short
 template <typename Value>
 void addArgument(CLI::App& command, const char* names, Value& value, const char* description,
                  const ArgumentRules& rules = {});

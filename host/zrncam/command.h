@@ -42,6 +42,7 @@ struct Command {
     /// Where its file or its frames go, if it has an option for that: to standard output if it is
     /// "-" or that one's name, and the report to standard error.
     std::function<std::string()> output = {};
+    bool takesTriggers = false; ///< SIGUSR1 is one, and does not end it
 };
 
 Command addList(CLI::App& app);
@@ -50,6 +51,7 @@ Command addExposure(CLI::App& app);
 Command addGain(CLI::App& app);
 Command addGrab(CLI::App& app);
 Command addStream(CLI::App& app);
+Command addRecord(CLI::App& app);
 Command addGet(CLI::App& app);
 Command addSet(CLI::App& app);
 Command addProperties(CLI::App& app);

@@ -341,6 +341,8 @@ template void addArgument(CLI::App&, const char*, double&, const char*, const Ar
 template void addArgument(CLI::App&, const char*, std::string&, const char*, const ArgumentRules&);
 template void addArgument(CLI::App&, const char*, std::optional<int>&, const char*,
                           const ArgumentRules&);
+template void addArgument(CLI::App&, const char*, std::optional<double>&, const char*,
+                          const ArgumentRules&);
 template void addArgument(CLI::App&, const char*, std::optional<unsigned int>&, const char*,
                           const ArgumentRules&);
 template void addArgument(CLI::App&, const char*, std::optional<unsigned short>&, const char*,
@@ -360,10 +362,10 @@ CommandLine::CommandLine()
     app.require_subcommand(1);
     app.fallthrough();
     addGlobalOptions(app, m_options);
-    m_commands = {addList(app),       addInfo(app),     addExposure(app),      addGain(app),
-                  addGrab(app),       addStream(app),   addGet(app),           addSet(app),
-                  addProperties(app), addSettings(app), addDriverCommand(app), addDoctor(app),
-                  addVerify(app)};
+    m_commands = {addList(app),   addInfo(app),       addExposure(app), addGain(app),
+                  addGrab(app),   addStream(app),     addRecord(app),   addGet(app),
+                  addSet(app),    addProperties(app), addSettings(app), addDriverCommand(app),
+                  addDoctor(app), addVerify(app)};
 }
 
 CommandLine::~CommandLine() = default;

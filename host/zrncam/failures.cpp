@@ -9,8 +9,15 @@ namespace
 
 ExitCode exitCodeFor(const zrn::Error& error)
 {
-    if (error.kind() != zrn::Error::Kind::Refused) {
-        return error.kind() == zrn::Error::Kind::Plugin ? ExitCode::Plugin : ExitCode::NoCamera;
+    switch (error.kind()) {
+    case zrn::Error::Kind::Plugin:
+        return ExitCode::Plugin;
+    case zrn::Error::Kind::NoCamera:
+        return ExitCode::NoCamera;
+    case zrn::Error::Kind::Recording:
+        return ExitCode::Output;
+    case zrn::Error::Kind::Refused:
+        break;
     }
     switch (error.code()) {
     case ErrorCode::SerialNotFound:

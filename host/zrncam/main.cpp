@@ -5,6 +5,7 @@
 #include "completion.h"
 #include "failures.h"
 #include "tool_error.h"
+#include "triggers.h"
 
 #include <QCoreApplication>
 
@@ -43,6 +44,9 @@ ExitCode run(const Command& command, const GlobalOptions& options)
     Report report(options.json, isTaken ? stderr : results);
     if (options.areSeveral()) {
         report.setList({}); // also when it does not come to the first of them
+    }
+    if (command.takesTriggers) {
+        Triggers::blockSignal();
     }
     zrnhost::Interrupt interrupt;
     Context context{options, report, interrupt, isTaken ? results : nullptr};

@@ -53,7 +53,7 @@ void addY4mOption(CLI::App& command, bool& value)
     addFlag(command, "--y4m", value, "With -o -: as YUV4MPEG2, which video players read");
 }
 
-void addCaptureOptions(CLI::App& command, CaptureOptions& options)
+void addSettingOptions(CLI::App& command, CaptureOptions& options)
 {
     addArgument(command, "--exposure", options.exposure,
                 "Set the exposure time first: microseconds, or with a unit, as in 2ms",
@@ -65,6 +65,11 @@ void addCaptureOptions(CLI::App& command, CaptureOptions& options)
                 {.valueName = "TIME",
                  .unit = Unit::Milliseconds,
                  .range = std::pair(1, std::numeric_limits<int>::max())});
+}
+
+void addCaptureOptions(CLI::App& command, CaptureOptions& options)
+{
+    addSettingOptions(command, options);
     addFlag(command, "--newest", options.newest,
             "Take the newest frame and drop older ones, instead of the oldest first");
 }

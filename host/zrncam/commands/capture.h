@@ -28,6 +28,9 @@ void checkPipe(const zrnhost::FramePipe& pipe);
 
 void addY4mOption(CLI::App& command, bool& value);
 
+/// Exposure, gain and wait.
+void addSettingOptions(CLI::App& command, CaptureOptions& options);
+/// These, and the order of the frames.
 void addCaptureOptions(CLI::App& command, CaptureOptions& options);
 
 /// Sets the camera up. @throws zrn::Error

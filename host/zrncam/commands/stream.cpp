@@ -2,6 +2,7 @@
 
 #include "camera_task.h"
 #include "commands/capture.h"
+#include "commands/outages.h"
 #include "common/frame_timing.h"
 #include "common/interrupt.h"
 #include "common/progress.h"
@@ -44,20 +45,6 @@ struct StreamResult {
         return std::ranges::all_of(outages, &zrn::Outage::isMissingExact);
     }
 };
-
-void tell(zrnhost::Progress& progress, const zrn::StreamEvent& event)
-{
-    using Kind = zrn::StreamEvent::Kind;
-    if (event.kind == Kind::Lost) {
-        progress.note(QStringLiteral("no frames since %1 s: camera %2")
-                          .arg(event.outage.begin, 0, 'f', 2)
-                          .arg(QLatin1String(zrn::nameOf(event.outage.cause))));
-    } else if (event.kind == Kind::Refused) {
-        progress.note(QString::fromStdString(event.reason));
-    } else {
-        progress.note(QStringLiteral("outage %1").arg(QString::fromStdString(event.outage.text())));
-    }
-}
 
 /// Whether the frames ended before the stream did. A pause at the end may be twice as long as the
 /// frames are apart, or as the exposure; a busy machine needs a second.
@@ -108,7 +95,7 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
             break;
         }
         while (const std::optional<zrn::StreamEvent> event = stream.nextEvent()) {
-            tell(progress, *event);
+            progress.note(textOf(*event));
             result.timing = zrnhost::FrameTiming();
         }
         progress.show(QStringLiteral("%1 s of %2 s, %3 frames, %4 missing")
@@ -130,17 +117,6 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
     result.counters = stream.counters();
     result.outages = stream.outages();
     return result;
-}
-
-QJsonObject jsonOf(const zrn::Outage& outage)
-{
-    return {{QStringLiteral("begin"), outage.begin},
-            {QStringLiteral("seconds"), outage.seconds},
-            {QStringLiteral("cause"), QLatin1String(zrn::nameOf(outage.cause))},
-            {QStringLiteral("repair"), QLatin1String(zrn::nameOf(outage.repair))},
-            {QStringLiteral("missing"), static_cast<qint64>(outage.missing)},
-            {QStringLiteral("missingIsExact"), outage.isMissingExact},
-            {QStringLiteral("renumbered"), outage.isRenumbered}};
 }
 
 double millisecondsOf(std::chrono::nanoseconds duration)
@@ -230,7 +206,7 @@ void report(Report& report, const StreamResult& result)
     QJsonArray outages;
     for (const zrn::Outage& outage : result.outages) {
         report.line(QStringLiteral("outage"), QString::fromStdString(outage.text()));
-        outages.append(jsonOf(outage));
+        outages.append(::jsonOf(outage));
     }
 
     QJsonObject& json = report.json();
