@@ -222,8 +222,9 @@ CameraRecorderProgress CameraRecorder::progress() const
         progress.frames = m_doneFrames;
         progress.missing = m_doneMissing + m_partMissing;
         progress.queueLosses = m_dropped;
-        progress.queuedBytes = m_isRecording ? m_bytes : 0;
+        progress.queuedBytes = m_session->plan().waitsForTrigger && !m_isRecording ? 0 : m_bytes;
         progress.sets = m_set + (m_isRecording ? 1 : 0);
+        progress.doneSets = m_parts.size();
         progress.isWaiting = m_session->plan().waitsForTrigger && !m_isRecording && !m_isDone;
         progress.isShortened = m_isShortened;
         progress.isDone = m_isDone;
@@ -314,7 +315,7 @@ void CameraRecorder::takeUp(std::unique_lock<std::mutex>& lock)
 void CameraRecorder::write(Item item)
 {
     if (item.frame) {
-        noteTriggers();
+        noteTriggers(m_set, item.mark.arrival);
         writeFrame(std::move(*item.frame), item.mark);
         lookForRemoval();
     } else if (m_files.empty()) {
@@ -453,10 +454,12 @@ void CameraRecorder::lookForRemoval()
     }
 }
 
-void CameraRecorder::noteTriggers()
+/// Notes the triggers of the set that came before this.
+void CameraRecorder::noteTriggers(std::size_t set, Clock::time_point before)
 {
-    const std::vector<Clock::time_point> triggers = m_session->triggersOf(m_set);
-    for (; m_notedTriggers < triggers.size(); ++m_notedTriggers) {
+    const std::vector<Clock::time_point> triggers = m_session->triggersOf(set);
+    for (; m_notedTriggers < triggers.size() && triggers[m_notedTriggers] < before;
+         ++m_notedTriggers) {
         RecordingNote note = noteNow({{QStringLiteral("event"), QStringLiteral("camera")},
                                       {QStringLiteral("what"), QStringLiteral("trigger")}});
         note.time = triggers[m_notedTriggers];
@@ -480,6 +483,7 @@ void CameraRecorder::endSet()
             std::ranges::find_if(m_items, [](const Item& item) { return item.frame.has_value(); });
         dropped = next == m_items.end() ? m_dropped : next->mark.lost.queue;
     }
+    noteTriggers(set, Clock::time_point::max());
     while (!m_files.empty()) {
         closeFile();
     }

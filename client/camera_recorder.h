@@ -20,6 +20,7 @@ struct CameraRecorderProgress {
     std::uint64_t queuedBytes = 0; ///< waiting to be written
     std::int64_t freeBytes = 0;    ///< left on the disk
     std::size_t sets = 0;          ///< that this camera has begun
+    std::size_t doneSets = 0;      ///< of these, complete ones
     bool isWaiting = false;        ///< for a trigger
     bool isShortened = false;      ///< the memory does not hold all that is wanted before a trigger
     bool isDone = false;           ///< nothing more will be written
@@ -98,7 +99,7 @@ private:
     void closeFile();
     void forget(File& file) const;
     void lookForRemoval();
-    void noteTriggers();
+    void noteTriggers(std::size_t set, Clock::time_point before);
     void endSet();
     void fail(const std::string& why);
 

@@ -204,8 +204,9 @@ bool RecordingSession::isOver(std::size_t set, Count& count, Clock::time_point s
         count = {since, 0};
     }
     const bool isNextDue = set + 1 < m_sets.size() && time > m_sets[set + 1].triggers.front();
+    const bool isAfter = current.triggers.empty() || time > since;
     const bool hasEnded = (m_plan.duration && time - since > *m_plan.duration) ||
-                          (m_plan.frames && count.frames >= *m_plan.frames && time > since);
+                          (m_plan.frames && count.frames >= *m_plan.frames && isAfter);
     current.hasEnded = current.hasEnded || hasEnded;
     return hasEnded || isNextDue;
 }

@@ -73,6 +73,14 @@ void ToolRun::send(int signal)
     ::kill(static_cast<pid_t>(m_process.processId()), signal);
 }
 
+void ToolRun::write(const QByteArray& text)
+{
+    EXPECT_EQ(m_process.write(text), text.size());
+    while (m_process.bytesToWrite() > 0) {
+        ASSERT_TRUE(m_process.waitForBytesWritten(longestRunMs));
+    }
+}
+
 void ToolRun::waitForError(const char* text)
 {
     m_process.setReadChannel(QProcess::StandardError);

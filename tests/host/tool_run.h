@@ -37,6 +37,8 @@ public:
     void startUntilGrab(int number);
     void interrupt() { send(SIGINT); }
     void send(int signal);
+    /// Writes to its standard input.
+    void write(const QByteArray& text);
     /// Waits until it has written a text to standard error.
     void waitForError(const char* text);
     bool isRunning() { return !m_process.waitForFinished(0); }

@@ -160,8 +160,9 @@ TEST(ZrncamUsage, NumbersAreJudgedInWords)
 
 TEST(ZrncamUsage, EveryCommandsHelpShowsTheCommonOptionsAndAnExample)
 {
-    for (const char* command : {"list", "info", "exposure", "gain", "grab", "stream", "get", "set",
-                                "properties", "settings", "command", "doctor", "verify"}) {
+    for (const char* command :
+         {"list", "info", "exposure", "gain", "grab", "stream", "record", "get", "set",
+          "properties", "settings", "command", "doctor", "verify"}) {
         const QByteArray help = ToolRun::of({command, "--help"}).output;
         EXPECT_TRUE(help.contains("\n  --json ")) << help.constData();
         EXPECT_TRUE(help.contains("\n  --serial SERIAL")) << help.constData();

@@ -1,3 +1,4 @@
+#include "client/recording.h"
 #include "tool_run.h"
 #include "virtual_camera.h"
 
@@ -11,6 +12,7 @@
 #include <QThread>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <system_error>
 
@@ -24,8 +26,8 @@ ToolResult runVirtually(const QStringList& arguments)
     return ToolRun(arguments).set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH)).finish();
 }
 
-/// The camera of a run that has this folder for its temporary files.
-VirtualCamera cameraOfRunIn(const QString& folder)
+/// A camera of a run that has this folder for its temporary files.
+VirtualCamera cameraOfRunIn(const QString& folder, std::size_t index = 0)
 {
     const QDeadlineTimer end(60000);
     while (!end.hasExpired()) {
@@ -33,7 +35,7 @@ VirtualCamera cameraOfRunIn(const QString& folder)
                              QDirIterator::Subdirectories);
         if (sockets.hasNext()) {
             try {
-                return VirtualCamera(sockets.next().toStdString());
+                return VirtualCamera(sockets.next().toStdString(), index);
             } catch (const std::system_error&) { // nobody listens yet
             }
         }
@@ -262,6 +264,116 @@ TEST(ZrncamVirtual, CtrlCEndsTheStreamInOrder)
     EXPECT_EQ(result.exitCode, 130) << result.errors.constData();
     EXPECT_GT(result.json()[QLatin1String("frames")].toInt(), 0);
     EXPECT_GT(result.json()[QLatin1String("reportedRate")].toDouble(), 0.0);
+}
+
+/// Numbers of the frames that have left a camera as a whole, in their order.
+std::vector<std::uint32_t> numbersSentBy(const VirtualCamera& camera)
+{
+    std::vector<std::uint32_t> numbers;
+    for (const SentFrame& frame : camera.sentFrames()) {
+        if (frame.complete) {
+            numbers.push_back(static_cast<std::uint32_t>(frame.request.frameNumber));
+        }
+    }
+    return numbers;
+}
+
+/// Numbers of the frames in the one file of a camera's report.
+std::vector<std::uint32_t> numbersRecorded(const QJsonObject& camera)
+{
+    const QJsonArray sets = camera[QLatin1String("sets")].toArray();
+    const QJsonArray files = sets[0][QLatin1String("files")].toArray();
+    EXPECT_EQ(files.size(), 1);
+    const zrn::Recording recording(files[0][QLatin1String("path")].toString().toStdString());
+    EXPECT_TRUE(recording.isComplete());
+    EXPECT_EQ(recording.frameCount(), camera[QLatin1String("frames")].toInt());
+    std::vector<std::uint32_t> numbers;
+    for (int i = 0; i < recording.frameCount(); ++i) {
+        numbers.push_back(recording.frame(i).step.number);
+    }
+    return numbers;
+}
+
+/// How recorded frames lie among those that were sent.
+struct Comparison {
+    std::ptrdiff_t found = 0; ///< in the order in which they were sent
+    std::ptrdiff_t lost = 0;  ///< sent between two that were found
+    std::ptrdiff_t left = 0;  ///< sent after the last one that was found
+};
+
+Comparison compare(const std::vector<std::uint32_t>& recorded,
+                   const std::vector<std::uint32_t>& sent)
+{
+    Comparison comparison;
+    auto next = sent.begin();
+    for (const std::uint32_t number : recorded) {
+        // Of the first numbers no more is certain than their low bits.
+        const auto place = std::find_if(next, sent.end(), [number](std::uint32_t other) {
+            return ((number ^ other) & 0xff) == 0;
+        });
+        if (place == sent.end()) {
+            break;
+        }
+        comparison.lost += comparison.found > 0 ? place - next : 0;
+        ++comparison.found;
+        next = place + 1;
+    }
+    comparison.left = sent.end() - next;
+    return comparison;
+}
+
+TEST(ZrncamVirtual, RecordsTwoCamerasOneOfWhichIsUnpluggedTwice)
+{
+    const QTemporaryDir folder;
+    const QTemporaryDir recordings;
+    const QString model = QStringLiteral("type2,sizes=320x240,rate=20,serial=%1");
+    ToolRun run({"record", "--all", "-o", recordings.path(), "--json"});
+    run.set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH))
+        .set("TMPDIR", folder.path())
+        .under({ZRNSIM_PATH, "--camera", model.arg(7), "--camera", model.arg(8), "--"})
+        .start();
+    VirtualCamera stays = cameraOfRunIn(folder.path());
+    VirtualCamera leaves = cameraOfRunIn(folder.path(), 1);
+    constexpr std::uint64_t some = 15;
+    EXPECT_TRUE(stays.waitForCounter("framesSent", some));
+    EXPECT_TRUE(leaves.waitForCounter("framesSent", some));
+    leaves.unplug();
+    run.waitForError("camera gone");
+    leaves.restore();
+    run.waitForError("repair: reconnected");
+    EXPECT_TRUE(leaves.waitForCounter("framesSent", leaves.counter("framesSent") + some));
+    leaves.unplug(); // for good
+    EXPECT_TRUE(stays.waitForCounter("framesSent", stays.counter("framesSent") + 2 * some));
+    const std::vector<std::uint32_t> sent = numbersSentBy(stays);
+    const std::vector<std::uint32_t> sentByOther = numbersSentBy(leaves);
+    run.interrupt();
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 130) << result.errors.constData();
+    const QJsonArray cameras = result.list();
+    ASSERT_EQ(cameras.size(), 2) << result.output.constData();
+
+    // What the first camera sent since its first recorded frame is recorded, or counted as missing.
+    const QJsonObject first = cameras[0].toObject();
+    EXPECT_EQ(first[QLatin1String("exitCode")].toInt(), 130);
+    EXPECT_TRUE(first[QLatin1String("outages")].toArray().isEmpty());
+    const std::vector<std::uint32_t> recorded = numbersRecorded(first);
+    ASSERT_FALSE(recorded.empty());
+    const int missing = first[QLatin1String("missing")].toInt();
+    EXPECT_EQ(recorded.size() + static_cast<std::size_t>(missing),
+              recorded.back() - recorded.front() + 1);
+    const Comparison inLog = compare(recorded, sent);
+    EXPECT_LE(inLog.lost + inLog.left, missing);
+    EXPECT_GE(inLog.found, std::ptrdiff_t{2 * some} - missing);
+
+    // The other one's are those that it sent, in their order, before and after the unplugging.
+    const QJsonObject second = cameras[1].toObject();
+    EXPECT_EQ(second[QLatin1String("exitCode")].toInt(), 6);
+    EXPECT_EQ(second[QLatin1String("error")][QLatin1String("message")].toString(),
+              QStringLiteral("the camera was lost and did not return"));
+    EXPECT_EQ(second[QLatin1String("outages")].toArray().size(), 2);
+    const std::vector<std::uint32_t> others = numbersRecorded(second);
+    EXPECT_EQ(compare(others, sentByOther).found, static_cast<std::ptrdiff_t>(others.size()));
+    EXPECT_GT(others.size(), some);
 }
 
 TEST(ZrncamVirtual, AWatchTellsWhoComesAndGoes)

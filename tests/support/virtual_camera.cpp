@@ -17,10 +17,16 @@ VirtualCamera::VirtualCamera(std::size_t index)
 {
 }
 
-VirtualCamera::VirtualCamera(const std::string& controlSocket)
-    : m_index(0)
+VirtualCamera::VirtualCamera(const std::string& controlSocket, std::size_t index)
+    : m_socket(controlSocket)
+    , m_index(index)
     , m_client(controlSocket)
 {
+}
+
+VirtualCamera VirtualCamera::connectAgain() const
+{
+    return m_socket.empty() ? VirtualCamera(m_index) : VirtualCamera(m_socket, m_index);
 }
 
 void VirtualCamera::tell(const std::string& command, const Fields& fields)
@@ -100,7 +106,7 @@ std::vector<SentFrame> VirtualCamera::sentFrames(std::uint64_t since) const
 {
     std::vector<SentFrame> frames;
     // Over a connection of its own, with which the memory for a long answer goes.
-    const json answer = VirtualCamera(m_index).ask("frames", {{"since", since}});
+    const json answer = connectAgain().ask("frames", {{"since", since}});
     for (const json& frame : answer.at("frames")) {
         const json& taken = frame.at("taken");
         frames.push_back({.request = zrnsim::parseFrameRequest(frame),

@@ -34,8 +34,8 @@ public:
     using Fields = std::vector<std::pair<std::string, Value>>;
 
     explicit VirtualCamera(std::size_t index = 0);
-    /// The first camera of another process, whose control socket this is.
-    explicit VirtualCamera(const std::string& controlSocket);
+    /// A camera of another process, whose control socket this is.
+    explicit VirtualCamera(const std::string& controlSocket, std::size_t index = 0);
 
     /// Carries out a command of the control socket. @throws std::runtime_error when refused
     void tell(const std::string& command, const Fields& fields = {});
@@ -64,6 +64,10 @@ public:
     std::optional<zrnsim::FrameRequest> sentFrame(std::uint32_t lowNumber, unsigned knownBits);
 
 private:
+    /// Another connection to the same camera.
+    [[nodiscard]] VirtualCamera connectAgain() const;
+
+    std::string m_socket; ///< empty: that of the environment
     std::size_t m_index;
     zrnsim::ControlClient m_client;
 };

@@ -275,17 +275,32 @@ public:
             m_recording.progress.note(m_name, QStringLiteral("the disk is too slow: frames are "
                                                              "lost"));
         }
-        if (m_recording.session->plan().waitsForTrigger && state.sets > m_toldSets) {
-            m_toldSets = state.sets;
-            m_recording.progress.note(m_name, QStringLiteral("set %1").arg(m_toldSets));
+        if (m_recording.session->plan().waitsForTrigger) {
+            tellSets(state);
         }
         m_recording.progress.show(m_name, state);
     }
 
 private:
+    void tellSets(const zrn::CameraRecorderProgress& state)
+    {
+        while (m_toldDone < state.sets) {
+            if (m_toldBegun == m_toldDone) {
+                ++m_toldBegun;
+                m_recording.progress.note(m_name, QStringLiteral("set %1 begins").arg(m_toldBegun));
+            }
+            if (m_toldDone == state.doneSets) {
+                return;
+            }
+            ++m_toldDone;
+            m_recording.progress.note(m_name, QStringLiteral("set %1 is complete").arg(m_toldDone));
+        }
+    }
+
     Recording& m_recording;
     const QString m_name;
-    std::size_t m_toldSets = 0;
+    std::size_t m_toldBegun = 0; ///< sets
+    std::size_t m_toldDone = 0;  ///< likewise
     bool m_toldWaiting = false;
     bool m_toldShortened = false;
     bool m_toldSlow = false;
