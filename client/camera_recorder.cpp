@@ -344,7 +344,8 @@ void CameraRecorder::writeFrame(Frame frame, const Mark& mark)
     file.imageBytes += size;
     file.marks.push_back(mark);
     forget(file);
-    ++m_count.frames;
+    const bool counts = !m_session->plan().waitsForTrigger || mark.arrival > m_count.since;
+    m_count.frames += counts ? 1U : 0U;
     m_lastTaken = mark;
     if (!m_firstWritten) {
         m_firstWritten = mark;

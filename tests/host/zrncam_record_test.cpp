@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
 #include <gtest/gtest.h>
@@ -418,4 +419,39 @@ TEST_F(ZrncamRecord, WrongOptionsAreRefusedBeforeACameraIsOpened)
         EXPECT_FALSE(result.errorMessage().isEmpty());
     }
     EXPECT_EQ(ToolRun::of({"record", "-o", "/proc/recordings"}).exitCode, 7);
+}
+
+TEST_F(ZrncamRecord, TheDocumentHasEveryOptionAndItsExamplesRun)
+{
+    QFile file(QStringLiteral(DOCUMENTS_DIR "/recording.md"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QString document = QString::fromUtf8(file.readAll());
+    const QString help = QString::fromUtf8(ToolRun::of({"record", "--help"}).output);
+    QRegularExpression option("^  (?:-\\w,)?(--[\\w-]+)", QRegularExpression::MultilineOption);
+    auto options = option.globalMatch(help.left(help.indexOf(QLatin1String("Options of every"))));
+    EXPECT_TRUE(options.hasNext());
+    while (options.hasNext()) {
+        const QString name = options.next().captured(1);
+        EXPECT_TRUE(name == QLatin1String("--help") || document.contains('`' + name + ' '))
+            << name.toStdString();
+    }
+
+    const QRegularExpression row("^\\| `-.*\\| `zrncam (record .*)` \\|$",
+                                 QRegularExpression::MultilineOption);
+    int count = 0;
+    for (auto rows = row.globalMatch(document); rows.hasNext(); ++count) {
+        const QString example = rows.next().captured(1);
+        ToolRun run(example.split(' '));
+        run.under({"env", "-C", folder.path()}).startUntilGrab(3);
+        if (example.contains(QLatin1String("--before"))) {
+            run.waitForError("waiting for a trigger");
+            run.write("\n");
+            run.waitForError("set 1 begins");
+        }
+        run.interrupt();
+        const ToolResult result = run.finish();
+        EXPECT_TRUE(result.exitCode == 130 || result.exitCode == 0)
+            << example.toStdString() << result.errors.constData();
+    }
+    EXPECT_EQ(count, document.count(QLatin1String("| `-")));
 }

@@ -3,8 +3,8 @@
 #include "commands/capture.h"
 #include "commands/outages.h"
 #include "common/camera_settings.h"
-#include "interrupt.h"
-#include "progress.h"
+#include "common/interrupt.h"
+#include "common/progress.h"
 #include "tool_error.h"
 #include "triggers.h"
 
@@ -208,7 +208,7 @@ private:
 
     const Clock::time_point m_start = Clock::now();
     std::mutex m_mutex; // guards what follows
-    Progress m_progress;
+    zrnhost::Progress m_progress;
     std::map<QString, zrn::CameraRecorderProgress> m_states;
     std::pair<Clock::time_point, std::uint64_t> m_older{m_start, 0};
     std::pair<Clock::time_point, std::uint64_t> m_newer{m_start, 0};
@@ -343,6 +343,7 @@ StreamEnd streamInto(zrn::CameraRecorder& recorder, const CameraPointer& camera,
         teller.tell(recorder.progress());
     }
     recorder.finish();
+    teller.tell(recorder.progress());
     return end;
 }
 
