@@ -330,6 +330,9 @@ TEST_F(StreamTest, CallbacksTakeTheFrames)
     Stream stream(camera, options);
     ASSERT_TRUE(waitFor([&] { return frames >= 5; }));
     EXPECT_FALSE(stream.next(0ms));
+    EXPECT_FALSE(stream.isReady());
+    stream.stop();
+    EXPECT_TRUE(stream.isReady());
 }
 
 TEST_F(StreamTest, TellsOfFramesAndOfItsEnd)
@@ -339,6 +342,7 @@ TEST_F(StreamTest, TellsOfFramesAndOfItsEnd)
     options.onReady = [&told] { ++told; };
     Stream stream(camera, options);
     EXPECT_TRUE(waitFor([&] { return told > 0; }));
+    EXPECT_TRUE(stream.isReady());
     EXPECT_TRUE(stream.next(0ms));
     stream.stop();
     told = 0;
@@ -356,6 +360,7 @@ TEST_F(StreamTest, TellsOfEvents)
     device->silent = true;
     Stream stream(camera, options);
     EXPECT_TRUE(waitFor([&] { return isTold.load(); }));
+    EXPECT_TRUE(stream.isReady());
     EXPECT_TRUE(stream.nextEvent());
 }
 
