@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace zrnhost
 {
@@ -37,21 +38,83 @@ double Line::slopeError() const
     return std::sqrt(residual / static_cast<double>(m_count - 2) / m_varianceX);
 }
 
-void FrameTiming::addFrame(const zrn::Frame& frame)
+void DelayedClock::add(double host, double clock)
 {
-    if (frame.step.restarted) {
-        *this = FrameTiming();
+    Window window{static_cast<std::int64_t>(host / m_width), host, clock};
+    if (!m_windows.empty() && window.index <= m_windows.back().index) {
+        keepSooner(m_windows.back(), window);
+        return;
     }
-    const zrn::FrameTimes& times = frame.times;
-    if (!m_hasFrames) {
-        m_start = times.firstPayload;
-    } else if (!frame.step.repeated) {
-        m_framesOfCamera += frame.step.missing + 1.0;
-        if (frame.step.missing == 0) {
-            m_intervals.add(times.firstPayload - m_lastFirstPayload);
+    if (m_windows.size() == mostWindows) {
+        doubleWidth();
+        add(host, clock);
+        return;
+    }
+    if (const Line known = line(); known.count() >= fewestWindows) {
+        constexpr double muchInAWindow = 1e-4;
+        if (!m_rate && std::abs(known.slope() - 1.0) > muchInAWindow) {
+            m_windows.clear(); // chosen by the drift rather than by the delay
+        }
+        m_rate = known.slope();
+    }
+    m_windows.push_back(window);
+}
+
+void DelayedClock::keepSooner(Window& window, const Window& other) const
+{
+    const auto lateness = [this](const Window& of) {
+        return of.host - of.clock / m_rate.value_or(1.0);
+    };
+    if (lateness(other) < lateness(window)) {
+        window.host = other.host;
+        window.clock = other.clock;
+    }
+}
+
+void DelayedClock::doubleWidth()
+{
+    m_width *= 2;
+    std::vector<Window> wider;
+    for (Window& window : m_windows) {
+        window.index /= 2;
+        if (!wider.empty() && wider.back().index == window.index) {
+            keepSooner(wider.back(), window);
+        } else {
+            wider.push_back(window);
         }
     }
-    m_hasFrames = true;
+    m_windows = std::move(wider);
+}
+
+Line DelayedClock::line() const
+{
+    Line line;
+    for (std::size_t i = 0; i + 1 < m_windows.size(); ++i) {
+        line.add(m_windows[i].host, m_windows[i].clock);
+    }
+    return line;
+}
+
+void FrameTiming::addFrame(const zrn::Frame& frame)
+{
+    const bool isNumbered = m_grabs.count() > 0 && !frame.step.repeated;
+    const bool hadOneNumber = !m_hasNumbers && m_grabs.count() > 1;
+    if (frame.step.restarted || (isNumbered && hadOneNumber)) {
+        *this = FrameTiming();
+    }
+    m_hasNumbers = m_hasNumbers || isNumbered;
+    const zrn::FrameTimes& times = frame.times;
+    const bool isFirst = m_grabs.count() == 0;
+    const bool isCounted = !isFirst && !(frame.step.repeated && m_hasNumbers);
+    const bool isNext = isCounted && frame.step.missing == 0;
+    if (isFirst) {
+        m_start = times.firstPayload;
+    } else if (isCounted) {
+        m_framesOfCamera += frame.step.missing + 1.0;
+    }
+    if (isNext) {
+        m_intervals.add(times.firstPayload - m_lastFirstPayload);
+    }
     m_lastFirstPayload = times.firstPayload;
     m_source = std::min(m_source, times.source);
     m_arrivals.add(m_framesOfCamera, duration<double>(times.firstPayload - m_start).count());
@@ -60,28 +123,45 @@ void FrameTiming::addFrame(const zrn::Frame& frame)
         m_handOvers.add(times.handOver - times.lastPayload);
     }
     m_grabs.add(frame.arrival - times.handOver);
-    addClock(times);
+    addClock(times, isNext);
 }
 
-void FrameTiming::addClock(const zrn::FrameTimes& times)
+void FrameTiming::addClock(const zrn::FrameTimes& times, bool isNext)
 {
-    if (!times.sent || times.cameraHz == 0) {
+    const std::optional<std::uint32_t>& clock = times.sent ? times.sent : times.captured;
+    if (!clock || times.cameraHz == 0 || (m_clockIsSent && !times.sent)) {
+        m_isClockOfLastFrame = false;
         return;
     }
+    const auto seconds = [&times](auto ticks) {
+        return duration<double>(static_cast<double>(ticks) / times.cameraHz);
+    };
+    const auto ofClock = [&seconds](auto ticks) {
+        return duration_cast<nanoseconds>(seconds(ticks));
+    };
+    if (times.sent && times.captured) {
+        m_capturedToSent.add(ofClock(static_cast<std::int32_t>(*times.sent - *times.captured)));
+    }
+    const bool isOther = m_clockIsSent != times.sent.has_value();
     const std::uint32_t advance =
-        *times.sent - m_lastClock.value_or(*times.sent); // in 32 bits, so that a wrap is none
-    const double seconds = duration<double>(times.firstPayload - m_start).count();
-    const double advanceOfHost = m_lastClock ? seconds - m_lastClockSeconds : 0.0;
+        *clock - m_lastClock.value_or(*clock); // in 32 bits, so that a wrap is none
+    const double host = duration<double>(times.firstPayload - m_start).count();
+    const double advanceOfHost = m_lastClock ? host - m_lastClockSeconds : 0.0;
     constexpr double busyMachine = 1.0;
-    if (std::abs(static_cast<double>(advance) / times.cameraHz - advanceOfHost) > busyMachine) {
-        m_clocks = Line(); // set anew, or wrapped unseen
+    if (isOther || std::abs(seconds(advance).count() - advanceOfHost) > busyMachine) {
+        m_clocks = DelayedClock(); // set anew, or wrapped unseen
         m_clock = 0;
     } else {
         m_clock += advance;
+        if (times.sent && isNext && m_isClockOfLastFrame) {
+            m_sentIntervals.add(ofClock(advance));
+        }
     }
-    m_lastClock = times.sent;
-    m_lastClockSeconds = seconds;
-    m_clocks.add(seconds, static_cast<double>(m_clock) / times.cameraHz);
+    m_isClockOfLastFrame = true;
+    m_clockIsSent = times.sent.has_value();
+    m_lastClock = clock;
+    m_lastClockSeconds = host;
+    m_clocks.add(host, seconds(m_clock).count());
 }
 
 Durations FrameTiming::jitter() const
@@ -89,13 +169,20 @@ Durations FrameTiming::jitter() const
     return m_intervals.distancesFrom(duration_cast<nanoseconds>(duration<double>(period())));
 }
 
+Durations FrameTiming::cameraJitter() const
+{
+    constexpr double median = 50;
+    return m_sentIntervals.distancesFrom(m_sentIntervals.percentile(median));
+}
+
 std::optional<FrameTiming::Drift> FrameTiming::drift() const
 {
     constexpr double million = 1e6;
-    if (m_clocks.count() < 3) {
+    const Line line = m_clocks.line();
+    if (line.count() < DelayedClock::fewestWindows) {
         return std::nullopt;
     }
-    return Drift{(m_clocks.slope() - 1.0) * million, m_clocks.slopeError() * million};
+    return Drift{(line.slope() - 1.0) * million, line.slopeError() * million};
 }
 
 } // namespace zrnhost

@@ -157,7 +157,7 @@ TEST(ZrncamVirtual, ASingleImageIsLetteredByTheSensorCount)
 TEST(ZrncamVirtual, StreamsAndMeasures)
 {
     const ToolResult result =
-        runVirtually({"--virtual=type1,sizes=320x240", "stream", "--seconds", "2", "--json"});
+        runVirtually({"--virtual=type1,sizes=320x240", "stream", "--seconds", "12", "--json"});
     EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
     const QJsonObject json = result.json();
     EXPECT_GT(json[QLatin1String("frames")].toInt(), 5);
@@ -170,6 +170,9 @@ TEST(ZrncamVirtual, StreamsAndMeasures)
     EXPECT_NEAR(times[QLatin1String("periodMs")].toDouble(), 1000.0 / 30, 2.0);
     EXPECT_GT(times[QLatin1String("transferMs")][QLatin1String("p50")].toDouble(-1), 0.0);
     EXPECT_GT(times[QLatin1String("jitterMs")][QLatin1String("max")].toDouble(-1), 0.0);
+    EXPECT_EQ(times[QLatin1String("frames")].toInt(), json[QLatin1String("frames")].toInt());
+    EXPECT_TRUE(times[QLatin1String("cameraJitterMs")].isObject());
+    EXPECT_GT(times[QLatin1String("capturedToSentMs")][QLatin1String("p50")].toDouble(-1), 0.0);
     // Its clock is the machine's.
     const QJsonObject drift = times[QLatin1String("drift")].toObject();
     EXPECT_NEAR(drift[QLatin1String("ppm")].toDouble(1e9), 0.0, 20'000.0);

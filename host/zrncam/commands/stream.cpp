@@ -143,11 +143,15 @@ QJsonObject jsonOf(const zrnhost::Durations& durations)
 void reportTiming(Report& report, const zrnhost::FrameTiming& timing)
 {
     const zrnhost::Durations jitter = timing.jitter();
-    QJsonObject json{{QStringLiteral("source"), QLatin1String(zrn::nameOf(timing.source()))},
+    const auto frames = static_cast<qint64>(timing.frames());
+    QJsonObject json{{QStringLiteral("frames"), frames},
+                     {QStringLiteral("source"), QLatin1String(zrn::nameOf(timing.source()))},
                      {QStringLiteral("periodMs"), timing.period() * 1000},
                      {QStringLiteral("jitterMs"), jsonOf(jitter)},
                      {QStringLiteral("drift"), QJsonValue()}};
-    report.line(QStringLiteral("times of"), QLatin1String(zrn::nameOf(timing.source())));
+    report.line(QStringLiteral("times of"), QStringLiteral("%1, %2 frames")
+                                                .arg(QLatin1String(zrn::nameOf(timing.source())))
+                                                .arg(frames));
     report.line(QStringLiteral("period"),
                 QStringLiteral("%1 ms").arg(timing.period() * 1000, 0, 'f', 4));
     report.line(QStringLiteral("jitter"), percentilesOf(jitter));
@@ -156,6 +160,14 @@ void reportTiming(Report& report, const zrnhost::FrameTiming& timing)
         report.line(QStringLiteral("hand-over"), percentilesOf(timing.handOvers()));
         json[QLatin1String("transferMs")] = jsonOf(timing.transfers());
         json[QLatin1String("handOverMs")] = jsonOf(timing.handOvers());
+    }
+    if (const zrnhost::Durations cameraJitter = timing.cameraJitter(); cameraJitter.count() > 0) {
+        report.line(QStringLiteral("camera's jitter"), percentilesOf(cameraJitter));
+        json[QLatin1String("cameraJitterMs")] = jsonOf(cameraJitter);
+    }
+    if (timing.capturedToSent().count() > 0) {
+        report.line(QStringLiteral("capture-to-sent"), percentilesOf(timing.capturedToSent()));
+        json[QLatin1String("capturedToSentMs")] = jsonOf(timing.capturedToSent());
     }
     if (const auto drift = timing.drift()) {
         report.line(QStringLiteral("drift"),
@@ -200,7 +212,7 @@ void report(Report& report, const StreamResult& result)
                                                     .arg(milliseconds(50), 0, 'f', 2)
                                                     .arg(milliseconds(99), 0, 'f', 2)
                                                     .arg(milliseconds(100), 0, 'f', 2));
-    if (account.frames() > 1) {
+    if (result.timing.frames() > 1) {
         reportTiming(report, result.timing);
     }
     QJsonArray outages;
