@@ -38,9 +38,23 @@ WallClock::Reading WallClock::read(Kind kind)
     return best;
 }
 
+nanoseconds WallClock::Reading::distance() const
+{
+    return other - monotonic.time_since_epoch();
+}
+
+bool WallClock::isSetBetween(const Reading& one, const Reading& other)
+{
+    return std::chrono::abs(other.distance() - one.distance()) > one.error + other.error;
+}
+
 void WallClock::note(const Reading& reading)
 {
-    m_readings[m_count++ % capacity] = reading;
+    constexpr std::chrono::seconds pause(1);
+    const bool replacesNewest = m_count > 1 && at(0).monotonic - at(1).monotonic < pause &&
+                                !isSetBetween(at(1), at(0)) && !isSetBetween(at(0), reading);
+    m_count += replacesNewest ? 0 : 1;
+    m_readings[(m_count - 1) % capacity] = reading;
 }
 
 const WallClock::Reading& WallClock::at(std::size_t age) const
@@ -60,15 +74,12 @@ std::optional<WallTime> WallClock::map(time_point time) const
     }
     const Reading& before = at(age);
     const Reading& after = at(age > 0 && before.monotonic <= time ? age - 1 : age);
-    const auto distance = [](const Reading& reading) {
-        return reading.other - reading.monotonic.time_since_epoch();
-    };
     const bool isAfterNearer = after.monotonic - time < time - before.monotonic;
     const Reading& nearest = isAfterNearer ? after : before;
-    const nanoseconds step = std::chrono::abs(distance(after) - distance(before));
-    const bool isSet = step > before.error + after.error;
-    return WallTime{time.time_since_epoch() + distance(nearest),
-                    isSet ? step + nearest.error : std::max(before.error, after.error)};
+    const nanoseconds step = std::chrono::abs(after.distance() - before.distance());
+    return WallTime{time.time_since_epoch() + nearest.distance(),
+                    isSetBetween(before, after) ? step + nearest.error
+                                                : std::max(before.error, after.error)};
 }
 
 std::optional<SystemClock> SystemClock::ask()

@@ -32,6 +32,8 @@ public:
         time_point monotonic;
         std::chrono::nanoseconds other{};
         std::chrono::nanoseconds error{}; ///< of their distance, either way
+
+        [[nodiscard]] std::chrono::nanoseconds distance() const;
     };
 
     enum class Kind {
@@ -41,6 +43,8 @@ public:
     /// Reads both clocks, some times over, and answers the reading that took the shortest.
     static Reading read(Kind kind);
 
+    /// Takes a reading later than those before. Of readings that agree, one in a second or so is
+    /// kept, and the newest.
     void note(const Reading& reading);
 
     /// @return nothing while there is no reading
@@ -50,6 +54,8 @@ private:
     /// A reading per second: four minutes.
     static constexpr std::size_t capacity = 256;
 
+    /// Whether they differ by more than their errors.
+    static bool isSetBetween(const Reading& one, const Reading& other);
     [[nodiscard]] const Reading& at(std::size_t age) const; ///< 0 is the newest
 
     std::array<Reading, capacity> m_readings{};

@@ -86,6 +86,25 @@ TEST(WallClockTest, OldReadingsGoAndTheirTimesAreMappedByTheOldestLeft)
     EXPECT_EQ(mapped(clock, 1s), 1s + 1000h + 745s);
 }
 
+TEST(WallClockTest, ReadingsThatFollowFastTakeNoOthersPlace)
+{
+    constexpr auto step = 150s;
+    constexpr auto end = 300s;
+    WallClock clock;
+    for (std::chrono::milliseconds time = 10s; time <= end; time += 10ms) {
+        clock.note(reading(time, time < step ? 1000h : 1001h));
+    }
+    for (const nanoseconds before : {nanoseconds(10s), nanoseconds(60s), nanoseconds(148s)}) {
+        EXPECT_EQ(mapped(clock, before), before + 1000h);
+        EXPECT_EQ(errorOf(clock, before), 50ns);
+    }
+    EXPECT_GE(errorOf(clock, step - 5ms), 1h) << "nobody knows whether it was before the step";
+    for (const nanoseconds after : {nanoseconds(step + 1s), nanoseconds(end)}) {
+        EXPECT_EQ(mapped(clock, after), after + 1001h);
+        EXPECT_EQ(errorOf(clock, after), 50ns);
+    }
+}
+
 TEST(WallClockTest, ReadsTheSystemsClocks)
 {
     timespec before{};
