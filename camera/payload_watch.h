@@ -9,5 +9,8 @@
 // Who sees the payloads of streams. Defined by the library that the camera class becomes a part of.
 
 /// Has the frames of the stream that starts next on this handle noted, where their payloads are
-/// seen and libuvc's numbers for them are known. Thread-safe.
-void watchPayloads(uvc_device_handle_t* handle, std::shared_ptr<StreamTimes> times);
+/// seen. Thread-safe.
+///
+/// @param control what the stream will be started with
+void watchPayloads(uvc_device_handle_t* handle, const uvc_stream_ctrl_t& control,
+                   std::shared_ptr<StreamTimes> times);

@@ -133,7 +133,7 @@ void CZRNCamera::expectStream(const DeviceAccess& device, std::size_t frameSize)
         m_wholeFrames.reset();
     }
     if (times && device.handle()) {
-        watchPayloads(device.handle(), std::move(times));
+        watchPayloads(device.handle(), *m_streamCtrl, std::move(times));
     }
 }
 

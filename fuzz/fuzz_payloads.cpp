@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <fuzzer/FuzzedDataProvider.h>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -15,11 +16,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     constexpr std::size_t longestPayload = 32;
     FuzzedDataProvider input(data, size);
     usbguards::PayloadMeter meter;
-    usbguards::FrameBoundaries boundaries;
+    // libuvc 0.0.7 ends a frame of the announced size; 0.0.6 takes what comes.
+    constexpr std::size_t largestFrame = 256;
+    std::optional<std::size_t> limit;
+    if (input.ConsumeBool()) {
+        limit = input.ConsumeIntegralInRange<std::size_t>(0, largestFrame);
+    }
+    usbguards::FrameBoundaries boundaries(limit.value_or(usbguards::FrameBoundaries::unlimited));
     std::vector<std::pair<std::uint32_t, std::size_t>> expected;
-    FrameModel libuvc([&expected](const FrameModel::Held& frame) {
-        expected.emplace_back(frame.sequence, frame.bytes.size());
-    });
+    FrameModel libuvc(
+        [&expected](const FrameModel::Held& frame) {
+            expected.emplace_back(frame.sequence, frame.bytes.size());
+        },
+        limit);
 
     std::int64_t now = 0;
     std::int64_t lastEnd = 0;

@@ -52,15 +52,20 @@ void keepLibraryLoaded()
     usbguards::stayLoaded();
 }
 
-void watchPayloads(uvc_device_handle_t* handle, std::shared_ptr<StreamTimes> times)
+void watchPayloads(uvc_device_handle_t* handle, const uvc_stream_ctrl_t& control,
+                   std::shared_ptr<StreamTimes> times)
 {
     Installation& installation = Installation::instance();
     const auto usbHandleOf = installation.usbHandleGetter();
-    if (!usbHandleOf || installation.libuvcEndsFullFrames()) {
+    if (!usbHandleOf) {
         return;
+    }
+    usbguards::StreamWatch watch{std::move(times)};
+    if (installation.libuvcEndsFullFrames()) {
+        watch.frameLimit = control.dwMaxVideoFrameSize;
     }
     if (const auto record = usbguards::OwnedObjects::instance().find(usbHandleOf(handle))) {
         const std::lock_guard locker(record->mutex);
-        record->watch = std::move(times);
+        record->watch = std::move(watch);
     }
 }

@@ -1,5 +1,7 @@
 #include "frame_boundaries.h"
 
+#include <algorithm>
+
 namespace usbguards
 {
 namespace
@@ -36,9 +38,9 @@ FrameBoundaries::follow(const PayloadHeader& header, std::span<const std::uint8_
                 m_frame.first = now;
             }
             m_frame.last = now;
-            m_frame.bytes += header.dataSize;
+            m_frame.bytes += std::min<std::uint64_t>(header.dataSize, m_limit - m_frame.bytes);
             readClocks(header, payload);
-            if (header.endsFrame) {
+            if (header.endsFrame || m_frame.bytes == m_limit) {
                 endFrame();
             }
         }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 
 namespace usbguards
@@ -16,7 +17,8 @@ namespace usbguards
 ///
 /// libuvc 0.0.6 numbers what it collects from 1 on. A frame ends with a payload that says so and
 /// carries data, or before one of another frame id while anything is collected; whether the bytes
-/// make a whole picture does not matter.
+/// make a whole picture does not matter. libuvc 0.0.7 also ends a frame that has reached the size
+/// that the camera announced, and drops those bytes of the payload that go beyond.
 ///
 /// Not thread-safe: a stream's payloads come one after another.
 class FrameBoundaries
@@ -26,6 +28,14 @@ public:
         std::uint32_t sequence = 0;
         PayloadTimes times;
     };
+
+    static constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
+
+    /// @param limit bytes with which a frame is full, and ends.
+    explicit FrameBoundaries(std::uint64_t limit = unlimited)
+        : m_limit(limit)
+    {
+    }
 
     /// Takes note of the next payload that libuvc sees.
     ///
@@ -39,6 +49,7 @@ private:
     void readClocks(const PayloadHeader& header, std::span<const std::uint8_t> payload);
     void endFrame();
 
+    std::uint64_t m_limit;
     bool m_frameId = false;
     std::uint32_t m_sequence = 1; ///< of the frame under way
     PayloadTimes m_frame;         ///< under way once it has bytes

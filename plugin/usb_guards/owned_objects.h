@@ -1,10 +1,12 @@
 #pragma once
 
+#include "frame_boundaries.h"
 #include "patience.h"
 #include "stream_times.h"
 
 #include <libusb.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -15,12 +17,19 @@
 namespace usbguards
 {
 
+/// Where the frames of a stream are to be noted.
+struct StreamWatch {
+    std::shared_ptr<StreamTimes> times; ///< null: nowhere
+    /// Bytes with which libuvc takes a frame to be full.
+    std::uint64_t frameLimit = FrameBoundaries::unlimited;
+};
+
 /// What the guards remember of a device handle of the driver.
 struct OwnedHandle {
     std::mutex mutex; ///< guards what follows
     Patience patience;
-    bool isSpoilt = false;              ///< closing it would abort the process
-    std::shared_ptr<StreamTimes> watch; ///< for the stream that starts next
+    bool isSpoilt = false; ///< closing it would abort the process
+    StreamWatch watch;     ///< for the stream that starts next
 };
 
 /// Tells the driver's use of libusb from that of others in the process: the contexts and device

@@ -25,15 +25,15 @@ std::int64_t monotonicTime()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
 }
 
-/// Where the frames of the stream that starts on this handle are to be noted.
-std::shared_ptr<StreamTimes> takeWatch(libusb_device_handle* handle)
+/// For the stream that starts on this handle.
+StreamWatch takeWatch(libusb_device_handle* handle)
 {
     const std::shared_ptr<OwnedHandle> record = OwnedObjects::instance().find(handle);
     if (!record) {
-        return nullptr;
+        return {};
     }
     const std::lock_guard locker(record->mutex);
-    return std::exchange(record->watch, nullptr);
+    return std::exchange(record->watch, {});
 }
 
 /// How a transfer ends that could not be submitted again.
@@ -187,7 +187,7 @@ std::shared_ptr<StreamTransfers::Record> StreamTransfers::findOrAdd(libusb_trans
 }
 
 std::shared_ptr<StreamTransfers::Record> StreamTransfers::add(libusb_transfer* transfer,
-                                                              std::shared_ptr<StreamTimes> times)
+                                                              StreamWatch watch)
 {
     const std::lock_guard locker(m_mutex);
     std::shared_ptr<Record>& record = m_records[transfer];
@@ -196,9 +196,12 @@ std::shared_ptr<StreamTransfers::Record> StreamTransfers::add(libusb_transfer* t
         record->callback = transfer->callback;
         std::weak_ptr<Flow>& known = m_flows[transfer->user_data];
         record->flow = known.lock();
-        if (!record->flow) {
+        // A watch is for a new stream. libuvc may make it where another one was, whose last
+        // transfer ends only now.
+        if (watch.times || !record->flow) {
             record->flow = std::make_shared<Flow>();
-            record->flow->times = std::move(times);
+            record->flow->boundaries = FrameBoundaries(watch.frameLimit);
+            record->flow->times = std::move(watch.times);
             known = record->flow;
         }
         transfer->callback = onCompletion;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "frame_boundaries.h"
+#include "owned_objects.h"
 #include "payload_meter.h"
 #include "stream_times.h"
 
@@ -75,8 +76,8 @@ private:
 
     std::shared_ptr<Record> find(libusb_transfer* transfer);
     std::shared_ptr<Record> findOrAdd(libusb_transfer* transfer);
-    /// @param times for the frames of a stream that begins with this transfer
-    std::shared_ptr<Record> add(libusb_transfer* transfer, std::shared_ptr<StreamTimes> times);
+    /// @param watch of a stream that begins with this transfer
+    std::shared_ptr<Record> add(libusb_transfer* transfer, StreamWatch watch);
 
     StreamTransfers() = default;
     ~StreamTransfers() = default;

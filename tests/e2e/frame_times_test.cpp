@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <deque>
+#include <dlfcn.h>
 #include <iostream>
 #include <limits>
 #include <map>
@@ -59,11 +60,25 @@ struct CollectedFrame {
     double end = std::numeric_limits<double>::infinity();
 };
 
+/// Whether the loaded libuvc, from 0.0.7 on, also ends a frame of the size that the camera
+/// announced.
+bool libuvcEndsFullFrames()
+{
+    void* const libuvc = dlopen("libuvc.so.0", RTLD_NOW | RTLD_NOLOAD);
+    return libuvc && dlsym(libuvc, "uvc_wrap");
+}
+
 /// What libuvc makes of the frames that a camera says it sent. It collects payloads without the
 /// error bit until one with bytes says that the frame ends, or until the frame id changes.
 class LibraryModel
 {
 public:
+    /// @param endsFullFrames and until a whole frame's bytes are there
+    explicit LibraryModel(bool endsFullFrames)
+        : m_endsFullFrames(endsFullFrames)
+    {
+    }
+
     void follow(const SentFrame& sent)
     {
         if (m_open.bytes != 0) {
@@ -125,7 +140,10 @@ private:
             m_open.isJoined = m_open.isJoined || m_open.first.time != sent.time;
         }
         m_open.bytes += bytes;
-        if (endsFrame) {
+        if (m_endsFullFrames) {
+            m_open.bytes = std::min(m_open.bytes, frameBytes);
+        }
+        if (endsFrame || (m_endsFullFrames && m_open.bytes == frameBytes)) {
             endFrame();
         }
     }
@@ -134,7 +152,9 @@ private:
     {
         m_wholeFrames += m_open.bytes == frameBytes ? 1U : 0U;
         m_open.wholeFrames = m_wholeFrames;
-        m_kinds["joined"] += m_open.isJoined ? 1U : 0U;
+        if (!m_endsFullFrames) { // where a whole one ends by itself, none joins it
+            m_kinds["joined"] += m_open.isJoined ? 1U : 0U;
+        }
         m_open.sequence = ++m_lastSequence;
         m_frames.push_back(m_open);
         m_open = {};
@@ -152,6 +172,7 @@ private:
         m_kinds["empty"] += sent.bytes == 0 ? 1U : 0U;
     }
 
+    const bool m_endsFullFrames;
     bool m_nextFrameId = false;
     bool m_frameId = false;
     std::uint32_t m_lastSequence = 0;
@@ -267,7 +288,7 @@ protected:
     std::mt19937 m_random{19}; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same damage in each run
     unsigned m_nextDamage = 0;
     std::uint64_t m_followed = 0; ///< entries of the camera's account
-    LibraryModel m_library;
+    LibraryModel m_library{libuvcEndsFullFrames()};
     std::uint64_t m_accounted = 0; ///< whole frames up to the last that was grabbed
     std::uint64_t m_matched = 0;
     std::uint64_t m_unseen = 0;

@@ -27,7 +27,8 @@ void keepLibraryLoaded()
     Bus::instance().noteKeptLibrary();
 }
 
-void watchPayloads(uvc_device_handle_t*, std::shared_ptr<StreamTimes> times)
+void watchPayloads(uvc_device_handle_t*, const uvc_stream_ctrl_t&,
+                   std::shared_ptr<StreamTimes> times)
 {
     Bus::instance().setWatch(std::move(times));
 }

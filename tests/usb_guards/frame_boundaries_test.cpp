@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -57,135 +58,31 @@ void expectFrame(const Ended& frame, std::uint32_t sequence, std::int64_t first,
     EXPECT_EQ(frame.times.bytes, bytes);
 }
 
-} // namespace
-
-TEST_F(FrameBoundariesTest, AFrameGoesFromItsFirstPayloadToTheOneThatEndsIt)
-{
-    EXPECT_TRUE(follow(payload(5, frameId)).empty());
-    EXPECT_TRUE(follow(payload(5, frameId)).empty());
-    const auto first = follow(payload(1, frameId | endOfFrame));
-    ASSERT_EQ(first.size(), 1U);
-    expectFrame(first[0], 1, 1, 3, 11);
-    const auto second = follow(payload(4, endOfFrame));
-    ASSERT_EQ(second.size(), 1U);
-    expectFrame(second[0], 2, 4, 4, 4);
-}
-
-TEST_F(FrameBoundariesTest, AToggledIdEndsAFrameAtThePayloadBeforeIt)
-{
-    follow(payload(5, frameId));
-    follow(payload(6, frameId));
-    const auto ended = follow(payload(7, 0));
-    ASSERT_EQ(ended.size(), 1U);
-    expectFrame(ended[0], 1, 1, 2, 11);
-}
-
-TEST_F(FrameBoundariesTest, OnePayloadMayEndTwoFrames)
-{
-    follow(payload(5, frameId));
-    const auto ended = follow(payload(7, endOfFrame));
-    ASSERT_EQ(ended.size(), 2U);
-    expectFrame(ended[0], 1, 1, 1, 5);
-    expectFrame(ended[1], 2, 2, 2, 7);
-}
-
-TEST_F(FrameBoundariesTest, ToggledIdsWithoutDataBetweenAreNoFrames)
-{
-    follow(payload(0, frameId));
-    follow(payload(0, 0));
-    follow(payload(0, frameId | endOfFrame));
-    const auto ended = follow(payload(1, endOfFrame));
-    ASSERT_EQ(ended.size(), 1U);
-    expectFrame(ended[0], 1, 4, 4, 1);
-}
-
-TEST_F(FrameBoundariesTest, AnEndWithoutDataIsNone)
-{
-    follow(payload(5, frameId));
-    EXPECT_TRUE(follow(payload(0, frameId | endOfFrame)).empty());
-    const auto ended = follow(payload(5, frameId | endOfFrame));
-    ASSERT_EQ(ended.size(), 1U);
-    expectFrame(ended[0], 1, 1, 3, 10);
-}
-
-TEST_F(FrameBoundariesTest, WhatLibuvcDropsIsNoPartOfAFrame)
-{
-    follow(payload(5, frameId));
-    EXPECT_TRUE(follow(payload(5, error | endOfFrame)).empty()) << "not even its toggled id counts";
-    EXPECT_TRUE(follow({}).empty());
-    EXPECT_TRUE(follow({200, endOfFrame, 0}).empty());
-    const auto ended = follow(payload(5, frameId | endOfFrame));
-    ASSERT_EQ(ended.size(), 1U);
-    expectFrame(ended[0], 1, 1, 5, 10);
-}
-
-TEST_F(FrameBoundariesTest, APayloadWithoutInfoBelongsToTheFrame)
-{
-    follow(payload(5, frameId));
-    EXPECT_TRUE(follow({0, endOfFrame, 0}).empty());
-    EXPECT_TRUE(follow({1, endOfFrame, 0}).empty());
-    const auto ended = follow(payload(1, frameId | endOfFrame));
-    ASSERT_EQ(ended.size(), 1U);
-    expectFrame(ended[0], 1, 1, 4, 5 + 3 + 2 + 1);
-}
-
-TEST_F(FrameBoundariesTest, ClocksAreThoseOfTheFirstPayloadThatTellsThem)
-{
-    follow(payload(1, frameId));
-    constexpr std::uint16_t reservedBits = 0xF800;
-    follow(withClocks(0x01020304, 0x05060708, reservedBits | 0x0607, frameId));
-    const auto ended = follow(withClocks(9, 9, 9, frameId | endOfFrame));
-    ASSERT_EQ(ended.size(), 1U);
-    EXPECT_EQ(ended[0].times.presentationTime, 0x01020304U);
-    EXPECT_EQ(ended[0].times.sourceClock, (PayloadTimes::SourceClock{0x05060708, 0x0607}));
-
-    const auto next = follow(payload(1, endOfFrame));
-    ASSERT_EQ(next.size(), 1U);
-    EXPECT_FALSE(next[0].times.presentationTime);
-    EXPECT_FALSE(next[0].times.sourceClock);
-}
-
-TEST_F(FrameBoundariesTest, ASourceClockMayStandAlone)
-{
-    const Payload sent = {8, sourceClock | endOfFrame, 1, 0, 0, 0, 2, 0, 0};
-    const auto ended = follow(sent);
-    ASSERT_EQ(ended.size(), 1U);
-    EXPECT_FALSE(ended[0].times.presentationTime);
-    EXPECT_EQ(ended[0].times.sourceClock, (PayloadTimes::SourceClock{1, 2}));
-}
-
-TEST_F(FrameBoundariesTest, ClocksBeyondTheHeaderAreNotRead)
-{
-    Payload sent = withClocks(1, 2, 3, endOfFrame);
-    sent[0] = 11;
-    const auto ended = follow(sent);
-    ASSERT_EQ(ended.size(), 1U);
-    EXPECT_FALSE(ended[0].times.presentationTime);
-    EXPECT_FALSE(ended[0].times.sourceClock);
-}
+constexpr std::uint64_t frameBytes = 24;
 
 // Frames of a few bytes with every kind of damage, and a callback thread that is often
 // late: each frame that is handed over has its own times. The bytes of a frame tell when they were
 // sent.
-TEST(FrameBoundaries, DamagedAndOvertakenFramesKeepTheirTimes)
+void expectOwnTimes(std::optional<std::size_t> buffer)
 {
     const char* const count = std::getenv("ZRN_TIMED_FRAMES");
     const std::uint32_t frames = count ? static_cast<std::uint32_t>(std::atoi(count)) : 50'000;
-    constexpr std::uint64_t frameBytes = 24;
     std::mt19937 random(20); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same frames in each run
     const auto oneIn = [&random](unsigned often) { return random() % often == 0; };
 
-    FrameBoundaries boundaries;
+    FrameBoundaries boundaries(buffer.value_or(FrameBoundaries::unlimited));
     StreamTimes times(frameBytes);
     FrameModel::Held held;
     std::uint32_t lastHandedOver = 0;
     std::uint64_t matched = 0;
     std::uint64_t wholeHeld = 0;
     std::uint64_t wholeHandedOver = 0;
-    FrameModel libuvc([&](const FrameModel::Held& frame) {
-        held = frame;
-        wholeHeld += frame.bytes.size() == frameBytes ? 1U : 0U;
-    });
+    FrameModel libuvc(
+        [&](const FrameModel::Held& frame) {
+            held = frame;
+            wholeHeld += frame.bytes.size() == frameBytes ? 1U : 0U;
+        },
+        buffer);
 
     std::int64_t now = 0;
     const auto send = [&](const Payload& sent) {
@@ -277,5 +174,145 @@ TEST(FrameBoundaries, DamagedAndOvertakenFramesKeepTheirTimes)
     }
     EXPECT_GT(matched, frames / 3) << "most frames are whole, and most of them are handed over";
     EXPECT_GT(wholeHeld, wholeHandedOver) << "libuvc overtook some";
-    RecordProperty("matched", std::to_string(matched));
+    testing::Test::RecordProperty("matched", std::to_string(matched));
+}
+
+} // namespace
+
+TEST_F(FrameBoundariesTest, AFrameGoesFromItsFirstPayloadToTheOneThatEndsIt)
+{
+    EXPECT_TRUE(follow(payload(5, frameId)).empty());
+    EXPECT_TRUE(follow(payload(5, frameId)).empty());
+    const auto first = follow(payload(1, frameId | endOfFrame));
+    ASSERT_EQ(first.size(), 1U);
+    expectFrame(first[0], 1, 1, 3, 11);
+    const auto second = follow(payload(4, endOfFrame));
+    ASSERT_EQ(second.size(), 1U);
+    expectFrame(second[0], 2, 4, 4, 4);
+}
+
+TEST_F(FrameBoundariesTest, AToggledIdEndsAFrameAtThePayloadBeforeIt)
+{
+    follow(payload(5, frameId));
+    follow(payload(6, frameId));
+    const auto ended = follow(payload(7, 0));
+    ASSERT_EQ(ended.size(), 1U);
+    expectFrame(ended[0], 1, 1, 2, 11);
+}
+
+TEST_F(FrameBoundariesTest, OnePayloadMayEndTwoFrames)
+{
+    follow(payload(5, frameId));
+    const auto ended = follow(payload(7, endOfFrame));
+    ASSERT_EQ(ended.size(), 2U);
+    expectFrame(ended[0], 1, 1, 1, 5);
+    expectFrame(ended[1], 2, 2, 2, 7);
+}
+
+TEST_F(FrameBoundariesTest, ToggledIdsWithoutDataBetweenAreNoFrames)
+{
+    follow(payload(0, frameId));
+    follow(payload(0, 0));
+    follow(payload(0, frameId | endOfFrame));
+    const auto ended = follow(payload(1, endOfFrame));
+    ASSERT_EQ(ended.size(), 1U);
+    expectFrame(ended[0], 1, 4, 4, 1);
+}
+
+TEST_F(FrameBoundariesTest, AnEndWithoutDataIsNone)
+{
+    follow(payload(5, frameId));
+    EXPECT_TRUE(follow(payload(0, frameId | endOfFrame)).empty());
+    const auto ended = follow(payload(5, frameId | endOfFrame));
+    ASSERT_EQ(ended.size(), 1U);
+    expectFrame(ended[0], 1, 1, 3, 10);
+}
+
+TEST_F(FrameBoundariesTest, WhatLibuvcDropsIsNoPartOfAFrame)
+{
+    follow(payload(5, frameId));
+    EXPECT_TRUE(follow(payload(5, error | endOfFrame)).empty()) << "not even its toggled id counts";
+    EXPECT_TRUE(follow({}).empty());
+    EXPECT_TRUE(follow({200, endOfFrame, 0}).empty());
+    const auto ended = follow(payload(5, frameId | endOfFrame));
+    ASSERT_EQ(ended.size(), 1U);
+    expectFrame(ended[0], 1, 1, 5, 10);
+}
+
+TEST_F(FrameBoundariesTest, APayloadWithoutInfoBelongsToTheFrame)
+{
+    follow(payload(5, frameId));
+    EXPECT_TRUE(follow({0, endOfFrame, 0}).empty());
+    EXPECT_TRUE(follow({1, endOfFrame, 0}).empty());
+    const auto ended = follow(payload(1, frameId | endOfFrame));
+    ASSERT_EQ(ended.size(), 1U);
+    expectFrame(ended[0], 1, 1, 4, 5 + 3 + 2 + 1);
+}
+
+TEST(FrameBoundaries, AFullFrameEndsAndWhatGoesBeyondIsNotOfIt)
+{
+    FrameBoundaries boundaries(10);
+    auto follow = [&boundaries, now = 0](const Payload& sent) mutable {
+        const auto ended = boundaries.follow(PayloadHeader::of(sent), sent, ++now);
+        return std::vector<Ended>(ended.begin(), ended.end());
+    };
+    EXPECT_TRUE(follow(payload(6, frameId)).empty());
+    const auto full = follow(payload(6, frameId)); // 2 bytes too long
+    ASSERT_EQ(full.size(), 1U);
+    expectFrame(full[0], 1, 1, 2, 10);
+    EXPECT_TRUE(follow(payload(3, frameId)).empty()) << "the next frame, whatever the id";
+    const auto toggled = follow(payload(10, 0));
+    ASSERT_EQ(toggled.size(), 2U);
+    expectFrame(toggled[0], 2, 3, 3, 3);
+    expectFrame(toggled[1], 3, 4, 4, 10);
+    const auto both = follow(payload(10, endOfFrame));
+    ASSERT_EQ(both.size(), 1U) << "full and said to end";
+    expectFrame(both[0], 4, 5, 5, 10);
+}
+
+TEST_F(FrameBoundariesTest, ClocksAreThoseOfTheFirstPayloadThatTellsThem)
+{
+    follow(payload(1, frameId));
+    constexpr std::uint16_t reservedBits = 0xF800;
+    follow(withClocks(0x01020304, 0x05060708, reservedBits | 0x0607, frameId));
+    const auto ended = follow(withClocks(9, 9, 9, frameId | endOfFrame));
+    ASSERT_EQ(ended.size(), 1U);
+    EXPECT_EQ(ended[0].times.presentationTime, 0x01020304U);
+    EXPECT_EQ(ended[0].times.sourceClock, (PayloadTimes::SourceClock{0x05060708, 0x0607}));
+
+    const auto next = follow(payload(1, endOfFrame));
+    ASSERT_EQ(next.size(), 1U);
+    EXPECT_FALSE(next[0].times.presentationTime);
+    EXPECT_FALSE(next[0].times.sourceClock);
+}
+
+TEST_F(FrameBoundariesTest, ASourceClockMayStandAlone)
+{
+    const Payload sent = {8, sourceClock | endOfFrame, 1, 0, 0, 0, 2, 0, 0};
+    const auto ended = follow(sent);
+    ASSERT_EQ(ended.size(), 1U);
+    EXPECT_FALSE(ended[0].times.presentationTime);
+    EXPECT_EQ(ended[0].times.sourceClock, (PayloadTimes::SourceClock{1, 2}));
+}
+
+TEST_F(FrameBoundariesTest, ClocksBeyondTheHeaderAreNotRead)
+{
+    Payload sent = withClocks(1, 2, 3, endOfFrame);
+    sent[0] = 11;
+    const auto ended = follow(sent);
+    ASSERT_EQ(ended.size(), 1U);
+    EXPECT_FALSE(ended[0].times.presentationTime);
+    EXPECT_FALSE(ended[0].times.sourceClock);
+}
+
+TEST(FrameBoundaries, DamagedAndOvertakenFramesKeepTheirTimes)
+{
+    expectOwnTimes(std::nullopt);
+}
+
+TEST(FrameBoundaries, SoTheyDoWhereFullFramesEnd)
+{
+    for (const std::size_t announced : {frameBytes, frameBytes + 8}) {
+        expectOwnTimes(announced);
+    }
 }

@@ -79,7 +79,7 @@ protected:
 std::shared_ptr<StreamTimes> watch(libusb_device_handle* handle)
 {
     auto times = std::make_shared<StreamTimes>(3);
-    OwnedObjects::instance().find(handle)->watch = times;
+    OwnedObjects::instance().find(handle)->watch.times = times;
     return times;
 }
 
@@ -132,6 +132,37 @@ TEST_F(UsbGuards, AWatchIsForOneStream)
     guardSubmitTransfer(&transfer);
     complete(LIBUSB_TRANSFER_COMPLETED);
     EXPECT_FALSE(times->isUsed());
+}
+
+TEST_F(UsbGuards, AWatchedStreamIsAnotherThanTheOneBeforeIt)
+{
+    watch(handle);
+    guardSubmitTransfer(&transfer); // its last report is under way still
+    const std::shared_ptr<StreamTimes> times = watch(handle);
+    const auto next = std::make_unique<libusb_transfer>(transfer);
+    next->callback = onTransfer;
+    buffer[0] = 2;
+    buffer[1] = 0x03;
+    next->actual_length = 5;
+    guardSubmitTransfer(next.get());
+    next->status = LIBUSB_TRANSFER_COMPLETED;
+    next->callback(next.get());
+    EXPECT_TRUE(times->find(1));
+    guardFreeTransfer(next.get());
+}
+
+TEST_F(UsbGuards, AFrameOfTheAnnouncedSizeIsFullWhereLibuvcSaysSo)
+{
+    const std::shared_ptr<StreamTimes> times = watch(handle);
+    OwnedObjects::instance().find(handle)->watch.frameLimit = 3;
+    const std::vector<unsigned char> sent = {2, 0x01, 1, 2, 3, 4};
+    std::copy(sent.begin(), sent.end(), buffer);
+    transfer.actual_length = static_cast<int>(sent.size());
+    guardSubmitTransfer(&transfer);
+    complete(LIBUSB_TRANSFER_COMPLETED);
+    const auto found = times->find(1);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->times.bytes, 3U);
 }
 
 TEST_F(UsbGuards, IsochronousPacketsAreNotedOneByOne)
