@@ -288,11 +288,16 @@ Finding judgeClock(const std::optional<SystemClock>& clock)
                     tai,
                 "run a time service, such as chrony or systemd-timesyncd"};
     }
-    return {subject,
-            Verdict::Good,
-            "the system clock is synchronised, by its own estimate within " +
-                std::to_string(clock->largestError.count() / 1000) + " ms" + tai,
-            {}};
+    constexpr std::chrono::milliseconds muchForFrames(100);
+    const bool isFarOff = clock->largestError > muchForFrames;
+    return {
+        subject, isFarOff ? Verdict::Warning : Verdict::Good,
+        "the system clock is synchronised, by its own estimate within " +
+            std::to_string(clock->largestError.count() / 1000) + " ms" + tai,
+        isFarOff
+            ? "where times of day of frames are to be closer, ask a nearer time server, or wait "
+              "until the time service has settled"
+            : ""};
 }
 
 Finding judgeGuards(const std::string& answer)

@@ -205,6 +205,10 @@ TEST(Findings, AClockThatNobodySynchronisesIsAWarning)
     const Finding good = judgeClock(SystemClock{true, 12'345us, 37s});
     EXPECT_EQ(good.verdict, Verdict::Good);
     EXPECT_THAT(good.message, EndsWith("within 12 ms; TAI is 37 s ahead of UTC"));
+    EXPECT_TRUE(good.remedy.empty());
+    const Finding rough = judgeClock(SystemClock{true, 100'001us, 0s});
+    EXPECT_EQ(rough.verdict, Verdict::Warning);
+    EXPECT_FALSE(rough.remedy.empty());
     const Finding alone = judgeClock(SystemClock{false, 16s, 0s});
     EXPECT_EQ(alone.verdict, Verdict::Warning);
     EXPECT_FALSE(alone.remedy.empty());
