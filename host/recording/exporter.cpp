@@ -2,6 +2,7 @@
 
 #include "client/error.h"
 #include "client/recording.h"
+#include "recording/target_file.h"
 
 #include <algorithm>
 #include <chrono>
@@ -10,6 +11,7 @@
 #include <future>
 #include <map>
 #include <optional>
+#include <system_error>
 #include <tuple>
 
 namespace zrnrec
@@ -193,6 +195,10 @@ private:
     /// @return false when the user wants no more
     bool write()
     {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(m_job.path, m_request.recording, ignored)) {
+            failToWrite(m_job.path, "is the recording itself");
+        }
         const std::unique_ptr<ExportTarget> target = m_request.format.make(m_job);
         try {
             return writeTo(*target);

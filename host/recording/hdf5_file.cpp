@@ -100,6 +100,7 @@ public:
             // A chunk as it lies in the file: the library neither copies nor looks at it.
             require(::H5Dwrite_chunk(m_images[i].id(), H5P_DEFAULT, noFilter, at.data(),
                                      pixels.size(), pixels.data()));
+            m_target.noteWritten(pixels.size());
         }
         m_facts.push_back(frame.facts);
     }

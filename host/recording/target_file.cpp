@@ -83,12 +83,23 @@ void TargetFile::write(std::span<const std::uint8_t> bytes)
             failWithErrno(m_path);
         }
         bytes = bytes.subspan(static_cast<std::size_t>(written));
+        noteWritten(static_cast<std::size_t>(written));
     }
 }
 
 void TargetFile::write(const std::string& text)
 {
     write({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+}
+
+void TargetFile::noteWritten(std::size_t bytes)
+{
+    constexpr std::size_t worthIt = std::size_t{16} << 20;
+    m_notBegun += bytes;
+    if (m_notBegun >= worthIt && !m_temporaryPath.empty()) {
+        m_notBegun = 0;
+        ::sync_file_range(m_descriptor, 0, 0, SYNC_FILE_RANGE_WRITE); // a hint, no more
+    }
 }
 
 void TargetFile::commit()

@@ -38,6 +38,10 @@ public:
     void write(std::span<const std::uint8_t> bytes);
     void write(const std::string& text);
 
+    /// Tells that somebody has written so much of it: the disk begins with that, instead of when
+    /// commit() waits for it.
+    void noteWritten(std::size_t bytes);
+
     /// Gives the file its name, once it is on the disk. @throws zrn::Error
     void commit();
 
@@ -45,6 +49,7 @@ private:
     std::string m_path;
     std::string m_temporaryPath; ///< empty for what is no file
     int m_descriptor = -1;
+    std::size_t m_notBegun = 0; ///< bytes that the disk may not have begun with
 };
 
 } // namespace zrnrec

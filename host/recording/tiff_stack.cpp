@@ -137,6 +137,7 @@ private:
         ::TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
         ::TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, m_job.stack.height);
         const auto size = static_cast<tmsize_t>(pixels.size());
+        m_file.noteWritten(pixels.size());
         require(::TIFFWriteRawStrip(tiff, 0, const_cast<std::uint8_t*>(pixels.data()), size) ==
                     size &&
                 ::TIFFWriteDirectory(tiff) == 1);

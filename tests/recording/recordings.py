@@ -80,14 +80,15 @@ def stack_of(frames, letters="AB"):
 
 
 def zrnrec(*arguments, **options):
-    run = subprocess.run([ZRNREC, *map(str, arguments)], capture_output=True, text=True, timeout=300, **options)
-    if "it was built without" in run.stderr:
+    options = {"capture_output": True, **options}
+    run = subprocess.run([ZRNREC, *map(str, arguments)], text=True, timeout=300, **options)
+    if "it was built without" in (run.stderr or ""):
         pytest.skip(run.stderr)
     return run
 
 
-def exported(*arguments):
+def exported(*arguments, **options):
     """Runs an export that is to go well."""
-    run = zrnrec("export", *arguments)
+    run = zrnrec("export", *arguments, **options)
     assert run.returncode == 0, run.stderr
     return run

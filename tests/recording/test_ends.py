@@ -103,6 +103,35 @@ def test_targets_that_cannot_be(tmp_path, target):
     assert run.returncode == 1 and target in run.stderr
 
 
+def test_the_recording_stays(tmp_path):
+    recordings.write(tmp_path / "a.zrnrec", [Frame(1)])
+    before = (tmp_path / "a.zrnrec").read_bytes()
+    (tmp_path / "link").symlink_to("a.zrnrec")
+    for target in ("a.zrnrec", "link"):
+        run = zrnrec("export", tmp_path / "a.zrnrec", "--to", "raw", "-o", tmp_path / target)
+        assert run.returncode == 1 and "is the recording itself" in run.stderr
+    assert (tmp_path / "a.zrnrec").read_bytes() == before
+
+
+def test_a_link_stays_one(tmp_path):
+    recordings.write(tmp_path / "a.zrnrec", [Frame(1)])
+    (tmp_path / "real.raw").write_text("before")
+    (tmp_path / "link.raw").symlink_to("real.raw")
+    exported(tmp_path / "a.zrnrec", "--to", "raw", "-o", tmp_path / "link.raw")
+    assert (tmp_path / "link.raw").is_symlink()
+    np.testing.assert_array_equal(read_raw(tmp_path / "real.raw"), stack_of([Frame(1)]))
+
+
+def test_progress_on_a_terminal(tmp_path):
+    recordings.write(tmp_path / "a.zrnrec", [Frame(1), Frame(2)])
+    reader, terminal = os.openpty()
+    with open(reader, "rb", buffering=0) as shown:
+        exported(tmp_path / "a.zrnrec", "--to", "raw", "-o", tmp_path / "a.raw", stderr=terminal, stdout=subprocess.DEVNULL,
+                 capture_output=False)
+        os.close(terminal)
+        assert b"frame 1 of 2" in shown.read(1000)
+
+
 def interrupted(tmp_path, form, target, sign):
     """Ends an export by a signal as soon as something is there."""
     recordings.write(tmp_path / "a.zrnrec", [Frame(1)])
