@@ -15,6 +15,7 @@
 #include <iostream>
 #include <limits>
 #include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -294,7 +295,118 @@ protected:
     std::uint64_t m_unseen = 0;
 };
 
+/// A host of one camera, and the camera's own account.
+class TimedCamera
+{
+public:
+    TimedCamera(zrn::DriverPlugin& plugin, std::size_t index)
+        : m_host(plugin.factory())
+        , m_camera(index)
+    {
+    }
+
+    void connect()
+    {
+        ASSERT_EQ(m_host->connectDeviceBySerial(QString::fromStdString(m_camera.serial())),
+                  ErrorCode::Success);
+        m_host.writeProperty(keys::maxGrabWaitTime, patientGrabMs);
+    }
+    void start() { ASSERT_EQ(m_host->startStream(0), ErrorCode::Success); }
+    void stop() { m_host->stopStream(0); }
+    VirtualCamera& camera() { return m_camera; }
+
+    /// Grabs some frames and expects the times of their own payloads.
+    void expectTimes(int frames)
+    {
+        for (int i = 0; i < frames; ++i) {
+            QList<CameraSpace::ImageBlock*> images;
+            CameraSpace::FrameTimes times;
+            ASSERT_EQ(m_host.frameTimes()->grabTimedImage(images, times), ErrorCode::Success);
+            const quint64 trailer = ContractSpace::trailerOf(*images.front());
+            qDeleteAll(images);
+            const std::optional<SentFrame> sent = waitForAccount(trailer);
+            ASSERT_TRUE(sent) << "the camera knows no such frame";
+            ASSERT_EQ(times.payloadSource, CameraSpace::FrameTimeSource::Payload);
+            ASSERT_EQ(times.hasSourceClock, 1U);
+            ASSERT_GE(sentTime(times), sent->time - 1e-6);
+            ASSERT_GE(static_cast<double>(times.firstPayload), *sent->taken * 1e9);
+            ASSERT_LE(times.firstPayload, times.lastPayload);
+            ASSERT_LE(times.lastPayload, times.handOver);
+        }
+    }
+
+private:
+    std::optional<SentFrame> waitForAccount(quint64 trailer)
+    {
+        const auto end = std::chrono::steady_clock::now() + 60s;
+        while (std::chrono::steady_clock::now() < end) {
+            const std::vector<SentFrame> frames = m_camera.sentFrames();
+            const auto found = std::find_if(frames.rbegin(), frames.rend(), [&](const auto& frame) {
+                return zrnsim::trailerOf(frame.request) == trailer;
+            });
+            if (found != frames.rend() && found->taken) {
+                return *found;
+            }
+            std::this_thread::sleep_for(5ms);
+        }
+        return std::nullopt;
+    }
+
+    zrn::CameraObject m_host;
+    VirtualCamera m_camera;
+};
+
+void enumerate(zrn::DriverPlugin& plugin, int cameras)
+{
+    const auto end = std::chrono::steady_clock::now() + 60s;
+    while (plugin.factory().enumDevice() != cameras) {
+        ASSERT_LT(std::chrono::steady_clock::now(), end) << "not all cameras are there";
+        std::this_thread::sleep_for(20ms);
+    }
+}
+
 } // namespace
+
+TEST(FrameTimesOfTwoCameras, EachStreamHasItsOwn)
+{
+    zrn::DriverPlugin plugin(builtPlugin);
+    ASSERT_NO_FATAL_FAILURE(enumerate(plugin, 2));
+    TimedCamera one(plugin, 0);
+    TimedCamera other(plugin, 1);
+    for (TimedCamera* const camera : {&one, &other}) {
+        ASSERT_NO_FATAL_FAILURE(camera->connect());
+        ASSERT_NO_FATAL_FAILURE(camera->start());
+    }
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_NO_FATAL_FAILURE(one.expectTimes(3));
+        ASSERT_NO_FATAL_FAILURE(other.expectTimes(3));
+    }
+    one.stop();
+    ASSERT_NO_FATAL_FAILURE(other.expectTimes(10));
+    ASSERT_NO_FATAL_FAILURE(one.start());
+    ASSERT_NO_FATAL_FAILURE(one.expectTimes(10));
+    ASSERT_NO_FATAL_FAILURE(other.expectTimes(10));
+}
+
+TEST(FrameTimesOfOneCamera, StreamsThatStartAgainHaveThem)
+{
+    zrn::DriverPlugin plugin(builtPlugin);
+    for (int plugging = 0; plugging < 3; ++plugging) {
+        ASSERT_NO_FATAL_FAILURE(enumerate(plugin, 1));
+        TimedCamera camera(plugin, 0);
+        ASSERT_NO_FATAL_FAILURE(camera.connect());
+        for (int stream = 0; stream < 5; ++stream) {
+            ASSERT_NO_FATAL_FAILURE(camera.start());
+            ASSERT_NO_FATAL_FAILURE(camera.expectTimes(5));
+            camera.stop();
+        }
+        ASSERT_NO_FATAL_FAILURE(camera.start());
+        ASSERT_NO_FATAL_FAILURE(camera.expectTimes(5));
+        camera.camera().unplug();
+        camera.stop();
+        camera.camera().restore();
+    }
+}
 
 TEST_F(FrameTimesOnTheBus, WholeAndDamagedFramesKeepTheirOwnTimes)
 {
