@@ -57,6 +57,11 @@ double microseconds(std::vector<double>& seconds, double share)
     return *position * 1e6;
 }
 
+bool isOfPayloads(const zrn::Frame& frame)
+{
+    return frame.times.source == zrn::FrameTimes::Source::Payload;
+}
+
 void print(const char* name, std::vector<double>& seconds)
 {
     std::printf("\"%s\": {\"p50\": %.1f, \"p99\": %.1f, \"max\": %.1f}", name,
@@ -72,7 +77,7 @@ int main(int argc, char** argv)
     const int threads = argc > 2 ? std::atoi(argv[2]) : 0;
     constexpr int warmUp = 10;
     std::map<std::uint32_t, zrn::Frame> frames; // without their images
-    std::size_t seen = 0;
+    std::size_t withPayloads = 0;
     {
         const Load load(threads);
         zrn::Stream stream(zrn::Camera::open());
@@ -83,7 +88,7 @@ int main(int argc, char** argv)
                 return 1;
             }
             if (i >= warmUp) {
-                seen += frame->times.source == zrn::FrameTimes::Source::Payload ? 1U : 0U;
+                withPayloads += isOfPayloads(*frame) ? 1U : 0U;
                 frame->memory.reset();
                 frames.emplace(frame->step.number, std::move(*frame));
             }
@@ -95,7 +100,7 @@ int main(int argc, char** argv)
     std::vector<double> arrivals;
     for (const SentFrame& sent : VirtualCamera().sentFrames()) {
         const auto found = frames.find(sent.request.frameNumber);
-        if (found == frames.end() || !sent.taken) {
+        if (found == frames.end() || !isOfPayloads(found->second) || !sent.taken) {
             continue;
         }
         const auto since = [&sent](zrn::FrameTimes::time_point time) {
@@ -107,10 +112,12 @@ int main(int argc, char** argv)
         arrivals.push_back(since(found->second.arrival));
     }
     if (payloads.empty()) {
-        std::fprintf(stderr, "no frame is in the camera's account\n");
+        std::fprintf(stderr,
+                     "no frame with the times of its payloads is in the camera's account\n");
         return 1;
     }
-    std::printf("{\"frames\": %zu, \"payloads\": %zu, ", payloads.size(), seen);
+    const double share = static_cast<double>(withPayloads) / wanted;
+    std::printf("{\"frames\": %zu, \"payloadShare\": %.4f, ", payloads.size(), share);
     print("relay", relays);
     std::printf(", ");
     print("firstPayload", payloads);

@@ -77,8 +77,9 @@ def frame_times(figures):
         return
     print("\nWhat a frame's times are behind its first transfer's arrival in the process, us: p50, p99, max;\n"
           "relay: what the virtual camera took before, from the beginning to send it\n")
-    table(["camera", "computing threads", "frames", "relay", "first payload", "hand-over", "arrival"],
+    table(["camera", "computing threads", "frames", "of payloads, %", "relay", "first payload", "hand-over", "arrival"],
           [[row["camera"], str(row["threads"]), str(row["frames"]),
+            f"{100 * row['payloadShare']:.1f}",
             *(", ".join(f"{row[time][share]:.0f}" for share in ("p50", "p99", "max"))
               for time in ("relay", "firstPayload", "handOver", "arrival"))] for row in figures])
 
