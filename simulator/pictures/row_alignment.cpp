@@ -66,6 +66,9 @@ void shiftRows(std::uint8_t* image, std::size_t width, std::size_t height, int s
 
 void repeatUncoveredEdges(std::uint8_t* image, std::size_t width, std::size_t height, int shift)
 {
+    if (shift == 0) { // an image that there is not, too
+        return;
+    }
     for (std::size_t y = kFirstShifted; y < height; ++y) {
         std::uint8_t* row = image + y * width;
         if (shift > 0) {
