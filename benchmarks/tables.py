@@ -2,6 +2,7 @@
 
 
 CALLBACK_TARGET = 1.05
+WRITING_TARGET = 0.9  # of plain writes
 RATE_TARGET = 60  # frames/s at the largest size measured
 
 
@@ -84,6 +85,17 @@ def frame_times(figures):
               for time in ("relay", "firstPayload", "handOver", "arrival"))] for row in figures])
 
 
+def recording(figures):
+    if not figures:
+        return
+    share = figures["share"]
+    shown = f"{share:.2f}" if share >= WRITING_TARGET else f"**{share:.2f}**"
+    cost = figures["processorMs"]
+    print(f"\nRecording pairs of 1280x1024: {figures['recorded']:.0f} MB/s, {shown} of plain "
+          f"{'direct ' if figures['direct'] else ''}writes ({figures['plain']:.0f} MB/s), "
+          f"{cost:.2f} ms of processor time a pair")
+
+
 def whole_program(figures):
     if not figures:
         return
@@ -104,4 +116,5 @@ def show(figures):
     hand_over(figures["handOver"])
     virtual_camera(figures["virtualCamera"])
     frame_times(figures.get("frameTimes", []))
+    recording(figures.get("recording", {}))
     whole_program(figures["wholeProgram"])

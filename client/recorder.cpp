@@ -1,10 +1,10 @@
 #include "client/recorder.h"
 
 #include "client/error.h"
+#include "client/recording_notes.h"
 
 #include <exception>
 #include <filesystem>
-#include <sys/statvfs.h>
 #include <system_error>
 
 namespace zrn
@@ -12,17 +12,10 @@ namespace zrn
 namespace
 {
 
-std::int64_t freeBytesAt(const std::string& path)
-{
-    std::error_code error;
-    const std::filesystem::path folder = std::filesystem::absolute(path, error).parent_path();
-    struct statvfs disk {
-    };
-    if (error || ::statvfs(folder.c_str(), &disk) != 0) {
-        return 0;
-    }
-    return static_cast<std::int64_t>(disk.f_bavail * disk.f_frsize);
-}
+constexpr auto clockInterval = std::chrono::seconds(1);
+constexpr auto diskInterval = std::chrono::milliseconds(250);
+
+constexpr const char* removed = "the file was removed meanwhile";
 
 std::uint64_t sizeOf(const Frame& frame)
 {
@@ -41,7 +34,7 @@ Recorder::Recorder(const std::string& path, std::string_view metadata, Limits li
     , m_file(path, metadata)
 {
     m_progress.queueLimit = m_limits.queueBytes;
-    m_progress.freeBytes = freeBytesAt(m_path);
+    m_progress.freeBytes = m_file.freeBytes();
     m_progress.bytes = m_file.bytes();
     try {
         m_thread = std::thread([this] { run(); });
@@ -74,12 +67,22 @@ bool Recorder::add(Frame frame)
         return false;
     }
     m_progress.queuedBytes += size;
+    ++m_taken;
     m_queue.push_back(std::move(frame));
     m_changed.notify_all();
     return true;
 }
 
-void Recorder::note(RecordingNote) {}
+void Recorder::note(RecordingNote note)
+{
+    using namespace recording;
+    const std::lock_guard lock(m_mutex);
+    if (!m_isStopping && note.text.size() <= maximumNoteBytes &&
+        m_noteBytes + note.text.size() <= maximumNotesBytes) {
+        m_noteBytes += note.text.size();
+        m_notes.push_back(std::move(note));
+    }
+}
 
 void Recorder::stop()
 {
@@ -116,7 +119,7 @@ void Recorder::run()
     } catch (const std::exception& exception) {
         error = exception.what();
     }
-    if (!error.empty() && m_file.frameCount() == 0) {
+    if (!error.empty() && m_file.writtenFrames() == 0 && !m_file.isRemoved()) {
         removeFile(); // it has never begun
     }
     end(error);
@@ -132,49 +135,107 @@ void Recorder::removeFile() const
 std::string Recorder::writeFrames()
 {
     while (const std::optional<Frame> frame = next()) {
-        const std::int64_t available = freeBytesAt(m_path);
-        if (available - static_cast<std::int64_t>(sizeOf(*frame)) < m_limits.reservedBytes) {
+        const std::string problem = whyNotToWrite(sizeOf(*frame));
+        if (!problem.empty()) {
             m_file.close();
-            return "the disk is full";
+            return problem;
         }
+        readClocks();
         m_file.append(*frame);
-        written(*frame);
+        if (isIdle()) {
+            m_file.flush();
+        }
+        tellProgress(*frame);
     }
+    m_clocksRead.reset();
+    readClocks();
+    const bool isLost = m_file.isRemoved();
     m_file.close();
-    return {};
+    return isLost ? removed : std::string();
 }
 
-/// The frame to write, which stays in the queue until it is written.
+/// The next frame to write; the notes that came with it go to the file.
 std::optional<Frame> Recorder::next()
 {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_isStopping || !m_queue.empty(); });
-    return m_queue.empty() ? std::nullopt : std::optional(m_queue.front());
+    std::optional<Frame> frame;
+    std::vector<RecordingNote> notes;
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_isStopping || !m_queue.empty(); });
+        notes.swap(m_notes);
+        if (!m_queue.empty()) {
+            frame = std::move(m_queue.front());
+            m_queue.pop_front();
+            m_progress.queuedBytes -= sizeOf(*frame);
+            m_changed.notify_all();
+        }
+    }
+    for (const RecordingNote& note : notes) {
+        m_file.note(note);
+    }
+    return frame;
 }
 
-void Recorder::written(const Frame& frame)
+bool Recorder::isIdle() const
 {
-    const std::int64_t freeBytes = freeBytesAt(m_path);
     const std::lock_guard lock(m_mutex);
-    m_queue.pop_front();
-    m_progress.queuedBytes -= sizeOf(frame);
-    m_progress.frames = m_file.frameCount();
+    return m_queue.empty();
+}
+
+/// Empty when it may be. @param size of a frame
+std::string Recorder::whyNotToWrite(std::uint64_t size)
+{
+    const auto freeThen = [this, size] {
+        return m_freeBytes - static_cast<std::int64_t>(m_file.bytes() - m_bytesThen + size);
+    };
+    const Clock::time_point now = Clock::now();
+    if (!m_diskAsked || now - *m_diskAsked >= diskInterval || freeThen() < m_limits.reservedBytes) {
+        if (m_file.isRemoved()) {
+            return removed;
+        }
+        m_diskAsked = now;
+        m_bytesThen = m_file.writtenBytes();
+        m_freeBytes = m_file.freeBytes();
+    }
+    return freeThen() < m_limits.reservedBytes ? "the disk is full" : std::string();
+}
+
+/// Notes what they show, if the last time is long enough ago.
+void Recorder::readClocks()
+{
+    const Clock::time_point now = Clock::now();
+    if (m_clocksRead && now - *m_clocksRead < clockInterval) {
+        return;
+    }
+    m_clocksRead = now;
+    for (const WallClock::Kind kind : {WallClock::Kind::Realtime, WallClock::Kind::Tai}) {
+        m_file.note(kind, WallClock::read(kind));
+    }
+}
+
+/// @param frame that was appended
+void Recorder::tellProgress(const Frame& frame)
+{
+    const std::uint64_t frames = m_file.writtenFrames();
+    const std::lock_guard lock(m_mutex);
+    m_progress.frames = frames;
     // Numbers that were skipped before the first frame are not the recording's loss.
-    m_progress.missing += m_progress.frames > 1 ? frame.step.missing : 0;
-    m_progress.bytes = m_file.bytes();
-    m_progress.freeBytes = freeBytes;
-    m_changed.notify_all();
+    m_progress.missing += m_file.frameCount() > 1 ? frame.step.missing : 0;
+    m_progress.bytes = m_file.writtenBytes();
+    m_progress.freeBytes = m_freeBytes;
 }
 
 void Recorder::end(const std::string& error)
 {
+    const std::uint64_t frames = m_file.writtenFrames();
     const std::lock_guard lock(m_mutex);
     m_isStopping = true;
     m_end = Clock::now();
-    m_progress.unwritten = m_queue.size();
     m_queue.clear();
     m_progress.queuedBytes = 0;
-    m_progress.bytes = m_file.bytes();
+    m_progress.frames = frames;
+    m_progress.unwritten = m_taken - frames;
+    m_progress.bytes = m_file.writtenBytes();
     m_progress.finished = true;
     m_progress.error = error;
     m_changed.notify_all();

@@ -28,9 +28,10 @@ struct RecordingProgress {
     std::string error;             ///< why it ended early; empty if it did not
 };
 
-/// Records frames without dropping any: a thread writes them while the next ones arrive. When the
-/// disk falls behind, frames queue in memory; when that is full, add() waits, and the driver's own
-/// ring is what remains. What is lost even then shows as missing frame numbers.
+/// Records frames without dropping any: a thread writes them while the next ones arrive, and what
+/// waits as soon as nothing else does. Once a second it notes what the clocks show. When the disk
+/// falls behind, frames queue in memory; when that is full, add() waits, and the driver's own ring
+/// is what remains. What is lost even then shows as missing frame numbers.
 ///
 /// Thread safety: thread-safe.
 class Recorder
@@ -56,7 +57,8 @@ public:
     /// recording has ended, or the frame is not recordable.
     bool add(Frame frame);
 
-    /// Keeps a note in the recording. Never waits.
+    /// Keeps a note in the recording, with the next frame or at its end; none that is longer than
+    /// 64 KiB, or comes when the recording has 64 MiB of them. Never waits.
     void note(RecordingNote note);
 
     /// Takes no more frames; those that wait are still written. Does not wait for that.
@@ -74,17 +76,27 @@ private:
     void removeFile() const;
     std::string writeFrames();
     std::optional<Frame> next();
-    void written(const Frame& frame);
+    [[nodiscard]] bool isIdle() const;
+    [[nodiscard]] std::string whyNotToWrite(std::uint64_t size);
+    void readClocks();
+    void tellProgress(const Frame& frame);
     void end(const std::string& error);
 
     const std::string m_path;
     const Limits m_limits;
     const Clock::time_point m_start = Clock::now();
-    RecordingFile m_file; // used by m_thread only
+    RecordingFile m_file; // used by m_thread only, like what follows
+    std::optional<Clock::time_point> m_clocksRead;
+    std::optional<Clock::time_point> m_diskAsked;
+    std::int64_t m_freeBytes = 0;  // that the disk told then
+    std::uint64_t m_bytesThen = 0; // of the file
 
     mutable std::mutex m_mutex; // guards everything below
     std::condition_variable m_changed;
     std::deque<Frame> m_queue;
+    std::vector<RecordingNote> m_notes; // for the file
+    std::size_t m_noteBytes = 0;        // of all that there were
+    std::uint64_t m_taken = 0;          // frames
     bool m_isStopping = false;
     Clock::time_point m_end;
     RecordingProgress m_progress;

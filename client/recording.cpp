@@ -2,11 +2,14 @@
 
 #include "client/crc32.h"
 #include "client/error.h"
+#include "client/recording_notes.h"
+#include "client/xxh3.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -70,8 +73,45 @@ private:
     std::span<const std::uint8_t> m_bytes;
 };
 
+/// What was noted, and the readings of the clocks.
+class Recording::Log
+{
+public:
+    explicit Log(const NoteReader& reader)
+        : m_notes(reader.notes())
+        , m_realtime(reader.readings(WallClock::Kind::Realtime))
+        , m_tai(reader.readings(WallClock::Kind::Tai))
+    {
+    }
+
+    [[nodiscard]] const std::vector<RecordingNote>& notes() const { return m_notes; }
+    [[nodiscard]] std::optional<WallTime> wallTime(FrameTimes::time_point time,
+                                                   WallClock::Kind kind) const
+    {
+        const auto& readings = kind == WallClock::Kind::Tai ? m_tai : m_realtime;
+        const auto after =
+            std::ranges::upper_bound(readings, time, {}, &WallClock::Reading::monotonic);
+        WallClock neighbours;
+        if (after != readings.begin()) {
+            neighbours.note(*(after - 1));
+        }
+        if (after != readings.end()) {
+            neighbours.note(*after);
+        }
+        return neighbours.map(time);
+    }
+
+private:
+    std::vector<RecordingNote> m_notes;
+    std::vector<WallClock::Reading> m_realtime;
+    std::vector<WallClock::Reading> m_tai;
+};
+
 namespace
 {
+
+/// What a direct write may add behind the last frame, which close() takes away.
+constexpr std::uint64_t largestPadding = 4096;
 
 /// A frame as its header has it. @param images one behind the other
 Frame frameOf(const FrameHeader& header, std::span<const std::uint8_t> images)
@@ -83,6 +123,11 @@ Frame frameOf(const FrameHeader& header, std::span<const std::uint8_t> images)
     frame.step.missing = header.missing;
     frame.arrival =
         std::chrono::steady_clock::time_point(std::chrono::nanoseconds(header.arrivalNanoseconds));
+    frame.dropped = header.dropped;
+    frame.times = header.times;
+    frame.wait = header.wait;
+    frame.exposure = header.exposure;
+    frame.gain = header.gain;
     frame.imageCount = header.imageCount();
     const auto imageBytes = static_cast<std::size_t>(header.imageBytes());
     for (std::size_t i = 0; i < frame.imageCount; ++i) {
@@ -105,21 +150,49 @@ Recording::Recording(const std::string& path)
     if (bytes() < blockSize) {
         refuse(notARecording, "too short for a recording");
     }
-    const std::optional<std::uint32_t> metadataBytes = decodeFileHeader(blockAt(0));
-    if (!metadataBytes) {
-        refuse(notARecording, "no recording, or one of a newer version");
+    if (readHeader()) {
+        m_isComplete = readIndex();
+        if (!m_isComplete) {
+            findFrames();
+        }
+    } else {
+        // Its frames may be whole all the same.
+        m_firstFrame = blockSize;
+        for (int version = writtenVersion;
+             isMarkedAsRecording(blockAt(0)) && version > 0 && m_offsets.empty(); --version) {
+            m_version = version;
+            findFrames();
+        }
+        if (m_offsets.empty()) {
+            refuse(notARecording, "no recording, or one of a newer version");
+        }
     }
-    const std::uint64_t firstFrame = padded(blockSize + std::uint64_t{*metadataBytes});
-    if (firstFrame > bytes()) {
-        refuse(notARecording, "cut off within its header");
+    for (std::size_t i = 0; m_version > 1 && i < m_offsets.size(); ++i) {
+        if (const std::optional<FrameHeader> header = readableHeader(i)) {
+            m_firstArrival = header->arrivalNanoseconds;
+            break;
+        }
     }
-    const auto text = m_file->bytes().subspan(blockSize, *metadataBytes);
-    m_metadata.assign(text.begin(), text.end());
-    m_metadata.erase(m_metadata.find_last_not_of(' ') + 1);
-    m_isComplete = readIndex(firstFrame);
-    if (!m_isComplete) {
-        findFrames(firstFrame);
+}
+
+/// @return false when it was damaged @throws Error
+bool Recording::readHeader()
+{
+    const std::optional<FileHeader> header = decodeFileHeader(blockAt(0));
+    if (!header) {
+        return false;
     }
+    m_version = header->version;
+    m_firstFrame = padded(blockSize + std::uint64_t{header->metadataBytes});
+    if (m_firstFrame > bytes()) {
+        refuse("NotARecording", "cut off within its header");
+    }
+    const auto text = m_file->bytes().subspan(blockSize, header->metadataBytes);
+    if (m_version == 1 || xxh3(text) == header->metadataHash) {
+        m_metadata.assign(text.begin(), text.end());
+        m_metadata.erase(m_metadata.find_last_not_of(' ') + 1);
+    }
+    return true;
 }
 
 std::uint64_t Recording::bytes() const
@@ -132,11 +205,17 @@ FrameHeader Recording::header(int position) const
     if (position < 0 || position >= frameCount()) {
         refuse("NoSuchFrame", "there is no frame " + std::to_string(position));
     }
-    const auto header = frameAt(m_offsets[static_cast<std::size_t>(position)]);
-    if (!header || header->position != static_cast<std::uint64_t>(position)) {
+    const auto header = readableHeader(static_cast<std::size_t>(position));
+    if (!header) {
         refuse("Damaged", "the header of frame " + std::to_string(position) + " is damaged");
     }
     return *header;
+}
+
+std::optional<FrameHeader> Recording::readableHeader(std::size_t position) const
+{
+    const auto header = frameAt(m_offsets[position]);
+    return header && header->position == position ? header : std::nullopt;
 }
 
 Frame Recording::frame(int position) const
@@ -148,10 +227,23 @@ Frame Recording::frame(int position) const
         std::make_shared<const std::vector<std::uint8_t>>(stored.begin(), stored.end());
     Frame frame = frameOf(found, *memory);
     frame.memory = memory;
-    if (payloadCrc(frame) != found.payloadCrc) {
+    if (!isWholeIn(frame, found)) {
         refuse("Damaged", "the images of frame " + std::to_string(position) + " are damaged");
     }
     return frame;
+}
+
+bool Recording::isWholeIn(const Frame& frame, const FrameHeader& found) const
+{
+    if (m_version == 1) {
+        std::uint32_t crc = 0;
+        for (const Image& image : frame.images()) {
+            crc = crc32(image.bytes, crc);
+        }
+        return crc == found.payloadCrc;
+    }
+    return std::ranges::equal(frame.images(), std::span(found.imageHashes).first(frame.imageCount),
+                              {}, [](const Image& image) { return xxh3(image.bytes); });
 }
 
 std::map<int, std::string> Recording::damage(const std::function<void(int)>& onProgress) const
@@ -180,15 +272,16 @@ Frame Recording::view(int position) const
 
 std::span<const std::uint8_t> Recording::imagesOf(int position, const FrameHeader& found) const
 {
-    return m_file->bytes().subspan(m_offsets[static_cast<std::size_t>(position)] + blockSize,
+    return m_file->bytes().subspan(m_offsets[static_cast<std::size_t>(position)] +
+                                       frameHeaderBytes(m_version),
                                    static_cast<std::size_t>(found.payloadBytes()));
 }
 
 std::chrono::nanoseconds Recording::duration() const
 {
-    for (auto last = m_offsets.rbegin(); last != m_offsets.rend(); ++last) {
-        if (const std::optional<FrameHeader> header = frameAt(*last)) {
-            return std::chrono::nanoseconds(header->arrivalNanoseconds);
+    for (std::size_t i = m_offsets.size(); i > 0; --i) {
+        if (const std::optional<FrameHeader> header = readableHeader(i - 1)) {
+            return std::chrono::nanoseconds(header->arrivalNanoseconds - m_firstArrival);
         }
     }
     return {};
@@ -196,47 +289,70 @@ std::chrono::nanoseconds Recording::duration() const
 
 std::chrono::nanoseconds Recording::sinceStart(int position) const
 {
-    return std::chrono::nanoseconds(header(position).arrivalNanoseconds);
+    return std::chrono::nanoseconds(header(position).arrivalNanoseconds - m_firstArrival);
 }
 
-int Recording::version() const
+std::optional<WallTime> Recording::wallTime(FrameTimes::time_point time, WallClock::Kind kind) const
 {
-    return static_cast<int>(formatVersion);
-}
-
-std::optional<WallTime> Recording::wallTime(FrameTimes::time_point, WallClock::Kind) const
-{
-    return std::nullopt;
+    const std::int64_t nanoseconds = std::chrono::nanoseconds(time.time_since_epoch()).count();
+    return nanoseconds < -maximumMonotonic || nanoseconds > maximumMonotonic
+               ? std::nullopt
+               : log().wallTime(time, kind);
 }
 
 std::vector<RecordingNote> Recording::notes() const
 {
-    return {};
+    return log().notes();
+}
+
+const Recording::Log& Recording::log() const
+{
+    std::call_once(m_logRead, [this] {
+        NoteReader reader;
+        const auto whole = m_file->bytes().subspan(m_tail.notesOffset, m_tail.notesBytes);
+        if (m_version > 1 && m_isComplete && xxh3(whole) == m_tail.notesHash) {
+            reader.read({whole, 0}, true);
+        } else if (m_version > 1) {
+            bool follows = true;
+            for (std::size_t i = 0; i < m_offsets.size(); ++i) {
+                const bool isReadable = readableHeader(i).has_value();
+                if (isReadable) {
+                    reader.read(notesOf(m_file->bytes().subspan(m_offsets[i], frameHeaderBytes2)),
+                                follows);
+                }
+                follows = isReadable;
+            }
+        }
+        m_log = std::make_shared<const Log>(reader);
+    });
+    return *m_log;
 }
 
 std::optional<Recording::Stack> Recording::stack() const
 {
-    if (m_offsets.empty()) {
-        return std::nullopt;
-    }
-    const FrameHeader first = header(0);
-    Stack stack{first.width,
-                first.height,
-                frameCount(),
-                first.imageCount(),
-                m_offsets.front() + blockSize,
-                first.imageBytes(),
-                blockSize + padded(first.payloadBytes())};
-    for (int i = 1; i < frameCount(); ++i) {
-        const FrameHeader next = header(i);
-        if (next.width != first.width || next.height != first.height ||
-            next.letters != first.letters ||
-            m_offsets[static_cast<std::size_t>(i)] - m_offsets[static_cast<std::size_t>(i) - 1] !=
-                stack.frameBytes) {
+    std::optional<FrameHeader> alike; // the first that can be read
+    Stack stack;
+    for (std::size_t i = 0; i < m_offsets.size(); ++i) {
+        const std::optional<FrameHeader> header = readableHeader(i);
+        if (header && !alike) {
+            alike = header;
+            stack = {
+                header->width,        header->height,
+                frameCount(),         header->imageCount(),
+                header->letters,      m_offsets.front() + frameHeaderBytes(m_version),
+                header->imageBytes(), frameHeaderBytes(m_version) + padded(header->payloadBytes())};
+        }
+        if (header && (header->width != alike->width || header->height != alike->height ||
+                       header->letters != alike->letters)) {
             return std::nullopt;
         }
     }
-    return stack;
+    for (std::size_t i = 1; i < m_offsets.size(); ++i) {
+        if (m_offsets[i] != m_offsets[i - 1] + stack.frameBytes) {
+            return std::nullopt;
+        }
+    }
+    return alike ? std::optional(stack) : std::nullopt;
 }
 
 Block Recording::blockAt(std::uint64_t offset) const
@@ -246,18 +362,22 @@ Block Recording::blockAt(std::uint64_t offset) const
     return block;
 }
 
-bool Recording::readIndex(std::uint64_t firstFrame)
+bool Recording::readIndex()
 {
     const std::uint64_t tailOffset = bytes() - blockSize;
     const std::optional<Tail> tail =
-        bytes() % blockSize == 0 ? decodeTail(blockAt(tailOffset)) : std::nullopt;
-    if (!tail || tail->indexOffset < firstFrame || tail->indexOffset > tailOffset ||
-        tail->frameCount > (tailOffset - tail->indexOffset) / sizeof(IndexEntry)) {
+        bytes() % blockSize == 0 ? decodeTail(m_version, blockAt(tailOffset)) : std::nullopt;
+    const auto isInside = [this, tailOffset](std::uint64_t offset, std::uint64_t size) {
+        return offset >= m_firstFrame && offset <= tailOffset && size <= tailOffset - offset;
+    };
+    if (!tail || tail->frameCount > std::numeric_limits<int>::max() ||
+        !isInside(tail->indexOffset, tail->frameCount * sizeof(IndexEntry)) ||
+        (m_version > 1 && !isInside(tail->notesOffset, tail->notesBytes))) {
         return false;
     }
     const auto count = static_cast<std::size_t>(tail->frameCount);
     const auto index = m_file->bytes().subspan(tail->indexOffset, count * sizeof(IndexEntry));
-    if (crc32(index) != tail->indexCrc) {
+    if (hashOf(m_version, index) != tail->indexHash) {
         return false;
     }
     std::vector<std::uint64_t> offsets(count);
@@ -265,34 +385,65 @@ bool Recording::readIndex(std::uint64_t firstFrame)
         IndexEntry entry{};
         std::ranges::copy(index.subspan(i * entry.size(), entry.size()), entry.begin());
         offsets[i] = decodeOffset(entry);
-        if (offsets[i] < firstFrame || offsets[i] > tailOffset) {
+        if (!isInside(offsets[i], 0)) {
             return false;
         }
     }
     m_offsets = std::move(offsets);
+    m_tail = *tail;
     return true;
 }
 
-void Recording::findFrames(std::uint64_t firstFrame)
+/// Where no index tells: each lies behind the one before it, or behind what of that is damaged.
+void Recording::findFrames()
 {
-    std::uint64_t offset = firstFrame;
-    while (const auto header = frameAt(offset)) {
-        if (header->position != m_offsets.size()) {
-            break;
+    const std::uint64_t smallest = frameHeaderBytes(m_version) + blockSize;
+    std::uint64_t end = m_firstFrame; // of the last one
+    std::optional<std::uint64_t> offset = end;
+    while (offset) {
+        const std::optional<FrameHeader> header = frameAt(*offset);
+        const std::uint64_t next = m_offsets.size();
+        if (header && header->position >= next &&
+            header->position - next <= (*offset - end) / smallest &&
+            header->position < std::numeric_limits<int>::max()) {
+            // Those between are somewhere behind the last one.
+            m_offsets.resize(static_cast<std::size_t>(header->position), end);
+            m_offsets.push_back(*offset);
+            end = *offset + frameHeaderBytes(m_version) + padded(header->payloadBytes());
+            offset = end;
+        } else {
+            offset = nextMark(*offset + blockSize);
         }
-        m_offsets.push_back(offset);
-        offset += blockSize + padded(header->payloadBytes());
     }
-    m_lostBytes = offset < bytes() ? bytes() - offset : 0;
+    std::uint64_t used = bytes();
+    while (m_version > 1 && used > end && bytes() - used < largestPadding &&
+           m_file->bytes()[used - 1] == 0) {
+        --used;
+    }
+    m_lostBytes = used > end ? used - end : 0;
+}
+
+/// Where a frame may begin, from @p offset on.
+std::optional<std::uint64_t> Recording::nextMark(std::uint64_t offset) const
+{
+    while (offset <= bytes() && bytes() - offset >= blockSize) {
+        if (isMarkedAsFrame(m_version, m_file->bytes().subspan(offset, blockSize))) {
+            return offset;
+        }
+        offset += blockSize;
+    }
+    return std::nullopt;
 }
 
 std::optional<FrameHeader> Recording::frameAt(std::uint64_t offset) const
 {
-    if (offset > bytes() || bytes() - offset < blockSize) {
+    const std::size_t headerBytes = frameHeaderBytes(m_version);
+    if (offset > bytes() || bytes() - offset < headerBytes) {
         return std::nullopt;
     }
-    const std::optional<FrameHeader> header = decodeFrameHeader(blockAt(offset));
-    const bool isWhole = header && header->payloadBytes() <= bytes() - offset - blockSize;
+    const std::optional<FrameHeader> header =
+        decodeFrameHeader(m_version, m_file->bytes().subspan(offset, headerBytes));
+    const bool isWhole = header && header->payloadBytes() <= bytes() - offset - headerBytes;
     return isWhole ? header : std::nullopt;
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -17,7 +18,8 @@ namespace zrn
 {
 
 /// A recording that is read, any frame in any order. Never reads beyond the file, whatever its
-/// bytes say; a file that is made shorter meanwhile ends the program.
+/// bytes say; a file that is made shorter meanwhile ends the program. Frames whose place is known
+/// only by those around them are counted, and damaged.
 ///
 /// Thread safety: reentrant; const functions from any thread.
 class Recording
@@ -30,6 +32,7 @@ public:
         std::uint32_t height = 0;
         int frames = 0;
         std::size_t imagesPerFrame = 0;
+        std::array<char, Frame::mostImages> letters{};
         std::uint64_t offset = 0;     ///< of the first image of the first frame
         std::uint64_t imageBytes = 0; ///< from the first image of a frame to its second
         std::uint64_t frameBytes = 0; ///< from an image to the same one of the next frame
@@ -40,8 +43,8 @@ public:
 
     /// Of its format: 1 or 2. The first knows no notes, no times but that of the arrival, and no
     /// date.
-    [[nodiscard]] int version() const;
-    /// What the writer noted: an object as JSON text.
+    [[nodiscard]] int version() const { return m_version; }
+    /// What the writer noted: an object as JSON text; empty when it was damaged.
     [[nodiscard]] const std::string& metadata() const { return m_metadata; }
     [[nodiscard]] int frameCount() const { return static_cast<int>(m_offsets.size()); }
     [[nodiscard]] std::uint64_t bytes() const;
@@ -80,22 +83,35 @@ public:
 
 private:
     class Mapping;
+    class Log;
 
     [[nodiscard]] recording::Block blockAt(std::uint64_t offset) const;
     [[nodiscard]] std::span<const std::uint8_t> imagesOf(int position,
                                                          const recording::FrameHeader& found) const;
-    bool readIndex(std::uint64_t firstFrame);
-    void findFrames(std::uint64_t firstFrame);
+    [[nodiscard]] bool isWholeIn(const Frame& frame, const recording::FrameHeader& found) const;
+    bool readHeader();
+    bool readIndex();
+    void findFrames();
+    [[nodiscard]] std::optional<std::uint64_t> nextMark(std::uint64_t offset) const;
     /// The header at @p offset if the whole frame is in the file.
     [[nodiscard]] std::optional<recording::FrameHeader> frameAt(std::uint64_t offset) const;
+    [[nodiscard]] std::optional<recording::FrameHeader> readableHeader(std::size_t position) const;
+    [[nodiscard]] const Log& log() const;
     [[noreturn]] void refuse(const char* name, const std::string& why) const;
 
     const std::string m_path;
     std::shared_ptr<const Mapping> m_file;
+    int m_version = 0;
     std::string m_metadata;
+    std::uint64_t m_firstFrame = 0; // its place
     std::vector<std::uint64_t> m_offsets;
+    std::int64_t m_firstArrival = 0;
     bool m_isComplete = false;
     std::uint64_t m_lostBytes = 0;
+    recording::Tail m_tail; // of one that is complete
+
+    mutable std::once_flag m_logRead;
+    mutable std::shared_ptr<const Log> m_log; // what was noted
 };
 
 } // namespace zrn

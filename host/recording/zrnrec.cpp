@@ -2,10 +2,12 @@
 #include "client/recording.h"
 #include "recording/exporter.h"
 #include "recording/formats.h"
+#include "recording/stack_info.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -47,12 +49,22 @@ QJsonObject metadataOf(const Recording& recording)
     return QJsonDocument::fromJson(QByteArray::fromStdString(recording.metadata())).object();
 }
 
+/// Frame numbers; 0 where its header is damaged.
+std::uint32_t missingBefore(const Recording& recording, int position)
+{
+    try {
+        return recording.header(position).missing;
+    } catch (const Error&) {
+        return 0;
+    }
+}
+
 int showInfo(const Options& options)
 {
     const Recording recording(options.path);
     quint64 missing = 0;
     for (int position = 1; position < recording.frameCount(); ++position) {
-        missing += recording.header(position).missing;
+        missing += missingBefore(recording, position);
     }
     printLine(QString::fromUtf8(
                   QJsonDocument(
@@ -64,7 +76,11 @@ int showInfo(const Options& options)
                           {QStringLiteral("bytes"), static_cast<qint64>(recording.bytes())},
                           {QStringLiteral("complete"), recording.isComplete()},
                           {QStringLiteral("lostBytes"), static_cast<qint64>(recording.lostBytes())},
+                          {QStringLiteral("version"), recording.version()},
+                          {QStringLiteral("notes"), static_cast<qint64>(recording.notes().size())},
                           {QStringLiteral("metadata"), metadataOf(recording)},
+                          {QStringLiteral("stacks"),
+                           stackInfo(recording, QFile::decodeName(options.path.c_str()))},
                       })
                       .toJson())
                   .trimmed());

@@ -5,6 +5,8 @@
 #include "client/error.h"
 #include "client/recorder.h"
 #include "client/recording.h"
+#include "client/recording_notes.h"
+#include "client/xxh3.h"
 #include "file_size_limit.h"
 #include "made_up_frames.h"
 
@@ -23,18 +25,39 @@ namespace
 
 const std::string metadata = R"({"serial":"ZR1"})";
 
-void expectSame(const Frame& read, const Frame& written, Frame first = madeUpFrame(0))
+void expectSameImages(const Frame& read, const Frame& written)
 {
     EXPECT_EQ(read.width, written.width);
     EXPECT_EQ(read.height, written.height);
     EXPECT_EQ(read.step.number, written.step.number);
-    EXPECT_EQ(read.step.missing, written.step.missing);
-    EXPECT_EQ(read.arrival.time_since_epoch(), written.arrival - first.arrival);
     ASSERT_EQ(read.imageCount, written.imageCount);
     for (std::size_t i = 0; i < read.imageCount; ++i) {
         EXPECT_EQ(read.images()[i].letter, written.images()[i].letter);
         EXPECT_THAT(read.images()[i].bytes, testing::ElementsAreArray(written.images()[i].bytes));
     }
+}
+
+void expectSame(const Frame& read, const Frame& written)
+{
+    expectSameImages(read, written);
+    EXPECT_EQ(read.step.missing, written.step.missing);
+    EXPECT_EQ(read.dropped, written.dropped);
+    EXPECT_EQ(read.arrival, written.arrival);
+    EXPECT_EQ(read.wait, written.wait);
+    EXPECT_EQ(read.exposure, written.exposure);
+    EXPECT_EQ(read.gain, written.gain);
+    EXPECT_EQ(read.times.source, written.times.source);
+    EXPECT_EQ(read.times.firstPayload, written.times.firstPayload);
+    EXPECT_EQ(read.times.lastPayload, written.times.lastPayload);
+    EXPECT_EQ(read.times.handOver, written.times.handOver);
+    EXPECT_EQ(read.times.captured, written.times.captured);
+    EXPECT_EQ(read.times.sent, written.times.sent);
+    EXPECT_EQ(read.times.cameraHz, written.times.cameraHz);
+}
+
+FrameTimes::time_point at(std::chrono::nanoseconds time)
+{
+    return FrameTimes::time_point(time);
 }
 
 /// As long as it lives no thread can be started: no memory is enough for a stack.
@@ -87,6 +110,33 @@ protected:
         return path;
     }
 
+    /// A recording of @p count frames whose writer was cut off, with a note before each.
+    std::string writeWithNotes(int count, std::size_t noteBytes) const
+    {
+        const std::string path = pathOf("cut.zrnrec");
+        RecordingFile file(path, metadata);
+        for (int i = 0; i < count; ++i) {
+            EXPECT_TRUE(
+                file.note({at(i * 1ms), std::string(noteBytes, static_cast<char>('a' + i))}));
+            file.append(madeUpFrame(static_cast<std::uint32_t>(i)));
+        }
+        file.flush();
+        return path;
+    }
+
+    /// Changes a byte of the header of a frame.
+    void damageHeader(const std::string& path, std::uint64_t position) const
+    {
+        QFile file(QString::fromStdString(path));
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(file.seek(static_cast<qint64>(firstFrame + position * frameDistance) + 20));
+        ASSERT_TRUE(file.putChar('x'));
+    }
+
+    static constexpr std::uint64_t firstFrame = 2 * recording::blockSize;
+    /// Of made-up frames.
+    static constexpr std::uint64_t frameDistance = recording::frameHeaderBytes2 + 832;
+
     static QByteArray contentOf(const std::string& path)
     {
         QFile file(QString::fromStdString(path));
@@ -119,6 +169,212 @@ TEST_F(RecordingTest, GivesBackWhatWasRecorded)
     for (const int position : {3, 0, 4, 1, 2}) {
         expectSame(reader.frame(position), madeUpFrame(static_cast<std::uint32_t>(position)));
     }
+}
+
+TEST_F(RecordingTest, KeepsAllThatAFrameTells)
+{
+    Frame frame = madeUpFrame(5);
+    frame.step.missing = 3;
+    frame.dropped = 2;
+    frame.wait = 7us;
+    frame.exposure = 12345us;
+    frame.gain = 17;
+    frame.times = {FrameTimes::Source::Payload,
+                   at(1h),
+                   at(1h + 1ms),
+                   at(1h + 2ms),
+                   4000000000U,
+                   12U,
+                   48000000U};
+    Frame untold = madeUpFrame(6);
+    untold.times = {FrameTimes::Source::HandOver, at(2h), at(2h), at(2h), {}, 0U, 1U};
+    const std::string path = pathOf("told.zrnrec");
+    RecordingFile file(path, {});
+    file.append(frame);
+    file.append(untold);
+    file.close();
+    const Recording reader(path);
+    expectSame(reader.frame(0), frame);
+    expectSame(reader.view(1), untold);
+    EXPECT_EQ(reader.sinceStart(0), 0ns);
+    EXPECT_EQ(reader.sinceStart(1), 1ms);
+}
+
+TEST_F(RecordingTest, ReadsWhatVersion1Wrote)
+{
+    const Recording reader(VERSION1_RECORDING);
+    EXPECT_EQ(reader.version(), 1);
+    EXPECT_TRUE(reader.isComplete());
+    EXPECT_EQ(reader.metadata(), metadata);
+    EXPECT_EQ(reader.duration(), 3ms);
+    ASSERT_EQ(reader.frameCount(), 4);
+    for (int i = 0; i < 4; ++i) {
+        const Frame frame = reader.frame(i);
+        expectSameImages(frame, madeUpFrame(static_cast<std::uint32_t>(i)));
+        EXPECT_EQ(frame.arrival, at(i * 1ms));
+        EXPECT_EQ(reader.sinceStart(i), i * 1ms);
+        EXPECT_EQ(frame.step.missing, i == 2 ? 3U : 0U);
+    }
+    EXPECT_TRUE(reader.notes().empty());
+    EXPECT_FALSE(reader.wallTime(at(1ms), WallClock::Kind::Realtime));
+    ASSERT_TRUE(reader.stack());
+    EXPECT_EQ(reader.stack()->frameBytes, recording::blockSize + 832);
+}
+
+TEST_F(RecordingTest, FindsTheFramesOfADamagedVersion1)
+{
+    QByteArray bytes = contentOf(VERSION1_RECORDING);
+    bytes.chop(10);                                 // no tail
+    bytes[2 * int{recording::blockSize} + 9] = 'x'; // the first header
+    const int thirdImages = 2 * int{recording::blockSize} + 2 * (64 + 832) + 64;
+    bytes[thirdImages] = static_cast<char>(~bytes[thirdImages]);
+    const Recording reader(writeBytes(bytes));
+    EXPECT_FALSE(reader.isComplete());
+    ASSERT_EQ(reader.frameCount(), 4);
+    EXPECT_THAT(reader.damage(), testing::ElementsAre(testing::Key(0), testing::Key(2)));
+}
+
+TEST_F(RecordingTest, TellsWhereTheImagesLie)
+{
+    const std::string path = write(4);
+    const auto stack = Recording(path).stack();
+    ASSERT_TRUE(stack);
+    EXPECT_EQ(stack->width, 37U);
+    EXPECT_EQ(stack->height, 11U);
+    EXPECT_EQ(stack->frames, 4);
+    EXPECT_EQ(stack->imagesPerFrame, 2U);
+    const QByteArray bytes = contentOf(path);
+    for (int i = 0; i < 4; ++i) {
+        const Frame frame = madeUpFrame(static_cast<std::uint32_t>(i));
+        for (std::size_t image = 0; image < 2; ++image) {
+            const auto pixels = frame.images()[image].pixels();
+            const auto place = stack->offset + image * stack->imageBytes +
+                               static_cast<std::uint64_t>(i) * stack->frameBytes;
+            EXPECT_EQ(bytes.mid(static_cast<int>(place), static_cast<int>(pixels.size())),
+                      QByteArray(reinterpret_cast<const char*>(pixels.data()),
+                                 static_cast<int>(pixels.size())));
+        }
+    }
+    EXPECT_FALSE(Recording(write(0)).stack());
+    const std::string mixed = pathOf("mixed.zrnrec");
+    RecordingFile file(mixed, {});
+    file.append(madeUpFrame(1, 8, 8));
+    file.append(madeUpFrame(2, 9, 8)); // the same bytes with their padding
+    file.close();
+    EXPECT_FALSE(Recording(mixed).stack());
+}
+
+TEST_F(RecordingTest, KeepsNotes)
+{
+    const std::string path = pathOf("notes.zrnrec");
+    RecordingFile file(path, {});
+    EXPECT_TRUE(file.note({at(1s), R"({"event":"setting","key":"Gain","value":3})"}));
+    file.append(madeUpFrame(0));
+    EXPECT_TRUE(file.note({at(2s), std::string(recording::maximumNoteBytes, 'x')}));
+    EXPECT_FALSE(file.note({at(3s), std::string(recording::maximumNoteBytes + 1, 'x')}));
+    EXPECT_TRUE(file.note({at(4s), {}}));
+    file.close();
+    const Recording reader(path);
+    const auto notes = reader.notes();
+    ASSERT_EQ(notes.size(), 3U);
+    EXPECT_EQ(notes[0].time, at(1s));
+    EXPECT_EQ(notes[0].text, R"({"event":"setting","key":"Gain","value":3})");
+    EXPECT_EQ(notes[1].text, std::string(recording::maximumNoteBytes, 'x'));
+    EXPECT_EQ(notes[2].time, at(4s));
+}
+
+TEST_F(RecordingTest, NotesOfOneThatWasCutOffLieInItsFrames)
+{
+    for (const std::size_t length : {0U, 100U, 359U, 360U, 361U}) {
+        const std::string path = writeWithNotes(8, length);
+        const auto notes = Recording(path).notes();
+        // A note that does not fit goes on in the next frames.
+        const std::size_t carried = 8 * recording::noteChunkBytes / (16 + length);
+        ASSERT_EQ(notes.size(), std::min<std::size_t>(8, carried)) << length;
+        for (std::size_t i = 0; i < notes.size(); ++i) {
+            EXPECT_EQ(notes[i].text, std::string(length, static_cast<char>('a' + i)));
+            EXPECT_EQ(notes[i].time, at(i * 1ms));
+        }
+        QFile::remove(QString::fromStdString(path));
+    }
+}
+
+TEST_F(RecordingTest, ADamagedHeaderCostsItsFrameAndTheNotesInIt)
+{
+    const std::string path =
+        writeWithNotes(6, 400); // each begins in its frame and ends in the next
+    damageHeader(path, 2);
+    const Recording reader(path);
+    EXPECT_EQ(reader.version(), 2);
+    EXPECT_FALSE(reader.isComplete());
+    ASSERT_EQ(reader.frameCount(), 6);
+    EXPECT_THAT(reader.damage(), testing::ElementsAre(testing::Key(2)));
+    for (const int i : {0, 1, 3, 4, 5}) {
+        expectSame(reader.frame(i), madeUpFrame(static_cast<std::uint32_t>(i)));
+    }
+    std::string texts;
+    for (const RecordingNote& note : reader.notes()) {
+        EXPECT_EQ(note.text, std::string(400, note.text[0]));
+        texts += note.text[0];
+    }
+    EXPECT_EQ(texts, "ade") << "what lies in the damaged header is lost";
+}
+
+TEST_F(RecordingTest, FindsFramesBehindAHeaderOfTheFileThatIsDamaged)
+{
+    QByteArray bytes = contentOf(write(3));
+    bytes[9] = 'x';
+    const Recording reader(writeBytes(bytes));
+    ASSERT_EQ(reader.frameCount(), 3);
+    EXPECT_TRUE(reader.metadata().empty());
+    expectSame(reader.frame(2), madeUpFrame(2));
+    bytes = contentOf(pathOf("test.zrnrec"));
+    bytes[70] = 'x';
+    EXPECT_TRUE(Recording(writeBytes(bytes)).metadata().empty()) << "damaged";
+}
+
+TEST_F(RecordingTest, DatesTimesByTheReadingsOfTheClocks)
+{
+    const std::string path = pathOf("dates.zrnrec");
+    RecordingFile file(path, {});
+    file.note(WallClock::Kind::Realtime, {at(10s), 1000s, 5us});
+    file.note(WallClock::Kind::Tai, {at(10s), 1037s, 6us});
+    file.append(madeUpFrame(0));
+    file.note(WallClock::Kind::Realtime, {at(20s), 2010s, 5us}); // somebody has set it
+    file.append(madeUpFrame(1));
+    file.flush();
+    const auto check = [&path] {
+        const Recording reader(path);
+        const auto realtime = [&reader](std::chrono::nanoseconds time) {
+            return reader.wallTime(at(time), WallClock::Kind::Realtime).value();
+        };
+        EXPECT_EQ(realtime(9s).sinceEpoch, 999s);
+        EXPECT_EQ(realtime(9s).error, 5us);
+        EXPECT_EQ(realtime(11s).sinceEpoch, 1001s);
+        EXPECT_EQ(realtime(11s).error, 1000s + 5us);
+        EXPECT_EQ(realtime(21s).sinceEpoch, 2011s);
+        EXPECT_EQ(reader.wallTime(at(20s), WallClock::Kind::Tai)->sinceEpoch, 1047s);
+        EXPECT_FALSE(reader.wallTime(FrameTimes::time_point::max(), WallClock::Kind::Tai));
+    };
+    check();
+    file.close();
+    check();
+    EXPECT_FALSE(Recording(write(1)).wallTime(at(1s), WallClock::Kind::Realtime)) << "none read";
+}
+
+TEST_F(RecordingTest, NothingThatAHeaderSaysOverflows)
+{
+    recording::FrameHeader header;
+    header.width = 1;
+    header.height = 1;
+    header.letters = {'A', 0};
+    header.arrivalNanoseconds = std::numeric_limits<std::int64_t>::min();
+    const auto bytes = recording::encodeFrameHeader(header);
+    const auto read = recording::decodeFrameHeader(2, bytes);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->arrivalNanoseconds, -recording::maximumMonotonic);
+    header.width = 0;
+    EXPECT_FALSE(recording::decodeFrameHeader(2, recording::encodeFrameHeader(header)));
 }
 
 TEST_F(RecordingTest, AViewIsTheSameWithoutACopyAndKeepsTheFile)
@@ -160,7 +416,7 @@ TEST_F(RecordingTest, MixesSizesAndSingleImages)
     const Recording reader(path);
     ASSERT_EQ(reader.frameCount(), 3);
     for (int i = 0; i < 3; ++i) {
-        expectSame(reader.frame(i), frames[static_cast<std::size_t>(i)], frames[0]);
+        expectSame(reader.frame(i), frames[static_cast<std::size_t>(i)]);
     }
 }
 
@@ -259,6 +515,60 @@ TEST_F(RecordingTest, RecorderWritesEveryFrameThatItTook)
     for (int i = 0; i < 200; ++i) {
         expectSame(reader.frame(i), madeUpFrame(static_cast<std::uint32_t>(i)));
     }
+}
+
+TEST_F(RecordingTest, RecorderKeepsNotesAndReadsTheClocks)
+{
+    const std::string path = pathOf("noted.zrnrec");
+    {
+        Recorder recorder(path, {});
+        recorder.note({at(1s), "before"});
+        recorder.add(madeUpFrame(0));
+        recorder.note({at(2s), std::string(recording::maximumNoteBytes + 1, 'x')});
+        recorder.note({at(3s), "after"});
+        recorder.finish();
+        recorder.note({at(4s), "too late"});
+    }
+    const Recording reader(path);
+    ASSERT_EQ(reader.notes().size(), 2U);
+    EXPECT_EQ(reader.notes()[0].text, "before");
+    EXPECT_EQ(reader.notes()[1].text, "after");
+    for (const auto kind : {WallClock::Kind::Realtime, WallClock::Kind::Tai}) {
+        const WallClock::Reading now = WallClock::read(kind);
+        const auto date = reader.wallTime(now.monotonic, kind);
+        ASSERT_TRUE(date);
+        EXPECT_LE(std::chrono::abs(date->sinceEpoch - now.other), 1h);
+    }
+}
+
+TEST_F(RecordingTest, EndsWhenItsFileIsRemoved)
+{
+    const std::string path = pathOf("removed.zrnrec");
+    Recorder recorder(path, {});
+    ASSERT_TRUE(recorder.add(madeUpFrame(0)));
+    QFile::remove(QString::fromStdString(path));
+    std::uint32_t number = 1;
+    while (number < 100 && recorder.add(madeUpFrame(number))) {
+        ++number;
+    }
+    recorder.finish();
+    EXPECT_EQ(recorder.progress().error, "the file was removed meanwhile");
+}
+
+TEST_F(RecordingTest, WritesMoreThanItsBuffersHold)
+{
+    const std::string path = pathOf("large.zrnrec");
+    {
+        Recorder recorder(path, {});
+        for (std::uint32_t i = 0; i < 12; ++i) {
+            ASSERT_TRUE(recorder.add(madeUpFrame(i, 1280, 1024)));
+        }
+    }
+    const Recording reader(path);
+    EXPECT_TRUE(reader.isComplete());
+    ASSERT_EQ(reader.frameCount(), 12);
+    EXPECT_TRUE(reader.damage().empty());
+    EXPECT_EQ(reader.bytes() % recording::blockSize, 0U);
 }
 
 TEST_F(RecordingTest, AFullQueueMakesTheCameraWaitInsteadOfDropping)
@@ -378,7 +688,28 @@ TEST_F(RecordingTest, AFolderIsNoRecording)
     EXPECT_THROW(Recording{pathOf(".")}, Error);
 }
 
-TEST(Crc32Test, IsTheOneOfTheFormat)
+TEST(NoteReaderTest, TakesNothingThatNoWriterMakes)
+{
+    using recording::NoteReader;
+    for (const std::size_t place : {7U, 11U, 12U}) { // of time, length, kind
+        recording::NoteWriter writer;
+        writer.add({FrameTimes::time_point(), "text"});
+        std::vector<std::uint8_t> bytes(writer.whole().begin(), writer.whole().end());
+        bytes[place] = 0x7f;
+        NoteReader reader;
+        reader.read({bytes, 0}, true);
+        EXPECT_TRUE(reader.notes().empty()) << place;
+        reader.read({writer.whole(), 0}, true);
+        EXPECT_EQ(reader.notes().size(), 1U) << "goes on behind it";
+    }
+}
+
+TEST(Xxh3Test, IsTheOneOfTheFormat)
+{
+    EXPECT_EQ(xxh3({}), 0x2d06800538d394c2U);
+}
+
+TEST(Crc32Test, IsTheOneOfVersion1)
 {
     const std::string digits = "123456789";
     const std::vector<std::uint8_t> bytes(digits.begin(), digits.end());

@@ -1,9 +1,14 @@
 """Recordings as sequences over the file itself."""
 
+import pathlib
+import time
+
 import numpy as np
 import pytest
 
 import zrncamera
+
+VERSION_1 = pathlib.Path(__file__).parent.parent / "client" / "data" / "version1.zrnrec"
 
 
 @pytest.fixture
@@ -26,9 +31,32 @@ def test_gives_back_what_was_recorded(recorded, camera):
     for frame, stored in zip(frames, recording):
         assert frame.number == stored.number
         assert np.array_equal(frame.a, stored.a) and np.array_equal(frame.b, stored.b)
-    times = [stored.time for stored in recording]
-    assert times[0] == 0 and times == sorted(set(times))
-    assert recording.seconds == pytest.approx(times[-1])
+        assert frame.time_ns == stored.time_ns and frame.time_source == stored.time_source
+        assert frame.exposure_us == stored.exposure_us > 0 and frame.gain == stored.gain
+    assert recording.version == 2
+    assert recording.seconds > 0
+
+
+def test_notes_and_dates(recorded, tmp_path):
+    path, frames = recorded
+    before = time.time_ns()
+    with zrncamera.Recorder(tmp_path / "noted.zrnrec") as recorder:
+        recorder.note("setting", key="Gain", value=3)
+        recorder.add(frames[0])
+    recording = zrncamera.Recording(tmp_path / "noted.zrnrec")
+    [(when, what)] = recording.notes
+    assert what == {"event": "setting", "key": "Gain", "value": 3}
+    date = recording.wall_time_ns(int(when * 1e9))
+    assert abs(date - before) < 3600e9
+    assert zrncamera.Recording(path).notes == []
+
+
+def test_reads_version_1():
+    recording = zrncamera.Recording(VERSION_1)
+    assert len(recording) == 4 and recording.version == 1 and recording.complete
+    assert [frame.time_ns for frame in recording] == [0, 1000000, 2000000, 3000000]
+    assert recording[2].a.shape == (11, 37) and recording[2].exposure_us == 0
+    assert recording.notes == [] and recording.wall_time_ns(0) is None
 
 
 def test_slices(recorded):

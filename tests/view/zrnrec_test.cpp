@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QImage>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -89,11 +90,12 @@ void writeHollowRecording(const QString& path, quint32 frameWidth, quint32 frame
     header.width = frameWidth;
     header.height = frameHeight;
     header.letters = {'A', 'B'};
-    const Block fileHeader = encodeFileHeader(metadataBytes);
-    const Block frameHeader = encodeFrameHeader(header);
+    const Block fileHeader = encodeFileHeader({writtenVersion, metadataBytes, 0});
+    const FrameBlock frameHeader = encodeFrameHeader(header);
     file.write(reinterpret_cast<const char*>(fileHeader.data()), static_cast<qint64>(blockSize));
     file.seek(static_cast<qint64>(blockSize + padded(metadataBytes)));
-    file.write(reinterpret_cast<const char*>(frameHeader.data()), static_cast<qint64>(blockSize));
+    file.write(reinterpret_cast<const char*>(frameHeader.data()),
+               static_cast<qint64>(frameHeader.size()));
     // No disk has to hold it.
     ASSERT_TRUE(file.resize(file.pos() + static_cast<qint64>(padded(header.payloadBytes()))));
 }
@@ -129,6 +131,31 @@ TEST_F(ZrnrecTest, TellsWhatARecordingHolds)
     EXPECT_TRUE(info[QLatin1String("complete")].toBool());
     EXPECT_EQ(info[QLatin1String("metadata")].toObject()[QLatin1String("serial")].toString(),
               QStringLiteral("ZR1"));
+}
+
+TEST_F(ZrnrecTest, TellsHowToOpenItAsAStack)
+{
+    const QJsonArray stacks = QJsonDocument::fromJson(zrnrec({QStringLiteral("info"), path}).output)
+                                  .object()[QLatin1String("stacks")]
+                                  .toArray();
+    ASSERT_EQ(stacks.size(), 2);
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray bytes = file.readAll();
+    for (int i = 0; i < stacks.size(); ++i) {
+        const QJsonObject stack = stacks[i].toObject();
+        EXPECT_EQ(stack[QLatin1String("count")].toInt(), 3);
+        int place = stack[QLatin1String("offset")].toInt();
+        for (const quint32 number : {7U, 8U, 11U}) {
+            EXPECT_EQ(bytes.mid(place, width * height),
+                      imageOf(number, i == 0 ? 'A' : 'B').left(width * height));
+            place += width * height + stack[QLatin1String("gap")].toInt();
+        }
+    }
+    EXPECT_TRUE(stacks[1].toObject()[QLatin1String("fiji")].toString().contains(
+        QStringLiteral("8-bit, width 16, height 4")));
+    EXPECT_TRUE(stacks[1].toObject()[QLatin1String("numpy")].toString().startsWith(
+        QStringLiteral("numpy.ndarray((3, 4, 16), 'u1', numpy.memmap(\"")));
 }
 
 TEST_F(ZrnrecTest, VerifiesAndNamesDamage)

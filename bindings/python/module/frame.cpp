@@ -117,8 +117,8 @@ OpenCV's drawing functions write to them all the same: copy first.)")
             [](const Frame& frame) {
                 return std::chrono::duration<double>(timeOf(frame.get())).count();
             },
-            "When it began to arrive, in seconds on the clock of time.monotonic(); in a recording, "
-            "when it had arrived, since the first frame.")
+            "When it began to arrive, in seconds on the clock of time.monotonic(); in a recording "
+            "of version 1, when it had arrived, since the first frame.")
         .def_property_readonly(
             "time_ns", [](const Frame& frame) { return timeOf(frame.get()).count(); },
             "The same in whole nanoseconds.")
@@ -129,10 +129,10 @@ OpenCV's drawing functions write to them all the same: copy first.)")
         .def_property_readonly(
             "exposure_us", [](const Frame& frame) { return frame.get().exposure.count(); },
             "Exposure in microseconds that was set when it was grabbed, which need not be what it "
-            "was exposed with when that has just been changed; 0 in a recording.")
+            "was exposed with when that has just been changed; 0 in a recording of version 1.")
         .def_property_readonly(
             "gain", [](const Frame& frame) { return frame.get().gain; },
-            "Gain that was set when it was grabbed, likewise; 0 in a recording.")
+            "Gain that was set when it was grabbed, likewise; 0 in a recording of version 1.")
         .def(
             "__eq__",
             [](const Frame& frame, const py::object& other) {

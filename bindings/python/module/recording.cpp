@@ -5,6 +5,8 @@
 #include "module.h"
 #include "waiting.h"
 
+#include <pybind11/stl.h>
+
 namespace zrnpy
 {
 namespace
@@ -33,6 +35,10 @@ public:
     {
         const std::shared_ptr<Recorder> recorder = m_recorder.get();
         return unlocked([&] { return recorder->add(frame.get()); });
+    }
+    void note(const std::string& text) const
+    {
+        m_recorder.get()->note({std::chrono::steady_clock::now(), text});
     }
     void finish() const
     {
@@ -65,12 +71,33 @@ void addRecordings(py::module_& module)
             py::arg("position"))
         .def_property_readonly("metadata", &Recording::metadata)
         .def_property_readonly("complete", &Recording::isComplete)
+        .def_property_readonly("version", &Recording::version)
+        .def_property_readonly(
+            "notes",
+            [](const Recording& recording) {
+                std::vector<std::pair<std::int64_t, std::string>> notes;
+                for (const zrn::RecordingNote& note : recording.notes()) {
+                    notes.emplace_back(
+                        std::chrono::nanoseconds(note.time.time_since_epoch()).count(), note.text);
+                }
+                return notes;
+            })
+        .def(
+            "wall_time_ns",
+            [](const Recording& recording, std::int64_t time) -> std::optional<std::int64_t> {
+                const auto date =
+                    recording.wallTime(zrn::FrameTimes::time_point(std::chrono::nanoseconds(time)),
+                                       zrn::WallClock::Kind::Realtime);
+                return date ? std::optional<std::int64_t>(date->sinceEpoch.count()) : std::nullopt;
+            },
+            py::arg("time_ns"))
         .def_property_readonly("seconds", [](const Recording& recording) {
             return std::chrono::duration<double>(recording.duration()).count();
         });
 
     py::class_<BoundRecorder>(module, "Recorder", "A recording that is written.")
         .def("add", &BoundRecorder::add, py::arg("frame"))
+        .def("note", &BoundRecorder::note, py::arg("text"))
         .def("finish", &BoundRecorder::finish)
         .def_property_readonly(
             "frames", [](const BoundRecorder& recorder) { return recorder.progress().frames; })

@@ -42,6 +42,29 @@ class Recording(Sequence[Frame]):
         return self._recording.complete
 
     @property
+    def version(self) -> int:
+        """Of its format. Files of version 1 know neither notes nor dates, and their frames' times
+        begin with the first frame."""
+        return self._recording.version
+
+    @property
+    def notes(self) -> list[tuple[float, dict[str, Any]]]:
+        """What happened meanwhile: times in seconds on the clock of its frames, and what it was."""
+        notes = []
+        for nanoseconds, text in self._recording.notes:
+            try:
+                told = json.loads(text)
+            except ValueError:
+                told = text
+            notes.append((nanoseconds / 1e9, told if isinstance(told, dict) else {"text": text}))
+        return notes
+
+    def wall_time_ns(self, time_ns: int) -> Optional[int]:
+        """The date of a time of its frames, in nanoseconds since 1970; None where the recording
+        does not tell."""
+        return self._recording.wall_time_ns(time_ns)
+
+    @property
     def seconds(self) -> float:
         """From the first frame of the file to the last readable one."""
         return self._recording.seconds
@@ -113,6 +136,10 @@ class Recorder:
         """
         if not self._recorder.add(frame):
             raise ZrnError(self._recorder.error or "the recording has ended", name="NotWritable")
+
+    def note(self, event: str, **details: object) -> None:
+        """Keeps what happens now, for Recording.notes."""
+        self._recorder.note(json.dumps({"event": event, **details}))
 
     def finish(self) -> None:
         """Waits until all is written, and completes the file. ZrnError: it could not be."""
