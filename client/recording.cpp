@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace zrn
 {
@@ -26,35 +27,36 @@ class Recording::Mapping
 public:
     /// @throws std::system_error
     explicit Mapping(const std::string& path)
+        : m_descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC))
     {
-        const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (file < 0) {
+        if (m_descriptor < 0) {
             fail(errno);
         }
         struct stat status {
         };
-        int error = ::fstat(file, &status) == 0 ? 0 : errno;
+        int error = ::fstat(m_descriptor, &status) == 0 ? 0 : errno;
         if (error == 0 && S_ISDIR(status.st_mode)) {
             error = EISDIR;
         }
         const auto size = static_cast<std::size_t>(status.st_size);
         if (error == 0 && size > 0) {
             // Libraries that write to images all the same write to copies of its pages.
-            void* const data =
-                ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_NORESERVE, file, 0);
+            void* const data = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                                      MAP_PRIVATE | MAP_NORESERVE, m_descriptor, 0);
             if (data == MAP_FAILED) {
                 error = errno;
             } else {
                 m_bytes = {static_cast<const std::uint8_t*>(data), size};
             }
         }
-        ::close(file);
         if (error != 0) {
+            closeDescriptor();
             fail(error);
         }
     }
     ~Mapping()
     {
+        closeDescriptor();
         if (!m_bytes.empty()) {
             ::munmap(const_cast<std::uint8_t*>(m_bytes.data()), m_bytes.size());
         }
@@ -64,12 +66,34 @@ public:
 
     [[nodiscard]] std::span<const std::uint8_t> bytes() const { return m_bytes; }
 
+    /// The first byte from @p offset on that is no hole of the file; its end when there is none.
+    [[nodiscard]] std::uint64_t nextData(std::uint64_t offset) const
+    {
+        const off_t found = ::lseek(m_descriptor, static_cast<off_t>(offset), SEEK_DATA);
+        return found >= 0 ? static_cast<std::uint64_t>(found)
+                          : (errno == ENXIO ? m_bytes.size() : offset);
+    }
+    /// The first byte from @p offset on that is one.
+    [[nodiscard]] std::uint64_t nextHole(std::uint64_t offset) const
+    {
+        const off_t found = ::lseek(m_descriptor, static_cast<off_t>(offset), SEEK_HOLE);
+        return found >= 0 ? static_cast<std::uint64_t>(found) : m_bytes.size();
+    }
+    /// The bytes stay; the holes cannot be told any more.
+    void closeDescriptor()
+    {
+        if (m_descriptor >= 0) {
+            ::close(std::exchange(m_descriptor, -1));
+        }
+    }
+
 private:
     [[noreturn]] static void fail(int error)
     {
         throw std::system_error(error, std::generic_category());
     }
 
+    int m_descriptor;
     std::span<const std::uint8_t> m_bytes;
 };
 
@@ -141,11 +165,13 @@ Frame frameOf(const FrameHeader& header, std::span<const std::uint8_t> images)
 Recording::Recording(const std::string& path)
     : m_path(path)
 {
+    std::shared_ptr<Mapping> file;
     try {
-        m_file = std::make_shared<const Mapping>(path);
+        file = std::make_shared<Mapping>(path);
     } catch (const std::system_error& error) {
         refuse("NotReadable", error.code().message());
     }
+    m_file = file;
     constexpr const char* notARecording = "NotARecording";
     if (bytes() < blockSize) {
         refuse(notARecording, "too short for a recording");
@@ -158,8 +184,8 @@ Recording::Recording(const std::string& path)
     } else {
         // Its frames may be whole all the same.
         m_firstFrame = blockSize;
-        for (int version = writtenVersion;
-             isMarkedAsRecording(blockAt(0)) && version > 0 && m_offsets.empty(); --version) {
+        for (int version = isDamagedFileHeader(blockAt(0)) ? writtenVersion : 0;
+             version > 0 && m_offsets.empty(); --version) {
             m_version = version;
             findFrames();
         }
@@ -167,6 +193,7 @@ Recording::Recording(const std::string& path)
             refuse(notARecording, "no recording, or one of a newer version");
         }
     }
+    file->closeDescriptor();
     for (std::size_t i = 0; m_version > 1 && i < m_offsets.size(); ++i) {
         if (const std::optional<FrameHeader> header = readableHeader(i)) {
             m_firstArrival = header->arrivalNanoseconds;
@@ -423,14 +450,19 @@ void Recording::findFrames()
     m_lostBytes = used > end ? used - end : 0;
 }
 
-/// Where a frame may begin, from @p offset on.
+/// Where a frame may begin, from @p offset on, which is a multiple of blockSize.
 std::optional<std::uint64_t> Recording::nextMark(std::uint64_t offset) const
 {
+    std::uint64_t hole = offset; // the next one: what is behind has not been asked for
     while (offset <= bytes() && bytes() - offset >= blockSize) {
-        if (isMarkedAsFrame(m_version, m_file->bytes().subspan(offset, blockSize))) {
+        if (offset >= hole) {
+            offset = m_file->nextData(offset) / blockSize * blockSize;
+            hole = std::max(m_file->nextHole(offset), offset + 1);
+        } else if (isMarkedAsFrame(m_version, m_file->bytes().subspan(offset, blockSize))) {
             return offset;
+        } else {
+            offset += blockSize;
         }
-        offset += blockSize;
     }
     return std::nullopt;
 }

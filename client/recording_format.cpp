@@ -189,9 +189,10 @@ bool FrameHeader::isPossible() const
            isLetter(letters[0]) && (letters[1] == 0 || isLetter(letters[1]));
 }
 
-bool isMarkedAsRecording(const Block& block)
+bool isDamagedFileHeader(const Block& block)
 {
-    return begins(block, version1::fileMagic);
+    return begins(block, version1::fileMagic) && !isSealed(block, version1::fileMagic) &&
+           !version1::isSealed(block, version1::fileMagic);
 }
 
 Block encodeFileHeader(const FileHeader& header)

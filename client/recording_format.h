@@ -87,8 +87,8 @@ std::size_t frameHeaderBytes(int version);
 /// Checksum of what the tail points to.
 std::uint64_t hashOf(int version, std::span<const std::uint8_t> bytes);
 
-/// Whether a recording of any version begins so, be it damaged.
-bool isMarkedAsRecording(const Block& block);
+/// Whether it begins as the header of a recording does, but is not as any version wrote it.
+bool isDamagedFileHeader(const Block& block);
 Block encodeFileHeader(const FileHeader& header);
 /// @return nothing when this is no recording of a known version or the length is impossible.
 std::optional<FileHeader> decodeFileHeader(const Block& block);

@@ -7,8 +7,6 @@
 
 namespace zrn::recording::version1
 {
-namespace
-{
 
 using little_endian::get;
 
@@ -17,8 +15,6 @@ bool isSealed(std::span<const std::uint8_t> block, const Magic& magic)
     return std::equal(magic.begin(), magic.end(), block.begin()) &&
            get<std::uint32_t>(block, headerCrcAt) == crc32(block.first(headerCrcAt));
 }
-
-} // namespace
 
 std::optional<FileHeader> decodeFileHeader(std::span<const std::uint8_t> block)
 {

@@ -32,6 +32,8 @@ inline constexpr std::size_t indexOffsetAt = 8;
 inline constexpr std::size_t frameCountAt = 16;
 inline constexpr std::size_t indexCrcAt = 24;
 
+/// Whether it begins so, and its checksum holds. @param block of blockSize
+bool isSealed(std::span<const std::uint8_t> block, const Magic& magic);
 std::optional<FileHeader> decodeFileHeader(std::span<const std::uint8_t> block);
 std::optional<FrameHeader> decodeFrameHeader(std::span<const std::uint8_t> block);
 std::optional<Tail> decodeTail(std::span<const std::uint8_t> block);

@@ -333,6 +333,16 @@ TEST_F(RecordingTest, FindsFramesBehindAHeaderOfTheFileThatIsDamaged)
     EXPECT_TRUE(Recording(writeBytes(bytes)).metadata().empty()) << "damaged";
 }
 
+TEST_F(RecordingTest, LooksForFramesInNoHoleOfTheFile)
+{
+    const std::string path = writeWithNotes(3, 10);
+    damageHeader(path, 1);
+    ASSERT_TRUE(QFile(QString::fromStdString(path)).resize(qint64{1} << 36));
+    const Recording reader(path);
+    ASSERT_EQ(reader.frameCount(), 3);
+    EXPECT_THAT(reader.damage(), testing::ElementsAre(testing::Key(1)));
+}
+
 TEST_F(RecordingTest, DatesTimesByTheReadingsOfTheClocks)
 {
     const std::string path = pathOf("dates.zrnrec");
