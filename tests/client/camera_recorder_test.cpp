@@ -248,6 +248,16 @@ TEST_F(CameraRecorderTest, TheMemoryBeforeATriggerIsBounded)
     EXPECT_EQ(recorder->parts().front().lost.queue, 0U);
 }
 
+TEST_F(CameraRecorderTest, OldFramesMakeRoomBeforeATrigger)
+{
+    plan.waitsForTrigger = true;
+    plan.before = 3ms;
+    plan.memoryBytes = 10 * frameBytes;
+    const auto recorder = makeRecorder(makeSession());
+    add(*recorder, framesUntilNow(0, 100));
+    EXPECT_FALSE(recorder->progress().isShortened);
+}
+
 TEST_F(CameraRecorderTest, EachTriggerMakesASetAndNoFrameIsInTwo)
 {
     plan.waitsForTrigger = true;
@@ -345,13 +355,14 @@ TEST_F(CameraRecorderTest, FramesDroppedAtTheEndAreCountedToo)
 TEST_F(CameraRecorderTest, AFullDiskKeepsWhatIsWrittenAndCountsTheRest)
 {
     const FileSizeLimit limit(10'000'000);
+    plan.file.queueBytes = 1; // most frames wait for the recorder
     const auto recorder = makeRecorder(makeSession());
     Frame frame = madeUpFrame(0, 640, 480);
     for (std::uint32_t number = 0; number < 40; ++number) {
         frame.step.number = number;
         recorder->add(frame, {});
     }
-    EXPECT_TRUE(recorder->waitUntilDone(patience));
+    ASSERT_TRUE(recorder->waitUntilDone(patience));
     const RecordedPart part = recorder->parts().front();
     EXPECT_THAT(part.failure, testing::HasSubstr("recording_0001_ZR1.zrnrec: "));
     EXPECT_EQ(part.frames + part.unwritten, 40U);
@@ -371,7 +382,7 @@ TEST_F(CameraRecorderTest, AFileThatIsRemovedIsAFailure)
     const QString path = folder.filePath(QStringLiteral("recording_0001_ZR1.zrnrec"));
     EXPECT_TRUE(waitFor([&] { return recorder->progress().frames == 3; }));
     EXPECT_TRUE(QFile::remove(path));
-    EXPECT_TRUE(recorder->waitUntilDone(patience)) << "without another frame";
+    ASSERT_TRUE(recorder->waitUntilDone(patience)) << "without another frame";
     const RecordedPart part = recorder->parts().front();
     EXPECT_EQ(part.failure, path.toStdString() + ": it was removed while it was written");
     EXPECT_EQ(part.unwritten, 3U);
