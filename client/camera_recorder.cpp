@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 constexpr auto glance = 50ms;
 /// Between two looks whether the file is still there.
 constexpr auto removalPause = 500ms;
-constexpr const char* removed = ": it was removed while it was written";
+constexpr const char* removal = ": the file was removed meanwhile"; // as a Recorder says
 
 std::uint64_t bytesOf(const Frame& frame)
 {
@@ -404,7 +404,7 @@ void CameraRecorder::closeFile()
     if (!progress.error.empty()) {
         fail(reasonOf(*file.recorder));
     } else if (!isThere) {
-        fail(file.recorder->path() + removed);
+        fail(file.recorder->path() + removal);
     }
     std::uint64_t frames = 0;
     if (progress.frames > 0 && isThere) {
@@ -451,7 +451,7 @@ void CameraRecorder::lookForRemoval()
     if (recorder.progress().finished) {
         fail(reasonOf(recorder)); // also when no more frames come
     } else if (!std::filesystem::exists(recorder.path(), error)) {
-        fail(recorder.path() + removed);
+        fail(recorder.path() + removal);
     }
 }
 

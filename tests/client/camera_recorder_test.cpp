@@ -384,7 +384,7 @@ TEST_F(CameraRecorderTest, AFileThatIsRemovedIsAFailure)
     EXPECT_TRUE(QFile::remove(path));
     ASSERT_TRUE(recorder->waitUntilDone(patience)) << "without another frame";
     const RecordedPart part = recorder->parts().front();
-    EXPECT_EQ(part.failure, path.toStdString() + ": it was removed while it was written");
+    EXPECT_EQ(part.failure, path.toStdString() + ": the file was removed meanwhile");
     EXPECT_EQ(part.unwritten, 3U);
     EXPECT_TRUE(part.files.empty());
 }
@@ -408,6 +408,29 @@ TEST_F(CameraRecorderTest, AFolderThatCannotBeWrittenToIsRefused)
 {
     plan.folder = "/proc/recordings";
     EXPECT_THROW(makeSession(), Error);
+}
+
+TEST_F(CameraRecorderTest, NotesLieBetweenTheFramesThatTheyCameBetween)
+{
+    plan.waitsForTrigger = true;
+    plan.before = 1h;
+    plan.frames = 0;
+    const auto session = makeSession();
+    const auto recorder = makeRecorder(session);
+    add(*recorder, framesUntilNow(0, 1));
+    StreamEvent event;
+    event.kind = StreamEvent::Kind::Lost;
+    event.outage.cause = Outage::Cause::Gone;
+    recorder->note(event);
+    session->trigger();
+    EXPECT_TRUE(waitFor([&] { return !recorder->parts().empty(); }));
+    std::vector<std::string> texts;
+    for (const RecordingNote& note :
+         Recording(recorder->parts().front().files.at(0).path).notes()) {
+        texts.push_back(note.text);
+    }
+    EXPECT_THAT(texts, ElementsAre(R"({"cause":"gone","event":"lost"})",
+                                   R"({"event":"camera","what":"trigger"})"));
 }
 
 TEST_F(CameraRecorderTest, ACameraThatIsGoneForGoodLeavesTheOtherAlone)
