@@ -11,31 +11,31 @@ using std::chrono::nanoseconds;
 namespace
 {
 
-WallClock::time_point at(nanoseconds time)
+WallClock::time_point moment(nanoseconds time)
 {
     return WallClock::time_point(time);
 }
 
 WallClock::Reading reading(nanoseconds monotonic, nanoseconds distance, nanoseconds error = 50ns)
 {
-    return {at(monotonic), monotonic + distance, error};
+    return {moment(monotonic), monotonic + distance, error};
 }
 
 nanoseconds mapped(const WallClock& clock, nanoseconds time)
 {
-    return clock.map(at(time)).value().sinceEpoch;
+    return clock.map(moment(time)).value().sinceEpoch;
 }
 
 nanoseconds errorOf(const WallClock& clock, nanoseconds time)
 {
-    return clock.map(at(time)).value().error;
+    return clock.map(moment(time)).value().error;
 }
 
 } // namespace
 
 TEST(WallClockTest, WithoutAReadingThereIsNoMapping)
 {
-    EXPECT_FALSE(WallClock().map(at(1s)));
+    EXPECT_FALSE(WallClock().map(moment(1s)));
 }
 
 TEST(WallClockTest, TimesKeepTheirIntervals)
