@@ -272,7 +272,11 @@ void Bus::remember(const BusCamera& camera, const std::string& serial)
 
 BusReaders busReaders(const std::string& root)
 {
-    const auto bus = std::make_shared<Bus>(root);
+    // One for the process: what one part of it learns of a camera, the others know. Not beyond a
+    // fork, which may have found its lock taken.
+    static const pid_t process = ::getpid();
+    static const auto machine = std::make_shared<Bus>();
+    const auto bus = root.empty() && process == ::getpid() ? machine : std::make_shared<Bus>(root);
     return {[bus] { return bus->cameras(); }, [bus] { return bus->camerasAndHolders(); },
             [bus](const BusCamera& camera, const std::string& serial) {
                 bus->remember(camera, serial);

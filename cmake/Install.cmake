@@ -1,5 +1,5 @@
 # What `cmake --install` puts where. The components, for `--component`: plugin, development, tools, viewer,
-# simulator, gstreamer, python.
+# server, simulator, gstreamer, python.
 
 include(CMakePackageConfigHelpers)
 
@@ -58,6 +58,7 @@ endif()
 zrn_install_tool(zrncam tools)
 zrn_install_tool(zrnrec tools)
 zrn_install_tool(zrnview viewer)
+zrn_install_tool(zrnserve server)
 zrn_install_tool(zrnsim simulator)
 zrn_install_tool(zrnsim-ctl simulator)
 if(TARGET zrncam)
@@ -70,7 +71,7 @@ if(TARGET zrncam)
         DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tools)
     install(FILES ${completions}/_zrn_tools
         DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions" COMPONENT tools)
-    foreach(program zrnrec zrnview zrnsim zrnsim-ctl)
+    foreach(program zrnrec zrnserve zrnview zrnsim zrnsim-ctl)
         install(FILES ${completions}/tools.bash RENAME ${program}
             DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT tools)
         install(FILES ${completions}/tools.fish RENAME ${program}.fish

@@ -1,4 +1,4 @@
-# bash completion for zrnrec, zrnview, zrnsim and zrnsim-ctl, installed under each of these names: the options and
+# bash completion for zrnrec, zrnserve, zrnview, zrnsim and zrnsim-ctl, installed under each of these names: the options and
 # subcommands that their --help shows, and files.
 
 _zrn_tool()
@@ -24,4 +24,4 @@ _zrn_tool()
     fi
 }
 
-complete -F _zrn_tool zrnrec zrnview zrnsim zrnsim-ctl
+complete -F _zrn_tool zrnrec zrnserve zrnview zrnsim zrnsim-ctl

@@ -1,4 +1,4 @@
-# fish completion for zrnrec, zrnview, zrnsim and zrnsim-ctl, installed under each of these names: the options and
+# fish completion for zrnrec, zrnserve, zrnview, zrnsim and zrnsim-ctl, installed under each of these names: the options and
 # subcommands that their --help shows, and files.
 
 function __zrn_tool_offers
@@ -27,6 +27,6 @@ function __zrn_tool_offers
     end
 end
 
-for program in zrnrec zrnview zrnsim zrnsim-ctl
+for program in zrnrec zrnserve zrnview zrnsim zrnsim-ctl
     complete -c $program -a '(__zrn_tool_offers)'
 end

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "zrnserve/access.h"
+
+#include <functional>
+#include <libsoup/soup.h>
+#include <string>
+
+namespace zrnserve
+{
+
+/// Two pages: what is there, and figures for Prometheus.
+///
+/// Thread safety: thread-bound, to that of the default main context.
+class HttpService
+{
+public:
+    struct Pages {
+        /// JSON; addresses begin with the host's name as the client wrote it.
+        std::function<std::string(const std::string& host)> cameras;
+        std::function<std::string()> metrics;
+    };
+
+    /// @param port 0: any
+    /// @throws std::runtime_error when the address cannot be listened on
+    HttpService(const Access& access, int port, Pages pages);
+    ~HttpService();
+    HttpService(const HttpService&) = delete;
+    HttpService& operator=(const HttpService&) = delete;
+
+    int port() const;
+
+private:
+    void answer(SoupServerMessage* message, const char* path) const;
+
+    const Access& m_access;
+    const Pages m_pages;
+    SoupServer* const m_server;
+};
+
+} // namespace zrnserve

@@ -1,0 +1,156 @@
+#include "common/interrupt.h"
+#include "zrnserve/camera_list.h"
+#include "zrnserve/http_service.h"
+#include "zrnserve/note.h"
+#include "zrnserve/reports.h"
+#include "zrnserve/rtsp_service.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <sys/resource.h>
+
+namespace
+{
+
+constexpr int exitUsage = 2;
+
+struct Options {
+    zrnserve::AccessOptions access;
+    zrnserve::RtspService::Options rtsp;
+    int httpPort = 8555;
+};
+
+/// A connection is a file: as many as the process may have.
+void allowManyFiles()
+{
+    rlimit limit;
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+/// As an address names it.
+std::string bracketed(const std::string& address)
+{
+    return address.find(':') == std::string::npos ? address : "[" + address + "]";
+}
+
+void serve(const Options& options, zrnhost::Interrupt& interrupt)
+{
+    using namespace zrnserve;
+    const Access access(options.access);
+    RtspService* service = nullptr;
+    CameraList cameras([&service](const CameraList::Entry& entry) {
+        if (!service) {
+            return;
+        }
+        if (entry.isPresent) {
+            service->offer(entry.camera);
+        } else {
+            service->withdraw(*entry.camera);
+        }
+    });
+    {
+        RtspService rtsp(access, options.rtsp);
+        service = &rtsp;
+        for (const auto& [serial, entry] : cameras.bySerial()) {
+            if (entry.isPresent) {
+                rtsp.offer(entry.camera);
+            }
+        }
+        HttpService http(
+            access, options.httpPort,
+            {[&](const std::string& host) { return camerasAsJson(cameras, rtsp, host); },
+             [&] { return metrics(cameras, rtsp); }});
+        const std::string host = bracketed(access.address());
+        const char* encrypted = access.certificate() ? "s" : "";
+        std::printf("rtsp%s://%s:%d/SERIAL/a, /b and /ab\nhttp%s://%s:%d/\n", encrypted,
+                    host.c_str(), rtsp.port(), encrypted, host.c_str(), http.port());
+        std::fflush(stdout);
+
+        GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+        {
+            // By the loop itself, so that a signal before it runs counts as well.
+            const zrnhost::InterruptAction end(interrupt, [loop] {
+                g_idle_add(
+                    [](gpointer running) -> gboolean {
+                        g_main_loop_quit(static_cast<GMainLoop*>(running));
+                        return FALSE;
+                    },
+                    loop);
+            });
+            g_main_loop_run(loop);
+        }
+        g_main_loop_unref(loop);
+        note("ending");
+        service = nullptr;
+    }
+    for (const auto& [serial, entry] : cameras.bySerial()) {
+        entry.camera->close();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Serves ZRN USB cameras by RTSP, each opened once for all who look.", "zrnserve");
+    app.set_version_flag("--version", "zrnserve " ZRN_VERSION);
+    Options options;
+    app.add_option(
+           "--listen", options.access.address,
+           "Address to listen on; any but this machine's own needs --users and --certificate")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    app.add_option("--port", options.rtsp.port, "Port for RTSP, 0 for any")
+        ->check(CLI::Range(0, 65535))
+        ->type_name("PORT")
+        ->capture_default_str();
+    app.add_option("--http-port", options.httpPort, "Port for the list and the metrics, 0 for any")
+        ->check(CLI::Range(0, 65535))
+        ->type_name("PORT")
+        ->capture_default_str();
+    bool jpeg = false;
+    app.add_flag("--jpeg", jpeg, "Pictures as JPEG instead of H.264");
+    app.add_option("--users", options.access.usersFile,
+                   "File of who may look, a line USER:PASSWORD each")
+        ->type_name("FILE");
+    app.add_option("--certificate", options.access.certificateFile,
+                   "Certificate in PEM: connections are encrypted")
+        ->type_name("FILE");
+    app.add_option("--key", options.access.keyFile,
+                   "Its key in PEM; without, in the certificate's file")
+        ->type_name("FILE");
+    app.add_option("--max-clients", options.rtsp.mostClients, "How many RTSP clients at once")
+        ->check(CLI::Range(1, 10000))
+        ->type_name("N")
+        ->capture_default_str();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
+    }
+    options.rtsp.coding = jpeg ? zrnserve::Coding::Jpeg : zrnserve::Coding::H264;
+
+    // The driver writes a line for each frame otherwise.
+    g_setenv("QT_LOGGING_RULES", "*=false", FALSE);
+    allowManyFiles();
+    zrnhost::Interrupt interrupt;
+    gst_init(nullptr, nullptr);
+    try {
+        serve(options, interrupt);
+        return EXIT_SUCCESS;
+    } catch (const zrnserve::WrongOptions& error) {
+        zrnserve::note("%s", error.what());
+        return exitUsage;
+    } catch (const std::exception& error) {
+        zrnserve::note("%s", error.what());
+        return EXIT_FAILURE;
+    }
+}

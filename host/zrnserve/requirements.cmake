@@ -1,0 +1,13 @@
+find_package(CLI11 QUIET)
+zrn_need(CLI11_FOUND libcli11-dev)
+find_package(nlohmann_json QUIET)
+zrn_need(nlohmann_json_FOUND nlohmann-json3-dev)
+find_package(prometheus-cpp QUIET)
+zrn_need(prometheus-cpp_FOUND prometheus-cpp-dev)
+if(PKG_CONFIG_FOUND)
+    pkg_check_modules(GSTREAMER_RTSP QUIET IMPORTED_TARGET
+        gstreamer-rtsp-server-1.0>=1.22 gstreamer-rtsp-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
+    pkg_check_modules(SOUP QUIET IMPORTED_TARGET libsoup-3.0)
+endif()
+zrn_need(GSTREAMER_RTSP_FOUND libgstrtspserver-1.0-dev)
+zrn_need(SOUP_FOUND libsoup-3.0-dev)

@@ -1,0 +1,424 @@
+#include "zrnserve/rtsp_service.h"
+
+#include "zrnserve/note.h"
+
+#include <gst/video/video.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <thread>
+#include <vector>
+
+namespace zrnserve
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// A client whose connection was not empty once in that time reads too slowly. gst-rtsp-server
+/// itself keeps up to ten seconds of pictures for it.
+constexpr std::chrono::seconds longestBacklog(3);
+constexpr guint slowCheckMilliseconds = 200;
+constexpr guint sessionCheckSeconds = 5;
+constexpr std::chrono::seconds longestEnd(3);
+constexpr guint longestRequest = 64 * 1024;
+constexpr gint mostThreads = 8;
+constexpr const char* viewerRole = "viewer";
+constexpr const char* viewingKey = "zrn-viewing";
+constexpr const char* addressKey = "zrn-address";
+
+constexpr const char* h264Launch =
+    "( appsrc name=images ! videoconvert ! video/x-raw,format=I420 ! "
+    "x264enc name=encoder tune=zerolatency speed-preset=superfast bitrate=8000 key-int-max=30 ! "
+    "rtph264pay name=pay0 pt=96 config-interval=-1 )";
+constexpr const char* jpegLaunch =
+    "( appsrc name=images ! videoconvert ! video/x-raw,format=I420 ! "
+    "jpegenc name=encoder ! rtpjpegpay name=pay0 pt=26 )";
+
+/// What of a view is needed to make its pipeline.
+struct ViewSource {
+    std::shared_ptr<SharedCamera> camera;
+    View view;
+    Coding coding;
+};
+
+struct ViewFactory {
+    GstRTSPMediaFactory factory;
+    ViewSource* source;
+};
+
+struct ViewFactoryClass {
+    GstRTSPMediaFactoryClass parent;
+};
+
+} // namespace
+
+G_DEFINE_TYPE(ViewFactory, zrn_view_factory, GST_TYPE_RTSP_MEDIA_FACTORY)
+
+namespace
+{
+
+template <typename Object>
+Object* reference(Object* object)
+{
+    return static_cast<Object*>((g_object_ref)(object));
+}
+
+void deleteViewing(gpointer viewing)
+{
+    delete static_cast<SharedCamera::Viewing*>(viewing);
+}
+
+GstElement* createElement(GstRTSPMediaFactory* factory, const GstRTSPUrl* /*url*/)
+{
+    const ViewSource& source = *reinterpret_cast<ViewFactory*>(factory)->source;
+    g_autoptr(GError) error = nullptr;
+    GstElement* bin = gst_parse_launch_full(source.coding == Coding::H264 ? h264Launch : jpegLaunch,
+                                            nullptr, GST_PARSE_FLAG_PLACE_IN_BIN, &error);
+    if (!bin) {
+        note("%s: %s", source.camera->serial().c_str(), error->message);
+        return nullptr;
+    }
+    g_autoptr(GstElement) images = gst_bin_get_by_name(GST_BIN(bin), "images");
+    g_object_set(images, "is-live", TRUE, "format", GST_FORMAT_TIME, "max-bytes", guint64{0},
+                 "leaky-type", GST_APP_LEAKY_TYPE_DOWNSTREAM, nullptr);
+    std::unique_ptr<SharedCamera::Viewing> viewing =
+        source.camera->look(source.view, GST_APP_SRC(images));
+    if (!viewing) {
+        gst_object_unref(gst_object_ref_sink(bin));
+        return nullptr;
+    }
+    g_object_set_data_full(G_OBJECT(bin), viewingKey, viewing.release(), deleteViewing);
+    return bin;
+}
+
+/// The last client has gone.
+void endViewing(GstRTSPMedia* media, gpointer /*data*/)
+{
+    g_autoptr(GstElement) bin = gst_rtsp_media_get_element(media);
+    g_object_set_data(G_OBJECT(bin), viewingKey, nullptr);
+}
+
+void configure(GstRTSPMediaFactory* factory, GstRTSPMedia* media)
+{
+    GST_RTSP_MEDIA_FACTORY_CLASS(zrn_view_factory_parent_class)->configure(factory, media);
+    const ViewSource& source = *reinterpret_cast<ViewFactory*>(factory)->source;
+    g_object_set_data_full(G_OBJECT(media), addressKey,
+                           g_strdup(addressOf(*source.camera, source.view).c_str()), g_free);
+    g_signal_connect(media, "unprepared", G_CALLBACK(endViewing), nullptr);
+}
+
+void finalizeFactory(GObject* object)
+{
+    delete reinterpret_cast<ViewFactory*>(object)->source;
+    G_OBJECT_CLASS(zrn_view_factory_parent_class)->finalize(object);
+}
+
+GstRTSPMediaFactory* newFactory(ViewSource source)
+{
+    auto* self = static_cast<ViewFactory*>(g_object_new(zrn_view_factory_get_type(), nullptr));
+    self->source = new ViewSource(std::move(source));
+    GstRTSPMediaFactory* factory = &self->factory;
+    gst_rtsp_media_factory_set_shared(factory, TRUE);
+    // Inside the connection: as encrypted as that is, and for nobody but its client.
+    gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_TCP);
+    g_autoptr(GstClock) clock = gst_system_clock_obtain();
+    gst_rtsp_media_factory_set_clock(factory, clock);
+    gst_rtsp_media_factory_add_role(factory, viewerRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS,
+                                    G_TYPE_BOOLEAN, TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT,
+                                    G_TYPE_BOOLEAN, TRUE, nullptr);
+    return factory;
+}
+
+GstRTSPAuth* newAuth(const Access& access)
+{
+    GstRTSPAuth* auth = gst_rtsp_auth_new();
+    gst_rtsp_auth_set_realm(auth, "zrnserve");
+    if (access.certificate()) {
+        gst_rtsp_auth_set_tls_certificate(auth, access.certificate());
+    }
+    g_autoptr(GstRTSPToken) viewer =
+        gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, viewerRole, nullptr);
+    gst_rtsp_auth_set_supported_methods(auth, GST_RTSP_AUTH_DIGEST);
+    for (const auto& [user, password] : access.passwords()) {
+        gst_rtsp_auth_add_digest(auth, user.c_str(), password.c_str(), viewer);
+    }
+    if (access.passwords().empty()) {
+        gst_rtsp_auth_set_default_token(auth, viewer);
+    }
+    return auth;
+}
+
+/// A stream is looked at from its next key frame on: one is made for who comes later.
+void requestKeyFrame(GstRTSPClient* /*client*/, GstRTSPContext* context, gpointer /*data*/)
+{
+    if (!context->media) {
+        return;
+    }
+    g_autoptr(GstElement) bin = gst_rtsp_media_get_element(context->media);
+    g_autoptr(GstElement) encoder = gst_bin_get_by_name(GST_BIN(bin), "encoder");
+    if (encoder) {
+        gst_element_send_event(
+            encoder, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+    }
+}
+
+std::string hostOf(GstRTSPClient* client)
+{
+    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+    const char* address = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
+    return address ? address : "a client";
+}
+
+/// Tells who gave a wrong password; a request without any is how clients learn that one is needed.
+void noteRefusal(GstRTSPClient* client, GstRTSPContext* context, GstRTSPMessage* response,
+                 gpointer /*data*/)
+{
+    GstRTSPStatusCode code = GST_RTSP_STS_OK;
+    char* credentials = nullptr;
+    if (gst_rtsp_message_get_type(response) == GST_RTSP_MESSAGE_RESPONSE &&
+        gst_rtsp_message_parse_response(response, &code, nullptr, nullptr) == GST_RTSP_OK &&
+        code == GST_RTSP_STS_UNAUTHORIZED && context && context->request &&
+        gst_rtsp_message_get_header(context->request, GST_RTSP_HDR_AUTHORIZATION, &credentials,
+                                    0) == GST_RTSP_OK) {
+        note("%s: refused, wrong user or password", hostOf(client).c_str());
+    }
+}
+
+bool isUnsent(GSocket* socket)
+{
+    int bytes = 0;
+    return ::ioctl(g_socket_get_fd(socket), SIOCOUTQNSD, &bytes) == 0 && bytes > 0;
+}
+
+GstRTSPFilterResult countViewers(GstRTSPSession* /*session*/, GstRTSPSessionMedia* sessionMedia,
+                                 gpointer counts)
+{
+    GstRTSPMedia* media = gst_rtsp_session_media_get_media(sessionMedia);
+    const auto* address = static_cast<const char*>(g_object_get_data(G_OBJECT(media), addressKey));
+    if (address && gst_rtsp_session_media_get_rtsp_state(sessionMedia) == GST_RTSP_STATE_PLAYING) {
+        ++(*static_cast<std::map<std::string, int>*>(counts))[address];
+    }
+    return GST_RTSP_FILTER_KEEP;
+}
+
+void requireElements(std::initializer_list<const char*> names)
+{
+    for (const char* name : names) {
+        g_autoptr(GstElementFactory) factory = gst_element_factory_find(name);
+        if (!factory) {
+            throw std::runtime_error(std::string("GStreamer does not know ") + name +
+                                     ": install gstreamer1.0-plugins-base, -good and, for H.264, "
+                                     "-ugly");
+        }
+    }
+}
+
+} // namespace
+
+void zrn_view_factory_class_init(ViewFactoryClass* type)
+{
+    G_OBJECT_CLASS(type)->finalize = finalizeFactory;
+    GST_RTSP_MEDIA_FACTORY_CLASS(type)->create_element = createElement;
+    GST_RTSP_MEDIA_FACTORY_CLASS(type)->configure = configure;
+}
+
+void zrn_view_factory_init(ViewFactory* /*factory*/) {}
+
+std::string addressOf(const SharedCamera& camera, View view)
+{
+    return "/" + camera.serial() + "/" + nameOf(view);
+}
+
+RtspService::RtspService(const Access& access, const Options& options)
+    : m_server(gst_rtsp_server_new())
+    , m_options(options)
+    , m_isEncrypted(access.certificate() != nullptr)
+{
+    if (options.coding == Coding::H264) {
+        requireElements({"videoconvert", "x264enc", "rtph264pay"});
+    } else {
+        requireElements({"videoconvert", "jpegenc", "rtpjpegpay"});
+    }
+    gst_rtsp_server_set_address(m_server, access.address().c_str());
+    gst_rtsp_server_set_service(m_server, std::to_string(options.port).c_str());
+    gst_rtsp_server_set_content_length_limit(m_server, longestRequest);
+    g_autoptr(GstRTSPThreadPool) threads = gst_rtsp_server_get_thread_pool(m_server);
+    gst_rtsp_thread_pool_set_max_threads(threads, mostThreads);
+    g_autoptr(GstRTSPSessionPool) sessions = gst_rtsp_server_get_session_pool(m_server);
+    gst_rtsp_session_pool_set_max_sessions(sessions, options.mostClients * 4);
+    g_autoptr(GstRTSPAuth) auth = newAuth(access);
+    gst_rtsp_server_set_auth(m_server, auth);
+    g_signal_connect_swapped(
+        m_server, "client-connected",
+        G_CALLBACK(+[](RtspService* self, GstRTSPClient* client) { self->admit(client); }), this);
+    m_listening = gst_rtsp_server_attach(m_server, nullptr);
+    if (m_listening == 0) {
+        g_object_unref(m_server);
+        throw std::runtime_error(access.address() + ", port " + std::to_string(options.port) +
+                                 " cannot be listened on");
+    }
+    m_slowTimer = g_timeout_add(
+        slowCheckMilliseconds,
+        [](gpointer self) -> gboolean {
+            static_cast<RtspService*>(self)->dropSlowClients();
+            return TRUE;
+        },
+        this);
+    m_sessionTimer = g_timeout_add_seconds(
+        sessionCheckSeconds,
+        [](gpointer server) -> gboolean {
+            g_autoptr(GstRTSPSessionPool) pool =
+                gst_rtsp_server_get_session_pool(static_cast<GstRTSPServer*>(server));
+            gst_rtsp_session_pool_cleanup(pool);
+            return TRUE;
+        },
+        m_server);
+}
+
+RtspService::~RtspService()
+{
+    g_source_remove(m_slowTimer);
+    g_source_remove(m_sessionTimer);
+    g_source_remove(m_listening);
+    std::vector<GstRTSPClient*> clients;
+    {
+        const std::lock_guard lock(m_clientsMutex);
+        for (const auto& [client, state] : m_clients) {
+            clients.push_back(reference(client));
+        }
+    }
+    for (GstRTSPClient* client : clients) {
+        gst_rtsp_client_close(client);
+    }
+    // Their threads end the streams.
+    const Clock::time_point end = Clock::now() + longestEnd;
+    while (clientCount() > 0 && Clock::now() < end) {
+        std::this_thread::sleep_for(10ms);
+    }
+    for (GstRTSPClient* client : clients) {
+        g_signal_handlers_disconnect_by_data(client, this);
+        forget(client);
+        g_object_unref(client);
+    }
+    for (const auto& [address, factory] : m_factories) {
+        g_object_unref(factory);
+    }
+    g_object_unref(m_server);
+}
+
+int RtspService::port() const
+{
+    return gst_rtsp_server_get_bound_port(m_server);
+}
+
+void RtspService::offer(const std::shared_ptr<SharedCamera>& camera)
+{
+    g_autoptr(GstRTSPMountPoints) mounts = gst_rtsp_server_get_mount_points(m_server);
+    for (const View view : views) {
+        const std::string address = addressOf(*camera, view);
+        GstRTSPMediaFactory*& factory = m_factories[address];
+        if (!factory) {
+            factory = newFactory({camera, view, m_options.coding});
+        }
+        gst_rtsp_mount_points_add_factory(mounts, address.c_str(), reference(factory));
+    }
+}
+
+void RtspService::withdraw(const SharedCamera& camera)
+{
+    g_autoptr(GstRTSPMountPoints) mounts = gst_rtsp_server_get_mount_points(m_server);
+    for (const View view : views) {
+        gst_rtsp_mount_points_remove_factory(mounts, addressOf(camera, view).c_str());
+    }
+}
+
+std::size_t RtspService::clientCount() const
+{
+    const std::lock_guard lock(m_clientsMutex);
+    return m_clients.size();
+}
+
+std::map<std::string, int> RtspService::viewers() const
+{
+    std::map<std::string, int> counts;
+    g_autoptr(GstRTSPSessionPool) pool = gst_rtsp_server_get_session_pool(m_server);
+    gst_rtsp_session_pool_filter(
+        pool,
+        [](GstRTSPSessionPool*, GstRTSPSession* session, gpointer sums) {
+            gst_rtsp_session_filter(session, countViewers, sums);
+            return GST_RTSP_FILTER_KEEP;
+        },
+        &counts);
+    return counts;
+}
+
+void RtspService::admit(GstRTSPClient* client)
+{
+    const std::string name = hostOf(client);
+    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+    GSocket* socket = connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
+    if (!socket) {
+        return; // has gone already
+    }
+    if (clientCount() >= m_options.mostClients) {
+        note("%s: refused, there are %u clients already", name.c_str(), m_options.mostClients);
+        gst_rtsp_client_close(client);
+        return;
+    }
+    note("%s: connected", name.c_str());
+    g_signal_connect(client, "play-request", G_CALLBACK(requestKeyFrame), nullptr);
+    g_signal_connect(client, "send-message", G_CALLBACK(noteRefusal), nullptr);
+    {
+        const std::lock_guard lock(m_clientsMutex);
+        m_clients[reference(client)] = {reference(socket), name, Clock::now()};
+    }
+    g_signal_connect_swapped(
+        client, "closed",
+        G_CALLBACK(+[](RtspService* self, GstRTSPClient* closed) { self->forget(closed); }), this);
+    if (!gst_rtsp_client_get_connection(client)) { // closed before that was listened for
+        forget(client);
+    }
+}
+
+void RtspService::forget(GstRTSPClient* client)
+{
+    std::unique_lock lock(m_clientsMutex);
+    const auto known = m_clients.find(client);
+    if (known == m_clients.end()) {
+        return;
+    }
+    const Client state = std::move(known->second);
+    m_clients.erase(known);
+    lock.unlock();
+    note("%s: disconnected", state.name.c_str());
+    g_object_unref(state.socket);
+    g_object_unref(client);
+}
+
+void RtspService::dropSlowClients()
+{
+    std::vector<std::pair<GstRTSPClient*, std::string>> slow;
+    {
+        const std::lock_guard lock(m_clientsMutex);
+        const Clock::time_point now = Clock::now();
+        for (auto& [client, state] : m_clients) {
+            if (!isUnsent(state.socket)) {
+                state.lastEmpty = now;
+            } else if (now - state.lastEmpty > longestBacklog) {
+                state.lastEmpty = now;
+                slow.emplace_back(reference(client), state.name);
+            }
+        }
+    }
+    for (const auto& [client, name] : slow) {
+        ++m_dropped;
+        note("%s: dropped, it has not taken its pictures for %d s", name.c_str(),
+             static_cast<int>(longestBacklog.count()));
+        gst_rtsp_client_close(client);
+        g_object_unref(client);
+    }
+}
+
+} // namespace zrnserve
