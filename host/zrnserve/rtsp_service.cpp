@@ -106,7 +106,9 @@ void configure(GstRTSPMediaFactory* factory, GstRTSPMedia* media)
     const ViewSource& source = *reinterpret_cast<ViewFactory*>(factory)->source;
     g_object_set_data_full(G_OBJECT(media), addressKey,
                            g_strdup(addressOf(*source.camera, source.view).c_str()), g_free);
-    g_signal_connect(media, "unprepared", G_CALLBACK(endViewing), nullptr);
+    // After the factory has forgotten it: closing takes a while, and who comes then needs a new
+    // one.
+    g_signal_connect_after(media, "unprepared", G_CALLBACK(endViewing), nullptr);
 }
 
 void finalizeFactory(GObject* object)

@@ -89,7 +89,7 @@ def serve():
 
     yield start
     for server in servers:
-        server.end()
+        assert server.end() == 0, server.log
 
 
 def look(address, count=None, decoder="rtph264depay ! avdec_h264", **properties):
