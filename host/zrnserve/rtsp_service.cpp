@@ -16,9 +16,10 @@ namespace
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-/// A client whose connection was not empty once in that time reads too slowly. gst-rtsp-server
-/// itself keeps up to ten seconds of pictures for it.
-constexpr std::chrono::seconds longestBacklog(3);
+/// A client whose connection was full at so many checks in a row reads too slowly. Checks are
+/// counted, not time, which a starved server would hold against its clients. gst-rtsp-server itself
+/// keeps up to ten seconds of pictures for a client.
+constexpr int mostFullChecks = 15;
 constexpr guint slowCheckMilliseconds = 200;
 constexpr guint sessionCheckSeconds = 5;
 constexpr std::chrono::seconds longestEnd(3);
@@ -374,7 +375,7 @@ void RtspService::admit(GstRTSPClient* client)
     g_signal_connect(client, "send-message", G_CALLBACK(noteRefusal), nullptr);
     {
         const std::lock_guard lock(m_clientsMutex);
-        m_clients[reference(client)] = {reference(socket), name, Clock::now()};
+        m_clients[reference(client)] = {reference(socket), name, 0};
     }
     g_signal_connect_swapped(
         client, "closed",
@@ -404,12 +405,9 @@ void RtspService::dropSlowClients()
     std::vector<std::pair<GstRTSPClient*, std::string>> slow;
     {
         const std::lock_guard lock(m_clientsMutex);
-        const Clock::time_point now = Clock::now();
         for (auto& [client, state] : m_clients) {
-            if (!isUnsent(state.socket)) {
-                state.lastEmpty = now;
-            } else if (now - state.lastEmpty > longestBacklog) {
-                state.lastEmpty = now;
+            state.fullChecks = isUnsent(state.socket) ? state.fullChecks + 1 : 0;
+            if (state.fullChecks == mostFullChecks) {
                 slow.emplace_back(reference(client), state.name);
             }
         }
@@ -417,7 +415,7 @@ void RtspService::dropSlowClients()
     for (const auto& [client, name] : slow) {
         ++m_dropped;
         note("%s: dropped, it has not taken its pictures for %d s", name.c_str(),
-             static_cast<int>(longestBacklog.count()));
+             mostFullChecks * static_cast<int>(slowCheckMilliseconds) / 1000);
         gst_rtsp_client_close(client);
         g_object_unref(client);
     }

@@ -4,7 +4,6 @@
 #include "zrnserve/shared_camera.h"
 
 #include <atomic>
-#include <chrono>
 #include <gst/rtsp-server/rtsp-server.h>
 #include <map>
 #include <mutex>
@@ -52,7 +51,7 @@ private:
     struct Client {
         GSocket* socket; ///< a reference
         std::string name;
-        std::chrono::steady_clock::time_point lastEmpty;
+        int fullChecks; ///< in a row
     };
 
     void admit(GstRTSPClient* client);

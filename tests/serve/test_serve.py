@@ -89,7 +89,9 @@ def serve():
 
     yield start
     for server in servers:
-        assert server.end() == 0, server.log
+        code = server.end()
+        print(server.log)
+        assert code == 0
 
 
 def look(address, count=None, decoder="rtph264depay ! avdec_h264", **properties):
