@@ -275,7 +275,8 @@ BusReaders busReaders(const std::string& root)
     // One for the process: what one part of it learns of a camera, the others know. Not beyond a
     // fork, which may have found its lock taken.
     static const pid_t process = ::getpid();
-    static const auto machine = std::make_shared<Bus>();
+    // Never destroyed: threads may outlive main.
+    static const auto& machine = *new std::shared_ptr<Bus>(std::make_shared<Bus>());
     const auto bus = root.empty() && process == ::getpid() ? machine : std::make_shared<Bus>(root);
     return {[bus] { return bus->cameras(); }, [bus] { return bus->camerasAndHolders(); },
             [bus](const BusCamera& camera, const std::string& serial) {
