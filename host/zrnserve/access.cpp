@@ -33,6 +33,9 @@ std::map<std::string, std::string> readPasswords(const std::string& path)
     int number = 0;
     for (std::string line; std::getline(file, line);) {
         ++number;
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
         if (line.empty()) {
             continue;
         }

@@ -23,6 +23,13 @@ HttpService::HttpService(const Access& access, int port, Pages pages)
     , m_server(soup_server_new("tls-certificate", access.certificate(), "server-header", "zrnserve",
                                nullptr))
 {
+    // Bodies are of no use here: they are not kept, least of all before a password was asked for.
+    g_signal_connect(m_server, "request-started",
+                     G_CALLBACK(+[](SoupServer*, SoupServerMessage* message, gpointer) {
+                         soup_message_body_set_accumulate(
+                             soup_server_message_get_request_body(message), FALSE);
+                     }),
+                     nullptr);
     soup_server_add_handler(
         m_server, nullptr,
         [](SoupServer*, SoupServerMessage* message, const char* path, GHashTable*, gpointer self) {

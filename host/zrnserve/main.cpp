@@ -9,6 +9,8 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -18,6 +20,7 @@ namespace
 {
 
 constexpr int exitUsage = 2;
+constexpr rlim_t mostFiles = 4096;
 
 struct Options {
     zrnserve::AccessOptions access;
@@ -25,12 +28,12 @@ struct Options {
     int httpPort = 8555;
 };
 
-/// A connection is a file: as many as the process may have.
+/// A connection is a file: as many as the process may have, within reason.
 void allowManyFiles()
 {
     rlimit limit;
     if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
+        limit.rlim_cur = std::min(limit.rlim_max, mostFiles);
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
 }
@@ -128,7 +131,7 @@ int main(int argc, char** argv)
                    "Its key in PEM; without, in the certificate's file")
         ->type_name("FILE");
     app.add_option("--max-clients", options.rtsp.mostClients, "How many RTSP clients at once")
-        ->check(CLI::Range(1, 10000))
+        ->check(CLI::Range(1, 2000))
         ->type_name("N")
         ->capture_default_str();
     try {
@@ -140,6 +143,7 @@ int main(int argc, char** argv)
 
     // The driver writes a line for each frame otherwise.
     g_setenv("QT_LOGGING_RULES", "*=false", FALSE);
+    std::signal(SIGPIPE, SIG_IGN); // a client that has gone is an error of its connection
     allowManyFiles();
     zrnhost::Interrupt interrupt;
     gst_init(nullptr, nullptr);

@@ -4,7 +4,10 @@
 
 #include <gst/video/video.h>
 #include <linux/sockios.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <thread>
 #include <vector>
 
@@ -16,13 +19,14 @@ namespace
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-/// A client whose connection was full at so many checks in a row reads too slowly. Checks are
-/// counted, not time, which a starved server would hold against its clients. gst-rtsp-server itself
-/// keeps up to ten seconds of pictures for a client.
-constexpr int mostFullChecks = 15;
+/// A client that has taken nothing of what waits for it at so many checks in a row reads too
+/// slowly. Checks are counted, not time, which a starved server would hold against its clients.
+/// gst-rtsp-server itself keeps up to ten seconds of pictures for a client.
+constexpr int mostFullChecks = 50;
 constexpr guint slowCheckMilliseconds = 200;
 constexpr guint sessionCheckSeconds = 5;
 constexpr std::chrono::seconds longestEnd(3);
+constexpr gint postSessionSeconds = 60;
 constexpr guint longestRequest = 64 * 1024;
 constexpr gint mostThreads = 8;
 constexpr const char* viewerRole = "viewer";
@@ -112,6 +116,12 @@ void configure(GstRTSPMediaFactory* factory, GstRTSPMedia* media)
     g_signal_connect_after(media, "unprepared", G_CALLBACK(endViewing), nullptr);
 }
 
+/// A factory is one view, whatever a client appends to its address.
+gchar* keyOf(GstRTSPMediaFactory* /*factory*/, const GstRTSPUrl* /*url*/)
+{
+    return g_strdup("view");
+}
+
 void finalizeFactory(GObject* object)
 {
     delete reinterpret_cast<ViewFactory*>(object)->source;
@@ -167,11 +177,30 @@ void requestKeyFrame(GstRTSPClient* /*client*/, GstRTSPContext* context, gpointe
     }
 }
 
-std::string hostOf(GstRTSPClient* client)
+/// The socket of a client that has not gone yet, or null.
+GSocket* socketOf(GstRTSPClient* client)
 {
     GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
-    const char* address = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
-    return address ? address : "a client";
+    return connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
+}
+
+/// Address and port.
+std::string peerOf(GSocket* socket)
+{
+    g_autoptr(GSocketAddress) address =
+        socket ? g_socket_get_remote_address(socket, nullptr) : nullptr;
+    if (!address) {
+        return "a client";
+    }
+    g_autofree char* name = g_socket_connectable_to_string(G_SOCKET_CONNECTABLE(address));
+    return name;
+}
+
+/// Ends a connection by its socket alone: the thread that serves the client sees that and ends it,
+/// as when the client goes by itself. A client is no other thread's to close.
+void hangUp(GSocket* socket)
+{
+    g_socket_shutdown(socket, TRUE, TRUE, nullptr);
 }
 
 /// Tells who gave a wrong password; a request without any is how clients learn that one is needed.
@@ -185,7 +214,7 @@ void noteRefusal(GstRTSPClient* client, GstRTSPContext* context, GstRTSPMessage*
         code == GST_RTSP_STS_UNAUTHORIZED && context && context->request &&
         gst_rtsp_message_get_header(context->request, GST_RTSP_HDR_AUTHORIZATION, &credentials,
                                     0) == GST_RTSP_OK) {
-        note("%s: refused, wrong user or password", hostOf(client).c_str());
+        note("%s: refused, wrong user or password", peerOf(socketOf(client)).c_str());
     }
 }
 
@@ -193,6 +222,15 @@ bool isUnsent(GSocket* socket)
 {
     int bytes = 0;
     return ::ioctl(g_socket_get_fd(socket), SIOCOUTQNSD, &bytes) == 0 && bytes > 0;
+}
+
+/// How many bytes the client's machine has taken since it is connected.
+std::uint64_t acknowledgedBytes(GSocket* socket)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    ::getsockopt(g_socket_get_fd(socket), IPPROTO_TCP, TCP_INFO, &info, &size);
+    return info.tcpi_bytes_acked;
 }
 
 GstRTSPFilterResult countViewers(GstRTSPSession* /*session*/, GstRTSPSessionMedia* sessionMedia,
@@ -225,6 +263,7 @@ void zrn_view_factory_class_init(ViewFactoryClass* type)
     G_OBJECT_CLASS(type)->finalize = finalizeFactory;
     GST_RTSP_MEDIA_FACTORY_CLASS(type)->create_element = createElement;
     GST_RTSP_MEDIA_FACTORY_CLASS(type)->configure = configure;
+    GST_RTSP_MEDIA_FACTORY_CLASS(type)->gen_key = keyOf;
 }
 
 void zrn_view_factory_init(ViewFactory* /*factory*/) {}
@@ -290,10 +329,8 @@ RtspService::~RtspService()
         const std::lock_guard lock(m_clientsMutex);
         for (const auto& [client, state] : m_clients) {
             clients.push_back(reference(client));
+            hangUp(state.socket);
         }
-    }
-    for (GstRTSPClient* client : clients) {
-        gst_rtsp_client_close(client);
     }
     // Their threads end the streams.
     const Clock::time_point end = Clock::now() + longestEnd;
@@ -359,30 +396,29 @@ std::map<std::string, int> RtspService::viewers() const
 
 void RtspService::admit(GstRTSPClient* client)
 {
-    const std::string name = hostOf(client);
-    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
-    GSocket* socket = connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
+    GSocket* socket = socketOf(client);
     if (!socket) {
         return; // has gone already
     }
+    const std::string name = peerOf(socket);
     if (clientCount() >= m_options.mostClients) {
         note("%s: refused, there are %u clients already", name.c_str(), m_options.mostClients);
-        gst_rtsp_client_close(client);
+        hangUp(socket);
         return;
     }
     note("%s: connected", name.c_str());
+    // Neither a client that ended its stream nor one whose machine is gone keeps its place.
+    g_object_set(client, "post-session-timeout", postSessionSeconds, nullptr);
+    g_socket_set_keepalive(socket, TRUE);
     g_signal_connect(client, "play-request", G_CALLBACK(requestKeyFrame), nullptr);
     g_signal_connect(client, "send-message", G_CALLBACK(noteRefusal), nullptr);
     {
         const std::lock_guard lock(m_clientsMutex);
-        m_clients[reference(client)] = {reference(socket), name, 0};
+        m_clients[reference(client)] = {reference(socket), name, 0, 0};
     }
     g_signal_connect_swapped(
         client, "closed",
         G_CALLBACK(+[](RtspService* self, GstRTSPClient* closed) { self->forget(closed); }), this);
-    if (!gst_rtsp_client_get_connection(client)) { // closed before that was listened for
-        forget(client);
-    }
 }
 
 void RtspService::forget(GstRTSPClient* client)
@@ -402,22 +438,18 @@ void RtspService::forget(GstRTSPClient* client)
 
 void RtspService::dropSlowClients()
 {
-    std::vector<std::pair<GstRTSPClient*, std::string>> slow;
-    {
-        const std::lock_guard lock(m_clientsMutex);
-        for (auto& [client, state] : m_clients) {
-            state.fullChecks = isUnsent(state.socket) ? state.fullChecks + 1 : 0;
-            if (state.fullChecks == mostFullChecks) {
-                slow.emplace_back(reference(client), state.name);
-            }
+    const std::lock_guard lock(m_clientsMutex);
+    for (auto& [client, state] : m_clients) {
+        const std::uint64_t acknowledged = acknowledgedBytes(state.socket);
+        const bool isFull = isUnsent(state.socket) && acknowledged == state.acknowledged;
+        state.acknowledged = acknowledged;
+        state.fullChecks = isFull ? state.fullChecks + 1 : 0;
+        if (state.fullChecks == mostFullChecks) {
+            ++m_dropped;
+            note("%s: dropped, it has taken nothing for %d s", state.name.c_str(),
+                 mostFullChecks * static_cast<int>(slowCheckMilliseconds) / 1000);
+            hangUp(state.socket);
         }
-    }
-    for (const auto& [client, name] : slow) {
-        ++m_dropped;
-        note("%s: dropped, it has not taken its pictures for %d s", name.c_str(),
-             mostFullChecks * static_cast<int>(slowCheckMilliseconds) / 1000);
-        gst_rtsp_client_close(client);
-        g_object_unref(client);
     }
 }
 

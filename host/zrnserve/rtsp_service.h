@@ -51,7 +51,8 @@ private:
     struct Client {
         GSocket* socket; ///< a reference
         std::string name;
-        int fullChecks; ///< in a row
+        std::uint64_t acknowledged; ///< bytes, at the last check
+        int fullChecks;             ///< in a row
     };
 
     void admit(GstRTSPClient* client);

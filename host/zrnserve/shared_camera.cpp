@@ -241,16 +241,21 @@ void SharedCamera::take(int image, GstSample* sample)
         return;
     }
     // Both pipelines run by one clock, whose time stays when base times differ.
-    const GstClockTime when = gst_segment_to_running_time(gst_sample_get_segment(sample),
-                                                          GST_FORMAT_TIME, GST_BUFFER_PTS(buffer)) +
-                              gst_element_get_base_time(m_source);
+    const GstClockTime running = gst_segment_to_running_time(
+        gst_sample_get_segment(sample), GST_FORMAT_TIME, GST_BUFFER_PTS(buffer));
+    const GstClockTime when = GST_CLOCK_TIME_IS_VALID(running)
+                                  ? running + gst_element_get_base_time(m_source)
+                                  : GST_CLOCK_TIME_NONE;
     show(image == 0 ? View::A : View::B, buffer, gst_sample_get_caps(sample), when);
     if (image == 0) {
         g_clear_pointer(&m_newestA, gst_sample_unref);
         m_newestA = gst_sample_ref(sample);
     } else {
         showBoth(sample, when);
-        m_latency.Observe(static_cast<double>(gst_clock_get_time(m_clock) - when) / GST_SECOND);
+        const GstClockTime now = gst_clock_get_time(m_clock);
+        if (GST_CLOCK_TIME_IS_VALID(when) && when <= now) {
+            m_latency.Observe(static_cast<double>(now - when) / GST_SECOND);
+        }
     }
     ++m_images[static_cast<std::size_t>(image)];
     m_changed.notify_all();
@@ -301,8 +306,8 @@ void SharedCamera::show(View view, GstBuffer* buffer, GstCaps* caps, GstClockTim
             continue;
         }
         const GstClockTime base = gst_element_get_base_time(GST_ELEMENT(viewer.images));
-        if (when < base) {
-            continue; // older than that pipeline
+        if (!GST_CLOCK_TIME_IS_VALID(when) || when < base) {
+            continue; // without a time, or older than that pipeline
         }
         m_before.skipped += gst_app_src_get_current_level_buffers(viewer.images) >= longestQueue;
         g_autoptr(GstBuffer) image = gst_buffer_copy(buffer);
