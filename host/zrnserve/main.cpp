@@ -93,6 +93,9 @@ void serve(const Options& options, zrnhost::Interrupt& interrupt)
         g_main_loop_unref(loop);
         note("ending");
         service = nullptr;
+        for (const auto& [serial, entry] : cameras.bySerial()) {
+            entry.camera->end();
+        }
     }
     for (const auto& [serial, entry] : cameras.bySerial()) {
         entry.camera->close();

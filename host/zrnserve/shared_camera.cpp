@@ -84,8 +84,35 @@ SharedCamera::~SharedCamera()
 
 std::unique_ptr<SharedCamera::Viewing> SharedCamera::look(View view, GstAppSrc* images)
 {
+    if (!enter(view, images)) {
+        return nullptr;
+    }
+    // Others may come, leave and end meanwhile.
+    std::unique_lock lock(m_mutex);
+    // Image A of a frame comes before its B, and a camera of one sensor sends B alone.
+    m_changed.wait_for(lock, firstFrameWait,
+                       [this] { return m_isEnding || m_isBroken || m_images[1] > 0; });
+    const bool isThere = !m_isEnding && !m_isBroken && m_images[1] > 0;
+    if (isThere && (view == View::B || m_images[0] > 0)) {
+        return std::make_unique<Viewing>(shared_from_this(), images);
+    }
+    if (!m_isEnding && !m_isBroken) {
+        note("%s: %s", m_serial.c_str(),
+             isThere ? "a camera of one sensor has no image A" : "the camera sends no frames");
+    }
+    lock.unlock();
+    leave(images);
+    return nullptr;
+}
+
+/// Opens the camera for a viewer, who counts as one from now on.
+bool SharedCamera::enter(View view, GstAppSrc* images)
+{
     const std::lock_guard lifecycle(m_lifecycle);
     std::unique_lock lock(m_mutex);
+    if (m_isEnding) {
+        return false;
+    }
     if (m_isBroken) {
         lock.unlock();
         closePipeline();
@@ -96,27 +123,12 @@ std::unique_ptr<SharedCamera::Viewing> SharedCamera::look(View view, GstAppSrc* 
         const bool isOpen = open();
         lock.lock();
         if (!isOpen) {
-            return nullptr;
+            return false;
         }
     }
-    // Image A of a frame comes before its B, and a camera of one sensor sends B alone.
-    m_changed.wait_for(lock, firstFrameWait, [this] { return m_isBroken || m_images[1] > 0; });
-    const bool isThere = !m_isBroken && m_images[1] > 0;
-    if (isThere && (view == View::B || m_images[0] > 0)) {
-        m_viewers.push_back({view, GST_APP_SRC(gst_object_ref(images))});
-        gst_app_src_set_max_buffers(images, longestQueue);
-        return std::make_unique<Viewing>(shared_from_this(), images);
-    }
-    if (!m_isBroken) {
-        note("%s: %s", m_serial.c_str(),
-             isThere ? "a camera of one sensor has no image A" : "the camera sends no frames");
-    }
-    const bool isLast = m_viewers.empty();
-    lock.unlock();
-    if (isLast) {
-        closePipeline();
-    }
-    return nullptr;
+    gst_app_src_set_max_buffers(images, longestQueue);
+    m_viewers.push_back({view, GST_APP_SRC(gst_object_ref(images))});
+    return true;
 }
 
 void SharedCamera::leave(GstAppSrc* images)
@@ -135,6 +147,13 @@ void SharedCamera::leave(GstAppSrc* images)
     if (isLast) {
         closePipeline();
     }
+}
+
+void SharedCamera::end()
+{
+    const std::lock_guard lock(m_mutex);
+    m_isEnding = true;
+    m_changed.notify_all();
 }
 
 void SharedCamera::close()

@@ -72,6 +72,9 @@ public:
     /// @return null when it cannot be had, sends no frames or has no such image; the log says which
     std::unique_ptr<Viewing> look(View view, GstAppSrc* images);
 
+    /// Nobody may look from now on; who waits for a first frame waits no more.
+    void end();
+
     /// Closes the camera, whoever looks.
     void close();
 
@@ -85,6 +88,7 @@ private:
         GstAppSrc* images; ///< a reference
     };
 
+    bool enter(View view, GstAppSrc* images);
     bool open();
     void closePipeline();
     void leave(GstAppSrc* images);
@@ -110,6 +114,7 @@ private:
     GstSample* m_newestA = nullptr;
     std::array<std::uint64_t, 2> m_images = {}; ///< A and B since the camera was opened
     bool m_isBroken = false;
+    bool m_isEnding = false;
     CameraCounts m_before; ///< what was counted until the camera was opened
 
     prometheus::Summary m_latency;

@@ -144,11 +144,14 @@ class Rtsp:
         self.socket.connect(("127.0.0.1", server.rtsp_port))
         self.file = self.socket.makefile("rb")
 
-    def request(self, method, address=None, **headers):
+    def send(self, method, address=None, **headers):
         self.sequence += 1
         lines = [f"{method} {address or self.address} RTSP/1.0", f"CSeq: {self.sequence}"]
         lines += [f"{name}: {value}" for name, value in headers.items()]
         self.socket.sendall(("\r\n".join(lines) + "\r\n\r\n").encode())
+
+    def request(self, method, address=None, **headers):
+        self.send(method, address, **headers)
         status = int(self.file.readline().split()[1])
         answer = {}
         while line := self.file.readline().decode().strip():
@@ -341,3 +344,17 @@ def test_a_signal_ends_it_while_somebody_looks(serve):
     assert server.end() == 0
     assert re.search(r"^zrnserve: \w+: closed$", server.log, re.MULTILINE)
     stop([client])
+
+
+def test_a_signal_ends_it_while_a_first_frame_is_awaited(serve):
+    server = serve()
+    rtsp = Rtsp(server)
+    control("freeze", "camera=0")
+    try:
+        rtsp.send("DESCRIBE")
+        wait_until(lambda: ": opened" in server.log)
+        assert server.end() == 0
+    finally:
+        control("thaw", "camera=0")
+    assert ": closed" in server.log
+    assert "sends no frames" not in server.log
