@@ -25,7 +25,10 @@ using Clock = std::chrono::steady_clock;
 constexpr int mostFullChecks = 50;
 constexpr guint slowCheckMilliseconds = 200;
 constexpr guint sessionCheckSeconds = 5;
-constexpr std::chrono::seconds longestEnd(3);
+
+/// Longer than opening a camera takes, which a client may be waiting for.
+constexpr std::chrono::seconds longestEnd(10);
+
 constexpr gint postSessionSeconds = 60;
 constexpr guint longestRequest = 64 * 1024;
 constexpr gint mostThreads = 8;
