@@ -32,6 +32,9 @@ std::optional<FrameHeader> decodeFrameHeader(std::span<const std::uint8_t> block
     FrameHeader header;
     header.position = get<std::uint64_t>(block, positionAt);
     header.arrivalNanoseconds = get<std::int64_t>(block, arrivalAt);
+    header.times.firstPayload =
+        FrameTimes::time_point(std::chrono::nanoseconds(header.arrivalNanoseconds));
+    header.times.lastPayload = header.times.handOver = header.times.firstPayload;
     header.width = get<std::uint32_t>(block, widthAt);
     header.height = get<std::uint32_t>(block, heightAt);
     header.number = get<std::uint32_t>(block, numberAt);

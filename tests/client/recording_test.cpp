@@ -212,6 +212,10 @@ TEST_F(RecordingTest, ReadsWhatVersion1Wrote)
         const Frame frame = reader.frame(i);
         expectSameImages(frame, madeUpFrame(static_cast<std::uint32_t>(i)));
         EXPECT_EQ(frame.arrival, at(i * 1ms));
+        EXPECT_EQ(frame.times.source, FrameTimes::Source::Grab);
+        EXPECT_EQ(frame.times.firstPayload, frame.arrival);
+        EXPECT_EQ(frame.times.lastPayload, frame.arrival);
+        EXPECT_EQ(frame.times.handOver, frame.arrival);
         EXPECT_EQ(reader.sinceStart(i), i * 1ms);
         EXPECT_EQ(frame.step.missing, i == 2 ? 3U : 0U);
     }
