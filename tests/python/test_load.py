@@ -74,12 +74,13 @@ def cost_of_frames(stream, count):
 
 
 def test_cost_of_a_frame_that_is_waited_for(camera):
-    """Taking a frame takes the thread at most 50 us more than being woken by it, which Python costs for any file. The best
-    of many rounds, as other programs disturb both."""
+    """What a frame takes of its thread's time above being woken by it, which Python costs for any file, is told. Only a
+    multiple is held against it: how long either takes is the machine's matter. The best of many rounds, as other
+    programs disturb both."""
     wakes, frames = [], []
     with camera.stream("newest") as stream:
         next(stream)
-        while len(wakes) < 5 or len(wakes) < 40 and min(frames) - min(wakes) >= 50e-6:
+        while len(wakes) < 5 or len(wakes) < 40 and min(frames) >= 5 * min(wakes):
             wakes.append(cost_of_wakes(stream, 20))
             next(stream)  # which had been left
             frames.append(cost_of_frames(stream, 20))
@@ -88,7 +89,7 @@ def test_cost_of_a_frame_that_is_waited_for(camera):
     for name, wake, frame in (("best", wakes[0], frames[0]), ("middle", wakes[len(wakes) // 2], frames[len(frames) // 2])):
         print(f"{name}: {frame * 1e6:.1f} us for each frame that is waited for, {wake * 1e6:.1f} us for a wake alone: "
               f"{(frame - wake) * 1e6:.1f} us more")
-    assert frames[0] - wakes[0] < 50e-6
+    assert frames[0] < 5 * wakes[0]
 
 
 def rate(seconds=0.3):
