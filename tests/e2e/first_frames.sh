@@ -16,7 +16,7 @@ done
 # What the host has received, and what the camera has sent: the numbers of each stream from 0 on.
 is_complete() {
     "$zrnsim" --camera type2,rate=20 -- sh -c "$streams" >first_frames.log 2>first_frames.err
-    [ "$(grep -c '"missing": 0,' first_frames.log)" -eq 4 ] && [ "$(grep -c '"frames": [1-9]' first_frames.log)" -eq 4 ] &&
+    [ "$(grep -c '"missing": 0,' first_frames.log)" -eq 4 ] && [ "$(grep -c '^    "frames": [1-9]' first_frames.log)" -eq 4 ] &&
         sed -n 's/.*"frameNumber": \([0-9]*\),.*/\1/p' first_frames.log |
         awk '$1 == 0 { ++starts } $1 != 0 && $1 != last + 1 { lost = 1 } { last = $1 }
              END { exit lost || starts != 4 }'
