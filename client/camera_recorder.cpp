@@ -52,6 +52,13 @@ std::string reasonOf(const Recorder& recorder)
     return error.starts_with(recorder.path()) ? error : recorder.path() + ": " + error;
 }
 
+/// What cannot be told is taken for there: file systems of other machines have their moments.
+bool isGone(const std::string& path)
+{
+    std::error_code error;
+    return !std::filesystem::exists(path, error) && !error;
+}
+
 std::string asFileName(std::string serial)
 {
     std::ranges::replace(serial, '/', '_');
@@ -123,7 +130,9 @@ void CameraRecorder::add(Frame frame, const StreamLosses& lost)
     }
     frame.step.missing += m_carried.missing;
     frame.step.restarted = frame.step.restarted || m_carried.restarted;
+    frame.dropped += std::exchange(m_carriedDrops, 0U);
     m_carried = {};
+    m_streamDrops = lost.queue;
     const std::uint64_t size = bytesOf(frame);
     makeRoom(frame.arrival, size);
     const bool isUsable = isRecordable(frame);
@@ -132,6 +141,7 @@ void CameraRecorder::add(Frame frame, const StreamLosses& lost)
         ++(isUsable ? m_dropped : m_unusable);
         m_carried = frame.step;
         m_carried.missing += frame.step.repeated ? 0U : 1U;
+        m_carriedDrops = frame.dropped + (isUsable ? 1U : 0U);
         return;
     }
     m_missing += frame.step.missing;
@@ -165,7 +175,7 @@ void CameraRecorder::note(const StreamEvent& event)
 }
 
 /// As long as no set is recorded, drops what none that may come needs, and what the memory does not
-/// hold.
+/// hold. Once a trigger has come, what is as new as that makes room for nothing.
 void CameraRecorder::makeRoom(Clock::time_point newest, std::uint64_t size)
 {
     if (m_isRecording) {
@@ -178,7 +188,11 @@ void CameraRecorder::makeRoom(Clock::time_point newest, std::uint64_t size)
     while (!m_items.empty() && m_items.front().mark.arrival < from) {
         dropOldest();
     }
-    while (!begin && !m_items.empty() && m_bytes + size > plan.memoryBytes) {
+    const auto mayGo = [&](const Item& item) {
+        return !begin ||
+               item.mark.arrival < *begin + std::chrono::ceil<Clock::duration>(plan.before);
+    };
+    while (!m_items.empty() && m_bytes + size > plan.memoryBytes && mayGo(m_items.front())) {
         m_isShortened = true;
         dropOldest();
     }
@@ -398,9 +412,7 @@ void CameraRecorder::closeFile()
     file.recorder->finish();
     const RecordingProgress progress = file.recorder->progress();
     m_part.unwritten += progress.unwritten;
-    std::error_code error;
-    const bool isThere =
-        progress.frames == 0 || std::filesystem::exists(file.recorder->path(), error);
+    const bool isThere = progress.frames == 0 || !isGone(file.recorder->path());
     if (!progress.error.empty()) {
         fail(reasonOf(*file.recorder));
     } else if (!isThere) {
@@ -447,10 +459,9 @@ void CameraRecorder::lookForRemoval()
         closeFile();
     }
     const Recorder& recorder = *m_files.back().recorder;
-    std::error_code error;
     if (recorder.progress().finished) {
         fail(reasonOf(recorder)); // also when no more frames come
-    } else if (!std::filesystem::exists(recorder.path(), error)) {
+    } else if (isGone(recorder.path())) {
         fail(recorder.path() + removal);
     }
 }
@@ -482,7 +493,7 @@ void CameraRecorder::endSet()
         m_isRecording = false; // frames are those of the next set from now on
         const auto next =
             std::ranges::find_if(m_items, [](const Item& item) { return item.frame.has_value(); });
-        dropped = next == m_items.end() ? m_dropped : next->mark.lost.queue;
+        dropped = next == m_items.end() ? m_streamDrops + m_dropped : next->mark.lost.queue;
     }
     noteTriggers(set, Clock::time_point::max());
     while (!m_files.empty()) {
@@ -524,11 +535,9 @@ void CameraRecorder::endSet()
 /// Notes why the set ends, the first reason.
 void CameraRecorder::fail(const std::string& why)
 {
-    std::error_code error;
     if (m_part.failure.empty()) {
-        m_part.failure = std::filesystem::is_directory(m_session->plan().folder, error)
-                             ? why
-                             : m_session->plan().folder + ": the folder is gone";
+        const std::string& folder = m_session->plan().folder;
+        m_part.failure = isGone(folder) ? folder + ": the folder is gone" : why;
     }
 }
 

@@ -47,7 +47,7 @@ public:
 
     /// Takes a frame, in the order of the stream. @param lost what the stream has lost until then
     void add(Frame frame, const StreamLosses& lost);
-    /// Keeps a note, between the frames that were added before it and those after.
+    /// Keeps a note, with its time.
     void note(RecordingNote note);
     /// Keeps a note of what happened to the stream, just now.
     void note(const StreamEvent& event);
@@ -125,7 +125,9 @@ private:
     std::condition_variable m_changed;
     std::deque<Item> m_items;
     std::uint64_t m_bytes = 0;
-    FrameStep m_carried; // what a dropped frame tells of those before it
+    FrameStep m_carried;              // what a dropped frame tells of those before it
+    std::uint32_t m_carriedDrops = 0; // frames that were dropped since the one before
+    std::uint64_t m_streamDrops = 0;  // from the stream's own queue, until now
     std::uint64_t m_missing = 0;
     std::uint64_t m_dropped = 0;
     std::uint64_t m_unusable = 0;

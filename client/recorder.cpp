@@ -119,7 +119,7 @@ void Recorder::run()
     } catch (const std::exception& exception) {
         error = exception.what();
     }
-    if (!error.empty() && m_file.writtenFrames() == 0 && !m_file.isRemoved()) {
+    if (!error.empty() && error != removed && m_file.writtenFrames() == 0 && !m_file.isRemoved()) {
         removeFile(); // it has never begun
     }
     end(error);

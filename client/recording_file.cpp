@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <limits>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <system_error>
@@ -187,8 +188,9 @@ std::int64_t RecordingFile::freeBytes() const
 {
     struct statvfs disk {
     };
-    return ::fstatvfs(m_file, &disk) == 0 ? static_cast<std::int64_t>(disk.f_bavail * disk.f_frsize)
-                                          : 0;
+    return ::fstatvfs(m_file, &disk) == 0 && disk.f_blocks > 0
+               ? static_cast<std::int64_t>(disk.f_bavail * disk.f_frsize)
+               : std::numeric_limits<std::int64_t>::max() / 2;
 }
 
 bool RecordingFile::isRemoved() const

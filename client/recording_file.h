@@ -58,7 +58,8 @@ public:
     [[nodiscard]] std::uint64_t writtenFrames() const;
     [[nodiscard]] std::uint64_t writtenBytes() const;
 
-    /// Left on the disk that it is on, for who may not fill it up; 0 where that cannot be told.
+    /// Left on the disk that it is on, for who may not fill it up; very much where that cannot be
+    /// told.
     [[nodiscard]] std::int64_t freeBytes() const;
     /// Whether it has no name any more, so that what is written is lost.
     [[nodiscard]] bool isRemoved() const;

@@ -257,7 +257,7 @@ void RecordingSession::end(std::size_t set, const std::string& serial, RecordedP
 /// Makes the JSON file of a new set, which keeps its number from other sessions. @throws Error
 std::string RecordingSession::claim() const
 {
-    const std::string start = (fs::absolute(m_plan.folder) / m_plan.name).lexically_normal();
+    const std::string start = fs::absolute(m_plan.folder).lexically_normal() / m_plan.name;
     for (unsigned number = highestNumber(m_plan.folder, m_plan.name) + 1;; ++number) {
         const std::string base = start + '_' + digitsOf(number, 4);
         const std::string path = base + ".json";

@@ -248,6 +248,25 @@ TEST_F(CameraRecorderTest, TheMemoryBeforeATriggerIsBounded)
     EXPECT_EQ(recorder->parts().front().lost.queue, 0U);
 }
 
+TEST_F(CameraRecorderTest, OldFramesMakeRoomForThoseAfterATrigger)
+{
+    plan.waitsForTrigger = true;
+    plan.before = 1h;
+    plan.frames = 3;
+    plan.mostSets = 1;
+    plan.memoryBytes = 10 * frameBytes;
+    const auto session = makeSession();
+    const auto recorder = makeRecorder(session);
+    add(*recorder, framesUntilNow(0, 20)); // the memory is full of the last ten
+    session->trigger();
+    std::this_thread::sleep_for(5ms);
+    add(*recorder, framesUntilNow(20, 4)); // most often before the thread has seen the trigger
+    EXPECT_TRUE(recorder->waitUntilDone(patience));
+    const RecordedPart part = recorder->parts().front();
+    EXPECT_EQ(part.lost.queue, 0U);
+    EXPECT_EQ(numbersIn(part).back(), 22U);
+}
+
 TEST_F(CameraRecorderTest, OldFramesMakeRoomBeforeATrigger)
 {
     plan.waitsForTrigger = true;
@@ -328,6 +347,12 @@ TEST_F(CameraRecorderTest, ASlowDiskCostsFramesAndNobodyWaits)
     EXPECT_EQ(part.missing, part.lost.queue);
     EXPECT_EQ(part.unwritten, 0U);
     EXPECT_EQ(numbersIn(part).back(), 100U);
+    const Recording recording(part.files.front().path);
+    std::uint64_t dropped = 0;
+    for (int i = 0; i < recording.frameCount(); ++i) {
+        dropped += recording.header(i).dropped;
+    }
+    EXPECT_EQ(dropped, part.lost.queue);
 }
 
 TEST_F(CameraRecorderTest, FramesDroppedAtTheEndAreCountedToo)

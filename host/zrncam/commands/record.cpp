@@ -203,7 +203,9 @@ private:
             m_older = std::exchange(m_newer, {now, frames});
         }
         const double seconds = std::chrono::duration<double>(now - m_older.first).count();
-        return seconds > 0 ? static_cast<double>(frames - m_older.second) / seconds : 0;
+        return seconds > 0
+                   ? (static_cast<double>(frames) - static_cast<double>(m_older.second)) / seconds
+                   : 0;
     }
 
     const Clock::time_point m_start = Clock::now();
