@@ -27,7 +27,7 @@ class Recording::Mapping
 public:
     /// @throws std::system_error
     explicit Mapping(const std::string& path)
-        : m_descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC))
+        : m_descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
     {
         if (m_descriptor < 0) {
             fail(errno);
@@ -399,7 +399,8 @@ bool Recording::readIndex()
     };
     if (!tail || tail->frameCount > std::numeric_limits<int>::max() ||
         !isInside(tail->indexOffset, tail->frameCount * sizeof(IndexEntry)) ||
-        (m_version > 1 && !isInside(tail->notesOffset, tail->notesBytes))) {
+        (m_version > 1 && (tail->notesBytes > maximumNotesBytes ||
+                           !isInside(tail->notesOffset, tail->notesBytes)))) {
         return false;
     }
     const auto count = static_cast<std::size_t>(tail->frameCount);
@@ -407,12 +408,13 @@ bool Recording::readIndex()
     if (hashOf(m_version, index) != tail->indexHash) {
         return false;
     }
-    std::vector<std::uint64_t> offsets(count);
+    // Grows with what is there: a hole of the file may say that there are many.
+    std::vector<std::uint64_t> offsets;
     for (std::size_t i = 0; i < count; ++i) {
         IndexEntry entry{};
         std::ranges::copy(index.subspan(i * entry.size(), entry.size()), entry.begin());
-        offsets[i] = decodeOffset(entry);
-        if (!isInside(offsets[i], 0)) {
+        offsets.push_back(decodeOffset(entry));
+        if (!isInside(offsets.back(), 0)) {
             return false;
         }
     }

@@ -206,8 +206,8 @@ private:
             m_last = 0;
             return 0;
         }
-        const std::int64_t since = (interval(*m_first, arrival) + half) / whole;
-        m_last = std::max(since, m_last + 1);
+        const std::int64_t since = interval(*m_first, arrival);
+        m_last = std::max(since / whole + (since % whole >= half ? 1 : 0), m_last + 1);
         return m_last;
     }
 

@@ -1,5 +1,3 @@
-#include "client/error.h"
-#include "common/file_writer.h"
 #include "recording/formats.h"
 #include "recording/target_file.h"
 
@@ -36,12 +34,10 @@ public:
 
     void finish() override
     {
+        TargetFile table(m_file.path() + ".json");
+        table.write(QJsonDocument(description()).toJson().toStdString());
         m_file.commit();
-        const QString path = QString::fromLocal8Bit((m_file.path() + ".json").c_str());
-        const QString failure = zrnhost::writeFile(path, QJsonDocument(description()).toJson());
-        if (!failure.isEmpty()) {
-            throw zrn::Error(zrn::Error::Kind::Recording, "NotWritable", failure.toStdString());
-        }
+        table.commit();
     }
 
 private:

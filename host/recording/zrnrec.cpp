@@ -227,5 +227,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "zrnrec: %s: too little memory for its frames\n",
                      options.path.c_str());
         return EXIT_FAILURE;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "zrnrec: %s\n", error.what());
+        return EXIT_FAILURE;
     }
 }
