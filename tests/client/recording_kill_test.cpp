@@ -51,7 +51,11 @@ std::pair<std::uint64_t, std::uint64_t> recordAndKill(const std::string& path,
         ADD_FAILURE() << "not started";
         return {};
     }
-    while (account.written() < frames && ::waitpid(child, nullptr, WNOHANG) == 0) {
+    while (account.written() < frames) {
+        if (::waitpid(child, nullptr, WNOHANG) != 0) {
+            ADD_FAILURE() << "it ended by itself";
+            return {};
+        }
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
     std::this_thread::sleep_for(more);

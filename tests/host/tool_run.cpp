@@ -70,7 +70,9 @@ void ToolRun::startUntilGrab(int number)
 
 void ToolRun::send(int signal)
 {
-    ::kill(static_cast<pid_t>(m_process.processId()), signal);
+    if (const qint64 process = m_process.processId(); process > 0) { // it has not ended
+        ::kill(static_cast<pid_t>(process), signal);
+    }
 }
 
 void ToolRun::write(const QByteArray& text)

@@ -203,10 +203,10 @@ TEST_F(ZrncamRecord, ACameraThatIsNotThereLeavesTheOthers)
 
 TEST_F(ZrncamRecord, LastsAsLongAsItIsTold)
 {
-    const ToolResult result = record({"--seconds", "1"});
+    const ToolResult result = record({"--seconds", "3"});
     EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
     EXPECT_GT(framesOf(result), 0);
-    EXPECT_LE(setOf(result, 0)["seconds"].toDouble(2), 1);
+    EXPECT_LE(setOf(result, 0)["seconds"].toDouble(4), 3);
 }
 
 TEST_F(ZrncamRecord, BothSignalsCloseTheFileWithItsIndex)
@@ -381,7 +381,7 @@ TEST_F(ZrncamRecord, ATargetThatIsRemovedEndsIt)
         ASSERT_TRUE(run.isRunning());
         QThread::msleep(1);
     }
-    EXPECT_TRUE(QDir(target).removeRecursively());
+    EXPECT_TRUE(QDir().rename(target, path("elsewhere"))); // all of it at once
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 7);
     EXPECT_TRUE(result.errorMessage().startsWith(target + QStringLiteral(": the folder is gone")))

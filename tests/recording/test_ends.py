@@ -154,7 +154,8 @@ def test_an_interrupted_export_leaves_no_file(tmp_path, form):
 def test_an_interrupted_export_leaves_whole_pictures(tmp_path):
     write_many(tmp_path / "a.zrnrec")
     with subprocess.Popen([recordings.ZRNREC, "export", tmp_path / "a.zrnrec", "-o", tmp_path / "out"],
-                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          preexec_fn=lambda: os.nice(19)) as process:  # not done before it is interrupted
         while not any(".png" in path.name for path in tmp_path.rglob("*")):
             assert process.poll() is None, process.stderr.read()
             time.sleep(0.001)
