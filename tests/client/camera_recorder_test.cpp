@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <functional>
 #include <future>
 #include <numeric>
 
@@ -53,6 +54,22 @@ protected:
         for (const Frame& frame : frames) {
             recorder.add(frame, {});
         }
+    }
+
+    /// Adds frames while the disk stands still. @return lets it go on
+    static std::function<void()> addToStandingDisk(CameraRecorder& recorder, std::uint32_t count)
+    {
+        const auto gate = std::make_shared<std::promise<void>>();
+        std::vector<Frame> frames = framesUntilNow(0, count);
+        // Whoever lets go of the first frame has to wait: the thread that writes it.
+        frames[0].memory = std::shared_ptr<const void>(
+            frames[0].memory.get(), [memory = frames[0].memory, open = gate->get_future().share()](
+                                        const void*) { open.wait(); });
+        for (Frame& frame : frames) {
+            recorder.add(std::move(frame), {});
+            frame = {};
+        }
+        return [gate] { gate->set_value(); };
     }
 
     std::shared_ptr<RecordingSession> makeSession() const
@@ -329,17 +346,8 @@ TEST_F(CameraRecorderTest, ASlowDiskCostsFramesAndNobodyWaits)
     plan.memoryBytes = 4 * frameBytes;
     plan.file.queueBytes = frameBytes;
     const auto recorder = makeRecorder(makeSession());
-    // Whoever lets go of the first frame has to wait: the thread that writes it.
-    std::promise<void> gate;
-    std::vector<Frame> frames = framesUntilNow(0, 100);
-    frames[0].memory = std::shared_ptr<const void>(
-        frames[0].memory.get(), [memory = frames[0].memory,
-                                 open = gate.get_future().share()](const void*) { open.wait(); });
-    for (Frame& frame : frames) {
-        recorder->add(std::move(frame), {});
-        frame = {};
-    }
-    gate.set_value();
+    const auto letTheDiskGoOn = addToStandingDisk(*recorder, 100);
+    letTheDiskGoOn();
     EXPECT_TRUE(waitFor([&] {
         const CameraRecorderProgress progress = recorder->progress();
         return progress.frames > 0 && progress.queuedBytes == 0;
@@ -365,17 +373,9 @@ TEST_F(CameraRecorderTest, FramesDroppedAtTheEndAreCountedToo)
     plan.memoryBytes = 4 * frameBytes;
     plan.file.queueBytes = frameBytes;
     const auto recorder = makeRecorder(makeSession());
-    std::promise<void> gate;
-    std::vector<Frame> frames = framesUntilNow(0, 100);
-    frames[0].memory = std::shared_ptr<const void>(
-        frames[0].memory.get(), [memory = frames[0].memory,
-                                 open = gate.get_future().share()](const void*) { open.wait(); });
-    for (Frame& frame : frames) {
-        recorder->add(std::move(frame), {});
-        frame = {};
-    }
+    const auto letTheDiskGoOn = addToStandingDisk(*recorder, 100);
     recorder->stop();
-    gate.set_value();
+    letTheDiskGoOn();
     recorder->finish();
     const RecordedPart part = recorder->parts().front();
     EXPECT_EQ(part.frames + part.lost.queue, 100U);
