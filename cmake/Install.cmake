@@ -83,4 +83,8 @@ if(TARGET zrnview)
         DESTINATION "${CMAKE_INSTALL_DATADIR}/applications" COMPONENT viewer)
     install(FILES packaging/desktop/zrnview.svg
         DESTINATION "${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps" COMPONENT viewer)
+    install(FILES packaging/desktop/zrnrec.xml
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/mime/packages" COMPONENT viewer)
+    install(FILES packaging/desktop/application-x-zrnrec.svg
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/mimetypes" COMPONENT viewer)
 endif()
