@@ -30,6 +30,12 @@ endif()
 if(ZRN_SANITIZE)
     add_compile_options(-fsanitize=${ZRN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${ZRN_SANITIZE})
+    # One name for what each compiler says in its own way.
+    if(ZRN_SANITIZE MATCHES address)
+        add_compile_definitions(ZRN_UNDER_ADDRESS_SANITIZER)
+    elseif(ZRN_SANITIZE MATCHES thread)
+        add_compile_definitions(ZRN_UNDER_THREAD_SANITIZER)
+    endif()
     # GCC 12 then sees overruns in std::string's operations that are none.
     add_compile_options("$<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds;-Wno-stringop-overflow;-Wno-stringop-overread>")
 endif()
@@ -42,7 +48,15 @@ function(zrn_optimise_little)
     endforeach()
 endfunction()
 
-option(ZRN_FUZZ "Instrument everything for libFuzzer and build the fuzzers; needs clang" OFF)
+# zrn_optimise_only_plainly(<source>...): files of the calling folder that do little but name options of a command line,
+# which takes a sanitizer's optimiser longer than all else in their program.
+function(zrn_optimise_only_plainly)
+    if(ZRN_SANITIZE)
+        set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -O0 SKIP_PRECOMPILE_HEADERS ON)
+    endif()
+endfunction()
+
+option(ZRN_FUZZ "Instrument everything for libFuzzer as well and build the fuzzers; needs clang" OFF)
 if(ZRN_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()

@@ -404,7 +404,7 @@ TEST_F(RecordingTest, AViewIsTheSameWithoutACopyAndKeepsTheFile)
     const Frame view = recording->view(2);
     recording.reset();
     expectSame(view, madeUpFrame(2));
-    EXPECT_THROW(Recording(write(3)).view(3), Error);
+    EXPECT_THROW(static_cast<void>(Recording(write(3)).view(3)), Error);
 }
 
 TEST_F(RecordingTest, MayBeEmpty)

@@ -27,7 +27,7 @@ void keepDoing(Action action)
     }).detach();
 }
 
-#ifdef __SANITIZE_THREAD__
+#ifdef ZRN_UNDER_THREAD_SANITIZER
 /// The lock of QtCore's own pattern is out of the sanitizer's sight, and a thread that has logged
 /// is still there when the pattern is destroyed.
 [[maybe_unused]] const auto ordinaryHandler =

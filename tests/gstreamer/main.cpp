@@ -5,14 +5,14 @@
 #include <gst/gst.h>
 #include <string>
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZRN_UNDER_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
 namespace
 {
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZRN_UNDER_ADDRESS_SANITIZER
 /// GLib leaves the table of its interned strings behind each time that it needs a larger one. What
 /// is allocated from its constructor on is overlooked, up to a table with room for all that the
 /// tests intern.

@@ -179,7 +179,7 @@ TEST(CarelessHost, LoadsThePluginTwice)
 /// In a process of its own, because a library that was once loaded to stay stays.
 TEST(UnloadingHost, UnmapsThePluginAndLoadsItAgain)
 {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZRN_UNDER_ADDRESS_SANITIZER
     GTEST_SKIP() << "the leak checker cannot name what an unmapped libuvc has left";
 #endif
     for (int i = 0; i < 3; ++i) {

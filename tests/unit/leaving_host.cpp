@@ -22,7 +22,7 @@
 #include <thread>
 #include <unistd.h>
 
-#ifdef __SANITIZE_THREAD__
+#ifdef ZRN_UNDER_THREAD_SANITIZER
 /// exit() is not made for signal handlers, and hosts call it there all the same. The name is the
 /// sanitizer's.
 extern "C" __attribute__((visibility("default"))) const char*
@@ -172,7 +172,7 @@ int leaveWithChildren(IFactory* factory, QPluginLoader& loader, DeviceInterface*
 
 } // namespace
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZRN_UNDER_ADDRESS_SANITIZER
 /// A forked child has what its parent's threads held, and no such thread: nothing that a leak
 /// checker could judge.
 extern "C" __attribute__((visibility("default"))) int

@@ -801,22 +801,21 @@ TEST_F(Streaming, FramesOfMoreThan31BitsAreRefused)
 
 TEST_F(Streaming, DegenerateSizesStreamWithoutHarm)
 {
-    for (const auto& [frameWidth, frameHeight] : std::vector<std::pair<int, int>>{
+    for (const auto& [width, height] : std::vector<std::pair<int, int>>{
              {0, 0}, {0, 65535}, {65535, 0}, {1, 1}, {1, 65535}, {65535, 1}, {2, 1}, {1, 2}}) {
         CameraProbe probe;
-        Camera& device = connect(probe, 2, frameWidth, frameHeight);
+        Camera& device = connect(probe, 2, width, height);
         probe.m_cacheFrameCount = 2;
         ASSERT_EQ(code(probe.startStream(0)), 0U);
         for (const int type : everySensor()) {
             probe.m_sensorType = type;
-            std::vector<unsigned char> data(static_cast<std::size_t>(2 * frameWidth * frameHeight),
-                                            0x30);
-            ASSERT_TRUE(bus.deliver(device, frameWidth, frameHeight, data));
+            std::vector<unsigned char> data(static_cast<std::size_t>(2 * width * height), 0x30);
+            ASSERT_TRUE(bus.deliver(device, width, height, data));
             QList<CameraSpace::ImageBlock*> images;
             EXPECT_EQ(code(probe.grabImage(images)), 0U);
             ASSERT_EQ(images.size(), sensorTypeOf(type).layout == FrameLayout::Single ? 1 : 2);
             for (const CameraSpace::ImageBlock* image : images) {
-                EXPECT_EQ(image->data.size(), frameWidth * frameHeight + 8);
+                EXPECT_EQ(image->data.size(), width * height + 8);
             }
             qDeleteAll(images);
         }
