@@ -29,3 +29,13 @@ function(zrn_precompile family)
         target_precompile_headers(${target} REUSE_FROM zrn_headers_${family})
     endforeach()
 endfunction()
+
+# zrn_include_moc(<target>...): a source file of the target includes what moc makes of it, so that nothing is left for the
+# file that CMake compiles the rest in.
+function(zrn_include_moc)
+    foreach(target IN LISTS ARGN)
+        set_target_properties(${target} PROPERTIES AUTOMOC ON)
+        set_source_files_properties("${CMAKE_CURRENT_BINARY_DIR}/${target}_autogen/mocs_compilation.cpp"
+            PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+    endforeach()
+endfunction()

@@ -12,7 +12,7 @@ namespace zrnsim
 namespace
 {
 
-constexpr double kPi = std::numbers::pi;
+using std::numbers::pi;
 constexpr std::uint8_t kPaper = 132;
 constexpr std::uint8_t kGrid = 168;
 constexpr std::uint8_t kInk = 20;
@@ -113,8 +113,8 @@ void paintStar(Canvas& canvas, const ScenePlan& plan)
     const double radius = plan.length(kStarRadius);
     canvas.fillEllipse(center, radius, radius, kWhite);
     for (int i = 0; i < spokes; ++i) {
-        const double from = 2.0 * kPi * i / spokes;
-        const double to = from + kPi / spokes;
+        const double from = 2.0 * pi * i / spokes;
+        const double to = from + pi / spokes;
         const Point spoke[] = {
             center,
             {center.x + radius * std::cos(from), center.y + radius * std::sin(from)},
@@ -139,7 +139,7 @@ void paintRadarScreen(Canvas& canvas, const ScenePlan& plan)
     canvas.drawRing(center, radius, plan.length(6.0), 210);
 }
 
-void paintBackground(Canvas& canvas, const std::string& caption)
+void paintChart(Canvas& canvas, const std::string& caption)
 {
     const ScenePlan plan(canvas);
     paintGrid(canvas, plan);
@@ -161,7 +161,7 @@ void paintSweep(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber
 {
     constexpr std::uint32_t period = 120;
     constexpr int slices = 24;
-    constexpr double slice = 2.0 * kPi / 3.0 / slices;
+    constexpr double slice = 2.0 * pi / 3.0 / slices;
     const double angle = turnOf(frameNumber, period);
     const Point center = plan.at(kRadar.x, kRadar.y);
     const double radius = plan.length(kRadarRadius - 4.0);
@@ -183,12 +183,12 @@ void paintSweep(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber
     constexpr Echo echoes[] = {
         {0.6, 75.0, 7.0}, {2.3, 100.0, 5.0}, {3.9, 48.0, 6.0}, {5.2, 88.0, 8.0}};
     for (const Echo& echo : echoes) {
-        const double passed = std::fmod(angle - echo.angle + 2.0 * kPi, 2.0 * kPi);
+        const double passed = std::fmod(angle - echo.angle + 2.0 * pi, 2.0 * pi);
         const double distance = plan.length(echo.distance);
         const Point at = {center.x + distance * std::cos(echo.angle),
                           center.y + distance * std::sin(echo.angle)};
         canvas.fillEllipse(at, plan.length(echo.size), plan.length(echo.size), 250,
-                           1.0 - 0.85 * passed / (2.0 * kPi));
+                           1.0 - 0.85 * passed / (2.0 * pi));
     }
 }
 
@@ -199,7 +199,7 @@ void paintGear(Canvas& canvas, const ScenePlan& plan, Point center, int teeth, d
     const double pitchRadius = plan.length(kModule * teeth / 2.0);
     const double tip = pitchRadius + plan.length(kModule * 0.85);
     const double root = pitchRadius - plan.length(kModule * 1.0);
-    const double pitch = 2.0 * kPi / teeth;
+    const double pitch = 2.0 * pi / teeth;
     std::vector<Point> outline;
     const auto corner = [&](double radius, double at) {
         outline.push_back({center.x + radius * std::cos(at), center.y + radius * std::sin(at)});
@@ -216,7 +216,7 @@ void paintGear(Canvas& canvas, const ScenePlan& plan, Point center, int teeth, d
 
     constexpr int holes = 5;
     for (int i = 0; i < holes; ++i) {
-        const double at = angle + 2.0 * kPi * i / holes;
+        const double at = angle + 2.0 * pi * i / holes;
         const Point hole = {center.x + 0.55 * root * std::cos(at),
                             center.y + 0.55 * root * std::sin(at)};
         // One hole is a bright spot: it shows the turn as a whole, not only tooth by tooth.
@@ -236,7 +236,7 @@ void paintGears(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber
     const Point pinion = {wheel.x + distance * std::cos(kMeshAngle),
                           wheel.y + distance * std::sin(kMeshAngle)};
     // A tooth of the wheel and a gap of the pinion meet on the line between the axles.
-    const double pinionStart = kMeshAngle + kPi + kPi / kPinionTeeth;
+    const double pinionStart = kMeshAngle + pi + pi / kPinionTeeth;
     paintGear(canvas, plan, wheel, kWheelTeeth, kMeshAngle + turned, 205);
     paintGear(canvas, plan, pinion, kPinionTeeth, pinionStart - turned * kWheelTeeth / kPinionTeeth,
               70);
@@ -265,6 +265,6 @@ void paintMotion(Canvas& canvas, std::uint32_t frameNumber)
 
 } // namespace
 
-const Scene kChartScene = {paintBackground, paintMotion};
+const Scene kChartScene = {paintChart, paintMotion};
 
 } // namespace zrnsim

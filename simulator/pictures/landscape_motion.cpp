@@ -12,7 +12,7 @@ namespace zrnsim
 namespace
 {
 
-constexpr double kPi = std::numbers::pi;
+using std::numbers::pi;
 
 void paintClouds(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber)
 {
@@ -49,7 +49,7 @@ void paintSails(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber
     constexpr std::uint32_t period = 240;
     const Point hub = plan.at(kMillHub.x, kMillHub.y);
     for (int i = 0; i < 4; ++i) {
-        const double angle = turnOf(frameNumber, period) + kPi / 2.0 * i;
+        const double angle = turnOf(frameNumber, period) + pi / 2.0 * i;
         const double cosine = std::cos(angle);
         const double sine = std::sin(angle);
         const auto along = [&](double outward, double aside) {
@@ -118,7 +118,7 @@ void paintCartWheel(Canvas& canvas, const ScenePlan& plan, Point center, double 
     canvas.fillEllipse(center, plan.length(radius), plan.length(radius), 28);
     canvas.fillEllipse(center, plan.length(0.72 * radius), plan.length(0.72 * radius), 120);
     for (int i = 0; i < 3; ++i) {
-        const double at = angle + kPi / 3.0 * i;
+        const double at = angle + pi / 3.0 * i;
         const double x = plan.length(0.9 * radius) * std::cos(at);
         const double y = plan.length(0.9 * radius) * std::sin(at);
         canvas.drawLine({center.x - x, center.y - y}, {center.x + x, center.y + y},
@@ -184,7 +184,7 @@ void paintTrain(Canvas& canvas, const ScenePlan& plan, std::uint32_t frameNumber
             canvas.fillPolygon(corners, 240);
         }
     }
-    const double angle = std::fmod(distance / wheelRadius, 2.0 * kPi);
+    const double angle = std::fmod(distance / wheelRadius, 2.0 * pi);
     constexpr double wheels[] = {22.0, 50.0, 78.0, 112.0, 160.0, 216.0, 264.0, 320.0, 368.0, 424.0};
     for (const double wheel : wheels) {
         paintCartWheel(canvas, plan, place(wheel, wheelRadius), wheelRadius, angle);

@@ -13,7 +13,7 @@ namespace zrnsim
 namespace
 {
 
-constexpr double kPi = std::numbers::pi;
+using std::numbers::pi;
 constexpr double kHorizon = 440.0;
 constexpr double kShore = 545.0;
 constexpr Point kSun = {735.0, 170.0};
@@ -49,7 +49,7 @@ void paintRidge(Canvas& canvas, const ScenePlan& plan, double level, double heig
 {
     std::vector<Point> outline = {plan.at(0.0, kShore), plan.at(0.0, level)};
     for (int x = 0; x <= 1000; x += 4) {
-        const double t = x / 1000.0 * 2.0 * kPi;
+        const double t = x / 1000.0 * 2.0 * pi;
         const double wave = 0.55 * std::sin(1.7 * t + phase) +
                             0.3 * std::sin(4.3 * t + 2.1 * phase) +
                             0.15 * std::sin(11.0 * t + 3.7 * phase);
@@ -157,7 +157,7 @@ void paintTrack(Canvas& canvas, const ScenePlan& plan)
     canvas.drawLine(plan.at(0.0, kRail + 3.0), plan.at(1000.0, kRail + 3.0), plan.length(4.0), 225);
 }
 
-void paintBackground(Canvas& canvas, const std::string& caption)
+void paintLandscape(Canvas& canvas, const std::string& caption)
 {
     const ScenePlan plan(canvas);
     paintSky(canvas, plan);
@@ -183,6 +183,6 @@ void paintBackground(Canvas& canvas, const std::string& caption)
 
 } // namespace
 
-const Scene kLandscapeScene = {paintBackground, paintLandscapeMotion};
+const Scene kLandscapeScene = {paintLandscape, paintLandscapeMotion};
 
 } // namespace zrnsim

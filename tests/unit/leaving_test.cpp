@@ -10,7 +10,6 @@
 namespace
 {
 
-constexpr auto pluginPath = ZRN_PLUGIN_PATH;
 constexpr int fewLeavings = 10;
 constexpr int longestMs = 20'000;
 
@@ -35,7 +34,7 @@ TEST_P(LeavingHost, EndsEveryTime)
         constexpr int longestDelay = 61;
         QProcess host;
         host.start(ZRN_LEAVING_HOST_PATH,
-                   {pluginPath, activity, way, QString::number(i * step % longestDelay)});
+                   {ZRN_PLUGIN_PATH, activity, way, QString::number(i * step % longestDelay)});
         ASSERT_TRUE(host.waitForFinished(longestMs)) << "the process does not end";
         const std::string printed = host.readAllStandardError().toStdString();
         ASSERT_EQ(host.exitStatus(), QProcess::NormalExit) << printed;

@@ -28,12 +28,12 @@ StdoutCapture::~StdoutCapture()
 std::string StdoutCapture::text() const
 {
     std::fflush(stdout);
-    std::string collected;
+    std::string captured;
     std::array<char, 4096> chunk{};
     ssize_t length = 0;
     while ((length = pread(m_fileDescriptor, chunk.data(), chunk.size(),
-                           static_cast<off_t>(collected.size()))) > 0) {
-        collected.append(chunk.data(), static_cast<std::size_t>(length));
+                           static_cast<off_t>(captured.size()))) > 0) {
+        captured.append(chunk.data(), static_cast<std::size_t>(length));
     }
-    return collected;
+    return captured;
 }

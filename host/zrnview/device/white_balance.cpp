@@ -7,8 +7,8 @@ namespace zrnview
 namespace
 {
 
-constexpr BayerChannels<Setting> colourGains = {Setting::RGain, Setting::GrGain, Setting::GbGain,
-                                                Setting::BGain};
+constexpr BayerChannels<Setting> settingsOfGains = {Setting::RGain, Setting::GrGain,
+                                                    Setting::GbGain, Setting::BGain};
 
 QString tr(const char* text)
 {
@@ -25,7 +25,7 @@ WhiteBalance whiteBalanceFor(const CameraDevice& device, const Display& display,
     }
     BayerChannels<int> gains{};
     for (std::size_t i = 0; i < gains.size(); ++i) {
-        const SettingReading* reading = device.reading(colourGains.at(i));
+        const SettingReading* reading = device.reading(settingsOfGains.at(i));
         if (!reading || reading->readCode != ErrorCode::Success) {
             return {std::nullopt, tr("The camera's colour gains could not be read")};
         }
@@ -54,7 +54,7 @@ WhiteBalance whiteBalanceFor(const CameraDevice& device, const Display& display,
 void setColourGains(CameraDevice& device, const BayerChannels<int>& gains)
 {
     for (std::size_t i = 0; i < gains.size(); ++i) {
-        device.set(colourGains.at(i), gains.at(i));
+        device.set(settingsOfGains.at(i), gains.at(i));
     }
 }
 

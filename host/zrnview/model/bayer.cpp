@@ -8,7 +8,7 @@ namespace zrnview
 namespace
 {
 
-constexpr std::array<const char*, 5> names = {"", "RGGB", "GRBG", "GBRG", "BGGR"};
+constexpr std::array<const char*, 5> patternNames = {"", "RGGB", "GRBG", "GBRG", "BGGR"};
 constexpr int highestGain = 255;
 /// A mean above it comes from clipped pixels, whose ratio to others is not that of the light.
 constexpr double brightestMean = 250;
@@ -46,14 +46,14 @@ int mirrored(int index, int count)
 
 QString nameOf(BayerPattern pattern)
 {
-    return QString::fromLatin1(names.at(static_cast<std::size_t>(pattern)));
+    return QString::fromLatin1(patternNames.at(static_cast<std::size_t>(pattern)));
 }
 
 BayerPattern bayerPatternOf(const QString& name)
 {
-    const auto* found = std::find(names.begin(), names.end(), name);
-    return found == names.end() ? BayerPattern::None
-                                : static_cast<BayerPattern>(found - names.begin());
+    const auto* found = std::find(patternNames.begin(), patternNames.end(), name);
+    return found == patternNames.end() ? BayerPattern::None
+                                       : static_cast<BayerPattern>(found - patternNames.begin());
 }
 
 ColourPlanes halfSizePlanes(const QImage& mosaic, BayerPattern pattern)
