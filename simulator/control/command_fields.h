@@ -44,7 +44,7 @@ void checkRange(const nlohmann::json& value)
 std::uint64_t parseSerial(const nlohmann::json& value);
 
 /// Whether the request has the fields of its command, and no other beside "command".
-/// \throws CommandError
+/// @throws CommandError
 void checkFields(const nlohmann::json& request, const std::vector<CommandField>& fields);
 
 /// "a, b, c"

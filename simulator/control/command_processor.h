@@ -19,7 +19,7 @@ public:
     {
     }
 
-    /// \throws CommandError for a request that no camera could ever carry out
+    /// @throws CommandError for a request that no camera could ever carry out
     void check(const nlohmann::json& request) const;
 
     /// Answers one request object: {"ok": true, ...} or {"ok": false, "error": "..."}.

@@ -14,17 +14,17 @@ inline constexpr const char* controlVariable = "ZRNSIM_CONTROL";
 class ControlClient
 {
 public:
-    /// \throws std::system_error when nobody listens there
+    /// @throws std::system_error when nobody listens there
     explicit ControlClient(const std::string& socketPath);
 
-    /// Connects to the socket that the environment names. \throws std::runtime_error without one
+    /// Connects to the socket that the environment names. @throws std::runtime_error without one
     static ControlClient fromEnvironment();
 
     ~ControlClient();
     ControlClient(ControlClient&& other) noexcept;
     ControlClient& operator=(ControlClient&&) = delete;
 
-    /// Sends a request and waits for its answer. \throws std::runtime_error when the connection
+    /// Sends a request and waits for its answer. @throws std::runtime_error when the connection
     /// ends
     nlohmann::json call(const nlohmann::json& request);
 

@@ -12,7 +12,7 @@ namespace zrnsim
 class ControlServer
 {
 public:
-    /// \throws std::runtime_error when the socket cannot be made
+    /// @throws std::runtime_error when the socket cannot be made
     ControlServer(CommandProcessor& processor, const std::string& socketPath);
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;

@@ -16,7 +16,7 @@ struct ScriptStep {
 
 /// Reads a script: JSON objects, one a line, each with "at" beside its command. Empty lines and
 /// lines that begin with # are skipped.
-/// \throws ConfigError with the number of the line that is wrong
+/// @throws ConfigError with the number of the line that is wrong
 std::vector<ScriptStep> readScript(const std::string& path, const CommandProcessor& processor);
 
 /// Runs each step at its time on the default main context; what fails is said on standard error.

@@ -45,7 +45,7 @@ public:
     /// Counts a finished transfer of the streaming endpoint.
     void noteTransfer();
 
-    /// Notes that the host has got the transfer in which a frame began. \param startedFrame as
+    /// Notes that the host has got the transfer in which a frame began. @param startedFrame as
     /// the piece told
     void noteTaken(std::uint64_t startedFrame);
 

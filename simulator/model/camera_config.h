@@ -74,9 +74,9 @@ struct ConfigKey {
 const std::vector<ConfigKey>& configKeys();
 
 /// Reads "MODEL[,key=value...]".
-/// \param ordinal number of the camera on the command line, from 1: makes the serials of cameras
+/// @param ordinal number of the camera on the command line, from 1: makes the serials of cameras
 ///        of one model differ.
-/// \throws ConfigError
+/// @throws ConfigError
 CameraConfig parseCamera(std::string_view text, unsigned ordinal);
 
 } // namespace zrnsim

@@ -44,7 +44,7 @@ public:
         Leave = 9,   ///< leaves the bus, and is back wIndex ms later
     };
 
-    /// \param ordinal from 1, makes the serial "G1", "G2", ...
+    /// @param ordinal from 1, makes the serial "G1", "G2", ...
     explicit Gadget(unsigned ordinal);
 
     DescriptorSet descriptors() const override;
@@ -67,7 +67,7 @@ public:
     };
     /// What an endpoint sends in a transfer or packet of `length` bytes; nothing yet: nullopt.
     std::optional<Answer> take(std::uint8_t endpoint, std::size_t length);
-    /// A transfer to bulkOut. \return its fault, if any
+    /// A transfer to bulkOut. @return its fault, if any
     std::optional<TransferFault> put(ByteView data);
 
 private:

@@ -41,8 +41,8 @@ struct PayloadPiece {
 class PayloadSlicer
 {
 public:
-    /// \param maxPayload dwMaxPayloadTransferSize
-    /// \param packetSize wMaxPacketSize of a bulk endpoint, which needs a zero-length packet after
+    /// @param maxPayload dwMaxPayloadTransferSize
+    /// @param packetSize wMaxPacketSize of a bulk endpoint, which needs a zero-length packet after
     ///        a payload that ends on a packet boundary; 0 for isochronous endpoints.
     void configure(std::uint32_t maxPayload, std::uint32_t packetSize);
 

@@ -12,7 +12,7 @@ namespace zrnsim
 class PollGate
 {
 public:
-    /// Replaces whatever lies at `path` by the FIFO. \throws std::system_error
+    /// Replaces whatever lies at `path` by the FIFO. @throws std::system_error
     explicit PollGate(const std::string& path);
     ~PollGate();
     PollGate(const PollGate&) = delete;

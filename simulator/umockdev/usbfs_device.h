@@ -33,8 +33,8 @@ public:
         std::function<void(unsigned interface, bool isClaimed)> onClaim = {};
     };
 
-    /// \param nodePath the device node inside the testbed's folder
-    /// \param socketPath the socket on which umockdev listens for the node
+    /// @param nodePath the device node inside the testbed's folder
+    /// @param socketPath the socket on which umockdev listens for the node
     UsbfsDevice(UsbDevice& device, const std::string& nodePath, std::string socketPath,
                 const Options& options);
     virtual ~UsbfsDevice();
@@ -64,7 +64,7 @@ protected:
     virtual std::optional<unsigned> interfaceOf(const UrbHeader& request) const = 0;
     virtual bool hasInterface(unsigned interface) const = 0;
     virtual std::uint8_t settingOf(unsigned interface) const = 0;
-    /// Takes note of a request block. \return 0, or the negated errno with which it is refused
+    /// Takes note of a request block. @return 0, or the negated errno with which it is refused
     virtual long admit(const Urb& urb) = 0;
     /// Completes the request block if its endpoint has an answer for it.
     virtual bool serve(UsbfsClient& client, UrbPosition urb) = 0;

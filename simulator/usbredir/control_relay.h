@@ -18,8 +18,8 @@ namespace zrnsim
 class ControlRelay
 {
 public:
-    /// \param line non-blocking
-    /// \param listener takes the clients; stays the caller's
+    /// @param line non-blocking
+    /// @param listener takes the clients; stays the caller's
     static ControlRelay nearClients(FileDescriptor line, int listener);
     static ControlRelay nearServer(FileDescriptor line, std::filesystem::path server);
 

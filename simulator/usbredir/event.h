@@ -11,7 +11,7 @@ namespace zrnsim
 class Event
 {
 public:
-    /// \throws std::system_error
+    /// @throws std::system_error
     Event();
 
     int descriptor() const { return m_fd.get(); }

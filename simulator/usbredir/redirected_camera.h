@@ -17,8 +17,8 @@ namespace zrnsim
 class RedirectedCamera
 {
 public:
-    /// \param socket non-blocking; stays the caller's
-    /// \param isPlugged whether the host finds the camera plugged in
+    /// @param socket non-blocking; stays the caller's
+    /// @param isPlugged whether the host finds the camera plugged in
     RedirectedCamera(Camera& camera, int socket, bool isPlugged);
     RedirectedCamera(const RedirectedCamera&) = delete;
     RedirectedCamera& operator=(const RedirectedCamera&) = delete;

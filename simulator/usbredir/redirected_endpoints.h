@@ -17,7 +17,7 @@ constexpr std::size_t endpointSlot(std::uint8_t address)
 usb_redir_interface_info_header interfaceInfo(ByteView configuration);
 
 /// The endpoints of a configuration descriptor.
-/// \param streamingAlternate alternate setting of the streaming interface; the others are in 0
+/// @param streamingAlternate alternate setting of the streaming interface; the others are in 0
 usb_redir_ep_info_header endpointInfo(ByteView configuration, std::uint8_t streamingAlternate);
 
 } // namespace zrnsim

@@ -14,9 +14,9 @@ namespace zrnsim
 class RelayServer
 {
 public:
-    /// \param line where the line connects
-    /// \param server the control socket
-    /// \throws std::system_error
+    /// @param line where the line connects
+    /// @param server the control socket
+    /// @throws std::system_error
     RelayServer(const std::filesystem::path& line, std::filesystem::path server);
     ~RelayServer();
     RelayServer(const RelayServer&) = delete;

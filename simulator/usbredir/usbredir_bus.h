@@ -18,8 +18,8 @@ class UsbRedirBus final : public Bus
 {
 public:
     /// Plugs all cameras in. The cameras outlive the bus.
-    /// \param folder must exist, its path short enough for UNIX sockets
-    /// \throws std::system_error
+    /// @param folder must exist, its path short enough for UNIX sockets
+    /// @throws std::system_error
     UsbRedirBus(CameraList& cameras, const std::filesystem::path& folder);
     ~UsbRedirBus() override;
 

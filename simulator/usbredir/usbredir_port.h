@@ -21,7 +21,7 @@ class UsbRedirPort
 {
 public:
     /// Listens, with the camera plugged in. The camera outlives the port.
-    /// \throws std::system_error
+    /// @throws std::system_error
     UsbRedirPort(Camera& camera, std::filesystem::path path);
     ~UsbRedirPort();
     UsbRedirPort(const UsbRedirPort&) = delete;

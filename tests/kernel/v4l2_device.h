@@ -20,7 +20,7 @@ public:
         std::string description() const;
     };
 
-    /// The first capture node of the uvcvideo driver. \throws std::runtime_error without one
+    /// The first capture node of the uvcvideo driver. @throws std::runtime_error without one
     static V4l2Device firstCamera();
 
     /// Every size of every format, in the device's order.
@@ -29,7 +29,7 @@ public:
     void start(const Mode& mode);
     void stop();
 
-    /// The bytes of the next frame. \throws std::runtime_error when none comes within the limit or
+    /// The bytes of the next frame. @throws std::runtime_error when none comes within the limit or
     /// the driver marks it as damaged
     std::vector<std::uint8_t> nextFrame(std::chrono::milliseconds limit);
 
