@@ -106,6 +106,25 @@ std::vector<unsigned long> portNumbers(const std::string& port)
     return numbers;
 }
 
+/// The group whose members may use a node, if it is not root's.
+std::optional<unsigned> groupOf(const std::string& node)
+{
+    constexpr mode_t readAndWrite = S_IRGRP | S_IWGRP;
+    struct stat status {
+    };
+    if (::stat(node.c_str(), &status) != 0 || status.st_gid == 0 ||
+        (status.st_mode & readAndWrite) != readAndWrite) {
+        return std::nullopt;
+    }
+    return status.st_gid;
+}
+
+/// @param number of the device: "189:2"
+bool hasSeatTag(const std::string& root, const std::string& number)
+{
+    return readText(root + "/run/udev/data/c" + number).find("G:uaccess\n") != std::string::npos;
+}
+
 std::vector<SeenCamera> look(const std::string& root, const SerialCache& cache)
 {
     std::vector<SeenCamera> seen;
@@ -131,6 +150,10 @@ std::vector<SeenCamera> look(const std::string& root, const SerialCache& cache)
         const std::string node = root + camera.node();
         camera.nodeExists = ::access(node.c_str(), F_OK) == 0;
         camera.accessible = ::access(node.c_str(), R_OK | W_OK) == 0;
+        if (camera.nodeExists && !camera.accessible) {
+            camera.group = groupOf(node);
+            camera.isForSeat = hasSeatTag(root, readWord(device + "/dev"));
+        }
         const Interfaces interfaces = interfacesOf(folder, names, name);
         camera.kernelDrivers = interfaces.kernelDrivers;
         camera.videoNodes = interfaces.videoNodes;

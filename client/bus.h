@@ -34,10 +34,12 @@ const char* nameOf(Use use);
 struct BusCamera {
     std::string port; ///< place of its socket, as "1-2.3": bus, then the ports of hubs up to it
     unsigned bus = 0;
-    unsigned address = 0;    ///< on the bus; another one after each plugging in
-    double megabits = 0;     ///< speed of its connection, in Mbit/s; 0 is unknown
-    bool nodeExists = false; ///< its device node
-    bool accessible = false; ///< this user may read and write the node
+    unsigned address = 0;          ///< on the bus; another one after each plugging in
+    double megabits = 0;           ///< speed of its connection, in Mbit/s; 0 is unknown
+    bool nodeExists = false;       ///< its device node
+    bool accessible = false;       ///< this user may read and write the node
+    std::optional<unsigned> group; ///< whose members may, where this user may not
+    bool isForSeat = false;        ///< likewise: whoever is logged in at the machine itself may
     Use use = Use::Free;
     std::vector<Holder> holders;            ///< who uses it; empty where this user may not see them
     std::vector<std::string> kernelDrivers; ///< other than usbfs, of its interfaces
@@ -69,7 +71,7 @@ struct BusCamera {
 class Bus
 {
 public:
-    /// @param root put before /sys, /dev and /proc; empty for the running system
+    /// @param root put before /sys, /dev, /proc and /run; empty for the running system
     /// @param cache where serials are remembered
     explicit Bus(std::string root = {}, SerialCache cache = SerialCache(SerialCache::folder()));
 

@@ -262,7 +262,8 @@ Error refusalOf(const BusCamera& camera)
     }
     if (!camera.accessible) {
         return {Kind::NoCamera, "NoPermission",
-                "this user may not open " + nameOf(camera) + ", " + camera.node(), accessRemedy()};
+                "this user may not open " + nameOf(camera) + ", " + camera.node(),
+                accessRemedy(camera)};
     }
     if (camera.use == Use::Held && !camera.isHeldElsewhere()) {
         return {Kind::NoCamera, "InUse", nameOf(camera) + " is open in this program already",

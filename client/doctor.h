@@ -14,9 +14,8 @@ namespace zrn
 /// process for it.
 ///
 /// @param plugin as findPlugin() takes it
-/// @param root put before /sys, /dev and /proc, to judge the files there: no camera is then asked
-/// or opened. Empty for the running system.
-/// Thread safety: reentrant.
+/// @param root put before /sys, /dev, /proc and /run, to judge the files there: no camera is then
+/// asked or opened. Empty for the running system. Thread safety: reentrant.
 std::vector<Finding> examine(const std::string& plugin = {}, const std::string& root = {});
 
 } // namespace zrn

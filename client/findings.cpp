@@ -34,7 +34,7 @@ Finding judgeAccess(const BusCamera& camera)
     if (!camera.accessible) {
         return {subject, Verdict::Problem,
                 "this user may not open " + camera.node() + ", the camera at " + camera.port,
-                accessRemedy()};
+                accessRemedy(camera)};
     }
     return {subject, Verdict::Good, "this user may open " + camera.node(), {}};
 }

@@ -30,10 +30,17 @@ else()
 endif()
 
 option(ZRN_INSTALL_UDEV_RULE "Install the rule that lets the user at the machine open the cameras" OFF)
-# Rules of the local administrator belong to /etc; below /usr stand those of packages.
+option(ZRN_INSTALL_SERVICES "Install systemd's units for zrnserve and zrncam record" OFF)
+# What the local administrator writes belongs to /etc; below /usr stands that of packages.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     set(zrn_udev_rules "/usr/lib/udev/rules.d")
+    set(zrn_units "/lib/systemd/system")
+    set(zrn_sysusers "/usr/lib/sysusers.d")
 else()
     set(zrn_udev_rules "/etc/udev/rules.d")
+    set(zrn_units "/etc/systemd/system")
+    set(zrn_sysusers "/etc/sysusers.d")
 endif()
 set(ZRN_UDEV_RULES_DIR "${zrn_udev_rules}" CACHE PATH "Folder that the udev rule is installed to")
+set(ZRN_UNITS_DIR "${zrn_units}" CACHE PATH "Folder that systemd's units are installed to")
+set(ZRN_SYSUSERS_DIR "${zrn_sysusers}" CACHE PATH "Folder that the services' user is installed to, for systemd-sysusers")

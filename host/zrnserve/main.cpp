@@ -1,4 +1,5 @@
 #include "common/interrupt.h"
+#include "common/service_manager.h"
 #include "zrnserve/camera_list.h"
 #include "zrnserve/http_service.h"
 #include "zrnserve/note.h"
@@ -42,6 +43,12 @@ void allowManyFiles()
 std::string bracketed(const std::string& address)
 {
     return address.find(':') == std::string::npos ? address : "[" + address + "]";
+}
+
+gboolean tellAlive(gpointer /*data*/)
+{
+    zrnhost::tellServiceManager("WATCHDOG=1");
+    return TRUE;
 }
 
 void serve(const Options& options, zrnhost::Interrupt& interrupt)
@@ -88,7 +95,16 @@ void serve(const Options& options, zrnhost::Interrupt& interrupt)
                     },
                     loop);
             });
+            // As long as the loop runs, which the list, the addresses and the pages need.
+            const auto period = zrnhost::signOfLifePeriod();
+            const guint signs =
+                period ? g_timeout_add(static_cast<guint>(period->count()), tellAlive, nullptr) : 0;
+            zrnhost::tellServiceManager("READY=1");
             g_main_loop_run(loop);
+            zrnhost::tellServiceManager("STOPPING=1");
+            if (signs != 0) {
+                g_source_remove(signs);
+            }
         }
         g_main_loop_unref(loop);
         note("ending");

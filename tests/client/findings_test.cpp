@@ -89,6 +89,22 @@ TEST(Findings, MissingPermissionShowsTheUdevRule)
     EXPECT_EQ(find(judgeBus({camera}), "permission").verdict, Verdict::Problem);
 }
 
+TEST(Findings, ARuleForTheSeatAloneIsCompletedByAGroup)
+{
+    BusCamera camera = makeCamera();
+    camera.accessible = false;
+    camera.isForSeat = true;
+    const std::string remedy = find(judgeBus({camera}), "permission").remedy;
+    EXPECT_THAT(remedy, HasSubstr(udevGroupRule));
+    EXPECT_THAT(remedy, HasSubstr("SupplementaryGroups=plugdev"));
+
+    // With such a rule only the user is missing in the group.
+    camera.group = 0;
+    const Finding finding = find(judgeBus({camera}), "permission");
+    EXPECT_THAT(finding.remedy, HasSubstr("usermod --append --groups root NAME"));
+    EXPECT_THAT(finding.remedy, Not(HasSubstr(udevRulePath)));
+}
+
 TEST(Findings, AKernelDriverIsAWarning)
 {
     BusCamera camera = makeCamera();

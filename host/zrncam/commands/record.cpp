@@ -5,6 +5,7 @@
 #include "common/camera_settings.h"
 #include "common/interrupt.h"
 #include "common/progress.h"
+#include "common/service_manager.h"
 #include "tool_error.h"
 #include "triggers.h"
 
@@ -216,11 +217,58 @@ private:
     std::pair<Clock::time_point, std::uint64_t> m_newer{m_start, 0};
 };
 
+/// Tells a service manager that the cameras are being recorded: as long as each one sends frames,
+/// or is known to be out.
+class SignsOfLife
+{
+public:
+    void tell(const QString& name, const zrn::StreamCounters& counters)
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto [camera, isNew] = m_cameras.try_emplace(name);
+        if (isNew) {
+            zrnhost::tellServiceManager("READY=1");
+        }
+        Camera& state = camera->second;
+        state.isAlive = state.isAlive || counters.outage || counters.frames != state.frames;
+        state.frames = counters.frames;
+        if (std::ranges::all_of(m_cameras, [](const auto& one) { return one.second.isAlive; })) {
+            tellAlive();
+        }
+    }
+
+    /// It is done, or its frames are being written to the end.
+    void forget(const QString& name)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_cameras.erase(name);
+        tellAlive();
+    }
+
+private:
+    struct Camera {
+        std::uint64_t frames = 0;
+        bool isAlive = false; ///< since the last sign
+    };
+
+    void tellAlive()
+    {
+        zrnhost::tellServiceManager("WATCHDOG=1");
+        for (auto& [name, camera] : m_cameras) {
+            camera.isAlive = false;
+        }
+    }
+
+    std::mutex m_mutex;
+    std::map<QString, Camera> m_cameras;
+};
+
 /// What the cameras of a run share.
 struct Recording {
     const RecordOptions& options;
     std::shared_ptr<zrn::RecordingSession> session;
     RecordProgress progress;
+    SignsOfLife signs;
 };
 
 /// What a file begins with, as the viewer's recordings do.
@@ -333,6 +381,7 @@ StreamEnd streamInto(zrn::CameraRecorder& recorder, const CameraPointer& camera,
         const Clock::time_point start = Clock::now();
         while (!recorder.waitUntilDone(progressPeriod) && !context.interrupt.requested()) {
             teller.tell(recorder.progress());
+            recording.signs.tell(context.name, stream.counters());
         }
         end.isOut = stream.counters().outage.has_value();
         stream.stop();
@@ -341,9 +390,10 @@ StreamEnd streamInto(zrn::CameraRecorder& recorder, const CameraPointer& camera,
         end.outages = stream.outages();
     }
     recorder.stop();
-    while (!recorder.waitUntilDone(progressPeriod)) {
+    do {
         teller.tell(recorder.progress());
-    }
+        recording.signs.forget(context.name);
+    } while (!recorder.waitUntilDone(progressPeriod));
     recorder.finish();
     teller.tell(recorder.progress());
     return end;
@@ -528,7 +578,7 @@ QString recordSum(const std::vector<QJsonObject>& cameras)
 ExitCode runRecord(Context& context, const RecordOptions& options)
 {
     const auto session = std::make_shared<zrn::RecordingSession>(planOf(options));
-    Recording recording{options, session, RecordProgress(context.options.quiet)};
+    Recording recording{options, session, RecordProgress(context.options.quiet), {}};
     std::optional<Triggers> triggers;
     if (options.before) {
         triggers.emplace([session] { session->trigger(); });

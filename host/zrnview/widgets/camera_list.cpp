@@ -39,15 +39,20 @@ QString textOf(const zrn::BusCamera& camera)
 }
 
 /// Device nodes of the cameras that this user may not open.
-QString blockedNodes(const Bench& bench)
+/// Nodes that this user may not open, and what helps with the first of them; empty without any.
+QString blockedText(const Bench& bench)
 {
     QStringList nodes;
+    QString remedy;
     for (const zrn::BusCamera& camera : bench.bus()) {
         if (!camera.accessible) {
             nodes += QString::fromStdString(camera.node());
+            remedy = remedy.isEmpty() ? QString::fromStdString(zrn::accessRemedy(camera)) : remedy;
         }
     }
-    return nodes.join(QStringLiteral(", "));
+    return nodes.isEmpty() ? QString()
+                           : CameraList::tr("This user may not open %1: %2.")
+                                 .arg(nodes.join(QStringLiteral(", ")), remedy);
 }
 
 QColor stateColour(const CameraDevice& device, const Colours& colours)
@@ -99,10 +104,9 @@ QString adviceOf(const Bench& bench)
     case Bench::State::Ready:
         break;
     }
-    const QString blocked = blockedNodes(bench);
+    const QString blocked = blockedText(bench);
     if (!blocked.isEmpty()) {
-        return CameraList::tr("This user may not open %1: %2.")
-            .arg(blocked, QString::fromStdString(zrn::accessRemedy()));
+        return blocked;
     }
     if (!bench.devices().empty()) {
         return {};
