@@ -2,6 +2,7 @@
 #include "client/recording.h"
 #include "recording/exporter.h"
 #include "recording/formats.h"
+#include "recording/pairing.h"
 #include "recording/stack_info.h"
 
 #include <CLI/App.hpp>
@@ -37,6 +38,7 @@ struct Options {
     int count = std::numeric_limits<int>::max();
     int every = 1;
     bool raw = false;
+    zrnrec::PairRequest pairs;
 };
 
 void printLine(const QString& line)
@@ -161,6 +163,13 @@ int exportFrames(const Options& options)
     return result.damaged > 0 || result.files.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
+int pairFrames(const Options& options)
+{
+    const QJsonObject told = zrnrec::pairRecordings(options.pairs);
+    printLine(QString::fromUtf8(QJsonDocument(told).toJson()).trimmed());
+    return EXIT_SUCCESS;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -202,6 +211,20 @@ int main(int argc, char** argv)
         ->check(CLI::IsMember({"ffv1", "h264"}));
     images->add_flag("--raw", options.raw, "Pixels and trailer of each image instead of PNG")
         ->excludes(to);
+    CLI::App* pairs =
+        app.add_subcommand("pair", "Find the frames of several cameras that belong together");
+    pairs->add_option("recordings", options.pairs.recordings, "Recordings of two or more cameras")
+        ->required()
+        ->type_name("FILE...");
+    pairs
+        ->add_option("-o,--output", options.pairs.table,
+                     "Table of the pairs to write, as CSV (default: none)")
+        ->type_name("TABLE");
+    pairs
+        ->add_option("--within", options.pairs.withinMilliseconds,
+                     "Milliseconds that frames of a pair may lie apart (default: half a period)")
+        ->check(CLI::PositiveNumber)
+        ->type_name("MS");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -210,6 +233,7 @@ int main(int argc, char** argv)
     try {
         const int exitCode = info->parsed()    ? showInfo(options)
                              : check->parsed() ? verify(options)
+                             : pairs->parsed() ? pairFrames(options)
                                                : exportFrames(options);
         if (std::fflush(stdout) != 0) {
             std::fprintf(stderr, "zrnrec: the result cannot be written: %s\n",

@@ -1,5 +1,6 @@
 // Makes a recording of frames whose every byte and fact is known: make_recording FILE WIDTH HEIGHT
-// FRAMES
+// FRAMES [SERIAL BEGIN PERIOD SKIPPED]: the first arrives at the time BEGIN of CLOCK_MONOTONIC, and
+// the number SKIPPED is missing. Times are nanoseconds.
 
 #include "client/recorder.h"
 
@@ -7,6 +8,8 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -61,23 +64,37 @@ zrn::Frame frameOf(std::uint32_t number, std::uint32_t width, std::uint32_t heig
 int main(int argc, char** argv)
 {
     constexpr int arguments = 5;
-    if (argc != arguments) {
-        std::fprintf(stderr, "make_recording FILE WIDTH HEIGHT FRAMES\n");
+    constexpr int allArguments = 9;
+    if (argc != arguments && argc != allArguments) {
+        std::fprintf(stderr,
+                     "make_recording FILE WIDTH HEIGHT FRAMES [SERIAL BEGIN PERIOD SKIPPED]\n");
         return 2;
     }
     try {
         const auto numberOf = [argv](int i) {
             return static_cast<std::uint32_t>(std::strtoul(argv[i], nullptr, 10));
         };
-        zrn::Recorder recorder(argv[1], R"({"serial":"ZR2"})");
-        const auto start = std::chrono::steady_clock::now();
+        const bool isScheduled = argc == allArguments;
+        const std::string serial = isScheduled ? argv[5] : "ZR2";
+        zrn::Recorder recorder(argv[1], R"({"serial":")" + serial + "\"}");
+        const auto start = isScheduled
+                               ? std::chrono::steady_clock::time_point(
+                                     std::chrono::nanoseconds(std::strtoll(argv[6], nullptr, 10)))
+                               : std::chrono::steady_clock::now();
+        const std::chrono::nanoseconds period =
+            isScheduled ? std::chrono::nanoseconds(numberOf(7)) : milliseconds(10);
         for (std::uint32_t number = 0; number < numberOf(4); ++number) {
-            const auto arrival = start + number * milliseconds(10);
+            if (isScheduled && number == numberOf(8)) {
+                continue;
+            }
+            const auto arrival = start + number * period;
             if (number == 1) {
                 recorder.note(
                     {arrival - milliseconds(5), R"({"event":"setting","key":"Gain","value":11})"});
             }
-            if (!recorder.add(frameOf(number, numberOf(2), numberOf(3), arrival))) {
+            zrn::Frame frame = frameOf(number, numberOf(2), numberOf(3), arrival);
+            frame.step.missing = isScheduled && number == numberOf(8) + 1 ? 1 : 0;
+            if (!recorder.add(std::move(frame))) {
                 break;
             }
         }
