@@ -1,4 +1,5 @@
 if(PKG_CONFIG_FOUND)
+    pkg_check_modules(CAIRO QUIET IMPORTED_TARGET cairo)
     pkg_check_modules(UMOCKDEV QUIET IMPORTED_TARGET umockdev-1.0>=0.17)
     pkg_check_modules(GIO_UNIX QUIET IMPORTED_TARGET gio-unix-2.0)
     pkg_check_modules(USBREDIRPARSER QUIET IMPORTED_TARGET libusbredirparser-0.5)
@@ -13,6 +14,7 @@ find_package(nlohmann_json QUIET)
 find_package(Threads QUIET)
 
 zrn_need(PKG_CONFIG_FOUND pkg-config)
+zrn_need(CAIRO_FOUND libcairo2-dev)
 zrn_need(UMOCKDEV_FOUND libumockdev-dev)
 zrn_need(GIO_UNIX_FOUND libglib2.0-dev)
 zrn_need(USBREDIRPARSER_FOUND libusbredirparser-dev)

@@ -2,12 +2,25 @@
 
 #include <nlohmann/json.hpp>
 
-#include <array>
-
 namespace zrnsim
 {
 
 using nlohmann::json;
+
+NLOHMANN_JSON_SERIALIZE_ENUM(ControlStatus, {{ControlStatus::Done, "done"},
+                                             {ControlStatus::Stalled, "stalled"},
+                                             {ControlStatus::Failed, "failed"},
+                                             {ControlStatus::Unanswered, "unanswered"}})
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FrameSize, width, height)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ControlValues, cur, min, max, res, def)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Counters, framesProduced, framesOverrun, framesUnrendered,
+                                   framesStarted, framesSent, framesCut, payloadsSent, payloadsLost,
+                                   payloadsWithError, bytesSent, transfersCompleted,
+                                   transfersFailed, controlRequests, controlStalls, controlFaults,
+                                   streamStarts, streamStops, resets, requests)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FrameRequest, sensorType, width, height, bytesPerPosition,
+                                   frameNumber)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PictureControls, exposureFraction, gainFraction, colorGain)
 
 namespace
 {
@@ -15,21 +28,6 @@ namespace
 double seconds(Clock::time_point time)
 {
     return std::chrono::duration<double>(time.time_since_epoch()).count();
-}
-
-const char* nameOf(ControlStatus status)
-{
-    switch (status) {
-    case ControlStatus::Done:
-        return "done";
-    case ControlStatus::Stalled:
-        return "stalled";
-    case ControlStatus::Failed:
-        return "failed";
-    case ControlStatus::Unanswered:
-        return "unanswered";
-    }
-    return "unknown";
 }
 
 std::string hex(const Bytes& data)
@@ -59,10 +57,6 @@ json describeStream(const CameraConfig& config, const StreamParameters& paramete
 json describeCamera(std::size_t index, const Camera& camera, const Bus& bus)
 {
     const CameraConfig config = camera.config();
-    json sizes = json::array();
-    for (const FrameSize size : config.sizes) {
-        sizes.push_back({{"width", size.width}, {"height", size.height}});
-    }
     json formats = json::array();
     for (const PixelPacking packing : config.formats) {
         formats.push_back(nameOf(packing));
@@ -71,7 +65,7 @@ json describeCamera(std::size_t index, const Camera& camera, const Bus& bus)
             {"model", config.model},
             {"serial", std::to_string(config.serial)},
             {"sensorType", config.sensorType},
-            {"sizes", sizes},
+            {"sizes", config.sizes},
             {"formats", formats},
             {"frameRates", config.frameRates},
             {"productionRate", config.productionRate ? json(*config.productionRate) : json()},
@@ -85,37 +79,14 @@ json describeCamera(std::size_t index, const Camera& camera, const Bus& bus)
 
 json describeCounters(const Counters& counters)
 {
-    return {{"framesProduced", counters.framesProduced},
-            {"framesOverrun", counters.framesOverrun},
-            {"framesUnrendered", counters.framesUnrendered},
-            {"framesStarted", counters.framesStarted},
-            {"framesSent", counters.framesSent},
-            {"framesCut", counters.framesCut},
-            {"payloadsSent", counters.payloadsSent},
-            {"payloadsLost", counters.payloadsLost},
-            {"payloadsWithError", counters.payloadsWithError},
-            {"bytesSent", counters.bytesSent},
-            {"transfersCompleted", counters.transfersCompleted},
-            {"transfersFailed", counters.transfersFailed},
-            {"controlRequests", counters.controlRequests},
-            {"controlStalls", counters.controlStalls},
-            {"controlFaults", counters.controlFaults},
-            {"streamStarts", counters.streamStarts},
-            {"streamStops", counters.streamStops},
-            {"resets", counters.resets},
-            {"requests", counters.requests}};
+    return counters;
 }
 
 json describeControls(const ControlSet& controls)
 {
     json result = json::object();
     for (const ControlTraits& traits : controlTable) {
-        const ControlValues& values = controls[traits.id];
-        result[std::string(traits.name)] = {{"cur", values.cur},
-                                            {"min", values.min},
-                                            {"max", values.max},
-                                            {"res", values.res},
-                                            {"def", values.def}};
+        result[std::string(traits.name)] = controls[traits.id];
     }
     return result;
 }
@@ -133,7 +104,7 @@ json describeTrace(const std::vector<TraceEntry>& entries)
                           {"value", entry.setup.value},
                           {"wIndex", entry.setup.index},
                           {"length", entry.setup.length},
-                          {"status", nameOf(entry.status)},
+                          {"status", entry.status},
                           {"data", hex(entry.data)}});
     }
     return result;
@@ -143,40 +114,25 @@ json describeFrames(const std::vector<SentFrame>& frames)
 {
     json result = json::array();
     for (const SentFrame& frame : frames) {
-        const FrameRequest& request = frame.request;
-        result.push_back({{"index", frame.index},
+        json described = frame.request;
+        described.update(json(frame.request.controls));
+        described.update({{"index", frame.index},
                           {"time", seconds(frame.started)},
                           {"taken", frame.taken ? json(seconds(*frame.taken)) : json()},
-                          {"frameNumber", request.frameNumber},
-                          {"sensorType", request.sensorType},
-                          {"width", request.width},
-                          {"height", request.height},
-                          {"bytesPerPosition", request.bytesPerPosition},
-                          {"exposureFraction", request.controls.exposureFraction},
-                          {"gainFraction", request.controls.gainFraction},
-                          {"colorGain", std::to_array(request.controls.colorGain)},
                           {"bytes", frame.bytes},
                           {"payloadsLost", frame.fault.lostPayloads},
                           {"payloadsWithError", frame.fault.errorPayloads},
                           {"withoutEndOfFrame", frame.fault.withoutEndOfFrame},
                           {"complete", frame.complete}});
+        result.push_back(std::move(described));
     }
     return result;
 }
 
 FrameRequest parseFrameRequest(const json& frame)
 {
-    FrameRequest request;
-    request.sensorType = frame.at("sensorType");
-    request.width = frame.at("width");
-    request.height = frame.at("height");
-    request.bytesPerPosition = frame.at("bytesPerPosition");
-    request.frameNumber = frame.at("frameNumber");
-    request.controls.exposureFraction = frame.at("exposureFraction");
-    request.controls.gainFraction = frame.at("gainFraction");
-    for (std::size_t i = 0; i < std::size(request.controls.colorGain); ++i) {
-        request.controls.colorGain[i] = frame.at("colorGain").at(i);
-    }
+    auto request = frame.get<FrameRequest>();
+    request.controls = frame.get<PictureControls>();
     return request;
 }
 

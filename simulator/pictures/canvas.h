@@ -1,9 +1,9 @@
 #pragma once
 
+#include <cairo.h>
 #include <cstddef>
 #include <cstdint>
-#include <span>
-#include <string_view>
+#include <memory>
 #include <vector>
 
 namespace zrnsim
@@ -14,50 +14,64 @@ struct Point {
     double y;
 };
 
-/// An 8-bit grey picture to draw on. Coordinates are pixels from the upper left corner of the upper
-/// left pixel; whatever lies outside the picture is clipped. Reentrant.
+/// An 8-bit grey picture to draw on with Cairo: shapes are added to a path, which is then painted
+/// and begun anew. Coordinates are pixels from the upper left corner of the upper left pixel.
+/// Reentrant.
+///
+/// Scenes are drawn for 1000 x 800 units: positions stretch with the picture, lengths keep their
+/// proportions, so that circles stay round.
 class Canvas
 {
 public:
-    /// A black picture. Throws std::bad_alloc or std::length_error when it does not fit in memory.
+    /// A black picture. What lies beyond 32,767 columns or rows, which is as far as Cairo draws,
+    /// stays black. Throws std::bad_alloc or std::length_error when it does not fit in memory.
     Canvas(int width, int height);
 
     int width() const { return m_width; }
     int height() const { return m_height; }
-    std::uint8_t* row(int y) { return m_pixels.data() + offsetOf(y); }
-    const std::uint8_t* row(int y) const { return m_pixels.data() + offsetOf(y); }
+    std::uint8_t* pixelRow(int y);
 
-    /// Sets the whole pixels in [left, right) x [top, bottom).
-    void fillRect(int left, int top, int right, int bottom, std::uint8_t value);
+    /// Takes the pixels of another picture of the same size.
+    void copy(const Canvas& other);
 
-    /// Fills a polygon with smooth edges; where its outline crosses itself, by the even-odd rule.
-    /// @param opacity 0 to 1
-    void fillPolygon(std::span<const Point> outline, std::uint8_t value, double opacity = 1.0);
+    // Units to pixels
 
-    void fillEllipse(Point center, double radiusX, double radiusY, std::uint8_t value,
-                     double opacity = 1.0);
-    void drawRing(Point center, double radius, double thickness, std::uint8_t value,
-                  double opacity = 1.0);
-    void drawLine(Point from, Point to, double thickness, std::uint8_t value, double opacity = 1.0);
+    Point at(double x, double y) const { return {x * m_scaleX, y * m_scaleY}; }
+    int column(double x) const;
+    int row(double y) const;
+    double length(double units) const;
+    /// A length in whole pixels, at least 1.
+    int pixels(double units) const;
 
-    /// Digits, capital letters and spaces; every dot of the font is `dot` x `dot` pixels.
-    void drawText(int left, int top, int dot, std::string_view text, std::uint8_t value);
+    // The path, in pixels
+
+    void addRect(double left, double top, double right, double bottom);
+    void addPolygon(const std::vector<Point>& corners);
+    void addEllipse(Point center, double radiusX, double radiusY);
+    void addCircle(Point center, double radius) { addEllipse(center, radius, radius); }
+    void addLine(Point from, Point to);
+
+    // Painting
+
+    void fill(std::uint8_t value);
+    void stroke(double thickness, std::uint8_t value);
+    /// Brings what lies below nearer to white. @param share 0 to 1
+    void lighten(double share);
+    /// Fills with what goes evenly from one value at one point to another at another.
+    void fillGradient(Point from, std::uint8_t first, Point to, std::uint8_t last);
+    /// Adds light that is brightest in the middle of a circle.
+    void glow(Point center, double radius, double share);
 
 private:
-    std::size_t offsetOf(int y) const
-    {
-        return static_cast<std::size_t>(y) * static_cast<std::size_t>(m_width);
-    }
-    void addSpan(double from, double to);
+    void setValue(std::uint8_t value);
 
     int m_width;
     int m_height;
+    double m_scaleX;
+    double m_scaleY;
+    std::size_t m_stride;
     std::vector<std::uint8_t> m_pixels;
-    std::vector<std::uint16_t> m_coverage; // of the row being filled
-    std::vector<double> m_crossings;       // of the line being filled
+    std::unique_ptr<cairo_t, void (*)(cairo_t*)> m_cairo;
 };
-
-/// The size of a text drawn with dots of one pixel.
-int textWidth(std::string_view text);
 
 } // namespace zrnsim

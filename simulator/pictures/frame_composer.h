@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -17,7 +18,7 @@ struct PictureControls {
     double gainFraction = 0.5;
     /// Gains of the four cells of the 2x2 colour mosaic, R, GR (first row), GB, B (second row);
     /// 128 is unity.
-    std::uint8_t colorGain[4] = {128, 128, 128, 128};
+    std::array<std::uint8_t, 4> colorGain = {128, 128, 128, 128};
 
     bool operator==(const PictureControls&) const = default;
 };
@@ -45,34 +46,15 @@ class FrameComposer
 public:
     FrameComposer();
     ~FrameComposer();
-    FrameComposer(FrameComposer&&) noexcept;
-    FrameComposer& operator=(FrameComposer&&) noexcept;
 
     /// Fills `frame` with width * height * bytesPerPosition bytes; the same request always gives
     /// the same bytes. Throws std::bad_alloc or std::length_error when there is no memory for them.
     void compose(const FrameRequest& request, std::vector<std::uint8_t>& frame);
 
 private:
-    class Pictures;
-    std::unique_ptr<Pictures> m_pictures;
+    class View;
+
+    std::unique_ptr<View> m_view; ///< of the last request
 };
-
-/// What a host must receive for one frame.
-struct SentImages {
-    std::vector<std::uint8_t> a; ///< image A, width * height bytes, empty without hasA
-    std::vector<std::uint8_t> b; ///< image B, likewise
-    bool hasA = false;           ///< image A is delivered
-    bool hasB = false;           ///< image B is delivered
-    /// Frame bytes 2 to 5, each sign-extended to 64 bits before it is shifted into its place.
-    std::uint64_t trailer = 0;
-};
-
-/// The images that a correct receiver makes of the frame that FrameComposer::compose gives for the
-/// same request. Thread-safe. Throws like compose.
-SentImages expectedImages(const FrameRequest& request);
-
-/// True when the frame carries the mark by which a sensor announces that image A is void. The
-/// mark needs 0x33 or 0x55 in one of the two low bytes of the frame number: frames 51, 85, 307, ...
-bool isMarkerFrame(const FrameRequest& request);
 
 } // namespace zrnsim

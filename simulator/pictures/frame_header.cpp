@@ -1,6 +1,5 @@
 #include "pictures/frame_header.h"
 
-#include "pictures/row_alignment.h"
 #include "pictures/sensor_types.h"
 
 #include <algorithm>
@@ -14,6 +13,38 @@ namespace
 
 constexpr std::size_t kNumberOffset = 2;
 constexpr std::size_t kNumberBytes = 4;
+
+/// By how much rows are shifted stands in the first row, in pixels 2 to 7 of each image.
+struct RowAlignment {
+    int shift;
+    /// Pixels 3 to 7 of the first row. Pixel 2 holds a byte of the frame number.
+    std::array<std::uint8_t, 5> header;
+};
+constexpr std::size_t kAlignmentHeaderStart = 3; // pixel of RowAlignment::header[0]
+
+constexpr std::uint8_t kEarly = 0x30;
+constexpr std::uint8_t kLate = 0x3A;
+constexpr int kNarrowestShifted = 8; // narrower images are sent with their rows in place
+
+// The place of the mark within pixels 2 to 7 tells the shift.
+constexpr std::array<RowAlignment, 7> kCycle = {{
+    {1, {kEarly, 16, 55, 89, 0}},
+    {0, {16, 55, 89, 0, 90}}, // pixel 2 may make another one of this
+    {2, {16, kEarly, 55, 89, 0}},
+    {-1, {kLate, 16, 55, 89, 0}},
+    {3, {16, 55, kEarly, 89, 0}},
+    {0, {16, kLate, 55, 89, 0}},
+    {0, {16, 55, 89, kEarly, 90}}, // this late a mark means rows in place
+}};
+constexpr std::size_t kUnmarked = 1;
+constexpr std::size_t kMarkedInPlace = 6;
+
+/// With the mark in pixel 2, and none behind it.
+constexpr RowAlignment kLatest = {-2, {16, 55, 89, 0, 90}};
+
+/// With pixel 2 as here, the whole header is the one by which cameras announce rows in place.
+constexpr std::uint8_t kInPlacePixel2 = 48;
+constexpr RowAlignment kInPlace = {0, {165, 58, 90, 0, 90}};
 
 std::uint8_t numberByte(std::uint32_t frameNumber, std::size_t i)
 {
@@ -56,11 +87,24 @@ std::uint8_t voidMarkOf(const FrameRequest& request)
     return request.frameNumber % 8 == 0 ? markBehind(numberByte(request.frameNumber, 1)) : 0;
 }
 
+/// Goes through all alignments that occur, frame by frame, and is another one for image B than for
+/// image A.
 RowAlignment alignmentOf(const FrameRequest& request, int image)
 {
+    if (request.width < kNarrowestShifted) {
+        return kCycle[kMarkedInPlace];
+    }
+    const std::size_t turn =
+        (std::size_t{request.frameNumber} + (image == 0 ? 0 : 3)) % kCycle.size();
     // Pixel 2 of image A is frame byte 4, that of image B frame byte 5.
     const std::uint8_t pixel2 = numberByte(request.frameNumber, image == 0 ? 2 : 3);
-    return rowAlignmentOf(request.frameNumber, image, pixel2, request.width);
+    if (turn == kUnmarked && pixel2 == kLate) {
+        return kLatest;
+    }
+    if (turn == kUnmarked && pixel2 == kInPlacePixel2) {
+        return kInPlace;
+    }
+    return kCycle[turn];
 }
 
 bool hasShiftedRows(const FrameRequest& request)
@@ -99,21 +143,6 @@ std::vector<HeaderByte> headerOf(const FrameRequest& request)
 int rowShiftOf(const FrameRequest& request, int image)
 {
     return hasShiftedRows(request) ? alignmentOf(request, image).shift : 0;
-}
-
-std::uint64_t trailerOf(const FrameRequest& request)
-{
-    std::uint64_t trailer = 0;
-    for (std::size_t i = 0; i < kNumberBytes && kNumberOffset + i < frameBytes(request); ++i) {
-        const auto byte = static_cast<std::int8_t>(numberByte(request.frameNumber, i));
-        trailer |= static_cast<std::uint64_t>(std::int64_t{byte}) << (8 * i);
-    }
-    return trailer;
-}
-
-bool isMarkerFrame(const FrameRequest& request)
-{
-    return voidMarkOf(request) != 0;
 }
 
 } // namespace zrnsim

@@ -19,11 +19,10 @@ struct HeaderByte {
 /// adds. Offsets may lie beyond the end of a very small frame.
 std::vector<HeaderByte> headerOf(const FrameRequest& request);
 
-/// How far the rows of an image (0 for A, 1 for B) are out of place; 0 where they
-/// all lie in place.
+/// The rows of a camera of sensor type 0 may arrive shifted, which its header tells; rows 0 and 1
+/// are always in place.
+/// @param image 0 for A, 1 for B
+/// @return pixels by which a host has to move the others: to the left when positive
 int rowShiftOf(const FrameRequest& request, int image);
-
-/// The value that a host stores behind each image of a frame.
-std::uint64_t trailerOf(const FrameRequest& request);
 
 } // namespace zrnsim

@@ -20,7 +20,7 @@ struct Scene {
 /// A test chart: gradients, gratings, checkerboards and a star, with gears and a radar screen.
 extern const Scene kChartScene;
 
-/// A landscape: a windmill, a train, a balloon and clouds before mountains and a lake.
+/// A landscape: a windmill, a train and clouds before mountains and a lake.
 extern const Scene kLandscapeScene;
 
 } // namespace zrnsim
