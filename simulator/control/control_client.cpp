@@ -1,34 +1,20 @@
 #include "control/control_client.h"
 
+#include "control/unix_socket.h"
+
 #include <nlohmann/json.hpp>
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <system_error>
-#include <unistd.h>
-#include <utility>
 
 namespace zrnsim
 {
 
 ControlClient::ControlClient(const std::string& socketPath)
-    : m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    : m_socket(connectTo(socketPath, 0))
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, socketPath.c_str(), sizeof address.sun_path - 1);
-    if (m_socket < 0 ||
-        connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        const std::system_error error(errno, std::generic_category(),
-                                      "cannot connect to the control socket " + socketPath);
-        close(m_socket);
-        throw error;
-    }
 }
 
 ControlClient ControlClient::fromEnvironment()
@@ -40,24 +26,12 @@ ControlClient ControlClient::fromEnvironment()
     return ControlClient(path);
 }
 
-ControlClient::~ControlClient()
-{
-    if (m_socket >= 0) {
-        close(m_socket);
-    }
-}
-
-ControlClient::ControlClient(ControlClient&& other) noexcept
-    : m_socket(std::exchange(other.m_socket, -1))
-    , m_received(std::move(other.m_received))
-{
-}
-
 nlohmann::json ControlClient::call(const nlohmann::json& request)
 {
     const std::string line = request.dump() + "\n";
     for (std::size_t sent = 0; sent < line.size();) {
-        const ssize_t count = send(m_socket, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+        const ssize_t count =
+            send(m_socket.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
         if (count <= 0) {
             throw std::runtime_error("the control socket was closed");
         }
@@ -66,7 +40,7 @@ nlohmann::json ControlClient::call(const nlohmann::json& request)
     std::size_t end = m_received.find('\n');
     while (end == std::string::npos) {
         std::array<char, 65536> block;
-        const ssize_t count = recv(m_socket, block.data(), block.size(), 0);
+        const ssize_t count = recv(m_socket.get(), block.data(), block.size(), 0);
         if (count <= 0) {
             throw std::runtime_error("the control socket was closed");
         }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "control/file_descriptor.h"
+
 #include <nlohmann/json_fwd.hpp>
 
 #include <string>
@@ -20,16 +22,12 @@ public:
     /// Connects to the socket that the environment names. @throws std::runtime_error without one
     static ControlClient fromEnvironment();
 
-    ~ControlClient();
-    ControlClient(ControlClient&& other) noexcept;
-    ControlClient& operator=(ControlClient&&) = delete;
-
     /// Sends a request and waits for its answer. @throws std::runtime_error when the connection
     /// ends
     nlohmann::json call(const nlohmann::json& request);
 
 private:
-    int m_socket;
+    FileDescriptor m_socket;
     std::string m_received; ///< what came after the last answer's end
 };
 

@@ -278,30 +278,12 @@ bool Camera::takeSubmissionRefusal()
     return true;
 }
 
-void Camera::noteTransfer()
-{
-    const std::lock_guard lock(m_mutex);
-    ++m_counters.transfersCompleted;
-}
-
 void Camera::noteTaken(std::uint64_t startedFrame)
 {
     const std::lock_guard lock(m_mutex);
     if (SentFrame* const frame = m_sentFrames.find(startedFrame)) {
         frame->taken = Clock::now();
     }
-}
-
-void Camera::noteStall()
-{
-    const std::lock_guard lock(m_mutex);
-    ++m_counters.transfersFailed;
-}
-
-bool Camera::isEndpointHalted() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_engine.isHalted();
 }
 
 void Camera::attach(std::optional<std::uint64_t> serial)
@@ -321,72 +303,6 @@ void Camera::detach()
     stopStream();
 }
 
-CameraConfig Camera::config() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_config;
-}
-
-UsbSpeed Camera::speed() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_config.speed;
-}
-
-DescriptorSet Camera::descriptors() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_engine.descriptors();
-}
-
-std::uint8_t Camera::alternateSetting() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_engine.alternateSetting();
-}
-
-ControlSet Camera::controls() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_engine.controls();
-}
-
-StreamParameters Camera::streamParameters() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_engine.committed();
-}
-
-bool Camera::isStreaming() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_streaming;
-}
-
-Counters Camera::counters() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_counters;
-}
-
-std::vector<TraceEntry> Camera::trace(std::uint64_t since) const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_trace.since(since);
-}
-
-std::vector<SentFrame> Camera::sentFrames(std::uint64_t since) const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_sentFrames.since(since);
-}
-
-void Camera::setControl(ControlId id, const ControlValues& values)
-{
-    const std::lock_guard lock(m_mutex);
-    m_engine.controls()[id] = values;
-}
-
 bool Camera::emitFrames(unsigned count)
 {
     const std::lock_guard lock(m_mutex);
@@ -399,24 +315,6 @@ bool Camera::emitFrames(unsigned count)
     return true;
 }
 
-void Camera::setFrameNumber(std::uint32_t number)
-{
-    const std::lock_guard lock(m_mutex);
-    m_frameNumber = number;
-}
-
-void Camera::addControlFault(const ControlFault& fault)
-{
-    const std::lock_guard lock(m_mutex);
-    m_controlFaults.push_back(fault);
-}
-
-void Camera::setFrameFault(const FrameFault& fault)
-{
-    const std::lock_guard lock(m_mutex);
-    m_frameFault = fault;
-}
-
 void Camera::addTransferFaults(TransferFault fault, unsigned count)
 {
     {
@@ -424,12 +322,6 @@ void Camera::addTransferFaults(TransferFault fault, unsigned count)
         m_transferFaults.insert(m_transferFaults.end(), count, fault);
     }
     wake();
-}
-
-void Camera::refuseSubmissions(unsigned count)
-{
-    const std::lock_guard lock(m_mutex);
-    m_refusals += count;
 }
 
 void Camera::haltEndpoint()
@@ -448,12 +340,6 @@ void Camera::setFrozen(bool frozen)
         m_frozen = frozen;
     }
     wake();
-}
-
-void Camera::setConfigurationDescriptor(const Bytes& descriptor)
-{
-    const std::lock_guard lock(m_mutex);
-    m_engine.setConfigurationDescriptor(descriptor);
 }
 
 void Camera::clearFaults()

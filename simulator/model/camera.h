@@ -10,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 namespace zrnsim
@@ -43,53 +44,110 @@ public:
     bool takeSubmissionRefusal();
 
     /// Counts a finished transfer of the streaming endpoint.
-    void noteTransfer();
+    void noteTransfer()
+    {
+        locked([&] { ++m_counters.transfersCompleted; });
+    }
 
     /// Notes that the host has got the transfer in which a frame began. @param startedFrame as
     /// the piece told
     void noteTaken(std::uint64_t startedFrame);
 
-    bool isEndpointHalted() const;
+    bool isEndpointHalted() const
+    {
+        return locked([&] { return m_engine.isHalted(); });
+    }
 
     /// Counts a transfer that the halted streaming endpoint has refused.
-    void noteStall();
+    void noteStall()
+    {
+        locked([&] { ++m_counters.transfersFailed; });
+    }
 
     void setWakeHandler(std::function<void()> handler) override;
     void attach(std::optional<std::uint64_t> serial) override;
     /// The stream ends.
     void detach() override;
 
-    DescriptorSet descriptors() const override;
-    UsbSpeed speed() const override;
-    CameraConfig config() const;
-    std::uint8_t alternateSetting() const;
+    DescriptorSet descriptors() const override
+    {
+        return locked([&] { return m_engine.descriptors(); });
+    }
+    UsbSpeed speed() const override
+    {
+        return locked([&] { return m_config.speed; });
+    }
+    CameraConfig config() const
+    {
+        return locked([&] { return m_config; });
+    }
+    std::uint8_t alternateSetting() const
+    {
+        return locked([&] { return m_engine.alternateSetting(); });
+    }
 
     // The side of tests and scripts.
 
-    ControlSet controls() const;
-    StreamParameters streamParameters() const;
-    bool isStreaming() const;
-    Counters counters() const;
-    std::vector<TraceEntry> trace(std::uint64_t since) const;
-    std::vector<SentFrame> sentFrames(std::uint64_t since) const;
+    ControlSet controls() const
+    {
+        return locked([&] { return m_engine.controls(); });
+    }
+    StreamParameters streamParameters() const
+    {
+        return locked([&] { return m_engine.committed(); });
+    }
+    bool isStreaming() const
+    {
+        return locked([&] { return m_streaming; });
+    }
+    Counters counters() const
+    {
+        return locked([&] { return m_counters; });
+    }
+    std::vector<TraceEntry> trace(std::uint64_t since) const
+    {
+        return locked([&] { return m_trace.since(since); });
+    }
+    std::vector<SentFrame> sentFrames(std::uint64_t since) const
+    {
+        return locked([&] { return m_sentFrames.since(since); });
+    }
 
     /// Sets a control's values as if the firmware had changed them.
-    void setControl(ControlId id, const ControlValues& values);
+    void setControl(ControlId id, const ControlValues& values)
+    {
+        locked([&] { m_engine.controls()[id] = values; });
+    }
 
     /// Takes `count` frames at once. False when the stream is not running.
     bool emitFrames(unsigned count);
 
     /// Number of the next frame.
-    void setFrameNumber(std::uint32_t number);
+    void setFrameNumber(std::uint32_t number)
+    {
+        locked([&] { m_frameNumber = number; });
+    }
 
-    void addControlFault(const ControlFault& fault);
-    void setFrameFault(const FrameFault& fault);
+    void addControlFault(const ControlFault& fault)
+    {
+        locked([&] { m_controlFaults.push_back(fault); });
+    }
+    void setFrameFault(const FrameFault& fault)
+    {
+        locked([&] { m_frameFault = fault; });
+    }
     void addTransferFaults(TransferFault fault, unsigned count);
-    void refuseSubmissions(unsigned count);
+    void refuseSubmissions(unsigned count)
+    {
+        locked([&] { m_refusals += count; });
+    }
     void haltEndpoint();
 
     /// Reports this configuration descriptor from the next plugging in on. Empty: the true one.
-    void setConfigurationDescriptor(const Bytes& descriptor);
+    void setConfigurationDescriptor(const Bytes& descriptor)
+    {
+        locked([&] { m_engine.setConfigurationDescriptor(descriptor); });
+    }
 
     /// While frozen the camera produces no frame and sends no payload.
     void setFrozen(bool frozen);
@@ -98,6 +156,13 @@ public:
     void clearFaults();
 
 private:
+    template <typename Access>
+    std::invoke_result_t<Access> locked(Access access) const
+    {
+        const std::lock_guard lock(m_mutex);
+        return access();
+    }
+
     bool beginFrame(Frame& frame, bool isEmitted);
     void deliver(FramePtr frame);
     void startStream();

@@ -47,7 +47,6 @@ public:
     ControlSet& controls() { return m_controls; }
     const StreamParameters& committed() const { return m_commit; }
     std::uint8_t alternateSetting() const { return m_alternate; }
-    std::uint8_t configurationValue() const { return m_configuration; }
 
 private:
     ControlResult handleStandard(const SetupPacket& setup);

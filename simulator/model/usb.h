@@ -90,12 +90,10 @@ inline constexpr std::uint8_t vsStreamErrorCode = 0x06;
 /// Values of the request error code control: why the last request was stalled.
 enum class RequestError : std::uint8_t {
     None = 0x00,
-    WrongState = 0x02,
     OutOfRange = 0x04,
     InvalidUnit = 0x05,
     InvalidControl = 0x06,
     InvalidRequest = 0x07,
-    Unknown = 0xff,
 };
 
 /// Bits of the second byte of a payload header.

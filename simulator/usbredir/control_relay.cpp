@@ -1,6 +1,6 @@
 #include "usbredir/control_relay.h"
 
-#include "usbredir/unix_socket.h"
+#include "control/unix_socket.h"
 
 #include <array>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "usbredir/file_descriptor.h"
+#include "control/file_descriptor.h"
 
 #include <sys/eventfd.h>
 

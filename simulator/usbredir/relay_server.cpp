@@ -1,7 +1,7 @@
 #include "usbredir/relay_server.h"
 
+#include "control/unix_socket.h"
 #include "usbredir/control_relay.h"
-#include "usbredir/unix_socket.h"
 
 #include <array>
 #include <poll.h>

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "control/file_descriptor.h"
 #include "usbredir/event.h"
-#include "usbredir/file_descriptor.h"
 
 #include <filesystem>
 #include <thread>

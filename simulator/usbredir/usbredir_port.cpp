@@ -1,7 +1,7 @@
 #include "usbredir/usbredir_port.h"
 
+#include "control/unix_socket.h"
 #include "usbredir/redirected_camera.h"
-#include "usbredir/unix_socket.h"
 
 #include <algorithm>
 #include <array>

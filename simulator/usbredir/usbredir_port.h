@@ -1,8 +1,8 @@
 #pragma once
 
+#include "control/file_descriptor.h"
 #include "model/camera.h"
 #include "usbredir/event.h"
-#include "usbredir/file_descriptor.h"
 
 #include <filesystem>
 #include <memory>

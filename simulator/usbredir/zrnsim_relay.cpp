@@ -1,7 +1,7 @@
 // Inside a virtual machine: offers the control socket of the cameras that hang outside.
 
+#include "control/unix_socket.h"
 #include "usbredir/control_relay.h"
-#include "usbredir/unix_socket.h"
 
 #include <cerrno>
 #include <cstdio>

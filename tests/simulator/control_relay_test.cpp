@@ -1,8 +1,8 @@
 // The two ends of the relay with a socket pair in the place of the serial line.
 
+#include "control/unix_socket.h"
 #include "usbredir/control_relay.h"
 #include "usbredir/event.h"
-#include "usbredir/unix_socket.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "usbredir_host.h"
 
-#include "usbredir/unix_socket.h"
+#include "control/unix_socket.h"
 
 #include <cerrno>
 #include <poll.h>

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "control/file_descriptor.h"
 #include "model/usb.h"
-#include "usbredir/file_descriptor.h"
 
 #include <chrono>
 #include <deque>

@@ -1,8 +1,8 @@
 // The virtual cameras as a hypervisor meets them on their UNIX sockets.
 
 #include "camera_ids.h"
+#include "control/unix_socket.h"
 #include "model/negotiation.h"
-#include "usbredir/unix_socket.h"
 #include "usbredir/usbredir_bus.h"
 #include "usbredir_host.h"
 

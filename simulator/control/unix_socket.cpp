@@ -1,4 +1,4 @@
-#include "usbredir/unix_socket.h"
+#include "control/unix_socket.h"
 
 #include <cerrno>
 #include <cstring>
@@ -29,9 +29,9 @@ sockaddr_un addressOf(const std::filesystem::path& path)
     return address;
 }
 
-FileDescriptor newSocket(const std::filesystem::path& path)
+FileDescriptor newSocket(const std::filesystem::path& path, int flags)
 {
-    FileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    FileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
     if (!fd.isOpen()) {
         fail("cannot make a socket for", path, errno);
     }
@@ -43,7 +43,7 @@ FileDescriptor newSocket(const std::filesystem::path& path)
 FileDescriptor listenOn(const std::filesystem::path& path)
 {
     const sockaddr_un address = addressOf(path);
-    FileDescriptor fd = newSocket(path);
+    FileDescriptor fd = newSocket(path, SOCK_NONBLOCK);
     std::filesystem::remove(path);
     if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(fd.get(), SOMAXCONN) != 0) {
@@ -52,12 +52,12 @@ FileDescriptor listenOn(const std::filesystem::path& path)
     return fd;
 }
 
-FileDescriptor connectTo(const std::filesystem::path& path)
+FileDescriptor connectTo(const std::filesystem::path& path, int flags)
 {
     const sockaddr_un address = addressOf(path);
-    FileDescriptor fd = newSocket(path);
+    FileDescriptor fd = newSocket(path, flags);
     if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        fail("cannot connect to", path, errno);
+        fail("cannot connect to the control socket", path, errno);
     }
     return fd;
 }
