@@ -52,6 +52,28 @@ std::map<std::string, std::string> readPasswords(const std::string& path)
     return passwords;
 }
 
+/// The first line.
+std::string readPassphrase(const std::string& path)
+{
+    // What SRT takes.
+    constexpr std::size_t shortest = 10;
+    constexpr std::size_t longest = 79;
+    requireSecret(path);
+    std::ifstream file(path);
+    std::string passphrase;
+    if (!std::getline(file, passphrase)) {
+        throw WrongOptions(path + " holds no passphrase");
+    }
+    if (!passphrase.empty() && passphrase.back() == '\r') {
+        passphrase.pop_back();
+    }
+    if (passphrase.size() < shortest || passphrase.size() > longest) {
+        throw WrongOptions(path + ": a passphrase has " + std::to_string(shortest) + " to " +
+                           std::to_string(longest) + " characters");
+    }
+    return passphrase;
+}
+
 GTlsCertificate* readCertificate(const AccessOptions& options)
 {
     if (!g_tls_backend_supports_tls(g_tls_backend_get_default())) {
@@ -92,6 +114,18 @@ Access::Access(const AccessOptions& options)
         throw WrongOptions(m_address + " is reached from other machines: that needs "
                                        "--users FILE and --certificate FILE");
     }
+    if (g_inet_address_get_is_loopback(address) && options.mustBeReached) {
+        throw WrongOptions("--announce: no other machine reaches " + m_address +
+                           ", which needs --listen");
+    }
+    if (!g_inet_address_get_is_loopback(address) && options.offersSrt &&
+        options.passphraseFile.empty()) {
+        throw WrongOptions(m_address + " is reached from other machines: --srt needs "
+                                       "--srt-passphrase-file FILE");
+    }
+    if (!options.passphraseFile.empty() && !options.offersSrt) {
+        throw WrongOptions("--srt-passphrase-file needs --srt");
+    }
     if (!options.keyFile.empty() && options.certificateFile.empty()) {
         throw WrongOptions("--key needs --certificate");
     }
@@ -100,6 +134,9 @@ Access::Access(const AccessOptions& options)
     }
     if (!options.certificateFile.empty()) {
         m_certificate.reset(readCertificate(options));
+    }
+    if (!options.passphraseFile.empty()) {
+        m_passphrase = readPassphrase(options.passphraseFile);
     }
 }
 

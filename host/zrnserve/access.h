@@ -20,7 +20,10 @@ struct AccessOptions {
     std::string address = "127.0.0.1";
     std::string usersFile;
     std::string certificateFile;
-    std::string keyFile; ///< empty: in the certificate's file
+    std::string keyFile;        ///< empty: in the certificate's file
+    bool mustBeReached = false; ///< by other machines
+    bool offersSrt = false;
+    std::string passphraseFile; ///< of SRT
 };
 
 /// Who may look, and by what the connections are encrypted.
@@ -38,6 +41,9 @@ public:
     /// Null: connections are not encrypted.
     GTlsCertificate* certificate() const { return m_certificate.get(); }
 
+    /// Of SRT; empty: it is not encrypted.
+    const std::string& passphrase() const { return m_passphrase; }
+
     bool admits(const std::string& user, const std::string& password) const;
 
 private:
@@ -48,6 +54,7 @@ private:
     std::string m_address;
     std::map<std::string, std::string> m_passwords;
     std::unique_ptr<GTlsCertificate, Unref> m_certificate;
+    std::string m_passphrase;
 };
 
 } // namespace zrnserve

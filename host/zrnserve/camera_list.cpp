@@ -145,10 +145,8 @@ void CameraList::update(GstDevice* device, bool isPresent)
         }
         return;
     }
+    expect(serial);
     Entry& entry = m_entries[serial];
-    if (!entry.camera) {
-        entry.camera = std::make_shared<SharedCamera>(serial);
-    }
     if (isPresent == entry.isPresent && port == entry.port) {
         return;
     }
@@ -159,6 +157,15 @@ void CameraList::update(GstDevice* device, bool isPresent)
     entry.port = port;
     entry.isPresent = isPresent;
     m_change(entry);
+}
+
+std::shared_ptr<SharedCamera> CameraList::expect(const std::string& serial)
+{
+    Entry& entry = m_entries[serial];
+    if (!entry.camera) {
+        entry.camera = std::make_shared<SharedCamera>(serial);
+    }
+    return entry.camera;
 }
 
 bool CameraList::isAwaited() const

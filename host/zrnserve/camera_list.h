@@ -34,6 +34,9 @@ public:
     CameraList(const CameraList&) = delete;
     CameraList& operator=(const CameraList&) = delete;
 
+    /// A camera that is known from now on, whether it is there or not.
+    std::shared_ptr<SharedCamera> expect(const std::string& serial);
+
     const std::map<std::string, Entry>& bySerial() const { return m_entries; }
 
 private:

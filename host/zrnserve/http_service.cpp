@@ -9,6 +9,13 @@ namespace zrnserve
 namespace
 {
 
+constexpr unsigned mostConnections = 64;
+constexpr unsigned mostOfOneAddress = 32;
+
+/// To ask for something, to take the answer and to ask again.
+constexpr std::chrono::seconds longestSilence(15);
+constexpr std::chrono::seconds idleCheck(5);
+
 std::string clientOf(SoupServerMessage* message)
 {
     const char* address = soup_server_message_get_remote_host(message);
@@ -20,16 +27,21 @@ std::string clientOf(SoupServerMessage* message)
 HttpService::HttpService(const Access& access, int port, Pages pages)
     : m_access(access)
     , m_pages(std::move(pages))
+    , m_limit(mostConnections, mostOfOneAddress)
     , m_server(soup_server_new("tls-certificate", access.certificate(), "server-header", "zrnserve",
                                nullptr))
 {
-    // Bodies are of no use here: they are not kept, least of all before a password was asked for.
+    // Told of a connection as well, before anything was read. Bodies are of no use here: they are
+    // not kept, least of all before a password was asked for.
     g_signal_connect(m_server, "request-started",
-                     G_CALLBACK(+[](SoupServer*, SoupServerMessage* message, gpointer) {
+                     G_CALLBACK(+[](SoupServer*, SoupServerMessage* message, gpointer self) {
                          soup_message_body_set_accumulate(
                              soup_server_message_get_request_body(message), FALSE);
+                         if (GSocket* socket = soup_server_message_get_socket(message)) {
+                             static_cast<HttpService*>(self)->admit(socket);
+                         }
                      }),
-                     nullptr);
+                     this);
     soup_server_add_handler(
         m_server, nullptr,
         [](SoupServer*, SoupServerMessage* message, const char* path, GHashTable*, gpointer self) {
@@ -64,12 +76,70 @@ HttpService::HttpService(const Access& access, int port, Pages pages)
         throw std::runtime_error(access.address() + ", port " + std::to_string(port) +
                                  " cannot be listened on: " + error->message);
     }
+    m_idleTimer = g_timeout_add_seconds(
+        static_cast<guint>(idleCheck.count()),
+        [](gpointer self) -> gboolean {
+            static_cast<HttpService*>(self)->dropIdleClients();
+            return TRUE;
+        },
+        this);
 }
 
 HttpService::~HttpService()
 {
+    g_source_remove(m_idleTimer);
     soup_server_disconnect(m_server);
     g_object_unref(m_server);
+    for (const auto& [socket, since] : m_requests) {
+        g_object_unref(socket);
+    }
+}
+
+void HttpService::admit(GSocket* socket)
+{
+    const auto known = m_requests.find(socket);
+    if (known != m_requests.end()) {
+        known->second = Clock::now();
+        return;
+    }
+    forgetClosed();
+    if (m_limit.admit(socket)) {
+        m_requests[G_SOCKET(g_object_ref(socket))] = Clock::now();
+    } else {
+        g_socket_close(socket, nullptr); // before anything waits for it
+    }
+}
+
+void HttpService::forgetClosed()
+{
+    for (auto known = m_requests.begin(); known != m_requests.end();) {
+        GSocket* socket = known->first;
+        if (!g_socket_is_closed(socket)) {
+            ++known;
+            continue;
+        }
+        known = m_requests.erase(known);
+        m_limit.leave(socket);
+        g_object_unref(socket);
+    }
+}
+
+/// Those that ask for nothing, or never come to an end of it, and those that do not read.
+void HttpService::dropIdleClients()
+{
+    forgetClosed();
+    const Clock::time_point now = Clock::now();
+    for (const auto& [socket, since] : m_requests) {
+        if (since + longestSilence + idleCheck < now) {
+            g_socket_close(socket, nullptr); // libsoup keeps some whose encryption has failed
+        } else if (since + longestSilence < now) {
+            if (g_socket_is_connected(socket)) {
+                note("%s: dropped, it has asked for nothing for %d s", peerOf(socket).c_str(),
+                     static_cast<int>(longestSilence.count()));
+            }
+            hangUp(socket);
+        }
+    }
 }
 
 int HttpService::port() const

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "zrnserve/access.h"
+#include "zrnserve/connections.h"
 
+#include <chrono>
 #include <functional>
 #include <libsoup/soup.h>
+#include <map>
 #include <string>
 
 namespace zrnserve
@@ -31,10 +34,18 @@ public:
     int port() const;
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    void admit(GSocket* socket);
+    void dropIdleClients();
     void answer(SoupServerMessage* message, const char* path) const;
+    void forgetClosed();
 
     const Access& m_access;
     const Pages m_pages;
+    ConnectionLimit m_limit;
+    std::map<GSocket*, Clock::time_point> m_requests; ///< since when; references
+    guint m_idleTimer = 0;
     SoupServer* const m_server;
 };
 

@@ -1,7 +1,9 @@
 #include "common/interrupt.h"
 #include "common/service_manager.h"
+#include "zrnserve/announcer.h"
 #include "zrnserve/camera_list.h"
 #include "zrnserve/http_service.h"
+#include "zrnserve/lossless_stream.h"
 #include "zrnserve/note.h"
 #include "zrnserve/reports.h"
 #include "zrnserve/rtsp_service.h"
@@ -11,11 +13,17 @@
 #include <CLI/Formatter.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <iterator>
+#include <memory>
 #include <optional>
+#include <string>
 #include <sys/resource.h>
+#include <vector>
 
 namespace
 {
@@ -27,6 +35,8 @@ struct Options {
     zrnserve::AccessOptions access;
     zrnserve::RtspService::Options rtsp;
     int httpPort = 8555;
+    std::vector<zrnserve::LosslessStream::Options> srt;
+    bool isAnnounced = false;
 };
 
 /// A connection is a file: as many as the process may have, within reason.
@@ -37,6 +47,20 @@ void allowManyFiles()
         limit.rlim_cur = std::min(limit.rlim_max, mostFiles);
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
+}
+
+/// @param text as SERIAL@PORT
+zrnserve::LosslessStream::Options parseSrt(const std::string& text)
+{
+    const std::size_t at = text.find('@');
+    const std::string port = at == std::string::npos ? "" : text.substr(at + 1);
+    int number = 0;
+    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
+    if (at == 0 || error != std::errc() || end != port.data() + port.size() || number < 1 ||
+        number > 65535) {
+        throw CLI::ValidationError("--srt", "expected SERIAL@PORT, not " + text);
+    }
+    return {text.substr(0, at), number};
 }
 
 /// As an address names it.
@@ -51,12 +75,31 @@ gboolean tellAlive(gpointer /*data*/)
     return TRUE;
 }
 
+/// The page that lists the cameras, and of each camera the image that all have.
+std::vector<zrnserve::Announcer::Service> servicesOf(const zrnserve::CameraList& cameras,
+                                                     const zrnserve::RtspService& rtsp,
+                                                     const zrnserve::HttpService& http)
+{
+    const std::string encrypted = rtsp.isEncrypted() ? "s" : "";
+    std::vector<zrnserve::Announcer::Service> services = {
+        {std::string("zrnserve on ") + g_get_host_name(), "_http" + encrypted + "._tcp",
+         http.port(), "/"}};
+    for (const auto& [serial, entry] : cameras.bySerial()) {
+        if (entry.isPresent) {
+            services.push_back({serial, "_rtsp" + encrypted + "._tcp", rtsp.port(),
+                                addressOf(*entry.camera, zrnserve::View::B)});
+        }
+    }
+    return services;
+}
+
 void serve(const Options& options, zrnhost::Interrupt& interrupt)
 {
     using namespace zrnserve;
     const Access access(options.access);
     RtspService* service = nullptr;
-    CameraList cameras([&service](const CameraList::Entry& entry) {
+    std::function<void()> announce;
+    CameraList cameras([&service, &announce](const CameraList::Entry& entry) {
         if (!service) {
             return;
         }
@@ -64,6 +107,9 @@ void serve(const Options& options, zrnhost::Interrupt& interrupt)
             service->offer(entry.camera);
         } else {
             service->withdraw(*entry.camera);
+        }
+        if (announce) {
+            announce();
         }
     });
     {
@@ -78,6 +124,17 @@ void serve(const Options& options, zrnhost::Interrupt& interrupt)
             access, options.httpPort,
             {[&](const std::string& host) { return camerasAsJson(cameras, rtsp, host); },
              [&] { return metrics(cameras, rtsp); }});
+        std::vector<std::unique_ptr<LosslessStream>> lossless;
+        for (const LosslessStream::Options& stream : options.srt) {
+            lossless.push_back(std::make_unique<LosslessStream>(
+                cameras.expect(stream.serial), access.address(), stream.port, access.passphrase()));
+        }
+        std::optional<Announcer> announcer;
+        if (options.isAnnounced) {
+            announcer.emplace();
+            announce = [&] { announcer->announce(servicesOf(cameras, rtsp, http)); };
+            announce();
+        }
         const std::string host = bracketed(access.address());
         const char* encrypted = access.certificate() ? "s" : "";
         std::printf("rtsp%s://%s:%d/SERIAL/a, /b and /ab\nhttp%s://%s:%d/\n", encrypted,
@@ -109,6 +166,7 @@ void serve(const Options& options, zrnhost::Interrupt& interrupt)
         g_main_loop_unref(loop);
         note("ending");
         service = nullptr;
+        announcer.reset();
         for (const auto& [serial, entry] : cameras.bySerial()) {
             entry.camera->end();
         }
@@ -149,15 +207,37 @@ int main(int argc, char** argv)
     app.add_option("--key", options.access.keyFile,
                    "Its key in PEM; without, in the certificate's file")
         ->type_name("FILE");
+    std::vector<std::string> srt;
+    app.add_option(
+           "--srt", srt,
+           "Camera whose images are sent without loss by SRT, and the port; may be repeated")
+        ->type_name("SERIAL@PORT");
+    app.add_option("--srt-passphrase-file", options.access.passphraseFile,
+                   "File of the passphrase by which SRT is encrypted")
+        ->type_name("FILE");
+    app.add_flag("--announce", options.isAnnounced,
+                 "Tell the network of the cameras by DNS-SD, through Avahi");
     app.add_option("--max-clients", options.rtsp.mostClients, "How many RTSP clients at once")
         ->check(CLI::Range(1, 2000))
         ->type_name("N")
         ->capture_default_str();
+    unsigned mostOfOneAddress = 0;
+    app.add_option("--max-clients-per-address", mostOfOneAddress,
+                   "How many of them from one address; half of them without this option")
+        ->check(CLI::Range(1, 2000))
+        ->type_name("N");
     try {
         app.parse(argc, argv);
+        std::transform(srt.begin(), srt.end(), std::back_inserter(options.srt), parseSrt);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_SUCCESS : exitUsage;
     }
+    options.access.mustBeReached = options.isAnnounced;
+    options.access.offersSrt = !options.srt.empty();
+    if (mostOfOneAddress == 0) {
+        mostOfOneAddress = (options.rtsp.mostClients + 1) / 2;
+    }
+    options.rtsp.mostOfOneAddress = mostOfOneAddress;
     options.rtsp.coding = jpeg ? zrnserve::Coding::Jpeg : zrnserve::Coding::H264;
 
     // The driver writes a line for each frame otherwise.

@@ -54,10 +54,18 @@ std::string camerasAsJson(const CameraList& cameras, const RtspService& service,
                         {"present", entry.isPresent},
                         {"open", counts.isOpen},
                         {"frames", counts.frames},
+                        {"captured", counts.captured},
                         {"outages", counts.outages},
                         {"streams", streams}});
     }
-    return json{{"version", ZRN_VERSION}, {"clients", service.clientCount()}, {"cameras", list}}
+    json connections = json::array();
+    for (const auto& [client, bytes] : service.connections()) {
+        connections.push_back({{"client", client}, {"sent", bytes}});
+    }
+    return json{{"version", ZRN_VERSION},
+                {"clients", connections.size()},
+                {"connections", connections},
+                {"cameras", list}}
                .dump(2, ' ', false, json::error_handler_t::replace) +
            "\n";
 }
@@ -72,6 +80,8 @@ std::string metrics(const CameraList& cameras, const RtspService& service)
     MetricFamily frames{"zrn_frames_total", "Frames received.", counter, {}};
     MetricFamily missing{"zrn_frames_missing_total", "Frames missing, by place.", counter, {}};
     MetricFamily outages{"zrn_outages_total", "How often it left or fell silent.", counter, {}};
+    MetricFamily errors{
+        "zrn_usb_errors_total", "What went wrong on the bus, by kind.", counter, {}};
     MetricFamily skipped{
         "zrn_images_skipped_total", "Images that an encoder was too slow for.", counter, {}};
     MetricFamily viewing{"zrn_viewers", "Clients that look at a stream.", gauge, {}};
@@ -100,6 +110,14 @@ std::string metrics(const CameraList& cameras, const RtspService& service)
         addMissing("library", counts.lostLibrary);
         addMissing("ring", counts.lostRing);
         addMissing("queue", counts.lostQueue);
+        const auto addError = [&](const char* kind, std::uint64_t count) {
+            errors.metric.push_back(
+                metric(counter, static_cast<double>(count), {camera, {"kind", kind}}));
+        };
+        addError("gone", counts.gone);
+        addError("silent", counts.silent);
+        addError("refused", counts.refused);
+        addError("damaged", counts.damaged);
         for (const View view : views) {
             viewing.metric.push_back(metric(gauge, countOf(viewers, addressOf(*entry.camera, view)),
                                             {camera, {"stream", nameOf(view)}}));
@@ -117,8 +135,9 @@ std::string metrics(const CameraList& cameras, const RtspService& service)
                                counter,
                                {metric(counter, static_cast<double>(service.droppedClients()))}};
     std::ostringstream text;
-    prometheus::TextSerializer().Serialize(text, {present, open, opened, frames, missing, outages,
-                                                  skipped, viewing, latency, clients, dropped});
+    prometheus::TextSerializer().Serialize(text,
+                                           {present, open, opened, frames, missing, outages, errors,
+                                            skipped, viewing, latency, clients, dropped});
     return text.str();
 }
 

@@ -6,7 +6,7 @@ find_package(prometheus-cpp QUIET)
 zrn_need(prometheus-cpp_FOUND prometheus-cpp-dev)
 if(PKG_CONFIG_FOUND)
     pkg_check_modules(GSTREAMER_RTSP QUIET IMPORTED_TARGET
-        gstreamer-rtsp-server-1.0>=1.22 gstreamer-rtsp-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
+        gstreamer-rtsp-server-1.0>=1.22 gstreamer-rtsp-1.0 gstreamer-rtp-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
     pkg_check_modules(SOUP QUIET IMPORTED_TARGET libsoup-3.0)
 endif()
 zrn_need(GSTREAMER_RTSP_FOUND libgstrtspserver-1.0-dev)

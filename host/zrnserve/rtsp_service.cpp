@@ -2,6 +2,7 @@
 
 #include "zrnserve/note.h"
 
+#include <gst/rtp/gstrtphdrext.h>
 #include <gst/video/video.h>
 #include <linux/sockios.h>
 #include <linux/tcp.h>
@@ -23,15 +24,28 @@ using Clock = std::chrono::steady_clock;
 /// slowly. Checks are counted, not time, which a starved server would hold against its clients.
 /// gst-rtsp-server itself keeps up to ten seconds of pictures for a client.
 constexpr int mostFullChecks = 50;
+
+/// As many before its first request, encryption included.
+constexpr int mostSilentChecks = 50;
 constexpr guint slowCheckMilliseconds = 200;
 constexpr guint sessionCheckSeconds = 5;
 
 /// Longer than opening a camera takes, which a client may be waiting for.
 constexpr std::chrono::seconds longestEnd(10);
 
+/// Images that wait for an encoder.
+constexpr guint64 longestQueue = 3;
+
 constexpr gint postSessionSeconds = 60;
 constexpr guint longestRequest = 64 * 1024;
 constexpr gint mostThreads = 8;
+
+/// Of one connection: one for each view, and one more.
+constexpr guint mostSessions = 4;
+
+/// The capture time goes with the frames, as in RFC 6051.
+constexpr const char* captureTimeUri = "urn:ietf:params:rtp-hdrext:ntp-64";
+constexpr guint captureTimeId = 1;
 constexpr const char* viewerRole = "viewer";
 constexpr const char* viewingKey = "zrn-viewing";
 constexpr const char* addressKey = "zrn-address";
@@ -60,9 +74,18 @@ struct ViewFactoryClass {
     GstRTSPMediaFactoryClass parent;
 };
 
+struct ViewMedia {
+    GstRTSPMedia media;
+};
+
+struct ViewMediaClass {
+    GstRTSPMediaClass parent;
+};
+
 } // namespace
 
 G_DEFINE_TYPE(ViewFactory, zrn_view_factory, GST_TYPE_RTSP_MEDIA_FACTORY)
+G_DEFINE_TYPE(ViewMedia, zrn_view_media, GST_TYPE_RTSP_MEDIA)
 
 namespace
 {
@@ -78,6 +101,25 @@ void deleteViewing(gpointer viewing)
     delete static_cast<SharedCamera::Viewing*>(viewing);
 }
 
+void addCaptureTimes(GstElement* payloader)
+{
+    GstRTPHeaderExtension* extension = gst_rtp_header_extension_create_from_uri(captureTimeUri);
+    if (extension) {
+        gst_rtp_header_extension_set_id(extension, captureTimeId);
+        g_object_set(extension, "every-packet", TRUE, nullptr);
+        g_signal_emit_by_name(payloader, "add-extension", extension);
+        gst_object_unref(extension);
+    }
+}
+
+/// What is sent beside the pictures names their capture time as well, not that of sending.
+gboolean setupRtpbin(GstRTSPMedia* media, GstElement* rtpbin)
+{
+    g_object_set(rtpbin, "rtcp-sync-send-time", FALSE, "update-ntp64-header-ext", FALSE, nullptr);
+    GstRTSPMediaClass* parent = GST_RTSP_MEDIA_CLASS(zrn_view_media_parent_class);
+    return !parent->setup_rtpbin || parent->setup_rtpbin(media, rtpbin);
+}
+
 GstElement* createElement(GstRTSPMediaFactory* factory, const GstRTSPUrl* /*url*/)
 {
     const ViewSource& source = *reinterpret_cast<ViewFactory*>(factory)->source;
@@ -88,9 +130,11 @@ GstElement* createElement(GstRTSPMediaFactory* factory, const GstRTSPUrl* /*url*
         note("%s: %s", source.camera->serial().c_str(), error->message);
         return nullptr;
     }
+    g_autoptr(GstElement) payloader = gst_bin_get_by_name(GST_BIN(bin), "pay0");
+    addCaptureTimes(payloader);
     g_autoptr(GstElement) images = gst_bin_get_by_name(GST_BIN(bin), "images");
     g_object_set(images, "is-live", TRUE, "format", GST_FORMAT_TIME, "max-bytes", guint64{0},
-                 "leaky-type", GST_APP_LEAKY_TYPE_DOWNSTREAM, nullptr);
+                 "max-buffers", longestQueue, "leaky-type", GST_APP_LEAKY_TYPE_DOWNSTREAM, nullptr);
     std::unique_ptr<SharedCamera::Viewing> viewing =
         source.camera->look(source.view, GST_APP_SRC(images));
     if (!viewing) {
@@ -137,6 +181,7 @@ GstRTSPMediaFactory* newFactory(ViewSource source)
     self->source = new ViewSource(std::move(source));
     GstRTSPMediaFactory* factory = &self->factory;
     gst_rtsp_media_factory_set_shared(factory, TRUE);
+    gst_rtsp_media_factory_set_media_gtype(factory, zrn_view_media_get_type());
     // Inside the connection: as encrypted as that is, and for nobody but its client.
     gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_TCP);
     g_autoptr(GstClock) clock = gst_system_clock_obtain();
@@ -187,25 +232,6 @@ GSocket* socketOf(GstRTSPClient* client)
     return connection ? gst_rtsp_connection_get_read_socket(connection) : nullptr;
 }
 
-/// Address and port.
-std::string peerOf(GSocket* socket)
-{
-    g_autoptr(GSocketAddress) address =
-        socket ? g_socket_get_remote_address(socket, nullptr) : nullptr;
-    if (!address) {
-        return "a client";
-    }
-    g_autofree char* name = g_socket_connectable_to_string(G_SOCKET_CONNECTABLE(address));
-    return name;
-}
-
-/// Ends a connection by its socket alone: the thread that serves the client sees that and ends it,
-/// as when the client goes by itself. A client is no other thread's to close.
-void hangUp(GSocket* socket)
-{
-    g_socket_shutdown(socket, TRUE, TRUE, nullptr);
-}
-
 /// Tells who gave a wrong password; a request without any is how clients learn that one is needed.
 void noteRefusal(GstRTSPClient* client, GstRTSPContext* context, GstRTSPMessage* response,
                  gpointer /*data*/)
@@ -219,6 +245,22 @@ void noteRefusal(GstRTSPClient* client, GstRTSPContext* context, GstRTSPMessage*
                                     0) == GST_RTSP_OK) {
         note("%s: refused, wrong user or password", peerOf(socketOf(client)).c_str());
     }
+}
+
+/// A session is memory for as long as it lives.
+GstRTSPStatusCode limitSessions(GstRTSPClient* client, GstRTSPContext* context, gpointer /*data*/)
+{
+    if (context->session) {
+        return GST_RTSP_STS_OK;
+    }
+    GList* sessions = gst_rtsp_client_session_filter(client, nullptr, nullptr);
+    const guint count = g_list_length(sessions);
+    g_list_free_full(sessions, g_object_unref);
+    if (count < mostSessions) {
+        return GST_RTSP_STS_OK;
+    }
+    note("%s: refused, it has %u sessions already", peerOf(socketOf(client)).c_str(), count);
+    return GST_RTSP_STS_SERVICE_UNAVAILABLE;
 }
 
 bool isUnsent(GSocket* socket)
@@ -271,6 +313,13 @@ void zrn_view_factory_class_init(ViewFactoryClass* type)
 
 void zrn_view_factory_init(ViewFactory* /*factory*/) {}
 
+void zrn_view_media_class_init(ViewMediaClass* type)
+{
+    GST_RTSP_MEDIA_CLASS(type)->setup_rtpbin = setupRtpbin;
+}
+
+void zrn_view_media_init(ViewMedia* /*media*/) {}
+
 std::string addressOf(const SharedCamera& camera, View view)
 {
     return "/" + camera.serial() + "/" + nameOf(view);
@@ -279,6 +328,7 @@ std::string addressOf(const SharedCamera& camera, View view)
 RtspService::RtspService(const Access& access, const Options& options)
     : m_server(gst_rtsp_server_new())
     , m_options(options)
+    , m_limit(options.mostClients, options.mostOfOneAddress)
     , m_isEncrypted(access.certificate() != nullptr)
 {
     if (options.coding == Coding::H264) {
@@ -292,7 +342,7 @@ RtspService::RtspService(const Access& access, const Options& options)
     g_autoptr(GstRTSPThreadPool) threads = gst_rtsp_server_get_thread_pool(m_server);
     gst_rtsp_thread_pool_set_max_threads(threads, mostThreads);
     g_autoptr(GstRTSPSessionPool) sessions = gst_rtsp_server_get_session_pool(m_server);
-    gst_rtsp_session_pool_set_max_sessions(sessions, options.mostClients * 4);
+    gst_rtsp_session_pool_set_max_sessions(sessions, options.mostClients * mostSessions);
     g_autoptr(GstRTSPAuth) auth = newAuth(access);
     gst_rtsp_server_set_auth(m_server, auth);
     g_signal_connect_swapped(
@@ -383,6 +433,16 @@ std::size_t RtspService::clientCount() const
     return m_clients.size();
 }
 
+std::map<std::string, std::uint64_t> RtspService::connections() const
+{
+    std::map<std::string, std::uint64_t> bytes;
+    const std::lock_guard lock(m_clientsMutex);
+    for (const auto& [client, state] : m_clients) {
+        bytes[state.name] = acknowledgedBytes(state.socket);
+    }
+    return bytes;
+}
+
 std::map<std::string, int> RtspService::viewers() const
 {
     std::map<std::string, int> counts;
@@ -403,21 +463,31 @@ void RtspService::admit(GstRTSPClient* client)
     if (!socket) {
         return; // has gone already
     }
-    const std::string name = peerOf(socket);
-    if (clientCount() >= m_options.mostClients) {
-        note("%s: refused, there are %u clients already", name.c_str(), m_options.mostClients);
+    if (!m_limit.admit(socket)) {
         hangUp(socket);
         return;
     }
+    const std::string name = peerOf(socket);
     note("%s: connected", name.c_str());
     // Neither a client that ended its stream nor one whose machine is gone keeps its place.
     g_object_set(client, "post-session-timeout", postSessionSeconds, nullptr);
     g_socket_set_keepalive(socket, TRUE);
     g_signal_connect(client, "play-request", G_CALLBACK(requestKeyFrame), nullptr);
     g_signal_connect(client, "send-message", G_CALLBACK(noteRefusal), nullptr);
+    g_signal_connect_swapped(client, "send-message",
+                             G_CALLBACK(+[](RtspService* self, GstRTSPContext*, GstRTSPMessage*,
+                                            GstRTSPClient* answered) { self->greet(answered); }),
+                             this);
+    g_signal_connect(client, "pre-setup-request", G_CALLBACK(limitSessions), nullptr);
+    g_signal_connect_swapped(
+        client, "new-session",
+        G_CALLBACK(+[](RtspService* self, GstRTSPSession* session, GstRTSPClient* owner) {
+            self->remember(owner, session);
+        }),
+        this);
     {
         const std::lock_guard lock(m_clientsMutex);
-        m_clients[reference(client)] = {reference(socket), name, 0, 0};
+        m_clients[reference(client)] = {reference(socket), name, {}, 0, 0, 0};
     }
     g_signal_connect_swapped(
         client, "closed",
@@ -434,9 +504,43 @@ void RtspService::forget(GstRTSPClient* client)
     const Client state = std::move(known->second);
     m_clients.erase(known);
     lock.unlock();
+    m_limit.leave(state.socket);
+    // Nobody else can go on with them: their pictures went inside the connection.
+    g_autoptr(GstRTSPSessionPool) pool = gst_rtsp_server_get_session_pool(m_server);
+    for (const std::string& id : state.sessions) {
+        if (g_autoptr(GstRTSPSession) session = gst_rtsp_session_pool_find(pool, id.c_str())) {
+            gst_rtsp_session_pool_remove(pool, session);
+        }
+    }
     note("%s: disconnected", state.name.c_str());
     g_object_unref(state.socket);
     g_object_unref(client);
+}
+
+/// A client that gets an answer has asked for something.
+void RtspService::greet(GstRTSPClient* client)
+{
+    const std::lock_guard lock(m_clientsMutex);
+    const auto known = m_clients.find(client);
+    if (known != m_clients.end()) {
+        known->second.silentChecks = -1;
+    }
+}
+
+void RtspService::remember(GstRTSPClient* client, GstRTSPSession* session)
+{
+    g_autoptr(GstRTSPSessionPool) pool = gst_rtsp_server_get_session_pool(m_server);
+    const std::lock_guard lock(m_clientsMutex);
+    const auto known = m_clients.find(client);
+    if (known == m_clients.end()) {
+        return;
+    }
+    std::vector<std::string>& sessions = known->second.sessions;
+    std::erase_if(sessions, [pool](const std::string& id) {
+        g_autoptr(GstRTSPSession) alive = gst_rtsp_session_pool_find(pool, id.c_str());
+        return alive == nullptr;
+    });
+    sessions.emplace_back(gst_rtsp_session_get_sessionid(session));
 }
 
 void RtspService::dropSlowClients()
@@ -447,6 +551,11 @@ void RtspService::dropSlowClients()
         const bool isFull = isUnsent(state.socket) && acknowledged == state.acknowledged;
         state.acknowledged = acknowledged;
         state.fullChecks = isFull ? state.fullChecks + 1 : 0;
+        if (state.silentChecks >= 0 && ++state.silentChecks == mostSilentChecks) {
+            note("%s: dropped, it has asked for nothing for %d s", state.name.c_str(),
+                 mostSilentChecks * static_cast<int>(slowCheckMilliseconds) / 1000);
+            hangUp(state.socket);
+        }
         if (state.fullChecks == mostFullChecks) {
             ++m_dropped;
             note("%s: dropped, it has taken nothing for %d s", state.name.c_str(),

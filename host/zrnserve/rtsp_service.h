@@ -1,12 +1,15 @@
 #pragma once
 
 #include "zrnserve/access.h"
+#include "zrnserve/connections.h"
 #include "zrnserve/shared_camera.h"
 
 #include <atomic>
 #include <gst/rtsp-server/rtsp-server.h>
 #include <map>
 #include <mutex>
+#include <string>
+#include <vector>
 
 namespace zrnserve
 {
@@ -24,6 +27,7 @@ public:
         int port = 8554; ///< 0: any
         Coding coding = Coding::H264;
         unsigned mostClients = 64;
+        unsigned mostOfOneAddress = 32;
     };
 
     /// @throws std::runtime_error when the address cannot be listened on or nothing encodes
@@ -42,6 +46,8 @@ public:
     void withdraw(const SharedCamera& camera);
 
     std::size_t clientCount() const;
+    /// Bytes that each client has taken, by its address and port.
+    std::map<std::string, std::uint64_t> connections() const;
     /// Dropped because they did not take their pictures in time.
     std::uint64_t droppedClients() const { return m_dropped; }
     /// How many clients look, by address.
@@ -51,16 +57,21 @@ private:
     struct Client {
         GSocket* socket; ///< a reference
         std::string name;
-        std::uint64_t acknowledged; ///< bytes, at the last check
-        int fullChecks;             ///< in a row
+        std::vector<std::string> sessions; ///< their identifiers
+        std::uint64_t acknowledged;        ///< bytes, at the last check
+        int fullChecks;                    ///< in a row
+        int silentChecks;                  ///< before its first request; -1: it has made one
     };
 
     void admit(GstRTSPClient* client);
     void forget(GstRTSPClient* client);
+    void greet(GstRTSPClient* client);
+    void remember(GstRTSPClient* client, GstRTSPSession* session);
     void dropSlowClients();
 
     GstRTSPServer* const m_server;
     const Options m_options;
+    ConnectionLimit m_limit;
     const bool m_isEncrypted;
     guint m_listening = 0;
     guint m_slowTimer = 0;

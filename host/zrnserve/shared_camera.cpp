@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstring>
 #include <gst/video/video.h>
+#include <utility>
 
 namespace zrnserve
 {
@@ -17,8 +18,14 @@ using namespace std::chrono_literals;
 /// Longer than any exposure, and than the first frames take on a loaded machine.
 constexpr std::chrono::seconds firstFrameWait(10);
 
-/// Images that wait for an encoder.
-constexpr guint64 longestQueue = 3;
+/// Before a camera whose stream has failed is opened anew.
+constexpr std::chrono::seconds revivalPause(2);
+
+/// A problem that stays is told again after so long.
+constexpr std::chrono::minutes repeatedNotes(1);
+
+/// From 1900, where NTP counts from, to 1970.
+constexpr GstClockTime ntpEpoch = 2'208'988'800 * GST_SECOND;
 
 void addStatistics(CameraCounts& counts, GstElement* source)
 {
@@ -34,6 +41,24 @@ void addStatistics(CameraCounts& counts, GstElement* source)
     add("lost-library", counts.lostLibrary);
     add("lost-ring", counts.lostRing);
     add("lost-queue", counts.lostQueue);
+    add("unusable", counts.damaged);
+}
+
+/// When the first bytes of an image were here, by the wall clock since 1970.
+GstClockTime captureTime(GstBuffer* buffer)
+{
+    static GstStaticCaps unixTime = GST_STATIC_CAPS("timestamp/x-unix");
+    g_autoptr(GstCaps) caps = gst_static_caps_get(&unixTime);
+    const GstReferenceTimestampMeta* meta = gst_buffer_get_reference_timestamp_meta(buffer, caps);
+    return meta ? meta->timestamp : GST_CLOCK_TIME_NONE;
+}
+
+/// The form in which RTP carries it.
+void addCaptureTime(GstBuffer* buffer, GstClockTime time)
+{
+    static GstStaticCaps ntpTime = GST_STATIC_CAPS("timestamp/x-ntp");
+    g_autoptr(GstCaps) caps = gst_static_caps_get(&ntpTime);
+    gst_buffer_add_reference_timestamp_meta(buffer, caps, time + ntpEpoch, GST_CLOCK_TIME_NONE);
 }
 
 void copyRows(GstVideoFrame& target, int left, const GstVideoFrame& image)
@@ -126,9 +151,37 @@ bool SharedCamera::enter(View view, GstAppSrc* images)
             return false;
         }
     }
-    gst_app_src_set_max_buffers(images, longestQueue);
     m_viewers.push_back({view, GST_APP_SRC(gst_object_ref(images))});
+    if (!m_reviver.joinable()) {
+        m_reviver = std::thread([this] { revive(); });
+    }
     return true;
+}
+
+/// Whether somebody looks at a camera that has failed. Called with m_mutex held.
+bool SharedCamera::needsRevival() const
+{
+    return !m_isEnding && !m_viewers.empty() && (m_isBroken || !m_source);
+}
+
+/// Opens a camera that has failed anew, over and over: who looks goes on when it is back.
+void SharedCamera::revive()
+{
+    std::unique_lock lock(m_mutex);
+    while (!m_isEnding) {
+        m_changed.wait(lock, [this] { return m_isEnding || needsRevival(); });
+        m_changed.wait_for(lock, revivalPause, [this] { return m_isEnding; });
+        lock.unlock();
+        std::unique_lock lifecycle(m_lifecycle);
+        lock.lock();
+        if (needsRevival()) {
+            lock.unlock();
+            closePipeline();
+            open();
+            lock.lock();
+        }
+        lifecycle.unlock();
+    }
 }
 
 void SharedCamera::leave(GstAppSrc* images)
@@ -158,6 +211,13 @@ void SharedCamera::end()
 
 void SharedCamera::close()
 {
+    end();
+    std::unique_lock opening(m_lifecycle);
+    std::thread reviver = std::move(m_reviver);
+    opening.unlock();
+    if (reviver.joinable()) {
+        reviver.join();
+    }
     const std::lock_guard lifecycle(m_lifecycle);
     closePipeline();
     std::unique_lock lock(m_mutex);
@@ -205,9 +265,10 @@ bool SharedCamera::open()
         closePipeline();
         return false;
     }
+    m_isOpen = true;
+    note("%s: opened", m_serial.c_str());
     const std::lock_guard lock(m_mutex);
     ++m_before.opened;
-    note("%s: opened", m_serial.c_str());
     return true;
 }
 
@@ -228,7 +289,9 @@ void SharedCamera::closePipeline()
         m_isBroken = false;
     }
     g_clear_pointer(&m_pipeline, gst_object_unref);
-    note("%s: closed", m_serial.c_str());
+    if (std::exchange(m_isOpen, false)) {
+        note("%s: closed", m_serial.c_str());
+    }
 }
 
 CameraCounts SharedCamera::counts() const
@@ -265,17 +328,20 @@ void SharedCamera::take(int image, GstSample* sample)
     const GstClockTime when = GST_CLOCK_TIME_IS_VALID(running)
                                   ? running + gst_element_get_base_time(m_source)
                                   : GST_CLOCK_TIME_NONE;
-    show(image == 0 ? View::A : View::B, buffer, gst_sample_get_caps(sample), when);
+    const GstClockTime captured = captureTime(buffer);
+    show(image == 0 ? View::A : View::B, buffer, gst_sample_get_caps(sample), when, captured);
     if (image == 0) {
         g_clear_pointer(&m_newestA, gst_sample_unref);
         m_newestA = gst_sample_ref(sample);
     } else {
-        showBoth(sample, when);
+        showBoth(sample, when, captured);
+        m_before.captured = GST_CLOCK_TIME_IS_VALID(captured) ? captured : 0;
         const GstClockTime now = gst_clock_get_time(m_clock);
         if (GST_CLOCK_TIME_IS_VALID(when) && when <= now) {
             m_latency.Observe(static_cast<double>(now - when) / GST_SECOND);
         }
     }
+    m_problem.clear();
     ++m_images[static_cast<std::size_t>(image)];
     m_changed.notify_all();
 }
@@ -286,7 +352,7 @@ bool SharedCamera::isShown(View view) const
                        [view](const Viewer& viewer) { return viewer.view == view; });
 }
 
-void SharedCamera::showBoth(GstSample* sampleB, GstClockTime when)
+void SharedCamera::showBoth(GstSample* sampleB, GstClockTime when, GstClockTime captured)
 {
     GstBuffer* b = gst_sample_get_buffer(sampleB);
     if (!m_newestA || !isShown(View::Both) ||
@@ -315,10 +381,11 @@ void SharedCamera::showBoth(GstSample* sampleB, GstClockTime when)
         static_cast<GstBufferCopyFlags>(GST_BUFFER_COPY_FLAGS | GST_BUFFER_COPY_TIMESTAMPS), 0,
         gst_buffer_get_size(b));
     g_autoptr(GstCaps) caps = gst_video_info_to_caps(&wide);
-    show(View::Both, buffer, caps, when);
+    show(View::Both, buffer, caps, when, captured);
 }
 
-void SharedCamera::show(View view, GstBuffer* buffer, GstCaps* caps, GstClockTime when)
+void SharedCamera::show(View view, GstBuffer* buffer, GstCaps* caps, GstClockTime when,
+                        GstClockTime captured)
 {
     for (const Viewer& viewer : m_viewers) {
         if (viewer.view != view || GST_STATE(viewer.images) != GST_STATE_PLAYING) {
@@ -328,9 +395,13 @@ void SharedCamera::show(View view, GstBuffer* buffer, GstCaps* caps, GstClockTim
         if (!GST_CLOCK_TIME_IS_VALID(when) || when < base) {
             continue; // without a time, or older than that pipeline
         }
-        m_before.skipped += gst_app_src_get_current_level_buffers(viewer.images) >= longestQueue;
+        m_before.skipped += gst_app_src_get_current_level_buffers(viewer.images) >=
+                            gst_app_src_get_max_buffers(viewer.images);
         g_autoptr(GstBuffer) image = gst_buffer_copy(buffer);
         GST_BUFFER_PTS(image) = when - base;
+        if (GST_CLOCK_TIME_IS_VALID(captured)) {
+            addCaptureTime(image, captured);
+        }
         g_autoptr(GstSample) sample = gst_sample_new(image, caps, nullptr, nullptr);
         gst_app_src_push_sample(viewer.images, sample);
     }
@@ -348,12 +419,14 @@ void SharedCamera::noteMessage(GstMessage* message)
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
         g_autoptr(GError) error = nullptr;
         gst_message_parse_error(message, &error, nullptr);
-        note("%s: %s", m_serial.c_str(), error->message);
         const std::lock_guard lock(m_mutex);
-        m_isBroken = true;
-        for (const Viewer& viewer : m_viewers) {
-            gst_app_src_end_of_stream(viewer.images);
+        const Clock::time_point now = Clock::now();
+        if (m_problem != error->message || now - m_problemNoted > repeatedNotes) {
+            note("%s: %s", m_serial.c_str(), error->message);
+            m_problem = error->message;
+            m_problemNoted = now;
         }
+        m_isBroken = true;
         m_changed.notify_all();
         return;
     }
@@ -364,11 +437,15 @@ void SharedCamera::noteMessage(GstMessage* message)
     }
     const std::string kind = gst_structure_get_string(event, "event");
     if (kind == "lost") {
-        note("%s: lost, %s", m_serial.c_str(), gst_structure_get_string(event, "cause"));
+        const std::string cause = gst_structure_get_string(event, "cause");
+        note("%s: lost, %s", m_serial.c_str(), cause.c_str());
         const std::lock_guard lock(m_mutex);
         ++m_before.outages;
+        ++(cause == "gone" ? m_before.gone : m_before.silent);
     } else if (kind == "refused") {
         note("%s: %s", m_serial.c_str(), gst_structure_get_string(event, "reason"));
+        const std::lock_guard lock(m_mutex);
+        ++m_before.refused;
     } else {
         double seconds = 0;
         gst_structure_get_double(event, "seconds", &seconds);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <gst/app/gstappsink.h>
@@ -9,6 +10,7 @@
 #include <mutex>
 #include <prometheus/summary.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace zrnserve
@@ -30,13 +32,19 @@ struct CameraCounts {
     std::uint64_t lostRing = 0;
     std::uint64_t lostQueue = 0;
     std::uint64_t outages = 0;
+    std::uint64_t gone = 0;    ///< outages of a camera that left the bus
+    std::uint64_t silent = 0;  ///< of one that sent nothing
+    std::uint64_t refused = 0; ///< attempts to have it back
+    std::uint64_t damaged = 0; ///< frames
     std::uint64_t opened = 0;
     std::uint64_t skipped = 0; ///< images that an encoder was too slow for
+    /// When the first bytes of the newest frame were here, in nanoseconds since 1970.
+    std::uint64_t captured = 0;
 };
 
 /// One camera, open while anybody looks at it, in a pipeline of its own. Its images go to the
 /// pipelines of the views without waiting for them: where one is too slow, the oldest image makes
-/// room.
+/// room. One that fails is opened anew for as long as anybody looks.
 ///
 /// Thread safety: thread-safe.
 class SharedCamera : public std::enable_shared_from_this<SharedCamera>
@@ -68,7 +76,8 @@ public:
         GstAppSrc* const m_images;
     };
 
-    /// Opens the camera if nobody has, and waits for its first frame.
+    /// Opens the camera if nobody has, and waits for its first frame. @param images takes as many
+    /// as may wait for its encoder, and leaks the oldest
     /// @return null when it cannot be had, sends no frames or has no such image; the log says which
     std::unique_ptr<Viewing> look(View view, GstAppSrc* images);
 
@@ -83,6 +92,8 @@ public:
     prometheus::ClientMetric latency() const { return m_latency.Collect(); }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     struct Viewer {
         View view;
         GstAppSrc* images; ///< a reference
@@ -90,11 +101,15 @@ private:
 
     bool enter(View view, GstAppSrc* images);
     bool open();
+    bool needsRevival() const;
+    void revive();
     void closePipeline();
     void leave(GstAppSrc* images);
     void take(int image, GstSample* sample);
-    void show(View view, GstBuffer* buffer, GstCaps* caps, GstClockTime when);
-    void showBoth(GstSample* sampleB, GstClockTime when);
+    /// @param when by the pipelines' clock. @param captured by the wall clock, since 1970
+    void show(View view, GstBuffer* buffer, GstCaps* caps, GstClockTime when,
+              GstClockTime captured);
+    void showBoth(GstSample* sampleB, GstClockTime when, GstClockTime captured);
     bool isShown(View view) const;
     void noteMessage(GstMessage* message);
     template <int image>
@@ -106,6 +121,8 @@ private:
 
     std::mutex m_lifecycle; ///< one opens or closes at a time; taken before m_mutex
     GstElement* m_pipeline = nullptr;
+    bool m_isOpen = false;
+    std::thread m_reviver;
 
     mutable std::mutex m_mutex; ///< everything below
     std::condition_variable m_changed;
@@ -115,6 +132,8 @@ private:
     std::array<std::uint64_t, 2> m_images = {}; ///< A and B since the camera was opened
     bool m_isBroken = false;
     bool m_isEnding = false;
+    std::string m_problem; ///< the last one, until there are frames
+    Clock::time_point m_problemNoted;
     CameraCounts m_before; ///< what was counted until the camera was opened
 
     prometheus::Summary m_latency;

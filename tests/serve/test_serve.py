@@ -1,168 +1,13 @@
 """zrnserve on a virtual camera, looked at by clients that know nothing of it."""
 
-import base64
 import json
-import os
 import re
-import signal
 import socket
-import ssl
-import subprocess
-import threading
-import time
 import urllib.error
-import urllib.request
 
 import pytest
 
-PROGRAM = os.environ["ZRNSERVE"]
-PATIENCE = 60  # seconds; nothing is measured by it
-
-
-def wait_until(condition):
-    end = time.monotonic() + PATIENCE
-    while not (value := condition()):
-        assert time.monotonic() < end, "in vain"
-        time.sleep(0.05)
-    return value
-
-
-class Server:
-    """The program, its log and its pages."""
-
-    def __init__(self, *options):
-        self.log = ""
-        self.credentials = None
-        self.process = subprocess.Popen(
-            [PROGRAM, "--port", "0", "--http-port", "0", *options],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        first = self.process.stdout.readline()
-        assert first, self.process.stderr.read()
-        self.rtsp_port = int(re.search(r":(\d+)/", first)[1])
-        self.http = self.process.stdout.readline().strip()
-        self.reader = threading.Thread(target=self._read)
-        self.reader.start()
-
-    def _read(self):
-        for line in self.process.stderr:
-            self.log += line
-
-    def get(self, path):
-        request = urllib.request.Request(self.http + path)
-        if self.credentials:
-            request.add_header(
-                "Authorization", "Basic " + base64.b64encode(self.credentials.encode()).decode())
-        context = ssl._create_unverified_context() if self.http.startswith("https") else None
-        with urllib.request.urlopen(request, timeout=PATIENCE, context=context) as answer:
-            return answer.read().decode()
-
-    def camera(self):
-        """The camera on the list, once it is there."""
-        return wait_until(lambda: next(
-            (c for c in json.loads(self.get(""))["cameras"] if c["present"]), None))
-
-    def address(self, stream):
-        return self.camera()["streams"][stream]["address"]
-
-    def metric(self, name, **labels):
-        for line in self.get("metrics").splitlines():
-            parts = re.fullmatch(r"(\w+)(?:\{(.*)\})? (\S+)", line)
-            if parts and parts[1] == name:
-                found = dict(re.findall(r'(\w+)="([^"]*)"', parts[2] or ""))
-                if all(found.get(key) == value for key, value in labels.items()):
-                    return float(parts[3])
-        return None
-
-    def status(self, name):
-        """A number of the kernel's on the process."""
-        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as file:
-            return int(re.search(rf"^{name}:\s+(\d+)", file.read(), re.MULTILINE)[1])
-
-    def threads(self, name):
-        count = 0
-        for thread in os.scandir(f"/proc/{self.process.pid}/task"):
-            try:
-                with open(thread.path + "/comm", encoding="ascii") as file:
-                    count += file.read().strip() == name
-            except OSError:
-                pass  # has ended meanwhile
-        return count
-
-    def end(self):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
-        code = self.process.wait(PATIENCE)
-        self.reader.join()
-        return code
-
-
-@pytest.fixture
-def serve():
-    servers = []
-
-    def start(*options):
-        servers.append(Server(*options))
-        return servers[-1]
-
-    yield start
-    for server in servers:
-        code = server.end()
-        print(server.log)
-        assert code == 0
-
-
-def look(address, count=None, decoder="rtph264depay ! avdec_h264", **properties):
-    """A client that is not ours: it ends after that many pictures, or when it is stopped."""
-    settings = [f"{key.replace('_', '-')}={value}" for key, value in properties.items()]
-    sink = ["fakesink", "sync=false"] + ([f"num-buffers={count}"] if count else [])
-    return subprocess.Popen(
-        ["gst-launch-1.0", "-q", "rtspsrc", f"location={address}", *settings, "!",
-         *decoder.split(), "!", *sink], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-
-
-def sees(server, client):
-    output, _ = client.communicate(timeout=PATIENCE)
-    assert client.returncode == 0, output + server.log
-
-
-def stop(clients):
-    for client in clients:
-        client.terminate()
-        client.communicate()
-
-
-class Rtsp:
-    """A connection whose requests and pauses the test chooses."""
-
-    def __init__(self, server, receive_buffer=None):
-        self.address = server.address("a")
-        self.sequence = 0
-        self.socket = socket.socket()
-        if receive_buffer:
-            self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
-        self.socket.settimeout(PATIENCE)
-        self.socket.connect(("127.0.0.1", server.rtsp_port))
-        self.file = self.socket.makefile("rb")
-
-    def send(self, method, address=None, **headers):
-        self.sequence += 1
-        lines = [f"{method} {address or self.address} RTSP/1.0", f"CSeq: {self.sequence}"]
-        lines += [f"{name}: {value}" for name, value in headers.items()]
-        self.socket.sendall(("\r\n".join(lines) + "\r\n\r\n").encode())
-
-    def request(self, method, address=None, **headers):
-        self.send(method, address, **headers)
-        status = int(self.file.readline().split()[1])
-        answer = {}
-        while line := self.file.readline().decode().strip():
-            name, value = line.split(":", 1)
-            answer[name] = value.strip()
-        answer["body"] = self.file.read(int(answer.get("Content-Length", 0))).decode()
-        return status, answer
-
-
-def control(*command):
-    subprocess.run([os.environ["ZRNSIM_CTL"], *command], check=True, stdout=subprocess.DEVNULL)
+from serving import PATIENCE, Rtsp, control, look, run, sees, stop, wait_until
 
 
 def test_pictures_of_each_view_arrive(serve):
@@ -186,6 +31,7 @@ def test_a_camera_is_opened_once_and_closed_with_the_last_client(serve):
                and server.metric("zrn_viewers", stream="b") == 1
                and server.metric("zrn_viewers", stream="ab") == 1)
     assert server.camera()["open"]
+    wait_until(lambda: all(c["sent"] for c in json.loads(server.get(""))["connections"]))
     stop(clients[:3])
     wait_until(lambda: server.metric("zrn_viewers", stream="b") == 0)
     assert server.camera()["open"]
@@ -207,6 +53,8 @@ def test_an_absent_camera_keeps_its_address(serve):
     control("plug", "camera=0")
     assert server.address("a") == rtsp.address
     wait_until(lambda: server.metric("zrn_outages_total") >= 1)
+    assert server.metric("zrn_usb_errors_total", kind="gone") >= 1
+    assert server.metric("zrn_usb_errors_total", kind="silent") == 0
     before = server.metric("zrn_frames_total")
     wait_until(lambda: server.metric("zrn_frames_total") > before)
     assert client.poll() is None
@@ -259,33 +107,18 @@ def test_unknown_addresses_and_methods_are_refused(serve):
         assert refusal.value.code == 404
 
 
-def run(*options):
-    return subprocess.run([PROGRAM, "--port", "0", "--http-port", "0", *options],
-                          capture_output=True, text=True, timeout=PATIENCE)
-
-
-@pytest.fixture
-def files(tmp_path):
-    """Users, and a certificate with its key."""
-    users = tmp_path / "users"
-    users.write_text("anna:right\n")
-    users.chmod(0o600)
-    pem = tmp_path / "server.pem"
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj",
-                    "/CN=localhost", "-keyout", tmp_path / "key", "-out", tmp_path / "certificate"],
-                   check=True, capture_output=True)
-    pem.write_text((tmp_path / "certificate").read_text() + (tmp_path / "key").read_text())
-    pem.chmod(0o600)
-    return users, pem
-
-
 def test_the_network_needs_users_and_certificate(files):
     users, pem = files
     for options in ([], ["--users", users], ["--certificate", pem]):
         refused = run("--listen", "0.0.0.0", *options)
         assert refused.returncode == 2
         assert "--users FILE and --certificate FILE" in refused.stderr
+
+
+def test_what_other_machines_do_not_reach_is_not_announced():
+    refused = run("--announce")
+    assert refused.returncode == 2
+    assert "--listen" in refused.stderr
 
 
 def test_secrets_that_everybody_may_read_are_refused(files):
