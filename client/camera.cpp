@@ -1,6 +1,7 @@
 #include "client/camera.h"
 
 #include "client/camera_object.h"
+#include "client/known_settings.h"
 #include "client/usb_transfers.h"
 #include "client/variants.h"
 
@@ -12,11 +13,19 @@ namespace
 {
 
 using CameraSpace::TriggerMode;
+using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 
 QString toQt(std::string_view text)
 {
     return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
+}
+
+/// Whether a control of the camera carries the property.
+bool isOfCamera(std::string_view key)
+{
+    const PropertyInfo* const property = findProperty(key);
+    return property && *property->carrier != '\0';
 }
 
 /// A driver may store the frame order and answer NotSupported all the same.
@@ -52,6 +61,7 @@ Camera::Camera(std::shared_ptr<Driver> driver, CameraChoice choice)
     : m_driver(std::move(driver))
     , m_search(*m_driver)
     , m_object(std::make_unique<CameraObject>(m_driver->factory()))
+    , m_known(std::make_shared<KnownSettings>())
     , m_choice(std::move(choice))
 {
 }
@@ -82,9 +92,10 @@ std::string Camera::port() const
 
 microseconds Camera::exposure()
 {
+    const auto asked = Clock::now();
     unsigned int value = 0;
     check((*m_object)->getExposureTime(value, 0), "reading the exposure time");
-    m_exposure = value;
+    noteExposure(value, asked);
     return microseconds(value);
 }
 
@@ -111,14 +122,15 @@ void Camera::writeExposure(microseconds exposure)
     }
     const auto value = static_cast<unsigned int>(exposure.count());
     check((*m_object)->setExposureTime(value, 0), tried);
-    m_exposure = value;
+    noteExposure(value, Clock::now());
 }
 
 std::uint32_t Camera::gain()
 {
+    const auto asked = Clock::now();
     unsigned short value = 0;
     check((*m_object)->getGain(value, 0), "reading the gain");
-    m_gain = value;
+    noteGain(value, asked);
     return value;
 }
 
@@ -143,8 +155,9 @@ void Camera::writeGain(std::uint32_t gain)
     if (gain > std::numeric_limits<unsigned short>::max()) {
         throw Error(tried, ErrorCode::BadArgument);
     }
-    check((*m_object)->setGain(static_cast<unsigned short>(gain), 0), tried);
-    m_gain = gain;
+    const auto value = static_cast<unsigned short>(gain);
+    check((*m_object)->setGain(value, 0), tried);
+    noteGain(value, Clock::now());
 }
 
 FrameOrder Camera::order()
@@ -165,13 +178,20 @@ void Camera::writeOrder(FrameOrder order)
 {
     const auto mode = order == FrameOrder::Newest ? TriggerMode::Newest : TriggerMode::Oldest;
     checkOrder((*m_object)->setTriggerMode(mode, 0), "setting the frame order");
+    m_known->note({"FrameOrder", std::string(order == FrameOrder::Newest ? "newest" : "oldest"),
+                   Clock::now()});
 }
 
 Value Camera::property(std::string_view key)
 {
-    QVariant value;
-    check(m_object->readProperty(toQt(key), value), "reading " + std::string(key));
-    return fromVariant(value);
+    const auto asked = Clock::now();
+    QVariant variant;
+    check(m_object->readProperty(toQt(key), variant), "reading " + std::string(key));
+    const PropertyInfo* const info = findProperty(key);
+    if (info && info->writable) {
+        m_known->note({std::string(key), fromVariant(variant), asked});
+    }
+    return fromVariant(variant);
 }
 
 void Camera::setProperty(std::string_view key, const Value& value)
@@ -186,6 +206,10 @@ void Camera::writeProperty(const std::string& key, const Value& value)
 {
     check(m_object->writeProperty(toQt(key), toVariant(value)),
           "setting " + key + " to " + toText(value));
+    m_known->note({key, value, Clock::now()});
+    if (isOfCamera(key) && m_known->areWatched()) {
+        readKnown();
+    }
 }
 
 void Camera::run(std::string_view command)
@@ -323,17 +347,67 @@ void Camera::learn()
     m_choice.index = -1;
 }
 
-/// What cannot be read is left for the caller to stumble upon.
+/// What is known anew. What cannot be read is left for the caller to stumble upon.
 void Camera::learnSettings()
 {
+    const auto asked = Clock::now();
     unsigned int exposure = 0;
     unsigned short gain = 0;
     if ((*m_object)->getExposureTime(exposure, 0) == ErrorCode::Success) {
-        m_exposure = exposure;
+        noteExposure(exposure, asked);
     }
     if ((*m_object)->getGain(gain, 0) == ErrorCode::Success) {
-        m_gain = gain;
+        noteGain(gain, asked);
     }
+    readKnown();
+}
+
+void Camera::readSettings()
+{
+    static_cast<void>(exposure());
+    static_cast<void>(gain());
+    for (const PropertyInfo& info : propertyTable) {
+        if (info.writable && isOfCamera(info.key)) {
+            tryToRead(info.key); // it may have no such control
+        }
+    }
+}
+
+/// Properties share controls, and one that is set may change others.
+void Camera::readKnown()
+{
+    const std::vector<std::string> known = m_known->keys();
+    static_cast<void>(std::ranges::all_of(known, [this](const std::string& key) {
+        return !isOfCamera(key) || tryToRead(key); // if not, it answers nothing now
+    }));
+}
+
+std::shared_ptr<void> Camera::watchSettings(std::function<void(const SettingChange&)> onChange)
+{
+    return KnownSettings::watch(m_known, std::move(onChange));
+}
+
+void Camera::noteExposure(unsigned int exposure, Clock::time_point time)
+{
+    m_exposure = exposure;
+    m_known->note({"Exposure", std::uint32_t{exposure}, time});
+}
+
+void Camera::noteGain(unsigned short gain, Clock::time_point time)
+{
+    m_gain = gain;
+    m_known->note({"Gain", std::uint32_t{gain}, time});
+}
+
+bool Camera::tryToRead(std::string_view key)
+{
+    const auto asked = Clock::now();
+    QVariant value;
+    if (m_object->readProperty(toQt(key), value) != ErrorCode::Success) {
+        return false;
+    }
+    m_known->note({std::string(key), fromVariant(value), asked});
+    return true;
 }
 
 } // namespace zrn

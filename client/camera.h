@@ -19,6 +19,7 @@ namespace zrn
 {
 
 class CameraObject;
+class KnownSettings;
 
 template <typename Number>
 struct Range {
@@ -46,6 +47,13 @@ struct CameraStatus {
 
 /// Which cached frame a grab takes.
 enum class FrameOrder { Oldest, Newest };
+
+/// What a setting is from some time on.
+struct SettingChange {
+    std::string key; ///< of a property, or "Exposure" in microseconds, "Gain", "FrameOrder"
+    Value value;
+    std::chrono::steady_clock::time_point time;
+};
 
 /// A connected camera, and what was set on it, to be set again when it is opened anew. It is
 /// disconnected when its last owner lets go; its stream is one of them.
@@ -103,6 +111,18 @@ public:
     }
     [[nodiscard]] std::uint32_t knownGain() const { return m_gain.load(); }
 
+    /// Reads what the camera keeps of its settings, so that they are known. @throws Error when
+    /// exposure or gain cannot be read
+    void readSettings();
+    /// Tells of each setting that was set or read here, and from then on of every one that turns
+    /// out to have changed: when it is set or read, with another one that shares its control, or
+    /// after an outage.
+    /// @param onChange called on the thread that sets or reads, one call at a time; must not use
+    /// the camera
+    /// @return ends it, and waits for a call that runs; may outlive the camera
+    [[nodiscard]] std::shared_ptr<void>
+    watchSettings(std::function<void(const SettingChange&)> onChange);
+
     /// Gives the camera back, for others, until reopen(). A stream that is kept alive would take it
     /// again.
     void close();
@@ -126,6 +146,10 @@ private:
     void learn();
     void learnSettings();
     void remember(std::string_view name, std::function<void()> set);
+    void noteExposure(unsigned int exposure, std::chrono::steady_clock::time_point time);
+    void noteGain(unsigned short gain, std::chrono::steady_clock::time_point time);
+    bool tryToRead(std::string_view key);
+    void readKnown();
     void writeExposure(std::chrono::microseconds exposure);
     void writeGain(std::uint32_t gain);
     void writeOrder(FrameOrder order);
@@ -134,7 +158,8 @@ private:
     const std::shared_ptr<Driver> m_driver;
     CameraSearch m_search; ///< goes on from one reopening to the next
     const std::unique_ptr<CameraObject> m_object;
-    std::atomic<std::uint32_t> m_exposure = 0; // microseconds
+    const std::shared_ptr<KnownSettings> m_known; // and those who watch them
+    std::atomic<std::uint32_t> m_exposure = 0;    // microseconds
     std::atomic<std::uint32_t> m_gain = 0;
 
     mutable std::mutex m_mutex; // guards what follows; not held while the camera is asked

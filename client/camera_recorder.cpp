@@ -2,9 +2,6 @@
 
 #include "client/error.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
-
 #include <algorithm>
 #include <exception>
 #include <filesystem>
@@ -65,39 +62,6 @@ std::string asFileName(std::string serial)
     return serial;
 }
 
-RecordingNote noteNow(const QJsonObject& object)
-{
-    return {std::chrono::steady_clock::now(),
-            QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString()};
-}
-
-QJsonObject objectOf(const StreamEvent& event)
-{
-    using Kind = StreamEvent::Kind;
-    const auto named = [](const char* name) {
-        return QJsonObject{{QStringLiteral("event"), QLatin1String(name)}};
-    };
-    QJsonObject object;
-    switch (event.kind) {
-    case Kind::Lost:
-        object = named("lost");
-        object[QLatin1String("cause")] = QLatin1String(nameOf(event.outage.cause));
-        break;
-    case Kind::Refused:
-        object = named("refused");
-        object[QLatin1String("reason")] = QString::fromStdString(event.reason);
-        break;
-    case Kind::Restarted:
-    case Kind::Back:
-        object = named(event.kind == Kind::Back ? "back" : "restarted");
-        object[QLatin1String("seconds")] = event.outage.seconds;
-        object[QLatin1String("missing")] = static_cast<qint64>(event.outage.missing);
-        object[QLatin1String("repair")] = QLatin1String(nameOf(event.outage.repair));
-        break;
-    }
-    return object;
-}
-
 } // namespace
 
 CameraRecorder::CameraRecorder(std::shared_ptr<RecordingSession> session, std::string serial,
@@ -149,11 +113,27 @@ void CameraRecorder::add(Frame frame, const StreamLosses& lost)
     mark.lost.queue += m_dropped;
     mark.lost.ring += m_unusable;
     m_bytes += size;
-    m_items.push_back({std::move(frame), {}, mark, size});
+    m_items.push_back({std::move(frame), {}, {}, mark, size});
     m_changed.notify_all();
 }
 
 void CameraRecorder::note(RecordingNote note)
+{
+    keep(std::move(note), {});
+}
+
+void CameraRecorder::note(const StreamEvent& event)
+{
+    note(noteOf(event));
+}
+
+void CameraRecorder::watch(Camera& camera)
+{
+    m_settingsWatch = camera.watchSettings(
+        [this](const SettingChange& setting) { keep(noteOf(setting), setting.key); });
+}
+
+void CameraRecorder::keep(RecordingNote note, std::string setting)
 {
     const std::lock_guard lock(m_mutex);
     if (m_isStopping || m_isDone) {
@@ -163,15 +143,11 @@ void CameraRecorder::note(RecordingNote note)
     item.mark.arrival = note.time;
     item.bytes = note.text.size();
     item.note = std::move(note);
+    item.setting = std::move(setting);
     makeRoom(item.mark.arrival, item.bytes);
     m_bytes += item.bytes;
     m_items.push_back(std::move(item));
     m_changed.notify_all();
-}
-
-void CameraRecorder::note(const StreamEvent& event)
-{
-    note(noteNow(objectOf(event)));
 }
 
 /// As long as no set is recorded, drops what none that may come needs, and what the memory does not
@@ -201,7 +177,18 @@ void CameraRecorder::makeRoom(Clock::time_point newest, std::uint64_t size)
 void CameraRecorder::dropOldest()
 {
     m_bytes -= m_items.front().bytes;
+    rememberSetting(m_items.front());
     m_items.pop_front();
+}
+
+/// For the files that begin after it.
+void CameraRecorder::rememberSetting(const Item& item)
+{
+    if (!item.setting.empty()) {
+        std::erase_if(m_settings,
+                      [&item](const auto& setting) { return setting.first == item.setting; });
+        m_settings.emplace_back(item.setting, item.note);
+    }
 }
 
 void CameraRecorder::stop()
@@ -312,6 +299,7 @@ void CameraRecorder::takeUp(std::unique_lock<std::mutex>& lock)
         unlocked([this] { endSet(); });
     } else {
         Item item = std::move(m_items.front());
+        rememberSetting(item);
         m_items.pop_front();
         m_bytes -= item.bytes;
         unlocked([&] { write(std::move(item)); });
@@ -332,10 +320,10 @@ void CameraRecorder::write(Item item)
         noteTriggers(m_set, item.mark.arrival);
         writeFrame(std::move(*item.frame), item.mark);
         lookForRemoval();
-    } else if (m_files.empty()) {
-        m_earlyNotes.push_back(std::move(item.note));
-    } else {
+    } else if (!m_files.empty()) {
         m_files.back().recorder->note(std::move(item.note));
+    } else if (item.setting.empty()) {
+        m_earlyNotes.push_back(std::move(item.note));
     }
 }
 
@@ -396,12 +384,17 @@ void CameraRecorder::open(const Frame& frame, const Mark& mark)
     File file;
     file.recorder = std::make_shared<Recorder>(path, m_metadata(), plan.file);
     file.first = mark;
-    for (RecordingNote& note : std::exchange(m_earlyNotes, {})) {
-        file.recorder->note(std::move(note));
-    }
     m_files.push_back(std::move(file));
     m_nextLook = Clock::now() + removalPause;
+    std::vector<RecordingNote> notes = std::exchange(m_earlyNotes, {});
     const std::lock_guard lock(m_mutex);
+    for (const auto& [key, note] : m_settings) {
+        notes.push_back(note);
+    }
+    std::ranges::stable_sort(notes, {}, &RecordingNote::time);
+    for (RecordingNote& note : notes) {
+        m_files.back().recorder->note(std::move(note));
+    }
     m_recorders.push_back(m_files.back().recorder);
 }
 
@@ -472,9 +465,7 @@ void CameraRecorder::noteTriggers(std::size_t set, Clock::time_point before)
     const std::vector<Clock::time_point> triggers = m_session->triggersOf(set);
     for (; m_notedTriggers < triggers.size() && triggers[m_notedTriggers] < before;
          ++m_notedTriggers) {
-        RecordingNote note = noteNow({{QStringLiteral("event"), QStringLiteral("camera")},
-                                      {QStringLiteral("what"), QStringLiteral("trigger")}});
-        note.time = triggers[m_notedTriggers];
+        RecordingNote note{triggers[m_notedTriggers], R"({"event":"camera","what":"trigger"})"};
         if (m_files.empty()) {
             m_earlyNotes.push_back(std::move(note));
         } else {

@@ -7,7 +7,10 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace zrn
 {
@@ -51,6 +54,9 @@ public:
     void note(RecordingNote note);
     /// Keeps a note of what happened to the stream, just now.
     void note(const StreamEvent& event);
+    /// Keeps notes of its settings: every file begins with those in force, as far as they are
+    /// known, and has each change. May be called once.
+    void watch(Camera& camera);
 
     /// Takes nothing more; what waits is still written. Does not wait for that.
     void stop();
@@ -76,7 +82,8 @@ private:
     };
     struct Item {
         std::optional<Frame> frame;
-        RecordingNote note; ///< without a frame
+        RecordingNote note;  ///< without a frame
+        std::string setting; ///< key of the one that it tells of
         Mark mark;
         std::uint64_t bytes = 0;
     };
@@ -89,6 +96,8 @@ private:
         std::uint64_t forgotten = 0;
     };
 
+    void keep(RecordingNote note, std::string setting);
+    void rememberSetting(const Item& item);
     void run();
     void takeUp(std::unique_lock<std::mutex>& lock);
     void makeRoom(Clock::time_point newest, std::uint64_t size);
@@ -124,6 +133,8 @@ private:
     mutable std::mutex m_mutex; // guards what follows; taken before the session's
     std::condition_variable m_changed;
     std::deque<Item> m_items;
+    /// The last note of each setting before these, in the order in which they were set.
+    std::vector<std::pair<std::string, RecordingNote>> m_settings;
     std::uint64_t m_bytes = 0;
     FrameStep m_carried;              // what a dropped frame tells of those before it
     std::uint32_t m_carriedDrops = 0; // frames that were dropped since the one before
@@ -144,6 +155,8 @@ private:
 
     std::mutex m_joining;
     std::thread m_thread;
+
+    std::shared_ptr<void> m_settingsWatch; // the first to go: it calls this object
 };
 
 } // namespace zrn

@@ -7,6 +7,9 @@
 namespace zrn
 {
 
+struct SettingChange;
+struct StreamEvent;
+
 /// What happened while a recording was made.
 struct RecordingNote {
     FrameTimes::time_point time;
@@ -19,5 +22,9 @@ struct RecordingNote {
     ///  - "camera": anything else that a host wants to be known
     std::string text;
 };
+
+RecordingNote noteOf(const SettingChange& setting);
+/// Of what happened just now.
+RecordingNote noteOf(const StreamEvent& event);
 
 } // namespace zrn

@@ -100,6 +100,16 @@ std::string dateText(std::int64_t utc)
            '.' + QString::number(rest).rightJustified(digits, QLatin1Char('0')).toStdString() + 'Z';
 }
 
+QJsonArray toJson(const std::vector<NoteFacts>& notes)
+{
+    QJsonArray array;
+    for (const NoteFacts& note : notes) {
+        array.append(QJsonObject{{QStringLiteral("time_ns"), static_cast<qint64>(note.time)},
+                                 {QStringLiteral("note"), note.content}});
+    }
+    return array;
+}
+
 RecordingFacts factsOf(const Recording& recording, const std::string& path)
 {
     RecordingFacts facts;

@@ -2,6 +2,7 @@
 
 #include "client/recording.h"
 
+#include <QJsonArray>
 #include <QJsonObject>
 
 #include <cstdint>
@@ -54,6 +55,7 @@ struct NoteFacts {
     std::int64_t time = 0; ///< nanoseconds since the arrival of the first frame
     QJsonObject content;
 };
+QJsonArray toJson(const std::vector<NoteFacts>& notes);
 
 /// What is known about a recording.
 struct RecordingFacts {

@@ -58,11 +58,6 @@ private:
         for (const char letter : stack.letters) {
             images.append(QString(QLatin1Char(letter)));
         }
-        QJsonArray notes;
-        for (const NoteFacts& note : m_job.recording.notes) {
-            notes.append(QJsonObject{{QStringLiteral("time_ns"), static_cast<qint64>(note.time)},
-                                     {QStringLiteral("note"), note.content}});
-        }
         return {
             {QStringLiteral("type"), QStringLiteral("uint8")},
             {QStringLiteral("shape"),
@@ -73,7 +68,7 @@ private:
             {QStringLiteral("images"), images},
             {QStringLiteral("recording"), QString::fromStdString(m_job.recording.file)},
             {QStringLiteral("metadata"), m_job.recording.metadata},
-            {QStringLiteral("notes"), notes},
+            {QStringLiteral("notes"), toJson(m_job.recording.notes)},
             {QStringLiteral("frames"), m_frames},
         };
     }

@@ -2,6 +2,7 @@
 #include "client/recording.h"
 #include "recording/exporter.h"
 #include "recording/formats.h"
+#include "recording/frame_facts.h"
 #include "recording/pairing.h"
 #include "recording/stack_info.h"
 
@@ -46,9 +47,18 @@ void printLine(const QString& line)
     std::fputs(qUtf8Printable(line + QLatin1Char('\n')), stdout);
 }
 
-QJsonObject metadataOf(const Recording& recording)
+/// The date of the first frame that can be read; null where the recording does not tell.
+QJsonValue beginOf(const Recording& recording)
 {
-    return QJsonDocument::fromJson(QByteArray::fromStdString(recording.metadata())).object();
+    for (int position = 0; position < recording.frameCount(); ++position) {
+        try {
+            const auto utc = zrnrec::factsOf(recording, position, recording.view(position)).utc;
+            return utc ? QJsonValue(QString::fromStdString(zrnrec::dateText(*utc))) : QJsonValue();
+        } catch (const Error&) {
+            continue; // the next one may be whole
+        }
+    }
+    return {};
 }
 
 /// Frame numbers; 0 where its header is damaged.
@@ -64,6 +74,7 @@ std::uint32_t missingBefore(const Recording& recording, int position)
 int showInfo(const Options& options)
 {
     const Recording recording(options.path);
+    const zrnrec::RecordingFacts facts = zrnrec::factsOf(recording, options.path);
     quint64 missing = 0;
     for (int position = 1; position < recording.frameCount(); ++position) {
         missing += missingBefore(recording, position);
@@ -79,8 +90,9 @@ int showInfo(const Options& options)
                           {QStringLiteral("complete"), recording.isComplete()},
                           {QStringLiteral("lostBytes"), static_cast<qint64>(recording.lostBytes())},
                           {QStringLiteral("version"), recording.version()},
-                          {QStringLiteral("notes"), static_cast<qint64>(recording.notes().size())},
-                          {QStringLiteral("metadata"), metadataOf(recording)},
+                          {QStringLiteral("begin"), beginOf(recording)},
+                          {QStringLiteral("metadata"), facts.metadata},
+                          {QStringLiteral("notes"), zrnrec::toJson(facts.notes)},
                           {QStringLiteral("stacks"),
                            stackInfo(recording, QFile::decodeName(options.path.c_str()))},
                       })

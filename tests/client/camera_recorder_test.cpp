@@ -124,6 +124,15 @@ protected:
         return counts;
     }
 
+    static std::vector<std::string> notesIn(const RecordedFile& file)
+    {
+        std::vector<std::string> texts;
+        for (const RecordingNote& note : Recording(file.path).notes()) {
+            texts.push_back(note.text);
+        }
+        return texts;
+    }
+
     static std::vector<std::uint32_t> numbers(std::uint32_t first, std::uint32_t count)
     {
         std::vector<std::uint32_t> list(count);
@@ -454,13 +463,55 @@ TEST_F(CameraRecorderTest, NotesLieBetweenTheFramesThatTheyCameBetween)
     recorder->note(event);
     session->trigger();
     EXPECT_TRUE(waitFor([&] { return !recorder->parts().empty(); }));
-    std::vector<std::string> texts;
-    for (const RecordingNote& note :
-         Recording(recorder->parts().front().files.at(0).path).notes()) {
-        texts.push_back(note.text);
-    }
-    EXPECT_THAT(texts, ElementsAre(R"({"cause":"gone","event":"lost"})",
-                                   R"({"event":"camera","what":"trigger"})"));
+    EXPECT_THAT(notesIn(recorder->parts().front().files.at(0)),
+                ElementsAre(R"({"cause":"gone","event":"lost"})",
+                            R"({"event":"camera","what":"trigger"})"));
+}
+
+TEST_F(CameraRecorderTest, EveryFileBeginsWithTheSettingsInForceAndHasTheirChanges)
+{
+    const auto camera =
+        Camera::open(ScriptedFactory::driverFor({std::make_shared<ScriptedDevice>("ZR1")}));
+    plan.segmentBytes = 2 * frameBytes;
+    const auto recorder = makeRecorder(makeSession());
+    recorder->watch(*camera);
+    add(*recorder, framesUntilNow(0, 1));
+    camera->setGain(17);
+    add(*recorder, framesUntilNow(1, 3));
+    recorder->finish();
+    camera->setGain(18);
+    const std::vector<RecordedFile> files = recorder->parts().front().files;
+    ASSERT_EQ(files.size(), 2U);
+    EXPECT_THAT(notesIn(files[0]),
+                ElementsAre(R"({"event":"setting","key":"Exposure","value":1000})",
+                            R"({"event":"setting","key":"Gain","value":16})",
+                            R"({"event":"setting","key":"Gain","value":17})"));
+    EXPECT_THAT(notesIn(files[1]),
+                ElementsAre(R"({"event":"setting","key":"Exposure","value":1000})",
+                            R"({"event":"setting","key":"Gain","value":17})"));
+}
+
+TEST_F(CameraRecorderTest, SettingsOfBeforeAreKnownAtATrigger)
+{
+    const auto camera =
+        Camera::open(ScriptedFactory::driverFor({std::make_shared<ScriptedDevice>("ZR1")}));
+    plan.waitsForTrigger = true;
+    plan.before = 1ms;
+    plan.frames = 1;
+    plan.mostSets = 1;
+    const auto session = makeSession();
+    const auto recorder = makeRecorder(session);
+    recorder->watch(*camera);
+    camera->setGain(17);
+    std::this_thread::sleep_for(5ms);
+    add(*recorder, framesUntilNow(0, 1)); // what came before leaves the memory
+    session->trigger();
+    add(*recorder, framesUntilNow(1, 1));
+    EXPECT_TRUE(waitFor([&] { return !recorder->parts().empty(); }));
+    EXPECT_THAT(notesIn(recorder->parts().front().files.at(0)),
+                ElementsAre(R"({"event":"setting","key":"Exposure","value":1000})",
+                            R"({"event":"setting","key":"Gain","value":17})",
+                            R"({"event":"camera","what":"trigger"})"));
 }
 
 TEST_F(CameraRecorderTest, ACameraThatIsGoneForGoodLeavesTheOtherAlone)

@@ -129,6 +129,50 @@ TEST_F(CameraTest, SettingsSurviveAReturn)
     EXPECT_EQ(first->sharpness, 400);
 }
 
+TEST_F(CameraTest, TellsOfEachChangeOfASetting)
+{
+    const auto camera = open();
+    std::vector<std::string> told;
+    const auto watch = [&] {
+        return camera->watchSettings([&told](const SettingChange& setting) {
+            told.push_back(setting.key + " " + toText(setting.value));
+        });
+    };
+    camera->setProperty(keys::maxGrabWaitTime, 50);
+    camera->readSettings();
+    auto watching = watch();
+    EXPECT_THAT(told, testing::ElementsAre("Exposure 1000", "Gain 16", "MaxGrabWaitTime 50",
+                                           "BGain 60", "GBGain 20", "GRGain 50", "Gamma 100",
+                                           "Hue 20", "RGain 100", "Sharp 50"));
+    told.clear();
+    camera->setExposure(2500us);
+    EXPECT_THROW(camera->setExposure(1us), Error); // refused, hence no change
+    camera->setExposure(2500us);
+    camera->setGain(17);
+    camera->setOrder(FrameOrder::Newest);
+    camera->setProperty(keys::rGain, 7); // changes what it shares a control with
+    EXPECT_THAT(told, testing::ElementsAre("Exposure 2500", "Gain 17", "FrameOrder newest",
+                                           "RGain 7", "Gamma 7"));
+    told.clear();
+    {
+        const std::lock_guard lock(first->mutex);
+        first->gain = 40; // by another program
+    }
+    EXPECT_EQ(camera->gain(), 40U);
+    EXPECT_THAT(told, testing::ElementsAre("Gain 40"));
+    told.clear();
+    first->replug();
+    camera->reopen();
+    EXPECT_THAT(told, testing::Contains("Gain 16")) << "which it came back with";
+    EXPECT_EQ(told.back(), "Gamma 7") << "set again with the rest";
+    told.clear();
+    watching.reset();
+    camera->setGain(18);
+    EXPECT_TRUE(told.empty());
+    watching = watch();
+    EXPECT_THAT(told, testing::Contains("Gain 18"));
+}
+
 TEST_F(CameraTest, IsForOthersWhileItIsClosed)
 {
     const auto camera = open();

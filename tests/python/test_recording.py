@@ -51,6 +51,21 @@ def test_notes_and_dates(recorded, tmp_path):
     assert zrncamera.Recording(path).notes == []
 
 
+def test_settings_of_a_watched_camera(camera, tmp_path):
+    camera.gain = 20
+    with zrncamera.Recorder(tmp_path / "watched.zrnrec") as recorder:
+        recorder.watch(camera)
+        before = time.monotonic()
+        camera.gain = 21
+        recorder.add(camera.grab()[0])
+    camera.gain = 20
+    notes = zrncamera.Recording(tmp_path / "watched.zrnrec").notes
+    assert all(what["event"] == "setting" for _, what in notes)
+    assert {"Exposure", "Gain", "Gamma"} <= {what["key"] for _, what in notes}
+    gains = [(when > before, what["value"]) for when, what in notes if what["key"] == "Gain"]
+    assert gains == [(False, 20), (True, 21)]
+
+
 def test_reads_version_1():
     recording = zrncamera.Recording(VERSION_1)
     assert len(recording) == 4 and recording.version == 1 and recording.complete

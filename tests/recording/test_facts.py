@@ -9,7 +9,7 @@ import xml.etree.ElementTree as ElementTree
 
 import numpy as np
 import pytest
-from recordings import exported, picture
+from recordings import ZRNREC, exported, picture
 
 h5py = pytest.importorskip("h5py")
 tifffile = pytest.importorskip("tifffile")
@@ -47,6 +47,13 @@ def test_json(recording, tmp_path):
     assert [frame["exposure_us"] for frame in told["frames"]] == [1500, 1501, 1502]
     assert [frame["hand_over_ns"] for frame in told["frames"]] == [-MILLISECOND, 9 * MILLISECOND, 19 * MILLISECOND]
     assert {"event": "setting", "key": "Gain", "value": 11} in [note["note"] for note in told["notes"]]
+
+
+def test_info(recording):
+    told = json.loads(subprocess.run([ZRNREC, "info", recording], check=True, stdout=subprocess.PIPE).stdout)
+    assert told["begin"].startswith(time.strftime("%Y-", time.gmtime())) and told["begin"].endswith("Z")
+    setting = {"event": "setting", "key": "Gain", "value": 11}
+    assert {"time_ns": 5 * MILLISECOND, "note": setting} in told["notes"]
 
 
 def test_csv(recording, tmp_path):

@@ -1,5 +1,6 @@
 #include "client/recording.h"
 
+#include "camera.h"
 #include "client/recorder.h"
 #include "frame.h"
 #include "module.h"
@@ -12,8 +13,13 @@ namespace zrnpy
 namespace
 {
 
-using zrn::Recorder;
 using zrn::Recording;
+
+/// A recorder, and what gives it notes.
+struct Recorder : zrn::Recorder {
+    using zrn::Recorder::Recorder;
+    std::vector<std::shared_ptr<void>> watches;
+};
 
 /// A recorder, whose thread a forked child does not have.
 class BoundRecorder
@@ -39,6 +45,16 @@ public:
     void note(const std::string& text) const
     {
         m_recorder.get()->note({std::chrono::steady_clock::now(), text});
+    }
+    void watch(const Camera& camera) const
+    {
+        const std::shared_ptr<Recorder> recorder = m_recorder.get();
+        const std::shared_ptr<zrn::Camera> watched = camera.get();
+        interruptible([watched] { watched->readSettings(); });
+        recorder->watches.push_back(
+            watched->watchSettings([to = recorder.get()](const zrn::SettingChange& setting) {
+                to->note(zrn::noteOf(setting));
+            }));
     }
     void finish() const
     {
@@ -98,6 +114,7 @@ void addRecordings(py::module_& module)
     py::class_<BoundRecorder>(module, "Recorder", "A recording that is written.")
         .def("add", &BoundRecorder::add, py::arg("frame"))
         .def("note", &BoundRecorder::note, py::arg("text"))
+        .def("watch", &BoundRecorder::watch, py::arg("camera"))
         .def("finish", &BoundRecorder::finish)
         .def_property_readonly(
             "frames", [](const BoundRecorder& recorder) { return recorder.progress().frames; })

@@ -9,6 +9,7 @@ from types import TracebackType
 from typing import Any, Optional, Union, overload
 
 from . import _zrncamera
+from ._camera import Camera
 from ._errors import ZrnError
 from ._zrncamera import Frame
 
@@ -140,6 +141,13 @@ class Recorder:
     def note(self, event: str, **details: object) -> None:
         """Keeps what happens now, for Recording.notes."""
         self._recorder.note(json.dumps({"event": event, **details}))
+
+    def watch(self, camera: Camera) -> None:
+        """Keeps notes of the settings of a camera: how it is set now, and each change to come.
+
+        CameraGone, ZrnError: it could not be asked.
+        """
+        self._recorder.watch(camera._camera)
 
     def finish(self) -> None:
         """Waits until all is written, and completes the file. ZrnError: it could not be."""

@@ -533,15 +533,14 @@ ExitCode judge(const Context& context, const Recording& recording, const RecordS
 ExitCode recordCamera(const CameraPointer& camera, Context& context, Recording& recording)
 {
     applyCaptureOptions(*camera, recording.options.capture);
-    // The frames name what was read last, which must not be older than this run.
-    static_cast<void>(camera->exposure());
-    static_cast<void>(camera->gain());
+    camera->readSettings(); // files and frames name what was read last
     const zrn::CameraFacts facts = camera->facts();
     context.report.line(QStringLiteral("camera"), textOf(facts));
     context.report.json()[QLatin1String("camera")] = ::jsonOf(facts);
 
     zrn::CameraRecorder recorder(recording.session, facts.serial,
                                  [camera] { return metadataOf(*camera); });
+    recorder.watch(*camera);
     const StreamEnd end = streamInto(recorder, camera, context, recording);
     const std::vector<zrn::RecordedPart> parts = recorder.parts();
     const RecordSum sum(parts);
