@@ -45,6 +45,20 @@ QString countOf(qint64 number, const QString& noun)
     return QStringLiteral("%1 %2").arg(number).arg(number == 1 ? noun : noun + QLatin1Char('s'));
 }
 
+QString sizeText(double bytes)
+{
+    constexpr std::array units = {"B", "kB", "MB", "GB", "TB"};
+    constexpr double step = 1000;
+    std::size_t unit = 0;
+    while (bytes >= step && unit + 1 < units.size()) {
+        bytes /= step;
+        ++unit;
+    }
+    return QStringLiteral("%1 %2")
+        .arg(bytes, 0, 'f', unit == 0 || bytes >= 100 ? 0 : 1)
+        .arg(QLatin1String(units.at(unit)));
+}
+
 Report::Report(bool asJson, std::FILE* stream, QString name)
     : m_asJson(asJson)
     , m_stream(stream)

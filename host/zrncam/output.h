@@ -22,6 +22,8 @@ void writeResult(std::FILE* standardOutput, const QString& path, const QByteArra
 
 /// "1 frame", "2 frames".
 QString countOf(qint64 number, const QString& noun);
+/// "999 B", "1.5 GB".
+QString sizeText(double bytes);
 
 /// The result of a command: lines of text for a reader, or one JSON document for a program.
 ///

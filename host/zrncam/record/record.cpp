@@ -1,0 +1,130 @@
+#include "camera_task.h"
+#include "client/camera_recorder.h"
+#include "record/options.h"
+#include "record/progress.h"
+#include "record/report.h"
+#include "record/signs_of_life.h"
+#include "triggers.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+
+#include <future>
+
+namespace
+{
+
+/// What the cameras of a run share.
+struct Recording {
+    const RecordOptions& options;
+    std::shared_ptr<zrn::RecordingSession> session;
+    RecordProgress progress;
+    SignsOfLife signs;
+};
+
+/// What a file begins with, as the viewer's recordings do.
+std::string metadataOf(zrn::Camera& camera)
+{
+    const zrn::CameraFacts facts = camera.facts();
+    const QJsonObject settings{{QStringLiteral("Exposure"), qint64{camera.knownExposure().count()}},
+                               {QStringLiteral("Gain"), qint64{camera.knownGain()}}};
+    return QJsonDocument(
+               QJsonObject{{QStringLiteral("serial"), QString::fromStdString(facts.serial)},
+                           {QStringLiteral("time"),
+                            QDateTime::currentDateTime().toString(Qt::ISODateWithMs)},
+                           {QStringLiteral("width"), qint64{facts.width}},
+                           {QStringLiteral("height"), qint64{facts.height}},
+                           {QStringLiteral("sensors"), facts.sensorCount},
+                           {QStringLiteral("settings"), settings}})
+        .toJson(QJsonDocument::Compact)
+        .toStdString();
+}
+
+RecordResult streamInto(zrn::CameraRecorder& recorder, const CameraPointer& camera,
+                        Context& context, Recording& recording)
+{
+    constexpr std::chrono::milliseconds progressPeriod(100);
+    Teller teller(recording.progress, recording.session->plan(), context.name);
+    std::promise<zrn::Stream*> started;
+    zrn::StreamOptions options;
+    options.keepAlive = true;
+    if (const std::optional<int> wait = recording.options.capture.waitMilliseconds) {
+        options.patience = std::chrono::milliseconds(*wait);
+    }
+    options.onFrame = [&recorder, stream = started.get_future().share()](const zrn::Frame& frame) {
+        recorder.add(frame, stream.get()->counters().lost);
+    };
+    options.onEvent = [&](const zrn::StreamEvent& event) {
+        recorder.note(event);
+        teller.note(event);
+    };
+    RecordResult result;
+    {
+        zrn::Stream stream(camera, std::move(options));
+        started.set_value(&stream);
+        const auto start = std::chrono::steady_clock::now();
+        while (!recorder.waitUntilDone(progressPeriod) && !context.interrupt.requested()) {
+            teller.tell(recorder.progress());
+            recording.signs.tell(context.name, stream.counters());
+        }
+        result.isOut = stream.counters().outage.has_value();
+        stream.stop();
+        result.seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        result.streamed = stream.counters().frames;
+        result.outages = stream.outages();
+    }
+    recorder.stop();
+    do {
+        teller.tell(recorder.progress());
+        recording.signs.forget(context.name);
+    } while (!recorder.waitUntilDone(progressPeriod));
+    recorder.finish();
+    teller.tell(recorder.progress());
+    result.parts = recorder.parts();
+    return result;
+}
+
+ExitCode recordCamera(const CameraPointer& camera, Context& context, Recording& recording)
+{
+    applyCaptureOptions(*camera, recording.options.capture);
+    camera->readSettings(); // files and frames name what was read last
+    const zrn::CameraFacts facts = camera->facts();
+    context.report.line(QStringLiteral("camera"), textOf(facts));
+    context.report.json()[QLatin1String("camera")] = ::jsonOf(facts);
+
+    zrn::CameraRecorder recorder(recording.session, facts.serial,
+                                 [camera] { return metadataOf(*camera); });
+    recorder.watch(*camera);
+    return report(context, *recording.session, streamInto(recorder, camera, context, recording));
+}
+
+ExitCode runRecord(Context& context, const RecordOptions& options)
+{
+    const auto session = std::make_shared<zrn::RecordingSession>(planOf(options));
+    Recording recording{options, session, RecordProgress(context.options.quiet), {}};
+    std::optional<Triggers> triggers;
+    if (options.before) {
+        triggers.emplace([session] { session->trigger(); });
+    }
+    return runOnCameras(context, {[&](const CameraPointer& camera, Context& own) {
+                                      return recordCamera(camera, own, recording);
+                                  },
+                                  true, recordRow, recordSum});
+}
+
+} // namespace
+
+Command addRecord(CLI::App& app)
+{
+    CLI::App& command =
+        addSubcommand(app, "record", "Record every frame of one or several cameras into files",
+                      "record --all -o recordings --seconds 10min --segment 1GB");
+    const auto options = std::make_shared<RecordOptions>();
+    addRecordOptions(command, *options);
+    return {&command,
+            [options](Context& context) { return runRecord(context, *options); },
+            true,
+            {},
+            true};
+}
