@@ -79,6 +79,16 @@ public:
         const off_t found = ::lseek(m_descriptor, static_cast<off_t>(offset), SEEK_HOLE);
         return found >= 0 ? static_cast<std::uint64_t>(found) : m_bytes.size();
     }
+    /// Bytes from @p begin to @p end that lie in none.
+    [[nodiscard]] std::uint64_t dataBetween(std::uint64_t begin, std::uint64_t end) const
+    {
+        std::uint64_t bytes = 0;
+        for (std::uint64_t data = nextData(begin); data < end; data = nextData(begin)) {
+            begin = std::max(std::min(nextHole(data), end), data + 1);
+            bytes += begin - data;
+        }
+        return bytes;
+    }
     /// The bytes stay; the holes cannot be told any more.
     void closeDescriptor()
     {
@@ -183,6 +193,7 @@ Recording::Recording(const std::string& path)
         }
     } else {
         // Its frames may be whole all the same.
+        m_otherDamage.push_back("the header of the file is damaged, and its metadata are lost");
         m_firstFrame = blockSize;
         for (int version = isDamagedFileHeader(blockAt(0)) ? writtenVersion : 0;
              version > 0 && m_offsets.empty(); --version) {
@@ -218,6 +229,8 @@ bool Recording::readHeader()
     if (m_version == 1 || xxh3(text) == header->metadataHash) {
         m_metadata.assign(text.begin(), text.end());
         m_metadata.erase(m_metadata.find_last_not_of(' ') + 1);
+    } else {
+        m_otherDamage.push_back("the metadata are damaged");
     }
     return true;
 }
@@ -289,6 +302,19 @@ std::map<int, std::string> Recording::damage(const std::function<void(int)>& onP
     return damaged;
 }
 
+std::vector<std::string> Recording::otherDamage() const
+{
+    std::vector<const char*> found = m_otherDamage;
+    if (m_version > 1 && m_isComplete && !areClosedNotesWhole()) {
+        found.push_back("the notes behind the frames are damaged");
+    }
+    std::vector<std::string> damage;
+    for (const char* const what : found) {
+        damage.push_back(m_path + ": " + what);
+    }
+    return damage;
+}
+
 Frame Recording::view(int position) const
 {
     const FrameHeader found = header(position);
@@ -332,13 +358,23 @@ std::vector<RecordingNote> Recording::notes() const
     return log().notes();
 }
 
+/// Behind the frames of one that is complete.
+std::span<const std::uint8_t> Recording::closedNotes() const
+{
+    return m_file->bytes().subspan(m_tail.notesOffset, m_tail.notesBytes);
+}
+
+bool Recording::areClosedNotesWhole() const
+{
+    return xxh3(closedNotes()) == m_tail.notesHash;
+}
+
 const Recording::Log& Recording::log() const
 {
     std::call_once(m_logRead, [this] {
         NoteReader reader;
-        const auto whole = m_file->bytes().subspan(m_tail.notesOffset, m_tail.notesBytes);
-        if (m_version > 1 && m_isComplete && xxh3(whole) == m_tail.notesHash) {
-            reader.read({whole, 0}, true);
+        if (m_version > 1 && m_isComplete && areClosedNotesWhole()) {
+            reader.read({closedNotes(), 0}, true);
         } else if (m_version > 1) {
             bool follows = true;
             for (std::size_t i = 0; i < m_offsets.size(); ++i) {
@@ -406,6 +442,7 @@ bool Recording::readIndex()
     const auto count = static_cast<std::size_t>(tail->frameCount);
     const auto index = m_file->bytes().subspan(tail->indexOffset, count * sizeof(IndexEntry));
     if (hashOf(m_version, index) != tail->indexHash) {
+        m_otherDamage.push_back("the index is damaged");
         return false;
     }
     // Grows with what is there: a hole of the file may say that there are many.
@@ -428,13 +465,21 @@ void Recording::findFrames()
 {
     const std::uint64_t smallest = frameHeaderBytes(m_version) + blockSize;
     std::uint64_t end = m_firstFrame; // of the last one
+    std::uint64_t counted = 0;        // until here, these bytes are in no hole
+    std::uint64_t data = 0;
+    // Each lost one was somewhere, and most of what they were is still there.
+    const auto mayBeLost = [&](std::uint64_t lost, std::uint64_t offset) {
+        data += m_file->dataBetween(counted, offset);
+        counted = offset;
+        return lost <= (offset - end) / smallest && m_offsets.size() + lost <= data / blockSize;
+    };
     std::optional<std::uint64_t> offset = end;
     while (offset) {
         const std::optional<FrameHeader> header = frameAt(*offset);
         const std::uint64_t next = m_offsets.size();
         if (header && header->position >= next &&
-            header->position - next <= (*offset - end) / smallest &&
-            header->position < std::numeric_limits<int>::max()) {
+            header->position < std::numeric_limits<int>::max() &&
+            (header->position == next || mayBeLost(header->position - next, *offset))) {
             // Those between are somewhere behind the last one.
             m_offsets.resize(static_cast<std::size_t>(header->position), end);
             m_offsets.push_back(*offset);

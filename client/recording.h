@@ -68,6 +68,9 @@ public:
     /// @return positions of those that were damaged, and what is wrong with them
     [[nodiscard]] std::map<int, std::string>
     damage(const std::function<void(int)>& onProgress = {}) const;
+    /// What is wrong with the file beside its frames: its header, metadata, notes, index. What a
+    /// cut has taken is no damage.
+    [[nodiscard]] std::vector<std::string> otherDamage() const;
 
     /// From the first frame to the last readable one; 0 with less than two frames.
     [[nodiscard]] std::chrono::nanoseconds duration() const;
@@ -96,6 +99,8 @@ private:
     /// The header at @p offset if the whole frame is in the file.
     [[nodiscard]] std::optional<recording::FrameHeader> frameAt(std::uint64_t offset) const;
     [[nodiscard]] std::optional<recording::FrameHeader> readableHeader(std::size_t position) const;
+    [[nodiscard]] std::span<const std::uint8_t> closedNotes() const;
+    [[nodiscard]] bool areClosedNotesWhole() const;
     [[nodiscard]] const Log& log() const;
     [[noreturn]] void refuse(const char* name, const std::string& why) const;
 
@@ -108,7 +113,8 @@ private:
     std::int64_t m_firstArrival = 0;
     bool m_isComplete = false;
     std::uint64_t m_lostBytes = 0;
-    recording::Tail m_tail; // of one that is complete
+    recording::Tail m_tail;                 // of one that is complete
+    std::vector<const char*> m_otherDamage; // that was found when it was opened
 
     mutable std::once_flag m_logRead;
     mutable std::shared_ptr<const Log> m_log; // what was noted

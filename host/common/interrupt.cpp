@@ -26,6 +26,12 @@ Interrupt::Interrupt()
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    struct sigaction hangup {
+    };
+    ::sigaction(SIGHUP, nullptr, &hangup);
+    if (hangup.sa_handler != SIG_IGN) { // as nohup(1) has it
+        sigaddset(&set, SIGHUP);
+    }
     ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
     m_signals = ::signalfd(-1, &set, SFD_CLOEXEC);
     m_end = ::eventfd(0, EFD_CLOEXEC);

@@ -9,10 +9,11 @@
 namespace zrnhost
 {
 
-/// Turns Ctrl-C and SIGTERM into an orderly end. The signals are blocked and taken by a thread of
-/// this object, so that a stop action may do what a signal handler must not. A second signal ends
-/// the process at once, should the orderly end hang; one that follows within a second is taken for
-/// the same request, which timeout(1), for one, sends to the process and to its group.
+/// Turns Ctrl-C, SIGTERM and a terminal that closes into an orderly end. The signals are blocked
+/// and taken by a thread of this object, so that a stop action may do what a signal handler must
+/// not. A second signal ends the process at once, should the orderly end hang; one that follows
+/// within a second is taken for the same request, which timeout(1), for one, sends to the process
+/// and to its group.
 ///
 /// To be made before any other thread starts, since threads inherit the blocked signals. One object
 /// in a process.

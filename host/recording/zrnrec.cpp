@@ -108,12 +108,17 @@ int verify(const Options& options)
     for (const auto& [position, why] : damaged) {
         std::fprintf(stderr, "%s\n", why.c_str());
     }
+    const std::vector<std::string> others = recording.otherDamage();
+    for (const std::string& why : others) {
+        std::fprintf(stderr, "%s\n", why.c_str());
+    }
     printLine(
         QStringLiteral("%1 frames, %2 damaged%3")
             .arg(recording.frameCount())
             .arg(damaged.size())
             .arg(recording.isComplete() ? QString() : QStringLiteral(", cut off at the end")));
-    return damaged.empty() && recording.isComplete() ? EXIT_SUCCESS : EXIT_FAILURE;
+    const bool isWhole = damaged.empty() && others.empty() && recording.isComplete();
+    return isWhole ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 /// The way to write that the options ask for. @throws Error

@@ -103,6 +103,7 @@ protected:
         const std::string path = pathOf("test.zrnrec");
         QFile::remove(QString::fromStdString(path));
         RecordingFile file(path, metadata);
+        file.note({at(1ms), "{}"});
         for (int i = 0; i < count; ++i) {
             file.append(madeUpFrame(static_cast<std::uint32_t>(i)));
         }
@@ -335,6 +336,60 @@ TEST_F(RecordingTest, FindsFramesBehindAHeaderOfTheFileThatIsDamaged)
     bytes = contentOf(pathOf("test.zrnrec"));
     bytes[70] = 'x';
     EXPECT_TRUE(Recording(writeBytes(bytes)).metadata().empty()) << "damaged";
+}
+
+TEST_F(RecordingTest, NamesDamageBesideTheFrames)
+{
+    const std::string path = write(2);
+    EXPECT_TRUE(Recording(path).otherDamage().empty());
+    const QByteArray whole = contentOf(path);
+    recording::Block end{};
+    std::ranges::copy(whole.right(recording::blockSize), end.begin());
+    const recording::Tail tail = recording::decodeTail(2, end).value();
+    ASSERT_GT(tail.notesBytes, 0U);
+    const std::map<std::uint64_t, const char*> parts = {
+        {20, "the header of the file is damaged, and its metadata are lost"},
+        {recording::blockSize + 3, "the metadata are damaged"},
+        {tail.notesOffset + 5, "the notes behind the frames are damaged"},
+        {tail.indexOffset + 3, "the index is damaged"},
+    };
+    for (const auto& [place, what] : parts) {
+        QByteArray damaged = whole;
+        const int at = static_cast<int>(place);
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x40);
+        const std::string other = writeBytes(damaged);
+        const Recording reader(other);
+        EXPECT_THAT(reader.otherDamage(), testing::ElementsAre(other + ": " + what));
+        EXPECT_TRUE(reader.damage().empty());
+        EXPECT_EQ(reader.frameCount(), 2);
+        EXPECT_EQ(reader.notes().size(), 1U) << what;
+    }
+}
+
+TEST_F(RecordingTest, AHoleOfTheFileHoldsNoFrames)
+{
+    const std::string path = pathOf("sparse.zrnrec");
+    {
+        RecordingFile file(path, metadata);
+        file.append(madeUpFrame(0));
+        file.flush();
+    }
+    // As many frames as the hole would hold, by the header behind it.
+    constexpr qint64 farAway = qint64{1} << 40;
+    const Frame last = madeUpFrame(1);
+    recording::FrameHeader header;
+    header.position = 1'500'000'000;
+    header.width = last.width;
+    header.height = last.height;
+    header.letters = {'A', 'B'};
+    const recording::FrameBlock block = recording::encodeFrameHeader(header);
+    QFile file(QString::fromStdString(path));
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(file.seek(farAway));
+    ASSERT_GT(file.write(reinterpret_cast<const char*>(block.data()), block.size()), 0);
+    ASSERT_TRUE(file.resize(farAway + static_cast<qint64>(frameDistance)));
+    file.close();
+    EXPECT_EQ(Recording(path).frameCount(), 1);
 }
 
 TEST_F(RecordingTest, LooksForFramesInNoHoleOfTheFile)

@@ -209,9 +209,9 @@ TEST_F(ZrncamRecord, LastsAsLongAsItIsTold)
     EXPECT_LE(setOf(result, 0)["seconds"].toDouble(4), 3);
 }
 
-TEST_F(ZrncamRecord, BothSignalsCloseTheFileWithItsIndex)
+TEST_F(ZrncamRecord, SignalsCloseTheFileWithItsIndex)
 {
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         ToolRun run(words({}));
         run.startUntilGrab(5);
         run.send(signal);
@@ -222,6 +222,16 @@ TEST_F(ZrncamRecord, BothSignalsCloseTheFileWithItsIndex)
         EXPECT_EQ(numbersIn(file), numbersFrom(0, framesOf(result)));
         EXPECT_TRUE(documentIn(setOf(result, 0)["set"].toString())["complete"].toBool());
     }
+}
+
+TEST_F(ZrncamRecord, GoesOnWithoutItsTerminalUnderNohup)
+{
+    ToolRun run(words({"-n", "200"}));
+    run.under({"nohup"}).startUntilGrab(3);
+    run.send(SIGHUP);
+    const ToolResult result = run.finish();
+    EXPECT_EQ(result.exitCode, 0) << result.errors.constData();
+    EXPECT_EQ(framesOf(result), 200);
 }
 
 TEST_F(ZrncamRecord, SegmentsFollowEachOtherWithoutAGap)
@@ -370,6 +380,26 @@ TEST_F(ZrncamRecord, AFullDiskIsNamedAndWhatIsWrittenIsRead)
     const zrn::Recording recording(file.toStdString());
     EXPECT_GE(recording.frameCount(), framesOf(result));
     EXPECT_TRUE(recording.damage().empty());
+}
+
+TEST_F(ZrncamRecord, ADiskThatIsTooSlowIsNamedAndWhatItLostIsCounted)
+{
+    // No memory to wait in, and frames as fast as they can be made.
+    const ToolResult result = ToolRun(words({"--memory", "1B", "-n", "3000"}))
+                                  .set("ZRN_FAKE_FAULT", "no-period")
+                                  .finish();
+    EXPECT_EQ(result.exitCode, 7);
+    const int lost = result.json()["lost"].toObject()["queue"].toInt();
+    EXPECT_GT(lost, 0);
+    EXPECT_EQ(result.errorMessage(), QStringLiteral("the disk was too slow: it lost %1 frame%2")
+                                         .arg(lost)
+                                         .arg(lost == 1 ? "" : "s"));
+    EXPECT_TRUE(result.errors.contains("the disk is too slow: frames are lost\n"));
+    EXPECT_EQ(result.json()["missing"].toInt(), lost);
+    EXPECT_EQ(framesOf(result), 3000);
+    const std::vector<std::uint32_t> numbers = numbersIn(fileOf(result, 0));
+    EXPECT_EQ(numbers.size(), 3000U);
+    EXPECT_LE(numbers.back() - numbers.front(), 2999U + static_cast<unsigned>(lost));
 }
 
 TEST_F(ZrncamRecord, ATargetThatIsRemovedEndsIt)

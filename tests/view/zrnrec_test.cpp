@@ -170,6 +170,17 @@ TEST_F(ZrnrecTest, VerifiesAndNamesDamage)
     EXPECT_FALSE(run.errors.isEmpty());
 }
 
+TEST_F(ZrnrecTest, DamagedMetadataAreNoWholeRecording)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite) && file.seek(66) && file.putChar('~'));
+    file.close();
+    const Outcome run = zrnrec({QStringLiteral("verify"), path});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.output, "3 frames, 0 damaged\n");
+    EXPECT_EQ(run.errors, path.toUtf8() + ": the metadata are damaged\n");
+}
+
 TEST_F(ZrnrecTest, NoticesACutOffEnd)
 {
     QFile file(path);
