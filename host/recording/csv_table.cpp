@@ -1,3 +1,4 @@
+#include "common/date_text.h"
 #include "recording/formats.h"
 #include "recording/target_file.h"
 
@@ -45,7 +46,7 @@ public:
         for (const FrameColumn& column : frameColumns()) {
             if (const FrameFacts::Value value = column.valueOf(frame.facts)) {
                 line += column.unit == FrameColumn::Unit::Nanoseconds ? secondsText(*value)
-                        : column.unit == FrameColumn::Unit::Date      ? dateText(*value)
+                        : column.unit == FrameColumn::Unit::Date      ? zrnhost::dateText(*value)
                                                                       : std::to_string(*value);
             }
             line += ',';

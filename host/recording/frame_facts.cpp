@@ -2,11 +2,8 @@
 
 #include "client/error.h"
 
-#include <QDateTime>
 #include <QJsonDocument>
-#include <QTimeZone>
 
-#include <cstdio>
 #include <filesystem>
 
 namespace zrnrec
@@ -16,8 +13,6 @@ namespace
 
 using zrn::FrameTimes;
 using zrn::Recording;
-
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
 std::int64_t nanosecondsOf(FrameTimes::time_point time)
 {
@@ -83,21 +78,6 @@ const std::vector<FrameColumn>& frameColumns()
         {"gain", Unit::Count, "gain that was set", [](Facts facts) -> Value { return facts.gain; }},
     };
     return columns;
-}
-
-std::string dateText(std::int64_t utc)
-{
-    std::int64_t seconds = utc / nanosecondsPerSecond;
-    std::int64_t rest = utc % nanosecondsPerSecond;
-    if (rest < 0) {
-        --seconds;
-        rest += nanosecondsPerSecond;
-    }
-    constexpr int digits = 9;
-    return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC)
-               .toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"))
-               .toStdString() +
-           '.' + QString::number(rest).rightJustified(digits, QLatin1Char('0')).toStdString() + 'Z';
 }
 
 QJsonArray toJson(const std::vector<NoteFacts>& notes)

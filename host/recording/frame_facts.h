@@ -47,9 +47,6 @@ struct FrameColumn {
 };
 const std::vector<FrameColumn>& frameColumns();
 
-/// "2026-11-21T10:15:00.123456789Z". @param utc nanoseconds since 1970
-std::string dateText(std::int64_t utc);
-
 /// Something that happened while the recording was made.
 struct NoteFacts {
     std::int64_t time = 0; ///< nanoseconds since the arrival of the first frame

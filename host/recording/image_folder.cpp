@@ -1,4 +1,5 @@
 #include "client/error.h"
+#include "common/date_text.h"
 #include "common/image_writer.h"
 #include "common/writer_pool.h"
 #include "recording/formats.h"
@@ -96,7 +97,7 @@ private:
             {QStringLiteral("Arrival"), QStringLiteral("%1 ns").arg(facts.arrival)}};
         if (facts.utc) {
             texts.emplace_back(QStringLiteral("Date"),
-                               QString::fromStdString(dateText(*facts.utc)));
+                               QString::fromStdString(zrnhost::dateText(*facts.utc)));
         }
         if (facts.exposure) {
             texts.emplace_back(QStringLiteral("Exposure"),

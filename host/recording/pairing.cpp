@@ -2,6 +2,7 @@
 
 #include "client/error.h"
 #include "client/recording.h"
+#include "common/date_text.h"
 #include "recording/frame_facts.h"
 #include "recording/target_file.h"
 
@@ -324,7 +325,7 @@ void writeTable(const PairRequest& request, const std::vector<PairedCamera>& cam
     }
     file.write(line + '\n');
     for (const Row& row : rows) {
-        line = dateText(row.utc);
+        line = zrnhost::dateText(row.utc);
         for (const DatedFrame* frame : row.frames) {
             if (!frame) {
                 line += ",,,,";

@@ -1,3 +1,4 @@
+#include "common/date_text.h"
 #include "recording/formats.h"
 #include "recording/target_file.h"
 
@@ -160,7 +161,7 @@ private:
             constexpr int wholeSeconds = 19; // "2026-11-21T10:15:00"
             xml.writeTextElement(
                 QStringLiteral("AcquisitionDate"),
-                QString::fromStdString(dateText(*m_facts.front().utc)).left(wholeSeconds));
+                QString::fromStdString(zrnhost::dateText(*m_facts.front().utc)).left(wholeSeconds));
         }
         writePixels(xml);
         for (const char* const reference : {"Annotation:0", "Annotation:1"}) {

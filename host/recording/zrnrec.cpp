@@ -1,5 +1,6 @@
 #include "client/error.h"
 #include "client/recording.h"
+#include "common/date_text.h"
 #include "recording/exporter.h"
 #include "recording/formats.h"
 #include "recording/frame_facts.h"
@@ -53,7 +54,7 @@ QJsonValue beginOf(const Recording& recording)
     for (int position = 0; position < recording.frameCount(); ++position) {
         try {
             const auto utc = zrnrec::factsOf(recording, position, recording.view(position)).utc;
-            return utc ? QJsonValue(QString::fromStdString(zrnrec::dateText(*utc))) : QJsonValue();
+            return utc ? QJsonValue(QString::fromStdString(zrnhost::dateText(*utc))) : QJsonValue();
         } catch (const Error&) {
             continue; // the next one may be whole
         }

@@ -1,5 +1,6 @@
 #include "tool_run.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QImageReader>
@@ -31,7 +32,13 @@ TEST(ZrncamGrab, WritesBothImagesWithTheirMetadata)
     EXPECT_EQ(reader.text(QStringLiteral("Trailer")), QStringLiteral("0x0000000000000001"));
     const QImage image = reader.read();
     ASSERT_EQ(image.size(), QSize(64, 48));
-    EXPECT_TRUE(image.text(QStringLiteral("Creation Time")).endsWith(QLatin1Char('Z')));
+    const QString date = list[3].toObject()[QLatin1String("utc")].toString();
+    EXPECT_EQ(image.text(QStringLiteral("Creation Time")), date);
+    EXPECT_LT(std::abs(QDateTime::fromString(date.left(23) + 'Z', Qt::ISODateWithMs)
+                           .secsTo(QDateTime::currentDateTimeUtc())),
+              3600)
+        << date.toStdString();
+    EXPECT_LT(list[0].toObject()[QLatin1String("utc")].toString(), date);
     EXPECT_EQ(qGray(image.pixel(0, 0)), 2);
     EXPECT_EQ(qGray(image.pixel(3, 1)), 9);
 }
@@ -105,6 +112,7 @@ TEST(ZrncamStream, AccountsForFramesRateGapsAndLatency)
     const QJsonObject json = result.json();
     EXPECT_GT(json[QLatin1String("frames")].toInt(), 5);
     EXPECT_GT(json[QLatin1String("measuredRate")].toDouble(), 0.0);
+    EXPECT_TRUE(json[QLatin1String("firstFrame")].toString().endsWith(QLatin1Char('Z')));
     EXPECT_EQ(json[QLatin1String("reportedRate")].toDouble(), 500.0);
     EXPECT_EQ(json[QLatin1String("gaps")].toInt(), 1);
     EXPECT_EQ(json[QLatin1String("missing")].toInt(), 3);

@@ -1,13 +1,13 @@
 #include "camera_task.h"
 #include "client/stream.h"
 #include "commands/capture.h"
+#include "common/date_text.h"
 #include "common/image_writer.h"
 #include "common/interrupt.h"
 #include "common/progress.h"
 #include "common/writer_pool.h"
 #include "tool_error.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QJsonArray>
 
@@ -34,14 +34,23 @@ struct GrabOptions {
     CaptureOptions capture;
 };
 
+/// A frame, and the date of its arrival.
+struct DatedFrame {
+    zrn::Frame frame;
+    QString utc;
+};
+
 /// What goes into every image file.
-zrnhost::ImageTexts describe(const zrn::CameraFacts& camera, const zrn::Frame& frame)
+zrnhost::ImageTexts describe(const zrn::CameraFacts& camera, const DatedFrame& dated)
 {
+    const zrn::Frame& frame = dated.frame;
     return {{QStringLiteral("Software"), QStringLiteral("zrncam " ZRNCAM_VERSION)},
             {QStringLiteral("Serial"), QString::fromStdString(camera.serial)},
             {QStringLiteral("Sensors"), QString::number(camera.sensorCount)},
             {QStringLiteral("Exposure"), QStringLiteral("%1 us").arg(frame.exposure.count())},
-            {QStringLiteral("Gain"), QString::number(frame.gain)}};
+            {QStringLiteral("Gain"), QString::number(frame.gain)},
+            {QStringLiteral("FrameNumber"), QString::number(frame.step.number)},
+            {QStringLiteral("Creation Time"), dated.utc}};
 }
 
 QString trailerText(quint64 trailer)
@@ -66,10 +75,10 @@ public:
 
     /// Waits while too many frames wait to be written. @param number of the frame in this run
     /// @return false when writing has failed
-    bool add(const zrn::Frame& frame, quint64 number)
+    bool add(const DatedFrame& dated, quint64 number)
     {
-        return std::ranges::all_of(frame.images(), [&](const zrn::Image& image) {
-            return addImage(frame, image, number);
+        return std::ranges::all_of(dated.frame.images(), [&](const zrn::Image& image) {
+            return addImage(dated, image, number);
         });
     }
 
@@ -127,8 +136,9 @@ private:
         std::atomic<bool> isWritten = false;
     };
 
-    bool addImage(const zrn::Frame& frame, const zrn::Image& image, quint64 number)
+    bool addImage(const DatedFrame& dated, const zrn::Image& image, quint64 number)
     {
+        const zrn::Frame& frame = dated.frame;
         const QString letter(QLatin1Char(image.letter));
         const QString name =
             QStringLiteral("%1_%2_%3.%4")
@@ -143,13 +153,11 @@ private:
                      {QStringLiteral("width"), qint64{frame.width}},
                      {QStringLiteral("height"), qint64{frame.height}},
                      {QStringLiteral("frameNumber"), qint64{frame.step.number}},
+                     {QStringLiteral("utc"), dated.utc},
                      {QStringLiteral("trailer"), trailerText(image.trailer())}};
-        zrnhost::ImageTexts texts = describe(m_camera, frame);
+        zrnhost::ImageTexts texts = describe(m_camera, dated);
         texts.emplace_back(QStringLiteral("Image"), letter);
-        texts.emplace_back(QStringLiteral("FrameNumber"), QString::number(frame.step.number));
         texts.emplace_back(QStringLiteral("Trailer"), trailerText(image.trailer()));
-        texts.emplace_back(QStringLiteral("Creation Time"),
-                           QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
         return m_pool.add(image.bytes.size(), [this, frame, image, texts, &file] {
             const QString failure = m_options.raw ? zrnhost::writeRaw(file.path, image)
                                                   : zrnhost::writePng(file.path, image, frame.width,
@@ -186,7 +194,7 @@ struct GrabAccount {
 };
 
 /// Takes a frame. @return whether it can take another one
-using FrameTaker = std::function<bool(const zrn::Frame&)>;
+using FrameTaker = std::function<bool(const DatedFrame&)>;
 
 /// Hands frames over until there are enough, or the user or whoever takes them has. @throws
 /// zrn::Error
@@ -213,7 +221,8 @@ void grabFrames(const CameraPointer& camera, Context& context, quint64 wanted,
         timeouts = counters.timeouts;
         ++account.frames;
         account.missing += frame->step.missing;
-        if (!take(*frame)) {
+        const std::int64_t utc = stream.wallTime(frame->arrival).sinceEpoch.count();
+        if (!take({*frame, QString::fromStdString(zrnhost::dateText(utc))})) {
             return;
         }
     }
@@ -227,7 +236,7 @@ QString grabToFiles(const CameraPointer& camera, Context& context, const GrabOpt
     FrameFiles files(options, camera->facts());
     try {
         grabFrames(camera, context, static_cast<quint64>(options.frames), progress, account,
-                   [&](const zrn::Frame& frame) {
+                   [&](const DatedFrame& frame) {
                        const bool isTaken = files.add(frame, account.frames);
                        files.tell(context.report);
                        return isTaken;
@@ -264,8 +273,8 @@ ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOption
     QString notWritten;
     if (pipe) {
         grabFrames(camera, context, static_cast<quint64>(options.frames), progress, account,
-                   [&](const zrn::Frame& frame) {
-                       const bool isWritten = pipe->write(frame);
+                   [&](const DatedFrame& dated) {
+                       const bool isWritten = pipe->write(dated.frame);
                        account.written += isWritten ? 1 : 0;
                        return isWritten;
                    });

@@ -3,6 +3,7 @@
 #include "camera_task.h"
 #include "commands/capture.h"
 #include "commands/outages.h"
+#include "common/date_text.h"
 #include "common/frame_timing.h"
 #include "common/interrupt.h"
 #include "common/progress.h"
@@ -35,6 +36,7 @@ struct StreamResult {
     zrnhost::FrameTiming timing;
     zrn::StreamCounters counters;
     double seconds = 0.0;
+    QString firstFrame;                 ///< date of its arrival; empty: there was none
     std::optional<double> reportedRate; ///< frames per second as the driver measured, if it said
     std::vector<zrn::Outage> outages;   ///< with --keep-alive
     ErrorCode failure = ErrorCode::Success; ///< that ended the stream
@@ -84,6 +86,11 @@ StreamResult streamFor(const CameraPointer& camera, Context& context, const Stre
     while (elapsed() < options.seconds && !context.interrupt.requested()) {
         const std::optional<zrn::Frame> frame = stream.next(progressPeriod);
         if (frame) {
+            if (result.firstFrame.isEmpty()) {
+                const zrn::WallTime utc = stream.wallTime(frame->arrival);
+                result.firstFrame =
+                    QString::fromStdString(zrnhost::dateText(utc.sinceEpoch.count()));
+            }
             result.account.addFrame(frame->step, frame->arrival, frame->wait);
             result.timing.addFrame(*frame);
             if (pipe && !pipe->write(*frame)) {
@@ -189,6 +196,9 @@ void report(Report& report, const StreamResult& result)
     const QString reported = result.reportedRate ? QString::number(*result.reportedRate, 'f', 2)
                                                  : QStringLiteral("none");
     report.line(QStringLiteral("duration"), QStringLiteral("%1 s").arg(result.seconds, 0, 'f', 2));
+    if (!result.firstFrame.isEmpty()) {
+        report.line(QStringLiteral("first frame"), result.firstFrame);
+    }
     report.line(QStringLiteral("frames"), QString::number(account.frames()));
     report.line(QStringLiteral("rate"),
                 QStringLiteral("%1 frames/s measured, %2 reported by the driver")
@@ -223,6 +233,8 @@ void report(Report& report, const StreamResult& result)
 
     QJsonObject& json = report.json();
     json[QLatin1String("seconds")] = result.seconds;
+    json[QLatin1String("firstFrame")] =
+        result.firstFrame.isEmpty() ? QJsonValue() : QJsonValue(result.firstFrame);
     json[QLatin1String("frames")] = static_cast<qint64>(account.frames());
     json[QLatin1String("measuredRate")] = account.rate();
     json[QLatin1String("reportedRate")] =
