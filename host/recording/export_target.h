@@ -74,8 +74,8 @@ struct ExportFormat {
     std::string name;
     std::string suffix; ///< of its files; empty: it writes into a folder
     Takes takes = Takes::Stack;
-    Make make = nullptr;
-    std::string missing; ///< package that the build was without; there is no make() then
+    Make make = nullptr; ///< null: the build was without its library
+    std::string package; ///< of that
 };
 
 /// By the name of --to.

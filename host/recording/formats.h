@@ -2,7 +2,7 @@
 
 #include "recording/export_target.h"
 
-/// A function for each format. Those that need a library are there in builds that have it.
+/// A function for each format. Those that need a library are null in builds without it.
 namespace zrnrec
 {
 
@@ -15,10 +15,10 @@ std::unique_ptr<ExportTarget> makeRawStack(const ExportJob& job);
 /// A line for each frame.
 std::unique_ptr<ExportTarget> makeCsvTable(const ExportJob& job);
 /// A BigTIFF with OME-XML.
-std::unique_ptr<ExportTarget> makeTiffStack(const ExportJob& job);
+[[gnu::weak]] std::unique_ptr<ExportTarget> makeTiffStack(const ExportJob& job);
 /// Datasets of images and of what is known about them.
-std::unique_ptr<ExportTarget> makeHdf5File(const ExportJob& job);
+[[gnu::weak]] std::unique_ptr<ExportTarget> makeHdf5File(const ExportJob& job);
 /// A Matroska file with a track for each image.
-std::unique_ptr<ExportTarget> makeMatroskaFile(const ExportJob& job);
+[[gnu::weak]] std::unique_ptr<ExportTarget> makeMatroskaFile(const ExportJob& job);
 
 } // namespace zrnrec

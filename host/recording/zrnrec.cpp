@@ -133,7 +133,7 @@ zrnrec::ExportFormat formatOf(const Options& options)
     if (!format->make) {
         throw Error(Error::Kind::Recording, "NotBuilt",
                     "this zrnrec writes no " + format->name + ": it was built without " +
-                        format->missing);
+                        format->package);
     }
     return *format;
 }

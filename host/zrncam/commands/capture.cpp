@@ -105,3 +105,21 @@ QJsonObject jsonOf(const zrn::CameraFacts& camera)
             {QStringLiteral("width"), qint64{camera.width}},
             {QStringLiteral("height"), qint64{camera.height}}};
 }
+
+QString framesText(qint64 frames, qint64 missing)
+{
+    return QStringLiteral("%1, %2 missing")
+        .arg(countOf(frames, QStringLiteral("frame")))
+        .arg(missing);
+}
+
+QString framesSum(const std::vector<QJsonObject>& cameras)
+{
+    int frames = 0;
+    int missing = 0;
+    for (const QJsonObject& camera : cameras) {
+        frames += camera[QLatin1String("frames")].toInt();
+        missing += camera[QLatin1String("missing")].toInt();
+    }
+    return framesText(frames, missing);
+}

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 /// Settings that the commands which stream share.
 struct CaptureOptions {
@@ -39,3 +40,8 @@ void applyCaptureOptions(zrn::Camera& camera, const CaptureOptions& options);
 /// What identifies a camera in results: a line, and an entry of the document.
 QString textOf(const zrn::CameraFacts& camera);
 QJsonObject jsonOf(const zrn::CameraFacts& camera);
+
+/// "8 frames, 3 missing".
+QString framesText(qint64 frames, qint64 missing);
+/// The same of the documents of several cameras.
+QString framesSum(const std::vector<QJsonObject>& cameras);

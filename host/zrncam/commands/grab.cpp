@@ -251,13 +251,6 @@ QString grabToFiles(const CameraPointer& camera, Context& context, const GrabOpt
     return notWritten;
 }
 
-QString grabText(qint64 frames, qint64 missing)
-{
-    return QStringLiteral("%1, %2 missing")
-        .arg(countOf(frames, QStringLiteral("frame")))
-        .arg(missing);
-}
-
 ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOptions& options)
 {
     const std::unique_ptr<zrnhost::FramePipe> pipe = makePipe(context, *camera, options.y4m);
@@ -284,7 +277,7 @@ ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOption
     const auto written = static_cast<qint64>(account.written);
     context.report.line(
         written == static_cast<qint64>(account.frames)
-            ? grabText(written, static_cast<qint64>(account.missing))
+            ? framesText(written, static_cast<qint64>(account.missing))
             : QStringLiteral("%1 of %2 written, %3 missing")
                   .arg(written)
                   .arg(countOf(static_cast<qint64>(account.frames), QStringLiteral("frame")))
@@ -305,19 +298,8 @@ ExitCode runGrab(const CameraPointer& camera, Context& context, const GrabOption
 
 QString grabRow(const QJsonObject& camera)
 {
-    return grabText(camera[QLatin1String("frames")].toInt(),
-                    camera[QLatin1String("missing")].toInt());
-}
-
-QString grabSum(const std::vector<QJsonObject>& cameras)
-{
-    int frames = 0;
-    int missing = 0;
-    for (const QJsonObject& camera : cameras) {
-        frames += camera[QLatin1String("frames")].toInt();
-        missing += camera[QLatin1String("missing")].toInt();
-    }
-    return grabText(frames, missing);
+    return framesText(camera[QLatin1String("frames")].toInt(),
+                      camera[QLatin1String("missing")].toInt());
 }
 
 } // namespace
@@ -345,7 +327,7 @@ Command addGrab(CLI::App& app)
                 return runOnCameras(context, {[&](const CameraPointer& camera, Context& own) {
                                                   return runGrab(camera, own, *options);
                                               },
-                                              true, grabRow, grabSum});
+                                              true, grabRow, framesSum});
             },
             true, [options] { return options->folder; }};
 }

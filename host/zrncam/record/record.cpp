@@ -110,7 +110,7 @@ ExitCode runRecord(Context& context, const RecordOptions& options)
     return runOnCameras(context, {[&](const CameraPointer& camera, Context& own) {
                                       return recordCamera(camera, own, recording);
                                   },
-                                  true, recordRow, recordSum});
+                                  true, recordRow, framesSum});
 }
 
 } // namespace

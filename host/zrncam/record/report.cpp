@@ -1,5 +1,6 @@
 #include "record/report.h"
 
+#include "commands/capture.h"
 #include "commands/outages.h"
 #include "tool_error.h"
 
@@ -144,13 +145,6 @@ ExitCode judge(const Context& context, const zrn::RecordingSession& session, con
     return ExitCode::Success;
 }
 
-QString recordText(qint64 frames, qint64 missing)
-{
-    return QStringLiteral("%1, %2 missing")
-        .arg(countOf(frames, QStringLiteral("frame")))
-        .arg(missing);
-}
-
 } // namespace
 
 ExitCode report(Context& context, const zrn::RecordingSession& session, const RecordResult& result)
@@ -162,19 +156,8 @@ ExitCode report(Context& context, const zrn::RecordingSession& session, const Re
 
 QString recordRow(const QJsonObject& camera)
 {
-    return recordText(camera[QLatin1String("frames")].toInt(),
+    return framesText(camera[QLatin1String("frames")].toInt(),
                       camera[QLatin1String("missing")].toInt()) +
            QStringLiteral(", %1").arg(countOf(camera[QLatin1String("outages")].toArray().size(),
                                               QStringLiteral("outage")));
-}
-
-QString recordSum(const std::vector<QJsonObject>& cameras)
-{
-    int frames = 0;
-    int missing = 0;
-    for (const QJsonObject& camera : cameras) {
-        frames += camera[QLatin1String("frames")].toInt();
-        missing += camera[QLatin1String("missing")].toInt();
-    }
-    return recordText(frames, missing);
 }

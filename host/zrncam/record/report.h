@@ -20,6 +20,5 @@ struct RecordResult {
 /// @throws ToolError where frames are lost that need not be
 ExitCode report(Context& context, const zrn::RecordingSession& session, const RecordResult& result);
 
-/// Of one camera among several, and of all.
+/// Of one camera among several.
 QString recordRow(const QJsonObject& camera);
-QString recordSum(const std::vector<QJsonObject>& cameras);
