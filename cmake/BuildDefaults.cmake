@@ -24,6 +24,8 @@ add_compile_options(-fPIC)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wundef
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
                     -Wformat=2)
+# GCC would look for garbage in its precompiled headers again and again: a tenth of its time, for a seventh less memory.
+add_compile_options("$<$<CXX_COMPILER_ID:GNU>:--param=ggc-min-heapsize=4000000>")
 if(ZRN_WARNINGS_AS_ERRORS)
     add_compile_options(-Werror)
 endif()
