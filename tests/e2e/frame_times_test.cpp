@@ -2,7 +2,6 @@
 // has the times of its own payloads, and each whole one that is not is counted. Runs under zrnsim.
 
 #include "built_driver.h"
-#include "pictures/frame_header.h"
 #include "virtual_camera.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,6 @@
 // themselves.
 
 #include "built_driver.h"
-#include "pictures/frame_header.h"
 #include "virtual_camera.h"
 
 #include <QPointer>

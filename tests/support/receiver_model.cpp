@@ -3,8 +3,10 @@
 #include "pictures/sensor_types.h"
 #include "unpacking_model.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -98,4 +100,33 @@ ReceivedImages receiveFrame(int sensorType, std::size_t width, std::size_t heigh
         received.b = images.b;
     }
     return received;
+}
+
+zrnsim::SentImages zrnsim::expectedImages(const FrameRequest& request)
+{
+    std::vector<std::uint8_t> frame;
+    FrameComposer().compose(request, frame);
+    ReceivedImages received =
+        receiveFrame(request.sensorType, static_cast<std::size_t>(request.width),
+                     static_cast<std::size_t>(request.height), frame);
+    SentImages sent;
+    sent.hasA = received.a.has_value();
+    sent.hasB = received.b.has_value();
+    sent.a = std::move(received.a).value_or(std::vector<std::uint8_t>());
+    sent.b = std::move(received.b).value_or(std::vector<std::uint8_t>());
+    sent.trailer = received.trailer;
+    return sent;
+}
+
+std::uint64_t zrnsim::trailerOf(const FrameRequest& request)
+{
+    std::vector<std::uint8_t> frame(2);
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        frame.push_back(static_cast<std::uint8_t>(request.frameNumber >> shift));
+    }
+    const std::size_t bytes = static_cast<std::size_t>(request.width) *
+                              static_cast<std::size_t>(request.height) *
+                              static_cast<std::size_t>(request.bytesPerPosition);
+    frame.resize(std::min(frame.size(), bytes));
+    return ::trailerOf(frame);
 }

@@ -2,6 +2,7 @@
 
 #include "control/control_client.h"
 #include "pictures/frame_composer.h"
+#include "receiver_model.h"
 
 #include <nlohmann/json_fwd.hpp>
 
