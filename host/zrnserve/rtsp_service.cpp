@@ -50,9 +50,11 @@ constexpr const char* viewerRole = "viewer";
 constexpr const char* viewingKey = "zrn-viewing";
 constexpr const char* addressKey = "zrn-address";
 
+// One thread makes one slice of each image: FFmpeg takes several for as many images.
 constexpr const char* h264Launch =
     "( appsrc name=images ! videoconvert ! video/x-raw,format=I420 ! "
-    "x264enc name=encoder tune=zerolatency speed-preset=superfast bitrate=8000 key-int-max=30 ! "
+    "x264enc name=encoder tune=zerolatency speed-preset=superfast bitrate=8000 key-int-max=30 "
+    "threads=1 ! "
     "rtph264pay name=pay0 pt=96 config-interval=-1 )";
 constexpr const char* jpegLaunch =
     "( appsrc name=images ! videoconvert ! video/x-raw,format=I420 ! "

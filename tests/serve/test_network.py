@@ -145,6 +145,10 @@ def test_clients_of_others_look_from_another_machine(network, serve):
                            "stream=codec_name,width,height", "-of", "csv=p=0", address, stdout=subprocess.PIPE,
                            text=True, timeout=PATIENCE).stdout
     assert told.strip() == "h264,320,120"
+    times = both.viewer.run("ffprobe", "-v", "error", "-rtsp_transport", "tcp", "-show_entries", "packet=pts", "-of",
+                            "csv=p=0", "-read_intervals", "%+#10", address, stdout=subprocess.PIPE, text=True,
+                            timeout=PATIENCE).stdout.split()
+    assert len(set(times)) == len(times)  # one packet for each picture
     assert ffmpeg(both.viewer, address)
     both.viewer.run("gst-launch-1.0", "-q", "rtspsrc", f"location={address}", "!", "rtph264depay", "!", "avdec_h264", "!",
                     "fakesink", "num-buffers=10", timeout=PATIENCE)
