@@ -374,11 +374,11 @@ TEST_F(RecordingTest, AHoleOfTheFileHoldsNoFrames)
         file.append(madeUpFrame(0));
         file.flush();
     }
-    // As many frames as the hole would hold, by the header behind it.
+    // Frames that the hole would hold, by the header behind it.
     constexpr qint64 farAway = qint64{1} << 40;
     const Frame last = madeUpFrame(1);
     recording::FrameHeader header;
-    header.position = 1'500'000'000;
+    header.position = 20'000'000;
     header.width = last.width;
     header.height = last.height;
     header.letters = {'A', 'B'};
