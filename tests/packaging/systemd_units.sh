@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# systemd takes the units, finds their programs and confines them, and makes their user a member of the cameras' group.
+# systemd takes the units, finds their programs, confines and enables them, and makes their user a member of the cameras' group.
 set -euo pipefail
 command -v systemd-analyze >/dev/null || { echo "systemd-analyze is not installed"; exit 77; }
 made=$BUILD_DIR/made
@@ -25,6 +25,8 @@ for unit in zrnserve.service zrncam-record@ZR1001.service; do
     said+=$(systemd-analyze security --offline=yes --threshold=25 --root="$root" "$unit" 2>&1 ) || failed=1
     grep -E "$unit:[0-9]|exposure level|not executable" <<<"$said"
     ! grep -q "$unit:[0-9]" <<<"$said" || failed=1
+    systemctl --quiet --root="$root" enable "$unit"
+    [ -L "$units/multi-user.target.wants/$unit" ]
 done
 systemd-sysusers --root="$root" "$made/zrncamera.conf"
 grep -q '^zrncamera:' "$root/etc/passwd"
