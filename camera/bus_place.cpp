@@ -8,7 +8,7 @@ namespace
 
 constexpr int digits = 3;
 
-std::optional<std::uint8_t> numberOf(const QStringRef& text)
+std::optional<std::uint8_t> numberOf(QStringView text)
 {
     const bool isNumber =
         text.size() == digits && std::all_of(text.begin(), text.end(), [](QChar c) {
@@ -28,8 +28,8 @@ std::optional<BusPlace> busPlaceOf(const QString& text)
     if (text.size() != 2 * digits + 1 || text[digits] != QLatin1Char('/')) {
         return std::nullopt;
     }
-    const std::optional<std::uint8_t> bus = numberOf(text.leftRef(digits));
-    const std::optional<std::uint8_t> address = numberOf(text.rightRef(digits));
+    const std::optional<std::uint8_t> bus = numberOf(QStringView(text).left(digits));
+    const std::optional<std::uint8_t> address = numberOf(QStringView(text).right(digits));
     if (!bus || !address) {
         return std::nullopt;
     }

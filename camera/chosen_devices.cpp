@@ -75,7 +75,7 @@ int CZRNCamera::enumChosenDevices(const DeviceChoice& choice, QVariantMap& seria
         }
     }
     const std::lock_guard table(m_nodeTableLock);
-    m_enumCount = m_cameraNodeMap.size();
+    m_enumCount = static_cast<qint32>(m_cameraNodeMap.size());
     return m_enumCount;
 }
 
@@ -172,7 +172,7 @@ QList<CameraNode*> CZRNCamera::takeNodesUnless(const std::function<bool(const Bu
     for (const QString& serial : std::as_const(leaving)) {
         nodes.append(m_cameraNodeMap.take(serial));
     }
-    m_enumCount = m_cameraNodeMap.size();
+    m_enumCount = static_cast<qint32>(m_cameraNodeMap.size());
     return nodes;
 }
 

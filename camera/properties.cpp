@@ -35,11 +35,11 @@ struct CZRNCamera::Properties {
 
     static bool isInteger(const QVariant& value)
     {
-        return value.type() == QVariant::Int || value.type() == QVariant::UInt;
+        return value.userType() == QMetaType::Int || value.userType() == QMetaType::UInt;
     }
     static bool isFlag(const QVariant& value)
     {
-        return value.type() == QVariant::Bool || isInteger(value);
+        return value.userType() == QMetaType::Bool || isInteger(value);
     }
 
     /// Reads a field, reported as type Out.

@@ -167,7 +167,8 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
     }
 
     const std::size_t slotSize = frameSize + frameTrailerSize;
-    const auto missing = static_cast<quint64>(std::max(count - m_frameBuffers.size(), 0));
+    const int present = static_cast<int>(m_frameBuffers.size());
+    const auto missing = static_cast<quint64>(std::max(count - present, 0));
     UnwrittenMemory unwritten;
     for (bool isPromised = missing == 0; !isPromised;) {
         // Another camera's slots may still be there in name only.
@@ -188,7 +189,7 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
         std::vector<std::unique_ptr<unsigned char[]>> buffers;
         std::vector<std::unique_ptr<QMutex>> locks;
         std::vector<std::unique_ptr<SlotRecord>> records;
-        for (int size = m_frameBuffers.size(); size < count; ++size) {
+        for (int size = present; size < count; ++size) {
             buffers.push_back(std::make_unique_for_overwrite<unsigned char[]>(slotSize));
             locks.push_back(std::make_unique<QMutex>());
             records.push_back(std::make_unique<SlotRecord>(slotSize));
@@ -199,7 +200,7 @@ bool CZRNCamera::growRing(const FrameGeometry& geometry, int count)
         m_frameBuffers.reserve(count);
         m_bufferLocks.reserve(count);
         m_slotRecords.reserve(static_cast<std::size_t>(count));
-        m_frameIndexQueue.reserve(queuePlacesPerSlot * std::max(count, m_frameBuffers.size()));
+        m_frameIndexQueue.reserve(queuePlacesPerSlot * std::max(count, present));
         for (std::size_t i = 0; i < buffers.size(); ++i) {
             m_frameBuffers.append(buffers[i].release());
             m_bufferLocks.append(locks[i].release());

@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
-#include <QLibraryInfo>
 #include <QPluginLoader>
 
 #include <dlfcn.h>
@@ -88,9 +87,7 @@ std::vector<PluginCandidate> pluginCandidates(const std::string& chosen,
         {"installation", fs::path(executableFolder) / ZRN_PLUGIN_FROM_PROGRAMS, false});
     candidates.push_back({"configured installation", ZRN_INSTALLED_PLUGIN, false});
 
-    QStringList folders{QLibraryInfo::location(QLibraryInfo::PluginsPath)};
-    folders += QCoreApplication::libraryPaths();
-    folders.removeDuplicates();
+    const QStringList folders = QCoreApplication::libraryPaths();
     for (const QString& folder : folders) {
         for (const char* subfolder : {"/zrncamera/", "/"}) {
             candidates.push_back({"Qt plugin folder",

@@ -42,7 +42,10 @@ void TickTokThread::abandonThread()
     public:
         void takeStateOf(QScopedPointer<QObjectData>& state, QObject* owner)
         {
+            QT_WARNING_PUSH;
+            QT_WARNING_DISABLE_DEPRECATED; // Qt 6 prefers std::unique_ptr, and keeps this pointer
             d_ptr.swap(state);
+            QT_WARNING_POP;
             state->q_ptr = owner;
             d_ptr->q_ptr = this;
         }

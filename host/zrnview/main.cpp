@@ -123,8 +123,10 @@ int main(int argc, char** argv)
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
         zrnhost::silenceLibuvc();
     }
+#if QT_VERSION_MAJOR < 6 // later ones scale of themselves
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+#endif
     std::optional<zrnview::ScreenSearch> search(std::in_place);
     const QApplication application(argc, argv);
     search.reset();

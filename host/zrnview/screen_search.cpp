@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace zrnview
 {
@@ -39,7 +40,7 @@ ScreenSearch::ScreenSearch()
 ScreenSearch::~ScreenSearch()
 {
     qInstallMessageHandler(m_before);
-    for (const QString& warning : qAsConst(warnings)) {
+    for (const QString& warning : std::as_const(warnings)) {
         std::fprintf(stderr, "%s\n", qUtf8Printable(warning));
     }
     warnings.clear();

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace ContractSpace
@@ -23,7 +24,7 @@ ErrorCode grabWith(Images& images, const Grab& grab)
     images.clear();
     QList<CameraSpace::ImageBlock*> grabbed;
     const ErrorCode result = grab(grabbed);
-    for (CameraSpace::ImageBlock* block : qAsConst(grabbed)) {
+    for (CameraSpace::ImageBlock* block : std::as_const(grabbed)) {
         images.emplace_back(block);
     }
     if (result != ErrorCode::Success) {

@@ -30,13 +30,13 @@ TEST(ZrncamPipe, IsForPlayersToo)
     const ToolResult result =
         ToolRun::of({"stream", "--seconds", "0.2", "-o", "-", "--y4m", "--json"});
     EXPECT_EQ(result.exitCode, 0);
-    const int headerEnd = result.output.indexOf('\n') + 1;
+    const auto headerEnd = result.output.indexOf('\n') + 1;
     const QByteArray header = result.output.left(headerEnd);
     EXPECT_EQ(header, "YUV4MPEG2 W64 H96 F500:1 Ip A1:1 Cmono\n") << "the driver's rate";
     const QByteArray mark("FRAME\n");
-    const int step = mark.size() + frameBytes;
+    const auto step = mark.size() + frameBytes;
     ASSERT_EQ((result.output.size() - headerEnd) % step, 0);
-    for (int at = headerEnd; at < result.output.size(); at += step) {
+    for (auto at = headerEnd; at < result.output.size(); at += step) {
         EXPECT_EQ(result.output.mid(at, mark.size()), mark);
     }
     EXPECT_TRUE(result.errors.contains("\"frames\":")) << result.errors.constData();

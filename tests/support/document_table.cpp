@@ -31,12 +31,12 @@ QString differenceInDocument(const QString& document, const QStringList& head,
     }
     QString text = QString::fromUtf8(file.readAll());
     file.close();
-    const int begin = text.indexOf(lineOf({head.front()}).chopped(1));
+    const auto begin = text.indexOf(lineOf({head.front()}).chopped(1));
     if (begin < 0) {
         return QStringLiteral("%1 has no table with \"%2\"").arg(document, head.front());
     }
     // A table ends with the first line that is none of its rows.
-    int end = begin;
+    auto end = begin;
     while (end < text.size() && text.at(end) == QLatin1Char('|')) {
         end = text.indexOf(QLatin1Char('\n'), end) + 1;
     }

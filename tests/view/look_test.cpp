@@ -157,7 +157,7 @@ private slots:
         PaneArea& panes = live.window.panels().front()->frames().panes();
         ImageView& view = panes.view(0);
         const QPointF at = view.rect().center() - QPoint(80, 20);
-        QMouseEvent move(QEvent::MouseMove, at, Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+        QMouseEvent move(QEvent::MouseMove, at, at, Qt::NoButton, Qt::NoButton, Qt::NoModifier);
         QApplication::sendEvent(&view, &move);
         view.zoomBy(1000);
         panes.setMarkClipped(true);

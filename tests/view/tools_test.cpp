@@ -51,7 +51,7 @@ void choose(QMenu& menu, const QString& text)
 
 void send(QWidget& widget, QEvent::Type type, QPointF at, Qt::MouseButton button)
 {
-    QMouseEvent event(type, at, button, button, Qt::NoModifier);
+    QMouseEvent event(type, at, at, button, button, Qt::NoModifier);
     QApplication::sendEvent(&widget, &event);
 }
 

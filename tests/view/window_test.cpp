@@ -392,7 +392,8 @@ private slots:
         ImageView& left = test.panel().frames().panes().view(0);
         ImageView& right = test.panel().frames().panes().view(1);
         // The pixel's values are shown from now on, beside which the views are smaller.
-        QMouseEvent hover(QEvent::MouseMove, left.rect().center(), Qt::NoButton, Qt::NoButton,
+        const QPoint centre = left.rect().center();
+        QMouseEvent hover(QEvent::MouseMove, centre, centre, Qt::NoButton, Qt::NoButton,
                           Qt::NoModifier);
         QApplication::sendEvent(&left, &hover);
         QCoreApplication::sendPostedEvents();
@@ -413,7 +414,8 @@ private slots:
              {std::pair(QEvent::MouseButtonPress, at),
               std::pair(QEvent::MouseMove, at - QPointF(9, 7)),
               std::pair(QEvent::MouseButtonRelease, at - QPointF(9, 7))}) {
-            QMouseEvent event(type, position, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+            QMouseEvent event(type, position, position, Qt::LeftButton, Qt::LeftButton,
+                              Qt::NoModifier);
             QApplication::sendEvent(&left, &event);
         }
         const QPointF moved = left.transform().target().topLeft() - before;
@@ -438,7 +440,7 @@ private slots:
         int hovered = 0;
         connect(&view, &ImageView::hovered, this, [&hovered] { ++hovered; });
         const QPointF at = view.transform().toView(QPointF(10.5, 20.5)) / view.devicePixelRatioF();
-        QMouseEvent move(QEvent::MouseMove, at, Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+        QMouseEvent move(QEvent::MouseMove, at, at, Qt::NoButton, Qt::NoButton, Qt::NoModifier);
         QApplication::sendEvent(&view, &move);
         QCOMPARE(hovered, 1);
         const Frame& frame = test.panel().frames().display()->source.frame;

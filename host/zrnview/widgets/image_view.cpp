@@ -1,6 +1,7 @@
 #include "zrnview/widgets/image_view.h"
 
 #include <QKeyEvent>
+#include <QMouseEvent>
 #include <QWheelEvent>
 
 #include <cmath>
@@ -14,6 +15,15 @@ constexpr double wheelStep = 1.25; ///< zoom for each notch of the wheel
 constexpr double keyStep = 1.5;    ///< zoom for each key press
 constexpr double arrowShare = 0.1; ///< of the view, for each arrow key
 constexpr double wheelUnitsPerNotch = 120;
+
+QPointF positionOf(const QMouseEvent& event)
+{
+#if QT_VERSION_MAJOR < 6
+    return event.localPos();
+#else
+    return event.position();
+#endif
+}
 
 } // namespace
 
@@ -164,9 +174,9 @@ void ImageView::mousePressEvent(QMouseEvent* event)
 {
     const bool selects = event->button() == Qt::LeftButton && m_tool != Tool::Pan;
     if (selects && !m_image.isNull()) {
-        m_selectFrom = pixelAt(event->localPos());
+        m_selectFrom = pixelAt(positionOf(*event));
     } else if (event->button() == Qt::LeftButton || event->button() == Qt::MiddleButton) {
-        m_dragFrom = event->localPos();
+        m_dragFrom = positionOf(*event);
         setCursor(Qt::ClosedHandCursor);
     }
 }
@@ -174,14 +184,14 @@ void ImageView::mousePressEvent(QMouseEvent* event)
 void ImageView::mouseMoveEvent(QMouseEvent* event)
 {
     if (m_dragFrom) {
-        m_transform.panBy(inDevicePixels(event->localPos() - *m_dragFrom));
-        m_dragFrom = event->localPos();
+        m_transform.panBy(inDevicePixels(positionOf(*event) - *m_dragFrom));
+        m_dragFrom = positionOf(*event);
         changed();
     }
     if (m_image.isNull()) {
         return;
     }
-    const QPoint pixel = pixelAt(event->localPos());
+    const QPoint pixel = pixelAt(positionOf(*event));
     if (m_selectFrom) {
         emit selected(within({*m_selectFrom, pixel}, m_image.size()));
     }
@@ -204,7 +214,7 @@ QPoint ImageView::pixelAt(QPointF position) const
 void ImageView::mouseDoubleClickEvent(QMouseEvent* event)
 {
     if (m_transform.isFitted()) {
-        m_transform.zoomTo(1, inDevicePixels(event->localPos()));
+        m_transform.zoomTo(1, inDevicePixels(positionOf(*event)));
         changed();
     } else {
         fit();
