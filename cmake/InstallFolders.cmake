@@ -5,7 +5,7 @@ include(GNUInstallDirs)
 
 # Cross builds name the folder: Qt's qmake of the target cannot be asked there.
 if(NOT DEFINED ZRN_PLUGIN_DIR)
-    get_target_property(zrn_qmake Qt5::qmake IMPORTED_LOCATION)
+    get_target_property(zrn_qmake Qt${ZRN_QT}::qmake IMPORTED_LOCATION)
     foreach(folder IN ITEMS PREFIX PLUGINS)
         execute_process(COMMAND "${zrn_qmake}" -query QT_INSTALL_${folder}
             OUTPUT_VARIABLE zrn_qt_${folder} OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
@@ -14,7 +14,7 @@ if(NOT DEFINED ZRN_PLUGIN_DIR)
     if(zrn_is_below_prefix)
         cmake_path(RELATIVE_PATH zrn_qt_PLUGINS BASE_DIRECTORY "${zrn_qt_PREFIX}")
     else()
-        set(zrn_qt_PLUGINS "${CMAKE_INSTALL_LIBDIR}/qt5/plugins")
+        set(zrn_qt_PLUGINS "${CMAKE_INSTALL_LIBDIR}/qt${ZRN_QT}/plugins")
     endif()
 endif()
 set(ZRN_PLUGIN_DIR "${zrn_qt_PLUGINS}/zrncamera" CACHE STRING

@@ -1,4 +1,4 @@
-find_package(Qt5 5.15 QUIET COMPONENTS Gui)
-zrn_need(Qt5Gui_FOUND qtbase5-dev)
+find_package(Qt${ZRN_QT} ${ZRN_QT_LEAST} QUIET COMPONENTS Gui)
+zrn_need(Qt${ZRN_QT}Gui_FOUND ${ZRN_QT_PACKAGE})
 find_package(CLI11 QUIET)
 zrn_need(CLI11_FOUND libcli11-dev)

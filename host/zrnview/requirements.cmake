@@ -1,5 +1,5 @@
-find_package(Qt5 5.15 QUIET COMPONENTS Widgets Test)
-zrn_need(Qt5Widgets_FOUND qtbase5-dev)
+find_package(Qt${ZRN_QT} ${ZRN_QT_LEAST} QUIET COMPONENTS Widgets Test)
+zrn_need(Qt${ZRN_QT}Widgets_FOUND ${ZRN_QT_PACKAGE})
 if(TARGET zrnhost)
     set(ZRN_HOST_ON TRUE)
 endif()

@@ -63,26 +63,37 @@ TEST(PluginInspectionTest, TellsMissingFilesFromOtherFiles)
     EXPECT_EQ(inspectPlugin("/").fault, PluginFault::NotAPlugin);
 }
 
-TEST(PluginInspectionTest, NoticesAPluginOfANewerQt)
+TEST(PluginInspectionTest, NoticesAPluginOfAnotherQt)
 {
     const QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("libnewer.so"));
+    const QString path = folder.filePath(QStringLiteral("libother.so"));
     QFile original(QString::fromStdString(testPlugin("fake_driver")));
     ASSERT_TRUE(original.open(QIODevice::ReadOnly));
     QByteArray bytes = original.readAll();
-    // The marker is followed by the format, then by major and minor of the Qt version.
-    const int marker = bytes.indexOf("QTMETADATA !");
+    // The marker, a string of twelve bytes in the file, is followed by the format, then by major
+    // and minor of the Qt version.
+    const auto marker = bytes.indexOf(QT_VERSION_MAJOR < 6 ? QByteArray("QTMETADATA !", 12)
+                                                           : QByteArray("qt-project!\0\1\6", 14));
     ASSERT_GE(marker, 0);
-    bytes[marker + 14] = static_cast<char>(QT_VERSION_MINOR + 1);
-    QFile changed(path);
-    ASSERT_TRUE(changed.open(QIODevice::WriteOnly));
-    changed.write(bytes);
-    changed.close();
+    struct Version {
+        int major;
+        int minor;
+    };
+    for (const Version other : {Version{QT_VERSION_MAJOR, QT_VERSION_MINOR + 1},
+                                Version{QT_VERSION_MAJOR - 1, QT_VERSION_MINOR}}) {
+        bytes[marker + 13] = static_cast<char>(other.major);
+        bytes[marker + 14] = static_cast<char>(other.minor);
+        QFile changed(path);
+        ASSERT_TRUE(changed.open(QIODevice::WriteOnly));
+        changed.write(bytes);
+        changed.close();
 
-    const PluginInspection inspection = inspectPlugin(path.toStdString());
-    EXPECT_EQ(inspection.fault, PluginFault::OtherQt) << inspection.message;
-    EXPECT_THAT(inspection.message, testing::HasSubstr("Qt " + std::to_string(QT_VERSION_MAJOR) +
-                                                       '.' + std::to_string(QT_VERSION_MINOR + 1)));
+        const PluginInspection inspection = inspectPlugin(path.toStdString());
+        EXPECT_EQ(inspection.fault, PluginFault::OtherQt) << inspection.message;
+        EXPECT_THAT(inspection.message,
+                    testing::HasSubstr("Qt " + std::to_string(other.major) + '.' +
+                                       std::to_string(other.minor) + ","));
+    }
 }
 
 TEST(DriverPluginTest, RefusesWhateverInspectionRefuses)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# What the plugin's file may and must carry: library_properties.sh PLUGIN
+# What the plugin's file may and must carry: library_properties.sh PLUGIN QT_CORE
 set -euo pipefail
 plugin=$1
+qt_core=$2
 dynamic=$(readelf --dynamic --wide "$plugin")
 
 fail() {
@@ -16,7 +17,7 @@ grep -q 'SONAME.*\[libzrncamera.so\]' <<<"$dynamic" || fail "wrong soname"
 needed=$(sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' <<<"$dynamic" | sort | tr '\n' ' ')
 for library in $needed; do
     case $library in
-        libQt5Core.so.5 | libuvc.so.0 | libhwy.so.1 | libstdc++.so.6 | libgcc_s.so.1 | libc.so.6 | libm.so.6 | ld-linux*) ;;
+        "$qt_core" | libuvc.so.0 | libhwy.so.1 | libstdc++.so.6 | libgcc_s.so.1 | libc.so.6 | libm.so.6 | ld-linux*) ;;
         libasan.so.* | libubsan.so.* | libtsan.so.*) ;;
         *) fail "unexpected library $library" ;;
     esac

@@ -11,7 +11,7 @@ outside=$(sed -n 's/^-- \(Installing\|Up-to-date\): //p' install.log | grep -v "
 plugin=$prefix/$3/libzrncamera.so
 doctor=$(env -u ZRNCAM_PLUGIN "$prefix/$2/zrncam" doctor --json || true)
 grep -q "$plugin" <<<"$doctor" || { echo "zrncam does not find $plugin: $doctor" >&2; exit 1; }
-[ "$(PKG_CONFIG_PATH=$prefix/$4/pkgconfig pkg-config --variable=pluginfile zrncamera | xargs realpath)" = "$plugin" ]
+[ "$(PKG_CONFIG_PATH=$prefix/$4/pkgconfig pkg-config --variable=pluginfile "zrncamera$QT_SUFFIX" | xargs realpath)" = "$plugin" ]
 
 # Programs of other installations load the client library: GStreamer's and Python's find the driver beside it.
 export QT_LOGGING_RULES='*=false'

@@ -10,9 +10,11 @@
 #include <QFile>
 #include <QJsonObject>
 #include <QLibrary>
+#include <QMetaMethod>
 #include <QPluginLoader>
 #include <QPointer>
 #include <QProcess>
+#include <QThread>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -37,15 +39,74 @@ namespace
 
 const QString pluginPath = QStringLiteral(ZRN_PLUGIN_PATH);
 
+// How Qt keeps the metadata: after a marker the format, Qt's version, and what the plugin requires
+// of its host, which is nothing that not every processor of its kind has, and no debug build.
+constexpr int markerSize = 12;
+#if QT_VERSION_MAJOR < 6
+const QByteArray metadataBegin("QTMETADATA !\0\5\17\0", markerSize + 4);
+constexpr const char* metadataQuery = "qt_plugin_query_metadata";
+#else
+#ifdef Q_PROCESSOR_X86_64
+constexpr char requirements = 1; // SSE2
+#else
+constexpr char requirements = 0;
+#endif
+const QByteArray metadataBegin =
+    QByteArray("qt-project!\0\1\6", markerSize + 2) + char{QT_VERSION_MINOR} + requirements;
+constexpr const char* metadataQuery = "qt_plugin_query_metadata_v2";
+#endif
+
 /// The block that Qt finds in the file, up to the end of its map.
 QByteArray metadataOfTheFile()
 {
     QFile file(pluginPath);
     EXPECT_TRUE(file.open(QIODevice::ReadOnly));
     const QByteArray bytes = file.readAll();
-    EXPECT_EQ(bytes.count("QTMETADATA !"), 1);
-    const QByteArray fromMarker = bytes.mid(bytes.indexOf("QTMETADATA !"), 4096);
+    EXPECT_EQ(bytes.count(metadataBegin), 1);
+    const QByteArray fromMarker = bytes.mid(bytes.indexOf(metadataBegin), 4096);
     return fromMarker.left(fromMarker.indexOf('\xff') + 1);
+}
+
+/// What the loaded plugin answers, from the format on.
+QByteArray answeredMetadata(QtPluginMetaDataFunction query, int size)
+{
+#if QT_VERSION_MAJOR < 6
+    return {query() + markerSize, size};
+#else
+    const QPluginMetaData answer = query();
+    EXPECT_GE(answer.size, static_cast<std::size_t>(size));
+    return {static_cast<const char*>(answer.data), size};
+#endif
+}
+
+/// What a class tells of itself beyond QObject or QThread, line by line.
+QString textsOf(const QMetaObject* meta)
+{
+    QString texts;
+    for (; meta != &QObject::staticMetaObject && meta != &QThread::staticMetaObject;
+         meta = meta->superClass()) {
+        texts += QStringLiteral("class %1\n").arg(QLatin1String(meta->className()));
+        for (int i = meta->methodOffset(); i < meta->methodCount(); ++i) {
+            const QMetaMethod method = meta->method(i);
+            texts +=
+                QStringLiteral("  %1 %2 (%3) type %4 access %5 tag '%6'\n")
+                    .arg(QLatin1String(method.typeName()), QLatin1String(method.methodSignature()),
+                         QLatin1String(method.parameterNames().join(',')))
+                    .arg(method.methodType())
+                    .arg(method.access())
+                    .arg(QLatin1String(method.tag()));
+        }
+        for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i) {
+            texts += QStringLiteral("  property %1\n").arg(QLatin1String(meta->property(i).name()));
+        }
+        for (int i = meta->enumeratorOffset(); i < meta->enumeratorCount(); ++i) {
+            texts += QStringLiteral("  enum %1\n").arg(QLatin1String(meta->enumerator(i).name()));
+        }
+        for (int i = meta->classInfoOffset(); i < meta->classInfoCount(); ++i) {
+            texts += QStringLiteral("  info %1\n").arg(QLatin1String(meta->classInfo(i).name()));
+        }
+    }
+    return texts;
 }
 
 /// The symbols that nm lists, without addresses.
@@ -95,7 +156,6 @@ TEST_F(PluginLibrary, CarriesItsMetadataInQtsForm)
 {
     const QByteArray block = metadataOfTheFile();
     ASSERT_GT(block.size(), 16);
-    EXPECT_EQ(block.left(16), QByteArray("QTMETADATA !\0\5\17\0", 16));
     // A CBOR map of indefinite length with three entries.
     EXPECT_EQ(block.at(16), '\xbf');
     EXPECT_EQ(block.back(), '\xff');
@@ -109,24 +169,24 @@ TEST_F(PluginLibrary, CarriesItsMetadataInQtsForm)
 TEST_F(PluginLibrary, AnswersTheMetadataQuery)
 {
     QLibrary library(pluginPath);
-    using Query = const char* (*)();
-    const auto query = reinterpret_cast<Query>(library.resolve("qt_plugin_query_metadata"));
+    const auto query = reinterpret_cast<QtPluginMetaDataFunction>(library.resolve(metadataQuery));
     ASSERT_NE(query, nullptr);
-    const QByteArray block = metadataOfTheFile();
-    EXPECT_EQ(QByteArray(query(), block.size()), block);
+    const QByteArray block = metadataOfTheFile().mid(markerSize);
+    ASSERT_FALSE(block.isEmpty());
+    EXPECT_EQ(answeredMetadata(query, static_cast<int>(block.size())), block);
     EXPECT_TRUE(library.unload());
 }
 
 TEST_F(PluginLibrary, ExportsQtsEntryPointsAndTheTickThreadOnly)
 {
     for (const QString& name : symbols("--defined-only")) {
-        const bool known = name == "qt_plugin_instance" || name == "qt_plugin_query_metadata" ||
+        const bool known = name == "qt_plugin_instance" || name == metadataQuery ||
                            name.contains("13CustomThreads13TickTokThread") ||
                            name.contains("CustomThreads::TickTokThread");
         EXPECT_TRUE(known) << name.toStdString();
     }
     EXPECT_EQ(symbols("--defined-only").count("qt_plugin_instance"), 1U);
-    EXPECT_EQ(symbols("--defined-only").count("qt_plugin_query_metadata"), 1U);
+    EXPECT_EQ(symbols("--defined-only").count(metadataQuery), 1U);
 }
 
 TEST_F(PluginLibrary, ImportsFromLibuvcOnlyWhatTheStandInDefines)
@@ -189,6 +249,37 @@ TEST_F(PluginLibrary, ItsCamerasCastAcrossTheLibrarysBorder)
     EXPECT_EQ(static_cast<DeviceInterface*>(camera), device);
     EXPECT_EQ(factory()->deleteDevice(device), ErrorCode::Success);
     EXPECT_EQ(device, nullptr);
+    EXPECT_TRUE(loader.unload());
+}
+
+// Hosts of every Qt find the same: builds for each are held against these lines.
+TEST_F(PluginLibrary, TellsTheSameTextsToEveryQt)
+{
+    const auto* root = factory();
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(textsOf(root->metaObject()).toStdString(),
+              "class CZRNCameraFactory\n"
+              "  QString name() () type 0 access 2 tag ''\n"
+              "  QVersionNumber version() () type 0 access 2 tag ''\n"
+              "  int enumDevice() () type 0 access 2 tag ''\n"
+              "  DeviceInterface* createDevice() () type 0 access 2 tag ''\n"
+              "  ErrorCode deleteDevice(DeviceInterface*&) (device) type 0 access 2 tag ''\n"
+              "class IFactory\n");
+    DeviceInterface* device = factory()->createDevice();
+    auto* camera = dynamic_cast<QObject*>(device);
+    ASSERT_NE(camera, nullptr);
+    EXPECT_EQ(textsOf(camera->metaObject()).toStdString(), "class CZRNCamera\n");
+    EXPECT_NE(camera->qt_metacast("CZRNCamera"), nullptr);
+    EXPECT_NE(camera->qt_metacast("CameraInterface"), nullptr);
+    EXPECT_NE(camera->qt_metacast("zrncamera.FrameTimesInterface/1"), nullptr);
+    EXPECT_NE(factory()->qt_metacast("Quorvane.Device.IFactory.2.0.200324"), nullptr);
+    EXPECT_EQ(factory()->deleteDevice(device), ErrorCode::Success);
+
+    const auto* ticks = reinterpret_cast<const QMetaObject*>(
+        QLibrary::resolve(pluginPath, "_ZN13CustomThreads13TickTokThread16staticMetaObjectE"));
+    ASSERT_NE(ticks, nullptr);
+    EXPECT_EQ(textsOf(ticks).toStdString(), "class CustomThreads::TickTokThread\n"
+                                            "  void tickTokTimeOut() () type 1 access 2 tag ''\n");
     EXPECT_TRUE(loader.unload());
 }
 
