@@ -221,6 +221,7 @@ CameraRecorderProgress CameraRecorder::progress() const
         const std::lock_guard lock(m_mutex);
         recorders = m_recorders;
         progress.frames = m_doneFrames;
+        progress.bytes = m_doneBytes;
         progress.missing = m_doneMissing + m_partMissing;
         progress.queueLosses = m_dropped;
         progress.queuedBytes = m_session->plan().waitsForTrigger && !m_isRecording ? 0 : m_bytes;
@@ -233,6 +234,7 @@ CameraRecorderProgress CameraRecorder::progress() const
     for (const std::shared_ptr<Recorder>& recorder : recorders) {
         const RecordingProgress file = recorder->progress();
         progress.frames += file.frames;
+        progress.bytes += file.bytes;
         progress.queuedBytes += file.queuedBytes;
     }
     std::error_code error;
@@ -427,6 +429,7 @@ void CameraRecorder::closeFile()
     m_files.pop_front();
     const std::lock_guard lock(m_mutex);
     m_doneFrames += frames;
+    m_doneBytes += frames > 0 ? progress.bytes : 0;
     m_recorders.erase(m_recorders.begin());
 }
 

@@ -20,6 +20,7 @@ struct CameraRecorderProgress {
     std::uint64_t frames = 0;      ///< written, in all sets
     std::uint64_t missing = 0;     ///< frame numbers between those that were taken, likewise
     std::uint64_t queueLosses = 0; ///< of these, frames that the disk was too slow for
+    std::uint64_t bytes = 0;       ///< of the files
     std::uint64_t queuedBytes = 0; ///< waiting to be written
     std::int64_t freeBytes = 0;    ///< left on the disk
     std::size_t sets = 0;          ///< that this camera has begun
@@ -66,6 +67,7 @@ public:
     /// Stops and waits until all files are complete.
     void finish();
 
+    [[nodiscard]] const std::shared_ptr<RecordingSession>& session() const { return m_session; }
     [[nodiscard]] CameraRecorderProgress progress() const;
     /// What it gave to the sets, as far as it has done with them.
     [[nodiscard]] std::vector<RecordedPart> parts() const;
@@ -148,6 +150,7 @@ private:
     bool m_isShortened = false;
     bool m_isDone = false;
     std::uint64_t m_doneFrames = 0;
+    std::uint64_t m_doneBytes = 0;
     std::uint64_t m_partMissing = 0; // of the set that is recorded
     std::uint64_t m_doneMissing = 0;
     std::vector<std::shared_ptr<Recorder>> m_recorders; // of m_files

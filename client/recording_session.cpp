@@ -13,6 +13,7 @@
 #include <charconv>
 #include <fcntl.h>
 #include <filesystem>
+#include <numeric>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -111,6 +112,31 @@ std::string digitsOf(unsigned number, std::size_t fewest)
 {
     const std::string digits = std::to_string(number);
     return std::string(digits.size() < fewest ? fewest - digits.size() : 0, '0') + digits;
+}
+
+std::uint64_t RecordedPart::bytes() const
+{
+    return std::accumulate(
+        files.begin(), files.end(), std::uint64_t{0},
+        [](std::uint64_t sum, const RecordedFile& file) { return sum + file.bytes; });
+}
+
+RecordedPart sumOf(const std::vector<RecordedPart>& parts)
+{
+    RecordedPart sum;
+    for (const RecordedPart& part : parts) {
+        sum.files.insert(sum.files.end(), part.files.begin(), part.files.end());
+        sum.frames += part.frames;
+        sum.missing += part.missing;
+        sum.unwritten += part.unwritten;
+        sum.seconds += part.seconds;
+        sum.lost.camera += part.lost.camera;
+        sum.lost.library += part.lost.library;
+        sum.lost.ring += part.lost.ring;
+        sum.lost.queue += part.lost.queue;
+        sum.failure = sum.failure.empty() ? part.failure : sum.failure;
+    }
+    return sum;
 }
 
 std::string toJson(const RecordedPart& part, bool withFolders)

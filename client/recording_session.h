@@ -60,7 +60,14 @@ struct RecordedPart {
     double seconds = 0;              ///< from the first frame to the last
     double secondsBefore = 0;        ///< from the first frame to the trigger
     std::string failure;             ///< why it ended before its time; empty if it did not
+
+    /// Of its files.
+    [[nodiscard]] std::uint64_t bytes() const;
 };
+
+/// What all parts of a camera have together: their files one behind the other, and the first
+/// failure.
+RecordedPart sumOf(const std::vector<RecordedPart>& parts);
 
 /// A number as the names of files have it, with zeros before it.
 std::string digitsOf(unsigned number, std::size_t fewest);

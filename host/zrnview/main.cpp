@@ -16,7 +16,6 @@
 #include <QScreen>
 #include <QStandardPaths>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -67,6 +66,13 @@ zrnview::Theme themeOf(const std::string& name)
     return name == "light"  ? zrnview::Theme::Light
            : name == "dark" ? zrnview::Theme::Dark
                             : zrnview::Theme::System;
+}
+
+/// Who opens a recording wants no camera, which others may use.
+int camerasWanted(const Options& options)
+{
+    const int cameras = static_cast<int>(options.virtualModels.size());
+    return cameras > 0 || !options.recordings.empty() ? cameras : 1;
 }
 
 QString folderOf(const Options& options)
@@ -137,8 +143,7 @@ int main(int argc, char** argv)
 
     zrnview::Bench bench([&options] { return zrn::Driver::load(options.plugin); });
     zrnview::WindowOptions windowOptions;
-    windowOptions.camerasToShow =
-        options.cameras.value_or(std::max<int>(1, static_cast<int>(options.virtualModels.size())));
+    windowOptions.camerasToShow = options.cameras.value_or(camerasWanted(options));
     windowOptions.startStreams = !options.stopped;
     windowOptions.folder = folderOf(options);
     windowOptions.theme = themeOf(options.theme);

@@ -1,6 +1,7 @@
 #include "client/recording.h"
 #include "client/recording_file.h"
 #include "made_up_frames.h"
+#include "recorded.h"
 #include "scripted_driver.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/device/camera_worker.h"
@@ -62,6 +63,13 @@ public:
 std::shared_ptr<ScriptedDevice> makeDevice(const char* serial)
 {
     return std::make_shared<ScriptedDevice>(QString::fromLatin1(serial));
+}
+
+zrn::RecordingPlan planFor(const QTemporaryDir& folder)
+{
+    zrn::RecordingPlan plan;
+    plan.folder = folder.path().toStdString();
+    return plan;
 }
 
 /// The next frame that is ready for the screen; null when none comes.
@@ -552,7 +560,7 @@ private slots:
             device->startStream();
             QVERIFY(test.waitForState(*device, CameraState::Streaming));
         }
-        recording.startRecording(folder.filePath(QStringLiteral("a.zrnrec")));
+        test.bench.record(planFor(folder), &recording);
         QTRY_VERIFY_WITH_TIMEOUT(recording.isRecording(), patience);
         second->unplug();
         QVERIFY(test.waitForState(*test.bench.devices()[1], CameraState::Lost));
@@ -595,7 +603,6 @@ private slots:
     void recordsEveryFrameByteForByte()
     {
         const QTemporaryDir folder;
-        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
         auto scripted = makeDevice("ZR1");
         scripted->frameMilliseconds = 2;
         TestBench test({scripted});
@@ -605,15 +612,15 @@ private slots:
         device.set(Setting::TriggerOrder, 0);
         device.startStream();
         QVERIFY(test.waitForState(device, CameraState::Streaming));
-        device.startRecording(path);
+        test.bench.record(planFor(folder), &device);
         QTRY_VERIFY_WITH_TIMEOUT(device.isRecording(), patience);
         QCOMPARE(valueOf(device, Setting::TriggerOrder), 2);
-        QTRY_VERIFY_WITH_TIMEOUT(device.recorder()->progress().frames > 100, patience);
+        QTRY_VERIFY_WITH_TIMEOUT(writtenFrames(device) > 100, patience);
         device.stopRecording();
         QTRY_VERIFY_WITH_TIMEOUT(!device.isRecording(), patience);
         QTRY_COMPARE_WITH_TIMEOUT(valueOf(device, Setting::TriggerOrder), 0, patience);
 
-        const zrn::Recording reader(path.toStdString());
+        const zrn::Recording reader(fileOf(device));
         QVERIFY(reader.isComplete());
         QCOMPARE(QJsonDocument::fromJson(
                      QByteArray::fromStdString(reader.metadata()))[QLatin1String("serial")]
@@ -628,10 +635,9 @@ private slots:
         }
     }
 
-    void unplugEndsARecordingAndKeepsIt()
+    void aRecordingGoesOnWithACameraThatIsBack()
     {
         const QTemporaryDir folder;
-        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
         auto scripted = makeDevice("ZR1");
         TestBench test({scripted});
         QVERIFY(test.waitForDevices(1));
@@ -639,29 +645,36 @@ private slots:
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
         QVERIFY(test.waitForState(device, CameraState::Streaming));
-        device.startRecording(path);
-        QTRY_VERIFY_WITH_TIMEOUT(device.recorder() && device.recorder()->progress().frames > 5,
-                                 patience);
+        test.bench.record(planFor(folder), &device);
+        QTRY_VERIFY_WITH_TIMEOUT(writtenFrames(device) > 5, patience);
         scripted->unplug();
+        QVERIFY(test.waitForState(device, CameraState::Lost));
+        QVERIFY(device.isRecording());
+        scripted->replug();
+        QVERIFY(test.waitForState(device, CameraState::Streaming));
+        const std::uint64_t written = writtenFrames(device);
+        QTRY_VERIFY_WITH_TIMEOUT(writtenFrames(device) > written + 5, patience);
+        device.stopRecording();
         QTRY_VERIFY_WITH_TIMEOUT(!device.isRecording(), patience);
-        QVERIFY(zrn::Recording(path.toStdString()).isComplete());
+        QCOMPARE(device.recorder()->parts().front().files.size(), std::size_t{1});
+        const zrn::Recording recording(fileOf(device));
+        QVERIFY(recording.isComplete());
+        QCOMPARE(notesOf(recording, "lost").size(), std::size_t{1});
+        QCOMPARE(notesOf(recording, "back").size(), std::size_t{1});
     }
 
     void aRecordingWithoutAStreamIsRefused()
     {
+        const QTemporaryDir folder;
         auto scripted = makeDevice("ZR1");
         TestBench test({scripted});
         QVERIFY(test.waitForDevices(1));
         CameraDevice& device = *test.bench.devices().front();
         QVERIFY(test.waitForState(device, CameraState::Idle));
         QSignalSpy refusals(&device, &CameraDevice::recordingRefused);
-        device.startRecording(QStringLiteral("/nonexistent/a.zrnrec"));
+        test.bench.record(planFor(folder), &device);
         QVERIFY(refusals.wait(patience));
-        device.startStream();
-        QVERIFY(test.waitForState(device, CameraState::Streaming));
-        device.startRecording(QStringLiteral("/nonexistent/a.zrnrec"));
-        QVERIFY(refusals.wait(patience));
-        QVERIFY(refusals.last().first().toString().contains(QStringLiteral("/nonexistent")));
+        QVERIFY(!device.isRecording());
     }
 
     void aHangingRequestIsNoticedAndDoesNotStopTheExit()
@@ -681,7 +694,6 @@ private slots:
     void aHangingRequestDoesNotCostTheRecordingItsIndex()
     {
         const QTemporaryDir folder;
-        const QString path = folder.filePath(QStringLiteral("a.zrnrec"));
         auto scripted = makeDevice("ZR1");
         TestBench test({scripted});
         QVERIFY(test.waitForDevices(1));
@@ -689,13 +701,12 @@ private slots:
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
         QVERIFY(test.waitForState(device, CameraState::Streaming));
-        device.startRecording(path);
-        QTRY_VERIFY_WITH_TIMEOUT(device.recorder() && device.recorder()->progress().frames > 5,
-                                 patience);
+        test.bench.record(planFor(folder), &device);
+        QTRY_VERIFY_WITH_TIMEOUT(writtenFrames(device) > 5, patience);
         scripted->hanging = true;
         QTRY_VERIFY_WITH_TIMEOUT(device.isStuck(), patience);
         QVERIFY(!device.shutDown(10));
-        QVERIFY(zrn::Recording(path.toStdString()).isComplete());
+        QVERIFY(zrn::Recording(fileOf(device)).isComplete());
         scripted->hanging = false;
         QVERIFY(device.shutDown(patience));
     }

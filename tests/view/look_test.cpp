@@ -3,6 +3,7 @@
 
 #include "clipping.h"
 #include "live_window.h"
+#include "recorded.h"
 #include "zrnview/widgets/controls_panel.h"
 #include "zrnview/widgets/image_view.h"
 #include "zrnview/widgets/notice_bar.h"
@@ -234,12 +235,13 @@ private slots:
         live.window.side().setCurrentIndex(2);
         panel.recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(panel.device().isRecording(), patience);
+        panel.device().set(Setting::Gain, 40);
         QVERIFY(waitForPlots(live));
         capture(live.window, "recording");
         panel.recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(!panel.device().isRecording(), patience);
         PlaybackPanel& playback =
-            live.window.openRecording(QFile::decodeName(panel.device().recorder()->path().c_str()));
+            live.window.openRecording(QFile::decodeName(fileOf(panel.device()).c_str()));
         QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
         playback.togglePlaying();
         QVERIFY(waitForPlots({&playback.frames()}, plotSeconds() / 2));

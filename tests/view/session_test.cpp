@@ -5,6 +5,7 @@
 #include "clipping.h"
 #include "common/camera_settings.h"
 #include "made_up_frames.h"
+#include "recorded.h"
 #include "scripted_window.h"
 #include "zrnview/widgets/camera_list.h"
 #include "zrnview/widgets/image_view.h"
@@ -13,6 +14,7 @@
 #include "zrnview/widgets/preferences.h"
 #include "zrnview/widgets/property_table.h"
 #include "zrnview/widgets/running_plot.h"
+#include "zrnview/widgets/time_line.h"
 
 #include <QAction>
 #include <QDockWidget>
@@ -365,13 +367,13 @@ private slots:
         CameraDevice& device = test.panel().device();
         const EventLog& events = test.window.events();
         test.panel().recordButton().click();
-        QTRY_VERIFY_WITH_TIMEOUT(device.recorder() && device.recorder()->progress().frames > 5,
-                                 patience);
-        const QString path = QFile::decodeName(device.recorder()->path().c_str());
-        QTRY_VERIFY_WITH_TIMEOUT(tells(events, QStringLiteral("ZR1: recording to ") + path),
-                                 patience);
+        QTRY_VERIFY_WITH_TIMEOUT(writtenFrames(device) > 5, patience);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            tells(events, QStringLiteral("ZR1: recording to ") + test.folder()), patience);
         test.panel().recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(tells(events, QStringLiteral("ZR1: recorded ")), patience);
+        QTRY_VERIFY_WITH_TIMEOUT(tells(events, QStringLiteral("/recording_0001_ZR1.zrnrec")),
+                                 patience);
         test.window.setFolder(QStringLiteral("/proc/nowhere"));
         test.panel().recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(tells(events, QStringLiteral("ZR1: not recording: ")), patience);

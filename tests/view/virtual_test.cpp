@@ -2,9 +2,11 @@
 
 #include "client/recording.h"
 #include "live_window.h"
+#include "recorded.h"
 #include "zrnview/widgets/controls_panel.h"
 #include "zrnview/widgets/notice_bar.h"
 #include "zrnview/widgets/playback_panel.h"
+#include "zrnview/widgets/time_line.h"
 
 #include <QToolButton>
 #include <nlohmann/json.hpp>
@@ -84,9 +86,7 @@ private slots:
         QVERIFY(live.waitForStreams(1));
         CameraPanel& panel = live.panelOf(camera);
         panel.recordButton().click();
-        QTRY_VERIFY_WITH_TIMEOUT(panel.device().recorder() &&
-                                     panel.device().recorder()->progress().frames >= 20,
-                                 patience);
+        QTRY_VERIFY_WITH_TIMEOUT(writtenFrames(panel.device()) >= 20, patience);
         panel.recordButton().click();
         QTRY_VERIFY_WITH_TIMEOUT(!panel.device().isRecording(), patience);
 
@@ -94,7 +94,7 @@ private slots:
         for (const SentFrame& frame : camera.sentFrames()) {
             sent[frame.request.frameNumber] = frame.request;
         }
-        const zrn::Recording reader(panel.device().recorder()->path());
+        const zrn::Recording reader(fileOf(panel.device()));
         QVERIFY(reader.isComplete());
         for (int position = 0; position < reader.frameCount(); ++position) {
             const Frame frame = reader.frame(position);
@@ -103,7 +103,7 @@ private slots:
         }
 
         PlaybackPanel& playback =
-            live.window.openRecording(QFile::decodeName(panel.device().recorder()->path().c_str()));
+            live.window.openRecording(QFile::decodeName(fileOf(panel.device()).c_str()));
         QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
         for (const int position : {7, 19}) {
             playback.slider().setValue(position);

@@ -1,7 +1,6 @@
 #include "client/property_table.h"
 #include "client/recording.h"
 #include "clipping.h"
-#include "file_size_limit.h"
 #include "scripted_window.h"
 #include "zrnview/orderly_end.h"
 #include "zrnview/widgets/camera_list.h"
@@ -13,9 +12,7 @@
 #include "zrnview/widgets/main_window.h"
 #include "zrnview/widgets/notice_bar.h"
 #include "zrnview/widgets/pane_area.h"
-#include "zrnview/widgets/playback_panel.h"
 #include "zrnview/widgets/property_table.h"
-#include "zrnview/widgets/record_strip.h"
 #include "zrnview/widgets/running_plot.h"
 #include "zrnview/widgets/side_panel.h"
 #include "zrnview/widgets/stream_panel.h"
@@ -24,18 +21,15 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRadioButton>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QSlider>
 #include <QTabBar>
 #include <QTableView>
-#include <QTemporaryDir>
 #include <QToolButton>
 #include <QWheelEvent>
 #include <QtTest>
 
 #include <cmath>
-#include <csignal>
 
 using namespace zrnview;
 
@@ -564,90 +558,6 @@ private slots:
                          expected.mid(y * 64, 64));
             }
         }
-    }
-
-    void recordsAndPlaysBack()
-    {
-        const Devices devices = makeDevices(1);
-        TestWindow test(devices);
-        QVERIFY(test.waitForState(CameraState::Streaming));
-        test.panel().recordButton().click();
-        QTRY_VERIFY_WITH_TIMEOUT(test.panel().recordStrip().text().contains(QStringLiteral("REC")),
-                                 patience);
-        CameraDevice& device = test.panel().device();
-        QTRY_VERIFY_WITH_TIMEOUT(device.recorder()->progress().frames > 20, patience);
-        for (const char* part : {" frames", " missing", "/s", " free, enough for "}) {
-            QTRY_VERIFY_WITH_TIMEOUT(
-                test.panel().recordStrip().text().contains(QLatin1String(part)), patience);
-        }
-        test.panel().recordButton().click();
-        QTRY_VERIFY_WITH_TIMEOUT(
-            test.panel().recordStrip().text().contains(QStringLiteral("Recorded")), patience);
-
-        const QString path = QFile::decodeName(device.recorder()->path().c_str());
-        PlaybackPanel& playback = test.window.openRecording(path);
-        QTRY_VERIFY_WITH_TIMEOUT(playback.frames().display() != nullptr, patience);
-        QTRY_COMPARE_WITH_TIMEOUT(playback.info().metadata[QLatin1String("serial")].toString(),
-                                  QStringLiteral("ZR1"), patience);
-        playback.slider().setValue(10);
-        QTRY_COMPARE_WITH_TIMEOUT(playback.positionText(),
-                                  QStringLiteral("11 of %1").arg(playback.info().frames), patience);
-        const zrn::Recording reader(device.recorder()->path());
-        const quint32 wanted = reader.frame(10).step.number;
-        QTRY_COMPARE_WITH_TIMEOUT(playback.frames().display()->source.frame.step.number, wanted,
-                                  patience);
-        const Frame& shown = playback.frames().display()->source.frame;
-        QCOMPARE(bytesOf(shown.images()[0]), scriptedImage(*devices[0], wanted, 'A'));
-        QCOMPARE(bytesOf(shown.images()[1]), scriptedImage(*devices[0], wanted, 'B'));
-
-        playback.playButton().click();
-        QTRY_COMPARE_WITH_TIMEOUT(playback.slider().value(), playback.info().frames - 1, patience);
-        playback.verifyButton().click();
-        QTRY_VERIFY_WITH_TIMEOUT(
-            playback.notice().what().contains(QStringLiteral("as they were recorded")), patience);
-        test.window.closeRecording(playback);
-        QVERIFY(test.window.recordings().empty());
-    }
-
-    void aRecordingThatEndsEarlyTellsWhatItLost()
-    {
-        TestWindow test(makeDevices(1));
-        QVERIFY(test.waitForState(CameraState::Streaming));
-        const FileSizeLimit limit(20000);
-        test.panel().recordButton().click();
-        const QRegularExpression loss(
-            QStringLiteral("ended early: .*[1-9][0-9]* frames not written"));
-        QTRY_VERIFY_WITH_TIMEOUT(test.panel().recordStrip().text().contains(loss), patience);
-    }
-
-    void aSignalFinishesTheRecording()
-    {
-        endOrderlyOnSignals();
-        const QTemporaryDir folder;
-        std::string path;
-        {
-            TestWindow test(makeDevices(1));
-            test.window.setFolder(folder.path());
-            QVERIFY(test.waitForState(CameraState::Streaming));
-            test.panel().recordButton().click();
-            CameraDevice& device = test.panel().device();
-            QTRY_VERIFY_WITH_TIMEOUT(device.recorder() && device.recorder()->progress().frames > 5,
-                                     patience);
-            path = device.recorder()->path();
-            QTimer::singleShot(0, [] { ::raise(SIGTERM); });
-            QCOMPARE(QApplication::exec(), 0);
-        }
-        QVERIFY(zrn::Recording(path).isComplete());
-    }
-
-    void aFolderThatCannotBeWrittenIsNamed()
-    {
-        TestWindow test(makeDevices(1));
-        QVERIFY(test.waitForState(CameraState::Streaming));
-        test.window.setFolder(QStringLiteral("/proc/nowhere"));
-        test.panel().recordButton().click();
-        QTRY_VERIFY_WITH_TIMEOUT(
-            test.panel().recordStrip().text().contains(QStringLiteral("/proc/nowhere")), patience);
     }
 
     void tabReachesEveryControl()

@@ -87,6 +87,40 @@ bool Bench::isRecording() const
                        [](const CameraDevice* device) { return device->isRecording(); });
 }
 
+void Bench::record(const zrn::RecordingPlan& plan, CameraDevice* only)
+{
+    const auto session = std::make_shared<zrn::RecordingSession>(plan);
+    for (CameraDevice* device : m_devices) {
+        const bool isWanted = only ? device == only : device->isStreaming();
+        if (isWanted && !device->isRecording()) {
+            device->startRecording(session);
+        }
+    }
+}
+
+void Bench::stopRecording(const CameraDevice& device)
+{
+    for (CameraDevice* other : m_devices) {
+        if (device.recorder() && other->recorder() &&
+            other->recorder()->session() == device.recorder()->session()) {
+            other->stopRecording();
+        }
+    }
+}
+
+void Bench::trigger()
+{
+    std::set<std::shared_ptr<zrn::RecordingSession>> sessions;
+    for (const CameraDevice* device : m_devices) {
+        if (device->isRecording()) {
+            sessions.insert(device->recorder()->session());
+        }
+    }
+    for (const std::shared_ptr<zrn::RecordingSession>& session : sessions) {
+        session->trigger();
+    }
+}
+
 bool Bench::shutDown()
 {
     m_retryTimer.stop();

@@ -54,6 +54,13 @@ public:
     /// The cameras on the bus that this program does not have open.
     std::vector<zrn::BusCamera> others() const;
     bool isRecording() const;
+    /// Records what the plan wants of all cameras that stream, or of one, as one session.
+    /// @throws zrn::Error
+    void record(const zrn::RecordingPlan& plan, CameraDevice* only = nullptr);
+    /// Ends the recording that a camera takes part in, for all that do.
+    void stopRecording(const CameraDevice& device);
+    /// Triggers the recordings that wait for it.
+    void trigger();
 
     /// Ends all threads. @return false when a device call hangs, so that the process can only be
     /// left without tidying up.

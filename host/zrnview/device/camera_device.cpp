@@ -1,7 +1,5 @@
 #include "zrnview/device/camera_device.h"
 
-#include <QDateTime>
-
 namespace zrnview
 {
 namespace
@@ -31,7 +29,7 @@ CameraDevice::CameraDevice(const std::shared_ptr<zrn::Driver>& driver, const zrn
     connect(m_worker, &CameraWorker::settingsFileFailed, this, &CameraDevice::settingsFileFailed);
     connect(m_worker, &CameraWorker::silenceExplained, this, &CameraDevice::silenceExplained);
     connect(m_worker, &CameraWorker::recordingStarted, this,
-            [this](const std::shared_ptr<zrn::Recorder>& recorder) {
+            [this](const std::shared_ptr<zrn::CameraRecorder>& recorder) {
                 m_recorder = recorder;
                 emit recordingChanged();
             });
@@ -54,7 +52,7 @@ const SettingReading* CameraDevice::reading(Setting setting) const
 
 bool CameraDevice::isRecording() const
 {
-    return m_recorder && !m_recorder->progress().finished;
+    return m_recorder && !m_recorder->waitUntilDone(std::chrono::milliseconds(0));
 }
 
 bool CameraDevice::isConnected() const
@@ -74,18 +72,15 @@ bool CameraDevice::isStuck() const
 
 QJsonObject CameraDevice::metadata() const
 {
-    QJsonObject values;
+    SettingValues values;
     for (const auto& [setting, reading] : m_readings) {
         if (reading.readCode == ErrorCode::Success) {
-            values[QString::fromUtf8(infoOf(setting).label)] = static_cast<double>(reading.value);
+            values[setting] = reading.value;
         }
     }
-    return {{QStringLiteral("serial"), m_serial},
-            {QStringLiteral("time"), QDateTime::currentDateTime().toString(Qt::ISODateWithMs)},
-            {QStringLiteral("width"), static_cast<int>(m_facts.width)},
-            {QStringLiteral("height"), static_cast<int>(m_facts.height)},
-            {QStringLiteral("sensors"), m_facts.sensorCount},
-            {QStringLiteral("settings"), values}};
+    zrn::CameraFacts facts = m_facts;
+    facts.serial = m_serial.toStdString(); // also before the camera has told
+    return metadataOf(facts, values);
 }
 
 void CameraDevice::take()

@@ -29,7 +29,7 @@ public:
     /// Last reading of a setting; null before the first.
     const SettingReading* reading(Setting setting) const;
     /// The running recording, or the last one until the next; null before the first.
-    const std::shared_ptr<zrn::Recorder>& recorder() const { return m_recorder; }
+    const std::shared_ptr<zrn::CameraRecorder>& recorder() const { return m_recorder; }
     bool isRecording() const;
     /// Whether the camera answers and can be asked for something.
     bool isConnected() const;
@@ -62,9 +62,10 @@ public:
         ask(&CameraWorker::writeProperty, key, value);
     }
     void watchProperties(bool wanted) { ask(&CameraWorker::watchProperties, wanted); }
-    void startRecording(const QString& path)
+    /// Takes part in a session; once only.
+    void startRecording(const std::shared_ptr<zrn::RecordingSession>& session)
     {
-        ask(&CameraWorker::startRecording, path, metadata());
+        ask(&CameraWorker::startRecording, session);
     }
     void stopRecording() { ask(&CameraWorker::stopRecording); }
 
@@ -108,7 +109,7 @@ private:
     CameraHealth m_health;
     std::map<Setting, SettingReading> m_readings;
     std::map<Setting, qint64> m_wishes; // last values of set()
-    std::shared_ptr<zrn::Recorder> m_recorder;
+    std::shared_ptr<zrn::CameraRecorder> m_recorder;
     QElapsedTimer m_lastSign;
     bool m_expectsSigns = false; // the camera's thread reports several times a second
 };

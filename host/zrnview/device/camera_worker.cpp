@@ -41,7 +41,7 @@ CameraWorker::CameraWorker(FrameStation& station)
     , m_watchTimer(this)
     , m_propertyTimer(this)
 {
-    qRegisterMetaType<std::shared_ptr<zrn::Recorder>>();
+    qRegisterMetaType<std::shared_ptr<zrn::CameraRecorder>>();
     m_watchTimer.setInterval(watchPeriod);
     m_propertyTimer.setInterval(propertyPeriod);
     connect(&m_watchTimer, &QTimer::timeout, this, &CameraWorker::watch);
@@ -185,6 +185,9 @@ void CameraWorker::startStream()
             accept(frame, std::exchange(isFirst, false));
         };
         options.onEvent = [this](const zrn::StreamEvent& event) {
+            if (const Sink recording = sink(); recording.recorder) {
+                recording.recorder->note(event);
+            }
             QMetaObject::invokeMethod(this, [this, event] { note(event); });
         };
         m_stream = std::make_unique<zrn::Stream>(m_camera, std::move(options));
@@ -244,7 +247,7 @@ void CameraWorker::watchProperties(bool wanted)
     }
 }
 
-void CameraWorker::startRecording(const QString& path, const QJsonObject& metadata)
+void CameraWorker::startRecording(const std::shared_ptr<zrn::RecordingSession>& session)
 {
     if (!m_stream) {
         emit recordingRefused(tr("start the stream first"));
@@ -252,9 +255,13 @@ void CameraWorker::startRecording(const QString& path, const QJsonObject& metada
     }
     stopRecording();
     try {
-        m_recorder = std::make_shared<zrn::Recorder>(
-            QFile::encodeName(path).toStdString(),
-            QJsonDocument(metadata).toJson(QJsonDocument::Compact).toStdString());
+        m_recorder = std::make_shared<zrn::CameraRecorder>(
+            session, m_camera->facts().serial, [camera = m_camera] {
+                const QJsonObject metadata = metadataOf(
+                    camera->facts(), {{Setting::Exposure, camera->knownExposure().count()},
+                                      {Setting::Gain, camera->knownGain()}});
+                return QJsonDocument(metadata).toJson(QJsonDocument::Compact).toStdString();
+            });
     } catch (const zrn::Error& error) {
         emit recordingRefused(QString::fromUtf8(error.what()));
         return;
@@ -263,7 +270,8 @@ void CameraWorker::startRecording(const QString& path, const QJsonObject& metada
     m_orderBeforeRecording = readSetting(*m_camera, Setting::TriggerOrder).value;
     emit settingsRead(writeAndReadBack(*m_camera, Setting::TriggerOrder,
                                        static_cast<qint64>(TriggerMode::Oldest)));
-    setSink(m_recorder);
+    m_recorder->watch(*m_camera);
+    setSink({m_recorder, m_stream.get()});
     emit recordingStarted(m_recorder);
 }
 
@@ -272,7 +280,7 @@ void CameraWorker::stopRecording()
     if (!m_recorder) {
         return;
     }
-    setSink(nullptr);
+    setSink({});
     m_recorder->stop();
     m_recorder.reset();
     emit settingsRead(writeAndReadBack(*m_camera, Setting::TriggerOrder, m_orderBeforeRecording));
@@ -344,7 +352,7 @@ void CameraWorker::watch()
     m_health.state = stateNow(status.isOnline);
     judgeControls(status.isOnline);
     m_health.code = m_health.counters.lastFailure;
-    if (m_health.state == CameraState::Lost || (m_recorder && m_recorder->progress().finished)) {
+    if (m_recorder && m_recorder->waitUntilDone(0ms)) {
         stopRecording();
     }
     if (m_health.state == CameraState::Silent && before != CameraState::Silent) {
@@ -368,18 +376,21 @@ void CameraWorker::accept(const zrn::Frame& frame, bool isFirst)
     live.handedOver = frame.arrival;
     live.waitMilliseconds = std::chrono::duration<double, std::milli>(frame.wait).count();
     m_station.deliver(std::move(live));
-    std::unique_lock lock(m_sinkMutex);
-    const std::shared_ptr<zrn::Recorder> recorder = m_sink;
-    lock.unlock();
-    if (recorder) {
-        recorder->add(frame);
+    if (const Sink recording = sink(); recording.recorder) {
+        recording.recorder->add(frame, recording.stream->counters().lost);
     }
 }
 
-void CameraWorker::setSink(std::shared_ptr<zrn::Recorder> recorder)
+void CameraWorker::setSink(Sink sink)
 {
     const std::lock_guard lock(m_sinkMutex);
-    m_sink = std::move(recorder);
+    m_sink = std::move(sink);
+}
+
+CameraWorker::Sink CameraWorker::sink()
+{
+    const std::lock_guard lock(m_sinkMutex);
+    return m_sink;
 }
 
 /// Whether a frame should have come since the last one, were the camera still there.

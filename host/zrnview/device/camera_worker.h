@@ -1,10 +1,9 @@
 #pragma once
 
-#include "client/recorder.h"
+#include "client/camera_recorder.h"
 #include "zrnview/device/camera_reports.h"
 #include "zrnview/device/frame_station.h"
 
-#include <QJsonObject>
 #include <QObject>
 #include <QTimer>
 
@@ -45,8 +44,8 @@ public slots:
     void writeProperty(const QByteArray& key, const zrn::Value& value);
     /// Whether propertiesRead() comes once a second.
     void watchProperties(bool wanted);
-    /// Creates a recording and sends all further frames to it.
-    void startRecording(const QString& path, const QJsonObject& metadata);
+    /// Takes part in a session with all further frames.
+    void startRecording(const std::shared_ptr<zrn::RecordingSession>& session);
     void stopRecording();
     /// Writes how the camera is set to a file that loadSettings() and zrncam read.
     void saveSettings(const QString& path);
@@ -60,7 +59,7 @@ signals:
     void propertiesRead(const zrnview::PropertyReadings& readings);
     /// @param operation what was tried, for the user
     void answered(const QString& operation, ErrorCode code);
-    void recordingStarted(const std::shared_ptr<zrn::Recorder>& recorder);
+    void recordingStarted(const std::shared_ptr<zrn::CameraRecorder>& recorder);
     void recordingRefused(const QString& why);
     void settingsSaved(const QString& path);
     void settingsLoaded(const QString& path);
@@ -70,6 +69,12 @@ signals:
     void silenceExplained(const QStringList& findings);
 
 private:
+    /// What takes the frames of the stream, and what happens to it, beside the station.
+    struct Sink {
+        std::shared_ptr<zrn::CameraRecorder> recorder;
+        const zrn::Stream* stream = nullptr;
+    };
+
     /// Whether there is a camera that can be asked for something.
     bool isConnected() const;
     void carryOut(const QString& name, const std::function<void()>& operation);
@@ -84,7 +89,8 @@ private:
     void judgeControls(bool isAnswered);
     /// Takes a frame, on the stream's thread.
     void accept(const zrn::Frame& frame, bool isFirst);
-    void setSink(std::shared_ptr<zrn::Recorder> recorder);
+    void setSink(Sink sink);
+    Sink sink();
 
     FrameStation& m_station;
     std::shared_ptr<zrn::Driver> m_driver;
@@ -95,13 +101,13 @@ private:
     CameraHealth m_health;
     int m_unansweredProbes = 0;    // in a row
     quint64 m_framesWhenHeard = 0; // at the first of them
-    std::shared_ptr<zrn::Recorder> m_recorder;
+    std::shared_ptr<zrn::CameraRecorder> m_recorder;
     qint64 m_orderBeforeRecording = 0;
     QTimer m_watchTimer; // runs while the camera is taken
     QTimer m_propertyTimer;
 
     std::mutex m_sinkMutex;
-    std::shared_ptr<zrn::Recorder> m_sink; // takes the frames beside the station
+    Sink m_sink;
 
     std::mutex m_requestsMutex;
     std::map<Setting, qint64> m_requests;
@@ -109,4 +115,4 @@ private:
 
 } // namespace zrnview
 
-Q_DECLARE_METATYPE(std::shared_ptr<zrn::Recorder>)
+Q_DECLARE_METATYPE(std::shared_ptr<zrn::CameraRecorder>)

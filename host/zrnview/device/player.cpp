@@ -47,6 +47,7 @@ void Player::open(const QString& path)
         info.bytes = m_recording->bytes();
         info.complete = m_recording->isComplete();
         info.lostBytes = m_recording->lostBytes();
+        info.events = eventsOf(*m_recording);
         emit opened(info);
         seek(0);
     } catch (const zrn::Error& error) {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "client/recording.h"
 #include "zrnview/device/frame_station.h"
+#include "zrnview/device/recorded_events.h"
 
 #include <QJsonObject>
 #include <QObject>
@@ -19,6 +19,7 @@ struct RecordingInfo {
     quint64 bytes = 0;
     bool complete = true;
     quint64 lostBytes = 0; ///< behind the last whole frame of one that is not complete
+    std::vector<RecordedEvent> events;
 };
 
 /// Plays a recording into a station, on the thread that this object lives in.

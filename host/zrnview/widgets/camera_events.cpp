@@ -37,11 +37,6 @@ QString valueText(Setting setting, qint64 value)
     return *info.unit ? QStringLiteral("%1 %2").arg(number, QString::fromUtf8(info.unit)) : number;
 }
 
-QString fileOf(const zrn::Recorder& recorder)
-{
-    return QFile::decodeName(recorder.path().c_str());
-}
-
 } // namespace
 
 CameraEvents::CameraEvents(CameraDevice& device, Note note, QObject* parent)
@@ -60,7 +55,12 @@ CameraEvents::CameraEvents(CameraDevice& device, Note note, QObject* parent)
     connect(&m_device, &CameraDevice::settingsRead, this, &CameraEvents::noteReadings);
     connect(&m_device, &CameraDevice::healthChanged, this, &CameraEvents::tellHealth);
     connect(&m_device, &CameraDevice::recordingChanged, this, [this] {
-        tell(Tone::Information, tr("recording to %1").arg(fileOf(*m_device.recorder())));
+        const zrn::RecordingPlan& plan = m_device.recorder()->session()->plan();
+        const QString folder = QFile::decodeName(plan.folder.c_str());
+        tell(Tone::Information, plan.waitsForTrigger
+                                    ? tr("recording to %1 around triggers").arg(folder)
+                                    : tr("recording to %1").arg(folder));
+        m_toldParts = 0;
         m_recordingTimer.start();
     });
     connect(&m_device, &CameraDevice::recordingRefused, this,
@@ -150,24 +150,26 @@ void CameraEvents::tellHealth()
 
 void CameraEvents::tellRecording()
 {
-    const zrn::Recorder& recorder = *m_device.recorder();
-    const zrn::RecordingProgress progress = recorder.progress();
-    if (!progress.finished) {
-        return;
+    if (!m_device.isRecording()) {
+        m_recordingTimer.stop();
     }
-    m_recordingTimer.stop();
-    const QString account = tr("%1 frames, %2 missing, %3 in %4: %5")
-                                .arg(progress.frames)
-                                .arg(progress.missing)
-                                .arg(byteText(static_cast<double>(progress.bytes)),
-                                     durationText(progress.seconds), fileOf(recorder));
-    if (progress.error.empty()) {
-        tell(Tone::Information, tr("recorded %1").arg(account));
-    } else {
-        tell(Tone::Fault, tr("the recording ended early: %1; %2 frames not written; kept %3")
-                              .arg(QString::fromStdString(progress.error))
-                              .arg(progress.unwritten)
-                              .arg(account));
+    const std::vector<zrn::RecordedPart> parts = m_device.recorder()->parts();
+    for (; m_toldParts < parts.size(); ++m_toldParts) {
+        const zrn::RecordedPart& part = parts[m_toldParts];
+        QStringList paths;
+        for (const zrn::RecordedFile& file : part.files) {
+            paths += pathOf(file);
+        }
+        const QString account = QStringList{accountOf(part), paths.join(QStringLiteral(", "))}.join(
+            QStringLiteral(": "));
+        if (part.failure.empty()) {
+            tell(Tone::Information, tr("recorded %1").arg(account));
+        } else {
+            tell(Tone::Fault, tr("the recording ended early: %1; %2 frames not written; kept %3")
+                                  .arg(QString::fromLocal8Bit(part.failure.c_str()))
+                                  .arg(part.unwritten)
+                                  .arg(account));
+        }
     }
 }
 

@@ -33,7 +33,8 @@ private:
     const Note m_note;
     std::map<Setting, SettingReading> m_written; // that are still to be told
     QTimer m_settingsTimer;                      // a dragged slider is told once it stands still
-    QTimer m_recordingTimer;                     // looks for the end of the recording
+    QTimer m_recordingTimer;                     // looks for what was recorded
+    std::size_t m_toldParts = 0;                 // of the recording
     CameraState m_state = CameraState::Connecting;
     QString m_refusal;
     bool m_answersControls = true;

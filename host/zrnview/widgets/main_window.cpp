@@ -1,5 +1,6 @@
 #include "zrnview/widgets/main_window.h"
 
+#include "client/error.h"
 #include "zrnview/device/bench.h"
 #include "zrnview/device/camera_device.h"
 #include "zrnview/widgets/camera_events.h"
@@ -10,6 +11,7 @@
 #include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/playback_panel.h"
 #include "zrnview/widgets/preferences.h"
+#include "zrnview/widgets/record_options.h"
 #include "zrnview/widgets/record_strip.h"
 #include "zrnview/widgets/side_panel.h"
 
@@ -44,6 +46,7 @@ MainWindow::MainWindow(Bench& bench, const WindowOptions& options)
     , m_empty(new FirstPage(options.examine, m_area))
     , m_cameraList(new CameraList(bench, this))
     , m_side(new SidePanel(this))
+    , m_recordOptions(new RecordOptions(this))
 {
     setWindowTitle(tr("zrnview"));
     setMinimumSize(smallest);
@@ -175,6 +178,7 @@ CameraPanel& MainWindow::showCamera(CameraDevice& device)
     });
     connect(&panel->recordStrip(), &RecordStrip::openRequested, this,
             [this](const QString& path) { openRecording(path); });
+    connect(&panel->recordStrip(), &RecordStrip::triggerRequested, &m_bench, &Bench::trigger);
     m_cameraList->setShown(device, true);
     arrange();
     activate(*panel);
@@ -326,12 +330,15 @@ void MainWindow::toggleRecording()
     }
     CameraDevice& device = m_active->device();
     if (device.isRecording()) {
-        device.stopRecording();
+        m_bench.stopRecording(device);
         return;
     }
-    QDir().mkpath(m_options.folder);
-    device.startRecording(
-        QStringLiteral("%1/%2.zrnrec").arg(m_options.folder, datedName(device.serial())));
+    try {
+        m_bench.record(m_recordOptions->plan(m_options.folder),
+                       m_recordOptions->ofAllCameras() ? nullptr : &device);
+    } catch (const zrn::Error& error) {
+        emit device.recordingRefused(QString::fromUtf8(error.what()));
+    }
 }
 
 void MainWindow::toggleStream()

@@ -24,6 +24,7 @@ class CameraList;
 class CameraPanel;
 class FramePanel;
 class PlaybackPanel;
+class RecordOptions;
 class SidePanel;
 
 /// What the window does on its own after it was opened.
@@ -55,6 +56,7 @@ public:
     CameraList& cameraList() { return *m_cameraList; }
     FirstPage& firstPage() { return *m_empty; }
     SidePanel& side() { return *m_side; }
+    RecordOptions& recordOptions() { return *m_recordOptions; }
     EventLog& events();
 
     CameraPanel& showCamera(CameraDevice& device);
@@ -115,6 +117,7 @@ private:
     FirstPage* m_empty;
     CameraList* m_cameraList;
     SidePanel* m_side;
+    RecordOptions* m_recordOptions;
     QDockWidget* m_cameras = nullptr;
     QDockWidget* m_adjust = nullptr; // holds the side panel, named after its camera
     bool m_controlsGaveWay = false;  // the dock is hidden for want of room

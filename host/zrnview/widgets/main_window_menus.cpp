@@ -6,6 +6,7 @@
 #include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/playback_panel.h"
 #include "zrnview/widgets/preferences.h"
+#include "zrnview/widgets/record_options.h"
 
 #include <QActionGroup>
 #include <QApplication>
@@ -65,6 +66,8 @@ void MainWindow::buildCameraMenu()
     menu->addAction(tr("S&napshot"), this, &MainWindow::takeSnapshot, QKeySequence::Save);
     menu->addAction(tr("Start or stop &recording"), this, &MainWindow::toggleRecording,
                     tr("Ctrl+R"));
+    menu->addAction(tr("&Trigger"), &m_bench, &Bench::trigger, tr("Ctrl+T"));
+    menu->addAction(tr("How to re&cord…"), m_recordOptions, &QDialog::show);
 }
 
 void MainWindow::buildViewMenu()

@@ -5,12 +5,13 @@
 #include "zrnview/widgets/notice_bar.h"
 #include "zrnview/widgets/pane_area.h"
 #include "zrnview/widgets/record_strip.h"
+#include "zrnview/widgets/time_line.h"
 
 #include <QComboBox>
 #include <QFileInfo>
 #include <QHBoxLayout>
+#include <QListWidget>
 #include <QSignalBlocker>
-#include <QSlider>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -23,6 +24,7 @@ namespace
 
 constexpr std::array speeds = {0.1, 0.25, 0.5, 1.0, 2.0, 4.0};
 constexpr double ordinarySpeed = 1;
+constexpr int shownEvents = 4; ///< lines
 
 } // namespace
 
@@ -35,7 +37,9 @@ PlaybackPanel::PlaybackPanel(const QString& path, QWidget* parent)
     , m_play(new QToolButton(this))
     , m_verify(new QToolButton(this))
     , m_speed(new QComboBox(this))
-    , m_slider(new QSlider(Qt::Horizontal, this))
+    , m_slider(new TimeLine(this))
+    , m_eventsButton(new QToolButton(this))
+    , m_events(new QListWidget(this))
     , m_notice(new NoticeBar(this))
     , m_frames(new FramePanel(m_station, this))
 {
@@ -48,6 +52,7 @@ PlaybackPanel::PlaybackPanel(const QString& path, QWidget* parent)
     layout->addWidget(m_notice);
     layout->addWidget(m_frames, 1);
     layout->addWidget(makeTransport());
+    layout->addWidget(m_events);
     connect(&m_frames->panes(), &PaneArea::activated, this, &PlaybackPanel::activated);
 
     m_player->moveToThread(&m_thread);
@@ -74,6 +79,10 @@ QWidget* PlaybackPanel::makeHeader()
     m_title->setFont(bold);
     auto* snapshot = new QToolButton(header);
     snapshot->setText(tr("Snapshot"));
+    m_eventsButton->setText(tr("Events"));
+    m_eventsButton->setToolTip(tr("Shows what happened while it was recorded"));
+    m_eventsButton->setCheckable(true);
+    m_eventsButton->hide();
     m_verify->setText(tr("Verify"));
     m_verify->setToolTip(tr("Reads every frame and checks that nothing was damaged"));
     auto* close = new QToolButton(header);
@@ -82,10 +91,11 @@ QWidget* PlaybackPanel::makeHeader()
     m_about->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     layout->addWidget(m_title);
     layout->addWidget(m_about, 1);
-    for (QToolButton* button : {m_verify, snapshot, close}) {
+    for (QToolButton* button : {m_eventsButton, m_verify, snapshot, close}) {
         button->setFocusPolicy(Qt::StrongFocus);
         layout->addWidget(button);
     }
+    connect(m_eventsButton, &QToolButton::toggled, m_events, &QWidget::setVisible);
     connect(snapshot, &QToolButton::clicked, this, &PlaybackPanel::snapshotRequested);
     connect(close, &QToolButton::clicked, this, &PlaybackPanel::closed);
     connect(m_verify, &QToolButton::clicked, this, [this] {
@@ -126,11 +136,20 @@ QWidget* PlaybackPanel::makeTransport()
     m_speed->setCurrentIndex(m_speed->findData(ordinarySpeed));
     m_speed->setToolTip(tr("Speed"));
     layout->addWidget(m_speed);
+    m_events->setAccessibleName(tr("Events in the recording"));
+    m_events->setMaximumHeight(fontMetrics().lineSpacing() * (shownEvents + 1));
+    m_events->hide();
 
     connect(m_play, &QToolButton::clicked, this, &PlaybackPanel::togglePlaying);
     connect(m_slider, &QSlider::valueChanged, this, [this](int position) {
         QMetaObject::invokeMethod(m_player, [this, position] { m_player->seek(position); });
     });
+    const auto goTo = [this] {
+        m_slider->setValue(
+            m_info.events.at(static_cast<std::size_t>(m_events->currentRow())).position);
+    };
+    connect(m_events, &QListWidget::itemClicked, this, goTo);
+    connect(m_events, &QListWidget::itemActivated, this, goTo);
     connect(m_speed, qOverload<int>(&QComboBox::currentIndexChanged), this, [this] {
         const double speed = m_speed->currentData().toDouble();
         QMetaObject::invokeMethod(m_player, [this, speed] { m_player->setSpeed(speed); });
@@ -171,6 +190,7 @@ void PlaybackPanel::showInfo(const RecordingInfo& info)
     m_info = info;
     const QSignalBlocker blocker(m_slider);
     m_slider->setRange(0, std::max(info.frames - 1, 0));
+    showEvents();
     m_about->setText(tr("%1 frames · %2 s · %3")
                          .arg(info.frames)
                          .arg(info.seconds, 0, 'f', 1)
@@ -182,6 +202,16 @@ void PlaybackPanel::showInfo(const RecordingInfo& info)
                            .arg(info.frames)
                            .arg(byteText(static_cast<double>(info.lostBytes))));
     }
+}
+
+void PlaybackPanel::showEvents()
+{
+    m_slider->setEvents(m_info.events);
+    for (const RecordedEvent& event : m_info.events) {
+        m_events->addItem(textOf(event));
+    }
+    m_eventsButton->setVisible(!m_info.events.empty());
+    m_eventsButton->setChecked(!m_info.events.empty());
 }
 
 void PlaybackPanel::showPosition(int position)

@@ -7,7 +7,7 @@
 #include <QThread>
 
 class QComboBox;
-class QSlider;
+class QListWidget;
 class QToolButton;
 
 namespace zrnview
@@ -16,6 +16,7 @@ namespace zrnview
 class ElidedLabel;
 class FramePanel;
 class NoticeBar;
+class TimeLine;
 
 /// A recording in the window: its images, and the means to move in it.
 class PlaybackPanel : public QFrame
@@ -28,7 +29,9 @@ public:
 
     FramePanel& frames() { return *m_frames; }
     NoticeBar& notice() { return *m_notice; }
-    QSlider& slider() { return *m_slider; }
+    TimeLine& slider() { return *m_slider; }
+    QListWidget& events() { return *m_events; }
+    QToolButton& eventsButton() { return *m_eventsButton; }
     QToolButton& playButton() { return *m_play; }
     QToolButton& verifyButton() { return *m_verify; }
     const RecordingInfo& info() const { return m_info; }
@@ -47,6 +50,7 @@ private:
     QWidget* makeTransport();
     void connectPlayer();
     void showInfo(const RecordingInfo& info);
+    void showEvents();
     void showPosition(int position);
     void showVerdict(const QVector<int>& damaged);
 
@@ -61,7 +65,9 @@ private:
     QToolButton* m_play;
     QToolButton* m_verify;
     QComboBox* m_speed;
-    QSlider* m_slider;
+    TimeLine* m_slider;
+    QToolButton* m_eventsButton;
+    QListWidget* m_events;
     NoticeBar* m_notice;
     FramePanel* m_frames;
 };
