@@ -1,5 +1,7 @@
 #include "frame_buffer.h"
 
+#include "client/wall_clock.h"
+
 #include <algorithm>
 #include <array>
 #include <gst/video/video.h>
@@ -30,8 +32,8 @@ GstMemory* wrap(const zrn::Frame& frame, const zrn::Image& image)
 /// The wall clock's time of a moment.
 std::chrono::nanoseconds sinceEpoch(std::chrono::steady_clock::time_point moment)
 {
-    return std::chrono::system_clock::now().time_since_epoch() -
-           (std::chrono::steady_clock::now() - moment);
+    return moment.time_since_epoch() +
+           zrn::WallClock::read(zrn::WallClock::Kind::Realtime).distance();
 }
 
 } // namespace

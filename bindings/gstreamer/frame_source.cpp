@@ -435,8 +435,21 @@ GstClockTime FrameSource::runningTime(std::chrono::steady_clock::time_point mome
     if (!clock) {
         return GST_CLOCK_TIME_NONE;
     }
-    const GstClockTime now = gst_clock_get_time(clock) - gst_element_get_base_time(m_element);
-    const GstClockTime age = toGst(std::chrono::steady_clock::now() - moment);
+    // A thread that is preempted between the readings would take the pause for a part of the age.
+    constexpr int tries = 5;
+    GstClockTime now = 0;
+    GstClockTime age = 0;
+    auto narrowest = std::chrono::steady_clock::duration::max();
+    for (int i = 0; i < tries; ++i) {
+        const auto before = std::chrono::steady_clock::now();
+        const GstClockTime time = gst_clock_get_time(clock);
+        const auto width = std::chrono::steady_clock::now() - before;
+        if (width < narrowest) {
+            narrowest = width;
+            now = time - gst_element_get_base_time(m_element);
+            age = toGst(before - moment + width / 2);
+        }
+    }
     gst_object_unref(clock);
     return now > age ? now - age : 0;
 }

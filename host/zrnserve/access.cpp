@@ -60,6 +60,9 @@ std::string readPassphrase(const std::string& path)
     constexpr std::size_t longest = 79;
     requireSecret(path);
     std::ifstream file(path);
+    if (!file) {
+        throw WrongOptions(path + ": " + std::strerror(errno));
+    }
     std::string passphrase;
     if (!std::getline(file, passphrase)) {
         throw WrongOptions(path + " holds no passphrase");

@@ -38,7 +38,6 @@ constexpr guint64 longestQueue = 3;
 
 constexpr gint postSessionSeconds = 60;
 constexpr guint longestRequest = 64 * 1024;
-constexpr gint mostThreads = 8;
 
 /// Of one connection: one for each view, and one more.
 constexpr guint mostSessions = 4;
@@ -342,7 +341,9 @@ RtspService::RtspService(const Access& access, const Options& options)
     gst_rtsp_server_set_service(m_server, std::to_string(options.port).c_str());
     gst_rtsp_server_set_content_length_limit(m_server, longestRequest);
     g_autoptr(GstRTSPThreadPool) threads = gst_rtsp_server_get_thread_pool(m_server);
-    gst_rtsp_thread_pool_set_max_threads(threads, mostThreads);
+    // One each: who asks for a silent camera waits for its first frame, and nobody shall wait with
+    // him.
+    gst_rtsp_thread_pool_set_max_threads(threads, options.mostClients);
     g_autoptr(GstRTSPSessionPool) sessions = gst_rtsp_server_get_session_pool(m_server);
     gst_rtsp_session_pool_set_max_sessions(sessions, options.mostClients * mostSessions);
     g_autoptr(GstRTSPAuth) auth = newAuth(access);

@@ -246,7 +246,7 @@ def test_recordings_of_two_machines_are_collected_whole(network, tmp_path):
                                      stdout=subprocess.PIPE, text=True).stdout)
     left, right = told["cameras"]
     assert len(left["files"]) == len(files["left"]) and len(right["files"]) == len(files["right"])
-    # Whatever the cameras sent until they were ended is there, or its number is missing.
+    # Each frame of the files is in the table.
     for camera in (left, right):
         assert camera["frames"] > 0 and camera["undated"] == 0
         assert camera["paired"] + camera["unpaired"] == camera["frames"]
