@@ -149,7 +149,8 @@ RecordingSession::RecordingSession(RecordingPlan plan)
 {
     std::error_code error;
     fs::create_directories(m_plan.folder, error);
-    if (!fs::is_directory(m_plan.folder)) {
+    std::error_code ignored; // why it cannot be looked at is why it could not be made
+    if (!fs::is_directory(m_plan.folder, ignored)) {
         throw notWritable(m_plan.folder, "the folder cannot be made" +
                                              (error ? ": " + error.message() : std::string()));
     }

@@ -103,7 +103,12 @@ public:
 
     ExportResult run()
     {
-        if (!m_recording.isComplete()) {
+        const std::vector<std::string> others = m_recording.otherDamage();
+        for (const std::string& what : others) {
+            note(what);
+        }
+        m_result.isDamagedElsewhere = !others.empty();
+        if (!m_recording.isComplete() && others.empty()) {
             note("the recording was cut off: " + std::to_string(m_recording.lostBytes()) +
                  " bytes behind its last whole frame are lost");
         }

@@ -27,7 +27,8 @@ struct ExportResult {
     int damaged = 0; ///< left out
     int without = 0; ///< left out for they have no image that is wanted
     bool isInterrupted = false;
-    std::vector<std::string> files; ///< complete ones, or the folder
+    bool isDamagedElsewhere = false; ///< beside the frames
+    std::vector<std::string> files;  ///< complete ones, or the folder
 };
 
 /// Writes what is asked for; tells damaged frames as notes. @throws zrn::Error

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -178,7 +179,8 @@ int exportFrames(const Options& options)
     if (result.files.empty()) {
         progress.note(QStringLiteral("zrnrec: there is nothing to write a file of"));
     }
-    return result.damaged > 0 || result.files.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
+    const bool isWhole = result.damaged == 0 && !result.isDamagedElsewhere;
+    return isWhole && !result.files.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int pairFrames(const Options& options)
@@ -192,6 +194,7 @@ int pairFrames(const Options& options)
 
 int main(int argc, char** argv)
 {
+    std::signal(SIGXFSZ, SIG_IGN); // an error of the write instead, which removes what was begun
     CLI::App app("Reads recordings of ZRN USB cameras.", "zrnrec");
     app.set_version_flag("--version", "zrnrec " ZRN_VERSION);
     app.require_subcommand(1);

@@ -101,7 +101,7 @@ ToolRun& ToolRun::under(const QStringList& words)
 
 ToolRun& ToolRun::limitFiles(int kibibytes)
 {
-    const QString limited = QStringLiteral("trap '' XFSZ; ulimit -f %1; exec \"$0\" \"$@\"");
+    const QString limited = QStringLiteral("ulimit -f %1; exec \"$0\" \"$@\"");
     return under({"bash", "-c", limited.arg(kibibytes)});
 }
 

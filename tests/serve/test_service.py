@@ -1,9 +1,11 @@
 """What a service manager hears of zrnserve and of zrncam record."""
 
+import contextlib
 import os
 import signal
 import socket
 import subprocess
+import time
 
 import pytest
 
@@ -25,12 +27,21 @@ class Service:
             command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             env={**os.environ, "NOTIFY_SOCKET": str(folder / "notify"), "WATCHDOG_USEC": "400000"})
 
+        self.said = []
+
     def hears(self):
-        return self.socket.recv(4096).decode()
+        return self.said.pop(0) if self.said else self.socket.recv(4096).decode()
 
     def end(self):
+        """Listens meanwhile: the socket holds a few signs only, and who gives more waits."""
         self.process.send_signal(signal.SIGTERM)
-        return self.process.wait(PATIENCE)
+        self.socket.settimeout(0.1)
+        deadline = time.monotonic() + PATIENCE
+        while self.process.poll() is None and time.monotonic() < deadline:
+            with contextlib.suppress(TimeoutError):
+                self.said.append(self.socket.recv(4096).decode())
+        self.socket.settimeout(PATIENCE)
+        return self.process.wait(0)
 
 
 @pytest.fixture

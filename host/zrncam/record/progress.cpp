@@ -57,11 +57,20 @@ Teller::Teller(RecordProgress& progress, const zrn::RecordingPlan& plan, QString
 
 void Teller::note(const zrn::StreamEvent& event)
 {
-    note(textOf(event));
+    const std::lock_guard lock(m_eventsMutex);
+    m_events.push_back(textOf(event));
 }
 
 void Teller::tell(const zrn::CameraRecorderProgress& state)
 {
+    std::vector<QString> events;
+    {
+        const std::lock_guard lock(m_eventsMutex);
+        events.swap(m_events);
+    }
+    for (const QString& text : events) {
+        note(text);
+    }
     if (state.isWaiting && !std::exchange(m_toldWaiting, true)) {
         note(QStringLiteral("waiting for a trigger"));
     }

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 /// The progress of all cameras together, which each tells of from its own thread.
 ///
@@ -46,6 +47,7 @@ class Teller
 public:
     Teller(RecordProgress& progress, const zrn::RecordingPlan& plan, QString name);
 
+    /// Waits for nothing: told by the next tell(), whose terminal may keep it waiting.
     void note(const zrn::StreamEvent& event);
     void tell(const zrn::CameraRecorderProgress& state);
 
@@ -61,4 +63,6 @@ private:
     bool m_toldWaiting = false;
     bool m_toldShortened = false;
     bool m_toldSlow = false;
+    std::mutex m_eventsMutex;
+    std::vector<QString> m_events; ///< not told yet
 };

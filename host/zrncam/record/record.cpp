@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QJsonDocument>
 
+#include <csignal>
 #include <future>
 
 namespace
@@ -62,6 +63,9 @@ RecordResult streamInto(zrn::CameraRecorder& recorder, const CameraPointer& came
     {
         zrn::Stream stream(camera, std::move(options));
         started.set_value(&stream);
+        // Also while this thread waits for a terminal that takes no text.
+        const zrnhost::InterruptAction stopping(context.interrupt,
+                                                [&recorder] { recorder.stop(); });
         const auto start = std::chrono::steady_clock::now();
         while (!recorder.waitUntilDone(progressPeriod) && !context.interrupt.requested()) {
             teller.tell(recorder.progress());
@@ -101,6 +105,10 @@ ExitCode recordCamera(const CameraPointer& camera, Context& context, Recording& 
 
 ExitCode runRecord(Context& context, const RecordOptions& options)
 {
+    // Errors of the writes instead: a recording outlives who reads its notes, and is closed where
+    // no more may be written.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     const auto session = std::make_shared<zrn::RecordingSession>(planOf(options));
     Recording recording{options, session, RecordProgress(context.options.quiet), {}};
     std::optional<Triggers> triggers;

@@ -118,7 +118,7 @@ ExitCode judge(const Context& context, const zrn::RecordingSession& session, con
                                                  .arg(QString::fromLocal8Bit(sum.failure.c_str()),
                                                       countOf(static_cast<qint64>(sum.unwritten),
                                                               QStringLiteral("frame"))),
-                        QStringLiteral("what was written before is complete"));
+                        QStringLiteral("the frames that the report counts can be read"));
     }
     if (sum.lost.queue > 0) {
         throw ToolError(
