@@ -343,7 +343,7 @@ RtspService::RtspService(const Access& access, const Options& options)
     g_autoptr(GstRTSPThreadPool) threads = gst_rtsp_server_get_thread_pool(m_server);
     // One each: who asks for a silent camera waits for its first frame, and nobody shall wait with
     // him.
-    gst_rtsp_thread_pool_set_max_threads(threads, options.mostClients);
+    gst_rtsp_thread_pool_set_max_threads(threads, static_cast<gint>(options.mostClients));
     g_autoptr(GstRTSPSessionPool) sessions = gst_rtsp_server_get_session_pool(m_server);
     gst_rtsp_session_pool_set_max_sessions(sessions, options.mostClients * mostSessions);
     g_autoptr(GstRTSPAuth) auth = newAuth(access);
