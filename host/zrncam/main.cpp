@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 
 #include <algorithm>
+#include <csignal>
 #include <string_view>
 
 namespace
@@ -128,6 +129,7 @@ int main(int argc, char** argv)
         return refuse(error, std::any_of(argv, argv + argc, isJson));
     }
     const GlobalOptions& options = commandLine.options();
+    std::signal(SIGXFSZ, SIG_IGN); // an error of the write instead, so that files end in order
     setUpLogging(options.verbose);
     return static_cast<int>(run(commandLine.command(), options));
 }

@@ -105,10 +105,7 @@ ExitCode recordCamera(const CameraPointer& camera, Context& context, Recording& 
 
 ExitCode runRecord(Context& context, const RecordOptions& options)
 {
-    // Errors of the writes instead: a recording outlives who reads its notes, and is closed where
-    // no more may be written.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN); // a recording outlives who reads its notes
     const auto session = std::make_shared<zrn::RecordingSession>(planOf(options));
     Recording recording{options, session, RecordProgress(context.options.quiet), {}};
     std::optional<Triggers> triggers;
