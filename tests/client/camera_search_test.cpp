@@ -53,7 +53,7 @@ public:
             }
         }
         setProperty(deviceSerialsProperty, serials);
-        return serials.size();
+        return static_cast<int>(serials.size());
     }
     BaseDeviceSpace::DeviceInterface* createDevice() override
     {

@@ -57,7 +57,7 @@ public:
             serials[place] = QStringLiteral("ZR1");
         }
         setProperty(deviceSerialsProperty, serials);
-        return serials.size();
+        return static_cast<int>(serials.size());
     }
     BaseDeviceSpace::DeviceInterface* createDevice() override { return nullptr; }
     ErrorCode deleteDevice(BaseDeviceSpace::DeviceInterface*&) override

@@ -203,7 +203,7 @@ TEST(BinaryContract, TypesHaveTheirSizes)
     EXPECT_EQ(offset(&block.height), 8U);
     EXPECT_EQ(offset(&block.bitsPerPixel), 12U);
     EXPECT_EQ(offset(&block.data), 16U);
-    EXPECT_EQ(sizeof(block), 24U);
+    EXPECT_EQ(sizeof(block), 16 + sizeof(QByteArray));
     EXPECT_EQ(block.type, 0);
     EXPECT_EQ(block.width, 0);
     EXPECT_EQ(block.height, 0);

@@ -25,6 +25,16 @@ constexpr double textStep = 1.15;
 constexpr double smallestPoints = 6;
 constexpr double largestPoints = 32;
 
+/// QMenu takes these in another order in each Qt.
+template <typename Receiver, typename Slot>
+QAction* addShortcut(QMenu* menu, const QString& text, const QKeySequence& shortcut,
+                     Receiver* receiver, Slot slot)
+{
+    QAction* action = menu->addAction(text, receiver, slot);
+    action->setShortcut(shortcut);
+    return action;
+}
+
 } // namespace
 
 void MainWindow::buildMenus()
@@ -43,7 +53,8 @@ void MainWindow::buildMenus()
 void MainWindow::buildFileMenu()
 {
     QMenu* menu = menuBar()->addMenu(tr("&File"));
-    menu->addAction(tr("&Open recording…"), this, &MainWindow::chooseRecording, QKeySequence::Open);
+    addShortcut(menu, tr("&Open recording…"), QKeySequence::Open, this,
+                &MainWindow::chooseRecording);
     menu->addSeparator();
     m_saveSettings =
         menu->addAction(tr("&Save the camera's settings…"), this, &MainWindow::saveSettings);
@@ -53,20 +64,20 @@ void MainWindow::buildFileMenu()
     menu->addSeparator();
     menu->addAction(tr("&Folder for pictures and recordings…"), this, &MainWindow::chooseFolder);
     menu->addSeparator();
-    menu->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
+    addShortcut(menu, tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
 }
 
 void MainWindow::buildCameraMenu()
 {
     QMenu* menu = menuBar()->addMenu(tr("&Camera"));
-    menu->addAction(tr("Look &again"), &m_bench, &Bench::lookAgain, Qt::Key_F5);
+    addShortcut(menu, tr("Look &again"), Qt::Key_F5, &m_bench, &Bench::lookAgain);
     menu->addSeparator();
-    menu->addAction(tr("Start or stop the &stream, play or pause"), this, &MainWindow::toggleStream,
-                    tr("Ctrl+Space"));
-    menu->addAction(tr("S&napshot"), this, &MainWindow::takeSnapshot, QKeySequence::Save);
-    menu->addAction(tr("Start or stop &recording"), this, &MainWindow::toggleRecording,
-                    tr("Ctrl+R"));
-    menu->addAction(tr("&Trigger"), &m_bench, &Bench::trigger, tr("Ctrl+T"));
+    addShortcut(menu, tr("Start or stop the &stream, play or pause"), tr("Ctrl+Space"), this,
+                &MainWindow::toggleStream);
+    addShortcut(menu, tr("S&napshot"), QKeySequence::Save, this, &MainWindow::takeSnapshot);
+    addShortcut(menu, tr("Start or stop &recording"), tr("Ctrl+R"), this,
+                &MainWindow::toggleRecording);
+    addShortcut(menu, tr("&Trigger"), tr("Ctrl+T"), &m_bench, &Bench::trigger);
     menu->addAction(tr("How to re&cord…"), m_recordOptions, &QDialog::show);
 }
 
@@ -74,37 +85,31 @@ void MainWindow::buildViewMenu()
 {
     QMenu* menu = menuBar()->addMenu(tr("&View"));
     const auto addMode = [this, menu](const QString& text, const QString& key, ViewMode mode) {
-        menu->addAction(
-            text, this,
-            [this, mode] {
-                if (FramePanel* frames = activeFrames()) {
-                    frames->panes().setMode(mode);
-                }
-            },
-            key);
+        addShortcut(menu, text, key, this, [this, mode] {
+            if (FramePanel* frames = activeFrames()) {
+                frames->panes().setMode(mode);
+            }
+        });
     };
     addMode(tr("Image &A"), tr("Ctrl+1"), ViewMode::A);
     addMode(tr("Image &B"), tr("Ctrl+2"), ViewMode::B);
     addMode(tr("&Side by side"), tr("Ctrl+3"), ViewMode::SideBySide);
     addMode(tr("&Difference"), tr("Ctrl+4"), ViewMode::Difference);
     addMode(tr("B&link"), tr("Ctrl+5"), ViewMode::Blink);
-    menu->addAction(
-        tr("Mark or show &clipped pixels"), this,
-        [this] {
-            if (FramePanel* frames = activeFrames()) {
-                frames->panes().setMarkClipped(!frames->panes().marksClipped());
-            }
-        },
-        tr("Ctrl+M"));
+    addShortcut(menu, tr("Mark or show &clipped pixels"), tr("Ctrl+M"), this, [this] {
+        if (FramePanel* frames = activeFrames()) {
+            frames->panes().setMarkClipped(!frames->panes().marksClipped());
+        }
+    });
     menu->addSeparator();
-    menu->addAction(tr("&Next camera"), this, &MainWindow::activateNext, tr("Ctrl+Tab"));
+    addShortcut(menu, tr("&Next camera"), tr("Ctrl+Tab"), this, &MainWindow::activateNext);
     menu->addSeparator();
 
-    m_fullScreen = menu->addAction(tr("&Full screen"), this, &MainWindow::setFullScreen,
-                                   QKeySequence(Qt::Key_F11));
+    m_fullScreen =
+        addShortcut(menu, tr("&Full screen"), Qt::Key_F11, this, &MainWindow::setFullScreen);
     m_fullScreen->setCheckable(true);
-    m_graphs = menu->addAction(tr("&Histograms and plots"), this, &MainWindow::setGraphsWanted,
-                               QKeySequence(tr("Ctrl+H")));
+    m_graphs = addShortcut(menu, tr("&Histograms and plots"), tr("Ctrl+H"), this,
+                           &MainWindow::setGraphsWanted);
     m_graphs->setCheckable(true);
     m_graphs->setChecked(true);
     m_cameras->toggleViewAction()->setText(tr("List of &cameras"));
@@ -129,10 +134,10 @@ void MainWindow::buildViewMenu()
     addTheme(tr("Ligh&t"), Theme::Light);
     addTheme(tr("Dar&k"), Theme::Dark);
     menu->addSeparator();
-    menu->addAction(
-        tr("La&rger text"), this, [this] { scaleText(textStep); }, QKeySequence::ZoomIn);
-    menu->addAction(
-        tr("S&maller text"), this, [this] { scaleText(1 / textStep); }, QKeySequence::ZoomOut);
+    addShortcut(menu, tr("La&rger text"), QKeySequence::ZoomIn, this,
+                [this] { scaleText(textStep); });
+    addShortcut(menu, tr("S&maller text"), QKeySequence::ZoomOut, this,
+                [this] { scaleText(1 / textStep); });
 }
 
 void MainWindow::scaleText(double factor)
