@@ -374,11 +374,12 @@ TEST_F(RecordingTest, AHoleOfTheFileHoldsNoFrames)
         file.append(madeUpFrame(0));
         file.flush();
     }
-    // Frames that the hole would hold, by the header behind it.
-    constexpr qint64 farAway = qint64{1} << 40;
+    // Frames that the hole would hold, by the header behind it. ThreadSanitizer maps no larger
+    // files.
+    constexpr qint64 farAway = qint64{1} << 35;
     const Frame last = madeUpFrame(1);
     recording::FrameHeader header;
-    header.position = 20'000'000;
+    header.position = farAway / frameDistance;
     header.width = last.width;
     header.height = last.height;
     header.letters = {'A', 'B'};
