@@ -389,14 +389,13 @@ std::shared_ptr<void> Camera::watchSettings(std::function<void(const SettingChan
 
 void Camera::noteExposure(unsigned int exposure, Clock::time_point time)
 {
-    m_exposure = exposure;
-    m_known->note({"Exposure", std::uint32_t{exposure}, time});
+    // Only then: another thread may have set another one since this was asked for.
+    m_known->note({"Exposure", std::uint32_t{exposure}, time}, [&] { m_exposure = exposure; });
 }
 
 void Camera::noteGain(unsigned short gain, Clock::time_point time)
 {
-    m_gain = gain;
-    m_known->note({"Gain", std::uint32_t{gain}, time});
+    m_known->note({"Gain", std::uint32_t{gain}, time}, [&] { m_gain = gain; });
 }
 
 bool Camera::tryToRead(std::string_view key)

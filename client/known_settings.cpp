@@ -5,12 +5,19 @@
 namespace zrn
 {
 
-void KnownSettings::note(SettingChange setting)
+void KnownSettings::note(SettingChange setting, const std::function<void()>& onNewest)
 {
     const std::lock_guard lock(m_mutex);
     const auto known = std::ranges::find(m_settings, setting.key, &SettingChange::key);
-    if (known != m_settings.end()) {
-        if (known->time > setting.time || known->value == setting.value) {
+    const bool isKnown = known != m_settings.end();
+    if (isKnown && known->time > setting.time) {
+        return;
+    }
+    if (onNewest) {
+        onNewest();
+    }
+    if (isKnown) {
+        if (known->value == setting.value) {
             return;
         }
         m_settings.erase(known);

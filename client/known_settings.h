@@ -17,7 +17,8 @@ public:
     using Watcher = std::function<void(const SettingChange&)>;
 
     /// Tells of it, unless it is known to be so, or older than what is known.
-    void note(SettingChange setting);
+    /// @param onNewest called before, unless it is older; one call at a time
+    void note(SettingChange setting, const std::function<void()>& onNewest = {});
     [[nodiscard]] bool areWatched() const;
     /// In the order of their last changes.
     [[nodiscard]] std::vector<std::string> keys() const;

@@ -3,6 +3,7 @@
 #include "client/error.h"
 #include "client/recording_notes.h"
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <system_error>
@@ -204,7 +205,9 @@ std::string Recorder::whyNotToWrite(std::uint64_t size)
 void Recorder::readClocks()
 {
     const Clock::time_point now = Clock::now();
-    if (m_clocksRead && now - *m_clocksRead < clockInterval) {
+    // More and more rarely after an hour: a recording of months has room for them.
+    const auto interval = std::max<Clock::duration>(clockInterval, (now - m_start) / 3600);
+    if (m_clocksRead && now - *m_clocksRead < interval) {
         return;
     }
     m_clocksRead = now;

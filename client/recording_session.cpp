@@ -331,8 +331,14 @@ void RecordingSession::write(std::size_t set)
     QSaveFile file(toQt(path));
     const QByteArray text = QJsonDocument(document).toJson();
     // What Qt keeps in a buffer of its own it writes at the end, and does not notice a failure.
-    const bool isWritten = file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
-                           file.write(text) == text.size() && file.commit();
+    bool isWritten = file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    // A write may end early where the disk does; why, the next one tells.
+    for (qint64 written = 0; isWritten && written < text.size();) {
+        const qint64 more = file.write(text.constData() + written, text.size() - written);
+        isWritten = more > 0;
+        written += more;
+    }
+    isWritten = isWritten && file.commit();
     if (!isWritten && m_failure.empty()) {
         m_failure = path + ": " + file.errorString().toStdString();
     }
