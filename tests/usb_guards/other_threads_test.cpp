@@ -21,7 +21,7 @@ namespace
 {
 
 /// A thread that stands without processor time and not asleep: it starts a program, and its child
-/// cannot go on before somebody writes to the pipe that it is to read.
+/// cannot go on before somebody opens the pipe that it is to read.
 class StandingThread
 {
 public:
@@ -54,7 +54,7 @@ public:
         std::filesystem::remove_all(m_folder);
     }
 
-    void release() const { std::ofstream(pipe()).put('\n'); }
+    void release() const { const std::ofstream opened(pipe()); }
     bool hasMoved() const { return m_hasMoved; }
 
 private:
