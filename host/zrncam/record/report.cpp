@@ -19,32 +19,14 @@ QString lossText(const zrn::StreamLosses& lost)
 }
 
 /// What all sets of a camera have together.
-struct RecordSum {
-    std::uint64_t frames = 0;
-    std::uint64_t missing = 0;
-    std::uint64_t unwritten = 0;
-    std::uint64_t bytes = 0;
+struct RecordSum : zrn::RecordedPart {
     std::uint64_t intervals = 0; ///< between frames of a set
-    double seconds = 0;          ///< of these
-    zrn::StreamLosses lost;
-    std::string failure;
 
     explicit RecordSum(const std::vector<zrn::RecordedPart>& parts)
+        : RecordedPart(zrn::sumOf(parts))
     {
         for (const zrn::RecordedPart& part : parts) {
-            frames += part.frames;
-            missing += part.missing;
-            unwritten += part.unwritten;
             intervals += part.frames > 0 ? part.frames - 1 : 0;
-            seconds += part.seconds;
-            lost.camera += part.lost.camera;
-            lost.library += part.lost.library;
-            lost.ring += part.lost.ring;
-            lost.queue += part.lost.queue;
-            failure = failure.empty() ? part.failure : failure;
-            for (const zrn::RecordedFile& file : part.files) {
-                bytes += file.bytes;
-            }
         }
     }
 };
@@ -96,7 +78,7 @@ void report(Report& report, const RecordSum& sum, const RecordResult& result,
     json[QLatin1String("frames")] = static_cast<qint64>(sum.frames);
     json[QLatin1String("missing")] = static_cast<qint64>(sum.missing);
     json[QLatin1String("rate")] = rate;
-    json[QLatin1String("bytes")] = static_cast<qint64>(sum.bytes);
+    json[QLatin1String("bytes")] = static_cast<qint64>(sum.bytes());
     json[QLatin1String("unwritten")] = static_cast<qint64>(sum.unwritten);
     json[QLatin1String("lost")] =
         QJsonObject{{QStringLiteral("camera"), static_cast<qint64>(sum.lost.camera)},
