@@ -11,8 +11,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <numeric>
 #include <optional>
+#include <set>
+#include <utility>
 
 namespace zrnrec
 {
@@ -37,7 +40,11 @@ struct PairedCamera {
     std::string serial;
     std::vector<int> files;
     std::vector<DatedFrame> frames; ///< in the order of their dates
+    std::vector<int> runs;          ///< for each frame: in which unbroken sequence it is, from 0
+    std::int64_t period = 0;        ///< nanoseconds from one frame to the next, as it mostly is
     std::int64_t missing = 0;
+    std::int64_t unrecorded = 0; ///< numbers skipped between the recordings
+    std::int64_t restarts = 0;   ///< how often the numbers began anew between the recordings
     std::int64_t undated =
         0; ///< frames that cannot be paired: damaged, or of a recording without dates
     std::int64_t worstError = 0; ///< nanoseconds, of the mapping to UTC
@@ -82,29 +89,6 @@ void addFrames(PairedCamera& camera, const Recording& recording, int file)
     }
 }
 
-std::vector<PairedCamera> camerasOf(const PairRequest& request)
-{
-    std::vector<PairedCamera> cameras;
-    for (std::size_t file = 0; file < request.recordings.size(); ++file) {
-        const Recording recording(request.recordings[file]);
-        const std::string serial = serialOf(recording, request.recordings[file]);
-        auto camera = std::ranges::find(cameras, serial, &PairedCamera::serial);
-        if (camera == cameras.end()) {
-            camera = cameras.insert(camera, PairedCamera{});
-            camera->serial = serial;
-        }
-        camera->files.push_back(static_cast<int>(file));
-        addFrames(*camera, recording, static_cast<int>(file));
-    }
-    for (PairedCamera& camera : cameras) {
-        std::ranges::stable_sort(camera.frames, {}, &DatedFrame::utc);
-        for (std::size_t i = 1; i < camera.frames.size(); ++i) {
-            camera.missing += camera.frames[i].missing;
-        }
-    }
-    return cameras;
-}
-
 std::int64_t middleOf(std::vector<std::int64_t> values)
 {
     if (values.empty()) {
@@ -115,7 +99,6 @@ std::int64_t middleOf(std::vector<std::int64_t> values)
     return *middle;
 }
 
-/// From one frame to the next, as it mostly is.
 std::int64_t periodOf(const PairedCamera& camera)
 {
     std::vector<std::int64_t> steps;
@@ -123,6 +106,95 @@ std::int64_t periodOf(const PairedCamera& camera)
         steps.push_back(interval(camera.frames[i - 1].utc, camera.frames[i].utc));
     }
     return middleOf(std::move(steps));
+}
+
+/// Numbers have 32 bits and begin again after the last one.
+std::int64_t numbersBetween(const DatedFrame& from, const DatedFrame& to)
+{
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(to.number) -
+                                     static_cast<std::uint32_t>(from.number));
+}
+
+/// Counts what is missing, and finds where the camera's stream was interrupted: there the numbers
+/// do not go on with the time.
+void followNumbers(PairedCamera& camera, const std::vector<int>& frameCounts)
+{
+    camera.period = periodOf(camera);
+    camera.runs.assign(camera.frames.size(), 0);
+    for (std::size_t i = 1; i < camera.frames.size(); ++i) {
+        const DatedFrame& before = camera.frames[i - 1];
+        const DatedFrame& frame = camera.frames[i];
+        const std::int64_t numbers = numbersBetween(before, frame);
+        const auto period = static_cast<double>(camera.period);
+        // Than it would be in an unbroken stream.
+        const double late = static_cast<double>(interval(before.utc, frame.utc)) -
+                            static_cast<double>(numbers) * period;
+        // Where a frame that was only late divides a sequence, little is lost.
+        const bool isUnbroken = numbers > 0 && std::abs(late) <= period / 4;
+        camera.runs[i] = camera.runs[i - 1] + (isUnbroken ? 0 : 1);
+        camera.missing += frame.missing;
+        if (frame.file == before.file) {
+            continue;
+        }
+        if (numbers <= 0 || late < -2 * period) {
+            ++camera.restarts; // no camera sends more frames than there was time for
+            continue;
+        }
+        const int undated = frameCounts[static_cast<std::size_t>(before.file)] - 1 -
+                            before.position + frame.position;
+        camera.unrecorded += std::max<std::int64_t>(0, numbers - 1 - frame.missing - undated);
+    }
+}
+
+void requireDifferentFiles(const std::vector<std::string>& paths)
+{
+    std::set<std::filesystem::path> known;
+    for (const std::string& path : paths) {
+        std::error_code absent; // is told when it is opened
+        if (!known.insert(std::filesystem::weakly_canonical(path, absent)).second && !absent) {
+            throw Error(Error::Kind::Recording, "GivenTwice", path + " is given twice");
+        }
+    }
+}
+
+void requireDifferentFrames(const PairedCamera& camera, const std::vector<std::string>& paths)
+{
+    const auto same = std::ranges::adjacent_find(
+        camera.frames, [](const DatedFrame& one, const DatedFrame& other) {
+            return one.utc == other.utc && one.number == other.number;
+        });
+    if (same != camera.frames.end()) {
+        throw Error(Error::Kind::Recording, "GivenTwice",
+                    paths[static_cast<std::size_t>(same->file)] + " and " +
+                        paths[static_cast<std::size_t>(std::next(same)->file)] +
+                        " hold the same frames",
+                    "Give one of them alone.");
+    }
+}
+
+std::vector<PairedCamera> camerasOf(const PairRequest& request)
+{
+    requireDifferentFiles(request.recordings);
+    std::vector<PairedCamera> cameras;
+    std::vector<int> frameCounts;
+    for (std::size_t file = 0; file < request.recordings.size(); ++file) {
+        const Recording recording(request.recordings[file]);
+        const std::string serial = serialOf(recording, request.recordings[file]);
+        auto camera = std::ranges::find(cameras, serial, &PairedCamera::serial);
+        if (camera == cameras.end()) {
+            camera = cameras.insert(camera, PairedCamera{});
+            camera->serial = serial;
+        }
+        camera->files.push_back(static_cast<int>(file));
+        frameCounts.push_back(recording.frameCount());
+        addFrames(*camera, recording, static_cast<int>(file));
+    }
+    for (PairedCamera& camera : cameras) {
+        std::ranges::stable_sort(camera.frames, {}, &DatedFrame::utc);
+        requireDifferentFrames(camera, request.recordings);
+        followNumbers(camera, frameCounts);
+    }
+    return cameras;
 }
 
 std::int64_t distance(const DatedFrame& one, const DatedFrame& other)
@@ -164,64 +236,85 @@ void pairWith(const PairedCamera& first, PairedCamera& camera, std::int64_t with
     }
 }
 
-/// A line through the distances of the pairs over time.
+/// Lines of one slope through the distances of the pairs over time.
 struct Drift {
     double slope = 0;
     double error = 0; ///< standard error of the slope
 };
 
-/// @param period beyond half of which a distance begins on the other side
-std::optional<Drift> driftOf(const PairedCamera& first, const PairedCamera& camera,
-                             std::int64_t period)
-{
+/// Pairs while both cameras went on: times and distances, as differences from their first ones.
+struct Stretch {
+    std::int64_t firstTime = 0;
     std::vector<double> times;
     std::vector<double> distances;
+};
+
+/// @param period beyond half of which a distance begins on the other side
+std::vector<Stretch> stretchesOf(const PairedCamera& first, const PairedCamera& camera,
+                                 std::int64_t period)
+{
+    std::vector<Stretch> stretches;
+    if (period <= 0) {
+        return stretches;
+    }
+    std::pair<int, int> runs(-1, -1);
     for (std::size_t i = 0; i < first.frames.size(); ++i) {
         if (camera.partners[i] < 0) {
             continue;
         }
-        const DatedFrame& beside = camera.frames[static_cast<std::size_t>(camera.partners[i])];
-        times.push_back(
-            static_cast<double>(interval(first.frames.front().utc, first.frames[i].utc)));
-        const auto apart = static_cast<double>(interval(first.frames[i].utc, beside.utc));
-        distances.push_back(distances.empty()
-                                ? apart
-                                : distances.back() + std::remainder(apart - distances.back(),
-                                                                    static_cast<double>(period)));
+        const auto partner = static_cast<std::size_t>(camera.partners[i]);
+        const auto apart =
+            static_cast<double>(interval(first.frames[i].utc, camera.frames[partner].utc));
+        if (const std::pair both(first.runs[i], camera.runs[partner]); both != runs) {
+            runs = both;
+            stretches.push_back({first.frames[i].utc, {}, {apart}});
+        } else {
+            const double last = stretches.back().distances.back();
+            stretches.back().distances.push_back(
+                last + std::remainder(apart - last, static_cast<double>(period)));
+        }
+        Stretch& stretch = stretches.back();
+        stretch.times.push_back(
+            static_cast<double>(interval(stretch.firstTime, first.frames[i].utc)));
     }
-    constexpr std::size_t fewest = 3;
-    if (times.size() < fewest || period <= 0) {
-        return std::nullopt;
-    }
-    const auto count = static_cast<double>(times.size());
-    double meanTime = 0;
-    double meanDistance = 0;
-    for (std::size_t i = 0; i < times.size(); ++i) {
-        meanTime += times[i] / count;
-        meanDistance += distances[i] / count;
-    }
+    return stretches;
+}
+
+double meanOf(const std::vector<double>& values)
+{
+    return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
+}
+
+/// A camera that starts anew lies anywhere beside the first one: each stretch has a line of its
+/// own, and all of them one slope.
+std::optional<Drift> driftOf(const std::vector<Stretch>& stretches)
+{
     double spread = 0;
     double common = 0;
-    for (std::size_t i = 0; i < times.size(); ++i) {
-        spread += (times[i] - meanTime) * (times[i] - meanTime);
-        common += (times[i] - meanTime) * (distances[i] - meanDistance);
+    double rest = 0;
+    double freedom = -1;
+    for (const Stretch& stretch : stretches) {
+        const double meanTime = meanOf(stretch.times);
+        const double meanDistance = meanOf(stretch.distances);
+        for (std::size_t i = 0; i < stretch.times.size(); ++i) {
+            const double time = stretch.times[i] - meanTime;
+            const double distance = stretch.distances[i] - meanDistance;
+            spread += time * time;
+            common += time * distance;
+            rest += distance * distance;
+        }
+        freedom += static_cast<double>(stretch.times.size()) - 1;
     }
-    if (spread <= 0) {
+    if (freedom < 1 || spread <= 0) {
         return std::nullopt;
     }
-    Drift drift;
-    drift.slope = common / spread;
-    double rest = 0;
-    for (std::size_t i = 0; i < times.size(); ++i) {
-        const double off = distances[i] - meanDistance - drift.slope * (times[i] - meanTime);
-        rest += off * off;
-    }
-    drift.error = std::sqrt(rest / (count - 2) / spread);
-    return drift;
+    const double slope = common / spread;
+    rest = std::max(0.0, rest - slope * common);
+    return Drift{slope, std::sqrt(rest / freedom / spread)};
 }
 
 QJsonObject report(const PairRequest& request, const PairedCamera& first,
-                   const PairedCamera& camera, std::int64_t period)
+                   const PairedCamera& camera)
 {
     QJsonArray files;
     for (const int file : camera.files) {
@@ -233,9 +326,11 @@ QJsonObject report(const PairRequest& request, const PairedCamera& first,
         {QStringLiteral("files"), files},
         {QStringLiteral("frames"), static_cast<qint64>(camera.frames.size())},
         {QStringLiteral("missing"), static_cast<qint64>(camera.missing)},
+        {QStringLiteral("unrecorded"), static_cast<qint64>(camera.unrecorded)},
+        {QStringLiteral("restarts"), static_cast<qint64>(camera.restarts)},
         {QStringLiteral("undated"), static_cast<qint64>(camera.undated)},
         {QStringLiteral("periodMs"),
-         static_cast<double>(periodOf(camera)) / nanosecondsPerMillisecond},
+         static_cast<double>(camera.period) / nanosecondsPerMillisecond},
         {QStringLiteral("clockErrorMs"),
          static_cast<double>(camera.worstError) / nanosecondsPerMillisecond},
     };
@@ -258,7 +353,7 @@ QJsonObject report(const PairRequest& request, const PairedCamera& first,
         {QStringLiteral("median"),
          static_cast<double>(middleOf(phases)) / nanosecondsPerMillisecond},
         {QStringLiteral("most"), static_cast<double>(most) / nanosecondsPerMillisecond}};
-    if (const std::optional<Drift> drift = driftOf(first, camera, period)) {
+    if (const std::optional<Drift> drift = driftOf(stretchesOf(first, camera, first.period))) {
         constexpr double million = 1e6;
         told[QLatin1String("driftPpm")] = drift->slope * million;
         told[QLatin1String("driftErrorPpm")] = drift->error * million;
@@ -347,11 +442,10 @@ void writeTable(const PairRequest& request, const std::vector<PairedCamera>& cam
 QJsonObject pairRecordings(const PairRequest& request)
 {
     std::vector<PairedCamera> cameras = camerasOf(request);
-    const std::int64_t period = periodOf(cameras.front());
     const std::int64_t within =
         request.withinMilliseconds > 0
             ? static_cast<std::int64_t>(request.withinMilliseconds * nanosecondsPerMillisecond)
-            : period / 2;
+            : cameras.front().period / 2;
     PairedCamera& first = cameras.front();
     first.partners.resize(first.frames.size());
     std::iota(first.partners.begin(), first.partners.end(), 0);
@@ -364,7 +458,7 @@ QJsonObject pairRecordings(const PairRequest& request)
     }
     QJsonArray told;
     for (const PairedCamera& camera : cameras) {
-        told.append(report(request, first, camera, period));
+        told.append(report(request, first, camera));
     }
     const auto complete = std::ranges::count_if(rows, [](const Row& row) {
         return std::ranges::none_of(row.frames, [](const DatedFrame* frame) { return !frame; });

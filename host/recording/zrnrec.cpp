@@ -30,6 +30,8 @@ using zrn::Error;
 using zrn::Recording;
 
 constexpr int exitUsage = 2;
+constexpr double nanosecond = 1e-6; ///< milliseconds
+constexpr double hour = 3'600'000;
 
 struct Options {
     std::string path;
@@ -244,7 +246,12 @@ int main(int argc, char** argv)
     pairs
         ->add_option("--within", options.pairs.withinMilliseconds,
                      "Milliseconds that frames of a pair may lie apart (default: half a period)")
-        ->check(CLI::PositiveNumber)
+        ->check([](const std::string& text) {
+            const double value = std::strtod(text.c_str(), nullptr);
+            return value >= nanosecond && value <= hour
+                       ? std::string()
+                       : "'" + text + "' is not between a nanosecond and an hour";
+        })
         ->type_name("MS");
     try {
         app.parse(argc, argv);

@@ -1,6 +1,7 @@
 // Makes a recording of frames whose every byte and fact is known: make_recording FILE WIDTH HEIGHT
-// FRAMES [SERIAL BEGIN PERIOD SKIPPED]: the first arrives at the time BEGIN of CLOCK_MONOTONIC, and
-// the number SKIPPED is missing. Times are nanoseconds.
+// FRAMES [SERIAL BEGIN PERIOD SKIPPED FIRST]: the first arrives at the time BEGIN of
+// CLOCK_MONOTONIC and has the number FIRST, and the number SKIPPED is missing. Times are
+// nanoseconds.
 
 #include "client/recorder.h"
 
@@ -64,10 +65,10 @@ zrn::Frame frameOf(std::uint32_t number, std::uint32_t width, std::uint32_t heig
 int main(int argc, char** argv)
 {
     constexpr int arguments = 5;
-    constexpr int allArguments = 9;
+    constexpr int allArguments = 10;
     if (argc != arguments && argc != allArguments) {
-        std::fprintf(stderr,
-                     "make_recording FILE WIDTH HEIGHT FRAMES [SERIAL BEGIN PERIOD SKIPPED]\n");
+        std::fprintf(stderr, "make_recording FILE WIDTH HEIGHT FRAMES "
+                             "[SERIAL BEGIN PERIOD SKIPPED FIRST]\n");
         return 2;
     }
     try {
@@ -83,12 +84,13 @@ int main(int argc, char** argv)
                                : std::chrono::steady_clock::now();
         const std::chrono::nanoseconds period =
             isScheduled ? std::chrono::nanoseconds(numberOf(7)) : milliseconds(10);
-        for (std::uint32_t number = 0; number < numberOf(4); ++number) {
+        const std::uint32_t first = isScheduled ? numberOf(9) : 0;
+        for (std::uint32_t number = first; number != first + numberOf(4); ++number) {
             if (isScheduled && number == numberOf(8)) {
                 continue;
             }
-            const auto arrival = start + number * period;
-            if (number == 1) {
+            const auto arrival = start + (number - first) * period;
+            if (number == first + 1) {
                 recorder.note(
                     {arrival - milliseconds(5), R"({"event":"setting","key":"Gain","value":11})"});
             }

@@ -20,9 +20,9 @@ def begin():
     return time.monotonic_ns() - 60_000 * MILLISECOND
 
 
-def record(path, serial, begin, frames=50, period=PERIOD, skipped=NONE):
+def record(path, serial, begin, frames=50, period=PERIOD, skipped=NONE, first=0):
     subprocess.run([os.environ["MAKE_RECORDING"], path, "8", "8", str(frames), serial, str(begin), str(period),
-                    str(skipped)], check=True)
+                    str(skipped), str(first)], check=True)
     return path
 
 
@@ -80,6 +80,55 @@ def test_files_of_one_camera_belong_together(tmp_path, begin):
     told, cameras, rows = paired(tmp_path, late, early, b)
     assert told["complete"] == 100 and len(cameras["ZR1"]["files"]) == 2
     assert [row["ZR1 file"] for row in rows] == 50 * [str(early)] + 50 * [str(late)]
+
+
+def test_a_camera_that_starts_anew_beside_the_other_does_not_drift(tmp_path, begin):
+    a = record(tmp_path / "a.zrnrec", "ZR1", begin, frames=150)
+    b = [record(tmp_path / f"b{part}.zrnrec", "ZR2", begin + 51 * part * PERIOD + phase, first=50 * part)
+         for part, phase in enumerate((MILLISECOND, 3 * MILLISECOND, -2 * MILLISECOND))]
+    camera = paired(tmp_path, a, *b)[1]["ZR2"]
+    assert camera["paired"] == 148
+    assert abs(camera["driftPpm"]) < 20 and camera["driftErrorPpm"] < 20
+
+
+def test_drift_is_found_across_restarts(tmp_path, begin):
+    a = record(tmp_path / "a.zrnrec", "ZR1", begin, frames=400)
+    b = [record(tmp_path / f"b{part}.zrnrec", "ZR2", begin + 205 * part * PERIOD - 3 * part * MILLISECOND, frames=195,
+                period=PERIOD + 5_000) for part in range(2)]
+    camera = paired(tmp_path, a, *b)[1]["ZR2"]
+    assert camera["driftPpm"] == pytest.approx(500, abs=20)
+
+
+def test_frames_between_the_recordings_are_counted(tmp_path, begin):
+    early = record(tmp_path / "a1.zrnrec", "ZR1", begin)
+    late = record(tmp_path / "a2.zrnrec", "ZR1", begin + 70 * PERIOD, first=57, skipped=60)
+    anew = record(tmp_path / "a3.zrnrec", "ZR1", begin + 200 * PERIOD)
+    sooner = record(tmp_path / "a4.zrnrec", "ZR1", begin + 260 * PERIOD, first=9000)
+    cameras = paired(tmp_path, anew, sooner, late, early)[1]
+    assert cameras["ZR1"] == {**cameras["ZR1"], "frames": 199, "missing": 1, "unrecorded": 7, "restarts": 2}
+
+
+def test_files_that_follow_each_other_lack_nothing(tmp_path, begin):
+    a = [record(tmp_path / f"a{part}.zrnrec", "ZR1", begin + 50 * part * PERIOD, first=2**32 - 60 + 50 * part)
+         for part in range(3)]
+    cameras = paired(tmp_path, *a)[1]
+    assert cameras["ZR1"] == {**cameras["ZR1"], "frames": 150, "missing": 0, "unrecorded": 0, "restarts": 0}
+
+
+def test_the_same_frames_twice_are_refused(tmp_path, begin):
+    a = record(tmp_path / "a.zrnrec", "ZR1", begin)
+    (tmp_path / "link.zrnrec").symlink_to(a)
+    (tmp_path / "copy.zrnrec").write_bytes(a.read_bytes())
+    for other, said in ((a, "given twice"), (tmp_path / "link.zrnrec", "given twice"), (tmp_path / "copy.zrnrec", "same frames")):
+        refused = zrnrec("pair", a, other)
+        assert refused.returncode == 1 and said in refused.stderr and not refused.stdout
+
+
+@pytest.mark.parametrize("within", ["0", "-1", "1e-7", "3600001", "1e13", "nan"])
+def test_distances_that_mean_nothing_are_refused(tmp_path, begin, within):
+    a = record(tmp_path / "a.zrnrec", "ZR1", begin)
+    refused = zrnrec("pair", a, "--within", within)
+    assert refused.returncode == 2 and "within" in refused.stderr
 
 
 def test_frames_too_far_apart_are_no_pair(tmp_path, begin):
