@@ -18,7 +18,8 @@ PATIENCE = 100  # seconds; nothing is measured by it
 CAMERA = "type2,sizes=160x120,rates=30,rate=30"
 
 # As a service manager does: what is killed is started again.
-KEPT = """while :; do
+KEPT = """echo "$ZRNSIM_CONTROL" >control
+while :; do
     "$@" & echo $! >pid
     wait $!; status=$?
     [ $status -eq 137 ] || exit $status
@@ -58,6 +59,14 @@ class Kept:
 
     def said(self):
         return (self.folder / "log").read_text(errors="replace")
+
+    def sent(self):
+        """What has left the camera whole: by its number, when the host had its first bytes, in nanoseconds since 1970."""
+        since_boot = time.time_ns() - time.monotonic_ns()
+        answer = subprocess.run([os.environ["ZRNSIM_CTL"], "frames"], check=True, stdout=subprocess.PIPE, text=True,
+                                env={**os.environ, "ZRNSIM_CONTROL": (self.folder / "control").read_text().strip()}).stdout
+        return {frame["frameNumber"]: since_boot + round(frame["taken"] * 1e9)
+                for frame in json.loads(answer)["frames"] if frame["complete"]}
 
     def signal(self, number):
         os.kill(int(wait_until(lambda: (self.folder / "pid").exists() and (self.folder / "pid").read_text())), number)
@@ -161,6 +170,46 @@ def test_clients_of_others_look_from_another_machine(network, serve):
         said += part
 
 
+def quantiles(errors):
+    errors = sorted(abs(error) / 1e6 for error in errors)
+    return [errors[len(errors) * percent // 100] for percent in (25, 50, 99)]
+
+
+SEEN = """
+import gi, sys
+gi.require_version("Gst", "1.0")
+from gi.repository import Gst
+Gst.init(None)
+pipeline = Gst.parse_launch(f"rtspsrc location={sys.argv[1]} add-reference-timestamp-meta=true latency=0 ! fakesink name=sink "
+                            "signal-handoffs=true num-buffers=2000")
+caps = Gst.Caps.from_string("timestamp/x-ntp")
+def see(sink, buffer, pad):
+    meta = buffer.get_reference_timestamp_meta(caps)
+    if meta:
+        print(meta.timestamp - 2208988800 * 10**9)
+pipeline.get_by_name("sink").connect("handoff", see)
+pipeline.set_state(Gst.State.PLAYING)
+message = pipeline.get_bus().timed_pop_filtered(Gst.CLOCK_TIME_NONE, Gst.MessageType.EOS | Gst.MessageType.ERROR)
+pipeline.set_state(Gst.State.NULL)
+sys.exit(message.type != Gst.MessageType.EOS)
+"""
+
+
+def test_the_capture_time_is_right_on_another_machine(network, serve):
+    both = network("camera", "viewer")
+    server = serve(both.camera, both.viewer)
+    told = both.viewer.run("/usr/bin/python3", "-c", SEEN, server.address, stdout=subprocess.PIPE, text=True).stdout.split()
+    seen = {int(time) for time in told}
+    sent = sorted(server.sent().values())
+    errors = [min(abs(time - other) for other in sent) for time in seen]
+    assert len(errors) > 50
+    quarter, half, most = quantiles(errors)
+    print(f"\ncapture time on another machine, {len(errors)} frames: a quarter within {quarter:.3f} ms, half within {half:.3f} ms, "
+          f"99 % within {most:.3f} ms")
+    assert quarter < 1  # the others had to wait for a processor
+    assert server.end() == 0
+
+
 def test_a_server_that_is_killed_serves_again(network, serve):
     both = network("camera", "viewer")
     server = serve(both.camera, both.viewer)
@@ -206,18 +255,30 @@ class Collector:
             wait_until(lambda: self.machine.run(*self.command(name), check=False, stderr=subprocess.DEVNULL).returncode == 0)
 
 
+def record_on(network, folder, camera, segment):
+    """On the machines left and right, whose recordings others may fetch."""
+    recorders = {}
+    for name, serial in (("left", 17), ("right", 42)):
+        machine = network.machines[name]
+        config = folder / f"{name}.conf"
+        config.write_text(f"use chroot = no\nuid = 0\ngid = 0\n[recordings]\npath = {folder / name}\nread only = yes\n"
+                          "exclude = log pid control\n")
+        recorders[name] = Kept(machine, folder / name, os.environ["ZRNCAM"], "record", "--quiet", "--segment", segment,
+                               camera=f"{camera},serial={serial}")
+        machine.start("rsync", "--daemon", "--no-detach", "--port=8730", f"--config={config}", stdin=subprocess.DEVNULL)
+    return recorders
+
+
+def pair(recordings, table):
+    told = json.loads(subprocess.run([os.environ["ZRNREC"], "pair", *recordings, "-o", table], check=True, stdout=subprocess.PIPE,
+                                     text=True).stdout)
+    with open(table, newline="") as file:
+        return told, list(csv.DictReader(file))
+
+
 def test_recordings_of_two_machines_are_collected_whole(network, tmp_path):
     three = network("left", "right", "collector")
-    recorders = {}
-    for name in ("left", "right"):
-        machine = three.machines[name]
-        config = tmp_path / f"{name}.conf"
-        config.write_text(f"use chroot = no\nuid = 0\ngid = 0\n[recordings]\npath = {tmp_path / name}\nread only = yes\n"
-                          "exclude = log pid\n")
-        recorders[name] = Kept(
-            machine, tmp_path / name, os.environ["ZRNCAM"], "record", "--quiet", "--segment", "3s",
-            camera=f"{CAMERA},serial={'17' if name == 'left' else '42'}")
-        machine.start("rsync", "--daemon", "--no-detach", "--port=8730", f"--config={config}", stdin=subprocess.DEVNULL)
+    recorders = record_on(three, tmp_path, CAMERA, "3s")
     collector = Collector(three.collector, tmp_path / "collected", {name: three.machines[name] for name in recorders})
     for recorder in recorders.values():
         wait_until(lambda: len(list(recorder.folder.glob("*_002.zrnrec"))) == 1)
@@ -242,8 +303,7 @@ def test_recordings_of_two_machines_are_collected_whole(network, tmp_path):
         for original in originals:
             assert (collector.folder / name / original.name).read_bytes() == original.read_bytes()
     recordings = [path for name in recorders for path in sorted((collector.folder / name).glob("*.zrnrec"))]
-    told = json.loads(subprocess.run([os.environ["ZRNREC"], "pair", *recordings, "-o", tmp_path / "pairs.csv"], check=True,
-                                     stdout=subprocess.PIPE, text=True).stdout)
+    told, rows = pair(recordings, tmp_path / "pairs.csv")
     left, right = told["cameras"]
     assert len(left["files"]) == len(files["left"]) and len(right["files"]) == len(files["right"])
     # Each frame of the files is in the table.
@@ -251,7 +311,39 @@ def test_recordings_of_two_machines_are_collected_whole(network, tmp_path):
         assert camera["frames"] > 0 and camera["undated"] == 0
         assert camera["paired"] + camera["unpaired"] == camera["frames"]
     assert told["complete"] > 0
-    with open(tmp_path / "pairs.csv", newline="") as table:
-        rows = list(csv.DictReader(table))
     for camera in (left, right):
         assert sum(bool(row[camera["serial"] + " file"]) for row in rows) == camera["frames"]
+
+
+def test_each_frame_of_two_machines_is_there_or_counted(network, tmp_path):
+    seconds = int(os.environ.get("ZRN_NETWORK_SECONDS", 20))
+    rate = os.environ.get("ZRN_NETWORK_RATE", "5")
+    three = network("left", "right", "collector")
+    recorders = record_on(three, tmp_path, f"type2,sizes=640x480,rates={rate},rate={rate}", "5s")
+    collector = Collector(three.collector, tmp_path / "collected", {name: three.machines[name] for name in recorders})
+    for recorder in recorders.values():
+        wait_until(lambda: list(recorder.folder.glob("*_002.zrnrec")))
+    begin = time.monotonic()
+    while time.monotonic() - begin < seconds:
+        collector.fetch()
+    sent = {name: recorder.sent() for name, recorder in recorders.items()}
+    recorded = time.monotonic() - begin
+    for recorder in recorders.values():
+        assert recorder.end() == 130, recorder.said()
+    collector.fetch()
+    fetched = time.monotonic() - begin
+
+    told, rows = pair([path for name in recorders for path in sorted((collector.folder / name).glob("*.zrnrec"))],
+                      tmp_path / "pairs.csv")
+    size = sum(path.stat().st_size for path in collector.folder.glob("*/*.zrnrec"))
+    print(f"\n{size / 1e9:.2f} GB in {recorded:.0f} s, whole {fetched - recorded:.0f} s later; {told['complete']} pairs")
+    for name, camera in zip(recorders, told["cameras"]):
+        column = camera["serial"] + " number"
+        times = {int(row[column]): row["utc"] for row in rows if row[column]}
+        first, last = min(times), max(times)
+        print(f"{name}: {camera['frames']} frames, {camera['missing']} missing, {camera['unrecorded']} unrecorded")
+        assert camera["frames"] == len(times) and camera["restarts"] == 0
+        assert camera["frames"] + camera["missing"] + camera["unrecorded"] == last - first + 1
+        there = {number for number in sent[name] if first <= number <= last}
+        assert len(there - set(times)) <= camera["missing"] + camera["unrecorded"]
+        assert {number for number in times if number <= max(sent[name])} <= set(sent[name])
