@@ -238,6 +238,22 @@ def test_a_machine_that_vanishes_costs_the_others_nothing(network, serve):
     assert server.end() == 0
 
 
+def test_a_machine_that_vanishes_is_looked_at_again_when_it_is_back(network, serve):
+    both = network("camera", "viewer")
+    server = serve(both.camera, both.viewer)
+    looking = threading.Thread(target=ffmpeg, args=(both.viewer, server.address, 100_000))
+    looking.start()
+    wait_until(lambda: frames(both.viewer, both.camera))
+    assert ": closed" not in server.said()
+    both.cut()
+    wait_until(lambda: ": closed" in server.said())  # nobody holds the camera for who is out of reach
+    both.mend()
+    assert ffmpeg(both.viewer, server.address)
+    looking.join(PATIENCE)
+    assert not looking.is_alive()
+    assert server.end() == 0
+
+
 class Collector:
     """Fetches what machines have recorded, over and over, as `rsync` does by ssh elsewhere."""
 
