@@ -110,16 +110,17 @@ def test_images_arrive_as_they_were_sent(serve, passphrase_file):
 
 
 @pytest.mark.skipif(not shutil.which("cvlc"), reason="no VLC")
-def test_vlc_shows_the_pictures(serve, tmp_path):
+def test_vlc_shows_the_pictures(serve, passphrase_file, tmp_path):
     port = free_port()
-    server = serve("--srt", f"ZR2026000200000001@{port}")
+    server = serve("--srt", f"ZR2026000200000001@{port}", "--srt-passphrase-file", passphrase_file)
     server.camera()
     # VLC does not run as root.
     user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"] if os.getuid() == 0 else []
     with open(tmp_path / "log", "w", encoding="utf-8") as log:
         client = subprocess.Popen(
-            [*user, "cvlc", "-vv", "--intf", "dummy", "--no-audio", "--vout", "dummy", f"srt://127.0.0.1:{port}"], stdout=log,
-            stderr=log, env={key: value for key, value in os.environ.items() if key not in ("LD_PRELOAD", "HOME")})
+            [*user, "cvlc", "-vv", "--intf", "dummy", "--no-audio", "--vout", "dummy", f"--passphrase={PASSPHRASE}",
+             f"srt://127.0.0.1:{port}"], stdout=log, stderr=log,
+            env={key: value for key, value in os.environ.items() if key not in ("LD_PRELOAD", "HOME")})
     try:
         wait_until(lambda: "Received first picture" in (tmp_path / "log").read_text(errors="replace"))
     finally:
