@@ -73,9 +73,9 @@ zrn::RecordingPlan planFor(const QTemporaryDir& folder)
 }
 
 /// The next frame that is ready for the screen; null when none comes.
-std::shared_ptr<const Display> nextDisplay(FrameStation& station)
+std::shared_ptr<const zrnview::Display> nextDisplay(FrameStation& station)
 {
-    std::shared_ptr<const Display> display;
+    std::shared_ptr<const zrnview::Display> display;
     const auto taken = [&] {
         display = station.takeDisplay();
         return display != nullptr;
@@ -153,7 +153,7 @@ private slots:
         CameraDevice& device = *test.bench.devices().front();
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
-        const std::shared_ptr<const Display> display = nextDisplay(device.station());
+        const std::shared_ptr<const zrnview::Display> display = nextDisplay(device.station());
         QVERIFY(display);
         const Frame& frame = display->source.frame;
         QCOMPARE(frame.imageCount, std::size_t{2});
@@ -172,7 +172,7 @@ private slots:
         CameraDevice& device = *test.bench.devices().front();
         QVERIFY(test.waitForState(device, CameraState::Idle));
         device.startStream();
-        const std::shared_ptr<const Display> display = nextDisplay(device.station());
+        const std::shared_ptr<const zrnview::Display> display = nextDisplay(device.station());
         QVERIFY(display);
         QVERIFY(display->a.isNull());
         QVERIFY(!display->b.isNull());
@@ -743,7 +743,7 @@ private slots:
         QCOMPARE(positions.count(), frames);
         for (const int position : {17, 3}) {
             player.seek(position);
-            std::shared_ptr<const Display> display;
+            std::shared_ptr<const zrnview::Display> display;
             do {
                 display = nextDisplay(station);
                 QVERIFY(display);

@@ -217,7 +217,7 @@ private slots:
         QVERIFY(test.waitForState(CameraState::Idle));
         FramePanel& frames = test.panel().frames();
         const auto areThose = [&frames] {
-            const Display& shown = *frames.display();
+            const zrnview::Display& shown = *frames.display();
             return frames.histogram('A').histogram().counts ==
                        histogramOf(shown.a, shown.a.rect()).counts &&
                    frames.histogram('B').histogram().counts ==

@@ -284,7 +284,7 @@ private slots:
         for (const int factor : {1, 4}) {
             frames.panes().setAmplification(factor);
             frames.panes().setMode(ViewMode::Difference);
-            const Display& shown = *frames.display();
+            const zrnview::Display& shown = *frames.display();
             QCOMPARE(shown.difference, absoluteDifference(shown.a, shown.b, factor));
         }
     }

@@ -86,7 +86,7 @@ public:
         return waitForState(CameraState::Idle);
     }
     PaneArea& panes() { return panel().frames().panes(); }
-    const Display& display() { return *panel().frames().display(); }
+    const zrnview::Display& display() { return *panel().frames().display(); }
     bool isTold(const QString& text)
     {
         const EventLog& events = window.events();

@@ -315,7 +315,7 @@ private slots:
         panes.setMode(ViewMode::Difference);
         panes.setAmplification(2);
         QTRY_VERIFY_WITH_TIMEOUT(!test.panel().frames().display()->difference.isNull(), patience);
-        const Display& display = *test.panel().frames().display();
+        const zrnview::Display& display = *test.panel().frames().display();
         const int a = display.a.constScanLine(5)[7];
         const int b = display.b.constScanLine(5)[7];
         const int shown = display.difference.constScanLine(5)[7];
