@@ -2,6 +2,7 @@
 // has the times of its own payloads, and each whole one that is not is counted. Runs under zrnsim.
 
 #include "built_driver.h"
+#include "loaded_libuvc.h"
 #include "virtual_camera.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <deque>
-#include <dlfcn.h>
 #include <iostream>
 #include <limits>
 #include <map>
@@ -59,14 +59,6 @@ struct CollectedFrame {
     /// When the camera began to send the next one.
     double end = std::numeric_limits<double>::infinity();
 };
-
-/// Whether the loaded libuvc, from 0.0.7 on, also ends a frame of the size that the camera
-/// announced.
-bool libuvcEndsFullFrames()
-{
-    void* const libuvc = dlopen("libuvc.so.0", RTLD_NOW | RTLD_NOLOAD);
-    return libuvc && dlsym(libuvc, "uvc_wrap");
-}
 
 /// What libuvc makes of the frames that a camera says it sent. It collects payloads without the
 /// error bit until one with bytes says that the frame ends, or until the frame id changes.
@@ -288,7 +280,7 @@ protected:
     std::mt19937 m_random{19}; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same damage in each run
     unsigned m_nextDamage = 0;
     std::uint64_t m_followed = 0; ///< entries of the camera's account
-    LibraryModel m_library{libuvcEndsFullFrames()};
+    LibraryModel m_library{libuvcIs007OrNewer()};
     std::uint64_t m_accounted = 0; ///< whole frames up to the last that was grabbed
     std::uint64_t m_matched = 0;
     std::uint64_t m_unseen = 0;

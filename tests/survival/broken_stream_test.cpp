@@ -2,6 +2,7 @@
 // the stream again repairs.
 
 #include "camera_rig.h"
+#include "loaded_libuvc.h"
 #include "serious_lines.h"
 
 #include <thread>
@@ -119,7 +120,9 @@ TEST_F(BrokenStream, OneFailedTransferCostsItsFrameOnly)
 TEST_F(BrokenStream, FramesOfAnotherSizeShowAsTimeOuts)
 {
     survival::expectLog(cutFrame);
-    bus.tell("frame-fault", {{"count", -1}, {"sizeDelta", 2}});
+    // Of a longer one libuvc 0.0.7 hands out as much as was announced.
+    const std::int64_t delta = libuvcIs007OrNewer() ? -2 : 2;
+    bus.tell("frame-fault", {{"count", -1}, {"sizeDelta", delta}});
     expectSilence();
     bus.tell("clear-faults");
     expectRestartRepairs();
@@ -149,13 +152,20 @@ TEST_F(RefusedSubmissions, AllEndTheStream)
     expectRestartRepairs();
 }
 
-TEST_F(RefusedSubmissions, AtTheStartItFails)
+TEST_F(RefusedSubmissions, AtTheStartItFailsOrIsSilent)
 {
     survival::expectLog(" uvc_start_streaming faild ret: -");
     EXPECT_EQ((*camera)->stopStream(0), ErrorCode::Success);
     bus.tell("refuse-submissions", {{"count", 1000}});
-    EXPECT_EQ(within(milliseconds(1000), "start", [&] { return (*camera)->startStream(0); }),
-              ErrorCode::StreamStartFailed);
+    const ErrorCode started =
+        within(milliseconds(1000), "start", [&] { return (*camera)->startStream(0); });
+    if (libuvcIs007OrNewer()) {
+        EXPECT_EQ(started, ErrorCode::Success);
+        expectSilence();
+        EXPECT_EQ((*camera)->stopStream(0), ErrorCode::Success);
+    } else {
+        EXPECT_EQ(started, ErrorCode::StreamStartFailed);
+    }
     bus.tell("clear-faults");
     EXPECT_EQ((*camera)->startStream(0), ErrorCode::Success);
     expectExactFrame();

@@ -126,7 +126,7 @@ TEST_F(HostileDevice, FramesOfTheWrongSize)
     survival::expectLog(wrongFrame);
     connect();
     start();
-    // libuvc collects a frame in 16 MiB without looking at its end.
+    // libuvc 0.0.6 collects a frame in 16 MiB without looking at its end.
     for (const std::int64_t bytes :
          {0, 1, 153'599, 153'601, 16'777'216, 16'777'217, 18'000'000, 40'000'000}) {
         SCOPED_TRACE(bytes);
@@ -134,7 +134,7 @@ TEST_F(HostileDevice, FramesOfTheWrongSize)
         bus.tell("frame-fault", {{"count", 2}, {"bytes", bytes}});
         ASSERT_TRUE(bus.waitForCounter("framesSent", sent + 4));
         EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
-        expectExactFrame();
+        expectExactFrameSoon();
     }
 }
 
@@ -147,7 +147,7 @@ TEST_F(HostileDevice, EndlessFrame)
     const std::uint64_t sent = bus.counter("framesSent");
     ASSERT_TRUE(bus.waitForCounter("framesSent", sent + 4));
     EXPECT_EQ((*camera)->discardFrames(0), ErrorCode::Success);
-    expectExactFrame();
+    expectExactFrameSoon();
 }
 
 /// How many bytes of a descriptor a test passes over: ZRN_DESCRIPTOR_STEP, or what leaves an
