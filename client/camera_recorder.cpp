@@ -1,6 +1,11 @@
 #include "client/camera_recorder.h"
 
 #include "client/error.h"
+#include "client/recording_notes.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <algorithm>
 #include <exception>
@@ -20,15 +25,6 @@ constexpr auto glance = 50ms;
 /// Between two looks whether the file is still there.
 constexpr auto removalPause = 500ms;
 constexpr const char* removal = ": the file was removed meanwhile"; // as a Recorder says
-
-std::uint64_t bytesOf(const Frame& frame)
-{
-    std::uint64_t bytes = 0;
-    for (const Image& image : frame.images()) {
-        bytes += image.bytes.size();
-    }
-    return bytes;
-}
 
 double secondsBetween(std::chrono::steady_clock::time_point from,
                       std::chrono::steady_clock::time_point to)
@@ -64,6 +60,23 @@ std::string asFileName(std::string serial)
 
 } // namespace
 
+std::string metadataOf(const Camera& camera)
+{
+    const CameraFacts facts = camera.facts();
+    const QJsonObject settings{{QStringLiteral("Exposure"), qint64{camera.knownExposure().count()}},
+                               {QStringLiteral("Gain"), qint64{camera.knownGain()}}};
+    return QJsonDocument(
+               QJsonObject{{QStringLiteral("serial"), QString::fromStdString(facts.serial)},
+                           {QStringLiteral("time"),
+                            QDateTime::currentDateTime().toString(Qt::ISODateWithMs)},
+                           {QStringLiteral("width"), qint64{facts.width}},
+                           {QStringLiteral("height"), qint64{facts.height}},
+                           {QStringLiteral("sensors"), facts.sensorCount},
+                           {QStringLiteral("settings"), settings}})
+        .toJson(QJsonDocument::Compact)
+        .toStdString();
+}
+
 CameraRecorder::CameraRecorder(std::shared_ptr<RecordingSession> session, std::string serial,
                                std::function<std::string()> metadata)
     : m_session(std::move(session))
@@ -97,7 +110,7 @@ void CameraRecorder::add(Frame frame, const StreamLosses& lost)
     frame.dropped += std::exchange(m_carriedDrops, 0U);
     m_carried = {};
     m_streamDrops = lost.queue;
-    const std::uint64_t size = bytesOf(frame);
+    const std::uint64_t size = frame.bytes();
     makeRoom(frame.arrival, size);
     const bool isUsable = isRecordable(frame);
     const bool fits = m_items.empty() || m_bytes + size <= m_session->plan().memoryBytes;
@@ -191,10 +204,11 @@ void CameraRecorder::rememberSetting(const Item& item)
     }
 }
 
-void CameraRecorder::stop()
+void CameraRecorder::stop(const std::string& failure)
 {
     const std::lock_guard lock(m_mutex);
     m_isStopping = true;
+    m_stopFailure = m_stopFailure.empty() ? failure : m_stopFailure;
     m_changed.notify_all();
 }
 
@@ -224,7 +238,8 @@ CameraRecorderProgress CameraRecorder::progress() const
         progress.bytes = m_doneBytes;
         progress.missing = m_doneMissing + m_partMissing;
         progress.queueLosses = m_dropped;
-        progress.queuedBytes = m_session->plan().waitsForTrigger && !m_isRecording ? 0 : m_bytes;
+        progress.queuedBytes =
+            m_session->plan().waitsForTrigger && !m_isRecording ? 0 : m_bytes + m_earlyNoteBytes;
         progress.sets = m_set + (m_isRecording ? 1 : 0);
         progress.doneSets = m_parts.size();
         progress.isWaiting = m_session->plan().waitsForTrigger && !m_isRecording && !m_isDone;
@@ -291,7 +306,12 @@ void CameraRecorder::takeUp(std::unique_lock<std::mutex>& lock)
     }
     if (m_items.empty()) {
         if (m_isStopping || m_session->isOver(m_set, m_count, m_start, Clock::now())) {
-            unlocked([this] { endSet(); });
+            unlocked([this, failure = m_stopFailure] {
+                if (!failure.empty()) {
+                    fail(failure);
+                }
+                endSet();
+            });
         } else {
             m_changed.wait_for(lock, glance, [this] { return m_isStopping || !m_items.empty(); });
             unlocked([this] { lookForRemoval(); });
@@ -325,13 +345,24 @@ void CameraRecorder::write(Item item)
     } else if (!m_files.empty()) {
         m_files.back().recorder->note(std::move(item.note));
     } else if (item.setting.empty()) {
-        m_earlyNotes.push_back(std::move(item.note));
+        keepEarly(std::move(item.note));
+    }
+}
+
+/// For the first file of the set, which takes no more notes either.
+void CameraRecorder::keepEarly(RecordingNote note)
+{
+    const std::lock_guard lock(m_mutex);
+    if (note.text.size() <= recording::maximumNoteBytes &&
+        m_earlyNoteBytes + note.text.size() <= recording::maximumNotesBytes) {
+        m_earlyNoteBytes += note.text.size();
+        m_earlyNotes.push_back(std::move(note));
     }
 }
 
 void CameraRecorder::writeFrame(Frame frame, const Mark& mark)
 {
-    const std::uint64_t size = bytesOf(frame);
+    const std::uint64_t size = frame.bytes();
     try {
         open(frame, mark);
     } catch (const std::exception& error) {
@@ -365,7 +396,7 @@ void CameraRecorder::open(const Frame& frame, const Mark& mark)
     if (!m_files.empty()) {
         const File& file = m_files.back();
         const bool isFull =
-            plan.segmentBytes > 0 && file.imageBytes + bytesOf(frame) > plan.segmentBytes;
+            plan.segmentBytes > 0 && file.imageBytes + frame.bytes() > plan.segmentBytes;
         const bool isLong =
             plan.segmentDuration > 0ns && mark.arrival - file.first.arrival >= plan.segmentDuration;
         if (!isFull && !isLong) {
@@ -397,6 +428,7 @@ void CameraRecorder::open(const Frame& frame, const Mark& mark)
     for (RecordingNote& note : notes) {
         m_files.back().recorder->note(std::move(note));
     }
+    m_earlyNoteBytes = 0;
     m_recorders.push_back(m_files.back().recorder);
 }
 
@@ -470,7 +502,7 @@ void CameraRecorder::noteTriggers(std::size_t set, Clock::time_point before)
          ++m_notedTriggers) {
         RecordingNote note{triggers[m_notedTriggers], R"({"event":"camera","what":"trigger"})"};
         if (m_files.empty()) {
-            m_earlyNotes.push_back(std::move(note));
+            keepEarly(std::move(note));
         } else {
             m_files.back().recorder->note(std::move(note));
         }
@@ -522,6 +554,7 @@ void CameraRecorder::endSet()
     const std::lock_guard lock(m_mutex);
     m_isDone = m_session->isLast(set) || !part.failure.empty();
     m_parts.push_back(std::move(part));
+    m_earlyNoteBytes = 0;
     m_doneMissing += std::exchange(m_partMissing, 0);
     m_changed.notify_all();
 }

@@ -30,6 +30,10 @@ struct CameraRecorderProgress {
     bool isDone = false;           ///< nothing more will be written
 };
 
+/// What a recording of a camera begins with: who it is, and how it is set as far as that is known.
+/// @return an object as JSON text
+std::string metadataOf(const Camera& camera);
+
 /// Records what a session's plan wants of one camera: every frame, or those around triggers, in one
 /// file of each set or in several that follow each other without a gap.
 ///
@@ -60,7 +64,8 @@ public:
     void watch(Camera& camera);
 
     /// Takes nothing more; what waits is still written. Does not wait for that.
-    void stop();
+    /// @param failure why the set that goes on is not what was wanted; empty when it is
+    void stop(const std::string& failure = {});
     /// Waits until nothing more will be written, because the plan is fulfilled, it failed or it was
     /// stopped. @return whether that is so
     bool waitUntilDone(std::chrono::milliseconds longest);
@@ -105,6 +110,7 @@ private:
     void makeRoom(Clock::time_point newest, std::uint64_t size);
     void dropOldest();
     void write(Item item);
+    void keepEarly(RecordingNote note);
     void writeFrame(Frame frame, const Mark& mark);
     void open(const Frame& frame, const Mark& mark);
     void closeFile();
@@ -121,10 +127,10 @@ private:
 
     // Used by the thread only.
     RecordingSession::Count m_count;
-    std::string m_base; // of the set's files
-    std::vector<RecordingNote> m_earlyNotes;
-    std::deque<File> m_files; // the last one grows, the others are being closed
-    unsigned m_fileCount = 0; // of the set
+    std::string m_base;                      // of the set's files
+    std::vector<RecordingNote> m_earlyNotes; // of the set, before its first frame
+    std::deque<File> m_files;                // the last one grows, the others are being closed
+    unsigned m_fileCount = 0;                // of the set
     std::size_t m_notedTriggers = 0;
     std::optional<Mark> m_firstWritten; // of the set
     Mark m_lastWritten;                 // likewise
@@ -138,6 +144,7 @@ private:
     /// The last note of each setting before these, in the order in which they were set.
     std::vector<std::pair<std::string, RecordingNote>> m_settings;
     std::uint64_t m_bytes = 0;
+    std::uint64_t m_earlyNoteBytes = 0;
     FrameStep m_carried;              // what a dropped frame tells of those before it
     std::uint32_t m_carriedDrops = 0; // frames that were dropped since the one before
     std::uint64_t m_streamDrops = 0;  // from the stream's own queue, until now
@@ -147,6 +154,7 @@ private:
     std::size_t m_set = 0; // the one that is recorded, or comes next
     bool m_isRecording = false;
     bool m_isStopping = false;
+    std::string m_stopFailure;
     bool m_isShortened = false;
     bool m_isDone = false;
     std::uint64_t m_doneFrames = 0;

@@ -25,6 +25,15 @@ const char* nameOf(FrameTimes::Source source)
     return "";
 }
 
+std::uint64_t Frame::bytes() const
+{
+    std::uint64_t bytes = 0;
+    for (const Image& image : images()) {
+        bytes += image.bytes.size();
+    }
+    return bytes;
+}
+
 const Image* Frame::image(char letter) const
 {
     for (const Image& candidate : images()) {

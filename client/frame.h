@@ -82,6 +82,8 @@ struct Frame {
     {
         return std::span(stored).first(imageCount);
     }
+    /// Of all its images.
+    [[nodiscard]] std::uint64_t bytes() const;
     /// The image with this letter; null when the frame has none.
     [[nodiscard]] const Image* image(char letter) const;
 };

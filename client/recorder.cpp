@@ -18,15 +18,6 @@ constexpr auto diskInterval = std::chrono::milliseconds(250);
 
 constexpr const char* removed = "the file was removed meanwhile";
 
-std::uint64_t sizeOf(const Frame& frame)
-{
-    std::uint64_t size = 0;
-    for (const Image& image : frame.images()) {
-        size += image.bytes.size();
-    }
-    return size;
-}
-
 } // namespace
 
 Recorder::Recorder(const std::string& path, std::string_view metadata, Limits limits)
@@ -34,7 +25,6 @@ Recorder::Recorder(const std::string& path, std::string_view metadata, Limits li
     , m_limits(limits)
     , m_file(path, metadata)
 {
-    m_progress.queueLimit = m_limits.queueBytes;
     m_progress.freeBytes = m_file.freeBytes();
     m_progress.bytes = m_file.bytes();
     try {
@@ -57,7 +47,7 @@ bool Recorder::add(Frame frame)
     if (!isRecordable(frame)) {
         return false;
     }
-    const std::uint64_t size = sizeOf(frame);
+    const std::uint64_t size = frame.bytes();
     std::unique_lock lock(m_mutex);
     // A frame larger than the whole queue must still get through.
     m_changed.wait(lock, [this, size] {
@@ -136,7 +126,7 @@ void Recorder::removeFile() const
 std::string Recorder::writeFrames()
 {
     while (const std::optional<Frame> frame = next()) {
-        const std::string problem = whyNotToWrite(sizeOf(*frame));
+        const std::string problem = whyNotToWrite(frame->bytes());
         if (!problem.empty()) {
             m_file.close();
             return problem;
@@ -167,7 +157,7 @@ std::optional<Frame> Recorder::next()
         if (!m_queue.empty()) {
             frame = std::move(m_queue.front());
             m_queue.pop_front();
-            m_progress.queuedBytes -= sizeOf(*frame);
+            m_progress.queuedBytes -= frame->bytes();
             m_changed.notify_all();
         }
     }

@@ -22,7 +22,6 @@ struct RecordingProgress {
     double bytesPerSecond = 0;     ///< written, since the start
     double seconds = 0;            ///< since the start
     std::uint64_t queuedBytes = 0; ///< waiting to be written
-    std::uint64_t queueLimit = 0;  ///< bytes that may wait before the camera's thread has to
     std::int64_t freeBytes = 0;    ///< left on the disk
     bool finished = false;         ///< nothing more will be written
     std::string error;             ///< why it ended early; empty if it did not

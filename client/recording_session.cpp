@@ -180,12 +180,6 @@ void RecordingSession::trigger()
     set.times.push_back(std::chrono::system_clock::now());
 }
 
-std::size_t RecordingSession::setCount() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_sets.size();
-}
-
 std::string RecordingSession::fileOf(std::size_t set) const
 {
     const std::lock_guard lock(m_filesMutex);

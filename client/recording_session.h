@@ -94,8 +94,6 @@ public:
     /// Without effect when there are as many sets as are wanted.
     void trigger();
 
-    /// Sets that have begun.
-    [[nodiscard]] std::size_t setCount() const;
     /// The JSON file of a set; empty before a camera has begun it. @param set from 0
     [[nodiscard]] std::string fileOf(std::size_t set) const;
     /// Why a set's JSON file could not be written; empty if none failed.

@@ -33,11 +33,7 @@ public:
 
     void write(const ExportFrame& frame) override
     {
-        std::uint64_t bytes = 0;
-        for (const zrn::Image& image : frame.frame.images()) {
-            bytes += image.bytes.size();
-        }
-        m_pool.add(bytes, [this, frame] { return writeNow(frame); });
+        m_pool.add(frame.frame.bytes(), [this, frame] { return writeNow(frame); });
         ++m_taken;
         checkFailure();
     }

@@ -3,6 +3,7 @@
 #include "client/camera_recorder.h"
 #include "client/error.h"
 #include "client/recording.h"
+#include "client/recording_notes.h"
 #include "file_size_limit.h"
 #include "made_up_frames.h"
 #include "scripted_driver.h"
@@ -325,7 +326,7 @@ TEST_F(CameraRecorderTest, EachTriggerMakesASetAndNoFrameIsInTwo)
     session->trigger();
     EXPECT_TRUE(recorder->waitUntilDone(patience));
     session->trigger(); // one more than is wanted
-    EXPECT_EQ(session->setCount(), 2U);
+    EXPECT_EQ(recorder->progress().sets, 2U);
     EXPECT_EQ(numbersIn(recorder->parts()[0]), numbers(0, 5));
     EXPECT_EQ(numbersIn(recorder->parts()[1]), numbers(5, 4));
     recorder->finish();
@@ -347,7 +348,7 @@ TEST_F(CameraRecorderTest, ATriggerMeanwhileMakesTheSetGoOn)
     add(*recorder, framesUntilNow(2, 4));
     EXPECT_TRUE(waitFor([&] { return !recorder->parts().empty(); }));
     EXPECT_EQ(numbersIn(recorder->parts().front()), numbers(0, 5));
-    EXPECT_EQ(session->setCount(), 1U);
+    EXPECT_EQ(recorder->progress().sets, 1U);
 }
 
 TEST_F(CameraRecorderTest, ASlowDiskCostsFramesAndNobodyWaits)
@@ -466,6 +467,33 @@ TEST_F(CameraRecorderTest, NotesLieBetweenTheFramesThatTheyCameBetween)
     EXPECT_THAT(notesIn(recorder->parts().front().files.at(0)),
                 ElementsAre(R"({"cause":"gone","event":"lost"})",
                             R"({"event":"camera","what":"trigger"})"));
+}
+
+TEST_F(CameraRecorderTest, NotesBeforeTheFirstFrameTakeAsMuchMemoryAsInAFile)
+{
+    const auto recorder = makeRecorder(makeSession());
+    const std::string text(recording::maximumNoteBytes, 'n');
+    const auto now = Clock::now();
+    recorder->note({now, text + 'n'});
+    for (std::size_t bytes = 0; bytes < 2 * recording::maximumNotesBytes; bytes += text.size()) {
+        recorder->note({now, text});
+    }
+    EXPECT_TRUE(
+        waitFor([&] { return recorder->progress().queuedBytes == recording::maximumNotesBytes; }));
+    recorder->finish();
+    EXPECT_EQ(recorder->progress().queuedBytes, 0U);
+}
+
+TEST_F(CameraRecorderTest, ASetThatIsNotWhatWasWantedTellsWhy)
+{
+    const auto recorder = makeRecorder(makeSession());
+    recorder->stop("the stream cannot start");
+    recorder->stop("another reason");
+    recorder->finish();
+    EXPECT_EQ(recorder->parts().front().failure, "the stream cannot start");
+    const QJsonObject document = documentOf("recording_0001.json");
+    EXPECT_EQ(document[QLatin1String("cameras")][0][QLatin1String("failure")].toString(),
+              QStringLiteral("the stream cannot start"));
 }
 
 TEST_F(CameraRecorderTest, EveryFileBeginsWithTheSettingsInForceAndHasTheirChanges)

@@ -366,6 +366,17 @@ TEST_F(ZrncamRecord, ACameraThatStaysSilentIsAFailureAndItsFileWhole)
     EXPECT_EQ(files(), QStringList{"recording_0001.json"});
 }
 
+TEST_F(ZrncamRecord, AStreamThatCannotStartIsAFailureOfItsSet)
+{
+    const ToolResult result = ToolRun(words({})).set("ZRN_FAKE_FAULT", "no-start").finish();
+    EXPECT_NE(result.exitCode, 0);
+    EXPECT_EQ(files(), QStringList{"recording_0001.json"});
+    const QJsonObject document = documentIn(path("recording_0001.json"));
+    const QJsonValue camera = document["cameras"][0];
+    EXPECT_EQ(camera["failure"].toString(), result.errorMessage());
+    EXPECT_FALSE(result.errorMessage().isEmpty());
+}
+
 TEST_F(ZrncamRecord, AFullDiskIsNamedAndWhatIsWrittenIsRead)
 {
     ToolRun run(words({}));

@@ -1,13 +1,11 @@
 #include "camera_task.h"
 #include "client/camera_recorder.h"
+#include "client/error.h"
 #include "record/options.h"
 #include "record/progress.h"
 #include "record/report.h"
 #include "record/signs_of_life.h"
 #include "triggers.h"
-
-#include <QDateTime>
-#include <QJsonDocument>
 
 #include <csignal>
 #include <future>
@@ -22,24 +20,6 @@ struct Recording {
     RecordProgress progress;
     SignsOfLife signs;
 };
-
-/// What a file begins with, as the viewer's recordings do.
-std::string metadataOf(zrn::Camera& camera)
-{
-    const zrn::CameraFacts facts = camera.facts();
-    const QJsonObject settings{{QStringLiteral("Exposure"), qint64{camera.knownExposure().count()}},
-                               {QStringLiteral("Gain"), qint64{camera.knownGain()}}};
-    return QJsonDocument(
-               QJsonObject{{QStringLiteral("serial"), QString::fromStdString(facts.serial)},
-                           {QStringLiteral("time"),
-                            QDateTime::currentDateTime().toString(Qt::ISODateWithMs)},
-                           {QStringLiteral("width"), qint64{facts.width}},
-                           {QStringLiteral("height"), qint64{facts.height}},
-                           {QStringLiteral("sensors"), facts.sensorCount},
-                           {QStringLiteral("settings"), settings}})
-        .toJson(QJsonDocument::Compact)
-        .toStdString();
-}
 
 RecordResult streamInto(zrn::CameraRecorder& recorder, const CameraPointer& camera,
                         Context& context, Recording& recording)
@@ -98,9 +78,15 @@ ExitCode recordCamera(const CameraPointer& camera, Context& context, Recording& 
     context.report.json()[QLatin1String("camera")] = ::jsonOf(facts);
 
     zrn::CameraRecorder recorder(recording.session, facts.serial,
-                                 [camera] { return metadataOf(*camera); });
+                                 [camera] { return zrn::metadataOf(*camera); });
     recorder.watch(*camera);
-    return report(context, *recording.session, streamInto(recorder, camera, context, recording));
+    try {
+        return report(context, *recording.session,
+                      streamInto(recorder, camera, context, recording));
+    } catch (const zrn::Error& error) {
+        recorder.stop(error.what());
+        throw;
+    }
 }
 
 ExitCode runRecord(Context& context, const RecordOptions& options)

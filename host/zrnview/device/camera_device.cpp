@@ -72,15 +72,13 @@ bool CameraDevice::isStuck() const
 
 QJsonObject CameraDevice::metadata() const
 {
-    SettingValues values;
+    QJsonObject settings;
     for (const auto& [setting, reading] : m_readings) {
         if (reading.readCode == ErrorCode::Success) {
-            values[setting] = reading.value;
+            settings[QString::fromUtf8(infoOf(setting).label)] = reading.value;
         }
     }
-    zrn::CameraFacts facts = m_facts;
-    facts.serial = m_serial.toStdString(); // also before the camera has told
-    return metadataOf(facts, values);
+    return {{QStringLiteral("serial"), m_serial}, {QStringLiteral("settings"), settings}};
 }
 
 void CameraDevice::take()

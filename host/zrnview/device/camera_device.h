@@ -3,6 +3,7 @@
 #include "zrnview/device/camera_worker.h"
 
 #include <QElapsedTimer>
+#include <QJsonObject>
 #include <QThread>
 
 namespace zrnview

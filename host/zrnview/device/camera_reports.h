@@ -5,10 +5,8 @@
 #include "error_code.h"
 #include "zrnview/model/settings.h"
 
-#include <QJsonObject>
 #include <QMetaType>
 
-#include <map>
 #include <vector>
 
 /// What a camera's thread tells the window.
@@ -32,7 +30,6 @@ struct SettingReading {
     qint64 value = 0;                         ///< what was read, unless that failed
 };
 using SettingReadings = std::vector<SettingReading>;
-using SettingValues = std::map<Setting, qint64>;
 
 /// One property of the table.
 struct PropertyReading {
@@ -61,9 +58,6 @@ struct CameraHealth {
     ErrorCode code = ErrorCode::Success; ///< why the state is Unusable, or why no frame came
     QString refusal; ///< why a lost camera cannot be had, although it is on the bus; may be empty
 };
-
-/// What a file made from a camera tells about it.
-QJsonObject metadataOf(const zrn::CameraFacts& facts, const SettingValues& values);
 
 /// Makes the types known to queued signals. Call once before any camera is used.
 void registerReportTypes();

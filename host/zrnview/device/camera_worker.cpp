@@ -7,7 +7,6 @@
 #include "zrnview/device/setting_access.h"
 
 #include <QFile>
-#include <QJsonDocument>
 
 #include <algorithm>
 #include <utility>
@@ -256,12 +255,8 @@ void CameraWorker::startRecording(const std::shared_ptr<zrn::RecordingSession>& 
     stopRecording();
     try {
         m_recorder = std::make_shared<zrn::CameraRecorder>(
-            session, m_camera->facts().serial, [camera = m_camera] {
-                const QJsonObject metadata = metadataOf(
-                    camera->facts(), {{Setting::Exposure, camera->knownExposure().count()},
-                                      {Setting::Gain, camera->knownGain()}});
-                return QJsonDocument(metadata).toJson(QJsonDocument::Compact).toStdString();
-            });
+            session, m_camera->facts().serial,
+            [camera = m_camera] { return zrn::metadataOf(*camera); });
     } catch (const zrn::Error& error) {
         emit recordingRefused(QString::fromUtf8(error.what()));
         return;
