@@ -15,6 +15,7 @@ public:
     explicit RawStack(const ExportJob& job)
         : m_job(job)
         , m_file(job.path)
+        , m_table(m_file.path() + ".json")
     {
     }
 
@@ -34,10 +35,8 @@ public:
 
     void finish() override
     {
-        TargetFile table(m_file.path() + ".json");
-        table.write(QJsonDocument(description()).toJson().toStdString());
-        m_file.commit();
-        table.commit();
+        m_table.write(QJsonDocument(description()).toJson().toStdString());
+        TargetFile::commit({&m_file, &m_table});
     }
 
 private:
@@ -75,6 +74,7 @@ private:
 
     const ExportJob m_job;
     TargetFile m_file;
+    TargetFile m_table;
     QJsonArray m_frames;
 };
 

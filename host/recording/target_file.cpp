@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace zrnrec
 {
@@ -102,16 +103,22 @@ void TargetFile::noteWritten(std::size_t bytes)
     }
 }
 
-void TargetFile::commit()
+void TargetFile::commit(std::initializer_list<TargetFile*> files)
 {
-    if (m_temporaryPath.empty()) {
-        return;
+    for (const TargetFile* file : files) {
+        if (!file->m_temporaryPath.empty() && ::fsync(file->m_descriptor) != 0) {
+            failWithErrno(file->m_path);
+        }
     }
-    if (::fsync(m_descriptor) != 0 || std::rename(m_temporaryPath.c_str(), m_path.c_str()) != 0) {
-        failWithErrno(m_path);
+    for (TargetFile* file : files) {
+        if (file->m_temporaryPath.empty()) {
+            continue;
+        }
+        if (std::rename(file->m_temporaryPath.c_str(), file->m_path.c_str()) != 0) {
+            failWithErrno(file->m_path);
+        }
+        ::close(std::exchange(file->m_descriptor, -1));
     }
-    ::close(m_descriptor);
-    m_descriptor = -1;
 }
 
 } // namespace zrnrec

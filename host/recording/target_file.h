@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string>
 
@@ -43,7 +44,10 @@ public:
     void noteWritten(std::size_t bytes);
 
     /// Gives the file its name, once it is on the disk. @throws zrn::Error
-    void commit();
+    void commit() { commit({this}); }
+    /// The same for files that belong together, once all of them are on the disk. @throws
+    /// zrn::Error
+    static void commit(std::initializer_list<TargetFile*> files);
 
 private:
     std::string m_path;

@@ -90,6 +90,18 @@ def test_a_disk_that_is_full(tmp_path, form):
     assert sorted(os.listdir(tmp_path)) == sorted(["a.zrnrec", FILES[form]])
 
 
+@pytest.mark.parametrize("failing", ["1", "2"])
+def test_two_files_replace_others_together_or_not_at_all(tmp_path, failing):
+    recordings.write(tmp_path / "a.zrnrec", [Frame(1)])
+    for name in ("a.raw", "a.raw.json"):
+        (tmp_path / name).write_text("before")
+    run = zrnrec("export", tmp_path / "a.zrnrec", "--to", "raw", "-o", tmp_path / "a.raw",
+                 env={**os.environ, "LD_PRELOAD": os.environ["FAILING_SYNC_LIBRARY"], "FAILING_SYNC": failing})
+    assert run.returncode == 1 and "Input/output error" in run.stderr
+    assert sorted(os.listdir(tmp_path)) == ["a.raw", "a.raw.json", "a.zrnrec"]
+    assert {(tmp_path / name).read_text() for name in ("a.raw", "a.raw.json")} == {"before"}
+
+
 def test_no_space(tmp_path):
     recordings.write(tmp_path / "a.zrnrec", [Frame(1)])
     run = zrnrec("export", tmp_path / "a.zrnrec", "--to", "csv", "-o", "/dev/full")
