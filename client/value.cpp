@@ -1,5 +1,9 @@
 #include "client/value.h"
 
+#include "client/variants.h"
+
+#include <QJsonDocument>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -52,39 +56,6 @@ std::string textOf(double number)
     std::array<char, 32> text{};
     const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), number);
     return {text.data(), end};
-}
-
-std::string quoted(const std::string& text)
-{
-    std::string result("\"");
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            result += '\\';
-        }
-        result += c;
-    }
-    result += '"';
-    return result;
-}
-
-/// @param brackets the opening and the closing one
-template <typename List, typename TextOf>
-std::string joined(const List& list, const char* brackets, const TextOf& itemText)
-{
-    std::string text(1, brackets[0]);
-    for (const auto& item : list) {
-        text += text.size() == 1 ? "" : ",";
-        text += itemText(item);
-    }
-    text += brackets[1];
-    return text;
-}
-
-std::string toJson(const Value& value)
-{
-    return std::holds_alternative<std::string>(value) ? quoted(std::get<std::string>(value))
-           : value.index() == 0                       ? std::string("null")
-                                                      : toText(value);
 }
 
 } // namespace
@@ -179,20 +150,18 @@ double numberOf(const Value& value)
 
 std::string toText(const Value& value)
 {
+    const auto json = [&value] {
+        return QJsonDocument::fromVariant(toVariant(value))
+            .toJson(QJsonDocument::Compact)
+            .toStdString();
+    };
     return std::visit(Overload{
                           [](std::monostate) { return std::string(); },
                           [](bool flag) { return std::string(flag ? "true" : "false"); },
                           [](double number) { return textOf(number); },
                           [](const std::string& text) { return text; },
-                          [](const std::vector<std::int32_t>& numbers) {
-                              return joined(numbers, "[]",
-                                            [](std::int32_t n) { return std::to_string(n); });
-                          },
-                          [](const std::vector<Field>& fields) {
-                              return joined(fields, "{}", [](const Field& field) {
-                                  return quoted(field.name) + ':' + toJson(field.value);
-                              });
-                          },
+                          [&json](const std::vector<std::int32_t>&) { return json(); },
+                          [&json](const std::vector<Field>&) { return json(); },
                           [](auto number) { return std::to_string(number); },
                       },
                       value);

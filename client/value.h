@@ -45,7 +45,7 @@ bool hasTypeOf(const PropertyInfo& property, const Value& value);
 /// The value as a number: flags are 0 or 1, what is no number is 0.
 double numberOf(const Value& value);
 
-/// The value as text for a reader; a record as JSON.
+/// The value as text for a reader; a list or a record as JSON.
 std::string toText(const Value& value);
 
 } // namespace zrn

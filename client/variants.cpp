@@ -10,10 +10,18 @@ QVariant toVariant(const Value& value)
             using Held = std::decay_t<decltype(held)>;
             if constexpr (std::is_same_v<Held, std::string>) {
                 return QString::fromStdString(held);
+            } else if constexpr (std::is_same_v<Held, std::vector<std::int32_t>>) {
+                return QVariantList(held.begin(), held.end());
+            } else if constexpr (std::is_same_v<Held, std::vector<Field>>) {
+                QVariantMap map;
+                for (const Field& field : held) {
+                    map[QString::fromStdString(field.name)] = toVariant(field.value);
+                }
+                return map;
             } else if constexpr (std::is_arithmetic_v<Held>) {
                 return QVariant::fromValue(held);
             } else {
-                return {}; // lists and records are read only
+                return {};
             }
         },
         value);

@@ -7,7 +7,8 @@
 namespace zrn
 {
 
-/// A property's value as the contract carries it. Thread safety: reentrant, as all of this header.
+/// A property's value as the contract carries it, and JSON. Thread safety: reentrant, as all of
+/// this header.
 QVariant toVariant(const Value& value);
 
 /// The other way; std::monostate for a type that no property has.

@@ -45,7 +45,8 @@ TEST(ValueTest, ReadsAsText)
     const std::vector<Field> record{{"ONLINE", true},
                                     {"WIDTHS", std::vector<std::int32_t>{640, 1280}},
                                     {"NAME", std::string("a \"b\"")}};
-    EXPECT_EQ(toText(record), R"({"ONLINE":true,"WIDTHS":[640,1280],"NAME":"a \"b\""})");
+    EXPECT_EQ(toText(record), R"({"NAME":"a \"b\"","ONLINE":true,"WIDTHS":[640,1280]})");
+    EXPECT_EQ(toText(std::vector<std::int32_t>{640, 1280}), "[640,1280]");
     EXPECT_EQ(*findField(record, "ONLINE"), Value(true));
     EXPECT_EQ(findField(record, "online"), nullptr);
     EXPECT_EQ(findField(Value(1), "ONLINE"), nullptr);

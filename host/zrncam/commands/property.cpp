@@ -1,4 +1,4 @@
-#include "common/value_json.h"
+#include "client/variants.h"
 #include "session.h"
 #include "tool_error.h"
 
@@ -40,7 +40,7 @@ void reportValue(Report& report, const std::string& key, const zrn::Value& value
     const PropertyInfo* property = zrn::findProperty(key);
     report.line(QString::fromStdString(zrn::toText(value)));
     report.json()[QLatin1String("key")] = QString::fromStdString(key);
-    report.json()[QLatin1String("value")] = zrnhost::toJson(value);
+    report.json()[QLatin1String("value")] = QJsonValue::fromVariant(zrn::toVariant(value));
     if (property && *property->unit) {
         report.json()[QLatin1String("unit")] = QLatin1String(property->unit);
     }
@@ -108,7 +108,7 @@ ExitCode runProperties(Context& context)
         try {
             const zrn::Value value = camera->property(property.key);
             text = QString::fromStdString(zrn::toText(value));
-            json[QLatin1String("value")] = zrnhost::toJson(value);
+            json[QLatin1String("value")] = QJsonValue::fromVariant(zrn::toVariant(value));
         } catch (const zrn::Error& error) {
             text = QStringLiteral("(%1 %2)")
                        .arg(static_cast<quint32>(error.code()))
