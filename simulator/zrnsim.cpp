@@ -1,6 +1,5 @@
 #include "control/control_client.h"
 #include "control/control_server.h"
-#include "control/script.h"
 #include "launcher/child.h"
 #include "launcher/preload.h"
 #include "model/bus.h"
@@ -35,7 +34,6 @@ struct Arguments {
     std::vector<std::string> cameras;
     unsigned gadgets = 0;
     std::size_t memoryLimitMiB = 0;
-    std::string script;
     std::filesystem::path redirectFolder;
     std::vector<std::string> command;
 };
@@ -124,15 +122,12 @@ int runCommand(const Arguments& arguments, int signals, zrnsim::CameraList& came
 {
     zrnsim::CommandProcessor processor(cameras, bus);
     const zrnsim::ControlServer server(processor, controlSocket);
-    const auto script = arguments.script.empty() ? std::vector<zrnsim::ScriptStep>()
-                                                 : zrnsim::readScript(arguments.script, processor);
     environment.push_back(std::string(zrnsim::controlVariable) + "=" + controlSocket);
 
     Session session;
     session.signals = signals;
     session.loop = g_main_loop_new(nullptr, FALSE);
     session.child = zrnsim::startCommand(arguments.command, environment);
-    zrnsim::scheduleScript(script, processor);
     g_child_watch_add(session.child, onExit, &session);
     g_unix_fd_add(session.signals, G_IO_IN, onSignal, &session);
     g_main_loop_run(session.loop);
@@ -182,8 +177,6 @@ int main(int argc, char** argv)
         "Number of devices 1234:5678 beside the cameras, with an endpoint of each kind");
     app.add_option("--usbfs-memory", arguments.memoryLimitMiB,
                    "MiB that a camera's submitted transfers may take, 0 for no limit");
-    app.add_option("--script", arguments.script,
-                   "File of commands as on the control socket, each with \"at\": SECONDS");
     app.add_option("--usbredir", arguments.redirectFolder,
                    "Folder for UNIX sockets at which a virtual machine finds the cameras: camera0, "
                    "camera1, ... speak the usbredir protocol")

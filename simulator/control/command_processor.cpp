@@ -335,6 +335,7 @@ std::size_t findCamera(const CameraList& cameras, const json& request)
 
 } // namespace
 
+/// @throws CommandError for a request that no camera could ever carry out
 void CommandProcessor::check(const json& request) const
 {
     const Command* const command = findCommand(request);

@@ -9,7 +9,7 @@
 namespace zrnsim
 {
 
-/// Carries out the commands of the control socket and of scripts. Thread-safe: it keeps no state.
+/// Carries out the commands of the control socket. Thread safety: thread-safe; it keeps no state.
 class CommandProcessor
 {
 public:
@@ -19,9 +19,6 @@ public:
     {
     }
 
-    /// @throws CommandError for a request that no camera could ever carry out
-    void check(const nlohmann::json& request) const;
-
     /// Answers one request object: {"ok": true, ...} or {"ok": false, "error": "..."}.
     nlohmann::json execute(const nlohmann::json& request);
 
@@ -29,6 +26,7 @@ public:
     std::string executeLine(const std::string& line);
 
 private:
+    void check(const nlohmann::json& request) const;
     nlohmann::json run(const nlohmann::json& request);
 
     CameraList& m_cameras;

@@ -92,6 +92,15 @@ void ToolRun::waitForError(const char* text)
     }
 }
 
+void ToolRun::waitForOutput(const char* text, int times)
+{
+    m_process.setReadChannel(QProcess::StandardOutput);
+    while (m_output.count(text) < times) {
+        ASSERT_TRUE(m_process.waitForReadyRead(longestRunMs)) << m_output.constData();
+        m_output += m_process.readAllStandardOutput();
+    }
+}
+
 ToolRun& ToolRun::under(const QStringList& words)
 {
     m_process.setArguments(words.mid(1) + QStringList{m_process.program()} + m_process.arguments());
@@ -112,6 +121,6 @@ ToolResult ToolRun::finish()
     }
     EXPECT_TRUE(m_process.waitForFinished(longestRunMs));
     EXPECT_EQ(m_process.exitStatus(), QProcess::NormalExit);
-    return {m_process.exitCode(), m_process.readAllStandardOutput(),
+    return {m_process.exitCode(), m_output + m_process.readAllStandardOutput(),
             m_errors + m_process.readAllStandardError()};
 }

@@ -41,6 +41,8 @@ public:
     void write(const QByteArray& text);
     /// Waits until it has written a text to standard error.
     void waitForError(const char* text);
+    /// The same for so many of it in standard output.
+    void waitForOutput(const char* text, int times = 1);
     bool isRunning() { return !m_process.waitForFinished(0); }
     /// Has another program run it, whose command line begins with these words.
     ToolRun& under(const QStringList& words);
@@ -53,6 +55,7 @@ public:
 private:
     QTemporaryDir m_folder;
     QProcess m_process;
-    QByteArray m_errors; ///< as far as they were waited for
+    QByteArray m_output; ///< as far as it was waited for
+    QByteArray m_errors; ///< likewise
     QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
 };

@@ -4,7 +4,6 @@
 
 #include <QDeadlineTimer>
 #include <QDirIterator>
-#include <QFile>
 #include <QImageReader>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -382,16 +381,17 @@ TEST(ZrncamVirtual, RecordsTwoCamerasOneOfWhichIsUnpluggedTwice)
 TEST(ZrncamVirtual, AWatchTellsWhoComesAndGoes)
 {
     const QTemporaryDir folder;
-    const QString script = folder.filePath(QStringLiteral("script"));
-    QFile file(script);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("{\"at\": 3, \"command\": \"unplug\"}\n{\"at\": 5, \"command\": \"plug\"}\n");
-    file.close();
     ToolRun run({"list", "--watch", "--json"});
     run.set("ZRNCAM_PLUGIN", QStringLiteral(DRIVER_PATH))
-        .under({ZRNSIM_PATH, "--camera", "type2,serial=7", "--script", script, "--"})
+        .set("TMPDIR", folder.path())
+        .under({ZRNSIM_PATH, "--camera", "type2,serial=7", "--"})
         .start();
-    QThread::sleep(9);
+    VirtualCamera camera = cameraOfRunIn(folder.path());
+    run.waitForOutput("arrived");
+    camera.unplug();
+    run.waitForOutput("left");
+    camera.restore();
+    run.waitForOutput("arrived", 2);
     run.interrupt();
     const ToolResult result = run.finish();
     EXPECT_EQ(result.exitCode, 130);

@@ -1,15 +1,11 @@
 #include "control/command_processor.h"
 #include "control/json_views.h"
-#include "control/script.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
-#include <fstream>
 #include <string>
-#include <unistd.h>
 
 namespace zrnsim
 {
@@ -250,54 +246,6 @@ TEST_F(CommandProcessorTest, FrameListCanBeRenderedAgain)
     EXPECT_EQ(request.bytesPerPosition, 2);
     EXPECT_EQ(request.frameNumber, 4'000'000'000U);
     EXPECT_EQ(request.controls, frame.request.controls);
-}
-
-class ScriptTest : public CommandProcessorTest
-{
-protected:
-    std::string write(const std::string& text)
-    {
-        std::ofstream(path) << text;
-        return path;
-    }
-    ~ScriptTest() override { std::remove(path.c_str()); }
-
-private:
-    // Each test runs in a process of its own, beside the others.
-    std::string path =
-        testing::TempDir() + "zrnsim_script_" + std::to_string(::getpid()) + ".jsonl";
-};
-
-TEST_F(ScriptTest, ReadsTimedCommands)
-{
-    const auto steps = readScript(write("# a comment\n\n"
-                                        "{\"at\": 0.5, \"command\": \"unplug\", \"camera\": 1}\n"
-                                        "{\"at\": 2, \"command\": \"plug\", \"camera\": 1}\n"),
-                                  processor);
-    ASSERT_EQ(steps.size(), 2U);
-    EXPECT_DOUBLE_EQ(steps[0].at, 0.5);
-    EXPECT_EQ(json::parse(steps[0].request), (json{{"command", "unplug"}, {"camera", 1}}));
-    EXPECT_DOUBLE_EQ(steps[1].at, 2);
-}
-
-TEST_F(ScriptTest, NamesTheLineThatIsWrong)
-{
-    for (const char* const line :
-         {"{", "[]", "{\"at\": 1}", "{\"command\": \"halt\"}",
-          "{\"at\": -1, \"command\": \"halt\"}", "{\"at\": \"1\", \"command\": \"halt\"}",
-          "{\"at\": 1e12, \"command\": \"halt\"}", "{\"at\": 1, \"command\": \"hault\"}",
-          "{\"at\": 1, \"command\": \"halt\", \"count\": 2}",
-          "{\"at\": 1, \"command\": \"emit\", \"count\": \"two\"}",
-          "{\"at\": 1, \"command\": \"unplug\", \"camera\": 2}"}) {
-        try {
-            readScript(write(std::string("# first\n") + line + "\n"), processor);
-            ADD_FAILURE() << line;
-        } catch (const ConfigError& error) {
-            EXPECT_NE(std::string(error.what()).find(":2:"), std::string::npos) << error.what();
-        }
-    }
-    EXPECT_THROW(readScript("/nonexistent/script", processor), ConfigError);
-    EXPECT_THROW(readScript("/", processor), ConfigError);
 }
 
 } // namespace

@@ -3,8 +3,6 @@
 set -euo pipefail
 zrnsim=$1
 export ZRNSIM_CTL=$2
-script=$(mktemp)
-trap 'rm -f "$script"' EXIT
 failed=0
 
 # refuses STATUS SENTENCE COMMAND...
@@ -26,9 +24,4 @@ refuses 1 'there is no command \"dance\"' tell dance
 refuses 2 "'count' is given twice" tell emit count=1 count=2
 refuses 2 'not in UTF-8' tell set-control control=$'\xff'
 refuses 2 'cannot connect to the control socket /none' "$ZRNSIM_CTL" --socket /none counters
-echo '{"at": 0, "command": "hlat"}' >"$script"
-refuses 2 "$script:1: there is no command" "$zrnsim" --script "$script" -- echo started
-echo '{"at": 0, "command": "emit", "count": true}' >"$script"
-refuses 2 "$script:1: count: true is not a whole number" "$zrnsim" --script "$script" -- echo started
-refuses 2 'cannot read the script /' "$zrnsim" --script / -- echo started
 exit "$failed"
