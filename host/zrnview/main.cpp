@@ -95,12 +95,13 @@ QString startOnVirtualCamera(const std::string& plugin)
         arguments << QStringLiteral("--plugin") << QString::fromLocal8Bit(plugin.c_str());
     }
     if (zrnhost::virtualModels().isEmpty()) {
-        return QStringLiteral("zrnsim was not found; install it, or put it on PATH");
+        return QCoreApplication::translate("main",
+                                           "zrnsim was not found; install it, or put it on PATH");
     }
     const QString program = QCoreApplication::applicationFilePath();
     return QProcess::startDetached(program, arguments)
                ? QString()
-               : QStringLiteral("%1 could not be started").arg(program);
+               : QCoreApplication::translate("main", "%1 could not be started").arg(program);
 }
 
 } // namespace

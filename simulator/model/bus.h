@@ -13,7 +13,8 @@ namespace zrnsim
 {
 
 /// The cables between the cameras and the host: what a transport offers to tests and scripts.
-/// Cameras are numbered from 0 in the order of the command line. Thread-safe.
+/// Cameras are numbered from 0 in the order of the command line. Thread safety:
+/// thread-safe.
 class Bus
 {
 public:

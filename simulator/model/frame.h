@@ -39,7 +39,8 @@ struct Frame {
 
 using FramePtr = std::shared_ptr<const Frame>;
 
-/// Recycles frames, so that a stream in steady state allocates nothing. Thread-safe.
+/// Recycles frames, so that a stream in steady state allocates nothing. Thread safety:
+/// thread-safe.
 class FramePool
 {
 public:

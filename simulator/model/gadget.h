@@ -15,7 +15,7 @@ namespace zrnsim
 /// endpoint of each kind, and descriptors that look like parts of a camera.
 ///
 /// Its host writes its script: vendor requests to the device say what the endpoints send.
-/// Thread-safe.
+/// Thread safety: thread-safe.
 class Gadget final : public UsbDevice
 {
 public:

@@ -24,7 +24,7 @@ enum class TransferFault : std::uint8_t {
     Overflow, ///< babble, EOVERFLOW on Linux
 };
 
-/// What all devices have in common for whoever carries their transfers. Thread-safe.
+/// What all devices have in common for whoever carries their transfers. Thread safety: thread-safe.
 class UsbDevice
 {
 public:

@@ -16,15 +16,17 @@ struct Point {
 
 /// An 8-bit grey picture to draw on with Cairo: shapes are added to a path, which is then painted
 /// and begun anew. Coordinates are pixels from the upper left corner of the upper left pixel.
-/// Reentrant.
 ///
 /// Scenes are drawn for 1000 x 800 units: positions stretch with the picture, lengths keep their
 /// proportions, so that circles stay round.
+///
+/// Thread safety: reentrant.
 class Canvas
 {
 public:
     /// A black picture. What lies beyond 32,767 columns or rows, which is as far as Cairo draws,
-    /// stays black. Throws std::bad_alloc or std::length_error when it does not fit in memory.
+    /// stays black.
+    /// @throws std::bad_alloc, std::length_error when it does not fit in memory
     Canvas(int width, int height);
 
     int width() const { return m_width; }

@@ -40,7 +40,9 @@ struct FrameRequest {
 /// Paints the two scenes and packs them into frames.
 ///
 /// Keeps the motionless parts of the scenes between frames of one size, so each camera keeps a
-/// composer of its own. Reentrant: one object must not be used from two threads at once.
+/// composer of its own.
+///
+/// Thread safety: reentrant.
 class FrameComposer
 {
 public:
@@ -48,7 +50,8 @@ public:
     ~FrameComposer();
 
     /// Fills `frame` with width * height * bytesPerPosition bytes; the same request always gives
-    /// the same bytes. Throws std::bad_alloc or std::length_error when there is no memory for them.
+    /// the same bytes.
+    /// @throws std::bad_alloc, std::length_error when there is no memory for them
     void compose(const FrameRequest& request, std::vector<std::uint8_t>& frame);
 
 private:

@@ -43,15 +43,15 @@ public:
 
     UMockdevIoctlBase* handler() const { return m_handler; }
 
-    /// An endpoint may have become able to answer. Thread-safe.
+    /// An endpoint may have become able to answer. Thread safety: thread-safe.
     void wake();
 
     /// The cable is pulled: what is pending ends, what comes later fails with ENODEV. Returns when
-    /// that has happened. Thread-safe, not to be called on the worker thread.
+    /// that has happened. Thread safety: thread-safe; not to be called on the worker thread.
     void unplug();
 
     /// Runs a task on the worker thread; at once on the caller's when no client ever came.
-    /// Thread-safe.
+    /// Thread safety: thread-safe.
     void runOnWorker(std::function<void()> task, std::chrono::milliseconds delay = {});
 
     /// Whether a process still has the node open. Worker thread.

@@ -16,7 +16,7 @@ namespace zrnsim
 class RedirectedCamera;
 
 /// A port of the bus: a UNIX socket that takes one host at a time, and a thread that serves it.
-/// Thread-safe.
+/// Thread safety: thread-safe.
 class UsbRedirPort
 {
 public:

@@ -2,6 +2,7 @@
 
 #include "client/property_table.h"
 
+#include <QCoreApplication>
 #include <QStringList>
 
 #include <algorithm>
@@ -139,11 +140,12 @@ QString describeEffects(Setting written)
     const Effects effects = effectsOf(written);
     QStringList parts;
     if (!effects.changed.empty()) {
-        parts += QStringLiteral("also changes %1").arg(listed(effects.changed));
+        parts +=
+            QCoreApplication::translate("Settings", "also changes %1").arg(listed(effects.changed));
     }
     if (!effects.rewritten.empty()) {
-        parts +=
-            QStringLiteral("rewrites %1 with the values just read").arg(listed(effects.rewritten));
+        parts += QCoreApplication::translate("Settings", "rewrites %1 with the values just read")
+                     .arg(listed(effects.rewritten));
     }
     return parts.join(QStringLiteral("; "));
 }
