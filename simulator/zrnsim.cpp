@@ -4,7 +4,6 @@
 #include "launcher/preload.h"
 #include "model/bus.h"
 #include "umockdev/umockdev_bus.h"
-#include "usbredir/relay_server.h"
 #include "usbredir/usbredir_bus.h"
 
 #include <CLI/CLI.hpp>
@@ -157,7 +156,6 @@ int runWithSockets(const Arguments& arguments)
     const std::filesystem::path& folder = arguments.redirectFolder;
     zrnsim::CameraList cameras = makeCameras(arguments.cameras);
     zrnsim::UsbRedirBus bus(cameras, folder);
-    const zrnsim::RelayServer relay(folder / "relay", folder / "control");
     return runCommand(arguments, signals, cameras, bus, folder / "control", {});
 }
 

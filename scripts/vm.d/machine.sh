@@ -32,7 +32,7 @@ start_machine() {
     mkdir -p "$run/guest$PWD"
     (cd "$run/guest" && find . | cpio --quiet -o -H newc -R 0:0) > "$run/guest.cpio"
     "$parts/files" "$run/files.cpio" /lib/systemd/systemd-udevd /usr/bin/udevadm \
-        /lib/udev/rules.d /usr/bin/setpriv "$@"
+        /lib/udev/rules.d /usr/bin/setpriv /usr/bin/socat "$@"
     cat "$kernel/base.cpio" "$run/guest.cpio" "$run/files.cpio" > "$run/initrd"
 
     # Each job's zrnsim makes the sockets anew, so QEMU looks for them again and again.
@@ -55,8 +55,9 @@ no_timer_check mitigations=off cryptomgr.notests ${kernel_args[*]}" \
         -device virtserialport,chardev=stdout,name=stdout \
         -chardev "file,id=stderr,path=$run/stderr" \
         -device virtserialport,chardev=stderr,name=stderr \
-        -chardev "socket,id=control,path=$run/usb/relay,reconnect=1" \
-        -device virtserialport,chardev=control,name=control \
+        -netdev "user,id=control,restrict=on,\
+guestfwd=tcp:10.0.2.100:1-cmd:socat STDIO UNIX-CONNECT:$run/usb/control" \
+        -device virtio-net-pci,netdev=control,romfile= \
         -device "qemu-xhci,id=xhci,p2=$usb_ports,p3=$usb_ports" "${devices[@]}" \
         < /dev/null > "$run/qemu.log" 2>&1 &
     echo $! > "$run/pid"
