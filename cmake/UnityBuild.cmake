@@ -1,13 +1,19 @@
-# Source files that are compiled a few at a time instantiate the templates of the C++ library, Qt and GoogleTest once
-# for all of them, which is most of what each costs alone. Not so the driver's, where a changed line is waited for most
-# often, but for sanitizers, which are built as a whole. ZRN_UNITED_FILES=1 compiles each file alone, and names each in
-# compile_commands.json; a variable of the environment of that name is what it is at first.
+# Source files that are compiled several at a time instantiate the templates of the C++ library, Qt and GoogleTest once
+# for all of them, which is most of what each costs alone. ZRN_UNITED_FILES=1 compiles each file alone, and names each in
+# compile_commands.json. The driver's, where a changed line is waited for most often, are compiled alone but for
+# sanitizers, or with ZRN_UNITED_DRIVER=ON, for who builds all of it once. Variables of the environment of these names
+# are what they are at first.
 
-set(zrn_united 4)
-if(DEFINED ENV{ZRN_UNITED_FILES})
-    set(zrn_united $ENV{ZRN_UNITED_FILES})
-endif()
-set(ZRN_UNITED_FILES ${zrn_united} CACHE STRING "How many source files of a target are compiled together")
+set(zrn_united_files 12)
+set(zrn_united_driver OFF)
+foreach(name IN ITEMS files driver)
+    string(TOUPPER "ZRN_UNITED_${name}" variable)
+    if(DEFINED ENV{${variable}})
+        set(zrn_united_${name} $ENV{${variable}})
+    endif()
+endforeach()
+set(ZRN_UNITED_FILES ${zrn_united_files} CACHE STRING "How many source files of a target are compiled together")
+option(ZRN_UNITED_DRIVER "Compile the driver's source files together, too" ${zrn_united_driver})
 
 # zrn_unite(<target>...)
 function(zrn_unite)
@@ -23,7 +29,7 @@ endfunction()
 
 # zrn_unite_driver(<target>...)
 function(zrn_unite_driver)
-    if(ZRN_SANITIZE)
+    if(ZRN_SANITIZE OR ZRN_UNITED_DRIVER)
         zrn_unite(${ARGN})
     endif()
 endfunction()
