@@ -115,6 +115,7 @@ std::span<const UsbFunction> usbFunctions()
         guarded<&OriginalUsb::setInterfaceAltSetting>("libusb_set_interface_alt_setting",
                                                       guardSetInterfaceAltSetting),
         guarded<&OriginalUsb::submitTransfer>("libusb_submit_transfer", guardSubmitTransfer),
+        called<&OriginalUsb::claimInterface>("libusb_claim_interface"),
         called<&OriginalUsb::freeConfigDescriptor>("libusb_free_config_descriptor"),
         called<&OriginalUsb::getVersion>("libusb_get_version"),
         called<&OriginalUsb::handleEventsTimeoutCompleted>(

@@ -32,6 +32,13 @@ bool spoilsDepartedHandles()
     return std::array<unsigned, 3>{version.major, version.minor, version.micro} < repaired;
 }
 
+/// Whether libusb has heard that the device has gone. Claiming what is claimed already asks nobody.
+bool isKnownDeparted(libusb_device_handle* handle, int interfaceNumber)
+{
+    return !originalUsb().claimInterface ||
+           originalUsb().claimInterface(handle, interfaceNumber) == LIBUSB_ERROR_NO_DEVICE;
+}
+
 std::uint32_t littleEndian32(const unsigned char* data)
 {
     std::uint32_t value = 0;
@@ -198,12 +205,15 @@ int controlTransfer(libusb_device_handle* handle, std::uint8_t requestType, std:
 int setInterfaceAltSetting(libusb_device_handle* handle, int interfaceNumber, int alternateSetting)
 {
     static const bool isFaulty = spoilsDepartedHandles();
-    if (isFaulty && hasDeparted(handle, interfaceNumber)) {
+    // The kernel's answer takes its time, in which libusb may hear of the departure.
+    if (isFaulty && (hasDeparted(handle, interfaceNumber) ||
+                     (originalUsb().claimInterface && isKnownDeparted(handle, interfaceNumber)))) {
         return LIBUSB_ERROR_NO_DEVICE;
     }
     const int result =
         originalUsb().setInterfaceAltSetting(handle, interfaceNumber, alternateSetting);
-    if (isFaulty && result == LIBUSB_ERROR_NO_DEVICE) { // it left in this very moment
+    // It left in this very moment. What libusb has not heard of, it has not acted upon.
+    if (isFaulty && result == LIBUSB_ERROR_NO_DEVICE && isKnownDeparted(handle, interfaceNumber)) {
         if (const std::shared_ptr<OwnedHandle> record = OwnedObjects::instance().find(handle)) {
             const std::lock_guard locker(record->mutex);
             record->isSpoilt = true;

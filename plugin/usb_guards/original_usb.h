@@ -9,6 +9,7 @@ namespace usbguards
 /// has put in front of them. Those that the process does not have are null.
 struct OriginalUsb {
     decltype(&libusb_cancel_transfer) cancelTransfer;
+    decltype(&libusb_claim_interface) claimInterface;
     decltype(&libusb_close) close;
     decltype(&libusb_control_transfer) controlTransfer;
     decltype(&libusb_exit) exit;

@@ -65,8 +65,12 @@ OriginalUsb makeFunctions()
     functions.kernelDriverActive = [](libusb_device_handle*, int) {
         return FakeUsb::instance().kernelDriverResult;
     };
+    functions.claimInterface = [](libusb_device_handle*, int) {
+        return FakeUsb::instance().claimResult;
+    };
     functions.setInterfaceAltSetting = [](libusb_device_handle*, int, int) {
         FakeUsb::instance().calls.emplace_back("set interface");
+        FakeUsb::instance().claimResult = FakeUsb::instance().claimResultAfterSetting;
         return FakeUsb::instance().setInterfaceResult;
     };
     functions.submitTransfer = [](libusb_transfer*) {

@@ -10,6 +10,8 @@
 struct FakeUsb {
     int submitResult = LIBUSB_SUCCESS;
     int cancelResult = LIBUSB_SUCCESS;
+    int claimResult = LIBUSB_SUCCESS;
+    int claimResultAfterSetting = LIBUSB_SUCCESS; ///< an interface's setting
     int controlResult = 0;
     int kernelDriverResult = 0;
     int setInterfaceResult = LIBUSB_SUCCESS;

@@ -397,6 +397,15 @@ TEST_F(UsbGuards, TheFaultyFunctionNeverSeesADepartedDevice)
     EXPECT_EQ(usb.calls, Calls{"close"});
 }
 
+/// libusb hears of the departure while the kernel is asked.
+TEST_F(UsbGuards, TheFaultyFunctionNeverSeesADeviceThatLibusbKnowsToHaveLeft)
+{
+    usb.claimResult = LIBUSB_ERROR_NO_DEVICE;
+    EXPECT_EQ(guardSetInterfaceAltSetting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
+    guardClose(handle);
+    EXPECT_EQ(usb.calls, Calls{"close"});
+}
+
 /// A host with a libusb inside may show those functions alone that libuvc calls.
 TEST_F(UsbGuards, DepartureIsAskedForByARequestWhereLibusbShowsLittle)
 {
@@ -413,9 +422,19 @@ TEST_F(UsbGuards, DepartureIsAskedForByARequestWhereLibusbShowsLittle)
 TEST_F(UsbGuards, AHandleSpoiltInTheLastMomentIsNotClosed)
 {
     usb.setInterfaceResult = LIBUSB_ERROR_NO_DEVICE;
+    usb.claimResultAfterSetting = LIBUSB_ERROR_NO_DEVICE;
     EXPECT_EQ(guardSetInterfaceAltSetting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
     guardClose(handle);
     EXPECT_EQ(usb.calls, Calls{"set interface"});
+}
+
+/// The kernel says that the device has gone before libusb has heard of it.
+TEST_F(UsbGuards, AHandleOfWhichLibusbThinksWellIsClosed)
+{
+    usb.setInterfaceResult = LIBUSB_ERROR_NO_DEVICE;
+    EXPECT_EQ(guardSetInterfaceAltSetting(handle, 1, 0), LIBUSB_ERROR_NO_DEVICE);
+    guardClose(handle);
+    EXPECT_EQ(usb.calls, (Calls{"set interface", "close"}));
 }
 
 } // namespace

@@ -171,6 +171,7 @@ TEST_F(Ownership, AHandleAtTheAddressOfAnotherStartsAfresh)
     control(own.handle, 0);
     EXPECT_EQ(control(own.handle, 0), 100U);
     usb.setInterfaceResult = LIBUSB_ERROR_NO_DEVICE;
+    usb.claimResultAfterSetting = LIBUSB_ERROR_NO_DEVICE;
     guardSetInterfaceAltSetting(own.handle, 1, 0); // spoils it
 
     usb.handle = own.handle;
