@@ -15,6 +15,13 @@ namespace survival
 
 using std::chrono::milliseconds;
 
+/// A number that a long run sets, or what an ordinary test run has time for.
+inline int fromEnvironment(const char* name, int ordinary)
+{
+    const char* const text = std::getenv(name);
+    return text == nullptr ? ordinary : std::atoi(text);
+}
+
 /// Bounds hold for a machine of ordinary speed; ZRN_TIME_FACTOR stretches them for an emulated
 /// one, and for a sanitizer.
 inline double timeFactor()

@@ -4,21 +4,12 @@
 #include "process_usage.h"
 #include "serious_lines.h"
 
-#include <cstdlib>
 #include <iostream>
 
 namespace
 {
 
 using survival::ProcessUsage;
-
-/// ZRN_REPLUG_CYCLES, or what an ordinary test run has time for.
-int cyclesFromEnvironment()
-{
-    constexpr int ordinary = 50;
-    const char* const text = std::getenv("ZRN_REPLUG_CYCLES");
-    return text ? std::atoi(text) : ordinary;
-}
 
 using Replug = survival::CameraRig;
 
@@ -29,7 +20,7 @@ TEST_F(Replug, FramesAreExactAndNothingGrows)
     constexpr long allowedBytesPerCycle = 256;
     // The caches that malloc has for each thread fill, and count as allocated.
     constexpr long allowedBytes = 64 * 1024;
-    const int cycles = cyclesFromEnvironment();
+    const int cycles = survival::fromEnvironment("ZRN_REPLUG_CYCLES", 50);
     ASSERT_GT(cycles, settling);
 
     survival::expectLog(" uvc_get_gain get cur failed ret: -");

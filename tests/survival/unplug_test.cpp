@@ -1,10 +1,18 @@
 // The cable is pulled at every moment of a camera's life, and the host goes on as hosts do.
 
 #include "camera_rig.h"
+#include "client/property_keys.h"
+#include "process_usage.h"
 #include "serious_lines.h"
 #include "watched_thread.h"
 
+#include <algorithm>
+#include <atomic>
 #include <future>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <random>
 #include <string>
 #include <thread>
 
@@ -260,5 +268,166 @@ TEST_P(UnplugDuring, Enumeration)
 }
 
 INSTANTIATE_TEST_SUITE_P(Moments, UnplugDuring, testing::Values(0, 1, 2, 3, 5, 8, 13, 21, 34));
+
+/// A host does anything with a camera, in any order, until the cable has been pulled out.
+class UnplugAtAnyMoment : public Unplug
+{
+protected:
+    /// @return what was under way when the cable was pulled.
+    std::string useUntilUnplugged()
+    {
+        constexpr unsigned mostBefore = 3;
+        constexpr unsigned longestDelayUs = 5000;
+        std::atomic<const char*> current = "nothing";
+        for (unsigned i = pick(mostBefore); i > 0; --i) {
+            useOnce(current);
+        }
+        std::atomic<const char*> interrupted = nullptr;
+        std::thread cable([&, delay = std::chrono::microseconds(pick(longestDelayUs))] {
+            std::this_thread::sleep_for(delay);
+            const char* const before = current;
+            m_cable.unplug();
+            interrupted = before;
+        });
+        while (!interrupted) {
+            useOnce(current);
+        }
+        cable.join();
+        return interrupted.load();
+    }
+
+    /// What a host does when the camera has gone, and is back: a frame of it is exact.
+    void comeBack()
+    {
+        QVariant status;
+        if (camera->readProperty(zrn::keys::heartBeat, status) == ErrorCode::Success) {
+            EXPECT_FALSE(status.toMap().value(zrn::keys::online).toBool());
+        }
+        within(stopBound, "stop", [&] { return (*camera)->stopStream(0); });
+        within(disconnectBound, "disconnect", [&] { return (*camera)->disconnectDevice(); });
+        EXPECT_EQ(
+            within(enumerateBound, "enumerate", [&] { return driver().factory().enumDevice(); }),
+            0);
+        bus.restore();
+        beginStream();
+    }
+    void beginStream()
+    {
+        enumerateUntilPresent();
+        connect();
+        start();
+        expectExactFrame();
+        camera->writeProperty(zrn::keys::maxGrabWaitTime, grabTimeoutMs);
+    }
+
+    /// A number from 0 to @p highest.
+    unsigned pick(unsigned highest)
+    {
+        return std::uniform_int_distribution<unsigned>(0, highest)(m_random);
+    }
+
+    int enumerations = 0;
+
+private:
+    static constexpr int grabTimeoutMs = 20; // a disposal waits so long for each of 16 frames
+
+    void useOnce(std::atomic<const char*>& current)
+    {
+        switch (pick(6)) {
+        case 0:
+            current = "grab";
+            grab();
+            break;
+        case 1:
+            enumerateAndConnect(current);
+            break;
+        case 2:
+            current = "disconnection";
+            (*camera)->disconnectDevice();
+            enumerateAndConnect(current);
+            break;
+        case 3:
+            current = "start";
+            (*camera)->startStream(0);
+            break;
+        case 4:
+            current = "stop";
+            (*camera)->stopStream(0);
+            break;
+        case 5:
+            current = "discarding";
+            (*camera)->discardFrames(0);
+            break;
+        default:
+            current = "request";
+            unsigned short gain = 0;
+            (*camera)->getGain(gain, 0);
+        }
+    }
+
+    void enumerateAndConnect(std::atomic<const char*>& current)
+    {
+        current = "enumeration";
+        ++enumerations;
+        driver().factory().enumDevice();
+        current = "deletion and connection";
+        camera = std::make_unique<zrn::CameraObject>(driver().factory());
+        (*camera)->connectDeviceBySerial(m_serial);
+        camera->writeProperty(zrn::keys::maxGrabWaitTime, grabTimeoutMs);
+    }
+
+    VirtualCamera m_cable; ///< of the thread that pulls it
+    QString m_serial = QString::fromStdString(bus.serial());
+    std::mt19937 m_random{static_cast<unsigned>(survival::fromEnvironment("ZRN_SEED", 1))};
+};
+
+TEST_F(UnplugAtAnyMoment, IsSurvivedAndNothingGrows)
+{
+    constexpr int settling = 5; // caches, buffers and thread stacks reach their size
+    const int unplugs = survival::fromEnvironment("ZRN_UNPLUGS", 12);
+    ASSERT_GT(unplugs, settling);
+    // What each opening leaves, and the caches that malloc has for each thread.
+    constexpr long allowedBytesPerOpening = 256;
+    constexpr long allowedBytesPerHandle = 4096;
+    constexpr long allowedBytes = 64 * 1024;
+    for (const char* line :
+         {" ret: ?-", "try lock grab event failed", "get image format is failed"}) {
+        survival::expectLog(line);
+    }
+
+    std::map<std::string, int> moments;
+    survival::ProcessUsage before;
+    beginStream();
+    for (int i = 0; i < unplugs && !HasFailure(); ++i) {
+        if (i == settling) {
+            before = survival::ProcessUsage::now();
+            enumerations = 0;
+        }
+        SCOPED_TRACE(i);
+        ++moments[useUntilUnplugged()];
+        comeBack();
+    }
+
+    const auto after = survival::ProcessUsage::now();
+    const long growth = after.allocatedBytes - before.allocatedBytes;
+    const auto print = [](const std::string& name, long count) {
+        std::cout << "  " << std::left << std::setw(48) << name << std::right << std::setw(10)
+                  << count << '\n';
+    };
+    print("unplugs", unplugs);
+    print("bytes more allocated", growth);
+    print("KiB more resident", after.residentKiB - before.residentKiB);
+    print("descriptors more", after.descriptors - before.descriptors);
+    print("threads more", after.threads - before.threads);
+    for (const auto& [moment, count] : moments) {
+        print("pulled during: " + moment, count);
+    }
+    // A handle whose device leaves in the very moment in which a setting is changed stays open.
+    const int lostHandles = std::max(0, after.descriptors - before.descriptors);
+    EXPECT_LE(lostHandles, 3 + unplugs / 20);
+    EXPECT_LE(growth, allowedBytes + (enumerations + 2L * unplugs) * allowedBytesPerOpening +
+                          lostHandles * allowedBytesPerHandle);
+    EXPECT_LE(after.threads, before.threads);
+}
 
 } // namespace
