@@ -40,6 +40,7 @@ RecordResult streamInto(zrn::CameraRecorder& recorder, const CameraPointer& came
         teller.note(event);
     };
     RecordResult result;
+    SignsOfLife::OfCamera signs(recording.signs, context.name);
     {
         zrn::Stream stream(camera, std::move(options));
         started.set_value(&stream);
@@ -49,7 +50,7 @@ RecordResult streamInto(zrn::CameraRecorder& recorder, const CameraPointer& came
         const auto start = std::chrono::steady_clock::now();
         while (!recorder.waitUntilDone(progressPeriod) && !context.interrupt.requested()) {
             teller.tell(recorder.progress());
-            recording.signs.tell(context.name, stream.counters());
+            signs.tell(stream.counters());
         }
         result.isOut = stream.counters().outage.has_value();
         stream.stop();
@@ -61,7 +62,7 @@ RecordResult streamInto(zrn::CameraRecorder& recorder, const CameraPointer& came
     recorder.stop();
     do {
         teller.tell(recorder.progress());
-        recording.signs.forget(context.name);
+        signs.tellWriting();
     } while (!recorder.waitUntilDone(progressPeriod));
     recorder.finish();
     teller.tell(recorder.progress());
