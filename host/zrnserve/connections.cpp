@@ -9,6 +9,12 @@ namespace zrnserve
 namespace
 {
 
+constexpr unsigned mostWrongPasswords = 8;
+constexpr std::chrono::minutes wrongPasswordsKept(1);
+
+/// Addresses that are remembered at once; whoever has more to try from is not stopped by memory.
+constexpr std::size_t mostAddresses = 4096;
+
 /// Without the port.
 std::string addressOf(GSocket* socket)
 {
@@ -37,6 +43,35 @@ std::string peerOf(GSocket* socket)
 void hangUp(GSocket* socket)
 {
     g_socket_shutdown(socket, TRUE, TRUE, nullptr);
+}
+
+void WrongPasswords::add(GSocket* socket)
+{
+    const std::string peer = peerOf(socket);
+    note("%s: refused, wrong user or password", peer.c_str());
+    if (!socket) {
+        return;
+    }
+    std::unique_lock lock(m_mutex);
+    forgetOld();
+    const std::string address = addressOf(socket);
+    if (m_counts.size() == mostAddresses && !m_counts.count(address)) {
+        return;
+    }
+    Count& count = m_counts.try_emplace(address, Count{Clock::now()}).first->second;
+    const bool isTooMuch = ++count.passwords >= mostWrongPasswords;
+    lock.unlock();
+    if (isTooMuch) {
+        note("%s: dropped, its address gave %u wrong passwords within a minute", peer.c_str(),
+             mostWrongPasswords);
+        hangUp(socket);
+    }
+}
+
+void WrongPasswords::forgetOld()
+{
+    const Clock::time_point oldest = Clock::now() - wrongPasswordsKept;
+    std::erase_if(m_counts, [oldest](const auto& known) { return known.second.first < oldest; });
 }
 
 bool ConnectionLimit::admit(GSocket* socket)

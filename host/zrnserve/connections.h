@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <gio/gio.h>
 #include <map>
 #include <mutex>
@@ -14,6 +15,31 @@ std::string peerOf(GSocket* socket);
 /// Ends a connection by its socket alone: who serves it sees that and ends it, as when the client
 /// goes by itself.
 void hangUp(GSocket* socket);
+
+/// Who gave wrong passwords. Passwords are found by trying many: whoever gives another one after
+/// several of its address within a minute is hung up on. An address is not shut out, as a client
+/// may try a mistyped one as often.
+///
+/// Thread safety: thread-safe.
+class WrongPasswords
+{
+public:
+    /// A client gave one. The log tells who, and whether that was the last one.
+    void add(GSocket* socket);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Count {
+        Clock::time_point first;
+        unsigned passwords = 0;
+    };
+
+    void forgetOld();
+
+    std::mutex m_mutex;
+    std::map<std::string, Count> m_counts; ///< by address
+};
 
 /// How many connections there may be at once: of all clients together, and from one address, so
 /// that no client takes the places of all others.

@@ -16,16 +16,12 @@ constexpr unsigned mostOfOneAddress = 32;
 constexpr std::chrono::seconds longestSilence(15);
 constexpr std::chrono::seconds idleCheck(5);
 
-std::string clientOf(SoupServerMessage* message)
-{
-    const char* address = soup_server_message_get_remote_host(message);
-    return address ? address : "a client";
-}
-
 } // namespace
 
-HttpService::HttpService(const Access& access, int port, Pages pages)
+HttpService::HttpService(const Access& access, WrongPasswords& wrongPasswords, int port,
+                         Pages pages)
     : m_access(access)
+    , m_wrongPasswords(wrongPasswords)
     , m_pages(std::move(pages))
     , m_limit(mostConnections, mostOfOneAddress)
     , m_server(soup_server_new("tls-certificate", access.certificate(), "server-header", "zrnserve",
@@ -42,6 +38,16 @@ HttpService::HttpService(const Access& access, int port, Pages pages)
                          }
                      }),
                      this);
+    g_signal_connect_swapped(m_server, "request-read",
+                             G_CALLBACK(+[](HttpService* self, SoupServerMessage* message) {
+                                 self->tellAnswered(soup_server_message_get_socket(message), false);
+                             }),
+                             this);
+    g_signal_connect_swapped(m_server, "request-finished",
+                             G_CALLBACK(+[](HttpService* self, SoupServerMessage* message) {
+                                 self->tellAnswered(soup_server_message_get_socket(message), true);
+                             }),
+                             this);
     soup_server_add_handler(
         m_server, nullptr,
         [](SoupServer*, SoupServerMessage* message, const char* path, GHashTable*, gpointer self) {
@@ -55,10 +61,10 @@ HttpService::HttpService(const Access& access, int port, Pages pages)
             domain,
             [](SoupAuthDomain*, SoupServerMessage* message, const char* user, const char* password,
                gpointer self) -> gboolean {
-                const bool isAdmitted =
-                    static_cast<const HttpService*>(self)->m_access.admits(user, password);
+                const auto& service = *static_cast<const HttpService*>(self);
+                const bool isAdmitted = service.m_access.admits(user, password);
                 if (!isAdmitted) {
-                    note("%s: refused, wrong user or password", clientOf(message).c_str());
+                    service.m_wrongPasswords.add(soup_server_message_get_socket(message));
                 }
                 return isAdmitted;
             },
@@ -90,50 +96,60 @@ HttpService::~HttpService()
     g_source_remove(m_idleTimer);
     soup_server_disconnect(m_server);
     g_object_unref(m_server);
-    for (const auto& [socket, since] : m_requests) {
+    for (const auto& [socket, client] : m_clients) {
         g_object_unref(socket);
     }
 }
 
 void HttpService::admit(GSocket* socket)
 {
-    const auto known = m_requests.find(socket);
-    if (known != m_requests.end()) {
-        known->second = Clock::now();
+    const auto known = m_clients.find(socket);
+    if (known != m_clients.end()) {
+        known->second.since = Clock::now();
         return;
     }
     forgetClosed();
     if (m_limit.admit(socket)) {
-        m_requests[G_SOCKET(g_object_ref(socket))] = Clock::now();
+        m_clients[G_SOCKET(g_object_ref(socket))] = {Clock::now()};
     } else {
         g_socket_close(socket, nullptr); // before anything waits for it
     }
 }
 
+void HttpService::tellAnswered(GSocket* socket, bool isAnswered)
+{
+    const auto known = m_clients.find(socket);
+    if (known != m_clients.end()) {
+        known->second.hasWhatItAskedFor = isAnswered;
+    }
+}
+
 void HttpService::forgetClosed()
 {
-    for (auto known = m_requests.begin(); known != m_requests.end();) {
+    for (auto known = m_clients.begin(); known != m_clients.end();) {
         GSocket* socket = known->first;
         if (!g_socket_is_closed(socket)) {
             ++known;
             continue;
         }
-        known = m_requests.erase(known);
+        known = m_clients.erase(known);
         m_limit.leave(socket);
         g_object_unref(socket);
     }
 }
 
-/// Those that ask for nothing, or never come to an end of it, and those that do not read.
+/// Those that ask for nothing, or never come to an end of it, and those that do not read. Who has
+/// his answer and keeps the connection for the next one, as those do who ask again and again, has
+/// done nothing that the log were to tell.
 void HttpService::dropIdleClients()
 {
     forgetClosed();
     const Clock::time_point now = Clock::now();
-    for (const auto& [socket, since] : m_requests) {
-        if (since + longestSilence + idleCheck < now) {
+    for (const auto& [socket, client] : m_clients) {
+        if (client.since + longestSilence + idleCheck < now) {
             g_socket_close(socket, nullptr); // libsoup keeps some whose encryption has failed
-        } else if (since + longestSilence < now) {
-            if (g_socket_is_connected(socket)) {
+        } else if (client.since + longestSilence < now) {
+            if (g_socket_is_connected(socket) && !client.hasWhatItAskedFor) {
                 note("%s: dropped, it has asked for nothing for %d s", peerOf(socket).c_str(),
                      static_cast<int>(longestSilence.count()));
             }

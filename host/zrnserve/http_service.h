@@ -26,7 +26,7 @@ public:
 
     /// @param port 0: any
     /// @throws std::runtime_error when the address cannot be listened on
-    HttpService(const Access& access, int port, Pages pages);
+    HttpService(const Access& access, WrongPasswords& wrongPasswords, int port, Pages pages);
     ~HttpService();
     HttpService(const HttpService&) = delete;
     HttpService& operator=(const HttpService&) = delete;
@@ -36,15 +36,22 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    struct Client {
+        Clock::time_point since; ///< its last request, or that it came
+        bool hasWhatItAskedFor = false;
+    };
+
     void admit(GSocket* socket);
+    void tellAnswered(GSocket* socket, bool isAnswered);
     void dropIdleClients();
     void answer(SoupServerMessage* message, const char* path) const;
     void forgetClosed();
 
     const Access& m_access;
+    WrongPasswords& m_wrongPasswords;
     const Pages m_pages;
     ConnectionLimit m_limit;
-    std::map<GSocket*, Clock::time_point> m_requests; ///< since when; references
+    std::map<GSocket*, Client> m_clients; ///< references
     guint m_idleTimer = 0;
     SoupServer* const m_server;
 };

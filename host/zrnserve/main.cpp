@@ -82,8 +82,7 @@ std::vector<zrnserve::Announcer::Service> servicesOf(const zrnserve::CameraList&
 {
     const std::string encrypted = rtsp.isEncrypted() ? "s" : "";
     std::vector<zrnserve::Announcer::Service> services = {
-        {std::string("zrnserve on ") + g_get_host_name(), "_http" + encrypted + "._tcp",
-         http.port(), "/"}};
+        {"zrnserve on %h", "_http" + encrypted + "._tcp", http.port(), "/"}};
     for (const auto& [serial, entry] : cameras.bySerial()) {
         if (entry.isPresent) {
             services.push_back({serial, "_rtsp" + encrypted + "._tcp", rtsp.port(),
@@ -97,6 +96,7 @@ void serve(const Options& options, zrnhost::Interrupt& interrupt)
 {
     using namespace zrnserve;
     const Access access(options.access);
+    WrongPasswords wrongPasswords;
     RtspService* service = nullptr;
     std::function<void()> announce;
     CameraList cameras([&service, &announce](const CameraList::Entry& entry) {
@@ -113,18 +113,18 @@ void serve(const Options& options, zrnhost::Interrupt& interrupt)
         }
     });
     {
-        RtspService rtsp(access, options.rtsp);
+        RtspService rtsp(access, wrongPasswords, options.rtsp);
         service = &rtsp;
         for (const auto& [serial, entry] : cameras.bySerial()) {
             if (entry.isPresent) {
                 rtsp.offer(entry.camera);
             }
         }
+        LosslessStreams lossless;
         HttpService http(
-            access, options.httpPort,
-            {[&](const std::string& host) { return camerasAsJson(cameras, rtsp, host); },
-             [&] { return metrics(cameras, rtsp); }});
-        std::vector<std::unique_ptr<LosslessStream>> lossless;
+            access, wrongPasswords, options.httpPort,
+            {[&](const std::string& host) { return camerasAsJson(cameras, rtsp, lossless, host); },
+             [&] { return metrics(cameras, rtsp, lossless); }});
         for (const LosslessStream::Options& stream : options.srt) {
             lossless.push_back(std::make_unique<LosslessStream>(
                 cameras.expect(stream.serial), access.address(), stream.port, access.passphrase()));

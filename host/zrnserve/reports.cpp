@@ -34,7 +34,7 @@ ClientMetric metric(MetricType type, double value, std::vector<ClientMetric::Lab
 } // namespace
 
 std::string camerasAsJson(const CameraList& cameras, const RtspService& service,
-                          const std::string& host)
+                          const LosslessStreams& lossless, const std::string& host)
 {
     const std::map<std::string, int> viewers = service.viewers();
     const std::string name = host.find(':') == std::string::npos ? host : "[" + host + "]";
@@ -47,6 +47,18 @@ std::string camerasAsJson(const CameraList& cameras, const RtspService& service,
             const std::string address = addressOf(*entry.camera, view);
             streams[nameOf(view)] = {{"address", start + address},
                                      {"viewers", countOf(viewers, address)}};
+        }
+        for (const auto& stream : lossless) {
+            if (&stream->camera() == entry.camera.get()) {
+                json receivers = json::array();
+                for (const LosslessStream::Receiver& receiver : stream->receivers()) {
+                    receivers.push_back({{"client", receiver.name}, {"sent", receiver.sent}});
+                }
+                streams["lossless"] = {
+                    {"address", "srt://" + name + ":" + std::to_string(stream->port())},
+                    {"viewers", receivers.size()},
+                    {"receivers", receivers}};
+            }
         }
         const CameraCounts counts = entry.camera->counts();
         list.push_back({{"serial", serial},
@@ -70,7 +82,8 @@ std::string camerasAsJson(const CameraList& cameras, const RtspService& service,
            "\n";
 }
 
-std::string metrics(const CameraList& cameras, const RtspService& service)
+std::string metrics(const CameraList& cameras, const RtspService& service,
+                    const LosslessStreams& lossless)
 {
     constexpr MetricType counter = MetricType::Counter;
     constexpr MetricType gauge = MetricType::Gauge;
@@ -85,6 +98,10 @@ std::string metrics(const CameraList& cameras, const RtspService& service)
     MetricFamily skipped{
         "zrn_images_skipped_total", "Images that an encoder was too slow for.", counter, {}};
     MetricFamily viewing{"zrn_viewers", "Clients that look at a stream.", gauge, {}};
+    MetricFamily failures{"zrn_lossless_failures_total",
+                          "Lossless streams that ended because something failed.",
+                          counter,
+                          {}};
     MetricFamily latency{"zrn_frame_latency_seconds",
                          "From the first bytes of a frame in this machine to its encoders.",
                          MetricType::Summary,
@@ -126,6 +143,13 @@ std::string metrics(const CameraList& cameras, const RtspService& service)
         age.label.push_back(camera);
         latency.metric.push_back(std::move(age));
     }
+    for (const auto& stream : lossless) {
+        const ClientMetric::Label camera{"serial", stream->camera().serial()};
+        viewing.metric.push_back(metric(gauge, static_cast<double>(stream->receivers().size()),
+                                        {camera, {"stream", "lossless"}}));
+        failures.metric.push_back(
+            metric(counter, static_cast<double>(stream->failures()), {camera}));
+    }
     const MetricFamily clients{"zrn_clients",
                                "Connected RTSP clients.",
                                gauge,
@@ -137,7 +161,7 @@ std::string metrics(const CameraList& cameras, const RtspService& service)
     std::ostringstream text;
     prometheus::TextSerializer().Serialize(text,
                                            {present, open, opened, frames, missing, outages, errors,
-                                            skipped, viewing, latency, clients, dropped});
+                                            skipped, viewing, failures, latency, clients, dropped});
     return text.str();
 }
 

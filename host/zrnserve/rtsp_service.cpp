@@ -22,8 +22,16 @@ using Clock = std::chrono::steady_clock;
 
 /// A client that has taken nothing of what waits for it at so many checks in a row reads too
 /// slowly. Checks are counted, not time, which a starved server would hold against its clients.
-/// gst-rtsp-server itself keeps up to ten seconds of pictures for a client.
 constexpr int mostFullChecks = 50;
+
+/// gst-rtsp-server takes a client off its stream that lets more than ten seconds of pictures and
+/// more than a hundred of them wait, and leaves the connection open without a word. At one check, a
+/// client that is just leaving looks the same.
+constexpr int mostCutOffChecks = 2;
+
+/// Bytes that the kernel takes for a client beyond those on their way; the pictures after them wait
+/// where all clients of a stream share them.
+constexpr int mostUnsentBytes = 256 * 1024;
 
 /// As many before its first request, encryption included.
 constexpr int mostSilentChecks = 50;
@@ -35,6 +43,9 @@ constexpr std::chrono::seconds longestEnd(10);
 
 /// Images that wait for an encoder.
 constexpr guint64 longestQueue = 3;
+
+/// In the kernel's statistics of a connection that neither side has ended.
+constexpr int tcpEstablished = 1;
 
 constexpr gint postSessionSeconds = 60;
 constexpr guint longestRequest = 64 * 1024;
@@ -48,6 +59,7 @@ constexpr guint captureTimeId = 1;
 constexpr const char* viewerRole = "viewer";
 constexpr const char* viewingKey = "zrn-viewing";
 constexpr const char* addressKey = "zrn-address";
+constexpr const char* playingKey = "zrn-playing";
 
 // One thread makes one slice of each image: FFmpeg takes several for as many images.
 constexpr const char* h264Launch =
@@ -213,17 +225,27 @@ GstRTSPAuth* newAuth(const Access& access)
 }
 
 /// A stream is looked at from its next key frame on: one is made for who comes later.
-void requestKeyFrame(GstRTSPClient* /*client*/, GstRTSPContext* context, gpointer /*data*/)
+void beginPlaying(GstRTSPClient* /*client*/, GstRTSPContext* context, gpointer /*data*/)
 {
-    if (!context->media) {
+    if (!context->media || !context->sessmedia) {
         return;
     }
+    g_object_set_data(G_OBJECT(context->sessmedia), playingKey, context->sessmedia);
     g_autoptr(GstElement) bin = gst_rtsp_media_get_element(context->media);
     g_autoptr(GstElement) encoder = gst_bin_get_by_name(GST_BIN(bin), "encoder");
     if (encoder) {
         gst_element_send_event(
             encoder, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
     }
+}
+
+/// Before the client is taken off its stream because it asks for that.
+GstRTSPStatusCode endPlaying(GstRTSPClient* /*client*/, GstRTSPContext* context, gpointer /*data*/)
+{
+    if (context->sessmedia) {
+        g_object_set_data(G_OBJECT(context->sessmedia), playingKey, nullptr);
+    }
+    return GST_RTSP_STS_OK;
 }
 
 /// The socket of a client that has not gone yet, or null.
@@ -235,7 +257,7 @@ GSocket* socketOf(GstRTSPClient* client)
 
 /// Tells who gave a wrong password; a request without any is how clients learn that one is needed.
 void noteRefusal(GstRTSPClient* client, GstRTSPContext* context, GstRTSPMessage* response,
-                 gpointer /*data*/)
+                 gpointer wrongPasswords)
 {
     GstRTSPStatusCode code = GST_RTSP_STS_OK;
     char* credentials = nullptr;
@@ -244,7 +266,7 @@ void noteRefusal(GstRTSPClient* client, GstRTSPContext* context, GstRTSPMessage*
         code == GST_RTSP_STS_UNAUTHORIZED && context && context->request &&
         gst_rtsp_message_get_header(context->request, GST_RTSP_HDR_AUTHORIZATION, &credentials,
                                     0) == GST_RTSP_OK) {
-        note("%s: refused, wrong user or password", peerOf(socketOf(client)).c_str());
+        static_cast<WrongPasswords*>(wrongPasswords)->add(socketOf(client));
     }
 }
 
@@ -270,13 +292,51 @@ bool isUnsent(GSocket* socket)
     return ::ioctl(g_socket_get_fd(socket), SIOCOUTQNSD, &bytes) == 0 && bytes > 0;
 }
 
-/// How many bytes the client's machine has taken since it is connected.
-std::uint64_t acknowledgedBytes(GSocket* socket)
+/// Among others how many bytes the client's machine has taken since it is connected.
+tcp_info infoOf(GSocket* socket)
 {
     tcp_info info{};
     socklen_t size = sizeof info;
     ::getsockopt(g_socket_get_fd(socket), IPPROTO_TCP, TCP_INFO, &info, &size);
-    return info.tcpi_bytes_acked;
+    return info;
+}
+
+bool isOnStream(GstRTSPStreamTransport* transport)
+{
+    GstRTSPStream* stream = gst_rtsp_stream_transport_get_stream(transport);
+    GList* transports = gst_rtsp_stream_transport_filter(stream, nullptr, nullptr);
+    const bool isFound = g_list_find(transports, transport) != nullptr;
+    g_list_free_full(transports, g_object_unref);
+    return isFound;
+}
+
+bool isCutOff(GstRTSPSessionMedia* playing)
+{
+    const guint streams = gst_rtsp_media_n_streams(gst_rtsp_session_media_get_media(playing));
+    for (guint i = 0; i < streams; ++i) {
+        GstRTSPStreamTransport* transport = gst_rtsp_session_media_get_transport(playing, i);
+        if (transport && !isOnStream(transport)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Whether pictures that a client asked for do not come to it any more.
+bool isCutOff(GstRTSPClient* client)
+{
+    bool isFound = false;
+    GList* sessions = gst_rtsp_client_session_filter(client, nullptr, nullptr);
+    for (GList* session = sessions; session; session = session->next) {
+        GList* medias = gst_rtsp_session_filter(GST_RTSP_SESSION(session->data), nullptr, nullptr);
+        for (GList* media = medias; media; media = media->next) {
+            isFound = isFound || (g_object_get_data(G_OBJECT(media->data), playingKey) &&
+                                  isCutOff(GST_RTSP_SESSION_MEDIA(media->data)));
+        }
+        g_list_free_full(medias, g_object_unref);
+    }
+    g_list_free_full(sessions, g_object_unref);
+    return isFound;
 }
 
 GstRTSPFilterResult countViewers(GstRTSPSession* /*session*/, GstRTSPSessionMedia* sessionMedia,
@@ -326,9 +386,11 @@ std::string addressOf(const SharedCamera& camera, View view)
     return "/" + camera.serial() + "/" + nameOf(view);
 }
 
-RtspService::RtspService(const Access& access, const Options& options)
+RtspService::RtspService(const Access& access, WrongPasswords& wrongPasswords,
+                         const Options& options)
     : m_server(gst_rtsp_server_new())
     , m_options(options)
+    , m_wrongPasswords(wrongPasswords)
     , m_limit(options.mostClients, options.mostOfOneAddress)
     , m_isEncrypted(access.certificate() != nullptr)
 {
@@ -398,6 +460,9 @@ RtspService::~RtspService()
         forget(client);
         g_object_unref(client);
     }
+    for (GSocket* socket : m_tunnels) {
+        g_object_unref(socket);
+    }
     for (const auto& [address, factory] : m_factories) {
         g_object_unref(factory);
     }
@@ -441,7 +506,7 @@ std::map<std::string, std::uint64_t> RtspService::connections() const
     std::map<std::string, std::uint64_t> bytes;
     const std::lock_guard lock(m_clientsMutex);
     for (const auto& [client, state] : m_clients) {
-        bytes[state.name] = acknowledgedBytes(state.socket);
+        bytes[state.name] = infoOf(state.socket).tcpi_bytes_acked;
     }
     return bytes;
 }
@@ -475,11 +540,21 @@ void RtspService::admit(GstRTSPClient* client)
     // Neither a client that ended its stream nor one whose machine is gone keeps its place.
     g_object_set(client, "post-session-timeout", postSessionSeconds, nullptr);
     g_socket_set_keepalive(socket, TRUE);
-    g_signal_connect(client, "play-request", G_CALLBACK(requestKeyFrame), nullptr);
-    g_signal_connect(client, "send-message", G_CALLBACK(noteRefusal), nullptr);
+    g_socket_set_option(socket, IPPROTO_TCP, TCP_NOTSENT_LOWAT, mostUnsentBytes, nullptr);
+    g_signal_connect(client, "play-request", G_CALLBACK(beginPlaying), nullptr);
+    g_signal_connect(client, "pre-pause-request", G_CALLBACK(endPlaying), nullptr);
+    g_signal_connect(client, "pre-teardown-request", G_CALLBACK(endPlaying), nullptr);
+    g_signal_connect(client, "send-message", G_CALLBACK(noteRefusal), &m_wrongPasswords);
     g_signal_connect_swapped(client, "send-message",
                              G_CALLBACK(+[](RtspService* self, GstRTSPContext*, GstRTSPMessage*,
                                             GstRTSPClient* answered) { self->greet(answered); }),
+                             this);
+    // Which may be answered late, when the camera's first frame is waited for.
+    g_signal_connect_swapped(client, "pre-describe-request",
+                             G_CALLBACK(+[](RtspService* self, GstRTSPContext* context) {
+                                 self->greet(context->client);
+                                 return GST_RTSP_STS_OK;
+                             }),
                              this);
     g_signal_connect(client, "pre-setup-request", G_CALLBACK(limitSessions), nullptr);
     g_signal_connect_swapped(
@@ -490,7 +565,7 @@ void RtspService::admit(GstRTSPClient* client)
         this);
     {
         const std::lock_guard lock(m_clientsMutex);
-        m_clients[reference(client)] = {reference(socket), name, {}, 0, 0, 0};
+        m_clients[reference(client)] = {reference(socket), name, {}};
     }
     g_signal_connect_swapped(
         client, "closed",
@@ -506,8 +581,15 @@ void RtspService::forget(GstRTSPClient* client)
     }
     const Client state = std::move(known->second);
     m_clients.erase(known);
+    // One of the two connections of a tunnel through HTTP becomes part of the other one, and keeps
+    // its place.
+    const bool isTunnel =
+        gst_rtsp_connection_get_tunnelid(gst_rtsp_client_get_connection(client)) &&
+        !g_socket_is_closed(state.socket) && infoOf(state.socket).tcpi_state == tcpEstablished;
+    if (isTunnel) {
+        m_tunnels.push_back(state.socket);
+    }
     lock.unlock();
-    m_limit.leave(state.socket);
     // Nobody else can go on with them: their pictures went inside the connection.
     g_autoptr(GstRTSPSessionPool) pool = gst_rtsp_server_get_session_pool(m_server);
     for (const std::string& id : state.sessions) {
@@ -515,12 +597,28 @@ void RtspService::forget(GstRTSPClient* client)
             gst_rtsp_session_pool_remove(pool, session);
         }
     }
-    note("%s: disconnected", state.name.c_str());
-    g_object_unref(state.socket);
+    note("%s: %s", state.name.c_str(), isTunnel ? "is half of a tunnel" : "disconnected");
+    if (!isTunnel) {
+        m_limit.leave(state.socket);
+        g_object_unref(state.socket);
+    }
     g_object_unref(client);
 }
 
-/// A client that gets an answer has asked for something.
+/// Called with m_clientsMutex held.
+void RtspService::forgetTunnels()
+{
+    std::erase_if(m_tunnels, [this](GSocket* socket) {
+        if (g_atomic_int_get(&G_OBJECT(socket)->ref_count) > 1) {
+            return false; // the other connection has it
+        }
+        m_limit.leave(socket);
+        g_object_unref(socket);
+        return true;
+    });
+}
+
+/// A client that has asked for something, or gets an answer.
 void RtspService::greet(GstRTSPClient* client)
 {
     const std::lock_guard lock(m_clientsMutex);
@@ -549,23 +647,33 @@ void RtspService::remember(GstRTSPClient* client, GstRTSPSession* session)
 void RtspService::dropSlowClients()
 {
     const std::lock_guard lock(m_clientsMutex);
+    forgetTunnels();
     for (auto& [client, state] : m_clients) {
-        const std::uint64_t acknowledged = acknowledgedBytes(state.socket);
-        const bool isFull = isUnsent(state.socket) && acknowledged == state.acknowledged;
-        state.acknowledged = acknowledged;
+        const tcp_info info = infoOf(state.socket);
+        const bool isFull = isUnsent(state.socket) && info.tcpi_bytes_acked == state.acknowledged;
+        state.acknowledged = info.tcpi_bytes_acked;
         state.fullChecks = isFull ? state.fullChecks + 1 : 0;
+        const bool isGoing = info.tcpi_state != tcpEstablished;
+        state.cutOffChecks = !isGoing && isCutOff(client) ? state.cutOffChecks + 1 : 0;
+        constexpr int silentSeconds =
+            mostSilentChecks * static_cast<int>(slowCheckMilliseconds) / 1000;
+        constexpr int fullSeconds = mostFullChecks * static_cast<int>(slowCheckMilliseconds) / 1000;
         if (state.silentChecks >= 0 && ++state.silentChecks == mostSilentChecks) {
-            note("%s: dropped, it has asked for nothing for %d s", state.name.c_str(),
-                 mostSilentChecks * static_cast<int>(slowCheckMilliseconds) / 1000);
-            hangUp(state.socket);
-        }
-        if (state.fullChecks == mostFullChecks) {
+            drop(state, "it has asked for nothing for " + std::to_string(silentSeconds) + " s");
+        } else if (state.fullChecks == mostFullChecks) {
             ++m_dropped;
-            note("%s: dropped, it has taken nothing for %d s", state.name.c_str(),
-                 mostFullChecks * static_cast<int>(slowCheckMilliseconds) / 1000);
-            hangUp(state.socket);
+            drop(state, "it has taken nothing for " + std::to_string(fullSeconds) + " s");
+        } else if (state.cutOffChecks == mostCutOffChecks) {
+            ++m_dropped;
+            drop(state, "it reads more slowly than pictures come");
         }
     }
+}
+
+void RtspService::drop(const Client& client, const std::string& reason)
+{
+    note("%s: dropped, %s", client.name.c_str(), reason.c_str());
+    hangUp(client.socket);
 }
 
 } // namespace zrnserve

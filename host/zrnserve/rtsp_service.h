@@ -31,7 +31,7 @@ public:
     };
 
     /// @throws std::runtime_error when the address cannot be listened on or nothing encodes
-    RtspService(const Access& access, const Options& options);
+    RtspService(const Access& access, WrongPasswords& wrongPasswords, const Options& options);
     /// Ends the connections.
     ~RtspService();
     RtspService(const RtspService&) = delete;
@@ -58,19 +58,23 @@ private:
         GSocket* socket; ///< a reference
         std::string name;
         std::vector<std::string> sessions; ///< their identifiers
-        std::uint64_t acknowledged;        ///< bytes, at the last check
-        int fullChecks;                    ///< in a row
-        int silentChecks;                  ///< before its first request; -1: it has made one
+        std::uint64_t acknowledged = 0;    ///< bytes, at the last check
+        int fullChecks = 0;                ///< in a row
+        int cutOffChecks = 0;              ///< in a row
+        int silentChecks = 0;              ///< before its first request; -1: it has made one
     };
 
     void admit(GstRTSPClient* client);
     void forget(GstRTSPClient* client);
+    void forgetTunnels();
     void greet(GstRTSPClient* client);
     void remember(GstRTSPClient* client, GstRTSPSession* session);
     void dropSlowClients();
+    void drop(const Client& client, const std::string& reason);
 
     GstRTSPServer* const m_server;
     const Options m_options;
+    WrongPasswords& m_wrongPasswords;
     ConnectionLimit m_limit;
     const bool m_isEncrypted;
     guint m_listening = 0;
@@ -81,6 +85,7 @@ private:
 
     mutable std::mutex m_clientsMutex;
     std::map<GstRTSPClient*, Client> m_clients; ///< one reference each
+    std::vector<GSocket*> m_tunnels;            ///< those within others; references
 };
 
 /// The address of a view within a server.

@@ -15,9 +15,6 @@ namespace
 
 using namespace std::chrono_literals;
 
-/// Longer than any exposure, and than the first frames take on a loaded machine.
-constexpr std::chrono::seconds firstFrameWait(10);
-
 /// Before a camera whose stream has failed is opened anew.
 constexpr std::chrono::seconds revivalPause(2);
 
@@ -94,8 +91,9 @@ const char* nameOf(View view)
     return view == View::A ? "a" : view == View::B ? "b" : "ab";
 }
 
-SharedCamera::SharedCamera(std::string serial)
+SharedCamera::SharedCamera(std::string serial, CameraPatience patience)
     : m_serial(std::move(serial))
+    , m_patience(patience)
     , m_clock(gst_system_clock_obtain())
     , m_latency({{0.5, 0.02}, {0.95, 0.01}, {0.99, 0.002}})
 {
@@ -115,15 +113,18 @@ std::unique_ptr<SharedCamera::Viewing> SharedCamera::look(View view, GstAppSrc* 
     // Others may come, leave and end meanwhile.
     std::unique_lock lock(m_mutex);
     // Image A of a frame comes before its B, and a camera of one sensor sends B alone.
-    m_changed.wait_for(lock, firstFrameWait,
-                       [this] { return m_isEnding || m_isBroken || m_images[1] > 0; });
+    m_changed.wait_until(lock, Clock::time_point(m_firstFrameDue),
+                         [this] { return m_isEnding || m_isBroken || m_images[1] > 0; });
     const bool isThere = !m_isEnding && !m_isBroken && m_images[1] > 0;
     if (isThere && (view == View::B || m_images[0] > 0)) {
         return std::make_unique<Viewing>(shared_from_this(), images);
     }
-    if (!m_isEnding && !m_isBroken) {
-        note("%s: %s", m_serial.c_str(),
-             isThere ? "a camera of one sensor has no image A" : "the camera sends no frames");
+    const Clock::time_point now = Clock::now();
+    if (isThere) {
+        note("%s: a camera of one sensor has no image A", m_serial.c_str());
+    } else if (!m_isEnding && !m_isBroken && m_silentUntil <= now) {
+        note("%s: the camera sends no frames", m_serial.c_str());
+        m_silentUntil = now + m_patience.afterSilence;
     }
     lock.unlock();
     leave(images);
@@ -135,7 +136,7 @@ bool SharedCamera::enter(View view, GstAppSrc* images)
 {
     const std::lock_guard lifecycle(m_lifecycle);
     std::unique_lock lock(m_mutex);
-    if (m_isEnding) {
+    if (m_isEnding || (m_images[1] == 0 && Clock::now() < m_silentUntil)) {
         return false;
     }
     if (m_isBroken) {
@@ -200,6 +201,12 @@ void SharedCamera::leave(GstAppSrc* images)
     if (isLast) {
         closePipeline();
     }
+}
+
+bool SharedCamera::hasOneSensor() const
+{
+    const std::lock_guard lock(m_mutex);
+    return !m_isBroken && m_images[0] == 0 && m_images[1] > 0;
 }
 
 void SharedCamera::end()
@@ -269,6 +276,7 @@ bool SharedCamera::open()
     note("%s: opened", m_serial.c_str());
     const std::lock_guard lock(m_mutex);
     ++m_before.opened;
+    m_firstFrameDue = Clock::now() + m_patience.firstFrame;
     return true;
 }
 

@@ -42,6 +42,14 @@ struct CameraCounts {
     std::uint64_t captured = 0;
 };
 
+struct CameraPatience {
+    /// Longer than any exposure, and than the first frames take on a loaded machine.
+    std::chrono::milliseconds firstFrame = std::chrono::seconds(10);
+    /// Who looks at a camera that has just been found silent is told so at once: those who wait for
+    /// one another at its address would wait as often as there are of them otherwise.
+    std::chrono::milliseconds afterSilence = std::chrono::seconds(2);
+};
+
 /// One camera, open while anybody looks at it, in a pipeline of its own. Its images go to the
 /// pipelines of the views without waiting for them: where one is too slow, the oldest image makes
 /// room. One that fails is opened anew for as long as anybody looks.
@@ -50,7 +58,7 @@ struct CameraCounts {
 class SharedCamera : public std::enable_shared_from_this<SharedCamera>
 {
 public:
-    explicit SharedCamera(std::string serial);
+    explicit SharedCamera(std::string serial, CameraPatience patience = {});
     ~SharedCamera();
     SharedCamera(const SharedCamera&) = delete;
     SharedCamera& operator=(const SharedCamera&) = delete;
@@ -76,10 +84,14 @@ public:
         GstAppSrc* const m_images;
     };
 
-    /// Opens the camera if nobody has, and waits for its first frame. @param images takes as many
+    /// Opens the camera if nobody has, and waits for its first frame, together with all others who
+    /// do. @param images takes as many
     /// as may wait for its encoder, and leaks the oldest
     /// @return null when it cannot be had, sends no frames or has no such image; the log says which
     std::unique_ptr<Viewing> look(View view, GstAppSrc* images);
+
+    /// Whether the frames that it sends have image B alone.
+    bool hasOneSensor() const;
 
     /// Nobody may look from now on; who waits for a first frame waits no more.
     void end();
@@ -117,6 +129,7 @@ private:
     static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, gpointer self);
 
     const std::string m_serial;
+    const CameraPatience m_patience;
     GstClock* const m_clock;
 
     std::mutex m_lifecycle; ///< one opens or closes at a time; taken before m_mutex
@@ -130,6 +143,8 @@ private:
     std::vector<Viewer> m_viewers;
     GstSample* m_newestA = nullptr;
     std::array<std::uint64_t, 2> m_images = {}; ///< A and B since the camera was opened
+    Clock::time_point m_firstFrameDue;
+    Clock::time_point m_silentUntil; ///< as far as is known without opening it again
     bool m_isBroken = false;
     bool m_isEnding = false;
     std::string m_problem; ///< the last one, until there are frames

@@ -123,19 +123,34 @@ def stop(clients):
 class Rtsp:
     """A connection whose requests and pauses the test chooses."""
 
-    def __init__(self, server, receive_buffer=None):
+    def __init__(self, server, receive_buffer=None, source=None):
         self.address = server.address("a")
         self.sequence = 0
         self.socket = socket.socket()
+        if source:
+            self.socket.bind((source, 0))
         if receive_buffer:
             self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
         self.socket.settimeout(PATIENCE)
         self.socket.connect(("127.0.0.1", server.rtsp_port))
+        if self.address.startswith("rtsps:"):
+            self.socket = ssl._create_unverified_context().wrap_socket(self.socket)
         self.file = self.socket.makefile("rb")
 
     def close(self):
         self.file.close()
         self.socket.close()
+
+    @property
+    def name(self):
+        return f"127.0.0.1:{self.socket.getsockname()[1]}"
+
+    def play(self):
+        assert self.request("DESCRIBE", Accept="application/sdp")[0] == 200
+        status, answer = self.request(
+            "SETUP", self.address + "/stream=0", Transport="RTP/AVP/TCP;unicast;interleaved=0-1")
+        assert status == 200
+        assert self.request("PLAY", Session=answer["Session"].split(";")[0])[0] == 200
 
     def send(self, method, address=None, **headers):
         self.sequence += 1

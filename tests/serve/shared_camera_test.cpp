@@ -1,11 +1,14 @@
 // A camera that fails while somebody looks, played by an element under zrnsrc's name.
 
+#include "zrnserve/lossless_stream.h"
 #include "zrnserve/shared_camera.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
+#include <unistd.h>
 
 namespace
 {
@@ -20,6 +23,7 @@ struct FakeSourceClass {
 
 std::atomic<GstElement*> playing = nullptr;
 std::atomic<int> refusals = 0; ///< so many openings fail
+std::atomic<bool> isSilent = false;
 
 } // namespace
 
@@ -75,8 +79,9 @@ void fake_source_init(FakeSource* self)
 {
     for (const char* name : {"src_a", "src_b"}) {
         GstElement* images = gst_parse_bin_from_description(
-            "videotestsrc is-live=true ! "
-            "video/x-raw,format=GRAY8,width=32,height=32,framerate=50/1",
+            isSilent ? "appsrc is-live=true"
+                     : "videotestsrc is-live=true ! capsfilter "
+                       "caps=video/x-raw,format=GRAY8,width=32,height=32,framerate=50/1",
             TRUE, nullptr);
         gst_bin_add(&self->bin, images);
         g_autoptr(GstPad) pad = gst_element_get_static_pad(images, "src");
@@ -132,17 +137,89 @@ private:
     std::unique_ptr<zrnserve::SharedCamera::Viewing> m_viewing;
 };
 
-std::shared_ptr<zrnserve::SharedCamera> newCamera()
+std::shared_ptr<zrnserve::SharedCamera> newCamera(zrnserve::CameraPatience patience = {})
 {
     gst_init(nullptr, nullptr);
     gst_element_register(nullptr, "zrnsrc", GST_RANK_PRIMARY, fake_source_get_type());
-    return std::make_shared<zrnserve::SharedCamera>("A");
+    return std::make_shared<zrnserve::SharedCamera>("A", patience);
 }
 
 /// As an element does whose stream has ended for good.
 void fail()
 {
     GST_ELEMENT_ERROR(playing.load(), RESOURCE, READ, ("the bus fails"), (nullptr));
+}
+
+/// As when another kind of camera comes back.
+void changeSize()
+{
+    g_autoptr(GstCaps) caps =
+        gst_caps_from_string("video/x-raw,format=GRAY8,width=64,height=64,framerate=50/1");
+    GstIterator* filters =
+        gst_bin_iterate_all_by_element_factory_name(GST_BIN(playing.load()), "capsfilter");
+    const GstIteratorForeachFunction set = [](const GValue* filter, gpointer wanted) {
+        g_object_set(g_value_get_object(filter), "caps", wanted, nullptr);
+    };
+    EXPECT_EQ(gst_iterator_foreach(filters, set, caps), GST_ITERATOR_DONE);
+    gst_iterator_free(filters);
+}
+
+/// Somebody who takes the stream without loss, and connects again when it ends.
+class Receiving
+{
+public:
+    explicit Receiving(int port)
+        : m_pipeline(gst_parse_launch(
+              ("srtsrc uri=srt://127.0.0.1:" + std::to_string(port) + " ! fakesink sync=false")
+                  .c_str(),
+              nullptr))
+    {
+        gst_element_set_state(m_pipeline, GST_STATE_PLAYING);
+    }
+    ~Receiving()
+    {
+        gst_element_set_state(m_pipeline, GST_STATE_NULL);
+        gst_object_unref(m_pipeline);
+    }
+    Receiving(const Receiving&) = delete;
+    Receiving& operator=(const Receiving&) = delete;
+
+private:
+    GstElement* const m_pipeline;
+};
+
+/// Its receiver; without a name while nothing is sent to one.
+std::string receiverOf(const zrnserve::LosslessStream& stream)
+{
+    const auto receivers = stream.receivers();
+    return receivers.empty() || receivers[0].sent == 0 ? "" : receivers[0].name;
+}
+
+void waitUntil(const std::function<bool()>& condition)
+{
+    while (!condition()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+TEST(LosslessStream, EndsForItsReceiversWhenItFails)
+{
+    const std::shared_ptr<zrnserve::SharedCamera> camera = newCamera();
+    std::unique_ptr<zrnserve::LosslessStream> stream;
+    for (int port = 20000 + ::getpid() % 10000; !stream; ++port) {
+        try {
+            stream = std::make_unique<zrnserve::LosslessStream>(camera, "127.0.0.1", port, "");
+        } catch (const std::runtime_error&) {
+            ASSERT_LT(port, 40000);
+        }
+    }
+    const Receiving receiver(stream->port());
+    waitUntil([&] { return !receiverOf(*stream).empty(); });
+    const std::string name = receiverOf(*stream);
+    changeSize();
+    waitUntil([&] { return stream->failures() > 0; });
+    waitUntil([&] { return !receiverOf(*stream).empty() && receiverOf(*stream) != name; });
+    EXPECT_EQ(stream->failures(), 1U);
 }
 
 TEST(SharedCamera, GoesOnForWhoLookedWhenItFailed)
@@ -163,6 +240,28 @@ TEST(SharedCamera, GoesOnForWhoLookedWhenItFailed)
     Looking newcomer(*camera);
     EXPECT_TRUE(newcomer.isIn() && newcomer.see());
     EXPECT_EQ(camera->counts().opened, 2U);
+}
+
+TEST(SharedCamera, IsWaitedForOnceByThoseWhoWaitForOneAnother)
+{
+    isSilent = true;
+    const std::shared_ptr<zrnserve::SharedCamera> camera =
+        newCamera({std::chrono::milliseconds(1), std::chrono::hours(1)});
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(Looking(*camera).isIn());
+    }
+    EXPECT_EQ(camera->counts().opened, 1U);
+}
+
+TEST(SharedCamera, IsTriedAgainAfterItWasSilent)
+{
+    isSilent = true;
+    const std::shared_ptr<zrnserve::SharedCamera> camera =
+        newCamera({std::chrono::milliseconds(1), std::chrono::milliseconds(0)});
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(Looking(*camera).isIn());
+    }
+    EXPECT_EQ(camera->counts().opened, 3U);
 }
 
 TEST(SharedCamera, IsNotOpenedAnewWhenNobodyLooks)

@@ -18,10 +18,30 @@ Gst.init(None)
 PASSPHRASE = "what only both sides know"
 
 
+SERIAL = "ZR2026000200000001"
+MOST = 16  # receivers
+
+
 def free_port():
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
+
+
+@pytest.fixture
+def serve_lossless(serve):
+    """The server and the port of the stream, which others may take before the server does."""
+
+    def start(*options):
+        while True:
+            port = free_port()
+            try:
+                return serve("--srt", f"{SERIAL}@{port}", *options), port
+            except AssertionError as refusal:
+                if f"port {port} cannot be listened on by SRT" not in str(refusal):
+                    raise
+
+    return start
 
 
 @pytest.fixture
@@ -54,11 +74,24 @@ class Receiver:
         self.pipeline.set_state(Gst.State.NULL)
 
 
+class Sink:
+    """Takes what comes by SRT and keeps nothing of it."""
+
+    def __init__(self, port):
+        self.pipeline = Gst.parse_launch(
+            f"srtsrc uri=srt://127.0.0.1:{port} auto-reconnect=false ! fakesink sync=false")
+        self.pipeline.set_state(Gst.State.PLAYING)
+
+    def end(self):
+        self.pipeline.set_state(Gst.State.NULL)
+
+
 def srt_receiver(port, passphrase=PASSPHRASE):
     tracks = " ".join(
         f"tracks.video_{number} ! queue max-size-bytes=0 ! avdec_ffv1 ! appsink name={name} sync=false"
         for number, name in enumerate("ab"))
-    return Receiver(f'srtsrc uri=srt://127.0.0.1:{port} passphrase="{passphrase}" latency=2000 ! '
+    secret = f'passphrase="{passphrase}"' if passphrase else ""
+    return Receiver(f"srtsrc uri=srt://127.0.0.1:{port} {secret} latency=2000 ! "
                     f"matroskademux name=tracks {tracks}")
 
 
@@ -84,10 +117,8 @@ def sent_pairs(first, count):
     return set(pairs), missing
 
 
-def test_images_arrive_as_they_were_sent(serve, passphrase_file):
-    port = free_port()
-    serial = "ZR2026000200000001"
-    server = serve("--srt", f"{serial}@{port}", "--srt-passphrase-file", passphrase_file)
+def test_images_arrive_as_they_were_sent(serve_lossless, passphrase_file):
+    server, port = serve_lossless("--srt-passphrase-file", passphrase_file)
     server.camera()
     before = len(sent_frames())
     receivers = [srt_receiver(port)]
@@ -110,9 +141,8 @@ def test_images_arrive_as_they_were_sent(serve, passphrase_file):
 
 
 @pytest.mark.skipif(not shutil.which("cvlc"), reason="no VLC")
-def test_vlc_shows_the_pictures(serve, passphrase_file, tmp_path):
-    port = free_port()
-    server = serve("--srt", f"ZR2026000200000001@{port}", "--srt-passphrase-file", passphrase_file)
+def test_vlc_shows_the_pictures(serve_lossless, passphrase_file, tmp_path):
+    server, port = serve_lossless("--srt-passphrase-file", passphrase_file)
     server.camera()
     # VLC does not run as root.
     user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"] if os.getuid() == 0 else []
@@ -127,6 +157,56 @@ def test_vlc_shows_the_pictures(serve, passphrase_file, tmp_path):
         client.kill()
         client.wait()
     assert "FFV1" in (tmp_path / "log").read_text(errors="replace")
+
+
+def lossless(server):
+    return next(camera["streams"]["lossless"] for camera in json.loads(server.get(""))["cameras"]
+                if camera["serial"] == SERIAL)
+
+
+def sinks(server, port, count):
+    """One after the other: SRT keeps none waiting."""
+    receivers = []
+    while len(receivers) < count:
+        receivers.append(Sink(port))
+        wait_until(lambda: lossless(server)["viewers"] == len(receivers))
+    return receivers
+
+
+def test_receivers_are_told_and_not_too_many(serve_lossless):
+    server, port = serve_lossless()
+    assert lossless(server) == {"address": f"srt://127.0.0.1:{port}", "viewers": 0, "receivers": []}
+    receivers = sinks(server, port, MOST)
+    one_more = Sink(port)
+    wait_until(lambda: f"refused, there are {MOST} receivers of {SERIAL} already" in server.log)
+    wait_until(lambda: all(receiver["sent"] for receiver in lossless(server)["receivers"]))
+    assert server.metric("zrn_viewers", serial=SERIAL, stream="lossless") == MOST
+    name = lossless(server)["receivers"][0]["client"]
+    assert f"{name}: connected to {SERIAL} by SRT" in server.log
+    for receiver in [one_more, *receivers]:
+        receiver.end()
+    wait_until(lambda: not server.camera()["open"])
+    wait_until(lambda: f"{name}: disconnected from {SERIAL} by SRT" in server.log)
+    assert server.metric("zrn_viewers", serial=SERIAL, stream="lossless") == 0
+    assert server.metric("zrn_lossless_failures_total", serial=SERIAL) == 0
+
+
+def test_receivers_that_leave_while_the_camera_is_away_leave_nothing(serve_lossless):
+    server, port = serve_lossless()
+    server.camera()
+    control("unplug", "camera=0")
+    try:
+        for _ in range(2):
+            wait_until(lambda: not json.loads(server.get(""))["cameras"][0]["present"])
+            for receiver in sinks(server, port, MOST):
+                receiver.end()
+            wait_until(lambda: lossless(server)["viewers"] == 0)
+    finally:
+        control("plug", "camera=0")
+    receiver = srt_receiver(port, None)
+    wait_until(lambda: len(receiver.pairs()) >= 5)
+    receiver.end()
+    assert ": refused" not in server.log
 
 
 def test_the_network_needs_a_passphrase(files, passphrase_file):

@@ -1,8 +1,12 @@
 """zrnserve on a virtual camera, looked at by clients that know nothing of it."""
 
+import base64
+import contextlib
+import http.client
 import json
 import re
 import socket
+import time
 import urllib.error
 
 import pytest
@@ -62,21 +66,24 @@ def test_an_absent_camera_keeps_its_address(serve):
     sees(server, look(server.address("a"), 5))
 
 
-def test_a_client_that_does_not_read_is_dropped_and_no_other(serve):
+def test_clients_that_read_nothing_or_too_slowly_are_dropped_and_no_other(serve):
     server = serve("--jpeg")
     other = look(server.address("a"), decoder="rtpjpegdepay ! jpegdec")
-    slow = Rtsp(server, receive_buffer=4096)
-    assert slow.request("DESCRIBE", Accept="application/sdp")[0] == 200
-    status, answer = slow.request(
-        "SETUP", slow.address + "/stream=0", Transport="RTP/AVP/TCP;unicast;interleaved=0-1")
-    assert status == 200
-    assert slow.request("PLAY", Session=answer["Session"].split(";")[0])[0] == 200
-    port = slow.socket.getsockname()[1]
-    wait_until(lambda: f"127.0.0.1:{port}: dropped" in server.log)
-    assert server.metric("zrn_clients_dropped_total") >= 1
-    wait_until(lambda: f"127.0.0.1:{port}: disconnected" in server.log)
+    silent, slow = (Rtsp(server, receive_buffer=4096) for _ in range(2))
+    silent.play()
+    slow.play()
+    # A part of what comes, without a pause.
+    while slow.socket.recv(1024):
+        time.sleep(0.02)
+    wait_until(lambda: f"{slow.name}: dropped, it reads more slowly than pictures come"
+               in server.log)
+    wait_until(lambda: f"{silent.name}: dropped" in server.log)
+    assert server.metric("zrn_clients_dropped_total") == 2
+    for client in (silent, slow):
+        wait_until(lambda: f"{client.name}: disconnected" in server.log)
     assert other.poll() is None
     stop([other])
+    assert server.log.count(": dropped") == 2
 
 
 def test_too_many_clients_are_refused(serve):
@@ -143,10 +150,17 @@ def test_only_who_knows_a_password_looks(serve, files):
     assert address.startswith("rtsps://")
     unchecked = {"tls_validation_flags": 0}
     sees(server, look(address, 5, user_id="anna", user_pw="right", **unchecked))
+    wait_until(lambda: not server.camera()["open"])
+    before = server.log.count("refused, wrong user or password")
+    # What a client prints is its own business, in words of its user's language.
     for login in ({}, {"user_id": "anna", "user_pw": "wrong"}):
-        output, _ = look(address, 5, **login, **unchecked).communicate(timeout=PATIENCE)
-        assert "nauthorized" in output or "401" in output
-    assert "refused, wrong user or password" in server.log
+        assert Rtsp(server).request("DESCRIBE")[0] == 401
+        assert server.metric("zrn_camera_openings_total") == 1
+        client = look(address, 5, **login, **unchecked)
+        client.communicate(timeout=PATIENCE)
+        assert client.returncode != 0
+    wait_until(lambda: server.log.count("refused, wrong user or password") > before)
+    assert server.log.count(": opened") == 1
 
 
 def test_bodies_are_not_kept(serve, files):
@@ -191,3 +205,92 @@ def test_a_signal_ends_it_while_a_first_frame_is_awaited(serve):
         control("thaw", "camera=0")
     assert ": closed" in server.log
     assert "sends no frames" not in server.log
+
+
+def test_clients_of_a_silent_camera_wait_together(serve):
+    server = serve("--jpeg")
+    clients = [Rtsp(server) for _ in range(10)]
+    control("freeze", "camera=0")
+    try:
+        for client in clients:
+            client.send("DESCRIBE")
+        # One after the other they would wait for longer than anybody here does.
+        statuses = [int(client.file.readline().split()[1]) for client in clients]
+        assert min(statuses) >= 400
+    finally:
+        control("thaw", "camera=0")
+    assert server.log.count("sends no frames") == 1
+    assert server.metric("zrn_camera_openings_total") == 1
+
+
+GUESS = f'Digest username="anna", realm="zrnserve", nonce="0", uri="x", response="{32 * "0"}"'
+
+
+@pytest.mark.parametrize("protocol", ["rtsp", "http"])
+def test_passwords_are_not_guessed(serve, files, protocol):
+    server = serve("--users", files[0])
+    server.credentials = "anna:right"
+    stranger = "127.0.0.2"
+    if protocol == "rtsp":
+        client = Rtsp(server, source=stranger)
+        statuses = [client.request("DESCRIBE", Authorization=GUESS)[0] for _ in range(7)]
+        with pytest.raises((IndexError, ConnectionError)):
+            client.request("DESCRIBE", Authorization=GUESS)
+    else:
+        port = int(re.search(r":(\d+)/", server.http)[1])
+        client = http.client.HTTPConnection("127.0.0.1", port, PATIENCE, (stranger, 0))
+        wrong = {"Authorization": "Basic " + base64.b64encode(b"anna:wrong").decode()}
+
+        def ask():
+            client.request("GET", "/", headers=wrong)
+            answer = client.getresponse()
+            answer.read()
+            return answer.status
+
+        statuses = [ask() for _ in range(7)]
+        with pytest.raises((http.client.HTTPException, ConnectionError)):
+            ask()
+    assert statuses == 7 * [401]
+    wait_until(lambda: re.search(
+        rf"{stranger}:\d+: dropped, its address gave 8 wrong passwords", server.log))
+    # A connection of its own for each does not help, and who knows the password has it nevertheless.
+    client = Rtsp(server, source=stranger)
+    with pytest.raises((IndexError, ConnectionError)):
+        client.request("DESCRIBE", Authorization=GUESS)
+    server.get("")
+
+
+def test_who_asks_now_and_then_is_not_noted_as_dropped(serve):
+    server = serve()
+    port = int(re.search(r":(\d+)/", server.http)[1])
+    content, idle = (http.client.HTTPConnection("127.0.0.1", port, PATIENCE) for _ in range(2))
+    idle.connect()
+    content.request("GET", "/metrics")
+    content.getresponse().read()
+    assert content.sock.recv(1) == b"" and idle.sock.recv(1) == b""  # both are in the way of others
+    name = f"127.0.0.1:{{}}: dropped".format
+    wait_until(lambda: name(idle.sock.getsockname()[1]) in server.log)
+    assert name(content.sock.getsockname()[1]) not in server.log
+
+
+def test_a_tunnel_through_http_has_two_places(serve):
+    server = serve("--jpeg", "--max-clients", "3", "--max-clients-per-address", "3")
+    client = look(server.address("a").replace("rtsp:", "rtsph:"), decoder="rtpjpegdepay ! jpegdec")
+    wait_until(lambda: server.metric("zrn_viewers", stream="a") == 1)
+    wait_until(lambda: "is half of a tunnel" in server.log)
+    third = Rtsp(server)
+    assert third.request("OPTIONS")[0] == 200
+    with pytest.raises((IndexError, ConnectionError)):
+        Rtsp(server).request("OPTIONS")
+    stop([client])
+    wait_until(lambda: server.clients() == 1)
+    newcomers = []
+
+    def comes_in():
+        newcomers.append(Rtsp(server))
+        with contextlib.suppress(IndexError, ConnectionError):
+            return newcomers[-1].request("OPTIONS")[0] == 200
+
+    wait_until(comes_in)
+    wait_until(comes_in)
+    assert "CRITICAL" not in server.log
