@@ -414,7 +414,10 @@ private slots:
         }
         const QPointF moved = left.transform().target().topLeft() - before;
         QCOMPARE(moved, QPointF(-9, -7) * left.devicePixelRatioF());
-        QCOMPARE(right.transform().target().topLeft(), left.transform().target().topLeft());
+        // Of an odd width one pane has a pixel more, on both sides of the middle.
+        const QPointF apart =
+            right.transform().target().topLeft() - left.transform().target().topLeft();
+        QVERIFY(apart.manhattanLength() < 1);
 
         QTest::mouseDClick(&left, Qt::LeftButton);
         QVERIFY(left.transform().isFitted());
