@@ -66,9 +66,10 @@ void readProperties(const QJsonValue& value, CameraSettings& settings)
     }
     const QJsonObject object = value.toObject();
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
-        const zrn::PropertyInfo& property = settingNamed(entry.key());
+        const QString key = entry.key();
+        const zrn::PropertyInfo& property = settingNamed(key);
         settings.properties[property.key] = static_cast<std::int32_t>(
-            numberIn(entry.key(), entry.value(), property.minimum, property.maximum));
+            numberIn(key, entry.value(), property.minimum, property.maximum));
     }
 }
 
