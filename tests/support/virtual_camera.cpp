@@ -124,8 +124,8 @@ std::vector<SentFrame> VirtualCamera::sentFrames(std::uint64_t since) const
 std::optional<zrnsim::FrameRequest> VirtualCamera::sentFrame(std::uint32_t lowNumber,
                                                              unsigned knownBits)
 {
-    // As many as the fewest known bits tell apart: a consumer may be seconds behind.
-    constexpr std::uint64_t mostHeldFrames = 256;
+    // More than a camera object and libuvc hold.
+    constexpr std::uint64_t mostHeldFrames = 96;
     const std::uint64_t mask = (std::uint64_t{1} << knownBits) - 1;
     const std::uint64_t sent = counter("framesStarted");
     const std::vector<SentFrame> frames = sentFrames(sent - std::min(sent, mostHeldFrames));

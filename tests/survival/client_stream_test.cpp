@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <thread>
+#include <vector>
 
 namespace
 {
@@ -61,7 +62,12 @@ protected:
             bus.sentFrame(static_cast<std::uint32_t>(trailer),
                           static_cast<unsigned>(zrn::knownFrameNumberBits(trailer)));
         ASSERT_TRUE(request) << "the camera sent no frame with trailer " << std::hex << trailer;
-        const zrnsim::SentImages sent = zrnsim::expectedImages(*request);
+        expectImages(frame, *request);
+    }
+
+    static void expectImages(const Frame& frame, const zrnsim::FrameRequest& request)
+    {
+        const zrnsim::SentImages sent = zrnsim::expectedImages(request);
         ASSERT_EQ(frame.imageCount, static_cast<std::size_t>(sent.hasA) + sent.hasB);
         EXPECT_TRUE(!sent.hasA || std::ranges::equal(frame.image('A')->pixels(), sent.a));
         EXPECT_TRUE(!sent.hasB || std::ranges::equal(frame.image('B')->pixels(), sent.b));
@@ -187,6 +193,7 @@ class SlowConsumer : public ClientStream, public testing::WithParamInterface<Que
 
 TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
 {
+    const std::uint64_t sentBefore = bus.counter("framesStarted");
     zrn::Stream stream(camera, {.policy = GetParam(), .capacity = 4});
     std::uint64_t taken = 0;
     std::uint32_t last = 0;
@@ -198,7 +205,8 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
     /// The account of all frames up to one that was taken, and the number of that.
     struct Account {
         zrn::StreamCounters counters;
-        std::uint32_t number = 0;
+        std::uint32_t number = 0;   ///< as the camera gave it
+        std::uint32_t followed = 0; ///< as the stream follows it
     };
     const auto takeAll = [&] {
         zrn::StreamCounters counters;
@@ -212,15 +220,16 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
             take(*frame);
             counters = stream.counters();
         } while (counters.frames != taken + counters.lost.queue);
-        return Account{counters, sentNumber(*frame)};
+        return Account{counters, sentNumber(*frame), frame->step.number};
     };
     const Account begin = takeAll();
+    std::vector<Frame> takenSlowly;
     for (int i = 0; i < 10; ++i) {
         const std::optional<Frame> frame = stream.next(longestWait);
         ASSERT_TRUE(frame);
         take(*frame);
+        takenSlowly.push_back(*frame);
         std::this_thread::sleep_for(100ms);
-        expectExact(*frame);
     }
     const Account end = takeAll();
     std::this_thread::sleep_for(600ms); // the end finds the queue full
@@ -236,6 +245,17 @@ TEST_P(SlowConsumer, GetsExactFramesAndAnAccountOfAllOthers)
         EXPECT_GT(counters.lost.queue, 10U);
     }
     EXPECT_EQ(counters.unusable, 0U);
+
+    // Asked once, afterwards: an answer takes as long as many frames.
+    const std::vector<SentFrame> sent = bus.sentFrames(sentBefore);
+    for (const Frame& frame : takenSlowly) {
+        const std::uint32_t number = begin.number + (frame.step.number - begin.followed);
+        const auto own = std::find_if(sent.rbegin(), sent.rend(), [number](const SentFrame& other) {
+            return other.request.frameNumber == number;
+        });
+        ASSERT_TRUE(own != sent.rend()) << "the camera sent no frame " << number;
+        expectImages(frame, own->request);
+    }
 
     // A camera that is starved passes over numbers, too.
     EXPECT_EQ(end.counters.frames - begin.counters.frames + end.counters.missing() -
