@@ -452,7 +452,7 @@ RtspService::~RtspService()
     }
     // Their threads end the streams.
     const Clock::time_point end = Clock::now() + longestEnd;
-    while (clientCount() > 0 && Clock::now() < end) {
+    while (isInUse() && Clock::now() < end) {
         std::this_thread::sleep_for(10ms);
     }
     for (GstRTSPClient* client : clients) {
@@ -493,6 +493,12 @@ void RtspService::withdraw(const SharedCamera& camera)
     for (const View view : views) {
         gst_rtsp_mount_points_remove_factory(mounts, addressOf(camera, view).c_str());
     }
+}
+
+bool RtspService::isInUse() const
+{
+    const std::lock_guard lock(m_clientsMutex);
+    return !m_clients.empty() || m_leaving > 0;
 }
 
 std::size_t RtspService::clientCount() const
@@ -581,6 +587,7 @@ void RtspService::forget(GstRTSPClient* client)
     }
     const Client state = std::move(known->second);
     m_clients.erase(known);
+    ++m_leaving;
     // One of the two connections of a tunnel through HTTP becomes part of the other one, and keeps
     // its place.
     const bool isTunnel =
@@ -603,6 +610,8 @@ void RtspService::forget(GstRTSPClient* client)
         g_object_unref(state.socket);
     }
     g_object_unref(client);
+    lock.lock();
+    --m_leaving;
 }
 
 /// Called with m_clientsMutex held.

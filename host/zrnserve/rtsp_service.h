@@ -66,6 +66,8 @@ private:
 
     void admit(GstRTSPClient* client);
     void forget(GstRTSPClient* client);
+    /// Whether there are clients, or threads of theirs that forget them.
+    [[nodiscard]] bool isInUse() const;
     void forgetTunnels();
     void greet(GstRTSPClient* client);
     void remember(GstRTSPClient* client, GstRTSPSession* session);
@@ -86,6 +88,7 @@ private:
     mutable std::mutex m_clientsMutex;
     std::map<GstRTSPClient*, Client> m_clients; ///< one reference each
     std::vector<GSocket*> m_tunnels;            ///< those within others; references
+    int m_leaving = 0;                          ///< clients whose threads forget them
 };
 
 /// The address of a view within a server.
